@@ -1,0 +1,52 @@
+# Helpers for this project's targets: warnings, optimisation, sanitizers, tests.
+
+include_guard(GLOBAL)
+
+set(ORLA_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
+
+add_library(orla_options INTERFACE)
+target_compile_options(orla_options INTERFACE
+    -Wall -Wextra -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2
+    -Wduplicated-cond -Wlogical-op -Wnull-dereference -Wunused -Wvla)
+# OpenCV's and Qt's inline code trips this one under the sanitizers' instrumentation.
+if(ORLA_SANITIZE)
+    target_compile_options(orla_options INTERFACE -Wno-null-dereference -Wno-maybe-uninitialized
+        -fsanitize=${ORLA_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    target_link_options(orla_options INTERFACE -fsanitize=${ORLA_SANITIZE})
+endif()
+target_include_directories(orla_options INTERFACE "${PROJECT_SOURCE_DIR}/verifier" "${PROJECT_SOURCE_DIR}")
+
+# orla_library(<target> SOURCES ... [PUBLIC libs...] [PRIVATE libs...] [HOT sources...])
+# One static library per folder. A folder sees another only by naming its target
+# here, so an arrow that the design forbids does not link. HOT sources hold loops
+# over pixels and are vectorised (-O3) in optimised builds.
+function(orla_library target)
+    cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE;HOT" ${ARGN})
+    add_library(${target} STATIC ${ARG_SOURCES} ${ARG_HOT})
+    set_target_properties(${target} PROPERTIES AUTOMOC ON AUTOUIC ON AUTORCC ON)
+    target_link_libraries(${target} PUBLIC orla_options ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
+    if(ARG_HOT)
+        set_source_files_properties(${ARG_HOT} PROPERTIES
+            COMPILE_OPTIONS "$<$<NOT:$<CONFIG:Debug>>:-O3>")
+    endif()
+endfunction()
+
+# orla_test(<name> SOURCES ... [LIBRARIES ...] [TIMEOUT seconds] [LABELS ...])
+# One Qt Test program, registered under its name, run without a display.
+function(orla_test name)
+    cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBRARIES;LABELS" ${ARGN})
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 120)
+    endif()
+    if(ORLA_SANITIZE)
+        math(EXPR ARG_TIMEOUT "${ARG_TIMEOUT} * 4")
+    endif()
+    add_executable(${name} ${ARG_SOURCES})
+    set_target_properties(${name} PROPERTIES AUTOMOC ON)
+    target_link_libraries(${name} PRIVATE orla_options ${ARG_LIBRARIES} Qt5::Test)
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES
+        TIMEOUT ${ARG_TIMEOUT}
+        LABELS "${ARG_LABELS}"
+        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.supp:history_size=4;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/lsan.supp;UBSAN_OPTIONS=print_stacktrace=1")
+endfunction()

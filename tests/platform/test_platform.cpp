@@ -1,0 +1,130 @@
+#include <cerrno>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include "platform/DebugLog.h"
+#include "platform/InstrumentPath.h"
+#include "platform/SystemDeviceCalls.h"
+
+namespace {
+
+class Sender : public QObject
+{
+    Q_OBJECT
+
+signals:
+    void sig_debug_Message(QStringList parts);
+};
+
+} // namespace
+
+class TestPlatform : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void cleanup() { setInstrumentRoot("/"); }
+
+    void aFixedPathStaysAsItIsOnTheMachineItself()
+    {
+        QCOMPARE(instrumentPath(QStringLiteral("/dev/ttyS2")), QStringLiteral("/dev/ttyS2"));
+        QCOMPARE(instrumentPath(std::string("/mnt")), std::string("/mnt"));
+        QCOMPARE(fixedPathOf("/dev/sda1"), QStringLiteral("/dev/sda1"));
+    }
+
+    void aRootStandsInForTheMachineAndBack()
+    {
+        QTemporaryDir directory;
+        setInstrumentRoot(directory.path());
+        const QString machine = instrumentPath(QStringLiteral("/mnt/a b.tif"));
+        QCOMPARE(machine, QFileInfo(directory.path()).canonicalFilePath() + "/mnt/a b.tif");
+        QCOMPARE(fixedPathOf(machine), QStringLiteral("/mnt/a b.tif"));
+        QCOMPARE(fixedPathOf("/elsewhere"), QStringLiteral("/elsewhere"));
+        QCOMPARE(fixedPathOf(QFileInfo(directory.path()).canonicalFilePath() + "2/x"),
+                 QFileInfo(directory.path()).canonicalFilePath() + "2/x");
+        QCOMPARE(instrumentPath(QString()), QString());
+    }
+
+    void aMessageReachesTheStreamAndTheSignalWithTheSameParts()
+    {
+        Sender sender;
+        QSignalSpy spy(&sender, &Sender::sig_debug_Message);
+        QTest::ignoreMessage(QtDebugMsg, "void f() label: 7");
+        logMessage(&sender, {"void f()", "label:", "7"});
+        QCOMPARE(spy.count(), 1);
+        QCOMPARE(spy.at(0).at(0).toStringList(), QStringList({"void f()", "label:", "7"}));
+    }
+
+    void theSystemsCallsReachARealFile()
+    {
+        QTemporaryDir directory;
+        setInstrumentRoot(directory.path());
+        SystemDeviceCalls calls;
+        QCOMPARE(calls.open("/missing", O_RDONLY), -1);
+        QCOMPARE(errno, ENOENT);
+
+        QFile file(directory.filePath("device"));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("abc");
+        file.close();
+        const int fd = calls.open("/device", O_RDWR);
+        QVERIFY(fd >= 0);
+        QCOMPARE(calls.fcntl(fd, F_SETFD, FD_CLOEXEC), 0);
+        QCOMPARE(calls.fcntl(fd, F_GETFD, 0), FD_CLOEXEC);
+        char text[4] = {};
+        QCOMPARE(calls.read(fd, text, 3), ssize_t(3));
+        QCOMPARE(text, "abc");
+        QCOMPARE(calls.write(fd, "d", 1), ssize_t(1));
+        QCOMPARE(calls.waitReadable(fd, 0), 1);
+        QCOMPARE(calls.ioctl(fd, 0x0706, 0x3C), -1);
+        QCOMPARE(errno, ENOTTY);
+        QCOMPARE(calls.close(fd), 0);
+        QCOMPARE(calls.close(fd), -1);
+    }
+
+    void waitingOnAnUnusableDescriptorIsAnError_data()
+    {
+        QTest::addColumn<int>("fd");
+        QTest::newRow("none") << -1;
+        QTest::newRow("beyond the set") << (1 << 20);
+    }
+
+    void waitingOnAnUnusableDescriptorIsAnError()
+    {
+        QFETCH(int, fd);
+        SystemDeviceCalls calls;
+        QCOMPARE(calls.waitReadable(fd, 1000), -1);
+        QCOMPARE(errno, EBADF);
+    }
+
+    void waitingForASilentDeviceEndsAfterItsTime()
+    {
+        int ends[2];
+        QCOMPARE(::pipe(ends), 0);
+        SystemDeviceCalls calls;
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(calls.waitReadable(ends[0], 30), 0);
+        QVERIFY(timer.elapsed() >= 29);
+        ::close(ends[0]);
+        ::close(ends[1]);
+    }
+
+    void otherCallsCanStandInAndTheSystemsComeBack()
+    {
+        DeviceCalls& system = deviceCalls();
+        SystemDeviceCalls other;
+        QCOMPARE(installDeviceCalls(&other), nullptr);
+        QCOMPARE(&deviceCalls(), static_cast<DeviceCalls*>(&other));
+        QCOMPARE(installDeviceCalls(nullptr), static_cast<DeviceCalls*>(&other));
+        QCOMPARE(&deviceCalls(), &system);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestPlatform)
+#include "test_platform.moc"

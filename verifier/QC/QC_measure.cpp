@@ -1,0 +1,1 @@
+#include "QC/QC_measure.h"
