@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstddef>
+
+#include <QtGlobal>
+
+#include "camera/SensorInitTable.h"
+
+/// One visit to the sensor on the I2C bus: opens the bus and addresses the sensor, closes
+/// the bus at the end of its life. Register addresses go out high byte first.
+///
+/// The calls are made whether or not an earlier one succeeded; what counts is isReady() and
+/// the result of each. GUI thread: every write and read is followed by a pause.
+class SensorBus
+{
+public:
+    SensorBus() = default;
+    ~SensorBus();
+    SensorBus(const SensorBus&) = delete;
+    SensorBus& operator=(const SensorBus&) = delete;
+
+    /// Opens the bus; false without a bus device.
+    bool open();
+    /// Addresses the sensor; false if the bus is not open or refuses the address.
+    bool address();
+    /// Forgets the descriptor without closing it.
+    void abandon();
+
+    /// Sends a register address alone, for a read to follow. True if both bytes went out.
+    bool writeAddress(quint16 reg);
+    /// Sends a register address and its byte. True if all three went out.
+    bool writeRegister(const SensorRegister& record);
+    /// Reads the byte of the register that was last addressed. True if one came.
+    bool readByte(quint8& byte);
+
+private:
+    bool send(const quint8* bytes, std::size_t count);
+
+    int m_fd = -1;
+};
