@@ -9,8 +9,8 @@
 /// One visit to the sensor on the I2C bus: opens the bus and addresses the sensor, closes
 /// the bus at the end of its life. Register addresses go out high byte first.
 ///
-/// The calls are made whether or not an earlier one succeeded; what counts is isReady() and
-/// the result of each. GUI thread: every write and read is followed by a pause.
+/// The calls are made whether or not an earlier one succeeded; what counts is the result
+/// of each. GUI thread.
 class SensorBus
 {
 public:
@@ -32,8 +32,12 @@ public:
     bool writeRegister(const SensorRegister& record);
     /// Reads the byte of the register that was last addressed. True if one came.
     bool readByte(quint8& byte);
+    /// The pause that the sensor needs after every transfer.
+    static void settle();
 
 private:
+    static constexpr unsigned int kSettleTime_us = 5000;
+
     bool send(const quint8* bytes, std::size_t count);
 
     int m_fd = -1;
