@@ -45,9 +45,9 @@ public:
 
     private:
         friend class FrameSlots;
-        Reader(FrameSlots& slots, unsigned int slot) : m_slots(slots), m_slot(slot) {}
+        Reader(FrameSlots& owner, unsigned int slot) : m_owner(owner), m_slot(slot) {}
 
-        FrameSlots& m_slots;
+        FrameSlots& m_owner;
         const unsigned int m_slot;
     };
 
