@@ -84,13 +84,12 @@ public:
     /// or the driver refused to stop.
     bool close();
 
-    /// The newest frame as RGB24: height() rows of width() x 3 bytes, R G B, no padding. All
-    /// black-level YUYV zeros before the first frame; null when the camera is not open.
+    /// The newest frame as RGB24: height() rows of width() x 3 bytes, R G B, no padding. A frame
+    /// of YUYV zeros before the first one; null when the camera is not open.
     ///
     /// Any thread. The object's own thread has a buffer of its own and all other threads
-    /// share a second one, so that one capture thread's consumer and the GUI may fetch at
-    /// the same time. A buffer stays untouched until the next call from the same side or
-    /// close(). The arguments are accepted and ignored.
+    /// share a second one, so that the grab thread and the GUI may fetch at the same time. A buffer stays
+    /// untouched until the next call from the same side or close(). The arguments are accepted and ignored.
     uchar* getFrame(bool = false, uchar = 0, uchar = 0, uchar = 0);
     /// The same; bufferIndex receives the driver's number of the buffer the frame came in.
     uchar* getFrame(unsigned int& bufferIndex, bool = false, uchar = 0, uchar = 0, uchar = 0);
@@ -129,13 +128,12 @@ private:
     void openDevice();
     void selectMode(int mode);
     void buildWorkTable(const std::string& settingsFile, bool withInitTable);
-    void appendCalibration();
-    const char* startDevice();
+    const char* startStream();
     const char* mapBuffer(quint32 index);
     bool startCaptureThread();
     bool failOpen();
     void freeFrames();
-    void captureOnce();
+    void captureFrame();
     ZeroedBytes& rgbBufferOfCaller();
 
     // Written by open() while no other thread runs; the start of the capture and grab
