@@ -137,15 +137,17 @@ private:
     static Controller* instance;
 
     enum class Command : int; // a row of the command table
+    struct StageMove;         // what a stage command does to the tracked position
 
     void configureSerialPort();
     bool reopenSerialPort();
     QString readLine();
+    const StageMove* trackStage(const QString& words, int value);
     void followStageReply();
     bool isOk() const;
     bool exchange(Command command, int argument = 0);
     QString queryText(Command command);
-    bool sendMove(Command command, SerialPort_Mode_e mode, int argument, int positionAfter);
+    bool sendMove(Command command, SerialPort_Mode_e mode, int argument = 0);
 
     QSerialPort* m_serialPort; // owned as a child
     QString m_startMark = QStringLiteral("$");
