@@ -22,7 +22,7 @@ struct global_ini_t
         double Magnification; ///< 0 until measured
         double Volume_factor; ///< 0 until measured
     } System;
-    bool bZig_mode; ///< the instrument sits in the factory's jig
+    bool bZig_mode; ///< Connect is usable, and Exit leaves the instrument unparked
     int Skip_frame; ///< 1..30, used by the instrument's cell counting
 };
 
