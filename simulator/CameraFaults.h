@@ -71,6 +71,8 @@ private:
         int calls = 0;
     };
 
+    std::optional<int> struckBy(CameraFault fault, unsigned long request);
+
     mutable std::mutex m_mutex;
     std::vector<Counted> m_rules;
 };

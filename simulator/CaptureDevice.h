@@ -10,6 +10,7 @@
 #include <linux/videodev2.h>
 #include <sys/types.h>
 
+#include "simulator/FrameMemory.h"
 #include "simulator/FrameSource.h"
 #include "simulator/InstrumentTime.h"
 
@@ -33,25 +34,6 @@ struct CaptureFlaws
     bool fewerBuffers = false;
 };
 
-/// Memory of one driver buffer, shared by the device and whoever has it mapped; whole pages,
-/// zero at first and only touched when used.
-class FrameMemory
-{
-public:
-    explicit FrameMemory(std::size_t bytes);
-    ~FrameMemory();
-    FrameMemory(const FrameMemory&) = delete;
-    FrameMemory& operator=(const FrameMemory&) = delete;
-
-    /// nullptr when there was no memory.
-    std::uint8_t* data() const { return m_data; }
-    std::size_t bytes() const { return m_bytes; }
-
-private:
-    std::size_t m_bytes;
-    std::uint8_t* m_data;
-};
-
 /// A capture device's streaming state machine as a kernel driver answers it: one format
 /// (YUYV) in the three sizes of kPictureModes, memory-mapped buffers that belong to one side
 /// at a time, frames that end on the mode's frame clock. Time is an argument; nothing blocks.
@@ -60,7 +42,6 @@ class CaptureDevice
 {
 public:
     CaptureDevice(const CaptureParameters& parameters, FrameSource& source);
-    ~CaptureDevice();
 
     /// Answers one ioctl: 0, or the errno that it fails with. A dequeue with no finished
     /// frame is EAGAIN; waiting for one is up to the caller. argument is the request's
@@ -82,8 +63,8 @@ public:
     void setFlaws(const CaptureFlaws& flaws) { m_flaws = flaws; }
 
     bool isStreaming() const { return m_streaming; }
-    /// Frames put into buffers so far, and how many of these had to be copied or drawn
-    /// because the buffer did not hold the picture yet.
+    /// Frames put into buffers so far, and for how many of these the picture had to be copied
+    /// from another buffer, or drawn, because the buffer did not hold it yet.
     std::uint64_t framesDelivered() const { return m_framesDelivered; }
     std::uint64_t copies() const { return m_copies; }
     std::uint64_t drawings() const { return m_drawings; }
@@ -102,20 +83,18 @@ private:
         InstrumentTime time{0};
     };
 
-    struct Request;
-
-    int queryCapabilities(v4l2_capability& record, InstrumentTime now);
-    int enumerateFormats(v4l2_fmtdesc& record, InstrumentTime now);
-    int getFormat(v4l2_format& record, InstrumentTime now);
-    int setFormat(v4l2_format& record, InstrumentTime now);
-    int tryFormat(v4l2_format& record, InstrumentTime now);
-    int getParameters(v4l2_streamparm& record, InstrumentTime now);
-    int requestBuffers(v4l2_requestbuffers& record, InstrumentTime now);
-    int queryBuffer(v4l2_buffer& record, InstrumentTime now);
-    int queueBuffer(v4l2_buffer& record, InstrumentTime now);
-    int dequeueBuffer(v4l2_buffer& record, InstrumentTime now);
-    int streamOn(int& type, InstrumentTime now);
-    int streamOff(int& type, InstrumentTime now);
+    int queryCapabilities(v4l2_capability& record) const;
+    int enumerateFormats(v4l2_fmtdesc& record) const;
+    int getFormat(v4l2_format& record) const;
+    int tryFormat(v4l2_format& record) const;
+    int setFormat(v4l2_format& record);
+    int getParameters(v4l2_streamparm& record) const;
+    int requestBuffers(v4l2_requestbuffers& record);
+    int queryBuffer(v4l2_buffer& record) const;
+    int queueBuffer(v4l2_buffer& record);
+    int dequeueBuffer(v4l2_buffer& record);
+    int streamOn(int type, InstrumentTime now);
+    int streamOff(int type);
 
     void stop();
     void advance(InstrumentTime now);
@@ -123,6 +102,7 @@ private:
     const Buffer* holderOf(std::uint64_t picture) const;
     unsigned grantedCount(unsigned asked) const;
     bool isMapped() const;
+    off_t offsetOf(unsigned index) const;
     InstrumentTime endOfTick(std::int64_t tick) const;
     std::int64_t ticksAt(InstrumentTime now) const;
     void describe(unsigned index, v4l2_buffer& record) const;

@@ -5,6 +5,7 @@
 #include <optional>
 #include <vector>
 
+#include "simulator/BlurredDiscs.h"
 #include "simulator/LightPath.h"
 #include "simulator/SensorRegisters.h"
 #include "simulator/Slide.h"
@@ -97,6 +98,7 @@ private:
     OpticsParameters m_parameters;
     Slide m_slide;
     double m_bestFocus_steps;
+    BlurredDiscs m_painter;
     /// Noise of two neighbouring pixels per word: unit (thousandths) and as last scaled.
     std::vector<std::int16_t> m_unitNoise;
     std::vector<std::uint32_t> m_noiseWords;

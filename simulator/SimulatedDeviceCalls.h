@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "platform/DeviceCalls.h"
 #include "simulator/CallTrace.h"
@@ -37,7 +38,7 @@ using InstrumentClock = std::function<InstrumentTime()>;
 
 /// The simulated camera in place of the machine's devices: "/dev/video0" and "/dev/i2c-1".
 /// Behaves as the kernel does: results, errno, blocking, ownership of buffers. The GUI
-/// thread's bus calls never wait for a picture that the capture thread has drawn.
+/// thread's bus calls never wait while the capture thread has a picture drawn.
 class SimulatedDeviceCalls : public DeviceCalls
 {
 public:
@@ -103,11 +104,11 @@ private:
     };
 
     bool findDescriptor(int fd, Descriptor& found) const;
-    int busTransferError(int fd, bool& isShort);
+    static const char* pathOf(Device device);
+    std::optional<std::size_t> beginTransfer(int fd, std::size_t count, int& error);
     void applyFlaws();
     int requestError(unsigned long request, void* argument, bool nonBlocking);
-    int dequeueBlocking(std::unique_lock<std::mutex>& lock, void* argument);
-    bool waitUntilReadable(std::unique_lock<std::mutex>& lock, InstrumentTime deadline);
+    void waitForChange(std::unique_lock<std::mutex>& lock, InstrumentTime deadline);
 
     const bool m_instantPauses;
     const InstrumentClock m_clock;
@@ -130,7 +131,7 @@ private:
     Optics m_optics;
     PictureSource m_pictures;
     CaptureDevice m_capture;
-    std::map<void*, Mapping> m_mappings;
+    std::multimap<void*, Mapping> m_mappings;
 
     std::atomic<std::uint64_t> m_fileSystemSyncs{0};
     std::atomic<std::uint64_t> m_pauses{0};
