@@ -1,0 +1,82 @@
+#pragma once
+
+#include <array>
+#include <cerrno>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// What can go wrong with the camera and its bus.
+enum class CameraFault {
+    NoVideoDevice,
+    NoBus,
+    RequestFails,
+    MappingFails,
+    BusNack,
+    BusShort,
+    StalledStream,
+    ShortFrames,
+    OversizedFrames,
+    MoreBuffers,
+    FewerBuffers
+};
+
+/// A fault's name on the command line, what may follow it, and what it does.
+struct CameraFaultText
+{
+    CameraFault fault;
+    const char* name;
+    const char* arguments;
+    const char* text;
+};
+
+/// Every fault, in the order in which a listing shows them.
+const std::array<CameraFaultText, 11>& cameraFaultTexts();
+
+/// One fault that is switched on.
+struct CameraFaultRule
+{
+    CameraFault fault;
+    /// Which call it strikes, counted from 1 since it was switched on; 0 strikes every call.
+    int nthCall = 0;
+    /// RequestFails only: the request, and the errno that it fails with.
+    unsigned long request = 0;
+    int error = EIO;
+};
+
+/// The faults that are on. Any thread.
+class CameraFaults
+{
+public:
+    void enable(const CameraFaultRule& rule);
+    /// Switches a fault on by its command line form, "name", "name:N" or, for ioctls,
+    /// "ioctl:VIDIOC_QBUF[:EIO[:N]]"; false where that names no fault, request or errno.
+    bool enable(const std::string& text);
+    /// Switches one fault, or all of them, off.
+    void disable(CameraFault fault);
+    void clear();
+
+    /// Whether a lasting fault is on.
+    bool isOn(CameraFault fault) const;
+    /// Counts one call of a fault's kind and tells whether it is struck.
+    bool strikes(CameraFault fault);
+    /// Counts one ioctl and gives the errno that it has to fail with, if it has to.
+    std::optional<int> strikesRequest(unsigned long request);
+
+private:
+    struct Counted
+    {
+        CameraFaultRule rule;
+        int calls = 0;
+    };
+
+    std::optional<int> struckBy(CameraFault fault, unsigned long request);
+
+    mutable std::mutex m_mutex;
+    std::vector<Counted> m_rules;
+};
+
+/// A request's name in the kernel's headers, such as "VIDIOC_QBUF"; its number in
+/// hexadecimal where it is none that the camera knows.
+std::string requestName(unsigned long request);

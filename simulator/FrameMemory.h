@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/// Memory of one driver buffer, shared by the device and whoever has it mapped: whole pages,
+/// zero at first, and only occupied once they are used.
+class FrameMemory
+{
+public:
+    explicit FrameMemory(std::size_t bytes);
+    ~FrameMemory();
+    FrameMemory(const FrameMemory&) = delete;
+    FrameMemory& operator=(const FrameMemory&) = delete;
+
+    /// nullptr when there was no memory.
+    std::uint8_t* data() const { return m_data; }
+    /// The bytes asked for; the memory goes on to the end of the last page.
+    std::size_t bytes() const { return m_bytes; }
+    /// What a length takes in whole pages.
+    static std::size_t inWholePages(std::size_t bytes);
+
+private:
+    std::size_t m_bytes;
+    std::uint8_t* m_data;
+};

@@ -1,0 +1,187 @@
+#include "simulator/Optics.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <random>
+
+namespace {
+
+constexpr double kNearFocus_steps = 32000.0;
+constexpr double kFocusSpreadLow_steps = 200.0;
+constexpr double kFocusSpreadHigh_steps = 2000.0;
+// A pixel averages over its own width, which blurs by a twelfth of a pixel squared.
+constexpr double kPixelVariance_px2 = 1.0 / 12.0;
+
+constexpr int kLumaBlack = 16;
+constexpr int kChromaZero = 128;
+// The noise of a byte is limited, so that luma without its 16 and noise with it added can
+// be summed a word at a time: neither 0 nor 255 is ever crossed.
+constexpr int kNoiseLimit = 16;
+static_assert(kNoiseLimit == kLumaBlack, "noise is added in place of the luma's offset");
+// Rows start at any word of the tile; the tail is as long as half the widest row.
+constexpr std::size_t kNoiseTileWords = 1U << 15U;
+constexpr std::size_t kNoiseTailWords = kFullWidth_px / 2;
+constexpr double kUnitNoise = 1000.0;
+
+constexpr std::size_t kRed = 0;
+constexpr std::size_t kGreen = 1;
+constexpr std::size_t kBlue = 2;
+
+double focusFromSeed(std::uint32_t seed)
+{
+    std::mt19937 engine(seed);
+    const double distance =
+        kFocusSpreadLow_steps + (kFocusSpreadHigh_steps - kFocusSpreadLow_steps) * (engine() / 4294967296.0);
+    return kNearFocus_steps + ((engine() & 1U) != 0 ? distance : -distance);
+}
+
+// A well-mixed number from a counter (the finaliser of splitmix64).
+std::uint64_t mixed(std::uint64_t counter)
+{
+    std::uint64_t value = counter * 0x9E3779B97F4A7C15ULL;
+    value = (value ^ (value >> 30U)) * 0xBF58476D1CE4E5B9ULL;
+    value = (value ^ (value >> 27U)) * 0x94D049BB133111EBULL;
+    return value ^ (value >> 31U);
+}
+
+struct Yuv
+{
+    int luma;
+    int chromaBlue;
+    int chromaRed;
+};
+
+// BT.601, limited range.
+Yuv yuvOf(const std::array<double, 3>& rgb)
+{
+    const double luma = 0.257 * rgb[kRed] + 0.504 * rgb[kGreen] + 0.098 * rgb[kBlue];
+    const double blue = -0.148 * rgb[kRed] - 0.291 * rgb[kGreen] + 0.439 * rgb[kBlue];
+    const double red = 0.439 * rgb[kRed] - 0.368 * rgb[kGreen] - 0.071 * rgb[kBlue];
+    return {static_cast<int>(std::lround(luma)), kChromaZero + static_cast<int>(std::lround(blue)),
+            kChromaZero + static_cast<int>(std::lround(red))};
+}
+
+std::uint32_t wordOf(int byte0, int byte1, int byte2, int byte3)
+{
+    const std::array<std::uint8_t, 4> bytes{
+        static_cast<std::uint8_t>(byte0), static_cast<std::uint8_t>(byte1), static_cast<std::uint8_t>(byte2),
+        static_cast<std::uint8_t>(byte3)};
+    std::uint32_t word = 0;
+    std::memcpy(&word, bytes.data(), sizeof word);
+    return word;
+}
+
+using ToneTable = std::array<std::uint32_t, 256>;
+
+void developRow(const std::uint8_t* absorption, const std::uint32_t* noise, int pairs, const ToneTable& left,
+                const ToneTable& right, std::uint8_t* yuyv)
+{
+    for (int i = 0; i < pairs; ++i) {
+        const std::uint32_t word = left[absorption[2 * i]] + right[absorption[2 * i + 1]] + noise[i];
+        std::memcpy(yuyv + static_cast<std::ptrdiff_t>(4) * i, &word, sizeof word);
+    }
+}
+
+} // namespace
+
+// What a pixel of each absorption adds to the word Y0 U Y1 V of its pair, as the left and as
+// the right pixel: its own luma, and half of the pair's chroma.
+struct Optics::ToneTables
+{
+    ToneTable left;
+    ToneTable right;
+};
+
+Optics::Optics(const OpticsParameters& parameters, const Slide& slide)
+    : m_parameters(parameters),
+      m_slide(slide),
+      m_bestFocus_steps(parameters.bestFocus_steps.value_or(focusFromSeed(parameters.seed)))
+{
+    std::mt19937 engine(parameters.seed);
+    std::normal_distribution<double> normal(0.0, kUnitNoise);
+    m_unitNoise.resize(2 * (kNoiseTileWords + kNoiseTailWords));
+    for (std::int16_t& value : m_unitNoise) {
+        value = static_cast<std::int16_t>(normal(engine));
+    }
+    m_noiseWords.resize(m_unitNoise.size() / 2);
+}
+
+double Optics::blur_px(double stagePosition_steps, const SlideDisc& disc) const
+{
+    const double distance_steps = stagePosition_steps - m_bestFocus_steps - disc.focusOffset_steps;
+    const double blur =
+        std::hypot(m_parameters.sharpestBlur_px, m_parameters.blurPerStep_px * distance_steps);
+    return std::min(blur, m_parameters.largestBlur_px);
+}
+
+std::array<double, 3> Optics::colour(const PictureInputs& inputs, double absorption) const
+{
+    const double led = inputs.light.ledOn ? inputs.light.ledLevel / m_parameters.nominalLedLevel : 0.0;
+    const double light =
+        led * inputs.sensor.gain * inputs.sensor.exposure_lines / m_parameters.nominalExposure_lines;
+    std::array<double, 3> rgb{};
+    for (std::size_t channel = 0; channel < rgb.size(); ++channel) {
+        const double passed = 1.0 - absorption * m_slide.stainColour()[channel];
+        const double level = (m_parameters.fieldLevel - m_parameters.darkLevel) * light *
+                             inputs.sensor.colourGains[channel] * passed;
+        rgb[channel] = std::clamp(m_parameters.darkLevel + level, 0.0, 255.0);
+    }
+    return rgb;
+}
+
+void Optics::draw(const PictureMode& mode, const PictureInputs& inputs, std::uint64_t noiseNumber,
+                  std::uint8_t* yuyv)
+{
+    const double stage_steps = inputs.light.stagePosition_steps;
+    std::vector<BlurredDisc> discs;
+    for (const SlideDisc& disc : m_slide.discs()) {
+        const double blur = blur_px(stage_steps, disc) / mode.scale;
+        discs.push_back({(disc.centre.x_px + 0.5 - mode.left_px) / mode.scale - 0.5,
+                         (disc.centre.y_px + 0.5 - mode.top_px) / mode.scale - 0.5,
+                         disc.radius_px / mode.scale, std::sqrt(blur * blur + kPixelVariance_px2),
+                         disc.absorption});
+    }
+    m_painter.prepare(discs, mode.width_px);
+    const ToneTables tones = toneTables(inputs);
+    scaleNoise(inputs.sensor.gain);
+
+    const std::uint64_t noiseSeed = mixed(noiseNumber + (std::uint64_t{m_parameters.seed} << 32U));
+    for (int y = 0; y < mode.height_px; ++y) {
+        const int stripRow = y % BlurredDiscs::kStripRows;
+        if (stripRow == 0) {
+            m_painter.paintStrip(y);
+        }
+        const std::size_t offset = mixed(noiseSeed + static_cast<std::uint64_t>(y)) % kNoiseTileWords;
+        developRow(m_painter.row(stripRow), m_noiseWords.data() + offset, mode.width_px / 2, tones.left,
+                   tones.right, yuyv + static_cast<std::ptrdiff_t>(y) * mode.width_px * 2);
+    }
+}
+
+Optics::ToneTables Optics::toneTables(const PictureInputs& inputs) const
+{
+    ToneTables tables{};
+    for (std::size_t level = 0; level < tables.left.size(); ++level) {
+        const Yuv yuv = yuvOf(colour(inputs, static_cast<double>(level) / 255.0));
+        tables.left[level] = wordOf(yuv.luma, (yuv.chromaBlue + 1) / 2, 0, (yuv.chromaRed + 1) / 2);
+        tables.right[level] = wordOf(0, yuv.chromaBlue / 2, yuv.luma, yuv.chromaRed / 2);
+    }
+    return tables;
+}
+
+void Optics::scaleNoise(double gain)
+{
+    const double levels = m_parameters.noise_levels * std::sqrt(gain);
+    if (levels == m_scaledNoise_levels) {
+        return;
+    }
+    m_scaledNoise_levels = levels;
+    const auto scaled = [levels](std::int16_t unit) {
+        const long noise = std::lround(unit / kUnitNoise * levels);
+        return kNoiseLimit + static_cast<int>(std::clamp(noise, static_cast<long>(-kNoiseLimit),
+                                                         static_cast<long>(kNoiseLimit)));
+    };
+    for (std::size_t i = 0; i < m_noiseWords.size(); ++i) {
+        m_noiseWords[i] = wordOf(scaled(m_unitNoise[2 * i]), 0, scaled(m_unitNoise[2 * i + 1]), 0);
+    }
+}
