@@ -6,7 +6,7 @@
 namespace {
 
 constexpr int kLargestReduction = 8;
-// A Gaussian is safely sampled once a sigma.  With twice as many samples the interpolation
+// A Gaussian is safely sampled once a sigma. With twice as many samples the interpolation
 // between them cannot be seen either.
 constexpr double kSamplesPerSigma = 2.5;
 // Beyond so many sigmas an opaque disc's edge adds less than half a level of 255.

@@ -11,8 +11,8 @@ constexpr std::array<double, 3> kBlackInk{1.0, 1.0, 1.0};
 
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kCellGap_px = 5.0;
-constexpr double kFaintestCell = 0.45;
-constexpr double kDarkestCell = 0.85;
+constexpr double kFaintestCell = 0.5;
+constexpr double kDarkestCell = 0.9;
 constexpr double kSmallestDust_px = 10.0;
 constexpr double kLargestDust_px = 18.0;
 constexpr double kDustAbsorption = 0.75;
@@ -30,16 +30,9 @@ struct Area
     double top;
     double right;
     double bottom;
-
-    bool contains(const SlidePoint& point) const
-    {
-        return point.x_px >= left && point.x_px <= right && point.y_px >= top && point.y_px <= bottom;
-    }
 };
 
 constexpr Area kField{0.0, 0.0, kFullWidth_px - 1.0, kFullHeight_px - 1.0};
-constexpr Area kCentre{kFullWidth_px * 0.25, kFullHeight_px * 0.25, kFullWidth_px * 0.75,
-                       kFullHeight_px * 0.75};
 
 // The standard distributions differ between libraries; a seed has to give one slide everywhere.
 class Dice
@@ -58,6 +51,14 @@ public:
         return {x_px, between(area.top, area.bottom)};
     }
 
+    // The mean of two places: the middle is the likeliest, the corners are the least likely.
+    SlidePoint towardsMiddle(const Area& area)
+    {
+        const SlidePoint one = within(area);
+        const SlidePoint other = within(area);
+        return {(one.x_px + other.x_px) / 2.0, (one.y_px + other.y_px) / 2.0};
+    }
+
 private:
     std::mt19937 m_engine;
 };
@@ -73,16 +74,14 @@ bool isFree(const std::vector<SlideDisc>& discs, const SlidePoint& place, double
     return true;
 }
 
-void addCells(const SlideParameters& parameters, Dice& dice, bool central, int count,
-              std::vector<SlideDisc>& discs)
+void addCells(const SlideParameters& parameters, Dice& dice, std::vector<SlideDisc>& discs)
 {
-    const Area& area = central ? kCentre : kField;
-    for (int cell = 0; cell < count; ++cell) {
+    for (int cell = 0; cell < parameters.cellCount; ++cell) {
         const double radius = dice.between(parameters.smallestCellRadius_px, parameters.largestCellRadius_px);
         const double absorption = dice.between(kFaintestCell, kDarkestCell);
         for (int attempt = 0; attempt < kPlacementTries; ++attempt) {
-            const SlidePoint place = dice.within(area);
-            if (kCentre.contains(place) == central && isFree(discs, place, radius)) {
+            const SlidePoint place = dice.towardsMiddle(kField);
+            if (isFree(discs, place, radius)) {
                 discs.push_back({place, radius, absorption, 0.0});
                 break;
             }
@@ -130,8 +129,7 @@ Slide::Slide(const SlideParameters& parameters)
     Dice dice(parameters.seed);
     switch (m_kind) {
     case SlideKind::Cells:
-        addCells(parameters, dice, true, parameters.centralCellCount, m_discs);
-        addCells(parameters, dice, false, parameters.cellCount - parameters.centralCellCount, m_discs);
+        addCells(parameters, dice, m_discs);
         addDust(parameters, dice, m_discs);
         break;
     case SlideKind::Target:

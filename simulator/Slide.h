@@ -36,9 +36,9 @@ struct SlideParameters
 {
     SlideKind kind = SlideKind::Cells;
     std::uint32_t seed = 1;
-    /// Cells in the whole field and, of these, in its central quarter (the VGA picture).
-    int cellCount = 330;
-    int centralCellCount = 165;
+    /// Cells in the whole field, denser towards its middle; about half of them lie in the
+    /// central quarter, which is what the 640 x 480 picture shows.
+    int cellCount = 420;
     double smallestCellRadius_px = 13.0;
     double largestCellRadius_px = 34.0;
     /// Places of the target's two dots; from the seed where they are not given.
@@ -51,7 +51,7 @@ struct SlideParameters
     /// A layer of dust whose own focus lies this far from the slide's: a second, false
     /// focus peak. None at 0.
     double dustOffset_steps = 0.0;
-    int dustCount = 60;
+    int dustCount = 130;
 };
 
 /// What lies under the microscope: a seeded scene of discs that do not overlap.
