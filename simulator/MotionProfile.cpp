@@ -66,7 +66,7 @@ double MotionProfile::position_steps(double elapsed_s) const
 
 double MotionProfile::speed_stepsPerS(double elapsed_s) const
 {
-    if (elapsed_s < 0.0)
+    if (elapsed_s < 0.0 || elapsed_s >= duration_s())
         return 0.0;
     for (const Phase& phase : m_phases) {
         if (elapsed_s < phase.duration_s)
