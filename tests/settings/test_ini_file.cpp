@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <QDir>
+#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QtTest>
@@ -211,6 +212,30 @@ private slots:
             put(instrumentPath(other), bytesOf(name));
             QVERIFY(writeIniEntries(entries, other.toStdString()));
             QCOMPARE(bytesOf(instrumentPath(other)), oneByOne);
+        }
+    }
+
+    void noContentHoweverOddKeepsAFileFromBeingSaved()
+    {
+        static const char* const kPieces[] = {
+            "\n",  "\r\n",   "[",     "]",         "=",           ",",          ";",
+            "#",   "\"",     "\\",    "\\x",       "\\x0",        "%",          "%20",
+            "%zz", "%U0416", "@",     "@Variant(", "@ByteArray(", "@Invalid()", ")",
+            " ",   "\t",     "\xe9",  "\xc3\xa9",  "a",           "General",    "%General",
+            "/",   "A=1\n",  "[a]\n", "[b%20c]\n", "v=x, y\n",    "\\\n"};
+        QRandomGenerator random(20);
+        for (int round = 0; round < 400; ++round) {
+            // QSettings may take a quick rewrite of a file that it knows for unchanged.
+            const QString reference = m_directory->filePath(QString::number(round));
+            QByteArray odd = round % 8 == 0 ? "\xef\xbb\xbf" : "";
+            for (int i = random.bounded(40); i >= 0; --i)
+                odd += kPieces[random.bounded(int(std::size(kPieces)))];
+            put(machinePath(), odd);
+            put(reference, odd);
+            const IniEntry entry{"Z stage", "Step", std::to_string(round)};
+            writeInPlace(entry, reference);
+            QVERIFY2(writeIniEntries({entry}, kFile.toStdString()), odd.toPercentEncoding());
+            QCOMPARE(bytesOf(machinePath()), bytesOf(reference));
         }
     }
 

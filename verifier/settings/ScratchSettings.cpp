@@ -1,7 +1,5 @@
 #include "settings/ScratchSettings.h"
 
-#include <sys/stat.h>
-
 #include <QFile>
 
 namespace {
@@ -9,11 +7,20 @@ namespace {
 // Can be neither read nor created, whoever runs the program.
 const QString kNowhere = QStringLiteral("/dev/null/settings");
 
-// 0 if there is no such file.
-ino_t fileNumber(const QString& path)
+// A key in a group that sorts behind all others, and how the two stand in a file.
+const QString kEndMark = QStringLiteral("\uFFFF/end");
+constexpr char kEndLines[] = "[%UFFFF]\nend=1\n";
+
+// Takes the end mark away, with the empty line that parts its group from the last one.
+// False if the content does not end with it.
+bool takeEndMark(QByteArray& content)
 {
-    struct stat file = {};
-    return ::stat(QFile::encodeName(path).constData(), &file) == 0 ? file.st_ino : 0;
+    if (!content.endsWith(kEndLines))
+        return false;
+    content.chop(static_cast<int>(qstrlen(kEndLines)));
+    if (!content.isEmpty())
+        content.chop(1);
+    return true;
 }
 
 } // namespace
@@ -25,7 +32,6 @@ ScratchSettings::ScratchSettings(const QString& path, const QByteArray& content,
     if (path.isEmpty() || !copy.open(QIODevice::WriteOnly) || copy.write(content) != content.size() ||
         !copy.flush())
         m_reason = copy.errorString();
-    m_copy = fileNumber(path);
     m_settings = std::make_unique<QSettings>(m_reason.isEmpty() ? path : kNowhere, format);
 }
 
@@ -33,19 +39,20 @@ ScratchSettings::~ScratchSettings() = default;
 
 bool ScratchSettings::finish(QByteArray& content, QString& reason)
 {
+    // The status does not tell: QSettings passes over a write that fails in the last block,
+    // and after a format error over every failure. What ends with the mark is complete.
+    m_settings->setValue(kEndMark, 1);
     m_settings->sync();
-    // After a format error QSettings keeps silent about a failed write; but a successful
-    // one has put another file in the copy's place.
-    const bool refused = m_settings->status() == QSettings::AccessError ||
-                         (m_settings->status() == QSettings::FormatError && fileNumber(m_path) == m_copy);
-    if (m_reason.isEmpty() && refused)
-        m_reason = QStringLiteral("scratch file cannot be written");
+    reason = m_reason;
+    if (!reason.isEmpty())
+        return false;
 
     QFile written(m_path);
-    if (m_reason.isEmpty() && written.open(QIODevice::ReadOnly))
+    if (written.open(QIODevice::ReadOnly))
         content = written.readAll();
-    if (m_reason.isEmpty() && written.error() != QFileDevice::NoError)
-        m_reason = written.errorString();
-    reason = m_reason;
-    return m_reason.isEmpty();
+    if (written.error() != QFileDevice::NoError)
+        reason = written.errorString();
+    else if (!takeEndMark(content))
+        reason = QStringLiteral("scratch file cannot be written");
+    return reason.isEmpty();
 }

@@ -2,8 +2,6 @@
 
 #include <memory>
 
-#include <sys/types.h>
-
 #include <QByteArray>
 #include <QSettings>
 #include <QString>
@@ -21,13 +19,13 @@ public:
     /// Works in memory even where the scratch file could not be written; finish() tells.
     QSettings& settings() { return *m_settings; }
 
-    /// Puts the whole new content into content. False, with the reason, if it could not be
-    /// written; a line of the old content that is no INI line is left out, and no failure.
+    /// Puts the whole new content into content. Call it once, with no group open. False, with
+    /// the reason, if it could not be written. A line of the old content that is no INI line
+    /// is left out; that is no failure.
     bool finish(QByteArray& content, QString& reason);
 
 private:
     QString m_path;
-    ino_t m_copy = 0; ///< file number of the copy, before QSettings replaces it
     QString m_reason; ///< why there is no copy; empty if there is
     std::unique_ptr<QSettings> m_settings;
 };
