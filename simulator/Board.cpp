@@ -103,12 +103,26 @@ void Board::receiveLine(std::string_view line, InstrumentTime now)
     Request request{command.value_or(kMalformed), faultsFor(command.value_or(kMalformed).command)};
     const CommandRow* row = findCommand(request.line);
     if (row && row->atOnce)
-        reply(request, carryOut(request, now));
-    else if (m_job)
+        answerAtOnce(request, now);
+    else if (m_job || m_stopping)
         m_queue.push_back(std::move(request));
     else
         start(std::move(request), now);
     advance(now);
+}
+
+// A STOP is answered when the stage has come to rest, so that the position asked for next is
+// the final one.
+void Board::answerAtOnce(const Request& request, InstrumentTime now)
+{
+    Outcome outcome = carryOut(request, now);
+    if (outcome.end <= now) {
+        reply(request, outcome);
+        return;
+    }
+    if (m_stopping)
+        reply(m_stopping->request, {true, now});
+    m_stopping = Job{request, std::move(outcome)};
 }
 
 void Board::start(Request request, InstrumentTime now)
@@ -119,16 +133,24 @@ void Board::start(Request request, InstrumentTime now)
 
 void Board::advance(InstrumentTime now)
 {
-    while (m_job && m_job->outcome.end <= now) {
-        const Job job = std::move(*m_job);
-        m_job.reset();
+    // The STOP's own answer comes before that of the command which it cut short.
+    for (std::optional<Job>* due = firstDue(now); due != nullptr; due = firstDue(now)) {
+        const Job job = std::move(**due);
+        due->reset();
         reply(job.request, job.outcome);
-        if (m_queue.empty())
-            return;
-        Request next = std::move(m_queue.front());
-        m_queue.pop_front();
-        start(std::move(next), job.outcome.end);
+        if (!m_job && !m_stopping && !m_queue.empty()) {
+            Request next = std::move(m_queue.front());
+            m_queue.pop_front();
+            start(std::move(next), job.outcome.end);
+        }
     }
+}
+
+std::optional<Board::Job>* Board::firstDue(InstrumentTime now)
+{
+    if (m_stopping && m_stopping->outcome.end <= now)
+        return &m_stopping;
+    return m_job && m_job->outcome.end <= now ? &m_job : nullptr;
 }
 
 Board::Outcome Board::carryOut(const Request& request, InstrumentTime now)
@@ -183,6 +205,8 @@ std::string Board::takeOutput(InstrumentTime now)
 
 std::optional<InstrumentTime> Board::commandEnd() const
 {
+    if (m_stopping)
+        return m_stopping->outcome.end;
     return m_job ? std::make_optional(m_job->outcome.end) : std::nullopt;
 }
 
@@ -203,6 +227,7 @@ void Board::setPowered(bool on, InstrumentTime now)
     m_powered = on;
     m_stage.halt(now);
     m_job.reset();
+    m_stopping.reset();
     m_queue.clear();
     m_input.clear();
     m_transmitter.clear();

@@ -43,10 +43,11 @@ struct BoardLight
 /// synchronised.
 ///
 /// Commands are answered one after the other, each when it is done: a move when it is over,
-/// continuous motion as soon as it has begun. GET_POS and STOP are answered at once, in the
-/// middle of a move too. STOP brakes; the move that it cuts short and the stage commands that
-/// wait behind it then answer a failure. What the board refuses, it answers with "NG" and
-/// leaves undone: unknown or malformed lines, arguments out of range, targets outside the travel.
+/// continuous motion as soon as it has begun. GET_POS is answered at once, in the middle of a
+/// move too. STOP brakes at once and is answered when the stage rests; the move that it cuts
+/// short and the stage commands that wait behind it then answer a failure. What the board refuses, it answers
+/// with "NG" and leaves undone: unknown or malformed lines, arguments out of range, targets outside the
+/// travel.
 class Board
 {
 public:
@@ -116,7 +117,9 @@ private:
     static const CommandRow* findCommand(const BoardCommandLine& line);
 
     void receiveLine(std::string_view line, InstrumentTime now);
+    void answerAtOnce(const Request& request, InstrumentTime now);
     void start(Request request, InstrumentTime now);
+    std::optional<Job>* firstDue(InstrumentTime now);
     void advance(InstrumentTime now);
     Outcome carryOut(const Request& request, InstrumentTime now);
     void reply(const Request& request, const Outcome& outcome);
@@ -142,7 +145,8 @@ private:
     BoardTransmitter m_transmitter;
     std::string m_input; // of the line that is not complete yet
     std::deque<std::string> m_received;
-    std::optional<Job> m_job; // the command under way
+    std::optional<Job> m_job;      // the command under way
+    std::optional<Job> m_stopping; // the STOP that brakes
     std::deque<Request> m_queue;
     std::vector<Fault> m_faults;
     std::array<int, 4> m_amplitudes{};

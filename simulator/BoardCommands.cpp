@@ -62,12 +62,12 @@ Board::Outcome Board::run(int variant, int argument, InstrumentTime now)
 // The interrupted command fails when the stage has come to rest, after the STOP's own answer.
 Board::Outcome Board::stop(int, int, InstrumentTime now)
 {
-    const InstrumentTime rest = m_stage.stop(now);
+    const InstrumentTime rest = std::max(now, m_stage.stop(now));
     if (m_job)
-        m_job->outcome = {false, std::max(now, rest)};
+        m_job->outcome = {false, rest};
     for (Request& request : m_queue)
         request.cancelled = request.line.target == "STM1";
-    return {true, now};
+    return {true, rest};
 }
 
 Board::Outcome Board::position(int, int, InstrumentTime now)

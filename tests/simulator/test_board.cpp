@@ -213,10 +213,10 @@ private slots:
         Board board;
         board.receive("$,STM1,ABS,44000,\r\n$,STM1,MVP,1,\r\n$,LED4,OFF,,\r\n", kStart);
         board.receive("$,STM1,STOP,,\r\n", kStart + s(1.0));
-        QCOMPARE(board.takeOutput(kStart + s(1.0)), std::string("$OK,STM1,STOP,,\r\n"));
         QCOMPARE(board.takeOutput(kStart + s(1.39)), std::string());
-        QCOMPARE(board.takeOutput(kStart + s(1.41)),
-                 std::string("$NG,STM1,ABS,44000,\r\n$NG,STM1,MVP,1,\r\n$OK,LED4,OFF,,\r\n"));
+        QCOMPARE(
+            board.takeOutput(kStart + s(1.41)),
+            std::string("$OK,STM1,STOP,,\r\n$NG,STM1,ABS,44000,\r\n$NG,STM1,MVP,1,\r\n$OK,LED4,OFF,,\r\n"));
         // 3200 accelerating, 9600 at full speed, 3200 braking
         QCOMPARE(board.light(kStart + kForever).stagePosition_steps, 28000.0);
     }
@@ -227,6 +227,8 @@ private slots:
         QCOMPARE(answerTo(board, "$,STM1,RON,250,\r\n", kStart - s(1.0)),
                  std::string("$OK,STM1,RON,250,\r\n"));
         board.receive("$,STM1,STOP,,\r\n", kStart);
+        QCOMPARE(board.takeOutput(kStart + s(0.09)), std::string()); // 4000 steps/s at 40000 steps/s2
+        QCOMPARE(board.takeOutput(kStart + s(0.11)), std::string("$OK,STM1,STOP,,\r\n"));
         const double rest = board.light(kStart + s(0.2)).stagePosition_steps;
         QCOMPARE(board.light(kStart + kForever).stagePosition_steps, rest);
         QVERIFY(qAbs(rest - 8000.0) <= 1.0); // 1 s at 4000 steps/s; the ramps make up for one another
@@ -238,6 +240,26 @@ private slots:
         board.receive("$,STM1,SELF_DIAG,,\r\n", kStart);
         QCOMPARE(answerTo(board, "$,STM1,STOP,,\r\n", kStart + s(2.0)),
                  std::string("$OK,STM1,STOP,,\r\n$NG,STM1,SELF_DIAG,,\r\n"));
+    }
+
+    void aCommandWaitsUntilTheStageHasBraked()
+    {
+        Board board;
+        answerTo(board, "$,STM1,RON,250,\r\n", kStart - s(1.0));
+        board.receive("$,STM1,STOP,,\r\n$,DEVICE,READY,,\r\n", kStart);
+        QCOMPARE(board.takeOutput(kStart + s(0.09)), std::string());
+        QCOMPARE(board.takeOutput(kStart + s(0.11)),
+                 std::string("$OK,STM1,STOP,,\r\n$OK,DEVICE,READY,,\r\n"));
+    }
+
+    void aSecondStopAnswersTheFirst()
+    {
+        Board board;
+        answerTo(board, "$,STM1,RON,250,\r\n", kStart - s(1.0));
+        board.receive("$,STM1,STOP,,\r\n$,STM1,STOP,,\r\n", kStart);
+        QCOMPARE(board.takeOutput(kStart), std::string("$OK,STM1,STOP,,\r\n"));
+        QCOMPARE(board.takeOutput(kStart + s(0.11)), std::string("$OK,STM1,STOP,,\r\n"));
+        QVERIFY(!board.commandEnd());
     }
 
     void aRelativeMoveDuringContinuousMotionCountsFromItsRest()
