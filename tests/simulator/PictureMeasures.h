@@ -22,8 +22,8 @@ public:
     /// Red, green and blue of a pixel, 0..255.
     std::array<double, 3> rgb(int x, int y) const
     {
-        const std::uint8_t* pair = &m_yuyv[static_cast<std::size_t>(y * m_mode.width_px + x) / 2 * 4];
-        const double luma = 1.164 * (pair[x % 2 * 2] - 16);
+        const std::uint8_t* pair = pairAt(x, y);
+        const double luma = 1.164 * (pair[x % 2 == 0 ? 0 : 2] - 16);
         const double blue = pair[1] - 128;
         const double red = pair[3] - 128;
         return {std::clamp(luma + 1.596 * red, 0.0, 255.0),
@@ -32,10 +32,7 @@ public:
     }
 
     /// Green alone, in whole levels and integer arithmetic.
-    int green(int x, int y) const
-    {
-        return greenOf(&m_yuyv[static_cast<std::size_t>(y * m_mode.width_px + x) / 2 * 4], x % 2);
-    }
+    int green(int x, int y) const { return greenOf(pairAt(x, y), x % 2); }
 
     /// Mean red, green and blue of the whole picture.
     std::array<double, 3> mean() const
@@ -60,9 +57,8 @@ public:
         std::uint64_t sum = 0;
         std::vector<int> row(static_cast<std::size_t>(width));
         for (int y = 0; y < m_mode.height_px; ++y) {
-            const std::uint8_t* pairs = &m_yuyv[static_cast<std::size_t>(y) * width * 2];
             for (int x = 0; x < width; ++x)
-                row[x] = greenOf(pairs + x / 2 * 4, x % 2);
+                row[x] = green(x, y);
             // A row's own sum fits: 2590 times 255 squared.
             std::uint32_t rowSum = 0;
             for (int x = 0; x + 2 < width; ++x)
@@ -76,10 +72,16 @@ public:
     double focusValue() const { return static_cast<double>(squaredDifferences()) / 1e6; }
 
 private:
+    /// The pair of pixels that a pixel belongs to: Y0 U Y1 V.
+    const std::uint8_t* pairAt(int x, int y) const
+    {
+        const auto pixel = static_cast<std::size_t>(y) * m_mode.width_px + x;
+        return m_yuyv.data() + pixel / 2 * 4;
+    }
     static int greenOf(const std::uint8_t* pair, int pixel)
     {
         const int chroma = 100 * (pair[1] - 128) + 208 * (pair[3] - 128);
-        const int level = (298 * (pair[2 * pixel] - 16) - chroma + 128) / 256;
+        const int level = (298 * (pair[pixel == 0 ? 0 : 2] - 16) - chroma + 128) / 256;
         return std::min(std::max(level, 0), 255);
     }
 

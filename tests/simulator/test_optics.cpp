@@ -10,8 +10,9 @@
 
 namespace {
 
-constexpr int kSweepStep_steps = 640;
+constexpr double kSweepStep_steps = 640.0;
 constexpr int kSweepPositions = 15;
+constexpr int kStepsBelowCentre = 7;
 constexpr int kDotThreshold = 50;
 
 OpticsParameters opticsWith(std::uint32_t seed, double noise_levels)
@@ -250,13 +251,13 @@ private slots:
         QFETCH(int, seed);
         Optics optics(opticsWith(std::uint32_t(seed), 1.0),
                       Slide(slideOf(SlideKind::Cells, std::uint32_t(seed))));
-        const double start = 32000.0 - kSweepPositions / 2 * kSweepStep_steps - optics.bestFocus_steps();
+        const double start = 32000.0 - kStepsBelowCentre * kSweepStep_steps - optics.bestFocus_steps();
         const int best = int(std::lround(-start / kSweepStep_steps));
         std::vector<double> values;
+        std::uint64_t noiseNumber = 100;
         for (int position = 0; position < kSweepPositions; ++position) {
             const PictureInputs inputs = nominalInputs(optics, start + position * kSweepStep_steps);
-            const MeasuredPicture picture =
-                drawn(optics, modeNumber(mode), inputs, std::uint64_t(100 + position));
+            const MeasuredPicture picture = drawn(optics, modeNumber(mode), inputs, noiseNumber++);
             const std::uint64_t sum = picture.squaredDifferences();
             QVERIFY(sum <= std::numeric_limits<std::uint32_t>::max());
             values.push_back(static_cast<double>(sum) / 1e6);

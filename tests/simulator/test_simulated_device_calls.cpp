@@ -18,7 +18,7 @@ namespace {
 constexpr unsigned long kForcedAddress = 0x0706;
 constexpr unsigned long kPlainAddress = 0x0703;
 constexpr unsigned long kSensor = 0x3C;
-constexpr std::size_t kVgaBytes = 640 * 480 * 2;
+constexpr std::size_t kVgaBytes = 640UL * 480UL * 2UL;
 
 SimulatedCameraParameters quickParameters()
 {
