@@ -27,9 +27,9 @@ public:
 
     float operator()(float x) const
     {
-        const float clamped = std::clamp(x, static_cast<float>(-kLimit), static_cast<float>(kLimit));
-        return m_values[static_cast<std::size_t>((clamped + static_cast<float>(kLimit)) * kStepsPerUnit +
-                                                 0.5F)];
+        const float limit = static_cast<float>(kLimit);
+        const float steps = (std::clamp(x, -limit, limit) + limit) * kStepsPerUnit;
+        return m_values[static_cast<std::size_t>(steps + 0.5F)];
     }
 
 private:

@@ -333,7 +333,7 @@ void CaptureDevice::fill(Buffer& buffer, InstrumentTime time)
     ++m_framesDelivered;
 }
 
-// Only buffers that the program has no hand on are trusted to hold what was put into them.
+// A buffer in the program's hands may be written to, so it is not copied from.
 const CaptureDevice::Buffer* CaptureDevice::holderOf(std::uint64_t picture) const
 {
     const auto holder = std::find_if(m_buffers.begin(), m_buffers.end(), [picture](const Buffer& buffer) {

@@ -74,12 +74,12 @@ std::uint32_t wordOf(int byte0, int byte1, int byte2, int byte3)
 
 using ToneTable = std::array<std::uint32_t, 256>;
 
-void developRow(const std::uint8_t* absorption, const std::uint32_t* noise, int pairs, const ToneTable& left,
-                const ToneTable& right, std::uint8_t* yuyv)
+void developRow(const std::uint8_t* absorption, const std::uint32_t* noise, std::size_t pairs,
+                const ToneTable& left, const ToneTable& right, std::uint8_t* yuyv)
 {
-    for (int i = 0; i < pairs; ++i) {
+    for (std::size_t i = 0; i < pairs; ++i) {
         const std::uint32_t word = left[absorption[2 * i]] + right[absorption[2 * i + 1]] + noise[i];
-        std::memcpy(yuyv + static_cast<std::ptrdiff_t>(4) * i, &word, sizeof word);
+        std::memcpy(yuyv + 4 * i, &word, sizeof word);
     }
 }
 
@@ -146,6 +146,7 @@ void Optics::draw(const PictureMode& mode, const PictureInputs& inputs, std::uin
     const ToneTables tones = toneTables(inputs);
     scaleNoise(inputs.sensor.gain);
 
+    const std::size_t pairs = static_cast<std::size_t>(mode.width_px) / 2;
     const std::uint64_t noiseSeed = mixed(noiseNumber + (std::uint64_t{m_parameters.seed} << 32U));
     for (int y = 0; y < mode.height_px; ++y) {
         const int stripRow = y % BlurredDiscs::kStripRows;
@@ -153,8 +154,8 @@ void Optics::draw(const PictureMode& mode, const PictureInputs& inputs, std::uin
             m_painter.paintStrip(y);
         }
         const std::size_t offset = mixed(noiseSeed + static_cast<std::uint64_t>(y)) % kNoiseTileWords;
-        developRow(m_painter.row(stripRow), m_noiseWords.data() + offset, mode.width_px / 2, tones.left,
-                   tones.right, yuyv + static_cast<std::ptrdiff_t>(y) * mode.width_px * 2);
+        developRow(m_painter.row(stripRow), m_noiseWords.data() + offset, pairs, tones.left, tones.right,
+                   yuyv + static_cast<std::size_t>(y) * pairs * sizeof(std::uint32_t));
     }
 }
 

@@ -169,7 +169,7 @@ int SimulatedDeviceCalls::fcntl(int fd, int command, int argument)
     }
 }
 
-// The transfer's bytes, or nothing and the errno: how a bus adapter reports the lot.
+// How many bytes of a transfer get through; nothing, and the errno, where none does.
 std::optional<std::size_t> SimulatedDeviceCalls::beginTransfer(int fd, std::size_t count, int& error)
 {
     Descriptor descriptor;
@@ -261,6 +261,8 @@ int SimulatedDeviceCalls::ioctl(int fd, unsigned long request, unsigned long arg
 
 int SimulatedDeviceCalls::captureIoctl(int fd, unsigned long request, void* argument)
 {
+    // The kernel looks at 32 bits; a request that went through an int comes sign-extended.
+    request &= 0xFFFFFFFFUL;
     Descriptor descriptor;
     int error = 0;
     if (!findDescriptor(fd, descriptor)) {

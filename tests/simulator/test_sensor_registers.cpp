@@ -1,0 +1,169 @@
+#include <QtTest>
+
+#include "simulator/SensorRegisters.h"
+
+namespace {
+
+void writePair(SensorRegisters& sensor, std::uint16_t address, unsigned value)
+{
+    sensor.write(address, static_cast<std::uint8_t>(value >> 8U));
+    sensor.write(static_cast<std::uint16_t>(address + 1), static_cast<std::uint8_t>(value));
+}
+
+} // namespace
+
+class TestSensorRegisters : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void aSensorStartsWithManualControlsAndTheDefaultExposure()
+    {
+        SensorParameters parameters;
+        parameters.defaultExposure_lines = 500;
+        const SensorRegisters sensor(parameters);
+        QCOMPARE(int(sensor.value(0x3008)), 0x02);
+        QCOMPARE(int(sensor.value(0x3503)), 0x07);
+        QCOMPARE(int(sensor.value(0x3406)), 0x01);
+        QCOMPARE(sensor.value(0x3501) << 8 | sensor.value(0x3502), 500 * 16);
+        QCOMPARE(sensor.settings().exposure_lines, 500.0);
+        QCOMPARE(sensor.settings().gain, 1.0);
+        QCOMPARE(sensor.settings().colourGains, (std::array<double, 3>{1.0, 1.0, 1.0}));
+    }
+
+    void aRegisterReturnsWhatWasWritten_data()
+    {
+        QTest::addColumn<int>("address");
+        QTest::newRow("known") << 0x3501;
+        QTest::newRow("unknown") << 0x58AB;
+        QTest::newRow("first") << 0x0000;
+        QTest::newRow("last") << 0xFFFF;
+    }
+
+    void aRegisterReturnsWhatWasWritten()
+    {
+        QFETCH(int, address);
+        SensorRegisters sensor;
+        sensor.write(std::uint16_t(address), 0xA5);
+        QCOMPARE(int(sensor.read()), 0xA5);
+        sensor.setPointer(0x3008);
+        QCOMPARE(int(sensor.read()), 0x02);
+        sensor.setPointer(std::uint16_t(address));
+        QCOMPARE(int(sensor.read()), 0xA5);
+        QCOMPARE(int(sensor.read()), 0xA5);
+    }
+
+    void theChipIdCannotBeWritten()
+    {
+        SensorRegisters sensor;
+        writePair(sensor, 0x300A, 0x1234);
+        QCOMPARE(int(sensor.value(0x300A)), 0x56);
+        QCOMPARE(int(sensor.value(0x300B)), 0x42);
+    }
+
+    void aSoftwareResetClearsItselfAndBringsBackTheDefaults()
+    {
+        SensorRegisters sensor;
+        sensor.write(0x5000, 0x77);
+        writePair(sensor, 0x3501, 0x1E00);
+        writePair(sensor, 0x3400, 0x0123);
+        sensor.write(0x3008, 0x82);
+        QCOMPARE(int(sensor.value(0x3008)), 0x02);
+        QCOMPARE(int(sensor.value(0x5000)), 0);
+        QCOMPARE(sensor.settings(), SensorRegisters().settings());
+        QCOMPARE(int(sensor.value(0x300A)), 0x56);
+        sensor.write(0x3008, 0x42);
+        QCOMPARE(int(sensor.value(0x3008)), 0x42);
+    }
+
+    void exposureCountsSixteenthsOfALine()
+    {
+        SensorRegisters sensor;
+        writePair(sensor, 0x3501, 0x3008);
+        QCOMPARE(sensor.settings().exposure_lines, 768.5);
+        sensor.write(0x3500, 0xF1);
+        QCOMPARE(sensor.settings().exposure_lines, 768.5 + 4096.0);
+    }
+
+    void aGainCodeIsAFractionAndDoublings_data()
+    {
+        QTest::addColumn<int>("code");
+        QTest::addColumn<double>("gain");
+        QTest::newRow("unit") << 0x000 << 1.0;
+        QTest::newRow("half more") << 0x008 << 1.5;
+        QTest::newRow("doubled") << 0x010 << 2.0;
+        QTest::newRow("doubled twice") << 0x030 << 4.0;
+        QTest::newRow("one bit counts as any other") << 0x080 << 2.0;
+        QTest::newRow("15.5") << 0x07F << 15.5;
+        QTest::newRow("31") << 0x0FF << 31.0;
+        QTest::newRow("bit 8 doubles too") << 0x1FF << 62.0;
+    }
+
+    void aGainCodeIsAFractionAndDoublings()
+    {
+        QFETCH(int, code);
+        QFETCH(double, gain);
+        SensorRegisters sensor;
+        writePair(sensor, 0x350A, unsigned(code) | 0xFE00U);
+        QCOMPARE(sensor.settings().gain, gain);
+    }
+
+    void colourGainsAreLinearAndTwelveBitsWide_data()
+    {
+        QTest::addColumn<int>("address");
+        QTest::addColumn<int>("channel");
+        QTest::newRow("red") << 0x3400 << 0;
+        QTest::newRow("green") << 0x3402 << 1;
+        QTest::newRow("blue") << 0x3404 << 2;
+    }
+
+    void colourGainsAreLinearAndTwelveBitsWide()
+    {
+        QFETCH(int, address);
+        QFETCH(int, channel);
+        SensorRegisters sensor;
+        std::array<double, 3> expected{1.0, 1.0, 1.0};
+        writePair(sensor, std::uint16_t(address), 0x0200);
+        expected[std::size_t(channel)] = 0.5;
+        QCOMPARE(sensor.settings().colourGains, expected);
+        writePair(sensor, std::uint16_t(address), 0xFFFF);
+        expected[std::size_t(channel)] = 4095.0 / 1024.0;
+        QCOMPARE(sensor.settings().colourGains, expected);
+    }
+
+    void whatIsLeftToTheAutomaticLoopHasItsDefault_data()
+    {
+        QTest::addColumn<int>("address");
+        QTest::addColumn<int>("flags");
+        QTest::addColumn<bool>("exposureIsDefault");
+        QTest::addColumn<bool>("gainIsDefault");
+        QTest::addColumn<bool>("coloursAreDefault");
+        QTest::newRow("all manual") << 0x3503 << 0x07 << false << false << false;
+        QTest::newRow("exposure") << 0x3503 << 0x06 << true << false << false;
+        QTest::newRow("gain") << 0x3503 << 0x05 << false << true << false;
+        QTest::newRow("both") << 0x3503 << 0x00 << true << true << false;
+        QTest::newRow("white balance") << 0x3406 << 0x00 << false << false << true;
+    }
+
+    void whatIsLeftToTheAutomaticLoopHasItsDefault()
+    {
+        QFETCH(int, address);
+        QFETCH(int, flags);
+        QFETCH(bool, exposureIsDefault);
+        QFETCH(bool, gainIsDefault);
+        QFETCH(bool, coloursAreDefault);
+        SensorRegisters sensor;
+        const SensorSettings defaults = sensor.settings();
+        writePair(sensor, 0x3501, 0x0100);
+        writePair(sensor, 0x350A, 0x0010);
+        writePair(sensor, 0x3402, 0x0800);
+        sensor.write(std::uint16_t(address), std::uint8_t(flags));
+        const SensorSettings settings = sensor.settings();
+        QCOMPARE(settings.exposure_lines, exposureIsDefault ? defaults.exposure_lines : 16.0);
+        QCOMPARE(settings.gain, gainIsDefault ? 1.0 : 2.0);
+        QCOMPARE(settings.colourGains[1], coloursAreDefault ? 1.0 : 2.0);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSensorRegisters)
+#include "test_sensor_registers.moc"

@@ -1,0 +1,689 @@
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <linux/videodev2.h>
+#include <sys/mman.h>
+
+#include <QElapsedTimer>
+#include <QtTest>
+
+#include "simulator/SimulatedDeviceCalls.h"
+
+namespace {
+
+constexpr unsigned long kForcedAddress = 0x0706;
+constexpr unsigned long kPlainAddress = 0x0703;
+constexpr unsigned long kSensor = 0x3C;
+constexpr std::size_t kVgaBytes = 640UL * 480UL * 2UL;
+
+SimulatedCameraParameters quickParameters()
+{
+    SimulatedCameraParameters parameters;
+    parameters.instantPauses = true;
+    return parameters;
+}
+
+/// A simulated camera whose stage and light the test sets.
+struct Bench
+{
+    explicit Bench(const SimulatedCameraParameters& parameters = quickParameters())
+        : calls(parameters, [this](InstrumentTime) {
+              return LightPath{stagePosition_steps.load(), true, ledLevel.load()};
+          })
+    {
+    }
+
+    int openSensor()
+    {
+        const int fd = calls.open("/dev/i2c-1", O_RDWR);
+        return calls.ioctl(fd, kForcedAddress, kSensor) == 0 ? fd : -1;
+    }
+    ssize_t write(int fd, std::vector<std::uint8_t> bytes)
+    {
+        return calls.write(fd, bytes.data(), bytes.size());
+    }
+    int readRegister(int fd, unsigned address)
+    {
+        std::uint8_t value = 0;
+        if (write(fd, {std::uint8_t(address >> 8U), std::uint8_t(address)}) != 2 ||
+            calls.read(fd, &value, 1) != 1)
+            return -1;
+        return value;
+    }
+    /// Opens the video device, maps and queues four buffers and starts; -1 if a step fails.
+    int startStream(int flags = O_RDWR | O_NONBLOCK)
+    {
+        const int fd = calls.open("/dev/video0", flags);
+        v4l2_requestbuffers request{};
+        request.count = 4;
+        request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        request.memory = V4L2_MEMORY_MMAP;
+        int failures = calls.captureIoctl(fd, VIDIOC_REQBUFS, &request);
+        for (unsigned index = 0; index < 4; ++index) {
+            v4l2_buffer buffer = bufferOf(index);
+            failures += calls.captureIoctl(fd, VIDIOC_QUERYBUF, &buffer);
+            memory[index] =
+                calls.mmap(buffer.length, PROT_READ | PROT_WRITE, MAP_SHARED, fd, buffer.m.offset);
+            failures += memory[index] == MAP_FAILED ? -1 : 0;
+            failures += calls.captureIoctl(fd, VIDIOC_QBUF, &buffer);
+        }
+        int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        failures += calls.captureIoctl(fd, VIDIOC_STREAMON, &type);
+        return failures == 0 ? fd : -1;
+    }
+    void stopStream(int fd)
+    {
+        int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        QCOMPARE(calls.captureIoctl(fd, VIDIOC_STREAMOFF, &type), 0);
+        for (void* address : memory)
+            QCOMPARE(calls.munmap(address, kVgaBytes), 0);
+        QCOMPARE(calls.close(fd), 0);
+    }
+    static v4l2_buffer bufferOf(unsigned index)
+    {
+        v4l2_buffer buffer{};
+        buffer.index = index;
+        buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        buffer.memory = V4L2_MEMORY_MMAP;
+        return buffer;
+    }
+    int dequeue(int fd, v4l2_buffer& buffer)
+    {
+        buffer = bufferOf(0);
+        return calls.captureIoctl(fd, VIDIOC_DQBUF, &buffer);
+    }
+
+    std::atomic<double> stagePosition_steps{32000.0};
+    std::atomic<int> ledLevel{225};
+    SimulatedDeviceCalls calls;
+    void* memory[4] = {};
+};
+
+} // namespace
+
+class TestSimulatedDeviceCalls : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void onlyTheCamerasOwnPathsCanBeOpened_data()
+    {
+        QTest::addColumn<QByteArray>("path");
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<bool>("opens");
+        QTest::newRow("video") << QByteArray("/dev/video0") << QString() << true;
+        QTest::newRow("bus") << QByteArray("/dev/i2c-1") << QString() << true;
+        QTest::newRow("other") << QByteArray("/dev/video1") << QString() << false;
+        QTest::newRow("no video") << QByteArray("/dev/video0") << QString("no-camera") << false;
+        QTest::newRow("bus without video") << QByteArray("/dev/i2c-1") << QString("no-camera") << true;
+        QTest::newRow("no bus") << QByteArray("/dev/i2c-1") << QString("no-i2c") << false;
+        QTest::newRow("video without bus") << QByteArray("/dev/video0") << QString("no-i2c") << true;
+    }
+
+    void onlyTheCamerasOwnPathsCanBeOpened()
+    {
+        QFETCH(QByteArray, path);
+        QFETCH(QString, fault);
+        QFETCH(bool, opens);
+        Bench bench;
+        QVERIFY(fault.isEmpty() || bench.calls.faults().enable(fault.toStdString()));
+        errno = 0;
+        const int fd = bench.calls.open(path.constData(), O_RDWR);
+        QCOMPARE(fd >= 0, opens);
+        QCOMPARE(errno, opens ? 0 : ENOENT);
+        QCOMPARE(bench.calls.openDescriptors(), std::size_t(opens ? 1 : 0));
+        QCOMPARE(bench.calls.trace().calls(CallKind::Open).back().name, path.toStdString());
+    }
+
+    void aDescriptorIsNoneOfTheSystems()
+    {
+        Bench bench;
+        const int fd = bench.calls.open("/dev/video0", O_RDWR);
+        QCOMPARE(::fcntl(fd, F_GETFD), -1);
+        QCOMPARE(errno, EBADF);
+        QCOMPARE(bench.calls.close(fd), 0);
+        QCOMPARE(bench.calls.close(fd), -1);
+        QCOMPARE(errno, EBADF);
+    }
+
+    void aClosedDescriptorIsGoodForNothing()
+    {
+        Bench bench;
+        const int fd = bench.calls.open("/dev/video0", O_RDWR);
+        QCOMPARE(bench.calls.close(fd), 0);
+        std::uint8_t byte = 0;
+        v4l2_buffer buffer = Bench::bufferOf(0);
+        const auto isRefused = [](auto result) { return result == decltype(result)(-1) && errno == EBADF; };
+        QVERIFY(isRefused(bench.calls.read(fd, &byte, 1)));
+        QVERIFY(isRefused(bench.calls.write(fd, &byte, 1)));
+        QVERIFY(isRefused(bench.calls.fcntl(fd, F_GETFD, 0)));
+        QVERIFY(isRefused(bench.calls.ioctl(fd, kForcedAddress, kSensor)));
+        QVERIFY(isRefused(bench.calls.captureIoctl(fd, VIDIOC_DQBUF, &buffer)));
+        QVERIFY(isRefused(bench.calls.waitReadable(fd, 10)));
+        QCOMPARE(bench.calls.mmap(4096, PROT_READ, MAP_SHARED, fd, 0), MAP_FAILED);
+        QCOMPARE(errno, EBADF);
+    }
+
+    void descriptorFlagsAreKept()
+    {
+        Bench bench;
+        const int fd = bench.calls.open("/dev/video0", O_RDWR | O_NONBLOCK);
+        QCOMPARE(bench.calls.fcntl(fd, F_GETFD, 0), 0);
+        QCOMPARE(bench.calls.fcntl(fd, F_SETFD, FD_CLOEXEC), 0);
+        QCOMPARE(bench.calls.fcntl(fd, F_GETFD, 0), FD_CLOEXEC);
+        QCOMPARE(bench.calls.fcntl(fd, F_GETFL, 0), O_RDWR | O_NONBLOCK);
+        QCOMPARE(bench.calls.fcntl(fd, F_SETFL, 0), 0);
+        QCOMPARE(bench.calls.fcntl(fd, F_GETFL, 0), O_RDWR);
+        QCOMPARE(bench.calls.fcntl(fd, F_DUPFD, 0), -1);
+        QCOMPARE(errno, EINVAL);
+        const int closing = bench.calls.open("/dev/i2c-1", O_RDWR | O_CLOEXEC);
+        QCOMPARE(bench.calls.fcntl(closing, F_GETFD, 0), FD_CLOEXEC);
+    }
+
+    void aRegisterIsWrittenInThreeBytesAndReadThroughThePointer()
+    {
+        Bench bench;
+        const int fd = bench.openSensor();
+        QVERIFY(fd >= 0);
+        QCOMPARE(bench.write(fd, {0x35, 0x01, 0x1E}), ssize_t(3));
+        QCOMPARE(int(bench.calls.sensorRegister(0x3501)), 0x1E);
+        QCOMPARE(bench.calls.sensorSettings().exposure_lines, 0x1E00 / 16.0);
+        QCOMPARE(bench.readRegister(fd, 0x300A), 0x56);
+        QCOMPARE(bench.readRegister(fd, 0x300B), 0x42);
+        QCOMPARE(bench.readRegister(fd, 0x3501), 0x1E);
+        // The pointer outlives the descriptor: it is the sensor's.
+        QCOMPARE(bench.calls.close(fd), 0);
+        const int again = bench.openSensor();
+        std::uint8_t value = 0;
+        QCOMPARE(bench.calls.read(again, &value, 1), ssize_t(1));
+        QCOMPARE(int(value), 0x1E);
+    }
+
+    void longerWritesGoOnToTheNextRegisters()
+    {
+        Bench bench;
+        const int fd = bench.openSensor();
+        QCOMPARE(bench.write(fd, {0x34, 0x00, 0x01, 0x02, 0x03}), ssize_t(5));
+        QCOMPARE(int(bench.calls.sensorRegister(0x3400)), 1);
+        QCOMPARE(int(bench.calls.sensorRegister(0x3401)), 2);
+        QCOMPARE(int(bench.calls.sensorRegister(0x3402)), 3);
+        QCOMPARE(bench.readRegister(fd, 0x3400), 1);
+        QCOMPARE(bench.write(fd, {0x35}), ssize_t(1));
+        std::uint8_t value = 0;
+        QCOMPARE(bench.calls.read(fd, &value, 1), ssize_t(1));
+        QCOMPARE(int(value), 1);
+    }
+
+    void busRequestsAreAnsweredAsTheKernelDoes_data()
+    {
+        QTest::addColumn<unsigned long>("request");
+        QTest::addColumn<unsigned long>("argument");
+        QTest::addColumn<int>("error");
+        QTest::newRow("sensor") << kForcedAddress << kSensor << 0;
+        QTest::newRow("another device") << kForcedAddress << 0x50UL << 0;
+        QTest::newRow("address beyond 7 bits") << kForcedAddress << 0x80UL << EINVAL;
+        QTest::newRow("address held by the driver") << kPlainAddress << kSensor << EBUSY;
+        QTest::newRow("free address") << kPlainAddress << 0x50UL << 0;
+        QTest::newRow("unknown request") << 0x0799UL << 0UL << ENOTTY;
+    }
+
+    void busRequestsAreAnsweredAsTheKernelDoes()
+    {
+        QFETCH(unsigned long, request);
+        QFETCH(unsigned long, argument);
+        QFETCH(int, error);
+        Bench bench;
+        const int fd = bench.calls.open("/dev/i2c-1", O_RDWR);
+        errno = 0;
+        QCOMPARE(bench.calls.ioctl(fd, request, argument), error == 0 ? 0 : -1);
+        QCOMPARE(errno, error);
+        QCOMPARE(bench.calls.trace().calls(CallKind::BusAddress).back().error, error);
+        v4l2_buffer buffer = Bench::bufferOf(0);
+        QCOMPARE(bench.calls.captureIoctl(fd, VIDIOC_QBUF, &buffer), -1);
+        QCOMPARE(errno, ENOTTY);
+    }
+
+    void nobodyAnswersAtAnotherAddress_data()
+    {
+        QTest::addColumn<bool>("addressed");
+        QTest::newRow("other address") << true;
+        QTest::newRow("none") << false;
+    }
+
+    void nobodyAnswersAtAnotherAddress()
+    {
+        QFETCH(bool, addressed);
+        Bench bench;
+        const int fd = bench.calls.open("/dev/i2c-1", O_RDWR);
+        if (addressed)
+            QCOMPARE(bench.calls.ioctl(fd, kForcedAddress, 0x50), 0);
+        QCOMPARE(bench.write(fd, {0x35, 0x01, 0x77}), ssize_t(-1));
+        QCOMPARE(errno, EREMOTEIO);
+        std::uint8_t value = 0;
+        QCOMPARE(bench.calls.read(fd, &value, 1), ssize_t(-1));
+        QCOMPARE(errno, EREMOTEIO);
+        QVERIFY(bench.calls.sensorRegister(0x3501) != 0x77);
+    }
+
+    void theVideoDeviceNeitherReadsNorWrites()
+    {
+        Bench bench;
+        const int fd = bench.calls.open("/dev/video0", O_RDWR);
+        std::uint8_t byte = 0;
+        QCOMPARE(bench.calls.read(fd, &byte, 1), ssize_t(-1));
+        QCOMPARE(errno, EINVAL);
+        QCOMPARE(bench.calls.write(fd, &byte, 1), ssize_t(-1));
+        QCOMPARE(errno, EINVAL);
+    }
+
+    void theNthTransferFails_data()
+    {
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<QList<int>>("results");
+        QTest::newRow("NACK always") << "i2c-nack" << QList<int>{-1, -1, -1};
+        QTest::newRow("NACK at the second") << "i2c-nack:2" << QList<int>{3, -1, 3};
+        QTest::newRow("short always") << "i2c-short" << QList<int>{2, 2, 2};
+        QTest::newRow("short at the third") << "i2c-short:3" << QList<int>{3, 3, 2};
+    }
+
+    void theNthTransferFails()
+    {
+        QFETCH(QString, fault);
+        QFETCH(QList<int>, results);
+        Bench bench;
+        const int fd = bench.openSensor();
+        QVERIFY(bench.calls.faults().enable(fault.toStdString()));
+        for (int i = 0; i < results.size(); ++i) {
+            const auto value = std::uint8_t(0x10 + i);
+            QCOMPARE(int(bench.write(fd, {0x50, 0x00, value})), results[i]);
+            QCOMPARE(bench.calls.sensorRegister(0x5000) == value, results[i] == 3);
+        }
+    }
+
+    void aShortReadTransfersNothing()
+    {
+        Bench bench;
+        const int fd = bench.openSensor();
+        QVERIFY(bench.calls.faults().enable("i2c-short"));
+        std::uint8_t value = 0xEE;
+        QCOMPARE(bench.calls.read(fd, &value, 1), ssize_t(0));
+        QCOMPARE(int(value), 0xEE);
+    }
+
+    void everyRequestCanBeMadeToFail_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<unsigned long>("request");
+        QTest::newRow("QUERYCAP") << "VIDIOC_QUERYCAP" << static_cast<unsigned long>(VIDIOC_QUERYCAP);
+        QTest::newRow("ENUM_FMT") << "VIDIOC_ENUM_FMT" << static_cast<unsigned long>(VIDIOC_ENUM_FMT);
+        QTest::newRow("G_FMT") << "VIDIOC_G_FMT" << static_cast<unsigned long>(VIDIOC_G_FMT);
+        QTest::newRow("TRY_FMT") << "VIDIOC_TRY_FMT" << static_cast<unsigned long>(VIDIOC_TRY_FMT);
+        QTest::newRow("S_FMT") << "VIDIOC_S_FMT" << static_cast<unsigned long>(VIDIOC_S_FMT);
+        QTest::newRow("G_PARM") << "VIDIOC_G_PARM" << static_cast<unsigned long>(VIDIOC_G_PARM);
+        QTest::newRow("REQBUFS") << "VIDIOC_REQBUFS" << static_cast<unsigned long>(VIDIOC_REQBUFS);
+        QTest::newRow("QUERYBUF") << "VIDIOC_QUERYBUF" << static_cast<unsigned long>(VIDIOC_QUERYBUF);
+        QTest::newRow("QBUF") << "VIDIOC_QBUF" << static_cast<unsigned long>(VIDIOC_QBUF);
+        QTest::newRow("DQBUF") << "VIDIOC_DQBUF" << static_cast<unsigned long>(VIDIOC_DQBUF);
+        QTest::newRow("STREAMON") << "VIDIOC_STREAMON" << static_cast<unsigned long>(VIDIOC_STREAMON);
+        QTest::newRow("STREAMOFF") << "VIDIOC_STREAMOFF" << static_cast<unsigned long>(VIDIOC_STREAMOFF);
+    }
+
+    void everyRequestCanBeMadeToFail()
+    {
+        QFETCH(QString, name);
+        QFETCH(unsigned long, request);
+        Bench bench;
+        const int fd = bench.calls.open("/dev/video0", O_RDWR | O_NONBLOCK);
+        QVERIFY(bench.calls.faults().enable("ioctl:" + name.toStdString() + ":ENOSPC:2"));
+        const auto failsWithIt = [&bench, fd, request] {
+            alignas(v4l2_format) std::array<std::uint8_t, 512> record{};
+            errno = 0;
+            return bench.calls.captureIoctl(fd, request, record.data()) == -1 && errno == ENOSPC;
+        };
+        QVERIFY(!failsWithIt());
+        QVERIFY(failsWithIt());
+        QVERIFY(!failsWithIt());
+        const TracedCall call = bench.calls.trace().calls(CallKind::Request)[1];
+        QCOMPARE(call.name, name.toStdString());
+        QCOMPARE(call.error, ENOSPC);
+    }
+
+    void theBusRequestCanBeMadeToFail()
+    {
+        Bench bench;
+        const int fd = bench.calls.open("/dev/i2c-1", O_RDWR);
+        QVERIFY(bench.calls.faults().enable("ioctl:I2C_SLAVE_FORCE"));
+        QCOMPARE(bench.calls.ioctl(fd, kForcedAddress, kSensor), -1);
+        QCOMPARE(errno, EIO);
+        bench.calls.faults().disable(CameraFault::RequestFails);
+        QCOMPARE(bench.calls.ioctl(fd, kForcedAddress, kSensor), 0);
+    }
+
+    void faultsAreReadFromTheirText_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<bool>("isFault");
+        for (const CameraFaultText& fault : cameraFaultTexts()) {
+            const bool isRequest = fault.fault == CameraFault::RequestFails;
+            QTest::newRow(fault.name) << QByteArray(fault.name) << !isRequest;
+        }
+        QTest::newRow("request only") << QByteArray("ioctl:VIDIOC_QBUF") << true;
+        QTest::newRow("request and errno") << QByteArray("ioctl:VIDIOC_QBUF:EBUSY") << true;
+        QTest::newRow("all of it") << QByteArray("ioctl:VIDIOC_QBUF:EBUSY:12") << true;
+        QTest::newRow("too much") << QByteArray("ioctl:VIDIOC_QBUF:EBUSY:12:1") << false;
+        QTest::newRow("no such request") << QByteArray("ioctl:VIDIOC_MAKE_TEA") << false;
+        QTest::newRow("no such errno") << QByteArray("ioctl:VIDIOC_QBUF:ETEA") << false;
+        QTest::newRow("not a number") << QByteArray("mmap:x") << false;
+        QTest::newRow("0th call") << QByteArray("mmap:0") << false;
+        QTest::newRow("number and more") << QByteArray("mmap:2x") << false;
+        QTest::newRow("nothing to count") << QByteArray("stall:2") << false;
+        QTest::newRow("no such fault") << QByteArray("tea") << false;
+        QTest::newRow("empty") << QByteArray() << false;
+    }
+
+    void faultsAreReadFromTheirText()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(bool, isFault);
+        CameraFaults faults;
+        QCOMPARE(faults.enable(text.toStdString()), isFault);
+        int on = 0;
+        for (const CameraFaultText& fault : cameraFaultTexts())
+            on += faults.isOn(fault.fault) ? 1 : 0;
+        QCOMPARE(on, isFault ? 1 : 0);
+        faults.clear();
+        for (const CameraFaultText& fault : cameraFaultTexts())
+            QVERIFY(!faults.isOn(fault.fault));
+    }
+
+    void mappingsAreRefusedAsTheKernelDoes_data()
+    {
+        QTest::addColumn<int>("protection");
+        QTest::addColumn<int>("flags");
+        QTest::addColumn<int>("offset");
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<int>("error");
+        const int both = PROT_READ | PROT_WRITE;
+        QTest::newRow("shared") << both << MAP_SHARED << 0 << QString() << 0;
+        QTest::newRow("read only") << PROT_READ << MAP_SHARED << 0 << QString() << 0;
+        QTest::newRow("private") << both << MAP_PRIVATE << 0 << QString() << EINVAL;
+        QTest::newRow("write only") << PROT_WRITE << MAP_SHARED << 0 << QString() << EINVAL;
+        QTest::newRow("between buffers") << both << MAP_SHARED << 4096 << QString() << EINVAL;
+        QTest::newRow("no memory") << both << MAP_SHARED << 0 << QString("mmap") << ENOMEM;
+        QTest::newRow("no memory later") << both << MAP_SHARED << 0 << QString("mmap:2") << 0;
+    }
+
+    void mappingsAreRefusedAsTheKernelDoes()
+    {
+        QFETCH(int, protection);
+        QFETCH(int, flags);
+        QFETCH(int, offset);
+        QFETCH(QString, fault);
+        QFETCH(int, error);
+        Bench bench;
+        const int fd = bench.calls.open("/dev/video0", O_RDWR);
+        v4l2_requestbuffers request{};
+        request.count = 4;
+        request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        request.memory = V4L2_MEMORY_MMAP;
+        QCOMPARE(bench.calls.captureIoctl(fd, VIDIOC_REQBUFS, &request), 0);
+        QVERIFY(fault.isEmpty() || bench.calls.faults().enable(fault.toStdString()));
+        void* address = bench.calls.mmap(kVgaBytes, protection, flags, fd, offset);
+        QCOMPARE(address == MAP_FAILED, error != 0);
+        if (error != 0) {
+            QCOMPARE(errno, error);
+            return;
+        }
+        QCOMPARE(bench.calls.openMappings(), std::size_t(1));
+        QCOMPARE(bench.calls.munmap(address, kVgaBytes - 1), -1);
+        QCOMPARE(errno, EINVAL);
+        QCOMPARE(bench.calls.munmap(address, kVgaBytes), 0);
+        QCOMPARE(bench.calls.munmap(address, kVgaBytes), -1);
+        QCOMPARE(bench.calls.openMappings(), std::size_t(0));
+    }
+
+    void aMappingOutlivesItsDescriptor()
+    {
+        Bench bench;
+        const int fd = bench.startStream();
+        QVERIFY(fd >= 0);
+        QCOMPARE(bench.calls.waitReadable(fd, 5000), 1);
+        QCOMPARE(bench.calls.close(fd), 0);
+        QVERIFY(static_cast<const std::uint8_t*>(bench.memory[0])[0] > 100);
+        for (void* address : bench.memory)
+            QCOMPARE(bench.calls.munmap(address, kVgaBytes), 0);
+    }
+
+    void framesArriveInRealTimeAndShowTheLight()
+    {
+        Bench bench;
+        const int fd = bench.startStream();
+        QVERIFY(fd >= 0);
+        v4l2_buffer buffer{};
+        QCOMPARE(bench.dequeue(fd, buffer), -1);
+        QCOMPARE(errno, EAGAIN);
+        QElapsedTimer timer;
+        timer.start();
+        unsigned sequence = 0;
+        for (int frame = 0; frame < 6; ++frame) {
+            QCOMPARE(bench.calls.waitReadable(fd, 5000), 1);
+            QCOMPARE(bench.dequeue(fd, buffer), 0);
+            QVERIFY(frame == 0 || buffer.sequence > sequence);
+            sequence = buffer.sequence;
+            QCOMPARE(bench.calls.captureIoctl(fd, VIDIOC_QBUF, &buffer), 0);
+        }
+        QVERIFY(timer.elapsed() >= 150);
+        const auto luma = [&] {
+            return int(static_cast<const std::uint8_t*>(bench.memory[buffer.index])[0]);
+        };
+        const int bright = luma();
+        bench.ledLevel = 0;
+        for (int frame = 0; frame < 5; ++frame) {
+            QCOMPARE(bench.calls.waitReadable(fd, 5000), 1);
+            QCOMPARE(bench.dequeue(fd, buffer), 0);
+            QCOMPARE(bench.calls.captureIoctl(fd, VIDIOC_QBUF, &buffer), 0);
+        }
+        QVERIFY(luma() < 30 && bright > 100);
+        QCOMPARE(bench.calls.counters().drawings, std::uint64_t(2));
+        QVERIFY(bench.calls.counters().framesDelivered >= 11);
+        bench.stopStream(fd);
+    }
+
+    void aBlockingDequeueWaitsForTheFrame()
+    {
+        Bench bench;
+        const int fd = bench.startStream(O_RDWR);
+        QVERIFY(fd >= 0);
+        v4l2_buffer buffer{};
+        for (int frame = 0; frame < 3; ++frame)
+            QCOMPARE(bench.dequeue(fd, buffer), 0);
+        bench.stopStream(fd);
+    }
+
+    void aBlockingDequeueEndsWithTheStream()
+    {
+        Bench bench;
+        const int fd = bench.startStream(O_RDWR);
+        QVERIFY(fd >= 0);
+        QVERIFY(bench.calls.faults().enable("stall"));
+        std::atomic<int> error{0};
+        std::thread waiting([&bench, &error, fd] {
+            v4l2_buffer buffer{};
+            error = bench.dequeue(fd, buffer) == 0 ? 0 : errno;
+        });
+        QTest::qWait(50);
+        int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        QCOMPARE(bench.calls.captureIoctl(fd, VIDIOC_STREAMOFF, &type), 0);
+        waiting.join();
+        QCOMPARE(error.load(), EINVAL);
+    }
+
+    void waitingForAStalledStreamTimesOut()
+    {
+        Bench bench;
+        const int fd = bench.startStream();
+        QVERIFY(fd >= 0);
+        QVERIFY(bench.calls.faults().enable("stall"));
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(bench.calls.waitReadable(fd, 120), 0);
+        QVERIFY(timer.elapsed() >= 119);
+        bench.calls.faults().disable(CameraFault::StalledStream);
+        QCOMPARE(bench.calls.waitReadable(fd, 5000), 1);
+    }
+
+    void whatDoesNotStreamIsReadableAtOnce()
+    {
+        Bench bench;
+        QCOMPARE(bench.calls.waitReadable(bench.calls.open("/dev/video0", O_RDWR), 60000), 1);
+        QCOMPARE(bench.calls.waitReadable(bench.calls.open("/dev/i2c-1", O_RDWR), 60000), 1);
+    }
+
+    void frameFaultsReachTheFrames_data()
+    {
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<bool>("isShort");
+        QTest::newRow("short") << "short-frames" << true;
+        QTest::newRow("oversized") << "oversized-frames" << false;
+    }
+
+    void frameFaultsReachTheFrames()
+    {
+        QFETCH(QString, fault);
+        QFETCH(bool, isShort);
+        Bench bench;
+        const int fd = bench.startStream();
+        QVERIFY(bench.calls.faults().enable(fault.toStdString()));
+        QCOMPARE(bench.calls.waitReadable(fd, 5000), 1);
+        v4l2_buffer buffer{};
+        QCOMPARE(bench.dequeue(fd, buffer), 0);
+        QVERIFY(isShort ? buffer.bytesused < buffer.length : buffer.bytesused > buffer.length);
+    }
+
+    void grantFaultsReachTheGrant_data()
+    {
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<unsigned>("granted");
+        QTest::newRow("more") << "more-buffers" << 8U;
+        QTest::newRow("fewer") << "fewer-buffers" << 2U;
+    }
+
+    void grantFaultsReachTheGrant()
+    {
+        QFETCH(QString, fault);
+        QFETCH(unsigned, granted);
+        Bench bench;
+        QVERIFY(bench.calls.faults().enable(fault.toStdString()));
+        const int fd = bench.calls.open("/dev/video0", O_RDWR);
+        v4l2_requestbuffers request{};
+        request.count = 4;
+        request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        request.memory = V4L2_MEMORY_MMAP;
+        QCOMPARE(bench.calls.captureIoctl(fd, VIDIOC_REQBUFS, &request), 0);
+        QCOMPARE(request.count, granted);
+    }
+
+    void theTraceTellsTheOrderAndTheBytes()
+    {
+        Bench bench;
+        const int bus = bench.openSensor();
+        QCOMPARE(bench.write(bus, {0x35, 0x01, 0x0E}), ssize_t(3));
+        QCOMPARE(bench.readRegister(bus, 0x300A), 0x56);
+        QCOMPARE(bench.calls.close(bus), 0);
+        const int fd = bench.calls.open("/dev/video0", O_RDWR);
+        v4l2_format format{};
+        format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        format.fmt.pix.width = 1280;
+        format.fmt.pix.height = 960;
+        QCOMPARE(bench.calls.captureIoctl(fd, VIDIOC_S_FMT, &format), 0);
+        QStringList told;
+        for (const TracedCall& call : bench.calls.trace().calls()) {
+            told << QString("%1|%2|%3").arg(int(call.kind)).arg(call.name.c_str(), call.details.c_str());
+        }
+        const auto entry = [](CallKind kind, const char* name, const char* details) {
+            return QString("%1|%2|%3").arg(int(kind)).arg(name, details);
+        };
+        QCOMPARE(told, QStringList(
+                           {entry(CallKind::Open, "/dev/i2c-1", ""),
+                            entry(CallKind::BusAddress, "I2C_SLAVE_FORCE", "60"),
+                            entry(CallKind::BusWrite, "", "35 01 0E"), entry(CallKind::BusWrite, "", "30 0A"),
+                            entry(CallKind::BusRead, "", "56"), entry(CallKind::Close, "/dev/i2c-1", ""),
+                            entry(CallKind::Open, "/dev/video0", ""),
+                            entry(CallKind::Request, "VIDIOC_S_FMT", "1280x960")}));
+        bench.calls.trace().clear();
+        QVERIFY(bench.calls.trace().calls().empty());
+    }
+
+    void theTraceForgetsTheOldest()
+    {
+        CallTrace trace(3);
+        for (int i = 0; i < 5; ++i)
+            trace.add({CallKind::BusWrite, {}, std::to_string(i), 0});
+        QCOMPARE(trace.calls().size(), std::size_t(3));
+        QCOMPARE(trace.calls().front().details, std::string("2"));
+    }
+
+    void pausesAndSyncsAreCounted_data()
+    {
+        QTest::addColumn<bool>("instant");
+        QTest::newRow("instant") << true;
+        QTest::newRow("real") << false;
+    }
+
+    void pausesAndSyncsAreCounted()
+    {
+        QFETCH(bool, instant);
+        SimulatedCameraParameters parameters;
+        parameters.instantPauses = instant;
+        Bench bench(parameters);
+        QElapsedTimer timer;
+        timer.start();
+        bench.calls.pause(instant ? 3600000000U : 20000U);
+        bench.calls.syncFileSystems();
+        QVERIFY(timer.elapsed() >= (instant ? 0 : 19));
+        QCOMPARE(bench.calls.counters().pauses, std::uint64_t(1));
+        QCOMPARE(bench.calls.counters().paused_us, std::uint64_t(instant ? 3600000000U : 20000U));
+        QCOMPARE(bench.calls.counters().fileSystemSyncs, std::uint64_t(1));
+    }
+
+    void theBusAndTheStreamCanBeUsedAtOnce()
+    {
+        Bench bench;
+        const int fd = bench.startStream();
+        QVERIFY(fd >= 0);
+        std::atomic<bool> stop{false};
+        std::atomic<int> frames{0};
+        std::thread capture([&] {
+            while (!stop) {
+                v4l2_buffer buffer{};
+                if (bench.calls.waitReadable(fd, 1000) == 1 && bench.dequeue(fd, buffer) == 0) {
+                    frames += static_cast<const std::uint8_t*>(bench.memory[buffer.index])[0] > 0 ? 1 : 0;
+                    bench.calls.captureIoctl(fd, VIDIOC_QBUF, &buffer);
+                }
+            }
+        });
+        int writes = 0;
+        while (frames < 8) {
+            const int bus = bench.openSensor();
+            QVERIFY(bus >= 0);
+            QCOMPARE(bench.write(bus, {0x35, 0x02, std::uint8_t(writes)}), ssize_t(3));
+            QCOMPARE(bench.readRegister(bus, 0x3502), writes & 0xFF);
+            bench.calls.close(bus);
+            bench.stagePosition_steps = 32000.0 + writes;
+            ++writes;
+            QTest::qSleep(2);
+        }
+        stop = true;
+        capture.join();
+        bench.stopStream(fd);
+        QCOMPARE(bench.calls.openDescriptors(), std::size_t(0));
+        QCOMPARE(bench.calls.openMappings(), std::size_t(0));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSimulatedDeviceCalls)
+#include "test_simulated_device_calls.moc"
