@@ -107,20 +107,22 @@ private slots:
     void whatCannotBeConvertedLeavesTheDestination()
     {
         const std::vector<uchar> source = flatYuyv(8, 8, 200, 128, 128);
-        std::vector<uchar> destination(8 * 8 * 3, kGuard);
+        const std::vector<uchar> untouched(std::size_t(8) * 8 * 3, kGuard);
+        std::vector<uchar> destination = untouched;
         sws_yuv2rgb24(8, 8, nullptr, destination.data());
         sws_yuv2rgb24(8, 8, source.data(), nullptr);
         sws_yuv2rgb24(0, 8, source.data(), destination.data());
         sws_yuv2rgb24(8, 0, source.data(), destination.data());
         sws_yuv2rgb24(8, -8, source.data(), destination.data());
-        QCOMPARE(destination, std::vector<uchar>(8 * 8 * 3, kGuard));
+        QCOMPARE(destination, untouched);
     }
 
     void manyThreadsMayConvertAtOnce()
     {
         constexpr int kThreads = 4;
-        std::vector<std::vector<uchar>> results(kThreads, std::vector<uchar>(64 * 64 * 3));
+        std::vector<std::vector<uchar>> results(kThreads, std::vector<uchar>(std::size_t(64) * 64 * 3));
         std::vector<std::thread> threads;
+        threads.reserve(kThreads);
         for (int i = 0; i < kThreads; ++i) {
             threads.emplace_back([&results, i] {
                 const std::vector<uchar> source = flatYuyv(64, 64, uchar(60 + 40 * i), 128, 128);

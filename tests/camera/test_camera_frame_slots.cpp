@@ -130,7 +130,7 @@ private slots:
     void noReaderEverSeesAFrameThatIsBeingWritten()
     {
         QFETCH(int, buffers);
-        constexpr std::size_t kBig = 16 * 1024;
+        constexpr std::size_t kBig = 16384;
         constexpr int kReads = 3000;
         FrameSlots frames;
         frames.allocate(kBig);

@@ -13,7 +13,7 @@
 namespace {
 
 constexpr quint32 kVgaSize = 640 * 480 * 2;
-constexpr std::size_t kVgaRgbSize = 640 * 480 * 3;
+constexpr std::size_t kVgaRgbSize = 921600;
 
 using Bytes = std::vector<uchar>;
 

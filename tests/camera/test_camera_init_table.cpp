@@ -99,7 +99,8 @@ private slots:
     {
         quint64 sum = 0;
         for (std::size_t i = 0; i < kInitTableLength; ++i)
-            sum = sum * 31 + ov5642_vga_crop_init_reg[i].address * 256u + ov5642_vga_crop_init_reg[i].value;
+            sum = sum * 31 + ov5642_vga_crop_init_reg[i].address * quint64(256) +
+                  ov5642_vga_crop_init_reg[i].value;
         QCOMPARE(sum, quint64(0x6f1b77e758cb4252ULL));
     }
 

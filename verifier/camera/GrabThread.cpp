@@ -20,6 +20,8 @@ GrabThread::~GrabThread()
 {
     stop();
     wait();
+    // Puts all that run() did before whatever is freed from here on.
+    m_grab.load(std::memory_order_acquire);
 }
 
 void GrabThread::registerCamera(OV5642Camera* camera, uchar* destination)
@@ -44,7 +46,7 @@ bool GrabThread::frameDelivered() const
 
 void GrabThread::grab()
 {
-    m_grab.store(true, std::memory_order_release);
+    m_grab.exchange(true, std::memory_order_acq_rel);
 }
 
 void GrabThread::run()
@@ -55,6 +57,8 @@ void GrabThread::run()
             deliverFrame();
         QThread::usleep(kRoundPause_us);
     }
+    // Nothing more is written: the buffer is the window's, asked for or not.
+    m_grab.store(false, std::memory_order_release);
 }
 
 void GrabThread::deliverFrame()

@@ -29,8 +29,9 @@ public:
     /// Makes run() return within one round (10 ms and a frame's conversion). Any thread.
     void stop();
 
-    /// True from shortly before grabDone() until the next grab(): the buffer is complete and
-    /// belongs to the caller. While false the grab thread may be writing into it. GUI thread.
+    /// True from shortly before grabDone() until the next grab(), and once the thread has
+    /// ended: the buffer is complete and belongs to the caller. While false the grab thread
+    /// may be writing into it. GUI thread.
     bool frameDelivered() const;
 
 public slots:
@@ -57,7 +58,7 @@ private:
     // Written by the GUI thread, read by run().
     std::atomic<bool> m_stop{false};
     // Also says who owns the destination buffer. Set (release) by the GUI thread when it has
-    // done with the buffer, cleared (release) by run() when the frame is complete in it; each
-    // side reads it with acquire before it touches the buffer.
+    // done with the buffer, cleared (release) by run() when the frame is complete in it or
+    // when it ends; each side reads it with acquire before it touches the buffer.
     std::atomic<bool> m_grab{false};
 };
