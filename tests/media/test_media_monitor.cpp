@@ -1,0 +1,458 @@
+#include <cerrno>
+#include <functional>
+#include <memory>
+
+#include <fcntl.h>
+#include <linux/loop.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <QDir>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include "media/MediaMonitor.h"
+#include "platform/InstrumentPath.h"
+#include "simulator/UsbPort.h"
+
+namespace {
+
+const UsbDisk kFirst{"sda1", "1111-1111", UsbDiskCondition::Good};
+const UsbDisk kSecond{"sdb1", "2222-2222", UsbDiskCondition::Good};
+
+void put(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(bytes), qint64(bytes.size()));
+}
+
+// Runs work in a process of its own and returns its exit status, -1 if it crashed.
+int inChild(const std::function<int()>& work)
+{
+    const pid_t child = ::fork();
+    if (child == 0)
+        ::_exit(work());
+    int status = 0;
+    if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status))
+        return -1;
+    return WEXITSTATUS(status);
+}
+
+// What became of the disk on a loop device, as exit statuses. From kNoNamespace on: why it
+// could not be tried.
+enum RealDisk {
+    kAllWell,
+    kNotMounted,
+    kNotWritten,
+    kNotUnmounted,
+    kNoNamespace,
+    kNoLoopDevice,
+    kNoDeviceNode,
+    kNoFileSystem
+};
+
+// Binds a loop device of the machine to an image; closing the descriptor gives it back.
+int loopDeviceOn(const QString& image, dev_t& device)
+{
+    const int control = ::open("/dev/loop-control", O_RDWR | O_CLOEXEC);
+    const int number = control < 0 ? -1 : ::ioctl(control, LOOP_CTL_GET_FREE);
+    const int disk = ::open(qPrintable(QStringLiteral("/dev/loop%1").arg(number)), O_RDWR | O_CLOEXEC);
+    const int file = ::open(qPrintable(image), O_RDWR | O_CLOEXEC);
+    struct stat node = {};
+    loop_info64 info = {};
+    info.lo_flags = LO_FLAGS_AUTOCLEAR;
+    const bool bound = disk >= 0 && file >= 0 && ::fstat(disk, &node) == 0 &&
+                       ::ioctl(disk, LOOP_SET_FD, file) == 0 && ::ioctl(disk, LOOP_SET_STATUS64, &info) == 0;
+    ::close(file);
+    ::close(control);
+    device = node.st_rdev;
+    return bound ? disk : -1;
+}
+
+RealDisk useRealDisk(const QString& root)
+{
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        return kNoNamespace;
+    const QString image = root + "/image";
+    QFile file(image);
+    if (!file.open(QIODevice::WriteOnly) || !file.resize(1024 * 1024))
+        return kNoFileSystem;
+    file.close();
+    if (QProcess::execute("mkfs.ext2", {"-q", "-F", image}) != 0)
+        return kNoFileSystem;
+    dev_t device = 0;
+    if (loopDeviceOn(image, device) < 0)
+        return kNoLoopDevice;
+    if (::mknod(qPrintable(root + "/dev/sda1"), S_IFBLK | 0600, device) != 0)
+        return kNoDeviceNode;
+    if (::symlink("../../sda1", qPrintable(root + "/dev/disk/by-uuid/real")) != 0 ||
+        !QFile::link("/proc/self/mounts", root + "/etc/mtab"))
+        return kNoFileSystem;
+
+    setInstrumentRoot(root);
+    MediaMonitor monitor;
+    if (!monitor.searchUSB())
+        return kNotMounted;
+    QFile picture(instrumentPath(QStringLiteral("/mnt/a picture.tif")));
+    if (!picture.open(QIODevice::WriteOnly) || picture.write("pixels") != 6)
+        return kNotWritten;
+    picture.close();
+    monitor.unmount("/dev/sda1");
+    return monitor.searchUSB() || picture.exists() ? kNotUnmounted : kAllWell;
+}
+
+} // namespace
+
+class TestMediaMonitor : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        m_directory = std::make_unique<QTemporaryDir>();
+        QVERIFY(m_directory->isValid());
+        m_port = std::make_unique<UsbPort>(m_directory->path());
+        QVERIFY(m_port->install());
+        setInstrumentRoot(m_directory->path());
+    }
+
+    void cleanup()
+    {
+        m_port.reset();
+        setInstrumentRoot("/");
+    }
+
+    void onlyUsbDevicesAreFound_data()
+    {
+        QTest::addColumn<QString>("target");
+        QTest::addColumn<QString>("device");
+        QTest::newRow("sd") << "../../sdb1"
+                            << "/dev/sdb1";
+        QTest::newRow("ub") << "../../ub0p1"
+                            << "/dev/ub0p1";
+        QTest::newRow("sd alone") << "../../sd"
+                                  << "/dev/sd";
+        QTest::newRow("absolute") << "/dev/sdz9"
+                                  << "/dev/sdz9";
+        QTest::newRow("internal memory") << "../../mmcblk0p1"
+                                         << "";
+        QTest::newRow("capital letters") << "../../SDa1"
+                                         << "";
+        QTest::newRow("other directory") << "../../mapper/sda1"
+                                         << "";
+        QTest::newRow("not below dev") << "../../../sda1"
+                                       << "";
+        QTest::newRow("shorter") << "../../s"
+                                 << "";
+    }
+
+    void onlyUsbDevicesAreFound()
+    {
+        QFETCH(QString, target);
+        QFETCH(QString, device);
+        link("A", target);
+        MediaMonitor monitor;
+        QStringList list;
+        QCOMPARE(monitor.searchConnectedDevList(list), !device.isEmpty());
+        QCOMPARE(list, device.isEmpty() ? QStringList() : QStringList({device}));
+    }
+
+    void whatIsNoLinkIsNoDevice()
+    {
+        put(instrumentPath(QStringLiteral("/dev/disk/by-uuid/file")), "");
+        QVERIFY(QDir().mkpath(instrumentPath(QStringLiteral("/dev/disk/by-uuid/directory"))));
+        MediaMonitor monitor;
+        QStringList list{"before"};
+        QVERIFY(!monitor.searchConnectedDevList(list));
+        QVERIFY(list.isEmpty());
+    }
+
+    void aMissingLinkDirectoryMeansNoDisk()
+    {
+        QVERIFY(QDir(instrumentPath(QStringLiteral("/dev/disk"))).removeRecursively());
+        MediaMonitor monitor;
+        QStringList list;
+        QVERIFY(!monitor.searchConnectedDevList(list));
+        QVERIFY(!monitor.searchUSB());
+        QVERIFY(m_port->commands().isEmpty());
+    }
+
+    void withoutADiskNothingIsRunAtTheStart()
+    {
+        MediaMonitor monitor;
+        QVERIFY(m_port->commands().isEmpty());
+        QVERIFY(!monitor.searchUSB());
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        monitor.initialize();
+        QCOMPARE(statesOf(spy), QList<int>({1}));
+    }
+
+    void aDiskThatIsPresentIsMountedAtTheStart()
+    {
+        QVERIFY(m_port->plug(kFirst));
+        MediaMonitor monitor;
+        QCOMPARE(m_port->commands(), QStringList({"mount /dev/sda1 /mnt"}));
+        QVERIFY(monitor.searchUSB());
+        put(instrumentPath(QStringLiteral("/mnt/a.tif")), "x");
+        QVERIFY(QFile::exists(m_port->filesOf("sda1") + "/a.tif"));
+
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        monitor.initialize();
+        QCOMPARE(statesOf(spy), QList<int>({0}));
+    }
+
+    void ofTwoDisksTheFirstInListingOrderIsMounted()
+    {
+        QVERIFY(m_port->plug(kFirst));
+        QVERIFY(m_port->plug(kSecond));
+        MediaMonitor monitor;
+        QStringList list;
+        QVERIFY(monitor.searchConnectedDevList(list));
+        QCOMPARE(list.size(), 2);
+        QCOMPARE(m_port->commands(), QStringList({"mount " + list.first() + " /mnt"}));
+        QVERIFY(monitor.checkMountedUSB(list.first()));
+        QVERIFY(!monitor.checkMountedUSB(list.last()));
+    }
+
+    void staleMountsAreRemovedAtTheStart_data()
+    {
+        QTest::addColumn<QByteArray>("table");
+        QTest::addColumn<int>("runs");
+        QTest::newRow("none") << QByteArray("proc /proc proc rw 0 0\n") << 0;
+        QTest::newRow("one") << QByteArray("/dev/sda1 /mnt vfat rw 0 0\n") << 1;
+        QTest::newRow("two lines") << QByteArray("/dev/sda1 /mnt vfat rw 0 0\n/dev/sdb1 /mnt vfat rw 0 0\n")
+                                   << 2;
+        QTest::newRow("below") << QByteArray("/dev/sda1 /mnt/disk vfat rw 0 0\n") << 1;
+        QTest::newRow("twice in a line") << QByteArray("/mnt/image /mnt ext2 rw 0 0\n") << 2;
+        QTest::newRow("side by side") << QByteArray("/mnt/mnt/mnt") << 3;
+        QTest::newRow("behind a NUL byte") << QByteArray("/mnt\0/mnt", 9) << 1;
+    }
+
+    void staleMountsAreRemovedAtTheStart()
+    {
+        QFETCH(QByteArray, table);
+        QFETCH(int, runs);
+        put(instrumentPath(QStringLiteral("/etc/mtab")), table);
+        MediaMonitor monitor;
+        QStringList expected;
+        for (int i = 0; i < runs; ++i)
+            expected.append("umount /mnt");
+        QCOMPARE(m_port->commands(), expected);
+    }
+
+    void aDiskThatWasStillMountedIsMountedAgain()
+    {
+        QVERIFY(m_port->plug(kFirst));
+        {
+            MediaMonitor monitor;
+        }
+        MediaMonitor monitor;
+        QCOMPARE(m_port->commands(),
+                 QStringList({"mount /dev/sda1 /mnt", "umount /mnt", "mount /dev/sda1 /mnt"}));
+        QVERIFY(monitor.searchUSB());
+    }
+
+    void aDiskIsMountedWhenItIsPluggedIn()
+    {
+        MediaMonitor monitor;
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        QVERIFY(m_port->plug(kFirst));
+        QTRY_COMPARE(statesOf(spy), QList<int>({0}));
+        QVERIFY(monitor.searchUSB());
+        // There is no disk to unmount yet; the command alone rejects that.
+        QCOMPARE(m_port->commands(), QStringList({"umount", "mount /dev/sda1 /mnt"}));
+    }
+
+    void theOnlyDiskIsUnmountedWhenItIsPulled()
+    {
+        QVERIFY(m_port->plug(kFirst));
+        MediaMonitor monitor;
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        QVERIFY(m_port->pull("sda1"));
+        QTRY_COMPARE(statesOf(spy), QList<int>({1}));
+        QVERIFY(!monitor.searchUSB());
+        QCOMPARE(m_port->commands(), QStringList({"mount /dev/sda1 /mnt", "umount /dev/sda1"}));
+        put(instrumentPath(QStringLiteral("/mnt/on the instrument itself")), "x");
+    }
+
+    void aSecondDiskBesideTheMountedOneChangesNothing()
+    {
+        QVERIFY(m_port->plug(kFirst));
+        MediaMonitor monitor;
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        QVERIFY(m_port->plug(kSecond));
+        notify(monitor);
+        QVERIFY(spy.isEmpty());
+        QVERIFY(monitor.checkMountedUSB("/dev/sda1"));
+        QCOMPARE(m_port->commands(), QStringList({"mount /dev/sda1 /mnt"}));
+    }
+
+    void whenOneOfTwoIsPulledTheOtherIsMounted()
+    {
+        QVERIFY(m_port->plug(kFirst));
+        MediaMonitor monitor;
+        QVERIFY(m_port->plug(kSecond));
+        notify(monitor);
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        QVERIFY(m_port->pull("sda1"));
+        QTRY_COMPARE(statesOf(spy), QList<int>({0}));
+        QCOMPARE(m_port->commands(),
+                 QStringList({"mount /dev/sda1 /mnt", "umount /dev/sda1", "mount /dev/sdb1 /mnt"}));
+        QVERIFY(monitor.searchUSB());
+        QVERIFY(monitor.checkMountedUSB("/dev/sdb1"));
+    }
+
+    void asManyDisksAsBeforeAreLeftAlone()
+    {
+        QVERIFY(m_port->plug(kFirst));
+        MediaMonitor monitor;
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        // Swapped so quickly that the monitor sees only the result.
+        QVERIFY(m_port->pull("sda1"));
+        QVERIFY(m_port->plug(kSecond));
+        notify(monitor);
+        QVERIFY(spy.isEmpty());
+        QCOMPARE(m_port->commands().mid(0, 2), QStringList({"mount /dev/sda1 /mnt", "umount /dev/sda1"}));
+        QCOMPARE(m_port->commands().filter("sdb1"), QStringList());
+        QVERIFY(!monitor.searchUSB());
+    }
+
+    void aDiskThatDoesNotMountIsNotReadyForFiles()
+    {
+        MediaMonitor monitor;
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        QVERIFY(m_port->plug({"sda1", "1111-1111", UsbDiskCondition::Unmountable}));
+        QTRY_COMPARE(statesOf(spy), QList<int>({0}));
+        QVERIFY(!monitor.searchUSB());
+        QVERIFY(m_port->commands().contains("mount /dev/sda1 /mnt"));
+    }
+
+    void theMountTableIsSearchedForTheNameAnywhere()
+    {
+        link("A", "../../sda1");
+        MediaMonitor monitor;
+        put(instrumentPath(QStringLiteral("/etc/mtab")), "/dev/sda10 /elsewhere ext4 rw 0 0\n");
+        QVERIFY(monitor.checkMountedUSB("/dev/sda1"));
+        QVERIFY(!monitor.checkMountedUSB("/dev/sda10"));
+        QVERIFY(!monitor.checkMountedUSB(""));
+        put(instrumentPath(QStringLiteral("/etc/mtab")), QByteArray("proc\0/dev/sda1 /mnt", 19));
+        QVERIFY2(!monitor.checkMountedUSB("/dev/sda1"), "what stands behind a NUL byte does not count");
+    }
+
+    void anUnreadableMountTableMeansNotMounted()
+    {
+        QVERIFY(m_port->plug(kFirst));
+        MediaMonitor monitor;
+        QVERIFY(monitor.searchUSB());
+        QVERIFY(QFile::remove(instrumentPath(QStringLiteral("/etc/mtab"))));
+        QVERIFY(!monitor.searchUSB());
+        const int before = m_port->commands().size();
+        MediaMonitor other;
+        QCOMPARE(m_port->commands().mid(before).filter("umount"), QStringList());
+    }
+
+    void mountingRecordsTheDeviceWhateverComesOfIt()
+    {
+        MediaMonitor monitor;
+        monitor.mount("/dev/sdx1", "/mnt");
+        QCOMPARE(m_port->commands(), QStringList({"mount /dev/sdx1 /mnt"}));
+        QVERIFY(!monitor.searchUSB());
+        put(instrumentPath(QStringLiteral("/etc/mtab")), "/dev/sdx1 /mnt vfat rw 0 0\n");
+        link("X", "../../sdx1");
+        QVERIFY(monitor.searchUSB());
+    }
+
+    void argumentsReachTheCommandsOneByOne()
+    {
+        const QString record = m_directory->filePath("arguments");
+        for (const char* command : {"mount", "umount"})
+            put(m_directory->filePath("bin/") + command,
+                "#!/bin/sh\nfor a in \"${0##*/}\" \"$@\"; do echo \"<$a>\" >> '" + record.toUtf8() +
+                    "'; done\n");
+        MediaMonitor monitor;
+        monitor.mount("/dev/sd a;1", "/mnt/$(x)");
+        monitor.unmount("/dev/sd 'b");
+        monitor.unmount("");
+        QFile file(record);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QString root = instrumentPath(QStringLiteral("/")).chopped(1);
+        QCOMPARE(QString::fromUtf8(file.readAll()).remove(root),
+                 QString("<mount>\n</dev/sd a;1>\n</mnt/$(x)>\n<umount>\n</dev/sd 'b>\n<umount>\n"));
+    }
+
+    void commandsThatAreMissingAreSurvived()
+    {
+        const QByteArray path = qgetenv("PATH");
+        qputenv("PATH", "/nowhere");
+        QVERIFY(m_port->plug(kFirst));
+        {
+            MediaMonitor monitor;
+            QVERIFY(!monitor.searchUSB());
+            monitor.unmount("/dev/sda1");
+        }
+        qputenv("PATH", path);
+        QVERIFY(m_port->commands().isEmpty());
+    }
+
+    void aRealDiskIsMountedWrittenAndUnmounted()
+    {
+        m_port.reset(); // the machine's own commands
+        if (::geteuid() != 0)
+            QSKIP("a loop device can only be set up by root");
+        if (QStandardPaths::findExecutable("mkfs.ext2").isEmpty())
+            QSKIP("mkfs.ext2 is not installed");
+        QTemporaryDir directory;
+        for (const char* name : {"dev/disk/by-uuid", "etc", "mnt"})
+            QVERIFY(QDir().mkpath(directory.filePath(name)));
+        const QString root = QFileInfo(directory.path()).canonicalFilePath();
+        const int outcome = inChild([root] { return int(useRealDisk(root)); });
+        switch (outcome) {
+        case kNoNamespace:
+            QSKIP("a private mount namespace is not permitted here");
+        case kNoLoopDevice:
+            QSKIP("there is no loop device to be had here");
+        case kNoDeviceNode:
+            QSKIP("a device node cannot be created here");
+        case kNoFileSystem:
+            QSKIP("a file system image cannot be created here");
+        default:
+            QCOMPARE(outcome, int(kAllWell));
+        }
+    }
+
+private:
+    void link(const char* name, const QString& target)
+    {
+        const QString path = instrumentPath(QStringLiteral("/dev/disk/by-uuid/")) + name;
+        QCOMPARE(::symlink(qPrintable(target), qPrintable(path)), 0);
+    }
+
+    static QList<int> statesOf(const QSignalSpy& spy)
+    {
+        QList<int> states;
+        for (const QList<QVariant>& arguments : spy)
+            states.append(arguments.first().toInt());
+        return states;
+    }
+
+    // Delivers the directory's change at once, and lets the watcher's own follow.
+    static void notify(MediaMonitor& monitor)
+    {
+        QVERIFY(QMetaObject::invokeMethod(&monitor, "directoryChanged", Q_ARG(QString, "unused")));
+        QCoreApplication::processEvents();
+    }
+
+    std::unique_ptr<QTemporaryDir> m_directory;
+    std::unique_ptr<UsbPort> m_port;
+};
+
+QTEST_GUILESS_MAIN(TestMediaMonitor)
+#include "test_media_monitor.moc"
