@@ -1,5 +1,7 @@
 #include "QC/TargetSearch.h"
 
+#include <algorithm>
+
 #include <opencv2/imgproc.hpp>
 
 namespace {
@@ -18,14 +20,16 @@ struct Span
     int length;
 };
 
-/// One axis of the search window.
+/// One axis of the search window, limited to the image.
 Span searchSpan(int target, int image_px)
 {
+    Span span = {target - kHalfWindow_px, 2 * kHalfWindow_px};
     if (target < kHalfWindow_px)
-        return {0, target + kHalfWindow_px};
-    if (target < image_px - (kHalfWindow_px - 1))
-        return {target - kHalfWindow_px, 2 * kHalfWindow_px};
-    return {target - kHalfWindow_px, image_px - target + kHalfWindow_px};
+        span = {0, target + kHalfWindow_px};
+    else if (target >= image_px - (kHalfWindow_px - 1))
+        span.length = image_px - target + kHalfWindow_px;
+    span.length = std::min(span.length, image_px - span.start);
+    return span;
 }
 
 /// Image coordinate of a circle's centre in the window; only a window that does not begin
@@ -43,7 +47,8 @@ QRect searchWindow(QPoint target, QSize imageSize_px)
 {
     const Span x = searchSpan(target.x(), imageSize_px.width());
     const Span y = searchSpan(target.y(), imageSize_px.height());
-    return QRect(x.start, y.start, x.length, y.length) & QRect(QPoint(0, 0), imageSize_px);
+    // Negative lengths would turn a rectangle over.
+    return x.length > 0 && y.length > 0 ? QRect(x.start, y.start, x.length, y.length) : QRect();
 }
 
 TargetSearch::Result TargetSearch::find(const FrameView& frame, QPoint target)

@@ -1,0 +1,334 @@
+#include <memory>
+
+#include <opencv2/core/parallel/parallel_backend.hpp>
+
+#include "QcWidgetTools.h"
+
+namespace {
+
+/// Threads for the image library that cannot be had.
+class NoThreads : public cv::parallel::ParallelForAPI
+{
+public:
+    void parallel_for(int, FN_parallel_for_body_cb_t, void*) override
+    {
+        CV_Error(cv::Error::StsInternal, "no threads left");
+    }
+    int getThreadNum() const override { return 0; }
+    int getNumThreads() const override { return 2; }
+    int setNumThreads(int) override { return 2; }
+    const char* getName() const override { return "none"; }
+};
+
+/// Length from (0, 0) that a new widget measures for the dot at place.
+float measuredLengthOf(QPoint place, CalibrationFrame& frame)
+{
+    QC_measure widget;
+    widget.resize(kView);
+    widget.setImageData(frame.data());
+    aimAt(widget, place);
+    widget.setPoint(0);
+    return measuredLength(widget);
+}
+
+} // namespace
+
+class TestQcPoints : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void bothPointsAreFoundToldAndMarked()
+    {
+        CalibrationFrame frame = patternedFrame();
+        frame.dot({700, 500}, 8);
+        frame.dot({730, 520}, 5);
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
+        QSignalSpy errors(&widget, &QC_measure::sig_measure_error);
+
+        const QPoint offset1 = aimAt(widget, {698, 502});
+        widget.setPoint(0);
+        QCOMPARE(points.count(), 1);
+        QCOMPARE(points.at(0).at(0).toInt(), 0);
+        const QPoint point1(points.at(0).at(1).toInt(), points.at(0).at(2).toInt());
+        QVERIFY((point1 - QPoint(700, 500)).manhattanLength() <= 2);
+        const QRect position1(offset1.x() * 80 / 2592, offset1.y() * 60 / 1944, 20, 15);
+        QCOMPARE(shown(widget), expectedView(frame, offset1, position1, {{point1, "1"}}, {698, 502}));
+
+        const QPoint offset2 = aimAt(widget, {733, 521});
+        widget.setPoint(1);
+        QCOMPARE(points.count(), 2);
+        QCOMPARE(points.at(1).at(0).toInt(), 1);
+        const QPoint point2(points.at(1).at(1).toInt(), points.at(1).at(2).toInt());
+        QVERIFY((point2 - QPoint(730, 520)).manhattanLength() <= 2);
+        const QRect position2(offset2.x() * 80 / 2592, offset2.y() * 60 / 1944, 20, 15);
+        QCOMPARE(shown(widget),
+                 expectedView(frame, offset2, position2, {{point1, "1"}, {point2, "2"}}, {733, 521}));
+        QCOMPARE(errors.count(), 0);
+    }
+
+    void aPointThatMovesLeavesNoMarkBehind()
+    {
+        CalibrationFrame frame = patternedFrame();
+        frame.dot({700, 500}, 8);
+        frame.dot({760, 520}, 8);
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
+        aimAt(widget, {700, 500});
+        widget.setPoint(0);
+        const QPoint offset = aimAt(widget, {760, 520});
+        widget.setPoint(0);
+        QCOMPARE(points.count(), 2);
+        const QPoint point(points.at(1).at(1).toInt(), points.at(1).at(2).toInt());
+        const QRect position(offset.x() * 80 / 2592, offset.y() * 60 / 1944, 20, 15);
+        QCOMPARE(shown(widget), expectedView(frame, offset, position, {{point, "1"}}, {760, 520}));
+    }
+
+    void marksAtTheBordersAreCutOff_data()
+    {
+        QTest::addColumn<QPoint>("dot");
+        QTest::newRow("top left") << QPoint(4, 3);
+        QTest::newRow("top right") << QPoint(2588, 4);
+        QTest::newRow("bottom left") << QPoint(3, 1940);
+        QTest::newRow("bottom right") << QPoint(2589, 1941);
+        QTest::newRow("right") << QPoint(2580, 900);
+    }
+
+    void marksAtTheBordersAreCutOff()
+    {
+        QFETCH(QPoint, dot);
+        CalibrationFrame frame = patternedFrame();
+        frame.dot(dot, 6);
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
+        const QPoint offset = aimAt(widget, dot);
+        widget.setPoint(1);
+        QCOMPARE(points.count(), 1);
+        const QPoint point(points.at(0).at(1).toInt(), points.at(0).at(2).toInt());
+        QVERIFY((point - dot).manhattanLength() <= 6); // of what is left of the dot
+        const QRect position(offset.x() * 80 / 2592, offset.y() * 60 / 1944, 20, 15);
+        QCOMPARE(shown(widget), expectedView(frame, offset, position, {{point, "2"}}, dot));
+    }
+
+    void theStoredFrameStaysUnmarked()
+    {
+        // Were the first cross in the frame, the second search would see its dark green.
+        CalibrationFrame frame(kFrame);
+        frame.dot({700, 500}, 8);
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
+        aimAt(widget, {700, 500});
+        widget.setPoint(0);
+        widget.setPoint(0);
+        widget.setPoint(1);
+        QCOMPARE(points.count(), 3);
+        QCOMPARE(points.at(1), points.at(0));
+        QCOMPARE(points.at(2).mid(1), points.at(0).mid(1));
+    }
+
+    void pointsSurviveANewFrame()
+    {
+        CalibrationFrame frame(kFrame);
+        frame.dot({700, 500}, 8);
+        frame.dot({900, 500}, 8);
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
+        aimAt(widget, {700, 500});
+        widget.setPoint(0);
+        const QPoint point1(points.at(0).at(1).toInt(), points.at(0).at(2).toInt());
+
+        // The picture of a new frame is clean, but the next search marks both points in it.
+        widget.setImageData(frame.data());
+        widget.setTargetingMode(false);
+        QCOMPARE(shown(widget), expectedView(frame, {0, 0}, QRect(0, 0, 20, 15)));
+        const QPoint offset = aimAt(widget, {900, 500});
+        widget.setPoint(1);
+        const QPoint point2(points.at(1).at(1).toInt(), points.at(1).at(2).toInt());
+        const QRect position(offset.x() * 80 / 2592, offset.y() * 60 / 1944, 20, 15);
+        QCOMPARE(shown(widget),
+                 expectedView(frame, offset, position, {{point1, "1"}, {point2, "2"}}, {900, 500}));
+    }
+
+    void aFailedSearchStoresNothing_data()
+    {
+        QTest::addColumn<QPoint>("target");
+        QTest::addColumn<int>("error");
+        QTest::newRow("no object") << QPoint(1200, 1200) << int(TARGETING_NO_CELL);
+        QTest::newRow("two objects") << QPoint(915, 500) << int(TARGETING_TOO_MANY_CELLS);
+    }
+
+    void aFailedSearchStoresNothing()
+    {
+        QFETCH(QPoint, target);
+        QFETCH(int, error);
+        CalibrationFrame frame(kFrame);
+        frame.dot({700, 500}, 8);
+        frame.dot({900, 500}, 5);
+        frame.dot({925, 500}, 5);
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        aimAt(widget, {700, 500});
+        widget.setPoint(0);
+        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
+        QSignalSpy errors(&widget, &QC_measure::sig_measure_error);
+        aimAt(widget, target);
+        const QImage before = shown(widget);
+        widget.setPoint(0);
+        QCOMPARE(points.count(), 0);
+        QCOMPARE(errors.count(), 1);
+        QCOMPARE(int(errors.at(0).at(0).value<TargetingError_e>()), error);
+        QCOMPARE(shown(widget), before);
+        QCOMPARE(measuredLength(widget), measuredLengthOf({700, 500}, frame));
+    }
+
+    void anotherIndexStoresNothing()
+    {
+        CalibrationFrame frame(kFrame);
+        frame.dot({700, 500}, 8);
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
+        QSignalSpy errors(&widget, &QC_measure::sig_measure_error);
+        aimAt(widget, {700, 500});
+        const QImage before = shown(widget);
+        for (const int index : {2, -1, 1000}) {
+            widget.setPoint(index);
+            QCOMPARE(shown(widget), before);
+        }
+        QCOMPARE(points.count(), 0);
+        QCOMPARE(errors.count(), 0);
+        QCOMPARE(measuredLength(widget), 0.0F);
+    }
+
+    void withoutATargetTheCornerIsSearched()
+    {
+        CalibrationFrame frame(kFrame);
+        frame.dot({8, 9}, 4);
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
+        widget.setPoint(0);
+        QCOMPARE(points.count(), 1);
+        QVERIFY(qAbs(points.at(0).at(1).toInt() - 8) <= 1);
+        QVERIFY(qAbs(points.at(0).at(2).toInt() - 9) <= 1);
+    }
+
+    void aTargetThatWasDraggedOutOfTheImageFindsNothing_data()
+    {
+        QTest::addColumn<QPoint>("mouse");
+        QTest::newRow("left") << QPoint(-300, 200);
+        QTest::newRow("above") << QPoint(200, -20);
+        QTest::newRow("right") << QPoint(4000, 200);
+        QTest::newRow("below") << QPoint(200, 1964);
+    }
+
+    void aTargetThatWasDraggedOutOfTheImageFindsNothing()
+    {
+        QFETCH(QPoint, mouse);
+        CalibrationFrame frame(kFrame, Qt::black);
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        widget.setTargetingMode(true);
+        drag(widget, {200, 200}, mouse);
+        QSignalSpy errors(&widget, &QC_measure::sig_measure_error);
+        widget.setPoint(0);
+        QCOMPARE(errors.count(), 1);
+        QCOMPARE(errors.at(0).at(0).value<TargetingError_e>(), TARGETING_NO_CELL);
+    }
+
+    void withoutAFrameNoPointIsFound()
+    {
+        QC_measure widget;
+        QSignalSpy errors(&widget, &QC_measure::sig_measure_error);
+        widget.setPoint(0);
+        QCOMPARE(errors.count(), 1);
+        QCOMPARE(errors.at(0).at(0).value<TargetingError_e>(), TARGETING_NO_CELL);
+    }
+
+    void aFailureOfTheLibraryStaysInside()
+    {
+        CalibrationFrame frame(kFrame, Qt::black);
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
+        QSignalSpy errors(&widget, &QC_measure::sig_measure_error);
+        {
+            const LogCatcher catcher;
+            cv::parallel::setParallelForBackend(std::make_shared<NoThreads>(), false);
+            widget.setPoint(0);
+            cv::parallel::setParallelForBackend(std::shared_ptr<cv::parallel::ParallelForAPI>(), false);
+        }
+        QCOMPARE(errors.count(), 1);
+        QCOMPARE(errors.at(0).at(0).value<TargetingError_e>(), TARGETING_NO_CELL);
+        QCOMPARE(loggedLines.filter("[Error]").filter("no threads left").size(), 1);
+        // The next search works again.
+        widget.setPoint(0);
+        QCOMPARE(points.count(), 1);
+        QCOMPARE(errors.count(), 1);
+    }
+
+    void anImageThatTheFrameDoesNotFillIsNotSearched_data()
+    {
+        QTest::addColumn<uint>("width");
+        QTest::addColumn<uint>("height");
+        QTest::newRow("larger") << 4000U << 3000U;
+        QTest::newRow("empty") << 0U << 1944U;
+        QTest::newRow("beyond int") << 0xFFFFFFFFU << 0xFFFFFFFFU;
+    }
+
+    void anImageThatTheFrameDoesNotFillIsNotSearched()
+    {
+        QFETCH(uint, width);
+        QFETCH(uint, height);
+        CalibrationFrame frame(kFrame, Qt::black);
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        widget.setImageSize(width, height);
+        QSignalSpy errors(&widget, &QC_measure::sig_measure_error);
+        widget.setPoint(0);
+        QCOMPARE(errors.count(), 1);
+        drag(widget, {100, 100}, {50, 50});
+        QVERIFY(!shown(widget).isNull());
+    }
+
+    void anImageOfAnotherSizeIsSearchedAndShown()
+    {
+        CalibrationFrame small(QSize(640, 480));
+        small.dot({300, 200}, 6);
+        std::vector<unsigned char> bytes = small.bytes();
+        bytes.resize(std::size_t(2592) * 1944 * 3);
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(bytes.data());
+        widget.setImageSize(640, 480);
+        widget.setTargetingMode(true);
+        press(widget, {300, 200});
+        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
+        widget.setPoint(0);
+        QCOMPARE(points.count(), 1);
+        const QPoint point(points.at(0).at(1).toInt(), points.at(0).at(2).toInt());
+        QVERIFY((point - QPoint(300, 200)).manhattanLength() <= 2);
+        QCOMPARE(shown(widget).pixelColor(point + QPoint(12, 0)), QColor(255, 0, 0));
+        QCOMPARE(shown(widget).pixelColor(500, 400), QColor(200, 200, 200));
+    }
+};
+
+QTEST_MAIN(TestQcPoints)
+#include "test_qc_points.moc"

@@ -1,0 +1,235 @@
+#include "QcWidgetTools.h"
+
+class TestQcView : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void withoutAFrameNothingIsPainted()
+    {
+        QC_measure widget;
+        widget.resize(kView);
+        QWidget plain;
+        plain.resize(kView);
+        widget.setTargetingMode(true);
+        press(widget, {100, 100});
+        QCOMPARE(shown(widget), plain.grab().toImage().convertToFormat(QImage::Format_RGB32));
+    }
+
+    void theFrameIsShownFromItsTopLeftCorner()
+    {
+        CalibrationFrame frame = patternedFrame();
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        const QImage expected = expectedView(frame, {0, 0}, QRect(0, 0, 20, 15));
+        QCOMPARE(shown(widget), expected);
+        // The frame was copied.
+        frame.fill(QRect(QPoint(0, 0), kFrame), Qt::white);
+        QCOMPARE(shown(widget), expected);
+    }
+
+    void aNewFrameIsShownFromItsCornerAgain()
+    {
+        CalibrationFrame frame = patternedFrame();
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        drag(widget, {600, 400}, {100, 100});
+        frame.fill(QRect(100, 100, 50, 50), Qt::white);
+        widget.setImageData(frame.data());
+        QCOMPARE(shown(widget), expectedView(frame, {0, 0}, QRect(0, 0, 20, 15)));
+    }
+
+    void aMissingFrameChangesNothing()
+    {
+        CalibrationFrame frame = patternedFrame();
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        widget.setImageData(nullptr);
+        QCOMPARE(shown(widget), expectedView(frame, {0, 0}, QRect(0, 0, 20, 15)));
+    }
+
+    void aFrameRestoresTheSizeOfTheImage()
+    {
+        CalibrationFrame frame = patternedFrame();
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageSize(1280, 960);
+        widget.setImageData(frame.data());
+        QCOMPARE(shown(widget), expectedView(frame, {0, 0}, QRect(0, 0, 20, 15)));
+        widget.setImageSize(640, 480);
+        widget.setImageData(frame.data());
+        QCOMPARE(shown(widget), expectedView(frame, {0, 0}, QRect(0, 0, 20, 15)));
+    }
+
+    void draggingPansAndTheNavigatorFollows_data()
+    {
+        QTest::addColumn<QPointF>("from");
+        QTest::addColumn<QPointF>("to");
+        QTest::addColumn<QPoint>("offset");
+        QTest::newRow("pull to the left and up")
+            << QPointF(300, 300) << QPointF(200, 150) << QPoint(100, 150);
+        QTest::newRow("before the first pixel") << QPointF(100, 100) << QPointF(300, 250) << QPoint(0, 0);
+        QTest::newRow("one axis only") << QPointF(100, 100) << QPointF(60, 250) << QPoint(40, 0);
+        QTest::newRow("beyond the last pixel")
+            << QPointF(600, 400) << QPointF(-3000, -3000) << QPoint(1952, 1464);
+        // Positions are rounded before they are subtracted: 10.5 -> 11, 4.4 -> 4, 9.49 -> 9, 3.5 -> 4.
+        QTest::newRow("fractions") << QPointF(10.5, 9.49) << QPointF(4.4, 3.5) << QPoint(7, 5);
+    }
+
+    void draggingPansAndTheNavigatorFollows()
+    {
+        QFETCH(QPointF, from);
+        QFETCH(QPointF, to);
+        QFETCH(QPoint, offset);
+        CalibrationFrame frame = patternedFrame();
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        drag(widget, from, to);
+        const QRect position(offset.x() * 80 / 2592, offset.y() * 60 / 1944, 20, 15);
+        QCOMPARE(shown(widget), expectedView(frame, offset, position));
+        // Without a pressed button the picture stays.
+        move(widget, {0, 0});
+        QCOMPARE(shown(widget), expectedView(frame, offset, position));
+    }
+
+    void thePictureFollowsEachMoveFromTheLastOne()
+    {
+        CalibrationFrame frame = patternedFrame();
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        press(widget, {300, 300});
+        move(widget, {400, 400}); // stops at the border
+        move(widget, {350, 380}); // and comes along at once on the way back
+        QCOMPARE(shown(widget), expectedView(frame, {50, 20}, QRect(1, 0, 20, 15)));
+    }
+
+    void theZoomEnlargesThePictureButNotTheRest()
+    {
+        CalibrationFrame frame = patternedFrame();
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        widget.setScale(2.0);
+        const QImage image = shown(widget);
+        const QImage plain = expectedView(frame, {0, 0}, QRect(0, 0, 10, 8));
+        for (int y = 130; y < 480; y += 7)
+            for (int x = 170; x < 640; x += 7)
+                QCOMPARE(image.pixel(x, y), plain.pixel(x / 2, y / 2) | 0xFF000000U);
+        QCOMPARE(image.pixelColor(80, 30), kNavigatorColor);
+        QCOMPARE(image.pixelColor(10, 4), kNavigatorColor);
+    }
+
+    void theZoomedViewGoesFurtherAndComesBack()
+    {
+        CalibrationFrame frame = patternedFrame();
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        widget.setScale(2.0);
+        drag(widget, {0, 0}, {-5000, -5000});
+        // 2592 - 640 / 2 = 2272, 1944 - 480 / 2 = 1704.
+        const QPoint last(2272, 1704);
+        QImage image = shown(widget);
+        for (int y = 1; y < 480; y += 13)
+            for (int x = 1; x < 640; x += 13)
+                if (x > 90 || y > 70) {
+                    const auto index = std::size_t(last.y() + y / 2) * 2592 + std::size_t(last.x() + x / 2);
+                    const unsigned char* pixel = &frame.bytes()[3 * index];
+                    QCOMPARE(image.pixelColor(x, y), QColor(pixel[0], pixel[1], pixel[2]));
+                }
+        widget.setScale(0.5); // does not change the zoom
+        QCOMPARE(shown(widget), image);
+        widget.setScale(1.0);
+        QCOMPARE(shown(widget), expectedView(frame, {1952, 1464}, QRect(60, 45, 20, 15)));
+    }
+
+    void aNewFrameKeepsTheZoom()
+    {
+        CalibrationFrame frame = patternedFrame();
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setScale(2.0);
+        widget.setImageData(frame.data());
+        const QImage zoomed = shown(widget);
+        drag(widget, {600, 400}, {300, 200});
+        QVERIFY(shown(widget) != zoomed);
+        widget.setImageData(frame.data());
+        QCOMPARE(shown(widget), zoomed);
+    }
+
+    void aPressPlacesTheTarget()
+    {
+        CalibrationFrame frame = patternedFrame();
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        drag(widget, {600, 400}, {500, 350});
+        widget.setTargetingMode(true);
+        const QRect position(3, 1, 20, 15);
+        QCOMPARE(shown(widget), expectedView(frame, {100, 50}, position));
+        press(widget, {299.5, 200.4});
+        QCOMPARE(shown(widget), expectedView(frame, {100, 50}, position, {}, {400, 250}));
+    }
+
+    void theTargetFollowsTheMouseAndTheViewStays()
+    {
+        CalibrationFrame frame = patternedFrame();
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        drag(widget, {600, 400}, {500, 350});
+        widget.setTargetingMode(true);
+        press(widget, {300, 200});
+        const QRect position(3, 1, 20, 15);
+        for (const QPoint& mouse : {QPoint(310, 190), QPoint(5, 5), QPoint(639, 479), QPoint(-10, -15)}) {
+            move(widget, mouse);
+            QCOMPARE(shown(widget), expectedView(frame, {100, 50}, position, {}, mouse + QPoint(100, 50)));
+        }
+        release(widget, {-10, -15});
+        move(widget, {320, 240});
+        QCOMPARE(shown(widget), expectedView(frame, {100, 50}, position, {}, {90, 35}));
+    }
+
+    void switchingTargetingHidesTheSquareUntilTheNextPress()
+    {
+        CalibrationFrame frame = patternedFrame();
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        widget.setTargetingMode(true);
+        press(widget, {300, 200});
+        release(widget, {300, 200});
+        const QRect position(0, 0, 20, 15);
+        const QImage without = expectedView(frame, {0, 0}, position);
+        QVERIFY(shown(widget) != without);
+        widget.setTargetingMode(false);
+        QCOMPARE(shown(widget), without);
+        widget.setTargetingMode(true);
+        QCOMPARE(shown(widget), without);
+        press(widget, {301, 201});
+        QCOMPARE(shown(widget), expectedView(frame, {0, 0}, position, {}, {301, 201}));
+    }
+
+    void theSquareIsNotZoomed()
+    {
+        CalibrationFrame frame(kFrame);
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        widget.setScale(2.0);
+        widget.setTargetingMode(true);
+        press(widget, {300, 200});
+        const QImage image = shown(widget);
+        for (const QPoint& corner : {QPoint(280, 180), QPoint(320, 180), QPoint(280, 220), QPoint(320, 220)})
+            QCOMPARE(image.pixelColor(corner), QColor(Qt::green));
+        QCOMPARE(image.pixelColor(300, 200), QColor(200, 200, 200));
+    }
+};
+
+QTEST_MAIN(TestQcView)
+#include "test_qc_view.moc"

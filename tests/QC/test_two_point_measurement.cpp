@@ -1,0 +1,174 @@
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+#include <QtTest>
+
+#include "QC/TwoPointMeasurement.h"
+
+namespace {
+
+/// One row of the table that two_point_reference.py works out in exact fractions.
+struct ReferenceRow
+{
+    int x1, y1, x2, y2, width, height;
+    std::uint32_t bits[9];
+};
+
+const ReferenceRow kReference[] = {
+#include "TwoPointReference.inc"
+};
+
+const char* const kValueNames[9] = {"length_pixel",        "length_mm", "pixel_size",
+                                    "Magnification",       "area_mm",   "Volume_factor",
+                                    "exact magnification", "log area",  "exact volume factor"};
+
+std::uint32_t bitsOf(float value)
+{
+    std::uint32_t bits = 0;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+
+float floatOf(std::uint32_t bits)
+{
+    float value = 0;
+    std::memcpy(&value, &bits, sizeof value);
+    return value;
+}
+
+constexpr QSize kFullFrame(2592, 1944);
+constexpr float kInfinity = std::numeric_limits<float>::infinity();
+
+} // namespace
+
+class TestTwoPointMeasurement : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void everyBitEqualsTheExactReference()
+    {
+        int rows = 0;
+        for (const ReferenceRow& row : kReference) {
+            const TwoPointMeasurement m =
+                measureTwoPoints({row.x1, row.y1}, {row.x2, row.y2}, {row.width, row.height});
+            const float values[9] = {m.info.length_pixel,  m.info.length_mm, m.info.pixel_size,
+                                     m.info.Magnification, m.info.area_mm,   m.info.Volume_factor,
+                                     m.exactMagnification, m.area_mm,        m.exactVolumeFactor};
+            for (int i = 0; i < 9; ++i) {
+                const float expected = floatOf(row.bits[i]);
+                const bool same =
+                    std::isnan(expected) ? std::isnan(values[i]) : bitsOf(values[i]) == row.bits[i];
+                QVERIFY2(same, qPrintable(QStringLiteral("%1 of (%2, %3)-(%4, %5): %6 instead of %7")
+                                              .arg(QLatin1String(kValueNames[i]))
+                                              .arg(row.x1)
+                                              .arg(row.y1)
+                                              .arg(row.x2)
+                                              .arg(row.y2)
+                                              .arg(double(values[i]), 0, 'g', 9)
+                                              .arg(double(expected), 0, 'g', 9)));
+            }
+            ++rows;
+        }
+        QVERIFY2(rows > 6000, "the table is there as a whole");
+    }
+
+    void aThousandPixelsAreOneMillimetre()
+    {
+        const TwoPointMeasurement m = measureTwoPoints({100, 100}, {700, 900}, kFullFrame);
+        QCOMPARE(m.info.length_pixel, 1000.0F);
+        QCOMPARE(m.info.length_mm, 1.0F);
+        QCOMPARE(m.info.pixel_size, 1.0F);
+        QCOMPARE(m.info.Magnification, 1.4F);
+        QCOMPARE(m.info.area_mm, 5.038848F);
+        QCOMPARE(m.info.Volume_factor, 0.50388F);
+        QCOMPARE(m.exactVolumeFactor, 0.5038848F);
+        QCOMPARE(m.area_mm, 5.038848F);
+    }
+
+    void onlyMagnificationAndVolumeFactorAreRoundedToDigits()
+    {
+        const TwoPointMeasurement m = measureTwoPoints({0, 0}, {1049, 0}, kFullFrame);
+        QCOMPARE(m.info.length_pixel, 1049.0F);
+        QCOMPARE(m.info.length_mm, 1.0F);
+        QVERIFY(qAbs(m.info.pixel_size - 0.9533F) < 0.00005F);
+        QVERIFY(m.info.pixel_size != 0.9533F);
+        QCOMPARE(bitsOf(m.info.Magnification), bitsOf(1.469F));
+        QVERIFY(qAbs(m.exactMagnification - 1.4686F) < 0.00001F);
+    }
+
+    void theOrderOfThePointsDoesNotMatter()
+    {
+        const TwoPointMeasurement there = measureTwoPoints({12, 1900}, {2500, 33}, kFullFrame);
+        const TwoPointMeasurement back = measureTwoPoints({2500, 33}, {12, 1900}, kFullFrame);
+        QCOMPARE(bitsOf(there.info.length_pixel), bitsOf(back.info.length_pixel));
+        QCOMPARE(bitsOf(there.info.Magnification), bitsOf(back.info.Magnification));
+        QCOMPARE(bitsOf(there.info.Volume_factor), bitsOf(back.info.Volume_factor));
+    }
+
+    void equalPointsGiveNotANumber()
+    {
+        const TwoPointMeasurement m = measureTwoPoints({7, 7}, {7, 7}, kFullFrame);
+        QCOMPARE(m.info.length_pixel, 0.0F);
+        QCOMPARE(m.info.length_mm, 0.0F);
+        QVERIFY(std::isnan(m.info.pixel_size));
+        QVERIFY(std::isnan(m.info.Magnification));
+        QVERIFY(std::isnan(m.info.area_mm));
+        QVERIFY(std::isnan(m.info.Volume_factor));
+    }
+
+    void closePointsGiveAnInfiniteMagnification()
+    {
+        const TwoPointMeasurement m = measureTwoPoints({0, 0}, {49, 0}, kFullFrame);
+        QCOMPARE(m.info.length_mm, 0.0F);
+        QCOMPARE(m.info.pixel_size, 0.0F);
+        QCOMPARE(m.info.Magnification, kInfinity);
+        QCOMPARE(m.info.Volume_factor, 0.0F);
+        QCOMPARE(m.area_mm, 0.0F);
+        QCOMPARE(measureTwoPoints({0, 0}, {50, 0}, kFullFrame).info.length_mm, 0.1F);
+    }
+
+    void distanceIsEuclidean()
+    {
+        QCOMPARE(pointDistance({0, 0}, {3, 4}), 5.0F);
+        QCOMPARE(pointDistance({-3, 4}, {0, 0}), 5.0F);
+        QCOMPARE(pointDistance({5, 5}, {5, 5}), 0.0F);
+        const int low = std::numeric_limits<int>::min();
+        const int high = std::numeric_limits<int>::max();
+        QCOMPARE(pointDistance({low, 0}, {high, 0}), 4294967295.0F);
+    }
+
+    void valuesRoundToAFractionHalvesAwayFromZero_data()
+    {
+        QTest::addColumn<float>("value");
+        QTest::addColumn<float>("factor");
+        QTest::addColumn<float>("expected");
+        QTest::newRow("up") << 2.345F << 100.0F << 2.35F;
+        QTest::newRow("down when negative") << -2.345F << 100.0F << -2.35F;
+        QTest::newRow("half") << 0.5F << 1.0F << 1.0F;
+        QTest::newRow("negative half") << -0.5F << 1.0F << -1.0F;
+        QTest::newRow("below half") << 0.49F << 1.0F << 0.0F;
+        QTest::newRow("zero") << 0.0F << 10.0F << 0.0F;
+        QTest::newRow("no fraction left") << 3e9F << 1.0F << 3e9F;
+        QTest::newRow("no fraction left, negative") << -3e9F << 10.0F << -3e9F;
+        QTest::newRow("infinite") << kInfinity << 10.0F << kInfinity;
+    }
+
+    void valuesRoundToAFractionHalvesAwayFromZero()
+    {
+        QFETCH(float, value);
+        QFETCH(float, factor);
+        QFETCH(float, expected);
+        QCOMPARE(bitsOf(roundToFraction(value, factor)), bitsOf(expected));
+    }
+
+    void notANumberStaysWhatItIs()
+    {
+        QVERIFY(std::isnan(roundToFraction(std::numeric_limits<float>::quiet_NaN(), 10.0F)));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestTwoPointMeasurement)
+#include "test_two_point_measurement.moc"
