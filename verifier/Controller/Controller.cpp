@@ -117,7 +117,7 @@ void Controller::setPortListener(bool on)
         disconnect(m_serialPort, SIGNAL(readyRead()), this, SLOT(slot_readyRead()));
 }
 
-void Controller::write_nonBlocking(QString command)
+void Controller::write_nonBlocking(const QString& command)
 {
     qDebug() << "write_nonBlocking"
              << "command:" << command;
@@ -126,7 +126,7 @@ void Controller::write_nonBlocking(QString command)
     emit sig_debug_Controller(command);
 }
 
-void Controller::write_Blocking(QString command, int msecs)
+void Controller::write_Blocking(const QString& command, int msecs)
 {
     qDebug() << "write_Blocking"
              << "command:" << command;
@@ -157,7 +157,7 @@ void Controller::readAvailableData_Blocking(int msecs)
     parsing_responseReceived(m_commandResponse);
 }
 
-void Controller::writeAndRead_Blocking(QString command, int writeMsecs, int readMsecs)
+void Controller::writeAndRead_Blocking(const QString& command, int writeMsecs, int readMsecs)
 {
     setPortListener(false);
     m_serialPort->clear(QSerialPort::AllDirections);
@@ -172,7 +172,7 @@ QString Controller::readLine()
     return QString::fromLatin1(m_serialPort->readLine().constData());
 }
 
-void Controller::parsing_responseReceived(QString line)
+void Controller::parsing_responseReceived(const QString& line)
 {
     qDebug() << "parsing_responseReceived"
              << "response:" << line;

@@ -55,18 +55,18 @@ public:
 
     /// Discards unread input and sends one line, "\r\n" included. The reply comes to
     /// slot_readyRead().
-    void write_nonBlocking(QString command);
+    void write_nonBlocking(const QString& command);
     /// Discards unread input, sends one line and waits up to msecs until it has been written.
-    void write_Blocking(QString command, int msecs);
+    void write_Blocking(const QString& command, int msecs);
     /// Waits for one reply line and parses it. Every piece of a line restarts the full msecs,
     /// so a board that trickles bytes can hold the caller longer.
     void readAvailableData_Blocking(int msecs);
     /// One exchange, as every blocking command uses it: listener off, both buffers cleared,
     /// write, read, listener on.
-    void writeAndRead_Blocking(QString command, int writeMsecs, int readMsecs);
+    void writeAndRead_Blocking(const QString& command, int writeMsecs, int readMsecs);
     /// Takes the text after the last "$" apart into the reply record. A line that does not
     /// have exactly four fields and the trailing comma leaves the record as it was.
-    void parsing_responseReceived(QString line);
+    void parsing_responseReceived(const QString& line);
 
     /// The board's firmware version and build texts; empty on failure.
     QString device_fw_version();
