@@ -26,6 +26,8 @@ namespace {
 const UsbDisk kFirst{"sda1", "1111-1111", UsbDiskCondition::Good};
 const UsbDisk kSecond{"sdb1", "2222-2222", UsbDiskCondition::Good};
 
+constexpr qint64 kImageSize_bytes = 1 << 20;
+
 void put(const QString& path, const QByteArray& bytes)
 {
     QFile file(path);
@@ -82,7 +84,7 @@ RealDisk useRealDisk(const QString& root)
         return kNoNamespace;
     const QString image = root + "/image";
     QFile file(image);
-    if (!file.open(QIODevice::WriteOnly) || !file.resize(1024 * 1024))
+    if (!file.open(QIODevice::WriteOnly) || !file.resize(kImageSize_bytes))
         return kNoFileSystem;
     file.close();
     if (QProcess::execute("mkfs.ext2", {"-q", "-F", image}) != 0)

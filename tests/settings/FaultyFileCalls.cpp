@@ -29,8 +29,9 @@ State& state()
     return instance;
 }
 
-// Plain data: the calls below are used before the static objects exist.
-bool g_armed = false;
+// Other threads, such as the test library's watchdog, are not counted. Plain data: the
+// calls below are used before the static objects exist.
+thread_local bool g_armed = false;
 
 template <class Function>
 Function original(const char* name)

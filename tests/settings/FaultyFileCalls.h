@@ -7,7 +7,7 @@
 /// of the libraries included, and can cut or break them. Counted are the calls that can
 /// change a file system; for the rest of the program they work as ever.
 ///
-/// One thread at a time.
+/// Only the calls of the thread that armed it count; one thread at a time.
 namespace FaultyFileCalls {
 
 enum class Fault {

@@ -1,4 +1,4 @@
-#include <cstring>
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -67,8 +67,9 @@ private slots:
 
     void theRecordIsZeroAtTheStartAndOneForAll()
     {
-        const global_ini_t zero{};
-        QCOMPARE(std::memcmp(&g_global_ini, &zero, sizeof zero), 0);
+        const auto* bytes = reinterpret_cast<const unsigned char*>(&g_global_ini);
+        QVERIFY(
+            std::all_of(bytes, bytes + sizeof g_global_ini, [](unsigned char byte) { return byte == 0; }));
         QCOMPARE(global_ini(), &g_global_ini);
     }
 

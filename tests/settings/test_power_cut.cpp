@@ -36,9 +36,9 @@ bool save(Save way)
         return true;
     }
     if (way == ManyKeys) {
-        std::vector<IniEntry> entries;
-        for (int i = 0; i < 30; ++i)
-            entries.push_back({"VGA", QString::asprintf("0x%04X", 0x3400 + i).toStdString(), "0x01"});
+        std::vector<IniEntry> entries(30, {"VGA", "", "0x01"});
+        for (size_t i = 0; i < entries.size(); ++i)
+            entries[i].key = QString::asprintf("0x%04X", 0x3400 + int(i)).toStdString();
         return writeIniEntries(entries, kFile.toStdString());
     }
     SafeSettingsFile file(kFile);

@@ -42,6 +42,8 @@ bool applyEntries(const FileReplacement& file, Entries::const_iterator first, En
 
 } // namespace
 
+// Arguments by value are part of the interface.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 bool ini_read(std::string section, std::string key, std::string defaultValue, std::string& value,
               std::string fileName)
 {
@@ -57,6 +59,8 @@ void ini_write(std::string section, std::string key, std::string value, std::str
 {
     writeIniEntries({{std::move(section), std::move(key), std::move(value)}}, fileName);
 }
+
+// NOLINTEND(performance-unnecessary-value-param)
 
 bool writeIniEntries(const std::vector<IniEntry>& entries, const std::string& fileName)
 {
