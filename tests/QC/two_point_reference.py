@@ -115,7 +115,8 @@ def pairs():
     # Distances where a rounded digit lies exactly between two.
     for length in (375, 750):
         yield 0, 0, length, 0, width, height
-    yield 0, 0, 1000, 233, width, height
+    # 3150 pixels: the one length that the detour over the pixel pitch rounds to another step.
+    yield 0, 0, 2520, 1890, width, height
     # Far outside: differences that do not fit into 32 bits.
     low, high = -2 ** 31, 2 ** 31 - 1
     yield low, low, high, high, width, height

@@ -16,8 +16,8 @@ constexpr float kSquareMicrometresPerSquareMillimetre = 1e6F;
 constexpr float kLengthStepsPerMillimetre = 10.0F;
 
 /// What a distance on the image stands for on the sample, mm. The target is made so that
-/// 1000 pixels are 1 mm at the nominal magnification of 1.4; multiplying and dividing by it
-/// rounds twice, which decides over some values that lie between two steps.
+/// 1000 pixels are 1 mm at the nominal magnification of 1.4. Multiplying and dividing by it
+/// changes the last bit of some lengths, which takes 3150 pixels to another step of 0.1 mm.
 float nominalLength_mm(float length_px)
 {
     return length_px * 0.1F / 100.0F * kSensorPixel_um / kSensorPixel_um;
