@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "Algorithm/AutoFocusingData.h"
@@ -9,7 +10,7 @@
 /// are in motor steps. Pure functions; any thread.
 namespace focus_sweep {
 
-/// Where a run stands. The numbers are the ones that the operators' log speaks of.
+/// Where a run stands. The numbers are fixed: their order decides what belongs to a sweep.
 enum class State : int {
     Start = 0,
     CoarseFirstStep = 1, ///< Kept in the machine; no run enters it.
@@ -29,7 +30,6 @@ enum class Action {
     StepCoarse,         ///< Non-blocking step by the coarse interval.
     StepFine,           ///< Non-blocking step by the fine interval.
     StepCoarseBlocking, ///< Blocking step by the coarse interval, then the next sample at once.
-    TakeStepFine,       ///< Non-blocking step by the fine interval inside a sweep.
     EvaluateCoarse,     ///< Best sample without the third-step check, then go there.
     EvaluateFine,       ///< Best sample with the check: a third step, or go there.
     EvaluateThird,      ///< Best sample with the check, then go there.
@@ -58,6 +58,10 @@ bool takesSamples(State state);
 
 /// Number of the sweep that a state belongs to, as in file names and progress: 1, 2 or 3.
 int stepNumber(State state);
+
+/// A sum or difference of positions, kept inside the range of int: positions come from a
+/// text field and from the board, and nobody has checked them.
+int boundedSteps(std::int64_t steps);
 
 /// First position of a sweep of `count` positions around `centre_steps`.
 int sweepStart(int centre_steps, int interval_steps, int count);

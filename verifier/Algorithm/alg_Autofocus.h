@@ -118,14 +118,15 @@ protected:
     void enterState(focus_sweep::State state) { m_state = state; }
 
 private:
-    int moveToSweepStart(int interval, int count);
-    void beginSweep(int interval, int count);
-    void perform(focus_sweep::Action action);
+    int beginSweep(int interval, int count);
+    void moveToSweepStart(int currentZ);
+    void evaluateFineSweep();
     void goToResult();
+    bool holdsWholeFrame() const;
     double scoreOf(const cv::Mat& frame);
     void saveFrame(const cv::Mat& frame, double score);
     void saveScores(std::size_t best);
-    void logErrorOnce(const char* function, const QString& text, const QString& detail);
+    void logErrorOnce(const QString& function, const QString& text, const QString& detail = {});
 
     OV5642Camera* m_camera;
     int m_centreZ;
@@ -136,10 +137,10 @@ private:
     focus_sweep::State m_state = focus_sweep::State::Start;
     int m_resultZ;
     int m_sweepStartZ = 0;
-    int m_currentZ = 0;
+    int m_currentZ = 0; ///< As of the last reported move.
     std::vector<AutoFocusingData_s> m_samples;
     std::vector<double> m_focusValues;
     double m_bestFocusValue = 0.0;
     int m_bestFocusIndex = 0;
-    QStringList m_loggedErrors;
+    QStringList m_loggedErrors; ///< Error texts of this run: each is logged once, not per sample.
 };
