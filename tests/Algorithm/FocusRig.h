@@ -1,0 +1,90 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include <QObject>
+#include <QStringList>
+#include <QTemporaryDir>
+#include <QVector>
+
+#include "Algorithm/alg_Autofocus.h"
+#include "FocusCapture.h"
+#include "ScriptedBoard.h"
+#include "camera/OV5642Camera.h"
+
+/// Size of the frames that the rig's camera delivers.
+constexpr int kWidth = 640;
+constexpr int kHeight = 480;
+/// By when a run has ended, one read time-out included.
+constexpr int kEnd_ms = 20000;
+
+/// What a run says, in the order in which it says it.
+struct Run
+{
+    explicit Run(alg_Autofocus& autofocus)
+    {
+        QObject::connect(&autofocus, &alg_Autofocus::sig_move_z_position, &receiver,
+                         [this](int z) { positions << z; });
+        QObject::connect(&autofocus, &alg_Autofocus::sig_progress_AutoFocusing, &receiver,
+                         [this](int step) { steps << step; });
+        QObject::connect(&autofocus, &alg_Autofocus::sig_review_AutoFocusing, &receiver,
+                         [this](int step, const std::vector<AutoFocusingData_t>& taken, int best) {
+                             reviewedSteps << step;
+                             samples = taken;
+                             bestIndex = best;
+                         });
+        QObject::connect(&autofocus, &alg_Autofocus::sig_endAutoFocusing, &receiver,
+                         [this](int z) { ends << z; });
+        QObject::connect(&autofocus, &alg_Autofocus::sig_debug_Message, &receiver,
+                         [this](const QStringList& parts) { log << parts.join(QLatin1Char('|')); });
+    }
+
+    QStringList logOf(const QString& part) const { return log.filter(part); }
+
+    QObject receiver;
+    QVector<int> positions;
+    QVector<int> steps;
+    QVector<int> reviewedSteps;
+    std::vector<AutoFocusingData_t> samples;
+    int bestIndex = -1;
+    QVector<int> ends;
+    QStringList log;
+};
+
+/// Contrast that falls off by one step per 100 motor steps on both sides of a peak.
+std::function<int(int)> peakAt(int peak);
+
+QStringList repeated(const QString& line, int times);
+
+/// A connected controller with a scripted board behind it, and a camera that delivers the
+/// picture of wherever that board's stage stands. One per process: the controller is one.
+class FocusRig
+{
+public:
+    FocusRig();
+    ~FocusRig();
+
+    /// Whether the board answered and the camera streams.
+    bool isUp() const { return m_up; }
+    ScriptedBoard& board() { return *m_board; }
+    OV5642Camera* camera() { return m_camera.get(); }
+    /// Where a fixed path lies while the rig stands.
+    QString diskPath(const QString& fixedPath) const { return m_root.path() + fixedPath; }
+
+    /// An empty disk, the stage at 0, the sharpest picture there.
+    void reset();
+    /// Puts the stage somewhere, known to the controller, and gives the board a script; its
+    /// commands count from here. False if the controller did not follow.
+    bool putStage(int position, ScriptedBoard::Script script = {});
+    /// The pictures' contrast at each position.
+    void show(const std::function<int(int)>& contrastAt);
+    std::unique_ptr<alg_Autofocus> autofocus(int centre, bool save = false);
+
+private:
+    QTemporaryDir m_root;
+    FocusCapture m_capture;
+    std::unique_ptr<ScriptedBoard> m_board;
+    std::unique_ptr<OV5642Camera> m_camera;
+    bool m_up = false;
+};

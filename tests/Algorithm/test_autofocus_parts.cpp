@@ -1,0 +1,272 @@
+#include "Algorithm/alg_Autofocus.h"
+
+#include <memory>
+
+#include <QSignalSpy>
+#include <QtTest>
+
+#include "Controller/Controller.h"
+#include "FocusRig.h"
+
+using focus_sweep::State;
+
+namespace {
+
+/// Reaches the sweeps that no run enters.
+class FineAutofocus : public alg_Autofocus
+{
+public:
+    using alg_Autofocus::alg_Autofocus;
+    using alg_Autofocus::enterState;
+
+    void listen()
+    {
+        connect(Controller::getInstance(), &Controller::sig_z_stage_mvn, this,
+                &alg_Autofocus::slot_z_stage_moved);
+        connect(Controller::getInstance(), &Controller::sig_z_stage_mvp, this,
+                &alg_Autofocus::slot_z_stage_moved);
+    }
+};
+
+} // namespace
+
+class TestAutofocusParts : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanupTestCase();
+
+    void theFineSweepEndsOneSampleBeforeItsPeak();
+    void aRisingFineSweepAsksForAThirdStep();
+    void stateOneStepsByTheCoarseInterval();
+    void relativeMovesTakeTheirDirectionFromTheSign();
+    void aThirdStepIsLogged();
+    void withoutSamplesTheResultStays();
+
+    void measuresAreReachableThroughTheClass();
+    void findFocusValueKeepsItsList();
+    void compareFocusTellsThePeak();
+    void sampleTypesAreRegistered();
+
+private:
+    std::unique_ptr<FocusRig> m_rig;
+};
+
+void TestAutofocusParts::initTestCase()
+{
+    m_rig = std::make_unique<FocusRig>();
+    QVERIFY(m_rig->isUp());
+}
+
+void TestAutofocusParts::init()
+{
+    m_rig->reset();
+    QVERIFY(m_rig->putStage(0));
+}
+
+void TestAutofocusParts::cleanupTestCase()
+{
+    m_rig.reset();
+}
+
+// ---- what the run does not enter ----
+
+void TestAutofocusParts::theFineSweepEndsOneSampleBeforeItsPeak()
+{
+    QVERIFY(m_rig->putStage(10000));
+    m_rig->show(peakAt(10230));
+    FineAutofocus sequencer(nullptr, m_rig->camera(), 10000, kWidth, kHeight, false);
+    Run run(sequencer);
+    sequencer.listen();
+    sequencer.enterState(State::FineFirstStep);
+    sequencer.prepareAutoFocusing_Step(230, 7);
+    QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
+    QCOMPARE(run.samples.size(), std::size_t(7));
+    QCOMPARE(run.samples.front().zPosition, 9310 + 230);
+    QCOMPARE(run.steps, QVector<int>(7, 2));
+    QCOMPARE(run.reviewedSteps, QVector<int>{2});
+    QCOMPARE(run.bestIndex, 2);
+    QCOMPARE(run.ends.first(), 10000);
+    const QStringList lines =
+        QStringList{"GET_POS,", "MVN,690"} + repeated("MVP,230", 7) + QStringList{"GET_POS,", "MVN,920"};
+    QCOMPARE(m_rig->board().lines(), lines);
+    QCOMPARE(
+        run.log.first(),
+        QStringLiteral("void alg_Autofocus::prepareAutoFocusing_Step(int, int)|interval: 230, count: 7"));
+}
+
+void TestAutofocusParts::aRisingFineSweepAsksForAThirdStep()
+{
+    QVERIFY(m_rig->putStage(10000));
+    m_rig->show(peakAt(11610));
+    FineAutofocus sequencer(nullptr, m_rig->camera(), 10000, kWidth, kHeight, false);
+    Run run(sequencer);
+    sequencer.listen();
+    sequencer.enterState(State::FineFirstStep);
+    sequencer.prepareAutoFocusing_Step(230, 7);
+    QTRY_COMPARE_WITH_TIMEOUT(run.reviewedSteps.size(), 1, kEnd_ms);
+    QCOMPARE(run.samples.back().zPosition, 10920);
+    // The third step is centred 690 beyond the last sample, and so begins where it was taken.
+    QCOMPARE(sequencer.resultZ(), 10920 + 690);
+    QCOMPARE(sequencer.sweepStartZ(), 10920);
+    QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
+    QCOMPARE(run.reviewedSteps, QVector<int>({2, 3}));
+    QCOMPARE(run.steps, QVector<int>({2, 2, 2, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3}));
+    QCOMPARE(run.samples.size(), std::size_t(7));
+    QCOMPARE(run.samples.front().zPosition, 10920 + 230);
+    QCOMPARE(run.ends.first(), 11610 - 230);
+    QCOMPARE(m_rig->board().position(), 11610 - 230);
+}
+
+void TestAutofocusParts::stateOneStepsByTheCoarseInterval()
+{
+    QSignalSpy moved(Controller::getInstance(), &Controller::sig_z_stage_mvp);
+    FineAutofocus sequencer(nullptr, m_rig->camera(), 0, kWidth, kHeight, false);
+    sequencer.enterState(State::CoarseFirstStep);
+    sequencer.dispatch_proc();
+    QCOMPARE(sequencer.state(), State::Coarse);
+    QTRY_COMPARE(moved.size(), 1);
+    QCOMPARE(m_rig->board().lines(), QStringList{"MVP,640"});
+    sequencer.enterState(State::Done);
+    sequencer.dispatch_proc();
+    QCOMPARE(sequencer.state(), State::Done);
+    QCOMPARE(m_rig->board().lines(), QStringList{"MVP,640"});
+}
+
+void TestAutofocusParts::relativeMovesTakeTheirDirectionFromTheSign()
+{
+    const auto sequencer = m_rig->autofocus(0);
+    QSignalSpy up(Controller::getInstance(), &Controller::sig_z_stage_mvp);
+    QSignalSpy down(Controller::getInstance(), &Controller::sig_z_stage_mvn);
+    int moves = 0;
+    for (int interval : {12, -34, 0}) {
+        sequencer->adjust_z_position(interval);
+        ++moves;
+        QTRY_COMPARE(up.size() + down.size(), moves);
+    }
+    QCOMPARE(m_rig->board().lines(), QStringList({"MVP,12", "MVN,34", "MVP,0"}));
+}
+
+void TestAutofocusParts::aThirdStepIsLogged()
+{
+    const auto sequencer = m_rig->autofocus(0);
+    Run run(*sequencer);
+    std::vector<AutoFocusingData_s> rising{{1.0, 10}, {2.0, 20}};
+    std::size_t best = 9;
+    QCOMPARE(sequencer->find_best_focus(rising, best, false), AutoFocusingResult_BestPositionFound);
+    QVERIFY(run.log.isEmpty());
+    QCOMPARE(sequencer->find_best_focus(rising, best, true), AutoFocusingResult_ThirdStepNecessary);
+    QCOMPARE(best, std::size_t(1));
+    QCOMPARE(run.log.size(), 1);
+    QVERIFY(run.log.first().endsWith("|!!! AutoFocusingResult_ThirdStepNecessary !!!"));
+    QVERIFY(run.log.first().contains("alg_Autofocus::find_best_focus("));
+}
+
+void TestAutofocusParts::withoutSamplesTheResultStays()
+{
+    const auto sequencer = m_rig->autofocus(4711);
+    Run run(*sequencer);
+    std::vector<AutoFocusingData_s> none;
+    std::size_t best = 9;
+    QCOMPARE(sequencer->find_best_focus(none, best, true), AutoFocusingResult_NoSample);
+    QCOMPARE(best, std::size_t(9));
+    QCOMPARE(sequencer->find_AutoFocusing_Position(true), AutoFocusingResult_NoSample);
+    QCOMPARE(sequencer->resultZ(), 4711);
+    QVERIFY(run.reviewedSteps.isEmpty());
+}
+
+// ---- measures ----
+
+void TestAutofocusParts::measuresAreReachableThroughTheClass()
+{
+    const auto sequencer = m_rig->autofocus(0);
+    cv::Mat frame(480, 640, CV_8UC3);
+    cv::randu(frame, 0, 60);
+    cv::Mat plane;
+    cv::extractChannel(frame, plane, 1);
+    QVERIFY(sequencer->brennerGradient(plane) > 0.0);
+    QCOMPARE(sequencer->brennerGradient(plane), focus_measures::brennerGradient(plane));
+    QVERIFY(sequencer->varianceOfLaplacian(plane) > 0.0);
+    QCOMPARE(sequencer->varianceOfLaplacian(plane), focus_measures::varianceOfLaplacian(plane));
+    QCOMPARE(sequencer->get_focusValue(plane), sequencer->varianceOfLaplacian(plane));
+    const int dark = sequencer->find_fv_korvex_dark_edge(frame, 1, FOCUS_WINDOW_320x240);
+    QVERIFY(dark > 0);
+    QCOMPARE(dark, focus_measures::darkPixelCount(frame, 1, FOCUS_WINDOW_320x240));
+    sequencer->analyze_grabbed_image_bG(frame);
+    QCOMPARE(sequencer->samples().back().focusValue, sequencer->brennerGradient(plane));
+}
+
+void TestAutofocusParts::findFocusValueKeepsItsList()
+{
+    const auto sequencer = m_rig->autofocus(0);
+    std::vector<unsigned char> data(std::size_t{3} * 640 * 480, 10);
+    double value = -1.0;
+    const auto find = [&](int criteria) {
+        return sequencer->find_focus_value(data.data(), 640, 480, value,
+                                           static_cast<FOCUS_VALUE_CRITERIA>(criteria), 1,
+                                           FOCUS_WINDOW_320x240);
+    };
+    QVERIFY(find(1) >= 0.0);
+    QCOMPARE(value, -1.0);
+    QVERIFY(sequencer->focusValues().empty());
+    QVERIFY(find(0) > 0.0);
+    QCOMPARE(value, 320.0 * 240.0);
+    data.assign(data.size(), 200);
+    find(0);
+    QCOMPARE(value, 0.0);
+    QCOMPARE(sequencer->focusValues(), std::vector<double>({320.0 * 240.0, 0.0}));
+    QVERIFY_EXCEPTION_THROWN(sequencer->find_focus_value(nullptr, 640, 480, value, FOCUS_VALUE_DARK_PIXELS, 1,
+                                                         FOCUS_WINDOW_320x240),
+                             cv::Exception);
+    QCOMPARE(sequencer->focusValues().size(), std::size_t(2));
+    sequencer->find_focus_value(nullptr, 0, 0, value, FOCUS_VALUE_DARK_PIXELS, 1, FOCUS_WINDOW_320x240);
+    QCOMPARE(sequencer->focusValues().size(), std::size_t(3));
+}
+
+void TestAutofocusParts::compareFocusTellsThePeak()
+{
+    QVERIFY(m_rig->putStage(1234));
+    const auto sequencer = m_rig->autofocus(0);
+    QVERIFY(!sequencer->compare_focus(100.0, 0));
+    QVERIFY(!sequencer->compare_focus(200.0, 2));
+    QCOMPARE(sequencer->bestFocusIndex(), 2);
+    QVERIFY(!sequencer->compare_focus(-1e9, 6));  // too early, however far it has fallen
+    QVERIFY(!sequencer->compare_focus(150.0, 7)); // a fall of exactly 50.0
+    QCOMPARE(sequencer->bestFocusValue(), 200.0);
+    // There is no such sample yet: the peak is told, the result stays.
+    QVERIFY(sequencer->compare_focus(149.9, 7));
+    QCOMPARE(sequencer->resultZ(), 0);
+    // An equal value takes over as the best.
+    QVERIFY(!sequencer->compare_focus(200.0, 0));
+    QCOMPARE(sequencer->bestFocusIndex(), 0);
+    sequencer->function_Z_stage(); // reads the position; not in a sweep, so no sample
+    QVERIFY(sequencer->samples().empty());
+    sequencer->trigger_image_grab();
+    QVERIFY(sequencer->compare_focus(0.0, 8));
+    QCOMPARE(sequencer->resultZ(), 1234);
+}
+
+void TestAutofocusParts::sampleTypesAreRegistered()
+{
+    const auto sequencer = m_rig->autofocus(0);
+    QVERIFY(QMetaType::type("AutoFocusingData_t") != QMetaType::UnknownType);
+    QCOMPARE(QMetaType::typeName(qMetaTypeId<AutoFocusingData_t>()), "AutoFocusingData_t");
+    QVERIFY(QMetaType::type("std::vector<AutoFocusingData_t>") != QMetaType::UnknownType);
+    QSignalSpy review(sequencer.get(),
+                      SIGNAL(sig_review_AutoFocusing(int, std::vector<AutoFocusingData_t>, int)));
+    QVERIFY(review.isValid());
+    QVERIFY(m_rig->putStage(50));
+    sequencer->function_Z_stage();
+    sequencer->trigger_image_grab();
+    QCOMPARE(sequencer->find_AutoFocusing_Position(false), AutoFocusingResult_BestPositionFound);
+    QCOMPARE(review.size(), 1);
+    const auto samples = review.first().at(1).value<std::vector<AutoFocusingData_t>>();
+    QCOMPARE(samples.size(), std::size_t(1));
+    QCOMPARE(samples.front().zPosition, 50);
+}
+
+QTEST_GUILESS_MAIN(TestAutofocusParts)
+#include "test_autofocus_parts.moc"
