@@ -22,8 +22,8 @@ class OV5642Camera;
 /// slot_z_stage_moved(), and the state decides what comes next. There is no time-out: a
 /// move whose end the controller never reports leaves the run waiting, and a run whose
 /// best position is where the stage already stands issues no last move and so never emits
-/// sig_endAutoFocusing(). Whoever owns the object may delete it at any time, also in a slot
-/// of sig_endAutoFocusing(); the controller's signals then no longer reach it.
+/// sig_endAutoFocusing(). Its owner may delete the object whenever the event loop runs, and
+/// in a slot of sig_endAutoFocusing(); the controller's signals then no longer reach it.
 ///
 /// Everything runs on, and is emitted from, the GUI thread. Positions are in motor steps.
 class alg_Autofocus : public QObject
