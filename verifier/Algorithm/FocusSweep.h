@@ -10,7 +10,7 @@
 /// are in motor steps. Pure functions; any thread.
 namespace focus_sweep {
 
-/// Where a run stands. The numbers are the ones that the operators' log speaks of.
+/// Where a run stands. The numbers are fixed: their order decides what belongs to a sweep.
 enum class State : int {
     Start = 0,
     CoarseFirstStep = 1, ///< Kept in the machine; no run enters it.
