@@ -1,0 +1,155 @@
+#include "simulator/BoardPort.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <system_error>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+
+namespace {
+
+constexpr char kDevice[] = "/dev/ttyS2";
+
+void signalEvent(int fd)
+{
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = ::write(fd, &one, sizeof one);
+}
+
+void clearEvent(int fd)
+{
+    std::uint64_t count = 0;
+    [[maybe_unused]] const ssize_t taken = ::read(fd, &count, sizeof count);
+}
+
+std::string readAvailable(int fd)
+{
+    std::string bytes;
+    char chunk[256];
+    for (ssize_t count = ::read(fd, chunk, sizeof chunk); count > 0; count = ::read(fd, chunk, sizeof chunk))
+        bytes.append(chunk, static_cast<std::size_t>(count));
+    return bytes;
+}
+
+// What the host does not take off the line is lost, as on a real one.
+void writeOrLose(int fd, const std::string& bytes)
+{
+    if (!bytes.empty()) [[maybe_unused]]
+        const ssize_t written = ::write(fd, bytes.data(), bytes.size());
+}
+
+} // namespace
+
+BoardPort::BoardPort(const std::string& rootDirectory, const BoardParameters& parameters, BoardPace pace,
+                     Clock::time_point powerOn)
+    : m_pace(pace), m_powerOn(powerOn), m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), m_board(parameters)
+{
+    if (createDevice(rootDirectory))
+        m_thread = std::thread(&BoardPort::serve, this);
+}
+
+BoardPort::~BoardPort()
+{
+    if (!isServing())
+        return;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_ending = true;
+    }
+    signalEvent(m_wake.get());
+    m_thread.join();
+    std::error_code ignored;
+    std::filesystem::remove(m_devicePath, ignored);
+}
+
+bool BoardPort::createDevice(const std::string& rootDirectory)
+{
+    if (!m_terminal.isOpen() || !m_wake.isOpen())
+        return false;
+    m_devicePath = rootDirectory + kDevice;
+    std::error_code error;
+    std::filesystem::create_directories(std::filesystem::path(m_devicePath).parent_path(), error);
+    std::filesystem::remove(m_devicePath, error);
+    std::filesystem::create_symlink(m_terminal.devicePath(), m_devicePath, error);
+    return !error;
+}
+
+InstrumentTime BoardPort::now() const
+{
+    return std::chrono::duration_cast<InstrumentTime>(Clock::now() - m_powerOn) + m_skipped;
+}
+
+BoardLight BoardPort::light() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_board.light(now());
+}
+
+void BoardPort::withBoard(const std::function<void(Board&, InstrumentTime)>& function)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        function(m_board, now());
+    }
+    signalEvent(m_wake.get());
+}
+
+void BoardPort::serve()
+{
+    while (waitForWork())
+        exchange();
+}
+
+void BoardPort::exchange()
+{
+    const std::string received = readAvailable(m_terminal.descriptor());
+    std::string replies;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_board.receive(received, now());
+        if (m_pace == BoardPace::Instant)
+            skipToCommandEnd();
+        replies = m_board.takeOutput(now());
+    }
+    writeOrLose(m_terminal.descriptor(), replies);
+}
+
+// Only the commands' own time is skipped: a late or trickled answer stays one.
+void BoardPort::skipToCommandEnd()
+{
+    while (const std::optional<InstrumentTime> end = m_board.commandEnd()) {
+        m_skipped += std::max(InstrumentTime{0}, *end - now());
+        m_board.receive({}, now());
+    }
+}
+
+std::optional<InstrumentTime> BoardPort::timeToNextEvent() const
+{
+    const std::optional<InstrumentTime> next = m_board.nextEvent();
+    if (!next)
+        return std::nullopt;
+    return std::max(InstrumentTime{0}, *next - now());
+}
+
+// False when the thread is to end.
+bool BoardPort::waitForWork() const
+{
+    std::optional<InstrumentTime> left;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_ending)
+            return false;
+        left = timeToNextEvent();
+    }
+    pollfd sources[] = {{m_terminal.descriptor(), POLLIN, 0}, {m_wake.get(), POLLIN, 0}};
+    timespec timeout{};
+    if (left) {
+        timeout.tv_sec = std::chrono::duration_cast<std::chrono::seconds>(*left).count();
+        timeout.tv_nsec = (left->count() % std::micro::den) * 1000;
+    }
+    ::ppoll(sources, std::size(sources), left ? &timeout : nullptr, nullptr);
+    clearEvent(m_wake.get());
+    return true;
+}

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "simulator/Board.h"
+#include "simulator/FileDescriptor.h"
+#include "simulator/PseudoTerminal.h"
+
+/// How fast the board's commands are done.
+enum class BoardPace {
+    RealTime, ///< as long as the instrument takes
+    Instant   ///< at once: the instrument's time jumps to the command's end
+};
+
+/// The serial line of the simulated instrument: puts "/dev/ttyS2" below a root directory and
+/// serves it with a Board on a thread of its own, by the monotonic clock. The host may open
+/// and close the port as it likes. All functions may be called from any thread.
+class BoardPort
+{
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// Begins to serve; isServing() tells whether the device could be created. powerOn is the
+    /// moment from which the board's time counts.
+    explicit BoardPort(const std::string& rootDirectory, const BoardParameters& parameters = {},
+                       BoardPace pace = BoardPace::RealTime, Clock::time_point powerOn = Clock::now());
+    /// Takes the device away and ends the thread.
+    ~BoardPort();
+    BoardPort(const BoardPort&) = delete;
+    BoardPort& operator=(const BoardPort&) = delete;
+
+    bool isServing() const { return m_thread.joinable(); }
+    /// The device below the root directory.
+    const std::string& devicePath() const { return m_devicePath; }
+
+    /// Stage, LED state and level at this moment.
+    BoardLight light() const;
+    /// Runs a function on the board at its present time, apart from the serving thread: to
+    /// switch power or faults, or to ask for the truth.
+    void withBoard(const std::function<void(Board& board, InstrumentTime now)>& function);
+
+private:
+    bool createDevice(const std::string& rootDirectory);
+    void serve();
+    void exchange();
+    std::optional<InstrumentTime> timeToNextEvent() const;
+    bool waitForWork() const;
+    InstrumentTime now() const;
+    void skipToCommandEnd();
+
+    const BoardPace m_pace;
+    const Clock::time_point m_powerOn;
+    PseudoTerminal m_terminal;
+    std::string m_devicePath;
+    FileDescriptor m_wake;      // readable when the thread has to look up
+    mutable std::mutex m_mutex; // guards the board, the skipped time and the end
+    Board m_board;
+    InstrumentTime m_skipped{0}; // time that the instrument is ahead of the clock
+    bool m_ending = false;
+    std::thread m_thread;
+};

@@ -1,0 +1,255 @@
+#include <QSignalSpy>
+#include <QtTest>
+
+#include "ControllerBench.h"
+
+namespace {
+
+const QByteArray kProbe = "$,DEVICE,READY,,\r\n";
+const QByteArray kReady = "$OK,DEVICE,READY,,\r\n";
+constexpr int kLong_ms = 5000; // far beyond what an answer takes here
+
+QStringList fieldsOf(const Controller& controller)
+{
+    const responseInfo_t& info = controller.responseInfo();
+    return {info.result, info.target, info.command, info.value};
+}
+
+} // namespace
+
+class TestControllerLink : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void thereIsOneControllerWithoutAParent()
+    {
+        LogRecorder log;
+        Controller* controller = Controller::getInstance();
+        QCOMPARE(controller, Controller::getInstance());
+        QCOMPARE(controller->parent(), nullptr);
+        QCOMPARE(log.messages(), QStringList{"Controller"});
+    }
+
+    void aNewControllerKnowsNothing()
+    {
+        ControllerBench bench;
+        QCOMPARE(fieldsOf(bench.controller), QStringList({"", "", "", ""}));
+        QCOMPARE(bench.controller.commandResponse(), QString());
+        QCOMPARE(bench.controller.m_zStagePosition, 0);
+        QVERIFY(!bench.controller.m_skipProbe);
+        QVERIFY(!bench.controller.m_bZigMode);
+        QVERIFY(!bench.controller.isSerialPortOpen());
+    }
+
+    void openingProbesTheBoard()
+    {
+        ControllerBench bench;
+        QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
+        bench.log.clear();
+        bench.peer.answer(kReady);
+        bench.controller.openSerialPort();
+        QCOMPARE(connected.count(), 1);
+        QVERIFY(bench.controller.isSerialPortOpen());
+        QCOMPARE(bench.peer.received(), QList<QByteArray>{kProbe});
+        QCOMPARE(bench.log.messages(),
+                 QStringList({
+                     "openSerialPort",
+                     "\"/dev/ttyS2\"",
+                     "trySerialPort",
+                     "write_Blocking command: \"$,DEVICE,READY,,\\r\\n\"",
+                     "readAvailableData_Blocking m_commandResponse: \"$OK,DEVICE,READY,,\\r\\n\"",
+                     "parsing_responseReceived response: \"$OK,DEVICE,READY,,\"",
+                     "opened serial port \"/dev/ttyS2\"",
+                 }));
+    }
+
+    void theListenerIsOnAfterTheProbe()
+    {
+        ControllerBench bench;
+        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
+        bench.peer.answer(kReady);
+        bench.controller.openSerialPort();
+        bench.peer.send("$OK,STM1,MVP,5,\r\n");
+        QTRY_COMPARE(moved.count(), 1);
+        QCOMPARE(bench.controller.m_zStagePosition, 5);
+    }
+
+    void anOpenPortIsNotProbedAgain()
+    {
+        ControllerBench bench;
+        QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
+        bench.peer.answer(kReady);
+        bench.controller.openSerialPort();
+        bench.log.clear();
+        bench.controller.openSerialPort();
+        QCOMPARE(bench.log.messages(),
+                 QStringList({"openSerialPort", "the serial port \"/dev/ttyS2\" is already open"}));
+        QCOMPARE(connected.count(), 1);
+        QCOMPARE(bench.peer.received().size(), 1);
+    }
+
+    void skippingTheProbeOnlyOpensThePort()
+    {
+        ControllerBench bench;
+        QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
+        bench.log.clear();
+        bench.controller.m_skipProbe = true;
+        bench.controller.openSerialPort();
+        QVERIFY(bench.controller.isSerialPortOpen());
+        QCOMPARE(bench.log.messages(), QStringList({"openSerialPort", "\"/dev/ttyS2\""}));
+        QCOMPARE(connected.count(), 0);
+        QVERIFY(bench.peer.received().isEmpty());
+    }
+
+    void zigModeDoesNotChangeTheProbe()
+    {
+        ControllerBench bench;
+        bench.controller.m_bZigMode = true;
+        bench.peer.answer(kReady);
+        bench.controller.openSerialPort();
+        QCOMPARE(bench.peer.received(), QList<QByteArray>{kProbe});
+    }
+
+    void aMissingDeviceIsSilent()
+    {
+        BenchRoot root;
+        LogRecorder log;
+        BenchController controller;
+        QSignalSpy connected(&controller, &Controller::sig_connected_controller);
+        log.clear();
+        controller.openSerialPort();
+        QVERIFY(!controller.isSerialPortOpen());
+        QCOMPARE(connected.count(), 0);
+        QCOMPARE(log.messages(), QStringList({"openSerialPort", "\"/dev/ttyS2\""}));
+    }
+
+    void aRefusedProbeClosesThePort_data()
+    {
+        QTest::addColumn<QByteArray>("reply");
+        QTest::newRow("failure") << QByteArray("$NG,DEVICE,READY,,\r\n");
+        QTest::newRow("lower case") << QByteArray("$ok,DEVICE,READY,,\r\n");
+        QTest::newRow("four fields") << QByteArray("$OK,DEVICE,READY,\r\n");
+        QTest::newRow("six fields") << QByteArray("$OK,DEVICE,READY,,,\r\n");
+        QTest::newRow("garbage") << QByteArray("\x81\xfe,;$$\r\n");
+        QTest::newRow("empty line") << QByteArray("\r\n");
+        QTest::newRow("cut by a NUL") << QByteArray("$OK,DEVICE\0,READY,,\r\n", 21);
+    }
+
+    void aRefusedProbeClosesThePort()
+    {
+        QFETCH(QByteArray, reply);
+        ControllerBench bench;
+        QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
+        bench.peer.answer(reply);
+        bench.controller.openSerialPort();
+        QVERIFY(!bench.controller.isSerialPortOpen());
+        QCOMPARE(connected.count(), 0);
+    }
+
+    void anUnparsableReplyLetsTheProbePassOnThePreviousOk()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.peer.answer("$OK,STM1,STOP,,\r\n");
+        bench.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kLong_ms);
+        bench.peer.answer("$OK,DEVICE,READY,\r\n");
+        QVERIFY(bench.controller.trySerialPort());
+        QCOMPARE(fieldsOf(bench.controller), QStringList({"OK", "STM1", "STOP", ""}));
+    }
+
+    void aSecondTryOpensThePortAgain()
+    {
+        ControllerBench bench;
+        QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
+        bench.peer.answer("$NG,DEVICE,READY,,\r\n");
+        bench.controller.openSerialPort();
+        QVERIFY(!bench.controller.isSerialPortOpen());
+        bench.peer.answer(kReady);
+        QVERIFY(bench.controller.trySerialPort());
+        QVERIFY(bench.controller.isSerialPortOpen());
+        QCOMPARE(connected.count(), 1);
+    }
+
+    void aTryConfiguresAPortThatNeverWas()
+    {
+        ControllerBench bench;
+        bench.peer.answer(kReady);
+        QVERIFY(bench.controller.trySerialPort());
+        QVERIFY(bench.controller.isSerialPortOpen());
+        QCOMPARE(bench.log.messages().mid(1, 2), QStringList({"trySerialPort", "\"/dev/ttyS2\""}));
+    }
+
+    void aTryWithoutADeviceFailsAtOnce()
+    {
+        BenchRoot root;
+        LogRecorder log;
+        BenchController controller;
+        controller.openSerialPort();
+        log.clear();
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY(!controller.trySerialPort());
+        QVERIFY(timer.elapsed() < kLong_ms);
+        QCOMPARE(
+            log.messages(),
+            QStringList({"trySerialPort", "trySerialPort the serial port \"/dev/ttyS2\" cannot be opened"}));
+    }
+
+    void aDeviceThatAppearsLaterIsFoundByATry()
+    {
+        BenchRoot root;
+        LogRecorder log;
+        BenchController controller;
+        controller.openSerialPort();
+        ScriptedPeer peer(root.path());
+        peer.answer(kReady);
+        QVERIFY(controller.trySerialPort());
+    }
+
+    // The port was configured by the attempt that failed: it opens at the first try, unprobed.
+    void reopeningAConfiguredPortDoesNotProbe()
+    {
+        ControllerBench bench;
+        bench.peer.answer("$NG,DEVICE,READY,,\r\n");
+        bench.controller.openSerialPort();
+        bench.log.clear();
+        bench.controller.openSerialPort();
+        QVERIFY(bench.controller.isSerialPortOpen());
+        QCOMPARE(bench.log.messages(), QStringList({"openSerialPort", "opened serial port \"/dev/ttyS2\""}));
+        QCOMPARE(bench.peer.received().size(), 1);
+    }
+
+    void repeatedProbesAnnounceTheConnectionEachTime()
+    {
+        ControllerBench bench;
+        QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
+        for (int i = 0; i < 3; ++i) {
+            bench.peer.answer(kReady);
+            QVERIFY(bench.controller.trySerialPort());
+        }
+        QCOMPARE(connected.count(), 3);
+        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_abs);
+        bench.peer.send("$OK,STM1,ABS,-40,\r\n");
+        QTRY_COMPARE(moved.count(), 1);
+    }
+
+    void aClosedPortCountsAsATimeoutWithoutTheWait()
+    {
+        BenchRoot root;
+        LogRecorder log;
+        BenchController controller;
+        log.clear();
+        QElapsedTimer timer;
+        timer.start();
+        controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
+        QVERIFY(timer.elapsed() < kLong_ms);
+        QVERIFY(log.messages().contains("write_Blocking errorDataWritingTimeout"));
+        QVERIFY(log.messages().contains("readAvailableData_Blocking errorDataReadingTimeout"));
+        controller.write_nonBlocking("$,LED4,ON,,\r\n");
+        QCOMPARE(controller.commandResponse(), QString());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestControllerLink)
+#include "test_controller_link.moc"

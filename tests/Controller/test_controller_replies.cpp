@@ -1,0 +1,369 @@
+#include <fcntl.h>
+#include <termios.h>
+
+#include <QSignalSpy>
+#include <QtTest>
+
+#include "ControllerBench.h"
+
+namespace {
+
+constexpr int kLong_ms = 5000; // far beyond what an answer takes here
+constexpr int kShort_ms = 50;  // for an answer that never comes
+
+QStringList fieldsOf(const Controller& controller)
+{
+    const responseInfo_t& info = controller.responseInfo();
+    return {info.result, info.target, info.command, info.value};
+}
+
+} // namespace
+
+class TestControllerReplies : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void parsingTakesTheTextAfterTheLastMark_data()
+    {
+        QTest::addColumn<QString>("line");
+        QTest::addColumn<QStringList>("fields");
+        const QStringList before = {"was", "a", "b", "c"};
+        QTest::newRow("reply") << "$OK,STM1,MVP,640," << QStringList({"OK", "STM1", "MVP", "640"});
+        QTest::newRow("no mark") << "OK,STM1,MVP,640," << QStringList({"OK", "STM1", "MVP", "640"});
+        QTest::newRow("two replies run together")
+            << "$OK,STM1,MVP,1,$NG,LED4,ON,," << QStringList({"NG", "LED4", "ON", ""});
+        QTest::newRow("text after the last comma is dropped")
+            << "$OK,STM1,MVP,7,rest" << QStringList({"OK", "STM1", "MVP", "7"});
+        QTest::newRow("empty fields") << "$,,,," << QStringList({"", "", "", ""});
+        QTest::newRow("blanks are kept")
+            << "$ OK,DEVICE,FW VERSION, 1 ," << QStringList({" OK", "DEVICE", "FW VERSION", " 1 "});
+        QTest::newRow("four pieces") << "$OK,DEVICE,READY," << before;
+        QTest::newRow("six pieces") << "$OK,DEVICE,READY,,," << before;
+        QTest::newRow("mark at the end") << "OK,STM1,MVP,640,$" << before;
+        QTest::newRow("empty") << "" << before;
+    }
+
+    void parsingTakesTheTextAfterTheLastMark()
+    {
+        QFETCH(QString, line);
+        QFETCH(QStringList, fields);
+        ControllerBench bench;
+        bench.controller.parsing_responseReceived("$was,a,b,c,");
+        bench.log.clear();
+        bench.controller.parsing_responseReceived(line);
+        QCOMPARE(fieldsOf(bench.controller), fields);
+        QCOMPARE(bench.log.messages().size(), 1);
+        QVERIFY(bench.log.messages().first().startsWith("parsing_responseReceived"));
+    }
+
+    void aNonBlockingReplyMovesTheTrackedPosition_data()
+    {
+        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<int>("position");
+        QTest::addColumn<QByteArrayList>("signalled");
+        const auto row = [](const char* reply, int position, const QByteArrayList& signalled) {
+            QTest::newRow(reply) << QByteArray(reply) + "\r\n" << position << signalled;
+        };
+        row("$OK,STM1,ORIGIN,,", 0, {"origin"});
+        row("$NG,STM1,ORIGIN,,", 0, {"origin"});
+        row("$OK,STM1,MVN,230,", 770, {"mvn"});
+        row("$NG,STM1,MVN,230,", 770, {"mvn"});
+        row("$OK,STM1,MVP,230,", 1230, {"mvp"});
+        row("$NG,STM1,MVP,230,", 1230, {"mvp"});
+        row("$OK,STM1,MVP,-30,", 970, {"mvp"});
+        row("$OK,STM1,MVP,,", 1000, {"mvp"});
+        row("$OK,STM1,MVN,many,", 1000, {"mvn"});
+        row("$OK,STM1,MVN,-2147483648,", -2147482648, {"mvn"});
+        row("$OK,STM1,MVP,2147483647,", -2147482649, {"mvp"});
+        row("$OK,STM1,ABS,-40,", -40, {"abs"});
+        row("$OK,STM1,ABS,,", 0, {"abs"});
+        row("$OK,STM1,xMVNMVPx,1,", 999, {"mvn"});
+        row("$OK,STM1,ABS ORIGIN,9,", 0, {"origin"});
+        row("$OK,STM1,STOP,,", 1000, {});
+        row("$OK,STM1,GET_POS,7,", 1000, {});
+        row("$OK,STM1,mvp,7,", 1000, {});
+    }
+
+    void aNonBlockingReplyMovesTheTrackedPosition()
+    {
+        QFETCH(QByteArray, reply);
+        QFETCH(int, position);
+        QFETCH(QByteArrayList, signalled);
+        ControllerBench bench;
+        bench.open();
+        bench.controller.setPortListener(true);
+        bench.controller.m_zStagePosition = 1000;
+        QByteArrayList seen;
+        connect(&bench.controller, &Controller::sig_z_stage_origin, this, [&] { seen << "origin"; });
+        connect(&bench.controller, &Controller::sig_z_stage_mvn, this, [&] { seen << "mvn"; });
+        connect(&bench.controller, &Controller::sig_z_stage_mvp, this, [&] { seen << "mvp"; });
+        connect(&bench.controller, &Controller::sig_z_stage_abs, this, [&] { seen << "abs"; });
+        QSignalSpy console(&bench.controller, &Controller::sig_debug_Controller);
+
+        bench.peer.send(reply);
+        QTRY_COMPARE(bench.log.messages().size(), 2);
+        QCOMPARE(seen, signalled);
+        QCOMPARE(bench.controller.m_zStagePosition, position);
+        QCOMPARE(console.count(), 0);
+        const QString line = QString::fromLatin1(reply.left(reply.size() - 2));
+        QCOMPARE(bench.log.messages(), QStringList({"slot_readyRead response: \"" + line + "\"",
+                                                    "parsing_responseReceived response: \"" + line + "\""}));
+    }
+
+    void theTrackedPositionIsUpToDateWhenTheSignalComes()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.controller.setPortListener(true);
+        int seen = 0;
+        connect(&bench.controller, &Controller::sig_z_stage_mvp, this,
+                [&] { seen = bench.controller.m_zStagePosition; });
+        bench.peer.send("$OK,STM1,MVP,230,\r\n");
+        QTRY_COMPARE(seen, 230);
+    }
+
+    void twoLinesInOneChunkAreHandledByTwoNotifications()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.controller.setPortListener(true);
+        QSignalSpy up(&bench.controller, &Controller::sig_z_stage_mvp);
+        QSignalSpy down(&bench.controller, &Controller::sig_z_stage_mvn);
+        bench.peer.send("$OK,STM1,MVP,230,\r\n$OK,STM1,MVN,30,\r\n");
+        QTRY_COMPARE(up.count(), 1);
+        QTest::qWait(kShort_ms);
+        QCOMPARE(down.count(), 0);
+        bench.peer.send("$OK,STM1,STOP,,\r\n");
+        QTRY_COMPARE(down.count(), 1);
+        QCOMPARE(bench.controller.m_zStagePosition, 200);
+    }
+
+    void anUnparsableLineRepeatsThePreviousReply()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.controller.setPortListener(true);
+        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
+        bench.peer.send("$OK,STM1,MVP,230,\r\n");
+        QTRY_COMPARE(moved.count(), 1);
+        bench.peer.send("noise\r\n");
+        QTRY_COMPARE(moved.count(), 2);
+        QCOMPARE(bench.controller.m_zStagePosition, 460);
+    }
+
+    void trickledBytesAreOneLine()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.controller.setPortListener(true);
+        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
+        for (const char byte : QByteArray("$OK,STM1,MVP,230,\r\n")) {
+            QCOMPARE(moved.count(), 0);
+            bench.peer.send(QByteArray(1, byte));
+            QTest::qWait(2);
+        }
+        QTRY_COMPARE(moved.count(), 1);
+        QCOMPARE(bench.controller.m_zStagePosition, 230);
+    }
+
+    void aLineEndsAtItsFirstNul()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.controller.setPortListener(true);
+        bench.controller.parsing_responseReceived("$OK,STM1,ABS,3,");
+        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_abs);
+        bench.peer.send(QByteArray("$OK,STM1,ABS,-40\0,\r\n", 20));
+        QTRY_COMPARE(moved.count(), 1);
+        QCOMPARE(bench.controller.m_zStagePosition, 3);
+        QVERIFY(bench.log.messages().contains("slot_readyRead response: \"$OK,STM1,ABS,-40\""));
+    }
+
+    void withTheListenerOffALineIsNotHandled()
+    {
+        ControllerBench bench;
+        bench.open();
+        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
+        bench.controller.setPortListener(true);
+        bench.controller.setPortListener(true);
+        bench.peer.send("$OK,STM1,MVP,1,\r\n");
+        QTRY_COMPARE(moved.count(), 1);
+        QTest::qWait(kShort_ms);
+        QCOMPARE(moved.count(), 1);
+        bench.controller.setPortListener(false);
+        bench.peer.send("$OK,STM1,MVP,2,\r\n");
+        QTest::qWait(kShort_ms);
+        QCOMPARE(moved.count(), 1);
+        QCOMPARE(bench.controller.m_zStagePosition, 1);
+    }
+
+    void anExchangeEchoesBothLinesWithTheirEnds()
+    {
+        ControllerBench bench;
+        bench.open();
+        QSignalSpy console(&bench.controller, &Controller::sig_debug_Controller);
+        bench.peer.answer("$OK,LED4,ON,,\r\n");
+        bench.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
+        QCOMPARE(console.count(), 2);
+        QCOMPARE(console.at(0).at(0).toString(), QStringLiteral("$,LED4,ON,,\r\n"));
+        QCOMPARE(console.at(1).at(0).toString(), QStringLiteral("$OK,LED4,ON,,\r\n"));
+        QCOMPARE(bench.controller.commandResponse(), QStringLiteral("$OK,LED4,ON,,"));
+    }
+
+    void anExchangeKeepsTheListenerAwayAndBringsItBack()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.controller.setPortListener(true);
+        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
+        bench.peer.answer("$OK,STM1,MVP,640,\r\n");
+        bench.controller.writeAndRead_Blocking("$,STM1,MVP,640,\r\n", kLong_ms, kLong_ms);
+        QTest::qWait(kShort_ms);
+        QCOMPARE(moved.count(), 0);
+        QCOMPARE(bench.controller.m_zStagePosition, 0);
+        bench.peer.send("$OK,STM1,MVP,640,\r\n");
+        QTRY_COMPARE(moved.count(), 1);
+    }
+
+    void aSilentBoardLeavesThePreviousRecord()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.controller.parsing_responseReceived("$OK,STM1,GET_POS,77,");
+        bench.log.clear();
+        QSignalSpy console(&bench.controller, &Controller::sig_debug_Controller);
+        QElapsedTimer timer;
+        timer.start();
+        bench.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kShort_ms);
+        QVERIFY(timer.elapsed() >= kShort_ms - 1);
+        QCOMPARE(bench.controller.commandResponse(), QString());
+        QCOMPARE(fieldsOf(bench.controller), QStringList({"OK", "STM1", "GET_POS", "77"}));
+        QCOMPARE(console.count(), 1);
+        QCOMPARE(bench.log.messages(), QStringList({"write_Blocking command: \"$,STM1,STOP,,\\r\\n\"",
+                                                    "readAvailableData_Blocking errorDataReadingTimeout"}));
+    }
+
+    void aTimeoutEmptiesTheLastLine()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.peer.answer("$OK,LED4,ON,,\r\n");
+        bench.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
+        QVERIFY(!bench.controller.commandResponse().isEmpty());
+        bench.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kShort_ms);
+        QVERIFY(bench.controller.commandResponse().isEmpty());
+    }
+
+    void theListenerIsBackAfterATimeout()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kShort_ms);
+        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
+        bench.peer.send("$OK,STM1,MVP,640,\r\n");
+        QTRY_COMPARE(moved.count(), 1);
+    }
+
+    // Every piece restarts the wait, so the whole answer may take longer than the time-out.
+    void aTrickledAnswerMayTakeLongerThanTheTimeout()
+    {
+        constexpr int kPause_ms = 200;
+        constexpr int kReadTimeout_ms = 1000;
+        ControllerBench bench;
+        bench.open();
+        bench.peer.answer({{"$OK,", 0},
+                           {"STM1", kPause_ms},
+                           {",", kPause_ms},
+                           {"STO", kPause_ms},
+                           {"P", kPause_ms},
+                           {",,", kPause_ms},
+                           {"\r", kPause_ms},
+                           {"\n", kPause_ms}});
+        QElapsedTimer timer;
+        timer.start();
+        bench.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kReadTimeout_ms);
+        QVERIFY(timer.elapsed() > kReadTimeout_ms);
+        QCOMPARE(bench.controller.commandResponse(), QStringLiteral("$OK,STM1,STOP,,"));
+    }
+
+    void anUnfinishedLineIsATimeoutAndIsGoneByTheNextExchange()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.peer.answer("$OK,STM1,STO");
+        bench.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kShort_ms);
+        QCOMPARE(bench.controller.commandResponse(), QString());
+        bench.peer.answer("$OK,LED4,ON,,\r\n");
+        bench.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
+        QCOMPARE(bench.controller.commandResponse(), QStringLiteral("$OK,LED4,ON,,"));
+    }
+
+    void anOldLineIsNotTakenForTheAnswer()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.peer.send("$NG,STM1,OLD,,\r\n");
+        QTest::qWait(kShort_ms);
+        bench.peer.answer("$OK,LED4,ON,,\r\n$OK,LED4,TWICE,,\r\n");
+        bench.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
+        QCOMPARE(fieldsOf(bench.controller), QStringList({"OK", "LED4", "ON", ""}));
+        bench.peer.answer("$OK,LED4,OFF,,\r\n");
+        bench.controller.writeAndRead_Blocking("$,LED4,OFF,,\r\n", kLong_ms, kLong_ms);
+        QCOMPARE(fieldsOf(bench.controller), QStringList({"OK", "LED4", "OFF", ""}));
+    }
+
+    void aBlockingReplyEndsAtItsFirstNul()
+    {
+        ControllerBench bench;
+        bench.open();
+        QSignalSpy console(&bench.controller, &Controller::sig_debug_Controller);
+        bench.peer.answer(QByteArray("$OK,\0LED4,ON,,\r\n", 16));
+        bench.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
+        QCOMPARE(bench.controller.commandResponse(), QStringLiteral("$OK,"));
+        QCOMPARE(console.at(1).at(0).toString(), QStringLiteral("$OK,"));
+        QCOMPARE(fieldsOf(bench.controller), QStringList({"", "", "", ""}));
+    }
+
+    void foreignBytesAreReadAsLatin1()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.peer.answer("$OK,DEVICE,FW VERSION,\xb5\xff,\r\n");
+        bench.controller.writeAndRead_Blocking("$,DEVICE,FW VERSION,,\r\n", kLong_ms, kLong_ms);
+        QCOMPARE(bench.controller.responseInfo().value, QString::fromLatin1("\xb5\xff"));
+    }
+
+    void aNonBlockingWriteReturnsWithoutAnAnswer()
+    {
+        ControllerBench bench;
+        bench.open();
+        QSignalSpy console(&bench.controller, &Controller::sig_debug_Controller);
+        bench.controller.write_nonBlocking("$,STM1,ABS,40,\r\n");
+        QCOMPARE(bench.log.messages(), QStringList{"write_nonBlocking command: \"$,STM1,ABS,40,\\r\\n\""});
+        QCOMPARE(console.count(), 1);
+        QCOMPARE(console.at(0).at(0).toString(), QStringLiteral("$,STM1,ABS,40,\r\n"));
+        QTRY_COMPARE(bench.peer.received(), QList<QByteArray>{"$,STM1,ABS,40,\r\n"});
+    }
+
+    void aLineThatCannotBeWrittenIsLoggedAndTheReadFollows()
+    {
+        BenchRoot root;
+        const PseudoTerminal blocked;
+        QVERIFY(QDir(root.path()).mkpath("dev"));
+        QVERIFY(QFile::link(QString::fromStdString(blocked.devicePath()), root.path() + "/dev/ttyS2"));
+        LogRecorder log;
+        BenchController controller;
+        controller.m_skipProbe = true;
+        controller.openSerialPort();
+        const FileDescriptor line(::open(blocked.devicePath().c_str(), O_RDWR | O_NOCTTY));
+        QCOMPARE(::tcflow(line.get(), TCOOFF), 0);
+        log.clear();
+        controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kShort_ms, kShort_ms);
+        QCOMPARE(log.messages().mid(1), QStringList({"write_Blocking errorDataWritingTimeout",
+                                                     "readAvailableData_Blocking errorDataReadingTimeout"}));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestControllerReplies)
+#include "test_controller_replies.moc"

@@ -1,0 +1,143 @@
+#include <QDir>
+#include <QSignalSpy>
+#include <QtTest>
+
+#include "camera/OV5642Camera.h"
+#include "tests/support/CameraCalls.h"
+
+namespace {
+
+const QStringList kRefused = {"bool OV5642Camera::close()", "[Error] VIDIOC_STREAMOFF"};
+const QString kUnmap = QString("munmap %1").arg(640 * 480 * 2);
+
+int entriesOf(const char* directory)
+{
+    return QDir(directory).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
+}
+
+} // namespace
+
+class TestCameraClose : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void closingStopsTheStreamThenUnmapsAndKeepsTheDevice()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        machine.clearLog();
+        QVERIFY(camera.close());
+        QCOMPARE(machine.calls(), QStringList({"STREAMOFF", kUnmap, kUnmap, kUnmap, kUnmap}));
+        QCOMPARE(spy.count(), 0);
+        QVERIFY(!camera.isStreaming());
+        QVERIFY(!camera.openFailed());
+        QCOMPARE(camera.getFrame(), nullptr);
+        QCOMPARE(machine.openDescriptors(CameraCalls::kVideo), 1);
+        QCOMPARE(machine.misuses(), QStringList());
+    }
+
+    void theCaptureThreadIsGoneOnceTheStreamIsStopped()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        machine.deliverEndlessly(true);
+        QVERIFY(camera.open(0, "", false));
+        QTRY_VERIFY(machine.requeued() > 3);
+        QVERIFY(camera.close());
+        const int calls = machine.captureCalls().size();
+        QTest::qWait(50);
+        QCOMPARE(machine.captureCalls().size(), calls);
+    }
+
+    void aRefusedStopIsReportedAndEverythingIsFreedAllTheSame()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        machine.failCall("STREAMOFF", 1);
+        QVERIFY(!camera.close());
+        QCOMPARE(spy.count(), 1);
+        QCOMPARE(spy.at(0).at(0).toStringList(), kRefused);
+        QVERIFY(!camera.isStreaming());
+        QCOMPARE(machine.liveMappings(), 0);
+        QCOMPARE(camera.getFrame(), nullptr);
+    }
+
+    void closingWithoutAStreamStillStopsIt()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        machine.clearLog();
+        QVERIFY(camera.close());
+        QCOMPARE(machine.calls(), QStringList({"STREAMOFF"}));
+        QCOMPARE(spy.count(), 0);
+
+        machine.failCall("STREAMOFF", 1);
+        QVERIFY(!camera.close());
+        QCOMPARE(spy.count(), 1);
+        QCOMPARE(spy.at(0).at(0).toStringList(), kRefused);
+    }
+
+    void closingWithoutADeviceIsReported()
+    {
+        CameraCalls machine;
+        machine.setMissing(CameraCalls::kVideo, true);
+        OV5642Camera camera;
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        QVERIFY(!camera.close());
+        QCOMPARE(spy.at(0).at(0).toStringList(), kRefused);
+    }
+
+    void aCameraMayGoWhileItStreamsAndThenSaysNothing()
+    {
+        CameraCalls machine;
+        machine.deliverEndlessly(true);
+        int messages = 0;
+        {
+            OV5642Camera camera;
+            QVERIFY(camera.open(0, "", false));
+            connect(&camera, &OV5642Camera::sig_debug_Message, this, [&messages] { ++messages; });
+            machine.failCall("STREAMOFF", 1);
+            machine.clearLog();
+        }
+        QCOMPARE(messages, 0);
+        QCOMPARE(machine.calls(),
+                 QStringList({"STREAMOFF", kUnmap, kUnmap, kUnmap, kUnmap, "close /dev/video0"}));
+        QCOMPARE(machine.liveMappings(), 0);
+        QCOMPARE(machine.misuses(), QStringList());
+    }
+
+    void thousandsOfModeSwitchesLeaveNothingBehind()
+    {
+        constexpr int kSwitches = 3000;
+        CameraCalls machine;
+        // Small, so that the switches and not the frames take the time.
+        machine.setBufferLength(4096);
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        QVERIFY(camera.close());
+        const int threads = entriesOf("/proc/self/task");
+        const int descriptors = entriesOf("/proc/self/fd");
+        for (int i = 0; i < kSwitches; ++i) {
+            QVERIFY(camera.open(i % 2, "", false));
+            QCOMPARE(machine.liveMappings(), 4);
+            QVERIFY(camera.close());
+            machine.clearLog();
+        }
+        QCOMPARE(machine.liveMappings(), 0);
+        QCOMPARE(machine.openDescriptors(CameraCalls::kVideo), 1);
+        QCOMPARE(machine.openDescriptors(CameraCalls::kBus), 0);
+        // A joined thread's entry may outlive it by a moment.
+        QTRY_COMPARE(entriesOf("/proc/self/task"), threads);
+        QCOMPARE(entriesOf("/proc/self/fd"), descriptors);
+        QCOMPARE(machine.misuses(), QStringList());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCameraClose)
+#include "test_camera_close.moc"

@@ -1,0 +1,142 @@
+#include <thread>
+#include <vector>
+
+#include <QtTest>
+
+#include "camera/YuvConversion.h"
+
+namespace {
+
+constexpr uchar kGuard = 0xA7;
+
+std::vector<uchar> flatYuyv(unsigned int width, int height, uchar y, uchar u, uchar v)
+{
+    std::vector<uchar> frame;
+    frame.reserve(std::size_t(width) * height * 2);
+    for (std::size_t pair = 0; pair < std::size_t(width) * height / 2; ++pair)
+        frame.insert(frame.end(), {y, u, y, v});
+    return frame;
+}
+
+bool near(int actual, int expected, int tolerance = 3)
+{
+    return qAbs(actual - expected) <= tolerance;
+}
+
+} // namespace
+
+class TestCameraConversion : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    // Expected values: BT.601, limited range, worked out by hand from the standard's matrix.
+    void aFlatColourComesOutAsItself_data()
+    {
+        QTest::addColumn<int>("y");
+        QTest::addColumn<int>("u");
+        QTest::addColumn<int>("v");
+        QTest::addColumn<QVector<int>>("rgb");
+        QTest::newRow("black") << 16 << 128 << 128 << QVector<int>{0, 0, 0};
+        QTest::newRow("white") << 235 << 128 << 128 << QVector<int>{255, 255, 255};
+        QTest::newRow("grey") << 126 << 128 << 128 << QVector<int>{128, 128, 128};
+        QTest::newRow("red") << 81 << 90 << 240 << QVector<int>{255, 0, 0};
+        QTest::newRow("green") << 145 << 54 << 34 << QVector<int>{0, 255, 0};
+        QTest::newRow("blue") << 41 << 240 << 110 << QVector<int>{0, 0, 255};
+        QTest::newRow("yellow") << 210 << 16 << 146 << QVector<int>{255, 255, 0};
+        QTest::newRow("nothing at all") << 0 << 0 << 0 << QVector<int>{0, 135, 0};
+        QTest::newRow("beyond white") << 255 << 128 << 128 << QVector<int>{255, 255, 255};
+    }
+
+    void aFlatColourComesOutAsItself()
+    {
+        QFETCH(int, y);
+        QFETCH(int, u);
+        QFETCH(int, v);
+        QFETCH(QVector<int>, rgb);
+        constexpr unsigned int kWidth = 640;
+        constexpr int kHeight = 480;
+        const std::vector<uchar> source = flatYuyv(kWidth, kHeight, uchar(y), uchar(u), uchar(v));
+        std::vector<uchar> destination(std::size_t(kWidth) * kHeight * 3 + 1, kGuard);
+        sws_yuv2rgb24(kWidth, kHeight, source.data(), destination.data());
+        for (std::size_t i = 0; i + 1 < destination.size(); ++i) {
+            if (!near(destination[i], rgb[int(i % 3)]))
+                QFAIL(qPrintable(QString("byte %1 is %2").arg(i).arg(destination[i])));
+        }
+        QCOMPARE(destination.back(), kGuard);
+    }
+
+    void everyPixelStaysInItsPlaceAndNoneBeyondIsWritten_data()
+    {
+        QTest::addColumn<int>("width");
+        QTest::addColumn<int>("height");
+        QTest::newRow("VGA") << 640 << 480;
+        QTest::newRow("1280") << 1280 << 960;
+        QTest::newRow("5M") << 2592 << 1944;
+    }
+
+    void everyPixelStaysInItsPlaceAndNoneBeyondIsWritten()
+    {
+        QFETCH(int, width);
+        QFETCH(int, height);
+        std::vector<uchar> source = flatYuyv(unsigned(width), height, 16, 128, 128);
+        const auto luma = [&](int column, int row) -> uchar& {
+            return source[(std::size_t(row) * width + column) * 2];
+        };
+        const int columns[] = {0, 1, width / 2, width - 1};
+        const int rows[] = {0, height / 2, height - 1};
+        for (int row : rows)
+            for (int column : columns)
+                luma(column, row) = 235;
+
+        const std::size_t size = std::size_t(width) * height * 3;
+        std::vector<uchar> destination(size + 64, kGuard);
+        sws_yuv2rgb24(unsigned(width), height, source.data(), destination.data());
+        for (int row = 0; row < height; ++row) {
+            for (int column = 0; column < width; ++column) {
+                const int expected = luma(column, row) == 235 ? 255 : 0;
+                const uchar* pixel = &destination[(std::size_t(row) * width + column) * 3];
+                if (!near(pixel[0], expected) || !near(pixel[1], expected) || !near(pixel[2], expected))
+                    QFAIL(qPrintable(QString("pixel %1, %2 is %3").arg(column).arg(row).arg(pixel[0])));
+            }
+        }
+        for (std::size_t i = size; i < destination.size(); ++i)
+            QCOMPARE(destination[i], kGuard);
+    }
+
+    void whatCannotBeConvertedLeavesTheDestination()
+    {
+        const std::vector<uchar> source = flatYuyv(8, 8, 200, 128, 128);
+        std::vector<uchar> destination(8 * 8 * 3, kGuard);
+        sws_yuv2rgb24(8, 8, nullptr, destination.data());
+        sws_yuv2rgb24(8, 8, source.data(), nullptr);
+        sws_yuv2rgb24(0, 8, source.data(), destination.data());
+        sws_yuv2rgb24(8, 0, source.data(), destination.data());
+        sws_yuv2rgb24(8, -8, source.data(), destination.data());
+        QCOMPARE(destination, std::vector<uchar>(8 * 8 * 3, kGuard));
+    }
+
+    void manyThreadsMayConvertAtOnce()
+    {
+        constexpr int kThreads = 4;
+        std::vector<std::vector<uchar>> results(kThreads, std::vector<uchar>(64 * 64 * 3));
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back([&results, i] {
+                const std::vector<uchar> source = flatYuyv(64, 64, uchar(60 + 40 * i), 128, 128);
+                for (int round = 0; round < 50; ++round)
+                    sws_yuv2rgb24(64, 64, source.data(), results[std::size_t(i)].data());
+            });
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+        for (int i = 0; i < kThreads; ++i) {
+            const int expected = qRound((60 + 40 * i - 16) * 255.0 / 219.0);
+            for (uchar byte : results[std::size_t(i)])
+                QVERIFY(near(byte, expected));
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCameraConversion)
+#include "test_camera_conversion.moc"

@@ -1,0 +1,316 @@
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include <QtTest>
+
+#include "camera/OV5642Camera.h"
+#include "camera/YuvConversion.h"
+#include "tests/support/CameraCalls.h"
+
+namespace {
+
+constexpr quint32 kVgaSize = 640 * 480 * 2;
+constexpr std::size_t kVgaRgbSize = 640 * 480 * 3;
+
+using Bytes = std::vector<uchar>;
+
+// A VGA frame of that byte throughout, with another one in its first bytes, as RGB.
+Bytes rgbOf(quint8 value, std::size_t headSize = 0, quint8 head = 0)
+{
+    Bytes yuyv(kVgaSize, value);
+    std::fill_n(yuyv.begin(), headSize, head);
+    Bytes rgb(kVgaRgbSize);
+    sws_yuv2rgb24(640, 480, yuyv.data(), rgb.data());
+    return rgb;
+}
+
+Bytes copyOf(const uchar* frame)
+{
+    return frame == nullptr ? Bytes() : Bytes(frame, frame + kVgaRgbSize);
+}
+
+// Whether every pixel is the first one's: a frame of one value has no other.
+bool isUniform(const uchar* rgb)
+{
+    return std::memcmp(rgb, rgb + 3, kVgaRgbSize - 3) == 0;
+}
+
+} // namespace
+
+class TestCameraFrames : public QObject
+{
+    Q_OBJECT
+
+private:
+    // Lets the driver fill one buffer and waits until the camera has given it back.
+    static bool deliver(CameraCalls& machine, const CameraCalls::Frame& frame)
+    {
+        const int before = machine.requeued();
+        machine.deliver(frame);
+        return QTest::qWaitFor([&] { return machine.requeued() > before; });
+    }
+
+private slots:
+    void beforeAnyFrameTheEmptyCopyOfIndexZeroIsConverted()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        unsigned int index = 99;
+        QCOMPARE(copyOf(camera.getFrame(index)), rgbOf(0));
+        QCOMPARE(index, 0u);
+    }
+
+    void aClosedCameraHasNoFrame()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QCOMPARE(camera.getFrame(), nullptr);
+        unsigned int index = 99;
+        QCOMPARE(camera.getFrame(index), nullptr);
+        QVERIFY(camera.open(0, "", false));
+        QVERIFY(camera.getFrame() != nullptr);
+        QVERIFY(camera.close());
+        QCOMPARE(camera.getFrame(), nullptr);
+    }
+
+    void theNewestFrameIsConvertedAndItsBufferNamed()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        for (unsigned int i = 0; i < 6; ++i) {
+            const auto value = quint8(40 + 30 * i);
+            QVERIFY(deliver(machine, {value, kVgaSize}));
+            unsigned int index = 99;
+            QCOMPARE(copyOf(camera.getFrame(index)), rgbOf(value));
+            QCOMPARE(index, i % 4);
+            QCOMPARE(g_v4l2_buffer.index, i % 4);
+        }
+    }
+
+    void theIgnoredArgumentsChangeNothing()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        QVERIFY(deliver(machine, {77, kVgaSize}));
+        const Bytes expected = rgbOf(77);
+        unsigned int index = 99;
+        QCOMPARE(copyOf(camera.getFrame(true, 1, 2, 3)), expected);
+        QCOMPARE(copyOf(camera.getFrame(index, true, 255, 255, 255)), expected);
+        QCOMPARE(index, 0u);
+    }
+
+    void oneRoundPausesWaitsTakesAndGivesBack()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        QVERIFY(deliver(machine, {10, kVgaSize}));
+        QVERIFY(deliver(machine, {20, kVgaSize}));
+        QVERIFY(camera.close());
+        QStringList rounds = machine.captureCalls();
+        for (int i = 1; i < rounds.size();) {
+            // A round in which nothing came ends with the wait.
+            if (rounds.at(i - 1) == "select 1000" && rounds.at(i) == "pause 10000") {
+                rounds.removeAt(i);
+                rounds.removeAt(i - 1);
+                i = qMax(1, i - 1);
+            } else {
+                ++i;
+            }
+        }
+        const QStringList expected = {"pause 10000", "select 1000", "DQBUF", "QBUF 0",
+                                      "pause 10000", "select 1000", "DQBUF", "QBUF 1"};
+        QCOMPARE(rounds.mid(0, 8), expected);
+        QVERIFY(rounds.size() <= 10);
+    }
+
+    void aFailureInTheLoopCostsOneRound_data()
+    {
+        QTest::addColumn<QString>("call");
+        QTest::addColumn<int>("result");
+        QTest::newRow("wait fails") << "select" << -1;
+        QTest::newRow("wait ends empty") << "select" << 0;
+        QTest::newRow("no buffer to be had") << "DQBUF" << -1;
+    }
+
+    void aFailureInTheLoopCostsOneRound()
+    {
+        QFETCH(QString, call);
+        QFETCH(int, result);
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        machine.failCall(call, 1, result);
+        QVERIFY(deliver(machine, {123, kVgaSize}));
+        QCOMPARE(copyOf(camera.getFrame()), rgbOf(123));
+        QCOMPARE(machine.misuses(), QStringList());
+        QVERIFY(camera.close());
+    }
+
+    void aDriverThatTakesNoBufferBackRunsDryButTheCameraCloses()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        machine.failCall("QBUF", CameraCalls::kAlways);
+        machine.deliverEndlessly(true);
+        QTRY_COMPARE(machine.captureCalls().filter("QBUF ").size(), 4);
+        QVERIFY(camera.getFrame() != nullptr);
+        QVERIFY(camera.close());
+    }
+
+    void reportedBytesNeverReachBeyondTheFrame_data()
+    {
+        QTest::addColumn<quint32>("bytesUsed");
+        QTest::addColumn<quint32>("bufferLength");
+        QTest::addColumn<quint32>("copied");
+        QTest::newRow("exact") << kVgaSize << kVgaSize << kVgaSize;
+        QTest::newRow("short") << 1280u << kVgaSize << 1280u;
+        QTest::newRow("none") << 0u << kVgaSize << 0u;
+        QTest::newRow("more than buffer and frame") << 0xFFFFFFFFu << kVgaSize << kVgaSize;
+        QTest::newRow("long buffer") << 2 * kVgaSize << 2 * kVgaSize << kVgaSize;
+        QTest::newRow("buffer shorter than a frame") << kVgaSize << 4096u << 4096u;
+    }
+
+    void reportedBytesNeverReachBeyondTheFrame()
+    {
+        QFETCH(quint32, bytesUsed);
+        QFETCH(quint32, bufferLength);
+        QFETCH(quint32, copied);
+        CameraCalls machine;
+        machine.setBufferLength(bufferLength);
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        QVERIFY(deliver(machine, {200, bytesUsed}));
+        QCOMPARE(copyOf(camera.getFrame()), rgbOf(0, copied, 200));
+    }
+
+    void moreBuffersThanCopiesShareThem()
+    {
+        CameraCalls machine;
+        machine.grantBuffers(8);
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        for (unsigned int i = 0; i < 10; ++i) {
+            const auto value = quint8(20 * (i + 1));
+            QVERIFY(deliver(machine, {value, kVgaSize}));
+            unsigned int index = 99;
+            QCOMPARE(copyOf(camera.getFrame(index)), rgbOf(value));
+            QCOMPARE(index, i % 8);
+        }
+        QVERIFY(camera.close());
+        QCOMPARE(machine.misuses(), QStringList());
+    }
+
+    void oneBufferIsEnough()
+    {
+        CameraCalls machine;
+        machine.grantBuffers(1);
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        for (quint8 value : {50, 100, 150}) {
+            QVERIFY(deliver(machine, {value, kVgaSize}));
+            unsigned int index = 99;
+            QCOMPARE(copyOf(camera.getFrame(index)), rgbOf(value));
+            QCOMPARE(index, 0u);
+        }
+    }
+
+    void anIndexThatWasNeverGrantedIsIgnored_data()
+    {
+        QTest::addColumn<int>("index");
+        QTest::newRow("next") << 4;
+        QTest::newRow("far") << 0x7FFFFFFF;
+    }
+
+    void anIndexThatWasNeverGrantedIsIgnored()
+    {
+        QFETCH(int, index);
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        QVERIFY(deliver(machine, {90, kVgaSize}));
+        QVERIFY(deliver(machine, {180, kVgaSize, index}));
+        unsigned int newest = 99;
+        QCOMPARE(copyOf(camera.getFrame(newest)), rgbOf(90));
+        QCOMPARE(newest, 0u);
+        QVERIFY(deliver(machine, {210, kVgaSize}));
+        QCOMPARE(copyOf(camera.getFrame()), rgbOf(210));
+    }
+
+    void reopeningStartsFromAnEmptyFrame()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        QVERIFY(deliver(machine, {90, kVgaSize}));
+        QVERIFY(deliver(machine, {91, kVgaSize}));
+        QVERIFY(camera.close());
+        QVERIFY(camera.open(0, "", false));
+        unsigned int index = 99;
+        QCOMPARE(copyOf(camera.getFrame(index)), rgbOf(0));
+        QCOMPARE(index, 0u);
+    }
+
+    void theGuiAndOtherThreadsHaveBuffersOfTheirOwn()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        QVERIFY(deliver(machine, {60, kVgaSize}));
+        const uchar* own = camera.getFrame();
+        QVERIFY(deliver(machine, {160, kVgaSize}));
+        const uchar* others = nullptr;
+        std::thread([&] { others = camera.getFrame(); }).join();
+        QVERIFY(own != others);
+        QCOMPARE(copyOf(own), rgbOf(60));
+        QCOMPARE(copyOf(others), rgbOf(160));
+        QVERIFY(deliver(machine, {240, kVgaSize}));
+        QCOMPARE(copyOf(camera.getFrame()), rgbOf(240));
+        QCOMPARE(copyOf(others), rgbOf(160));
+    }
+
+    void noFrameIsEverTornWhileTwoThreadsFetch_data()
+    {
+        QTest::addColumn<int>("buffers");
+        QTest::newRow("one buffer") << 1;
+        QTest::newRow("four buffers") << 4;
+        QTest::newRow("eight buffers") << 8;
+    }
+
+    void noFrameIsEverTornWhileTwoThreadsFetch()
+    {
+        QFETCH(int, buffers);
+        constexpr int kFetches = 150;
+        CameraCalls machine;
+        machine.grantBuffers(unsigned(buffers));
+        machine.deliverEndlessly(true);
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        std::atomic<int> torn{0};
+        auto fetch = [&] {
+            for (int i = 0; i < kFetches; ++i) {
+                unsigned int index = 99;
+                const uchar* frame = camera.getFrame(index);
+                if (frame == nullptr || !isUniform(frame) || index >= unsigned(buffers))
+                    ++torn;
+            }
+        };
+        std::thread other(fetch);
+        fetch();
+        other.join();
+        QCOMPARE(torn.load(), 0);
+        QTRY_VERIFY(machine.requeued() > 0);
+        QVERIFY(camera.close());
+        QCOMPARE(machine.misuses(), QStringList());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCameraFrames)
+#include "test_camera_frames.moc"

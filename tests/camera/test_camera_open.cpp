@@ -1,0 +1,385 @@
+#include <algorithm>
+
+#include <fcntl.h>
+#include <pthread.h>
+
+#include <QSignalSpy>
+#include <QtTest>
+
+#include "camera/OV5642Camera.h"
+#include "settings/GlobalIni.h"
+#include "tests/support/CameraCalls.h"
+
+namespace {
+
+const QString kOpenText = "bool OV5642Camera::open(int, std::string, bool)";
+const QString kOpenVideo = QString("open /dev/video0 %1").arg(O_RDWR | O_NONBLOCK);
+const QString kCloseOnExec = QString("fcntl %1 %2").arg(F_SETFD).arg(FD_CLOEXEC);
+const QString kOpenBus = QString("open /dev/i2c-1 %1").arg(O_RDWR);
+const QString kAddress = "ioctl 0706 3C";
+const QString kCloseBus = "close /dev/i2c-1";
+const QString kPause = "pause 5000";
+
+struct Mode
+{
+    quint32 width;
+    quint32 height;
+    quint32 rgbSize;
+    const char* busFailure;
+};
+
+constexpr Mode kModes[] = {
+    {640, 480, 921600, "[Error] I2C failed: VGA"},
+    {1280, 960, 3686400, "[Error] I2C failed: 1280"},
+    {2592, 1944, 15116544, "[Error] I2C failed: 5M"},
+};
+
+// What the driver is asked to begin a stream with that many buffers.
+QStringList streamCalls(int mode, int buffers)
+{
+    const quint32 length = kModes[mode].width * kModes[mode].height * 2;
+    QStringList calls;
+    calls << QString("S_FMT %1x%2 56595559").arg(kModes[mode].width).arg(kModes[mode].height) << "REQBUFS 4";
+    for (int i = 0; i < buffers; ++i) {
+        calls << QString("QUERYBUF %1").arg(i)
+              << QString("mmap %1 %2").arg(length).arg(i * CameraCalls::kOffsetUnit)
+              << QString("QBUF %1").arg(i);
+    }
+    return calls << "STREAMON";
+}
+
+QList<QStringList> messages(const QSignalSpy& spy)
+{
+    QList<QStringList> texts;
+    for (const QList<QVariant>& signal : spy)
+        texts << signal.at(0).toStringList();
+    return texts;
+}
+
+QStringList opening(int mode, const QString& file)
+{
+    return {kOpenText, "camera_mode:", QString::number(mode), ", ini_file", file};
+}
+
+void checkClosed(OV5642Camera& camera, const CameraCalls& machine)
+{
+    QVERIFY(!camera.isStreaming());
+    QVERIFY(camera.openFailed());
+    QCOMPARE(camera.getFrame(), nullptr);
+    QCOMPARE(machine.liveMappings(), 0);
+    QCOMPARE(machine.misuses(), QStringList());
+}
+
+} // namespace
+
+class TestCameraOpen : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        std::copy(kCalibrationRegisters.begin(), kCalibrationRegisters.end(), g_RegIdx);
+        g_global_ini = {};
+    }
+
+    void theDeviceIsOpenFromConstructionToDestruction()
+    {
+        CameraCalls machine;
+        {
+            const OV5642Camera camera;
+            QCOMPARE(machine.calls(), QStringList({kOpenVideo, kCloseOnExec}));
+            QVERIFY(!camera.isStreaming());
+            QVERIFY(!camera.openFailed());
+            QCOMPARE(camera.mode(), 0);
+            machine.clearLog();
+        }
+        QCOMPARE(machine.calls(), QStringList({"close /dev/video0"}));
+        QCOMPARE(machine.openDescriptors(CameraCalls::kVideo), 0);
+    }
+
+    void aMissingDeviceIsNeitherMarkedNorClosed()
+    {
+        CameraCalls machine;
+        machine.setMissing(CameraCalls::kVideo, true);
+        {
+            const OV5642Camera camera;
+        }
+        QCOMPARE(machine.calls(), QStringList({kOpenVideo}));
+    }
+
+    void eachModeStreamsInItsSize_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::newRow("VGA") << 0;
+        QTest::newRow("1280") << 1;
+        QTest::newRow("5M") << 2;
+    }
+
+    void eachModeStreamsInItsSize()
+    {
+        QFETCH(int, mode);
+        CameraCalls machine;
+        OV5642Camera camera;
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        machine.clearLog();
+        QVERIFY(camera.open(mode, "", false));
+        QCOMPARE(machine.calls(), streamCalls(mode, 4) + QStringList({kOpenBus, kAddress, kCloseBus}));
+        QCOMPARE(messages(spy), QList<QStringList>({opening(mode, "")}));
+        QCOMPARE(camera.mode(), mode);
+        QCOMPARE(camera.width(), kModes[mode].width);
+        QCOMPARE(camera.height(), kModes[mode].height);
+        QCOMPARE(camera.rgbFrameSize(), kModes[mode].rgbSize);
+        QVERIFY(camera.isStreaming());
+        QVERIFY(!camera.openFailed());
+        QVERIFY(machine.isStreaming());
+        QCOMPARE(machine.misuses(), QStringList());
+    }
+
+    void theModesCalibrationIsWrittenOnceTheStreamRuns()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QStringList expected = streamCalls(1, 4) << kOpenBus << kAddress;
+        for (int i = 0; i < 10; ++i) {
+            g_global_ini.BFN_reg[1][i] = quint16(0xA0 + i);
+            const quint16 reg = kCalibrationRegisters[i];
+            expected << QString::asprintf("write %02X %02X %02X", reg >> 8, reg & 0xFF, 0xA0 + i) << kPause;
+        }
+        expected << kCloseBus;
+        machine.clearLog();
+        QVERIFY(camera.open(1, "/opt/ORLA3/conf/Calibration_BFN.ini", false));
+        QCOMPARE(machine.calls(), expected);
+    }
+
+    void theStartUpTableComesBeforeTheCalibration_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<int>("writes");
+        QTest::newRow("known settings") << "/opt/ORLA3/conf/Calibration_CUS.ini" << 504;
+        QTest::newRow("unknown settings") << "/tmp/none.ini" << 494;
+    }
+
+    void theStartUpTableComesBeforeTheCalibration()
+    {
+        QFETCH(QString, file);
+        QFETCH(int, writes);
+        g_global_ini.CUS_reg[0][0] = 0x5A;
+        CameraCalls machine;
+        OV5642Camera camera;
+        machine.clearLog();
+        QVERIFY(camera.open(0, file.toStdString(), true));
+        const QStringList sent = machine.calls().filter("write ");
+        QCOMPARE(sent.size(), writes);
+        QCOMPARE(machine.calls().filter(kPause).size(), writes);
+        QCOMPARE(sent.at(0), QString("write 31 03 93"));
+        QCOMPARE(sent.at(493), QString("write 38 27 00"));
+        if (writes > 494)
+            QCOMPARE(sent.at(494), QString("write 35 01 5A"));
+        QCOMPARE(camera.setRegisters(1000), writes);
+    }
+
+    void aSettingsFileThatNobodyKnowsStillStreams()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "/opt/ORLA3/conf/ORLA3.ini", false));
+        QVERIFY(machine.calls().filter("write ").isEmpty());
+        QCOMPARE(machine.calls().count(kOpenBus), 1);
+        QVERIFY(camera.isStreaming());
+    }
+
+    void aSilentSensorIsReportedAndTheCameraStreamsAllTheSame_data() { eachModeStreamsInItsSize_data(); }
+
+    void aSilentSensorIsReportedAndTheCameraStreamsAllTheSame()
+    {
+        QFETCH(int, mode);
+        CameraCalls machine;
+        OV5642Camera camera;
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        machine.failCall("write", 4, 2);
+        QVERIFY(camera.open(mode, kSettingsFileCus, false));
+        QCOMPARE(messages(spy),
+                 QList<QStringList>({opening(mode, kSettingsFileCus), {kOpenText, kModes[mode].busFailure}}));
+        QVERIFY(camera.isStreaming());
+    }
+
+    void aMissingBusIsNoFailureAtAll_data()
+    {
+        QTest::addColumn<bool>("missing");
+        QTest::newRow("no bus") << true;
+        QTest::newRow("no sensor on it") << false;
+    }
+
+    void aMissingBusIsNoFailureAtAll()
+    {
+        QFETCH(bool, missing);
+        CameraCalls machine;
+        machine.setMissing(CameraCalls::kBus, missing);
+        machine.failCall("ioctl", CameraCalls::kAlways);
+        OV5642Camera camera;
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        QVERIFY(camera.open(1, kSettingsFileCus, false));
+        QCOMPARE(spy.count(), 1);
+    }
+
+    void aDriverThatRefusesAnythingLeavesTheCameraClosed_data()
+    {
+        QTest::addColumn<QString>("call");
+        QTest::addColumn<int>("n");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("format") << "S_FMT" << 1 << "[Error] VIDIOC_S_FMT !";
+        QTest::newRow("buffers") << "REQBUFS" << 1 << "[Error] VIDIOC_REQBUFS !";
+        for (int n = 1; n <= 4; ++n) {
+            QTest::addRow("query of buffer %d", n) << "QUERYBUF" << n << "[Error] VIDIOC_QUERYBUF !";
+            QTest::addRow("mapping of buffer %d", n) << "mmap" << n << "[Error] mmap !";
+            QTest::addRow("queueing of buffer %d", n) << "QBUF" << n << "[Error] VIDIOC_QBUF !";
+        }
+        QTest::newRow("stream") << "STREAMON" << 1 << "[Error] VIDIOC_STREAMON !";
+    }
+
+    void aDriverThatRefusesAnythingLeavesTheCameraClosed()
+    {
+        QFETCH(QString, call);
+        QFETCH(int, n);
+        QFETCH(QString, message);
+        CameraCalls machine;
+        OV5642Camera camera;
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        machine.clearLog();
+        machine.failCall(call, n);
+        QVERIFY(!camera.open(1, kSettingsFileCus, false));
+        QCOMPARE(messages(spy), QList<QStringList>({opening(1, kSettingsFileCus), {kOpenText, message}}));
+        checkClosed(camera, machine);
+
+        // Everything up to the refused call, then what was mapped is unmapped, and no more.
+        QStringList expected = streamCalls(1, 4);
+        int seen = 0;
+        int last = 0;
+        while (!expected.at(last).startsWith(call + ' ') && expected.at(last) != call)
+            ++last;
+        for (; ++seen < n; ++last)
+            while (!expected.at(last + 1).startsWith(call))
+                ++last;
+        expected = expected.mid(0, last + 1);
+        const int mapped = expected.filter("mmap").size() - (call == "mmap" ? 1 : 0);
+        for (int i = 0; i < mapped; ++i)
+            expected << QString("munmap %1").arg(1280 * 960 * 2);
+        QCOMPARE(machine.calls(), expected);
+
+        QVERIFY(camera.open(1, kSettingsFileCus, false));
+        QVERIFY(camera.close());
+        QCOMPARE(machine.liveMappings(), 0);
+    }
+
+    void aMissingDeviceFailsTheFormatAndIsTriedAgainEachTime()
+    {
+        CameraCalls machine;
+        machine.setMissing(CameraCalls::kVideo, true);
+        OV5642Camera camera;
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        for (int i = 0; i < 2; ++i) {
+            machine.clearLog();
+            spy.clear();
+            QVERIFY(!camera.open(1, "", false));
+            QCOMPARE(machine.calls(), QStringList({kOpenVideo, "S_FMT 1280x960 56595559"}));
+            QCOMPARE(messages(spy),
+                     QList<QStringList>({opening(1, ""), {kOpenText, "[Error] VIDIOC_S_FMT !"}}));
+            checkClosed(camera, machine);
+        }
+        machine.setMissing(CameraCalls::kVideo, false);
+        machine.clearLog();
+        QVERIFY(camera.open(1, "", false));
+        QCOMPARE(machine.calls().mid(0, 2), QStringList({kOpenVideo, kCloseOnExec}));
+        QVERIFY(camera.isStreaming());
+        QVERIFY(camera.close());
+        machine.clearLog();
+        QVERIFY(camera.open(2, "", false));
+        QVERIFY(!machine.calls().contains(kOpenVideo));
+    }
+
+    void aModeThatDoesNotExistFailsWithoutACall_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::newRow("below") << -1;
+        QTest::newRow("above") << 3;
+        QTest::newRow("far") << 1000000;
+    }
+
+    void aModeThatDoesNotExistFailsWithoutACall()
+    {
+        QFETCH(int, mode);
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(1, "", false));
+        QVERIFY(camera.close());
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        machine.clearLog();
+        QVERIFY(!camera.open(mode, "x", false));
+        QCOMPARE(machine.calls(), QStringList());
+        QCOMPARE(messages(spy), QList<QStringList>({opening(mode, "x")}));
+        QCOMPARE(camera.mode(), 1);
+        checkClosed(camera, machine);
+    }
+
+    void asManyBuffersAreMappedAsTheDriverGrants_data()
+    {
+        QTest::addColumn<int>("buffers");
+        for (int buffers : {1, 2, 3, 5, 8, 32})
+            QTest::addRow("%d", buffers) << buffers;
+    }
+
+    void asManyBuffersAreMappedAsTheDriverGrants()
+    {
+        QFETCH(int, buffers);
+        CameraCalls machine;
+        machine.grantBuffers(unsigned(buffers));
+        OV5642Camera camera;
+        machine.clearLog();
+        QVERIFY(camera.open(0, "", false));
+        QCOMPARE(machine.calls().mid(0, 3 * buffers + 3), streamCalls(0, buffers));
+        QCOMPARE(machine.liveMappings(), buffers);
+        QVERIFY(camera.close());
+        QCOMPARE(machine.liveMappings(), 0);
+    }
+
+    void openingTwiceEndsTheFirstStream()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        machine.deliverEndlessly(true);
+        QVERIFY(camera.open(0, "", false));
+        QVERIFY(camera.open(1, "", false));
+        QCOMPARE(camera.width(), 1280u);
+        QCOMPARE(machine.liveMappings(), 4);
+        QVERIFY(camera.close());
+        QCOMPARE(machine.liveMappings(), 0);
+        QCOMPARE(machine.misuses(), QStringList());
+    }
+
+    void withoutACaptureThreadTheCameraStaysClosedAndTheDriverFree()
+    {
+        pthread_attr_t usual;
+        QCOMPARE(pthread_getattr_default_np(&usual), 0);
+        pthread_attr_t huge;
+        pthread_attr_init(&huge);
+        QCOMPARE(pthread_attr_setstacksize(&huge, std::size_t(1) << 62), 0);
+
+        CameraCalls machine;
+        OV5642Camera camera;
+        machine.clearLog();
+        QCOMPARE(pthread_setattr_default_np(&huge), 0);
+        const bool opened = camera.open(0, "", false);
+        QCOMPARE(pthread_setattr_default_np(&usual), 0);
+        pthread_attr_destroy(&huge);
+        pthread_attr_destroy(&usual);
+        QVERIFY(!opened);
+        checkClosed(camera, machine);
+        QVERIFY(!machine.isStreaming());
+        QVERIFY(machine.captureCalls().isEmpty());
+        QVERIFY(camera.open(0, "", false));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCameraOpen)
+#include "test_camera_open.moc"

@@ -1,0 +1,414 @@
+#include <algorithm>
+
+#include <fcntl.h>
+
+#include <QtTest>
+
+#include "camera/OV5642Camera.h"
+#include "settings/GlobalIni.h"
+#include "tests/support/CameraCalls.h"
+
+namespace {
+
+constexpr quint16 kOutsideTheTen = 0x3500;
+
+const QString kOpenBus = QString("open /dev/i2c-1 %1").arg(O_RDWR);
+const QString kAddress = "ioctl 0706 3C";
+const QString kCloseBus = "close /dev/i2c-1";
+const QString kPause = "pause 5000";
+
+QStringList getCalls(const QString& addressBytes)
+{
+    return {kOpenBus, kAddress, "write " + addressBytes, kPause, "read 1", kPause, kCloseBus};
+}
+
+QStringList setCalls(const QString& bytes)
+{
+    return {kOpenBus, kAddress, "write " + bytes, kPause, kCloseBus};
+}
+
+// Streams in a mode, so that the register operations work on its set.
+void openMode(OV5642Camera& camera, CameraCalls& machine, int mode, const std::string& file = {})
+{
+    QVERIFY(camera.open(mode, file, false));
+    machine.clearLog();
+}
+
+} // namespace
+
+class TestCameraRegisters : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        std::copy(kCalibrationRegisters.begin(), kCalibrationRegisters.end(), g_RegIdx);
+        g_global_ini = {};
+        quint16 value = 0;
+        for (auto* block : {&g_global_ini.CUS_reg, &g_global_ini.BFN_reg, &g_global_ini.AE_reg}) {
+            for (auto& row : *block)
+                for (quint16& entry : row)
+                    entry = ++value; // CUS 1..30, BFN 31..60, AE 61..90
+        }
+    }
+
+    void aRegisterHasItsPlaceInTheIndexTable_data()
+    {
+        QTest::addColumn<int>("reg");
+        QTest::addColumn<int>("index");
+        const int registers[] = {0x3501, 0x3502, 0x350A, 0x350B, 0x3400,
+                                 0x3401, 0x3402, 0x3403, 0x3404, 0x3405};
+        for (int i = 0; i < 10; ++i)
+            QTest::addRow("0x%04X", registers[i]) << registers[i] << i;
+        for (int reg : {0x0000, 0x3500, 0x3503, 0x33FF, 0x3406, 0xFFFF})
+            QTest::addRow("0x%04X", reg) << reg << -1;
+    }
+
+    void aRegisterHasItsPlaceInTheIndexTable()
+    {
+        QFETCH(int, reg);
+        QFETCH(int, index);
+        CameraCalls machine;
+        const OV5642Camera camera;
+        QCOMPARE(camera.getRegisterIndex(reg), index);
+        // The table that the window fills later is not what decides.
+        std::fill(std::begin(g_RegIdx), std::end(g_RegIdx), quint16(0));
+        QCOMPARE(camera.getRegisterIndex(reg), index);
+    }
+
+    void allCalibrationRecordsAreZeroAtFirst()
+    {
+        CameraCalls machine;
+        const OV5642Camera camera;
+        QCOMPARE(camera.mode(), 0);
+        for (int mode = 0; mode < 3; ++mode) {
+            for (int i = 0; i < 10; ++i) {
+                QCOMPARE(camera.calibrationRecord(mode, i).address, quint16(0));
+                QCOMPARE(camera.calibrationRecord(mode, i).value, quint16(0));
+            }
+        }
+    }
+
+    void readingSendsTheAddressHighByteFirstAndPausesTwice()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        machine.setRegister(0x350A, 0xA5);
+        machine.clearLog();
+        quint16 value = 0xFFFF;
+        QVERIFY(camera.get(0x350A, value));
+        QCOMPARE(value, quint16(0xA5));
+        QCOMPARE(machine.calls(), getCalls("35 0A"));
+        QCOMPARE(machine.openDescriptors(CameraCalls::kBus), 0);
+    }
+
+    void aFailedReadGoesThroughAllItsStepsAndYieldsTheCachedByte_data()
+    {
+        QTest::addColumn<QString>("call");
+        QTest::addColumn<int>("result");
+        QTest::newRow("no bus") << "open" << -1;
+        QTest::newRow("no such address") << "ioctl" << -1;
+        QTest::newRow("address answers oddly") << "ioctl" << 1;
+        QTest::newRow("not acknowledged") << "write" << -1;
+        QTest::newRow("one address byte") << "write" << 1;
+        QTest::newRow("nothing sent") << "write" << 0;
+        QTest::newRow("read error") << "read" << -1;
+        QTest::newRow("nothing read") << "read" << 0;
+    }
+
+    void aFailedReadGoesThroughAllItsStepsAndYieldsTheCachedByte()
+    {
+        QFETCH(QString, call);
+        QFETCH(int, result);
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.set(0x3501, 0x1E));
+        machine.setRegister(0x3501, 0x77);
+        machine.clearLog();
+
+        machine.failCall(call, 1, result);
+        quint16 value = 0xFFFF;
+        QVERIFY(!camera.get(0x3501, value));
+        QCOMPARE(value, quint16(0x1E));
+        QStringList expected = getCalls("35 01");
+        if (call == "open")
+            expected.removeLast(); // nothing to close
+        QCOMPARE(machine.calls(), expected);
+        QCOMPARE(machine.openDescriptors(CameraCalls::kBus), 0);
+
+        machine.failCall(call, 1, result);
+        value = 0xFFFF;
+        QVERIFY(!camera.get(kOutsideTheTen, value));
+        QCOMPARE(value, quint16(0xFFFF));
+    }
+
+    void readingWithoutABusYieldsTheCacheOfTheCurrentMode()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        openMode(camera, machine, kMode1280, kSettingsFileBfn);
+        machine.setMissing(CameraCalls::kBus, true);
+        for (int i = 0; i < 10; ++i) {
+            quint16 value = 0xFFFF;
+            QVERIFY(!camera.get(kCalibrationRegisters[i], value));
+            QCOMPARE(value, quint16(31 + 10 + i));
+        }
+        quint16 value = 0x1234;
+        QVERIFY(!camera.get(kOutsideTheTen, value));
+        QCOMPARE(value, quint16(0x1234));
+    }
+
+    void writingSendsThreeBytesAndCachesThemInTheCurrentModeOnly()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        openMode(camera, machine, kMode1280);
+        QVERIFY(camera.set(0x3501, 0x1E));
+        QCOMPARE(machine.calls(), setCalls("35 01 1E"));
+        QCOMPARE(machine.registerValue(0x3501), quint8(0x1E));
+        for (int mode = 0; mode < 3; ++mode) {
+            const CalibrationRecord& record = camera.calibrationRecord(mode, 0);
+            QCOMPARE(record.address, quint16(mode == kMode1280 ? 0x3501 : 0));
+            QCOMPARE(record.value, quint16(mode == kMode1280 ? 0x1E : 0));
+        }
+        QCOMPARE(machine.openDescriptors(CameraCalls::kBus), 0);
+    }
+
+    void everyCalibrationRegisterIsCachedAtItsIndex()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        for (int i = 0; i < 10; ++i)
+            QVERIFY(camera.set(kCalibrationRegisters[i], 0x40 + i));
+        for (int i = 0; i < 10; ++i) {
+            QCOMPARE(camera.calibrationRecord(kModeVga, i).address, kCalibrationRegisters[i]);
+            QCOMPARE(camera.calibrationRecord(kModeVga, i).value, quint16(0x40 + i));
+        }
+    }
+
+    void onlyTheLowByteOfAValueCounts()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        machine.clearLog();
+        QVERIFY(camera.set(0x3405, 0x12AB));
+        QCOMPARE(machine.calls(), setCalls("34 05 AB"));
+        QCOMPARE(camera.calibrationRecord(kModeVga, 9).value, quint16(0xAB));
+    }
+
+    void writingAnotherRegisterSucceedsAndCachesNothing()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.set(kOutsideTheTen, 0x0F));
+        QCOMPARE(machine.registerValue(kOutsideTheTen), quint8(0x0F));
+        for (int i = 0; i < 10; ++i)
+            QCOMPARE(camera.calibrationRecord(kModeVga, i).address, quint16(0));
+    }
+
+    void aFailedWriteGoesThroughAllItsStepsAndCachesNothing_data()
+    {
+        QTest::addColumn<QString>("call");
+        QTest::addColumn<int>("result");
+        QTest::newRow("no bus") << "open" << -1;
+        QTest::newRow("no such address") << "ioctl" << -1;
+        QTest::newRow("address answers oddly") << "ioctl" << 1;
+        QTest::newRow("not acknowledged") << "write" << -1;
+        QTest::newRow("two of three bytes") << "write" << 2;
+    }
+
+    void aFailedWriteGoesThroughAllItsStepsAndCachesNothing()
+    {
+        QFETCH(QString, call);
+        QFETCH(int, result);
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.set(0x350B, 0x11));
+        machine.clearLog();
+        machine.failCall(call, 1, result);
+        QVERIFY(!camera.set(0x350B, 0x22));
+        QStringList expected = setCalls("35 0B 22");
+        if (call == "open")
+            expected.removeLast();
+        QCOMPARE(machine.calls(), expected);
+        QCOMPARE(camera.calibrationRecord(kModeVga, 3).value, quint16(0x11));
+        QCOMPARE(machine.openDescriptors(CameraCalls::kBus), 0);
+    }
+
+    void eachSettingsFileFillsTheSetFromItsBlock_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<int>("firstValue");
+        const char* const files[] = {"/opt/ORLA3/conf/Calibration_CUS.ini",
+                                     "/opt/ORLA3/conf/Calibration_BFN.ini",
+                                     "/opt/ORLA3/conf/AutoExposure.ini"};
+        for (int block = 0; block < 3; ++block) {
+            for (int mode = 0; mode < 3; ++mode)
+                QTest::addRow("%s, mode %d", files[block], mode)
+                    << QString(files[block]) << mode << block * 30 + mode * 10 + 1;
+        }
+    }
+
+    void eachSettingsFileFillsTheSetFromItsBlock()
+    {
+        QFETCH(QString, file);
+        QFETCH(int, mode);
+        QFETCH(int, firstValue);
+        CameraCalls machine;
+        OV5642Camera camera;
+        openMode(camera, machine, mode);
+        QVERIFY(camera.loadRegisters(file.toStdString()));
+        QVERIFY(machine.calls().isEmpty());
+        for (int other = 0; other < 3; ++other) {
+            for (int i = 0; i < 10; ++i) {
+                const CalibrationRecord& record = camera.calibrationRecord(other, i);
+                QCOMPARE(record.address, quint16(other == mode ? kCalibrationRegisters[i] : 0));
+                QCOMPARE(record.value, quint16(other == mode ? firstValue + i : 0));
+            }
+        }
+    }
+
+    void theAddressesOfALoadedSetComeFromTheIndexTable()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        for (int i = 0; i < 10; ++i)
+            g_RegIdx[i] = 0x5000 + i;
+        QVERIFY(camera.loadRegisters(kSettingsFileCus));
+        for (int i = 0; i < 10; ++i)
+            QCOMPARE(camera.calibrationRecord(kModeVga, i).address, quint16(0x5000 + i));
+    }
+
+    void anUnknownPathLoadsNothing_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::newRow("empty") << "";
+        QTest::newRow("another file") << "/opt/ORLA3/conf/ORLA3.ini";
+        QTest::newRow("beginning only") << "/opt/ORLA3/conf/Calibration_CUS";
+        QTest::newRow("more behind it") << "/opt/ORLA3/conf/Calibration_CUS.ini.bak";
+        QTest::newRow("other case") << "/opt/ORLA3/conf/calibration_cus.ini";
+    }
+
+    void anUnknownPathLoadsNothing()
+    {
+        QFETCH(QString, file);
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.set(0x3501, 0x55));
+        QVERIFY(!camera.loadRegisters(file.toStdString()));
+        QCOMPARE(camera.calibrationRecord(kModeVga, 0).value, quint16(0x55));
+        QCOMPARE(camera.calibrationRecord(kModeVga, 1).address, quint16(0));
+    }
+
+    void theWorkTableGoesOutRecordByRecord()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        openMode(camera, machine, kModeVga, kSettingsFileCus);
+        QCOMPARE(camera.setRegisters(3), 3);
+        const QStringList expected = {kOpenBus,         kAddress,         "write 35 01 01",
+                                      kPause,           "write 35 02 02", kPause,
+                                      "write 35 0A 03", kPause,           kCloseBus};
+        QCOMPARE(machine.calls(), expected);
+    }
+
+    void noRecordsStillOpenAndCloseTheBus()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        openMode(camera, machine, kModeVga, kSettingsFileCus);
+        QCOMPARE(camera.setRegisters(0), 0);
+        QCOMPARE(machine.calls(), QStringList({kOpenBus, kAddress, kCloseBus}));
+    }
+
+    void theWorkTableIsNeverReadBeyondItsEnd()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QCOMPARE(camera.setRegisters(5), 0);
+        openMode(camera, machine, kModeVga, kSettingsFileCus);
+        QCOMPARE(camera.setRegisters(1000), 10);
+        QCOMPARE(machine.calls().filter("write").size(), 10);
+    }
+
+    void oneFailingWriteOfATableFailsItButTheRestIsWritten_data()
+    {
+        QTest::addColumn<int>("n");
+        QTest::addColumn<int>("result");
+        for (int n = 1; n <= 10; ++n) {
+            QTest::addRow("write %d refused", n) << n << -1;
+            QTest::addRow("write %d short", n) << n << 2;
+        }
+    }
+
+    void oneFailingWriteOfATableFailsItButTheRestIsWritten()
+    {
+        QFETCH(int, n);
+        QFETCH(int, result);
+        CameraCalls machine;
+        OV5642Camera camera;
+        openMode(camera, machine, kModeVga, kSettingsFileAutoExposure);
+        machine.failCall("write", n, result);
+        QCOMPARE(camera.setRegisters(10), -1);
+        QCOMPARE(machine.calls().filter("write").size(), 10);
+        QCOMPARE(machine.calls().filter(kPause).size(), 10);
+        QCOMPARE(machine.calls().last(), kCloseBus);
+    }
+
+    void aTableWithoutABusWritesNothing()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        openMode(camera, machine, kModeVga, kSettingsFileCus);
+        machine.setMissing(CameraCalls::kBus, true);
+        QCOMPARE(camera.setRegisters(10), 0);
+        QCOMPARE(machine.calls(), QStringList({kOpenBus}));
+    }
+
+    void aTableForASensorThatIsNotThereLeavesTheBusOpen()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        openMode(camera, machine, kModeVga, kSettingsFileCus);
+        machine.failCall("ioctl", 1);
+        QCOMPARE(camera.setRegisters(10), 0);
+        QCOMPARE(machine.calls(), QStringList({kOpenBus, kAddress}));
+        QCOMPARE(machine.openDescriptors(CameraCalls::kBus), 1);
+    }
+
+    void croppingWritesTheWindowOfTheMode_data()
+    {
+        QTest::addColumn<bool>("on");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<QStringList>("values");
+        QTest::newRow("on, VGA") << true << 0 << QString("02 80 01 E0 13 08 01 00").split(' ');
+        QTest::newRow("on, 1280") << true << 1 << QString("05 00 03 C0 13 06 01 06").split(' ');
+        QTest::newRow("off, VGA") << false << 0 << QString("05 00 03 C0 11 B0 00 08").split(' ');
+        QTest::newRow("off, 1280") << false << 1 << QString("09 FE 07 98 11 AC 00 0C").split(' ');
+        QTest::newRow("on, 5M") << true << 2 << QStringList();
+        QTest::newRow("off, 5M") << false << 2 << QStringList();
+    }
+
+    void croppingWritesTheWindowOfTheMode()
+    {
+        QFETCH(bool, on);
+        QFETCH(int, mode);
+        QFETCH(QStringList, values);
+        const char* const addresses[] = {"38 04", "38 05", "38 06", "38 07",
+                                         "38 24", "38 25", "38 26", "38 27"};
+        QStringList expected;
+        for (int i = 0; i < values.size(); ++i)
+            expected << setCalls(QString("%1 %2").arg(addresses[i], values[i]));
+
+        CameraCalls machine;
+        OV5642Camera camera;
+        openMode(camera, machine, mode);
+        camera.setCrop(on);
+        QCOMPARE(machine.calls(), expected);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCameraRegisters)
+#include "test_camera_registers.moc"

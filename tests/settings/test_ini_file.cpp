@@ -1,0 +1,430 @@
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <QDir>
+#include <QRandomGenerator>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QtTest>
+
+#include "platform/InstrumentPath.h"
+#include "settings/GlobalIni.h"
+#include "settings/IniFile.h"
+#include "settings/SafeSettingsFile.h"
+#include "tests/settings/QuickDirectory.h"
+
+namespace {
+
+const QString kFile = QStringLiteral("/conf/Settings.ini");
+
+QByteArray bytesOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(cannot be read)");
+}
+
+void put(const QString& path, const QByteArray& bytes)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(bytes), qint64(bytes.size()));
+}
+
+// The write of one key as it is defined: QSettings on the file itself, then the blanks.
+void writeInPlace(const IniEntry& entry, const QString& path)
+{
+    {
+        QSettings settings(path, QSettings::NativeFormat);
+        settings.beginGroup(QString::fromStdString(entry.section));
+        settings.setValue(QString::fromStdString(entry.key), QString::fromStdString(entry.value));
+        settings.endGroup();
+        settings.sync();
+    }
+    const QByteArray latin1 = QString::fromLatin1(bytesOf(path)).replace("%20", " ").toLatin1();
+    put(path, latin1);
+}
+
+} // namespace
+
+class TestIniFile : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        m_directory = std::make_unique<QuickDirectory>();
+        QVERIFY(m_directory->isValid());
+        setInstrumentRoot(m_directory->path());
+    }
+
+    void cleanup() { setInstrumentRoot("/"); }
+
+    void theRecordIsZeroAtTheStartAndOneForAll()
+    {
+        const global_ini_t zero{};
+        QCOMPARE(std::memcmp(&g_global_ini, &zero, sizeof zero), 0);
+        QCOMPARE(global_ini(), &g_global_ini);
+    }
+
+    void anOldFileIsRead_data()
+    {
+        QTest::addColumn<QString>("name");
+        const QDir data(QFINDTESTDATA("data/ini"));
+        for (const QString& name : data.entryList({"*.ini"}))
+            QTest::newRow(qPrintable(name)) << data.filePath(name);
+        QVERIFY(data.entryList({"*.ini"}).size() >= 16);
+    }
+
+    void anOldFileIsRead()
+    {
+        QFETCH(QString, name);
+        put(machinePath(), bytesOf(name));
+        const QString expected = QString::fromUtf8(bytesOf(name.chopped(4) + ".expected"));
+        const QStringList rows = expected.split('\n', Qt::SkipEmptyParts);
+        QVERIFY(!rows.isEmpty());
+        for (const QString& row : rows) {
+            const QStringList fields = row.split('\t');
+            QCOMPARE(fields.size(), 4);
+            const bool found = fields[2] == "found";
+            std::string value = "untouched";
+            QCOMPARE(ini_read(fields[0].toStdString(), fields[1].toStdString(), "the default", value,
+                              kFile.toStdString()),
+                     found);
+            QCOMPARE(QString::fromStdString(value), found ? fields[3] : QString("the default"));
+        }
+        QCOMPARE(bytesOf(machinePath()), bytesOf(name));
+    }
+
+    void aMissingKeyGivesTheDefaultUnchanged()
+    {
+        std::string value;
+        QVERIFY(!ini_read("Z stage", "Step", "256", value, kFile.toStdString()));
+        QCOMPARE(value, std::string("256"));
+        QVERIFY(!ini_read("Z stage", "Step", "1, 2 ,%20", value, kFile.toStdString()));
+        QCOMPARE(value, std::string("1, 2 ,%20"));
+        QVERIFY2(!QFile::exists(machinePath()), "reading must not create the file");
+    }
+
+    void textsOfAnyLanguageComeBackAsTheyWereWritten()
+    {
+        const std::string text = QStringLiteral("Größe %1 µm 测试").toStdString();
+        ini_write("Prüfung %1", "Schlüssel", text, kFile.toStdString());
+        std::string value;
+        QVERIFY(ini_read("Prüfung %1", "Schlüssel", "", value, kFile.toStdString()));
+        QCOMPARE(value, text);
+    }
+
+    void aKeyWithABlankStandsInTheFileWithAPlainOne()
+    {
+        ini_write("Cell counting", "Skip frame", "7", kFile.toStdString());
+        ini_write("Calibration", "Z reference", "30000", kFile.toStdString());
+        QCOMPARE(bytesOf(machinePath()),
+                 QByteArray("[Calibration]\nZ reference=30000\n\n[Cell counting]\nSkip frame=7\n"));
+        std::string value;
+        QVERIFY(ini_read("Calibration", "Z reference", "", value, kFile.toStdString()));
+        QCOMPARE(value, std::string("30000"));
+    }
+
+    void aValueLosesItsEscapedBlankToTheNextWriteOfAnyKey()
+    {
+        put(machinePath(), "[a]\nv=x%20y\n");
+        ini_write("b", "w", "1", kFile.toStdString());
+        QCOMPARE(bytesOf(machinePath()), QByteArray("[a]\nv=x y\n\n[b]\nw=1\n"));
+    }
+
+    void aValueWithACommaIsWrittenAsOneText()
+    {
+        ini_write("a", "v", "1,2", kFile.toStdString());
+        QCOMPARE(bytesOf(machinePath()), QByteArray("[a]\nv=\"1,2\"\n"));
+        std::string value;
+        QVERIFY(ini_read("a", "v", "", value, kFile.toStdString()));
+        QCOMPARE(value, std::string("1,2"));
+    }
+
+    void anEmptyValueIsWrittenAndReadsAsMissing()
+    {
+        ini_write("a", "v", "", kFile.toStdString());
+        QCOMPARE(bytesOf(machinePath()), QByteArray("[a]\nv=\n"));
+        std::string value;
+        QVERIFY(!ini_read("a", "v", "d", value, kFile.toStdString()));
+        QCOMPARE(value, std::string("d"));
+    }
+
+    void theFirstWriteCreatesFileAndDirectory()
+    {
+        QVERIFY(!QFile::exists(QFileInfo(machinePath()).path()));
+        ini_write("a", "v", "1", kFile.toStdString());
+        QCOMPARE(bytesOf(machinePath()), QByteArray("[a]\nv=1\n"));
+        struct stat file = {};
+        QCOMPARE(::stat(qPrintable(machinePath()), &file), 0);
+        const mode_t mask = ::umask(0);
+        ::umask(mask);
+        QCOMPARE(file.st_mode & 07777, 0666 & ~mask);
+        QCOMPARE(entriesBesideTheFile(), QStringList({"Settings.ini"}));
+    }
+
+    void quickWritesAreReadBackWithoutDelay()
+    {
+        // Same size, same tick of the file clock: only the time of change can tell them apart.
+        for (int i = 100; i < 300; ++i) {
+            ini_write("a", "v", std::to_string(i), kFile.toStdString());
+            std::string value;
+            QVERIFY(ini_read("a", "v", "", value, kFile.toStdString()));
+            QCOMPARE(value, std::to_string(i));
+        }
+    }
+
+    void everyWriteLeavesTheBytesOfAWriteInPlace_data() { addOldFiles(); }
+
+    void everyWriteLeavesTheBytesOfAWriteInPlace()
+    {
+        QFETCH(QString, name);
+        const QString reference = m_directory->filePath("reference.ini");
+        put(machinePath(), bytesOf(name));
+        put(reference, bytesOf(name));
+        for (const IniEntry& entry : awkwardEntries()) {
+            writeInPlace(entry, reference);
+            ini_write(entry.section, entry.key, entry.value, kFile.toStdString());
+            QCOMPARE(bytesOf(machinePath()), bytesOf(reference));
+        }
+    }
+
+    void manyKeysAtOnceLeaveTheBytesOfManyWrites_data() { addOldFiles(); }
+
+    void manyKeysAtOnceLeaveTheBytesOfManyWrites()
+    {
+        QFETCH(QString, name);
+        const std::vector<IniEntry> all = awkwardEntries();
+        for (size_t count = 0; count <= all.size(); ++count) {
+            const std::vector<IniEntry> entries(all.begin(), all.begin() + static_cast<long>(count));
+            put(machinePath(), bytesOf(name));
+            for (const IniEntry& entry : entries)
+                ini_write(entry.section, entry.key, entry.value, kFile.toStdString());
+            const QByteArray oneByOne = bytesOf(machinePath());
+
+            const QString other = QStringLiteral("/conf/Other.ini");
+            put(instrumentPath(other), bytesOf(name));
+            QVERIFY(writeIniEntries(entries, other.toStdString()));
+            QCOMPARE(bytesOf(instrumentPath(other)), oneByOne);
+        }
+    }
+
+    void noContentHoweverOddKeepsAFileFromBeingSaved()
+    {
+        static const char* const kPieces[] = {
+            "\n",  "\r\n",   "[",     "]",         "=",           ",",          ";",
+            "#",   "\"",     "\\",    "\\x",       "\\x0",        "%",          "%20",
+            "%zz", "%U0416", "@",     "@Variant(", "@ByteArray(", "@Invalid()", ")",
+            " ",   "\t",     "\xe9",  "\xc3\xa9",  "a",           "General",    "%General",
+            "/",   "A=1\n",  "[a]\n", "[b%20c]\n", "v=x, y\n",    "\\\n"};
+        QRandomGenerator random(20);
+        for (int round = 0; round < 400; ++round) {
+            // QSettings may take a quick rewrite of a file that it knows for unchanged.
+            const QString reference = m_directory->filePath(QString::number(round));
+            QByteArray odd = round % 8 == 0 ? "\xef\xbb\xbf" : "";
+            for (int i = random.bounded(40); i >= 0; --i)
+                odd += kPieces[random.bounded(int(std::size(kPieces)))];
+            put(machinePath(), odd);
+            put(reference, odd);
+            const IniEntry entry{"Z stage", "Step", std::to_string(round)};
+            writeInPlace(entry, reference);
+            QVERIFY2(writeIniEntries({entry}, kFile.toStdString()), odd.toPercentEncoding());
+            QCOMPARE(bytesOf(machinePath()), bytesOf(reference));
+        }
+    }
+
+    void ownerAndModeSurvive_data()
+    {
+        QTest::addColumn<int>("mode");
+        for (int mode : {0600, 0640, 0644, 0664, 0666, 0755, 0444})
+            QTest::newRow(qPrintable(QString::number(mode, 8))) << mode;
+    }
+
+    void ownerAndModeSurvive()
+    {
+        QFETCH(int, mode);
+        put(machinePath(), "[a]\nv=1\n");
+        const bool isRoot = ::geteuid() == 0;
+        const uid_t owner = isRoot ? 1234 : ::geteuid();
+        const gid_t group = isRoot ? 4321 : ::getegid();
+        QCOMPARE(::chown(qPrintable(machinePath()), owner, group), 0);
+        QCOMPARE(::chmod(qPrintable(machinePath()), static_cast<mode_t>(mode)), 0);
+
+        ini_write("a", "v", "2", kFile.toStdString());
+        verifyOwnerAndMode(owner, group, mode, "[a]\nv=2\n");
+        SafeSettingsFile file(kFile);
+        file.settings().setValue("a/v", 3);
+        QVERIFY(file.commit());
+        verifyOwnerAndMode(owner, group, mode, "[a]\nv=3\n");
+    }
+
+    void aSymbolicLinkStaysAndItsTargetIsReplaced_data()
+    {
+        QTest::addColumn<QString>("target");
+        QTest::addColumn<bool>("exists");
+        QTest::newRow("relative") << "../data/Real.ini" << true;
+        QTest::newRow("absolute") << "%1/data/Real.ini" << true;
+        QTest::newRow("link to a link") << "../data/Link.ini" << true;
+        QTest::newRow("target missing") << "../data/New.ini" << false;
+    }
+
+    void aSymbolicLinkStaysAndItsTargetIsReplaced()
+    {
+        QFETCH(QString, target);
+        QFETCH(bool, exists);
+        const QString root = instrumentPath(QStringLiteral("/")).chopped(1);
+        put(root + "/data/Real.ini", "[a]\nv=1\n");
+        QVERIFY(QFile::link("Real.ini", root + "/data/Link.ini"));
+        QVERIFY(QDir().mkpath(root + "/conf"));
+        const QString linkText = target.contains("%1") ? target.arg(root) : target;
+        QVERIFY(QFile::link(linkText, machinePath()));
+
+        ini_write("a", "w", "2", kFile.toStdString());
+        QCOMPARE(linkTextOf(machinePath()), linkText);
+        QCOMPARE(linkTextOf(root + "/data/Link.ini"), QString("Real.ini"));
+        const QByteArray expected = exists ? "[a]\nv=1\nw=2\n" : "[a]\nw=2\n";
+        QCOMPARE(bytesOf(root + (exists ? "/data/Real.ini" : "/data/New.ini")), expected);
+        QCOMPARE(entriesBesideTheFile(), QStringList({"Settings.ini"}));
+
+        SafeSettingsFile file(kFile);
+        file.settings().setValue("a/w", 3);
+        QVERIFY(file.commit());
+        QCOMPARE(linkTextOf(machinePath()), linkText);
+        QVERIFY(bytesOf(machinePath()).endsWith("w=3\n"));
+    }
+
+    void aLinkThatLeadsNowhereIsAFailure()
+    {
+        QVERIFY(QDir().mkpath(QFileInfo(machinePath()).path()));
+        QVERIFY(QFile::link("Settings.ini", machinePath()));
+        QTest::ignoreMessage(QtDebugMsg,
+                             QRegularExpression(R"(\[Error\] not saved: /conf/Settings\.ini open: )"));
+        QVERIFY(!writeIniEntries({{"a", "v", "1"}}, kFile.toStdString()));
+        QCOMPARE(linkTextOf(machinePath()), QString("Settings.ini"));
+    }
+
+    void aFileThatCannotBeReplacedIsAFailureWithItsReason()
+    {
+        QVERIFY(QDir().mkpath(machinePath() + "/in the way"));
+        QTest::ignoreMessage(QtDebugMsg,
+                             QRegularExpression(R"(\[Error\] not saved: /conf/Settings\.ini .+: .+)"));
+        ini_write("a", "v", "1", kFile.toStdString());
+        QVERIFY(QFileInfo(machinePath()).isDir());
+        QCOMPARE(entriesBesideTheFile(), QStringList({"Settings.ini"}));
+    }
+
+    void aDirectoryThatCannotBeCreatedIsAFailureWithItsReason()
+    {
+        put(instrumentPath(QStringLiteral("/conf")), "a file where the directory should be");
+        const QRegularExpression line(R"(\[Error\] not saved: /conf/Settings\.ini create directory: .+)");
+        QTest::ignoreMessage(QtDebugMsg, line);
+        ini_write("a", "v", "1", kFile.toStdString());
+
+        SafeSettingsFile file(kFile);
+        file.settings().setValue("a/v", 3);
+        QCOMPARE(file.settings().value("a/v").toInt(), 3);
+        QTest::ignoreMessage(QtDebugMsg, line);
+        QVERIFY(!file.commit());
+        QCOMPARE(bytesOf(instrumentPath(QStringLiteral("/conf"))),
+                 QByteArray("a file where the directory should be"));
+    }
+
+    void whatAPowerCutLeftBehindGoesWithTheNextSave()
+    {
+        put(machinePath(), "[a]\nv=1\n");
+        put(instrumentPath(QStringLiteral("/conf/.Settings.ini.saving/7")), "half");
+        ini_write("a", "v", "2", kFile.toStdString());
+        QCOMPARE(bytesOf(machinePath()), QByteArray("[a]\nv=2\n"));
+        QCOMPARE(entriesBesideTheFile(), QStringList({"Settings.ini"}));
+    }
+
+    void aSafeFileHoldsWhatQSettingsWrites_data() { addOldFiles(); }
+
+    void aSafeFileHoldsWhatQSettingsWrites()
+    {
+        QFETCH(QString, name);
+        const QString reference = m_directory->filePath("reference.ini");
+        put(machinePath(), bytesOf(name));
+        put(reference, bytesOf(name));
+        SafeSettingsFile file(kFile);
+        QSettings plain(reference, QSettings::IniFormat);
+        for (QSettings* settings : {&file.settings(), &plain}) {
+            settings->setValue("Cell counting/Skip frame", 7);
+            settings->setValue("ORLA-III/Magnification", 3.1235);
+            settings->setValue("ORLA-III/Serial", "OR3-07-00042");
+        }
+        plain.sync();
+        QCOMPARE(bytesOf(machinePath()), bytesOf(name));
+        QVERIFY(file.commit());
+        QCOMPARE(bytesOf(machinePath()), bytesOf(reference));
+        QVERIFY(bytesOf(machinePath()).contains("Skip%20frame=7\n"));
+    }
+
+    void aSafeFileThatIsNotCommittedChangesNothing()
+    {
+        put(machinePath(), "[a]\nv=1\n");
+        {
+            SafeSettingsFile file(kFile);
+            file.settings().setValue("a/v", 3);
+        }
+        QCOMPARE(bytesOf(machinePath()), QByteArray("[a]\nv=1\n"));
+        QCOMPARE(entriesBesideTheFile(), QStringList({"Settings.ini"}));
+    }
+
+private:
+    static QString machinePath() { return instrumentPath(kFile); }
+
+    static QStringList entriesBesideTheFile()
+    {
+        return QDir(QFileInfo(machinePath()).path())
+            .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    }
+
+    static QString linkTextOf(const QString& path)
+    {
+        char text[4096];
+        const ssize_t size = ::readlink(qPrintable(path), text, sizeof text);
+        return size < 0 ? QString() : QString::fromLocal8Bit(text, static_cast<int>(size));
+    }
+
+    static void verifyOwnerAndMode(uid_t owner, gid_t group, int mode, const QByteArray& content)
+    {
+        struct stat file = {};
+        QCOMPARE(::stat(qPrintable(machinePath()), &file), 0);
+        QCOMPARE(file.st_uid, owner);
+        QCOMPARE(file.st_gid, group);
+        QCOMPARE(static_cast<int>(file.st_mode & 07777), mode);
+        QCOMPARE(::chmod(qPrintable(machinePath()), 0644), 0);
+        QCOMPARE(bytesOf(machinePath()), content);
+        QCOMPARE(::chmod(qPrintable(machinePath()), static_cast<mode_t>(mode)), 0);
+    }
+
+    static void addOldFiles()
+    {
+        QTest::addColumn<QString>("name");
+        for (const char* folder : {"data/ini", "data/main", "data/calibration"}) {
+            const QDir data(QFINDTESTDATA(folder));
+            for (const QString& name : data.entryList({"*.ini"}))
+                QTest::newRow(qPrintable(data.dirName() + '/' + name)) << data.filePath(name);
+        }
+    }
+
+    // Values whose blanks, commas and escapes change once more when the file is read again.
+    static std::vector<IniEntry> awkwardEntries()
+    {
+        return {{"a", "v", "%20x"},        {"a", "w", "x%20"},    {"Z stage", "Z reference", "a,%20b"},
+                {"a", "%20key", "1"},      {"a", "v2", "%%2020"}, {"a", "semi", "%20;%20"},
+                {"VGA", "0x3501", "0x1E"}, {"a", "v", "%20%20y"}};
+    }
+
+    std::unique_ptr<QuickDirectory> m_directory;
+};
+
+QTEST_GUILESS_MAIN(TestIniFile)
+#include "test_ini_file.moc"

@@ -1,0 +1,358 @@
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <QDir>
+#include <QtTest>
+
+#include "platform/InstrumentPath.h"
+#include "settings/IniFile.h"
+#include "settings/SafeSettingsFile.h"
+#include "tests/settings/FaultyFileCalls.h"
+#include "tests/settings/QuickDirectory.h"
+
+using FaultyFileCalls::Fault;
+
+namespace {
+
+const QString kFile = QStringLiteral("/conf/Settings.ini");
+const char* const kOld = "[Calibration]\nZ reference=30000\n\n[VGA]\n0x3501=0x1E\n";
+
+// The three ways to save. Each returns what the program itself knows about the outcome.
+enum Save { OneKey, ManyKeys, MainFile };
+
+bool save(Save way)
+{
+    if (way == OneKey) {
+        ini_write("Calibration", "Z reference", "31000", kFile.toStdString());
+        return true;
+    }
+    if (way == ManyKeys) {
+        std::vector<IniEntry> entries;
+        for (int i = 0; i < 30; ++i)
+            entries.push_back({"VGA", QString::asprintf("0x%04X", 0x3400 + i).toStdString(), "0x01"});
+        return writeIniEntries(entries, kFile.toStdString());
+    }
+    SafeSettingsFile file(kFile);
+    file.settings().setValue("Calibration/Z reference", 31000);
+    file.settings().setValue("ORLA-III/Serial", "OR3-07-00042");
+    return file.commit();
+}
+
+QStringList g_messages;
+
+void collectMessage(QtMsgType, const QMessageLogContext&, const QString& text)
+{
+    g_messages.append(text);
+}
+
+QByteArray bytesOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(cannot be read)");
+}
+
+// Runs work in a process of its own and returns its exit status, -1 if it crashed.
+int inChild(const std::function<int()>& work)
+{
+    const pid_t child = ::fork();
+    if (child == 0)
+        ::_exit(work());
+    int status = 0;
+    if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status))
+        return -1;
+    return WEXITSTATUS(status);
+}
+
+// Outcomes of a save on a small file system, as exit statuses.
+enum Outcome { NewContent, OldContent, Damaged, NotPermitted };
+
+// In a mount namespace of its own: fills a small memory file system, then saves.
+Outcome saveOnSmallDisk(const QString& directory, Save way, const QByteArray& options, bool readOnly,
+                        int spare_bytes)
+{
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("none", qPrintable(directory), "tmpfs", 0, options.constData()) != 0)
+        return NotPermitted;
+    setInstrumentRoot(directory);
+    QDir().mkpath(directory + "/conf");
+    QFile old(instrumentPath(kFile));
+    if (!old.open(QIODevice::WriteOnly) || old.write(kOld) < 0 || !old.flush())
+        return Damaged;
+    old.close();
+    // The filler takes all but the spare bytes.
+    QFile filler(directory + "/filler");
+    if (filler.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
+        while (filler.write(QByteArray(4096, 'x')) == 4096) {
+        }
+        filler.resize(qMax<qint64>(0, filler.size() - spare_bytes));
+    }
+    filler.close();
+    if (readOnly &&
+        ::mount("none", qPrintable(directory), nullptr, MS_REMOUNT | MS_RDONLY, options.constData()) != 0)
+        return NotPermitted;
+
+    g_messages.clear();
+    save(way);
+    const bool isOld = bytesOf(instrumentPath(kFile)) == kOld;
+    const int lines = g_messages.filter("[Error] not saved: /conf/Settings.ini").size();
+    if (isOld)
+        return lines == 1 ? OldContent : Damaged;
+    return lines == 0 ? NewContent : Damaged;
+}
+
+} // namespace
+
+class TestPowerCut : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        m_directory = std::make_unique<QuickDirectory>();
+        QVERIFY(m_directory->isValid());
+        setInstrumentRoot(m_directory->path());
+        g_messages.clear();
+    }
+
+    void cleanup() { setInstrumentRoot("/"); }
+
+    void aPowerCutAtAnyCallLeavesTheOldOrTheNewContent_data()
+    {
+        QTest::addColumn<int>("way");
+        QTest::addColumn<int>("fault");
+        QTest::addColumn<bool>("exists");
+        for (bool exists : {true, false})
+            for (Fault fault : {Fault::Cut, Fault::CutHalf})
+                for (Save way : {OneKey, ManyKeys, MainFile})
+                    QTest::addRow("save %d, fault %d, %s", way, int(fault), exists ? "old file" : "no file")
+                        << int(way) << int(fault) << exists;
+    }
+
+    void aPowerCutAtAnyCallLeavesTheOldOrTheNewContent()
+    {
+        QFETCH(int, way);
+        QFETCH(int, fault);
+        QFETCH(bool, exists);
+        const QByteArray fresh = contentAfterSave(Save(way), exists);
+        int cuts = 0;
+        int olds = 0;
+        int status = FaultyFileCalls::kCutStatus;
+        while (status == FaultyFileCalls::kCutStatus) {
+            putOld(exists);
+            ++cuts;
+            status = inChild([=] {
+                FaultyFileCalls::arm(Fault(fault), cuts);
+                save(Save(way));
+                FaultyFileCalls::disarm();
+                return 0;
+            });
+            const bool there = QFile::exists(path());
+            const QByteArray found = there ? bytesOf(path()) : QByteArray();
+            const bool isOld = there == exists && found == (exists ? QByteArray(kOld) : QByteArray());
+            olds += isOld ? 1 : 0;
+            QVERIFY2(isOld || found == fresh, "cut " + QByteArray::number(cuts) + " left: " + found);
+            if (status != 0)
+                verifyTheNextSaveWorks(Save(way), exists, fresh);
+        }
+        QCOMPARE(status, 0);
+        // The save took place somewhere among the cuts, not before the first or after the last.
+        QVERIFY2(cuts > 15, "the calls are not seen");
+        QVERIFY(olds > 10 && olds < cuts - 1);
+    }
+
+    void aCallThatFailsLeavesTheOldOrTheNewContent_data()
+    {
+        QTest::addColumn<int>("way");
+        QTest::addColumn<int>("errorNumber");
+        QTest::addColumn<bool>("lasting");
+        for (bool lasting : {false, true})
+            for (int errorNumber : {ENOSPC, EROFS, EIO, EDQUOT, EACCES})
+                for (Save way : {OneKey, ManyKeys, MainFile})
+                    QTest::addRow("save %d, %s%s", way, std::strerror(errorNumber),
+                                  lasting ? ", for good" : "")
+                        << int(way) << errorNumber << lasting;
+    }
+
+    void aCallThatFailsLeavesTheOldOrTheNewContent()
+    {
+        QFETCH(int, way);
+        QFETCH(int, errorNumber);
+        QFETCH(bool, lasting);
+        const QByteArray fresh = contentAfterSave(Save(way), true);
+        int failures = 0;
+        bool hit = true;
+        for (int number = 1; hit; ++number) {
+            putOld(true);
+            g_messages.clear();
+            const QtMessageHandler handler = qInstallMessageHandler(collectMessage);
+            FaultyFileCalls::arm(Fault::Error, number, errorNumber, lasting);
+            const bool saved = save(Save(way));
+            hit = FaultyFileCalls::disarm() >= number;
+            qInstallMessageHandler(handler);
+
+            const QByteArray found = bytesOf(path());
+            const int lines = g_messages.filter("[Error] not saved: /conf/Settings.ini").size();
+            const QByteArray what = "failure " + QByteArray::number(number) + ": " +
+                                    g_messages.join('\n').toUtf8() + "\n" + found + "\n" +
+                                    FaultyFileCalls::calls().join('\n');
+            QVERIFY2(found == (lines == 0 ? fresh : QByteArray(kOld)), what);
+            QVERIFY2(lines <= 1, what);
+            QVERIFY2(way == OneKey || saved == (lines == 0), what);
+            failures += lines;
+            verifyTheNextSaveWorks(Save(way), true, fresh);
+        }
+        // At least scratch directory, copy, new file, its write, flush and renaming can fail.
+        QVERIFY(failures > 5);
+    }
+
+    void aWriteThatTakesHalfOfTheBytesIsContinued_data() { addWays(); }
+
+    void aWriteThatTakesHalfOfTheBytesIsContinued()
+    {
+        QFETCH(int, way);
+        const QByteArray fresh = contentAfterSave(Save(way), true);
+        putOld(true);
+        FaultyFileCalls::arm(Fault::Half, 1, 0, true);
+        const bool saved = save(Save(way));
+        FaultyFileCalls::disarm();
+        QVERIFY(saved);
+        QCOMPARE(bytesOf(path()), fresh);
+    }
+
+    void theNewContentIsOnTheDiskBeforeItTakesTheOldOnesPlace_data() { addWays(); }
+
+    void theNewContentIsOnTheDiskBeforeItTakesTheOldOnesPlace()
+    {
+        QFETCH(int, way);
+        putOld(true);
+        FaultyFileCalls::arm(Fault::None, 0);
+        save(Save(way));
+        FaultyFileCalls::disarm();
+        const QByteArrayList calls = FaultyFileCalls::calls();
+        const QByteArray target = QFile::encodeName(path());
+        QByteArrayList touching;
+        int replaced = -1;
+        for (int i = 0; i < calls.size(); ++i) {
+            const QByteArrayList words = calls[i].split(' ');
+            if (words.contains(target) && words.first() != "close")
+                touching.append(calls[i]);
+            if (words.first() == "rename" && words.last() == target)
+                replaced = i;
+        }
+        // One call alone changes the file itself; closing it belongs to reading it.
+        QCOMPARE(touching.size(), 1);
+        QVERIFY(replaced > 0);
+        const QByteArray fresh = calls[replaced].split(' ')[1];
+        const int flushed = calls.indexOf("fsync " + fresh);
+        QVERIFY(flushed > 0 && flushed < replaced);
+        QVERIFY(calls.lastIndexOf("write " + fresh) < flushed);
+        QVERIFY(calls.indexOf("fsync " + QFile::encodeName(QFileInfo(path()).path())) > replaced);
+    }
+
+    void aDiskThatIsFullKeepsTheOldContent_data()
+    {
+        QTest::addColumn<int>("way");
+        QTest::addColumn<QByteArray>("resource");
+        for (Save way : {OneKey, ManyKeys, MainFile})
+            for (const char* resource : {"pages", "inodes"})
+                QTest::addRow("save %d, %s", way, resource) << int(way) << QByteArray(resource);
+    }
+
+    void aDiskThatIsFullKeepsTheOldContent()
+    {
+        QFETCH(int, way);
+        QFETCH(QByteArray, resource);
+        const bool pages = resource == "pages";
+        int olds = 0;
+        int news = 0;
+        // From no room at all to more than a save needs.
+        for (int room = 0; room < 12; ++room) {
+            // Inodes in use: the root, conf, the file, the filler; and one that is never given out.
+            const QByteArray options =
+                pages ? QByteArray("size=64k") : "size=1m,nr_inodes=" + QByteArray::number(5 + room);
+            const int spare_bytes = pages ? room * 4096 : 512 * 1024;
+            const int outcome = smallDisk(Save(way), options, false, spare_bytes);
+            if (outcome == NotPermitted)
+                QSKIP("mounting a memory file system in a private mount namespace is not permitted here");
+            QVERIFY2(outcome == OldContent || outcome == NewContent, "room for " + QByteArray::number(room));
+            QVERIFY2(outcome == NewContent || news == 0, "a larger disk must not be worse");
+            (outcome == OldContent ? olds : news) += 1;
+        }
+        QVERIFY(olds > 0);
+        QVERIFY(news > 0);
+    }
+
+    void aReadOnlyDiskKeepsTheOldContent_data() { addWays(); }
+
+    void aReadOnlyDiskKeepsTheOldContent()
+    {
+        QFETCH(int, way);
+        const int outcome = smallDisk(Save(way), "size=1m", true, 512 * 1024);
+        if (outcome == NotPermitted)
+            QSKIP("mounting a memory file system in a private mount namespace is not permitted here");
+        QCOMPARE(outcome, int(OldContent));
+    }
+
+private:
+    static QString path() { return instrumentPath(kFile); }
+
+    static void addWays()
+    {
+        QTest::addColumn<int>("way");
+        QTest::newRow("one key") << int(OneKey);
+        QTest::newRow("many keys") << int(ManyKeys);
+        QTest::newRow("main file") << int(MainFile);
+    }
+
+    static void putOld(bool exists)
+    {
+        QFile::remove(path());
+        QVERIFY(QDir().mkpath(QFileInfo(path()).path()));
+        QFile file(path());
+        if (exists) {
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            QCOMPARE(file.write(kOld), qint64(qstrlen(kOld)));
+        }
+    }
+
+    static QByteArray contentAfterSave(Save way, bool exists)
+    {
+        putOld(exists);
+        save(way);
+        return bytesOf(path());
+    }
+
+    static void verifyTheNextSaveWorks(Save way, bool exists, const QByteArray& fresh)
+    {
+        putOld(exists);
+        QVERIFY(save(way));
+        QCOMPARE(bytesOf(path()), fresh);
+        QCOMPARE(
+            QDir(QFileInfo(path()).path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+            QStringList({"Settings.ini"}));
+    }
+
+    int smallDisk(Save way, const QByteArray& options, bool readOnly, int spare_bytes)
+    {
+        const QString directory = m_directory->path();
+        return inChild([=] {
+            qInstallMessageHandler(collectMessage);
+            return int(saveOnSmallDisk(directory, way, options, readOnly, spare_bytes));
+        });
+    }
+
+    std::unique_ptr<QuickDirectory> m_directory;
+};
+
+QTEST_GUILESS_MAIN(TestPowerCut)
+#include "test_power_cut.moc"

@@ -1,0 +1,420 @@
+#include <memory>
+
+#include <QDir>
+#include <QSettings>
+#include <QtTest>
+
+#include "platform/InstrumentPath.h"
+#include "settings/CalibrationFile.h"
+#include "settings/IniFile.h"
+#include "settings/MainSettings.h"
+#include "settings/SafeSettingsFile.h"
+#include "settings/StageFile.h"
+#include "tests/settings/QuickDirectory.h"
+
+namespace {
+
+constexpr RegisterIndex kRegisters = {0x3501, 0x3502, 0x350A, 0x350B, 0x3400,
+                                      0x3401, 0x3402, 0x3403, 0x3404, 0x3405};
+
+QByteArray bytesOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(cannot be read)");
+}
+
+void put(const QString& fixedPath, const QByteArray& bytes)
+{
+    const QString path = instrumentPath(fixedPath);
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(bytes), qint64(bytes.size()));
+}
+
+QByteArray content(const char* fixedPath)
+{
+    return bytesOf(instrumentPath(QString(fixedPath)));
+}
+
+global_ini_t loadAll(MainSettingsTexts& texts)
+{
+    global_ini_t record{};
+    for (const CalibrationFile& file : kCalibrationFiles)
+        loadCalibration(file, kRegisters, record, [](const QString&) {});
+    QSettings settings(instrumentPath(QString(kMainSettingsFile)), QSettings::IniFormat);
+    texts = loadMainSettings(settings, record);
+    loadStageFile(record);
+    return record;
+}
+
+// What the Save button leads to, without its window.
+void saveTab(int tab, const global_ini_t& record, const MainSettingsTexts& texts)
+{
+    SafeSettingsFile file(kMainSettingsFile);
+    if (tab == kTabStage)
+        QVERIFY(saveStageFile(record));
+    for (const CalibrationFile& calibration : kCalibrationFiles)
+        if (tab == kTabCamera)
+            QVERIFY(saveCalibration(calibration, kRegisters, record));
+    saveMainSettings(file.settings(), record, tab, texts);
+    QVERIFY(file.commit());
+}
+
+QString described(const global_ini_t& record, const MainSettingsTexts& texts)
+{
+    return QStringLiteral("Skip_frame=%1\nLED_brightness=%2\nZ_reference=%3\nmidfix=%4\nsuffix=%5\n"
+                          "bZig_mode=%6\nversion=%7\n")
+        .arg(record.Skip_frame)
+        .arg(record.LED_brightness)
+        .arg(record.Z_reference)
+        .arg(texts.serial.midfix, texts.serial.suffix, record.bZig_mode ? "true" : "false", texts.version);
+}
+
+} // namespace
+
+class TestSettingsFiles : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        m_directory = std::make_unique<QuickDirectory>();
+        QVERIFY(m_directory->isValid());
+        setInstrumentRoot(m_directory->path());
+    }
+
+    void cleanup() { setInstrumentRoot("/"); }
+
+    void anOldMainFileLoads_data() { addFiles("data/main", 18); }
+
+    void anOldMainFileLoads()
+    {
+        QFETCH(QString, name);
+        put(kMainSettingsFile, bytesOf(name));
+        global_ini_t record{};
+        QSettings settings(instrumentPath(QString(kMainSettingsFile)), QSettings::IniFormat);
+        const MainSettingsTexts texts = loadMainSettings(settings, record);
+        QCOMPARE(described(record, texts), QString::fromUtf8(bytesOf(name.chopped(4) + ".expected")));
+    }
+
+    void missingFilesGiveTheDefaults()
+    {
+        MainSettingsTexts texts;
+        const global_ini_t record = loadAll(texts);
+        QCOMPARE(record.Skip_frame, 5);
+        QCOMPARE(record.LED_brightness, 225);
+        QCOMPARE(record.Z_reference, 32000);
+        QCOMPARE(record.Z_step, 256);
+        QCOMPARE(record.Z_speed, 250);
+        QVERIFY(record.bZig_mode);
+        QCOMPARE(record.System.Magnification, 0.0);
+        QCOMPARE(record.System.Volume_factor, 0.0);
+        QCOMPARE(texts.serial.midfix, QString("00"));
+        QCOMPARE(texts.serial.suffix, QString("00000"));
+        QCOMPARE(texts.version, QString("0.0.1"));
+        for (const auto& table : {record.CUS_reg, record.BFN_reg, record.AE_reg})
+            for (int i = 0; i < kResolutionCount * kRegisterCount; ++i)
+                QCOMPARE(table[i / kRegisterCount][i % kRegisterCount], quint16(0));
+        QVERIFY(QDir(m_directory->path()).isEmpty());
+    }
+
+    void anOldCalibrationFileLoads_data() { addFiles("data/calibration", 7); }
+
+    void anOldCalibrationFileLoads()
+    {
+        QFETCH(QString, name);
+        const QStringList rows =
+            QString::fromLatin1(bytesOf(name.chopped(4) + ".expected")).split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(rows.size(), kResolutionCount);
+        for (const CalibrationFile& file : kCalibrationFiles) {
+            put(file.fileName, bytesOf(name));
+            global_ini_t record{};
+            QStringList lines;
+            loadCalibration(file, kRegisters, record, [&lines](const QString& line) { lines.append(line); });
+            QCOMPARE(lines.size(), kResolutionCount * kRegisterCount);
+            for (int i = 0; i < lines.size(); ++i) {
+                const int row = i / kRegisterCount;
+                const int column = i % kRegisterCount;
+                const QString value = rows[row].split(' ')[column];
+                QCOMPARE((record.*file.table)[row][column], value.toUShort(nullptr, 16));
+                QCOMPARE(lines[i],
+                         QString(file.logTag) + QString::asprintf(" 0x%04X, 0x", kRegisters[column]) + value);
+            }
+        }
+    }
+
+    void eachCalibrationFileFillsItsOwnTable()
+    {
+        put(kCusCalibrationFile, "[VGA]\n0x3501=0x11\n");
+        put(kBfnCalibrationFile, "[5M]\n0x3405=0x22\n");
+        MainSettingsTexts texts;
+        const global_ini_t record = loadAll(texts);
+        QCOMPARE(record.CUS_reg[0][0], quint16(0x11));
+        QCOMPARE(record.CUS_reg[2][9], quint16(0));
+        QCOMPARE(record.BFN_reg[0][0], quint16(0));
+        QCOMPARE(record.BFN_reg[2][9], quint16(0x22));
+        QCOMPARE(QString(kCalibrationFiles[0].logTag), QString("[CUS_CAL_INI]"));
+        QCOMPARE(QString(kCalibrationFiles[1].logTag), QString("[BFN_CAL_INI]"));
+    }
+
+    void registersAreSavedWithTwoDigits()
+    {
+        global_ini_t record{};
+        record.CUS_reg[0][0] = 0x0A;
+        record.CUS_reg[1][1] = 0xFF;
+        record.CUS_reg[2][9] = 0x1AB;
+        QVERIFY(saveCalibration(kCalibrationFiles[0], kRegisters, record));
+        const QStringList lines = QString::fromLatin1(content(kCusCalibrationFile)).split('\n');
+        QCOMPARE(lines.filter(QRegularExpression("^0x[0-9A-F]{4}=0x[0-9A-F]{2,}$")).size(), 30);
+        QCOMPARE(lines.filter("=0x00").size(), 27);
+        std::string value;
+        QVERIFY(ini_read("VGA", "0x3501", "", value, kCusCalibrationFile));
+        QCOMPARE(value, std::string("0x0A"));
+        QVERIFY(ini_read("1280", "0x3502", "", value, kCusCalibrationFile));
+        QCOMPARE(value, std::string("0xFF"));
+        QVERIFY(ini_read("5M", "0x3405", "", value, kCusCalibrationFile));
+        QCOMPARE(value, std::string("0x1AB"));
+        QVERIFY(!QFile::exists(instrumentPath(QString(kBfnCalibrationFile))));
+    }
+
+    void aStageFileLoads_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<int>("step");
+        QTest::addColumn<int>("speed");
+        QTest::newRow("both") << QByteArray("[Z stage]\nStep=128\nSpeed=90\n") << 128 << 90;
+        QTest::newRow("escaped blank") << QByteArray("[Z%20stage]\nStep=128\nSpeed=90\n") << 128 << 90;
+        QTest::newRow("line ends") << QByteArray("[Z stage]\r\nStep=128\r\nSpeed=90\r\n") << 128 << 90;
+        QTest::newRow("one") << QByteArray("[Z stage]\nSpeed=90\n") << 256 << 90;
+        QTest::newRow("empty values") << QByteArray("[Z stage]\nStep=\nSpeed=\n") << 256 << 250;
+        QTest::newRow("other group") << QByteArray("[Stage]\nStep=1\nSpeed=2\n") << 256 << 250;
+        QTest::newRow("no numbers") << QByteArray("[Z stage]\nStep=far\nSpeed=0x10\n") << 0 << 0;
+        QTest::newRow("comma") << QByteArray("[Z stage]\nStep=1,2\nSpeed=-3\n") << 0 << -3;
+        QTest::newRow("empty") << QByteArray() << 256 << 250;
+    }
+
+    void aStageFileLoads()
+    {
+        QFETCH(QByteArray, bytes);
+        put(kStageFile, bytes);
+        global_ini_t record{};
+        loadStageFile(record);
+        QTEST(record.Z_step, "step");
+        QTEST(record.Z_speed, "speed");
+    }
+
+    void aSerialNumberIsSplitAndComposed_data()
+    {
+        QTest::addColumn<QString>("stored");
+        QTest::addColumn<QString>("midfix");
+        QTest::addColumn<QString>("suffix");
+        QTest::addColumn<QString>("saved");
+        QTest::newRow("short") << "OR3-7-42"
+                               << "7"
+                               << "42"
+                               << "OR3-07-00042";
+        QTest::newRow("default") << "OR3-00-00000"
+                                 << "00"
+                                 << "00000"
+                                 << "OR3-00-00000";
+        QTest::newRow("wide") << "OR3-123-1234567"
+                              << "123"
+                              << "1234567"
+                              << "OR3-123-1234567";
+        QTest::newRow("other prefix") << "X-1-2"
+                                      << "1"
+                                      << "2"
+                                      << "OR3-01-00002";
+        QTest::newRow("letters") << "OR3-A-1b"
+                                 << "A"
+                                 << "1b"
+                                 << "OR3-00-00000";
+        QTest::newRow("one part") << "OR3"
+                                  << ""
+                                  << ""
+                                  << "OR3-00-00000";
+        QTest::newRow("two parts") << "OR3-5"
+                                   << "5"
+                                   << ""
+                                   << "OR3-05-00000";
+        QTest::newRow("four parts") << "OR3-1-2-3"
+                                    << "1"
+                                    << "2"
+                                    << "OR3-01-00002";
+        QTest::newRow("empty") << ""
+                               << ""
+                               << ""
+                               << "OR3-00-00000";
+        QTest::newRow("no octal") << "OR3-010-00010"
+                                  << "010"
+                                  << "00010"
+                                  << "OR3-10-00010";
+        QTest::newRow("no hexadecimal") << "OR3-0x1-0x2"
+                                        << "0x1"
+                                        << "0x2"
+                                        << "OR3-00-00000";
+        QTest::newRow("fraction") << "OR3-1.5-2"
+                                  << "1.5"
+                                  << "2"
+                                  << "OR3-00-00002";
+        QTest::newRow("beyond an integer") << "OR3-1-99999999999"
+                                           << "1"
+                                           << "99999999999"
+                                           << "OR3-01-00000";
+    }
+
+    void aSerialNumberIsSplitAndComposed()
+    {
+        QFETCH(QString, stored);
+        const SerialParts parts = splitSerialNumber(stored);
+        QTEST(parts.midfix, "midfix");
+        QTEST(parts.suffix, "suffix");
+        QTEST(composeSerialNumber(parts), "saved");
+    }
+
+    void zReferencesAreSavedAsASetOfFive()
+    {
+        global_ini_t record{};
+        record.Z_reference = 30000;
+        saveTab(kTabStage, record, {});
+        QCOMPARE(content(kMainSettingsFile), QByteArray("[Calibration]\n"
+                                                        "Z%20ref%202ch=32560\n"
+                                                        "Z%20ref%20Reusable=35120\n"
+                                                        "Z%20ref%20Validation=30000\n"
+                                                        "Z%20reference=30000\n"
+                                                        "Z%20reset%20pos=30000\n"
+                                                        "\n[Software]\nVersion%20QC=\n"));
+    }
+
+    void theHighestZReferenceDoesNotWrapAround()
+    {
+        global_ini_t record{};
+        record.Z_reference = std::numeric_limits<int>::max();
+        saveTab(kTabStage, record, {});
+        QVERIFY(content(kMainSettingsFile).contains("Z%20ref%20Reusable=2147488767\n"));
+    }
+
+    void magnificationAndVolumeFactorAreRounded_data()
+    {
+        QTest::addColumn<double>("magnification");
+        QTest::addColumn<double>("factor");
+        QTest::addColumn<QByteArray>("savedMagnificationText");
+        QTest::addColumn<QByteArray>("savedFactorText");
+        QTest::newRow("down") << 3.12344 << 1.234564 << QByteArray("3.1234") << QByteArray("1.23456");
+        QTest::newRow("up") << 3.12345001 << 1.2345651 << QByteArray("3.1235") << QByteArray("1.23457");
+        QTest::newRow("half away from zero")
+            << 0.03125 << 0.015625 << QByteArray("0.0313") << QByteArray("0.01563");
+        QTest::newRow("negative") << -0.03125 << -1.0 << QByteArray("-0.0313") << QByteArray("-1");
+        QTest::newRow("whole") << 4.0 << 2.0 << QByteArray("4") << QByteArray("2");
+        QTest::newRow("widened float")
+            << double(3.7f) << double(0.9f) << QByteArray("3.7") << QByteArray("0.9");
+        QTest::newRow("rounds to nothing") << 1e-5 << 1e-6 << QByteArray("0") << QByteArray("0");
+    }
+
+    void magnificationAndVolumeFactorAreRounded()
+    {
+        QFETCH(double, magnification);
+        QFETCH(double, factor);
+        QFETCH(QByteArray, savedMagnificationText);
+        QFETCH(QByteArray, savedFactorText);
+        global_ini_t record{};
+        record.System = {magnification, factor};
+        saveTab(kTabQc, record, {});
+        const QByteArray saved = content(kMainSettingsFile);
+        QVERIFY2(saved.contains("\nMagnification=" + savedMagnificationText + "\n"), saved);
+        QVERIFY2(saved.contains("\nVolume%20factor=" + savedFactorText + "\n"), saved);
+    }
+
+    void anUnmeasuredPairStaysUntouched_data()
+    {
+        QTest::addColumn<double>("magnification");
+        QTest::addColumn<double>("factor");
+        QTest::newRow("none") << 0.0 << 0.0;
+        QTest::newRow("no magnification") << 0.0 << 1.5;
+        QTest::newRow("no factor") << 3.5 << 0.0;
+    }
+
+    void anUnmeasuredPairStaysUntouched()
+    {
+        QFETCH(double, magnification);
+        QFETCH(double, factor);
+        put(kMainSettingsFile, "[ORLA-III]\nMagnification=9.9\nVolume%20factor=8.8\n");
+        global_ini_t record{};
+        record.System = {magnification, factor};
+        record.Skip_frame = 12;
+        QVERIFY(!hasOpticalCalibration(record));
+        saveTab(kTabQc, record, {{"3", "4"}, "0.0.2"});
+        QCOMPARE(content(kMainSettingsFile), QByteArray("[Cell%20counting]\nSkip%20frame=12\n"
+                                                        "\n[ORLA-III]\nMagnification=9.9\n"
+                                                        "Serial=OR3-03-00004\nVolume%20factor=8.8\n"
+                                                        "\n[Software]\nVersion%20QC=0.0.2\n"));
+    }
+
+    void loadingAndSavingATabChangesOnlyWhatBelongsToIt_data()
+    {
+        QTest::addColumn<int>("tab");
+        QTest::newRow("stage") << kTabStage;
+        QTest::newRow("camera") << kTabCamera;
+        QTest::newRow("qc") << kTabQc;
+        QTest::newRow("none") << -1;
+        QTest::newRow("unknown") << 3;
+    }
+
+    void loadingAndSavingATabChangesOnlyWhatBelongsToIt()
+    {
+        QFETCH(int, tab);
+        const QString before = QFINDTESTDATA("data/roundtrip/before");
+        const QString after = QFINDTESTDATA("data/roundtrip/") + QString::number(tab);
+        const char* const files[] = {kMainSettingsFile, kCusCalibrationFile, kBfnCalibrationFile, kStageFile};
+        for (const char* file : files)
+            put(file, bytesOf(before + '/' + QFileInfo(file).fileName()));
+        MainSettingsTexts texts;
+        global_ini_t record = loadAll(texts);
+        record.Skip_frame = 30;
+        record.LED_brightness = 1000;
+        record.Z_step = 640;
+        record.Z_speed = 1000;
+        record.Z_reference = 31999;
+        record.CUS_reg[1][0] = 0x0F;
+        record.BFN_reg[2][9] = 0xF0;
+        record.System = {3.70004, 0.912346};
+        texts.version = "0.0.2";
+        saveTab(tab, record, texts);
+
+        // A file without an expected one of its own stays as it was.
+        for (const char* file : files) {
+            const QString own = after + '/' + QFileInfo(file).fileName();
+            const QString expected = QFile::exists(own) ? own : before + '/' + QFileInfo(file).fileName();
+            QCOMPARE(content(file), bytesOf(expected));
+        }
+        MainSettingsTexts textsAgain;
+        const global_ini_t again = loadAll(textsAgain);
+        QCOMPARE(again.Z_reference, tab == kTabStage ? 31999 : 30000);
+        QCOMPARE(again.Z_step, tab == kTabStage ? 640 : 128);
+        QCOMPARE(again.Z_speed, tab == kTabStage ? 1000 : 90);
+        QCOMPARE(again.LED_brightness, tab == kTabCamera ? 1000 : 310);
+        QCOMPARE(again.CUS_reg[1][0], quint16(tab == kTabCamera ? 0x0F : 0x11));
+        QCOMPARE(again.BFN_reg[2][9], quint16(tab == kTabCamera ? 0xF0 : 0x22));
+        QCOMPARE(again.Skip_frame, tab == kTabQc ? 30 : 7);
+        QCOMPARE(textsAgain.serial.midfix, QString(tab == kTabQc ? "07" : "7"));
+        QCOMPARE(textsAgain.version, QString("0.0.2"));
+    }
+
+private:
+    static void addFiles(const char* folder, int least)
+    {
+        QTest::addColumn<QString>("name");
+        const QDir data(QFINDTESTDATA(folder));
+        const QStringList names = data.entryList({"*.ini"});
+        QVERIFY(names.size() >= least);
+        for (const QString& name : names)
+            QTest::newRow(qPrintable(name)) << data.filePath(name);
+    }
+
+    std::unique_ptr<QuickDirectory> m_directory;
+};
+
+QTEST_GUILESS_MAIN(TestSettingsFiles)
+#include "test_settings_files.moc"

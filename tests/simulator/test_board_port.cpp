@@ -1,0 +1,291 @@
+// The simulated board on its serial line, driven by the program's own controller.
+
+#include <atomic>
+
+#include <fcntl.h>
+
+#include <QFileInfo>
+#include <QSerialPort>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include "Controller/Controller.h"
+#include "platform/InstrumentPath.h"
+#include "simulator/BoardPort.h"
+
+namespace {
+
+class BenchController : public Controller
+{
+public:
+    BenchController() = default;
+};
+
+/// A board on a line of its own, and a controller at the other end.
+struct Bench
+{
+    explicit Bench(BoardPace pace = BoardPace::Instant, const BoardParameters& parameters = {})
+        : port(directory.path().toStdString(), parameters, pace)
+    {
+        setInstrumentRoot(directory.path());
+    }
+    ~Bench() { setInstrumentRoot("/"); }
+    Bench(const Bench&) = delete;
+    Bench& operator=(const Bench&) = delete;
+
+    void addFault(const LineFaultRule& rule)
+    {
+        port.withBoard([&rule](Board& board, InstrumentTime) { board.addFault(rule); });
+    }
+    void setPowered(bool on)
+    {
+        port.withBoard([on](Board& board, InstrumentTime now) { board.setPowered(on, now); });
+    }
+
+    std::size_t receivedLines()
+    {
+        std::size_t count = 0;
+        port.withBoard([&count](Board& board, InstrumentTime) { count = board.receivedLines().size(); });
+        return count;
+    }
+
+    QTemporaryDir directory;
+    BoardPort port;
+    BenchController controller;
+};
+
+constexpr int kWait_ms = 5000;
+
+} // namespace
+
+class TestBoardPort : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void theDeviceStandsBelowTheRootAndGoesWithThePort()
+    {
+        QTemporaryDir directory;
+        const QString device = directory.path() + "/dev/ttyS2";
+        {
+            const BoardPort port(directory.path().toStdString());
+            QVERIFY(port.isServing());
+            QCOMPARE(QString::fromStdString(port.devicePath()), device);
+            QVERIFY(QFileInfo::exists(device));
+        }
+        QVERIFY(!QFileInfo(device).isSymLink());
+    }
+
+    void aDeviceThatCannotBeMadeIsReported()
+    {
+        const BoardPort port("/proc/nowhere");
+        QVERIFY(!port.isServing());
+    }
+
+    void aLinkLeftBehindIsReplaced()
+    {
+        QTemporaryDir directory;
+        QVERIFY(QDir(directory.path()).mkpath("dev"));
+        QVERIFY(QFile::link("/nowhere", directory.path() + "/dev/ttyS2"));
+        const BoardPort port(directory.path().toStdString());
+        QVERIFY(port.isServing());
+        QVERIFY(QFileInfo::exists(directory.path() + "/dev/ttyS2"));
+    }
+
+    void theControllerDrivesTheWholeBoard()
+    {
+        Bench bench;
+        QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
+        bench.controller.openSerialPort();
+        QCOMPARE(connected.count(), 1);
+        QCOMPARE(bench.controller.device_fw_version(), QStringLiteral("1.02"));
+        QCOMPARE(bench.controller.device_fw_build(), QStringLiteral("20210415"));
+        QCOMPARE(bench.controller.z_stage_pos(), 12000);
+        QVERIFY(bench.controller.z_stage_origin(SERIAL_BLOCKING));
+        QCOMPARE(bench.controller.z_stage_pos(), 0);
+        QVERIFY(bench.controller.z_stage_mvp(SERIAL_BLOCKING, 640));
+        QVERIFY(bench.controller.z_stage_mvn(SERIAL_BLOCKING, 100));
+        QCOMPARE(bench.controller.m_zStagePosition, 540);
+        QCOMPARE(bench.controller.z_stage_pos(), 540);
+        QVERIFY(bench.controller.z_stage_abs(SERIAL_BLOCKING, 32000));
+        QCOMPARE(bench.port.light().stagePosition_steps, 32000.0);
+        QCOMPARE(bench.controller.z_stage_diagnosis(), 0);
+        QVERIFY(bench.controller.led_brightness(600));
+        QVERIFY(bench.controller.led_off());
+        QVERIFY(!bench.port.light().ledOn);
+        QCOMPARE(bench.port.light().ledLevel, 600);
+        QVERIFY(bench.controller.led_on());
+        QVERIFY(bench.port.light().ledOn);
+        QVERIFY(bench.controller.stage_kval_acc(1) && bench.controller.stage_kval_dec(2));
+        QVERIFY(bench.controller.stage_kval_run(3) && bench.controller.stage_kval_hold(4));
+        bench.port.withBoard([](Board& board, InstrumentTime) {
+            QCOMPARE(board.amplitudes(), (std::array<int, 4>{1, 2, 3, 4}));
+            QCOMPARE(board.receivedLines().front(), std::string("$,DEVICE,READY,,"));
+        });
+    }
+
+    void aMoveOutsideTheTravelFailsAndMovesOnlyTheTrackedPosition()
+    {
+        Bench bench;
+        bench.controller.openSerialPort();
+        QCOMPARE(bench.controller.z_stage_pos(), 12000);
+        QVERIFY(!bench.controller.z_stage_mvp(SERIAL_BLOCKING, 60000));
+        QCOMPARE(bench.controller.m_zStagePosition, 72000);
+        QCOMPARE(bench.controller.z_stage_pos(), 12000);
+    }
+
+    void nonBlockingMovesEndWithTheirSignals()
+    {
+        Bench bench;
+        bench.controller.openSerialPort();
+        QSignalSpy absolute(&bench.controller, &Controller::sig_z_stage_abs);
+        bench.controller.z_stage_abs(SERIAL_NON_BLOCKING, 20000);
+        QTRY_COMPARE(absolute.count(), 1);
+        QSignalSpy up(&bench.controller, &Controller::sig_z_stage_mvp);
+        bench.controller.z_stage_mvp(SERIAL_NON_BLOCKING, 640);
+        QTRY_COMPARE(up.count(), 1);
+        QCOMPARE(bench.controller.m_zStagePosition, 20640);
+        QCOMPARE(bench.controller.z_stage_pos(), 20640);
+    }
+
+    void inRealTimeAMoveTakesItsTime()
+    {
+        Bench bench(BoardPace::RealTime);
+        bench.controller.openSerialPort();
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY(bench.controller.z_stage_mvp(SERIAL_BLOCKING, 640));
+        QVERIFY(timer.elapsed() >= 250);
+        QCOMPARE(bench.controller.z_stage_pos(), 12640);
+    }
+
+    void inRealTimeTheStageIsSeenOnItsWay()
+    {
+        Bench bench(BoardPace::RealTime);
+        bench.controller.openSerialPort();
+        QVERIFY(bench.controller.z_stage_rop(250));
+        double previous = 12000.0;
+        for (int i = 0; i < 3; ++i) {
+            QTRY_VERIFY(bench.port.light().stagePosition_steps > previous + 100.0);
+            previous = bench.port.light().stagePosition_steps;
+        }
+        QVERIFY(bench.controller.z_stage_stop());
+        QTRY_VERIFY(double(bench.controller.z_stage_pos()) == bench.port.light().stagePosition_steps);
+        QVERIFY(bench.controller.m_zStagePosition > previous);
+    }
+
+    void theHostMayCloseAndReopenThePort()
+    {
+        Bench bench;
+        for (int i = 0; i < 20; ++i) {
+            QSerialPort host;
+            host.setPortName(QString::fromStdString(bench.port.devicePath()));
+            QVERIFY(host.open(QIODevice::ReadWrite));
+            host.write("$,DEVICE,READY,,\r\n");
+            while (!host.canReadLine())
+                QVERIFY(host.waitForReadyRead(kWait_ms));
+            QCOMPARE(host.readLine(), QByteArray("$OK,DEVICE,READY,,\r\n"));
+        }
+    }
+
+    void aBoardThatIsSwitchedOnLaterAnswersTheNextTry()
+    {
+        Bench bench;
+        bench.setPowered(false);
+        bench.controller.m_skipProbe = true;
+        bench.controller.openSerialPort();
+        bench.controller.writeAndRead_Blocking("$,DEVICE,READY,,\r\n", kWait_ms, 50);
+        QCOMPARE(bench.controller.commandResponse(), QString());
+        bench.setPowered(true);
+        QVERIFY(bench.controller.trySerialPort());
+    }
+
+    void theControllerMeetsEveryFault_data()
+    {
+        QTest::addColumn<int>("fault");
+        QTest::addColumn<bool>("answered");
+        QTest::addColumn<QString>("result");
+        QTest::newRow("no answer") << int(LineFault::NoAnswer) << false << "";
+        QTest::newRow("late") << int(LineFault::Late) << false << "";
+        QTest::newRow("garbled") << int(LineFault::Garbled) << true << "";
+        QTest::newRow("trickled") << int(LineFault::Trickled) << true << "OK";
+        QTest::newRow("doubled") << int(LineFault::Doubled) << true << "OK";
+        QTest::newRow("unsolicited") << int(LineFault::Unsolicited) << true << "OK";
+        QTest::newRow("failure") << int(LineFault::Failure) << true << "NG";
+    }
+
+    void theControllerMeetsEveryFault()
+    {
+        QFETCH(int, fault);
+        QFETCH(bool, answered);
+        QFETCH(QString, result);
+        Bench bench;
+        bench.addFault({static_cast<LineFault>(fault), {}, 0});
+        bench.controller.m_skipProbe = true;
+        bench.controller.openSerialPort();
+        const int readTimeout_ms = answered ? kWait_ms : 100;
+        bench.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kWait_ms, readTimeout_ms);
+        QCOMPARE(!bench.controller.commandResponse().isEmpty(), answered);
+        QCOMPARE(bench.controller.responseInfo().result, result);
+    }
+
+    void aLateAnswerMovesTheTrackedPositionAfterAll()
+    {
+        BoardParameters parameters;
+        parameters.lateAnswer_s = 0.2;
+        Bench bench(BoardPace::Instant, parameters);
+        bench.addFault({LineFault::Late, "MVP", 0});
+        bench.controller.m_skipProbe = true;
+        bench.controller.openSerialPort();
+        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
+        bench.controller.writeAndRead_Blocking("$,STM1,MVP,640,\r\n", kWait_ms, 20);
+        QTRY_COMPARE(moved.count(), 1);
+        QCOMPARE(bench.controller.m_zStagePosition, 640);
+    }
+
+    void anUnaskedLineReachesTheListener()
+    {
+        Bench bench;
+        bench.controller.openSerialPort();
+        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_origin);
+        bench.port.withBoard(
+            [](Board& board, InstrumentTime now) { board.sendUnasked("$OK,STM1,ORIGIN,,\r\n", now); });
+        QTRY_COMPARE(moved.count(), 1);
+    }
+
+    // A host that never reads fills the line; the board must neither block nor fail for it.
+    void aHostThatDoesNotReadDoesNotStopTheBoard()
+    {
+        Bench bench;
+        const FileDescriptor host(::open(bench.port.devicePath().c_str(), O_RDWR | O_NOCTTY));
+        const std::string line = "$,DEVICE,READY,,\r\n";
+        constexpr std::size_t kLines = 2000; // ten times what the line holds
+        for (std::size_t sent = 1; sent <= kLines; ++sent)
+            QCOMPARE(::write(host.get(), line.data(), line.size()), ssize_t(line.size()));
+        QTRY_COMPARE(bench.receivedLines(), kLines);
+    }
+
+    void theOpticsMayLookFromAnotherThread()
+    {
+        Bench bench(BoardPace::RealTime);
+        bench.controller.openSerialPort();
+        std::atomic<bool> ending{false};
+        std::atomic<bool> plausible{true};
+        std::thread optics([&] {
+            while (!ending) {
+                const BoardLight light = bench.port.light();
+                if (light.stagePosition_steps < 12000.0 || light.stagePosition_steps > 12640.0 ||
+                    !light.ledOn)
+                    plausible = false;
+            }
+        });
+        QVERIFY(bench.controller.z_stage_mvp(SERIAL_BLOCKING, 640));
+        ending = true;
+        optics.join();
+        QVERIFY(plausible);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestBoardPort)
+#include "test_board_port.moc"

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QColor>
+#include <QRect>
+#include <QSize>
+#include <QStringList>
+#include <QVector>
+#include <QWidget>
+
+/// Checks of a window's look, for tests. Each returns one sentence per fault, naming the
+/// widget, and an empty list when all is well. They look at the named widgets below
+/// `container` that are visible and carry something of their own: labels, buttons, check
+/// boxes, line edits, spin boxes, progress bars, frames with a name, and tab bars (named
+/// after their tab widget). GUI thread; the window must be shown.
+namespace layout {
+
+/// The widgets that the checks look at, in creation order.
+QVector<QWidget*> visibleParts(const QWidget* container);
+
+/// Texts, current ones, that do not fit into their widget with the widget's font.
+QStringList clippedTexts(const QWidget* container);
+
+/// Pairs of widgets, of whatever parent, that share a pixel.
+QStringList overlaps(const QWidget* container);
+
+/// Widgets that reach out of `bounds`, in pixels of the window.
+QStringList outside(const QWidget* container, const QRect& bounds);
+
+/// Places to press or to type that are smaller than `least` pixels in either direction:
+/// buttons, check boxes (where they react), editable lines, spin boxes with each of their
+/// arrows, tabs.
+QStringList smallTargets(const QWidget* container, const QSize& least);
+
+/// Widgets whose middle is covered by another one, so that no finger reaches them.
+QStringList covered(const QWidget* container);
+
+/// Texts whose contrast, as painted, is below `least`: the most frequent colour of the text's
+/// place against the one that stands out most from it.
+QStringList faintTexts(const QWidget* container, double least);
+
+/// Contrast of two colours, 1 to 21, by their relative luminance (WCAG 2.1, "contrast ratio").
+double contrast(const QColor& a, const QColor& b);
+
+} // namespace layout

@@ -1,0 +1,291 @@
+// Built twice: with the instrument in Zig mode and without it. The controller belongs to the
+// process, so one process sees one start-up.
+
+#include <QApplication>
+#include <QFile>
+#include <QMetaMethod>
+#include <QTabWidget>
+#include <QtTest>
+
+#include "Controller/Controller.h"
+#include "camera/OV5642Camera.h"
+#include "settings/GlobalIni.h"
+#include "support/WindowFixture.h"
+
+namespace {
+
+constexpr bool kZigMode = ORLA_TEST_ZIG_MODE;
+constexpr const char* kHighlight = "background-color: rgb(0, 170, 255);";
+constexpr const char* kPlain = "background-color: none;";
+
+QStringList g_stream;
+
+void keepMessage(QtMsgType, const QMessageLogContext&, const QString& text)
+{
+    g_stream.append(text);
+}
+
+QByteArray contentOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
+}
+
+} // namespace
+
+class TestWindowStartup : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        qInstallMessageHandler(keepMessage);
+        WindowFixture::Options options;
+        options.zigMode = kZigMode;
+        m_fixture = std::make_unique<WindowFixture>(options);
+        qInstallMessageHandler(nullptr);
+    }
+
+    void cleanupTestCase() { m_fixture.reset(); }
+
+    void theHandshakeHomesAndAppliesTheSettings()
+    {
+        QCOMPARE(m_fixture->takeBoardLines(), QStringList({"$,DEVICE,READY,,", "$,STM1,ORIGIN,,",
+                                                           "$,LED4,BRT,225,", "$,STM1,ABS,32000,"}));
+        QVERIFY(m_fixture->traffic().startsWith("$,DEVICE,READY,,\n$OK,DEVICE,READY,"));
+        QCOMPARE(m_fixture->text("EDIT_LED"), QString("225"));
+        QCOMPARE(m_fixture->text("EDIT_Z_REFERENCE"), QString("32000"));
+    }
+
+    void theWindowIsThePanel()
+    {
+        QCOMPARE(m_fixture->window().windowTitle(), QString("ORLA-II Plus Verifier"));
+        QCOMPARE(m_fixture->window().size(), QSize(800, 480));
+        QCOMPARE(m_fixture->window().minimumSize(), QSize(800, 480));
+        QCOMPARE(m_fixture->window().maximumSize(), QSize(800, 480));
+        QCOMPARE(m_fixture->find<QTabWidget>("TAB_MENU")->currentIndex(), 0);
+        QVERIFY(m_fixture->window().parentWidget() == nullptr);
+    }
+
+    void theVideoLayerIsReleased()
+    {
+        QCOMPARE(m_fixture->tree().displayLayerProtect(), QString("0"));
+        QCOMPARE(contentOf(m_fixture->machinePath("/sys/module/disp/parameters/disp_layer_protect")),
+                 QByteArray("0"));
+    }
+
+    void theSensorRegistersAreNamed()
+    {
+        const QVector<quint16> expected{0x3501, 0x3502, 0x350A, 0x350B, 0x3400,
+                                        0x3401, 0x3402, 0x3403, 0x3404, 0x3405};
+        for (int i = 0; i < expected.size(); ++i)
+            QCOMPARE(g_RegIdx[i], expected[i]);
+    }
+
+    void theSettingsAreLoadedBeforeThereIsAConsole()
+    {
+        QVERIFY(g_stream.contains("void ORLA_II_Plus_Verifier::get_INI_value(QSettings&)"));
+        QCOMPARE(g_stream.filter("[CUS_CAL_INI]").size(), 30);
+        QCOMPARE(g_stream.filter("[BFN_CAL_INI]").size(), 30);
+        QVERIFY(
+            g_stream.contains(QString("----> global_ini()->bZig_mode : ") + (kZigMode ? "true" : "false")));
+        QVERIFY(!m_fixture->messages().contains("CAL_INI"));
+    }
+
+    void theStepsOfTheStartFollowEachOther()
+    {
+        const QStringList steps{"ORLA_II_Plus_Verifier::get_INI_value",
+                                "ORLA_II_Plus_Verifier::on_BUTTON_RESOLUTION_1280_clicked",
+                                "OV5642Camera::open",
+                                "ORLA_II_Plus_Verifier::startCamera",
+                                "ORLA_II_Plus_Verifier::getCamera_reg",
+                                "openSerialPort",
+                                "trySerialPort",
+                                "ORLA_II_Plus_Verifier::slot_connected_controller",
+                                "z_stage_origin",
+                                "ORLA_II_Plus_Verifier::apply_INI_value",
+                                "led_brightness",
+                                "z_stage_abs"};
+        int from = 0;
+        for (const QString& step : steps) {
+            while (from < g_stream.size() && !g_stream[from].contains(step))
+                ++from;
+            QVERIFY2(from < g_stream.size(), qPrintable(step));
+        }
+    }
+
+    void theStartMarksWhatIsChosen()
+    {
+        QCOMPARE(m_fixture->style("BUTTON_CAPTURE"), QString(kHighlight));
+        QCOMPARE(m_fixture->style("BUTTON_STAINING_NTB"), QString(kHighlight));
+        QCOMPARE(m_fixture->style("BUTTON_STAINING_TB"), QString(kPlain));
+        QCOMPARE(m_fixture->style("BUTTON_RESOLUTION_1280"), QString(kHighlight));
+        QCOMPARE(m_fixture->style("BUTTON_RESOLUTION_VGA"), QString(kPlain));
+        QCOMPARE(m_fixture->style("BUTTON_RESOLUTION_5M"), QString(kPlain));
+    }
+
+    void theCameraStreamsAt1280WithTheNtbFile()
+    {
+        const auto* camera = m_fixture->window().findChild<OV5642Camera*>();
+        QVERIFY(camera->isStreaming());
+        QCOMPARE(camera->mode(), 1);
+        QVERIFY(
+            m_fixture->messages().contains("camera_mode: 1 , ini_file /opt/ORLA3/conf/Calibration_BFN.ini"));
+        QVERIFY(m_fixture->waitForFrames(2));
+    }
+
+    void connectIsForZigModeOnly()
+    {
+        QCOMPARE(m_fixture->isEnabled("BUTTON_CONNECT"), kZigMode);
+        QCOMPARE(Controller::getInstance()->m_bZigMode, kZigMode);
+        QCOMPARE(connectButton()->text(), QString(kZigMode ? "O" : "X"));
+        QCOMPARE(m_fixture->style("BUTTON_CONNECT") == kHighlight, kZigMode);
+    }
+
+    void connectShowsXUntilTheAnswerCame()
+    {
+        if (!kZigMode)
+            QSKIP("outside Zig mode the button is disabled");
+        QString textDuring;
+        QString styleDuring;
+        const auto connection = connect(Controller::getInstance(), &Controller::sig_debug_Controller, this,
+                                        [&](const QString& line) {
+                                            if (line.startsWith("$,DEVICE,READY")) {
+                                                textDuring = connectButton()->text();
+                                                styleDuring = connectButton()->styleSheet();
+                                            }
+                                        });
+        m_fixture->click("BUTTON_CONNECT");
+        disconnect(connection);
+        QCOMPARE(textDuring, QString("X"));
+        QCOMPARE(styleDuring, QString(kPlain));
+        QCOMPARE(connectButton()->text(), QString("O"));
+        QCOMPARE(m_fixture->style("BUTTON_CONNECT"), QString(kHighlight));
+    }
+
+    void everyAcknowledgementHomesAndAppliesAgain()
+    {
+        m_fixture->takeBoardLines();
+        for (int i = 0; i < 2; ++i) {
+            QVERIFY(Controller::getInstance()->trySerialPort());
+            QCOMPARE(m_fixture->takeBoardLines(), QStringList({"$,DEVICE,READY,,", "$,STM1,ORIGIN,,",
+                                                               "$,LED4,BRT,225,", "$,STM1,ABS,32000,"}));
+        }
+    }
+
+    void theDiskIsFlushedEverySecondWhileItIsThere()
+    {
+        const auto syncs = [this] { return m_fixture->camera().counters().fileSystemSyncs; };
+        const auto before = syncs();
+        QTest::qWait(1300);
+        QCOMPARE(syncs(), before);
+        QVERIFY(m_fixture->usb().plug());
+        QVERIFY(m_fixture->waitUntil([&] { return syncs() >= before + 2; }));
+        QVERIFY(m_fixture->usb().pull());
+        // The monitor notices, and the flushing ends.
+        QVERIFY(m_fixture->waitUntil([&] {
+            const auto now = syncs();
+            QTest::qWait(1500);
+            return syncs() == now;
+        }));
+    }
+
+    void thePasswordScriptRunsWithoutArguments()
+    {
+        m_fixture->boxes().clear();
+        m_fixture->click("BUTTON_PASSWORD");
+        QCOMPARE(m_fixture->tree().passwordRuns().size(), 1);
+        QCOMPARE(m_fixture->tree().passwordRuns().first().arguments, QStringList());
+        expectPasswordBox();
+    }
+
+    void aMissingPasswordScriptIsNotToldApart()
+    {
+        QVERIFY(QFile::remove(m_fixture->machinePath("/opt/ORLA3/bin/set_password.sh")));
+        m_fixture->boxes().clear();
+        m_fixture->click("BUTTON_PASSWORD");
+        QCOMPARE(m_fixture->tree().passwordRuns().size(), 1);
+        expectPasswordBox();
+    }
+
+    void everySlotIsBoundToAWidgetAndItsSignal()
+    {
+        int bound = 0;
+        const QMetaObject* meta = m_fixture->window().metaObject();
+        for (int i = meta->methodOffset(); i < meta->methodCount(); ++i) {
+            const QByteArray signature = meta->method(i).methodSignature();
+            if (!signature.startsWith("on_"))
+                continue;
+            const int split = signature.lastIndexOf('_', signature.indexOf('('));
+            const QByteArray widgetName = signature.mid(3, split - 3);
+            const QByteArray signal = signature.mid(split + 1);
+            const auto* widget = m_fixture->window().findChild<QWidget*>(QString::fromLatin1(widgetName));
+            QVERIFY2(widget != nullptr, signature.constData());
+            QVERIFY2(widget->metaObject()->indexOfSignal(signal) >= 0, signature.constData());
+            ++bound;
+        }
+        QCOMPARE(bound, 61);
+    }
+
+    void noAtExitLeavesEverythingAsItIs()
+    {
+        m_fixture->takeBoardLines();
+        m_fixture->boxes().clear();
+        m_fixture->boxes().next(QMessageBox::No);
+        m_fixture->click("BUTTON_EXIT");
+        QCOMPARE(m_fixture->boxes().met().size(), 1);
+        const MetBox& box = m_fixture->boxes().met().first();
+        QCOMPARE(box.title, QString("ORLA-III"));
+        QCOMPARE(box.text, QString("Are you sure quit ?"));
+        QCOMPARE(box.icon, QMessageBox::Question);
+        QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Yes | QMessageBox::No));
+        QVERIFY(m_fixture->takeBoardLines().isEmpty());
+        QVERIFY(m_fixture->window().findChild<OV5642Camera*>()->isStreaming());
+        QVERIFY(m_fixture->waitForFrames(2));
+    }
+
+    void aCloseRequestAsksToo()
+    {
+        m_fixture->boxes().clear();
+        QVERIFY(!m_fixture->window().close());
+        QCOMPARE(m_fixture->boxes().texts(), QStringList("Are you sure quit ?"));
+        QVERIFY(m_fixture->window().isVisible());
+    }
+
+    void yesAtExitParksTheInstrumentAndQuits()
+    {
+        m_fixture->takeBoardLines();
+        m_fixture->clearConsoles();
+        m_fixture->boxes().next(QMessageBox::Yes);
+        QTimer::singleShot(0, this, [this] { m_fixture->click("BUTTON_EXIT"); });
+        QTimer::singleShot(10000, qApp, [] { QCoreApplication::exit(1); });
+        QCOMPARE(QApplication::exec(), 0);
+        const QStringList expected =
+            kZigMode ? QStringList() : QStringList({"$,LED4,OFF,,", "$,STM1,ORIGIN,,"});
+        QCOMPARE(m_fixture->takeBoardLines(), expected);
+        QVERIFY(!m_fixture->window().findChild<OV5642Camera*>()->isStreaming());
+        const QString text = m_fixture->messages();
+        QVERIFY(text.contains("void ORLA_II_Plus_Verifier::on_BUTTON_EXIT_clicked()() \n"));
+        QVERIFY(text.contains("shutdown hardware"));
+        QVERIFY(text.indexOf("shutdown hardware") < text.indexOf("stopCamera"));
+    }
+
+private:
+    QPushButton* connectButton() { return m_fixture->find<QPushButton>("BUTTON_CONNECT"); }
+
+    void expectPasswordBox()
+    {
+        QCOMPARE(m_fixture->boxes().met().size(), 1);
+        const MetBox& box = m_fixture->boxes().met().first();
+        QCOMPARE(box.title, QString("ORLA-III"));
+        QCOMPARE(box.text, QString("The serial number has been set as the password!"));
+        QCOMPARE(box.icon, QMessageBox::Information);
+        QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
+    }
+
+    std::unique_ptr<WindowFixture> m_fixture;
+};
+
+QTEST_MAIN(TestWindowStartup)
+#include "test_window_startup.moc"

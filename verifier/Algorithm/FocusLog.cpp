@@ -1,0 +1,87 @@
+#include "Algorithm/FocusLog.h"
+
+#include <exception>
+
+#include <QDir>
+#include <QFile>
+#include <QTextStream>
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "platform/InstrumentPath.h"
+
+namespace focus_log {
+
+QString directoryOf(const QDateTime& start)
+{
+    return QStringLiteral("/mnt/ORLA-II/Autofocus/%1").arg(start.toString(QStringLiteral("yyyyMMdd_hhmmss")));
+}
+
+QString stepDirectory(const QString& directory, int step)
+{
+    return QStringLiteral("%1/Step%2").arg(directory).arg(step);
+}
+
+QString frameFile(const QString& directory, int step, std::size_t number, int z, double score)
+{
+    return QStringLiteral("%1/Step%2/Autofocus_%3_%4_%5.tiff")
+        .arg(directory)
+        .arg(step)
+        .arg(number, 2, 10, QLatin1Char('0'))
+        .arg(z)
+        .arg(score);
+}
+
+QString scoreFile(const QString& directory, int step)
+{
+    return stepDirectory(directory, step) + QStringLiteral("/best_focus_value.csv");
+}
+
+QString scoreTable(const std::vector<AutoFocusingData_s>& samples, std::size_t best)
+{
+    QString table;
+    QTextStream stream(&table);
+    const auto writeSample = [&stream](std::size_t index, const AutoFocusingData_s& sample) {
+        stream << static_cast<qulonglong>(index) << ',' << sample.zPosition << ',' << sample.focusValue;
+    };
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        writeSample(i, samples[i]);
+        stream << '\n';
+    }
+    stream << '\n';
+    // The operators read the last line: they count samples from one.
+    if (best < samples.size()) {
+        writeSample(best + 1, samples[best]);
+    }
+    stream.flush();
+    return table;
+}
+
+bool createDirectory(const QString& path)
+{
+    return QDir().mkpath(instrumentPath(path));
+}
+
+bool writeFrame(const QString& path, const cv::Mat& rgbFrame)
+{
+    try {
+        cv::Mat bgr;
+        cv::cvtColor(rgbFrame, bgr, cv::COLOR_RGB2BGR);
+        return cv::imwrite(QFile::encodeName(instrumentPath(path)).toStdString(), bgr);
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+bool writeText(const QString& path, const QString& text)
+{
+    QFile file(instrumentPath(path));
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        return false;
+    }
+    const QByteArray bytes = text.toLocal8Bit();
+    return file.write(bytes) == bytes.size() && file.flush();
+}
+
+} // namespace focus_log

@@ -1,0 +1,260 @@
+#include "ORLA_II_Plus_Verifier.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QMessageBox>
+#include <QProcess>
+#include <QSettings>
+#include <QTimer>
+
+#include "Controller/Controller.h"
+#include "FrameModes.h"
+#include "WindowStyle.h"
+#include "camera/OV5642Camera.h"
+#include "debug/DebugController.h"
+#include "debug/DebugFormat.h"
+#include "debug/DebugMessage.h"
+#include "platform/DebugLog.h"
+#include "platform/DeviceCalls.h"
+#include "platform/InstrumentPath.h"
+#include "settings/GlobalIni.h"
+#include "settings/SettingsFiles.h"
+#include "ui_ORLA_II_Plus_Verifier.h"
+
+namespace {
+
+constexpr int kWindowWidth_px = 800;
+constexpr int kWindowHeight_px = 480;
+constexpr int kSyncInterval_ms = 1000;
+constexpr int kScriptTimeout_ms = 30000;
+
+constexpr const char* kDisplayLayerParameter = "/sys/module/disp/parameters/disp_layer_protect";
+constexpr const char* kInstrumentDirectory = "/opt/ORLA3";
+constexpr const char* kScriptDirectory = "/bin";
+
+/// What BUTTON_DEBUG shows, as SPIN_DEBUG counts it.
+enum DebugDisplay { kShowMessages = 1, kShowController = 2, kShowFocusGraph = 3 };
+
+} // namespace
+
+ORLA_II_Plus_Verifier::ORLA_II_Plus_Verifier(QWidget* parent)
+    : QMainWindow(parent), m_form(new Ui_ORLA_II_Plus_Verifier)
+{
+    Q_INIT_RESOURCE(GUI);
+    m_form->setupUi(this);
+    releaseDisplayLayer();
+    setFixedSize(kWindowWidth_px, kWindowHeight_px);
+    std::copy(kCalibrationRegisters.begin(), kCalibrationRegisters.end(), g_RegIdx);
+
+    m_settingsFile = kMainSettingsFile;
+    QSettings settings(instrumentPath(m_settingsFile), QSettings::IniFormat);
+    get_INI_value(settings);
+    m_settingsState = 1;
+
+    m_syncTimer = new QTimer(this);
+    connect(m_syncTimer, SIGNAL(timeout()), this, SLOT(slot_Timer_sync()));
+    m_syncTimer->setInterval(kSyncInterval_ms);
+    m_syncTimer->start();
+
+    createConsoles();
+    markButton(m_form->BUTTON_CAPTURE, true);
+    m_viewRect = kLiveViewRect;
+    createFrames();
+
+    m_camera = new OV5642Camera(this);
+    connect(m_camera, SIGNAL(sig_debug_Message(QStringList)), this, SLOT(slot_debug_Message(QStringList)));
+    m_cameraMode = -1;
+    markButton(m_form->BUTTON_STAINING_NTB, true);
+    markButton(m_form->BUTTON_STAINING_TB, false);
+    m_stained = false;
+    on_BUTTON_RESOLUTION_1280_clicked();
+
+    m_form->BUTTON_CONNECT->setEnabled(global_ini()->bZig_mode);
+    connectController();
+
+    setState_QC_widget(QC_WIDGET_HIDDEN);
+    connectQC();
+}
+
+ORLA_II_Plus_Verifier::~ORLA_II_Plus_Verifier()
+{
+    // Exit stops the camera before the event loop ends. Should the window go another way,
+    // its grab thread must not outlive the camera that goes with it.
+    discardGrabThread();
+    delete m_form;
+}
+
+/// Lets the video layer of the panel through; the parameter exists only with its driver.
+void ORLA_II_Plus_Verifier::releaseDisplayLayer()
+{
+    if (std::FILE* file = std::fopen(instrumentPath(std::string(kDisplayLayerParameter)).c_str(), "w")) {
+        std::fprintf(file, "%d", 0);
+        std::fclose(file);
+    }
+}
+
+void ORLA_II_Plus_Verifier::createConsoles()
+{
+    m_messageConsole = new DebugMessage(this);
+    m_messageConsole->setGeometry(kLiveViewRect);
+    m_messageConsole->hide();
+    m_controllerConsole = new DebugController(this);
+    m_controllerConsole->setGeometry(kLiveViewRect);
+    m_controllerConsole->hide();
+    m_consoleState = 0;
+    connect(this, SIGNAL(sig_debug_Message(QStringList)), this, SLOT(slot_debug_Message(QStringList)));
+}
+
+void ORLA_II_Plus_Verifier::createFrames()
+{
+    static std::array<unsigned char*, kModes> processBuffers{};
+    for (int mode = 0; mode < kModes; ++mode) {
+        const FrameMode& frame = kFrameModes[mode];
+        m_framePictures[mode] = QPixmap(frame.width_px, frame.height_px);
+        m_framePictures[mode].fill(Qt::black);
+        if (processBuffers[mode] == nullptr)
+            processBuffers[mode] = new unsigned char[frame.rgbBytes()]();
+    }
+    m_frameBuffers = processBuffers;
+}
+
+void ORLA_II_Plus_Verifier::connectController()
+{
+    Controller* controller = Controller::getInstance();
+    // Before the port is opened, so that the handshake can be read in the console.
+    connect(controller, SIGNAL(sig_debug_Controller(QString)), this, SLOT(slot_debug_Controller(QString)));
+    connect(controller, SIGNAL(sig_connected_controller()), this, SLOT(slot_connected_controller()),
+            Qt::UniqueConnection);
+    connect(controller, SIGNAL(sig_z_stage_origin()), this, SLOT(slot_z_stage_origin()));
+    connect(controller, SIGNAL(sig_z_stage_mvn()), this, SLOT(slot_z_stage_mvn()));
+    connect(controller, SIGNAL(sig_z_stage_mvp()), this, SLOT(slot_z_stage_mvp()));
+    connect(controller, SIGNAL(sig_z_stage_abs()), this, SLOT(slot_z_stage_abs()));
+    controller->m_bZigMode = global_ini()->bZig_mode;
+    controller->openSerialPort();
+}
+
+void ORLA_II_Plus_Verifier::connectQC()
+{
+    QC_measure* measure = m_form->QC_MEASURE;
+    connect(measure, SIGNAL(sig_measure_point(int, int, int)), this, SLOT(slot_measure_point(int, int, int)));
+    connect(measure, SIGNAL(sig_measure_result(MeasureInfo_t)), this,
+            SLOT(slot_measure_result(MeasureInfo_t)));
+    connect(measure, SIGNAL(sig_measure_error(TargetingError_e)), this,
+            SLOT(slot_measure_error(TargetingError_e)));
+}
+
+/// Locks the window against presses and shows it before a step that blocks.
+void ORLA_II_Plus_Verifier::disableAndPaint()
+{
+    setEnabled(false);
+    QCoreApplication::processEvents();
+}
+
+void ORLA_II_Plus_Verifier::markButton(QPushButton* button, bool highlighted)
+{
+    button->setStyleSheet(highlighted ? kHighlightStyle : kPlainStyle);
+}
+
+void ORLA_II_Plus_Verifier::slot_Timer_sync()
+{
+    if (m_mediaMonitor.searchUSB())
+        deviceCalls().syncFileSystems();
+}
+
+void ORLA_II_Plus_Verifier::slot_connected_controller()
+{
+    logMessage(this, {Q_FUNC_INFO});
+    if (global_ini()->bZig_mode) {
+        markButton(m_form->BUTTON_CONNECT, true);
+        m_form->BUTTON_CONNECT->setText("O");
+        repaint();
+    }
+    Controller::getInstance()->z_stage_origin(SERIAL_BLOCKING);
+    apply_INI_value();
+}
+
+void ORLA_II_Plus_Verifier::slot_debug_Message(QStringList parts)
+{
+    m_messageConsole->insertPlainText(formatDebugMessage(parts));
+    m_messageConsole->ensureCursorVisible();
+}
+
+void ORLA_II_Plus_Verifier::slot_debug_Controller(QString line)
+{
+    m_controllerConsole->insertPlainText(line);
+    m_controllerConsole->ensureCursorVisible();
+}
+
+void ORLA_II_Plus_Verifier::on_BUTTON_CONNECT_clicked()
+{
+    logMessage(this, {Q_FUNC_INFO});
+    markButton(m_form->BUTTON_CONNECT, false);
+    m_form->BUTTON_CONNECT->setText("X");
+    QCoreApplication::processEvents();
+    Controller::getInstance()->trySerialPort();
+}
+
+void ORLA_II_Plus_Verifier::on_BUTTON_EXIT_clicked()
+{
+    logMessage(this, {Q_FUNC_INFO});
+    if (QMessageBox::question(this, kMessageTitle, "Are you sure quit ?", QMessageBox::Yes | QMessageBox::No,
+                              QMessageBox::NoButton) != QMessageBox::Yes)
+        return;
+
+    logMessage(this, {Q_FUNC_INFO, "shutdown hardware"});
+    if (!global_ini()->bZig_mode) {
+        Controller::getInstance()->led_off();
+        Controller::getInstance()->z_stage_origin(SERIAL_BLOCKING);
+    }
+    stopCamera();
+    QCoreApplication::quit();
+}
+
+void ORLA_II_Plus_Verifier::on_BUTTON_PASSWORD_clicked()
+{
+    logMessage(this, {Q_FUNC_INFO});
+    const QString script = QString("%1%2/set_password.sh").arg(kInstrumentDirectory, kScriptDirectory);
+    QProcess process;
+    process.start(instrumentPath(script), QStringList(), QIODevice::ReadWrite);
+    process.waitForFinished(kScriptTimeout_ms);
+    process.close();
+    QMessageBox::information(this, kMessageTitle, "The serial number has been set as the password!",
+                             QMessageBox::Ok);
+}
+
+void ORLA_II_Plus_Verifier::on_BUTTON_DEBUG_clicked(bool checked)
+{
+    markButton(m_form->BUTTON_DEBUG, checked);
+    if (checked) {
+        switch (m_form->SPIN_DEBUG->value()) {
+        case kShowMessages:
+            m_messageConsole->show();
+            m_messageConsole->raise();
+            break;
+        case kShowController:
+            m_controllerConsole->show();
+            m_controllerConsole->raise();
+            break;
+        case kShowFocusGraph:
+            m_graphDisplayed = true;
+            break;
+        default:
+            break;
+        }
+    } else {
+        m_messageConsole->hide();
+        m_controllerConsole->hide();
+        m_graphDisplayed = false;
+    }
+    repaint();
+}
+
+void ORLA_II_Plus_Verifier::closeEvent(QCloseEvent* event)
+{
+    event->ignore();
+    if (isEnabled())
+        on_BUTTON_EXIT_clicked();
+}

@@ -1,0 +1,326 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <QMainWindow>
+#include <QPixmap>
+#include <QPoint>
+#include <QRect>
+#include <QStringList>
+
+#include "Algorithm/AutoFocusingData.h"
+#include "QC/QC_measure.h"
+#include "RegisterSteps.h"
+#include "media/MediaMonitor.h"
+
+class DebugController;
+class DebugMessage;
+class GrabThread;
+class OV5642Camera;
+class QLineEdit;
+class QPainter;
+class QPushButton;
+class QSettings;
+class QTimer;
+class Ui_ORLA_II_Plus_Verifier;
+class alg_Autofocus;
+
+/// Enable state of the QC tab's controls.
+enum QC_widget_e {
+    QC_WIDGET_HIDDEN = 0,   ///< no frozen frame: still image hidden, controls disabled
+    QC_WIDGET_POINTS = 1,   ///< frame frozen, targeting off
+    QC_WIDGET_TARGETING = 2 ///< frame frozen, targeting on
+};
+
+/// The whole user interface: one fixed 800 x 480 window, live view on the left 640 x 480,
+/// controls on the right.
+///
+/// Everything here runs on the GUI thread; blocking controller exchanges and sensor
+/// accesses block it for their duration. Slots named on_<widget>_<signal> are bound by
+/// name. Each source file is one concern; the sections below follow the files.
+class ORLA_II_Plus_Verifier : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    explicit ORLA_II_Plus_Verifier(QWidget* parent = nullptr);
+    ~ORLA_II_Plus_Verifier() override;
+
+signals:
+    /// One log message: the emitting function's signature text, then labels and values.
+    void sig_debug_Message(QStringList parts);
+    /// The delivered frame has been made into a picture; its buffer may be filled again.
+    void updateFrameDone();
+
+    // ORLA_II_Plus_Verifier.cpp: life cycle, controller connection, consoles
+public slots:
+    /// Flushes the file systems while a USB disk is mounted, so that it can be pulled.
+    void slot_Timer_sync();
+    /// The board answered: homes the stage and applies the stored settings.
+    void slot_connected_controller();
+    /// Formats one message into the message console.
+    void slot_debug_Message(QStringList parts);
+    /// Shows one line of controller traffic as sent or received.
+    void slot_debug_Controller(QString line);
+
+private slots:
+    void on_BUTTON_CONNECT_clicked();
+    void on_BUTTON_EXIT_clicked();
+    void on_BUTTON_PASSWORD_clicked();
+    void on_BUTTON_DEBUG_clicked(bool checked);
+
+protected:
+    /// Only the exit button ends the program: a window manager's close request asks its question.
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    void releaseDisplayLayer();
+    void createConsoles();
+    void createFrames();
+    void connectController();
+    void connectQC();
+    void disableAndPaint();
+    void markButton(QPushButton* button, bool highlighted);
+    template <class Work>
+    void runBusy(QPushButton* button, Work work);
+
+    // ORLA_II_Plus_Verifier_Stage.cpp
+public slots:
+    void slot_z_stage_origin();
+    void slot_z_stage_mvn();
+    void slot_z_stage_mvp();
+    void slot_z_stage_abs();
+
+private slots:
+    void on_SPIN_Z_STEP_valueChanged(int steps);
+    void on_SPIN_Z_SPEED_valueChanged(int speed);
+    void on_BUTTON_Z_POSITION_clicked();
+    void on_BUTTON_Z_MOVE_PLUS_clicked();
+    void on_BUTTON_Z_MOVE_MINUS_clicked();
+    void on_BUTTON_Z_ROTATE_PLUS_pressed();
+    void on_BUTTON_Z_ROTATE_MINUS_pressed();
+    void on_BUTTON_Z_ROTATE_PLUS_released();
+    void on_BUTTON_Z_ROTATE_MINUS_released();
+    void on_BUTTON_Z_STOP_clicked();
+    void on_BUTTON_Z_ABS_clicked();
+    void on_BUTTON_Z_ORIGIN_clicked();
+    void on_BUTTON_Z_MOVE_REFERENCE_clicked();
+    void on_BUTTON_Z_DIAGNOSIS_clicked();
+    void on_BUTTON_Z_SET_REFERENCE_clicked();
+
+private:
+    void showStagePosition(int position_steps);
+    void queryStagePosition();
+
+    // ORLA_II_Plus_Verifier_Camera.cpp: start and stop, resolution and staining
+public:
+    /// Creates, wires and starts the grab thread for the mode (0 VGA, 1 1280, 2 5M).
+    void startCamera(int mode);
+    /// Stops the grab thread and closes a streaming camera, then leaves the sensor half a second.
+    void stopCamera();
+
+private slots:
+    void on_BUTTON_RESOLUTION_VGA_clicked();
+    void on_BUTTON_RESOLUTION_1280_clicked();
+    void on_BUTTON_RESOLUTION_5M_clicked();
+    void on_BUTTON_STAINING_NTB_clicked();
+    void on_BUTTON_STAINING_TB_clicked();
+
+private:
+    void switchResolution(int mode);
+    void switchStaining(bool stained);
+    void stopForSwitch();
+    void discardGrabThread();
+    void openCamera(int mode);
+
+    // ORLA_II_Plus_Verifier_Trim.cpp: sensor settings and LED of the camera tab
+public:
+    void set_EXPOSURE(unsigned int value);
+    void set_GAIN(unsigned int value);
+    void set_COLOR_RED(unsigned int value);
+    void set_COLOR_GREEN(unsigned int value);
+    void set_COLOR_BLUE(unsigned int value);
+    /// Stores, shows and sends the LED level (0 to 1000).
+    void set_LED(unsigned int level);
+    /// Reads the five sensor settings back into the tab.
+    void getCamera_reg();
+
+private slots:
+    void on_BUTTON_EXPOSURE_FINE_DOWN_clicked();
+    void on_BUTTON_EXPOSURE_FINE_UP_clicked();
+    void on_BUTTON_EXPOSURE_COARSE_DOWN_clicked();
+    void on_BUTTON_EXPOSURE_COARSE_UP_clicked();
+    void on_BUTTON_GAIN_FINE_DOWN_clicked();
+    void on_BUTTON_GAIN_FINE_UP_clicked();
+    void on_BUTTON_GAIN_COARSE_DOWN_clicked();
+    void on_BUTTON_GAIN_COARSE_UP_clicked();
+    void on_BUTTON_COLOR_RED_FINE_DOWN_clicked();
+    void on_BUTTON_COLOR_RED_FINE_UP_clicked();
+    void on_BUTTON_COLOR_RED_COARSE_DOWN_clicked();
+    void on_BUTTON_COLOR_RED_COARSE_UP_clicked();
+    void on_BUTTON_COLOR_GREEN_FINE_DOWN_clicked();
+    void on_BUTTON_COLOR_GREEN_FINE_UP_clicked();
+    void on_BUTTON_COLOR_GREEN_COARSE_DOWN_clicked();
+    void on_BUTTON_COLOR_GREEN_COARSE_UP_clicked();
+    void on_BUTTON_COLOR_BLUE_FINE_DOWN_clicked();
+    void on_BUTTON_COLOR_BLUE_FINE_UP_clicked();
+    void on_BUTTON_COLOR_BLUE_COARSE_DOWN_clicked();
+    void on_BUTTON_COLOR_BLUE_COARSE_UP_clicked();
+    void on_BUTTON_LED_FINE_DOWN_clicked();
+    void on_BUTTON_LED_FINE_UP_clicked();
+    void on_BUTTON_LED_COARSE_DOWN_clicked();
+    void on_BUTTON_LED_COARSE_UP_clicked();
+    void on_EDIT_LED_returnPressed();
+    void on_BUTTON_LED_clicked(bool checked);
+
+private:
+    /// One sensor setting of the tab: its widgets beside what RegisterSteps.h knows of it.
+    struct SettingWidgets
+    {
+        QLineEdit* edit;
+        QPushButton* fineDown;
+        QPushButton* fineUp;
+        QPushButton* coarseDown;
+        QPushButton* coarseUp;
+    };
+    SettingWidgets settingWidgets(SensorSetting setting) const;
+    void setSensorSetting(SensorSetting setting, unsigned int value, const char* signature);
+    void stepSensorSetting(SensorSetting setting, SettingStep step);
+    void stepLED(SettingStep step);
+    static void enableSteps(const SettingWidgets& widgets, const StepsEnabled& enabled);
+    void enableLedSteps(int level);
+
+    // ORLA_II_Plus_Verifier_LiveView.cpp
+public slots:
+    /// A frame was delivered: repaints the live view rectangle only.
+    void updateFrame();
+
+public:
+    /// Navigator position rectangle of the current mode and view offset.
+    void SetNavigatorRect(QRect& rectangle);
+
+private slots:
+    void on_CHECK_SCALED_TO_FIT_clicked(bool checked);
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+
+private:
+    void makeFramePicture();
+    void paintPicture(QPainter& painter);
+    void paintNavigator(QPainter& painter);
+    void paintCrossLine(QPainter& painter);
+
+    // ORLA_II_Plus_Verifier_Capture.cpp: TIFF capture, screenshot, skip frame
+protected:
+    void keyPressEvent(QKeyEvent* event) override;
+
+private slots:
+    void on_BUTTON_CAPTURE_clicked();
+    void on_BUTTON_SKIP_FRAME_clicked();
+
+private:
+    bool isUsbDiskMounted();
+    void writeFrame(const QString& fileName);
+
+    // ORLA_II_Plus_Verifier_Autofocus.cpp
+public slots:
+    void slot_move_z_position(int position_steps);
+    void slot_progress_AutoFocusing(int step);
+    void slot_review_AutoFocusing(int step, std::vector<AutoFocusingData_t> samples, int bestIndex);
+    void slot_endAutoFocusing(int position_steps);
+
+private slots:
+    void on_BUTTON_AUTOFOCUS_clicked();
+
+private:
+    void connectAutofocus(bool on);
+    void paintFocusGraph(QPainter& painter);
+
+    // ORLA_II_Plus_Verifier_QC.cpp
+public slots:
+    void slot_prepare_QC_measure();
+    void slot_measure_point(int index, int x, int y);
+    void slot_measure_result(MeasureInfo_t result);
+    void slot_measure_error(TargetingError_e error);
+
+public:
+    void setState_QC_widget(QC_widget_e state);
+
+private slots:
+    void on_BUTTON_QC_CAPTURE_clicked();
+    void on_CHECK_TARGET_clicked(bool checked);
+    void on_BUTTON_POINT_1_clicked();
+    void on_BUTTON_POINT_2_clicked();
+    void on_BUTTON_QC_MEASURE_clicked();
+    void on_BUTTON_INTENSITY_clicked();
+
+private:
+    void enterQC();
+    void leaveQC();
+    void findPoint(int index);
+
+    // ORLA_II_Plus_Verifier_Settings.cpp
+public:
+    /// Loads every settings file into the settings record; once, at construction.
+    void get_INI_value(QSettings& settings);
+    /// Brings widgets and hardware in line with the settings record.
+    void apply_INI_value();
+    /// Writes what belongs to the open tab.
+    void set_INI_value(QSettings& settings);
+
+private slots:
+    void on_BUTTON_SAVE_INI_clicked();
+
+private:
+    void logSavedQC(const QString& serial);
+
+private:
+    static constexpr int kModes = 3;
+    static constexpr int kReviewSteps = 3;
+
+    MediaMonitor m_mediaMonitor;
+    // The calibration file last chosen by the staining flag.
+    std::string m_registerFile;
+    // 1 once the settings are loaded.
+    std::int32_t m_settingsState = 0;
+    QTimer* m_syncTimer = nullptr;
+    DebugMessage* m_messageConsole = nullptr;
+    DebugController* m_controllerConsole = nullptr;
+    int m_consoleState = 0;
+    OV5642Camera* m_camera = nullptr;
+    GrabThread* m_grabThread = nullptr;
+    // 0 VGA, 1 1280, 2 5M; -1 until a camera is started.
+    int m_cameraMode = -1;
+    // False NTB, true TB.
+    bool m_stained = false;
+    int m_frameWidth_px = 0;
+    int m_frameHeight_px = 0;
+    std::array<QPixmap, kModes> m_framePictures;
+    // RGB24, rows top to bottom, no padding. One set for the process, never freed: they
+    // outlive the window because a frame may be under way until the very end.
+    std::array<unsigned char*, kModes> m_frameBuffers{};
+
+    QRect m_viewRect;
+    bool m_dragging = false;
+    QPoint m_lastMouse;
+    // Top-left frame pixel of the 1:1 view.
+    QPoint m_viewOffset;
+    bool m_graphDisplayed = false;
+    int m_screenshotNumber = 1;
+
+    alg_Autofocus* m_autofocus = nullptr;
+    int m_autofocusProgress = 0;
+    std::array<std::vector<AutoFocusingData_t>, kReviewSteps> m_reviewSamples;
+    std::array<int, kReviewSteps> m_reviewBestIndex{};
+
+    Ui_ORLA_II_Plus_Verifier* m_form = nullptr;
+    QString m_settingsFile;
+    std::int32_t m_QC_mode = 0;
+};

@@ -1,0 +1,123 @@
+// Autofocus: run control, progress, review, graph.
+
+#include "ORLA_II_Plus_Verifier.h"
+
+#include <stdexcept>
+
+#include <QCoreApplication>
+#include <QMessageBox>
+#include <QPainter>
+
+#include "Algorithm/alg_Autofocus.h"
+#include "FocusGraph.h"
+#include "WindowStyle.h"
+#include "platform/DebugLog.h"
+#include "ui_ORLA_II_Plus_Verifier.h"
+
+namespace {
+
+constexpr int kRunSamples = 15;
+constexpr int kSeparatorLength = 25;
+
+} // namespace
+
+void ORLA_II_Plus_Verifier::on_BUTTON_AUTOFOCUS_clicked()
+{
+    logMessage(this, {Q_FUNC_INFO});
+    const bool saveImages = m_form->CHECK_DEBUG_AUTOFOCUS->isChecked();
+    if (saveImages && !isUsbDiskMounted())
+        return;
+
+    const int centre_steps = m_form->EDIT_Z_POSITION->text().toInt();
+    m_autofocus =
+        new alg_Autofocus(this, m_camera, centre_steps, m_frameWidth_px, m_frameHeight_px, saveImages);
+    connectAutofocus(true);
+    m_autofocusProgress = 0;
+    m_form->PROGRESS_AUTOFOCUS->setValue(0);
+    for (auto& samples : m_reviewSamples)
+        samples.clear();
+    m_reviewBestIndex.fill(0);
+
+    // All that can move the stage or restart the camera; Exit and the consoles stay usable
+    // should the run never end.
+    m_form->TAB_MENU->setEnabled(false);
+    QCoreApplication::processEvents();
+    m_autofocus->process();
+}
+
+void ORLA_II_Plus_Verifier::connectAutofocus(bool on)
+{
+    struct Wire
+    {
+        const char* signal;
+        const char* slot;
+    };
+    static const std::array<Wire, 5> kWires{{
+        {SIGNAL(sig_move_z_position(int)), SLOT(slot_move_z_position(int))},
+        {SIGNAL(sig_endAutoFocusing(int)), SLOT(slot_endAutoFocusing(int))},
+        {SIGNAL(sig_debug_Message(QStringList)), SLOT(slot_debug_Message(QStringList))},
+        {SIGNAL(sig_progress_AutoFocusing(int)), SLOT(slot_progress_AutoFocusing(int))},
+        {SIGNAL(sig_review_AutoFocusing(int, std::vector<AutoFocusingData_t>, int)),
+         SLOT(slot_review_AutoFocusing(int, std::vector<AutoFocusingData_t>, int))},
+    }};
+    for (const Wire& wire : kWires) {
+        if (on)
+            connect(m_autofocus, wire.signal, this, wire.slot);
+        else
+            disconnect(m_autofocus, wire.signal, this, wire.slot);
+    }
+}
+
+void ORLA_II_Plus_Verifier::slot_move_z_position(int position_steps)
+{
+    logMessage(this, {Q_FUNC_INFO, QString::number(position_steps)});
+    showStagePosition(position_steps);
+}
+
+void ORLA_II_Plus_Verifier::slot_progress_AutoFocusing(int step)
+{
+    ++m_autofocusProgress;
+    const double percent = (m_autofocusProgress / static_cast<double>(kRunSamples)) * 100.0;
+    m_form->PROGRESS_AUTOFOCUS->setValue(static_cast<int>(percent));
+    logMessage(this,
+               {Q_FUNC_INFO, QString("[%1]").arg(step),
+                QString("%1/%2").arg(m_autofocusProgress).arg(kRunSamples), QString("%1%").arg(percent)});
+}
+
+void ORLA_II_Plus_Verifier::slot_review_AutoFocusing(int step, std::vector<AutoFocusingData_t> samples,
+                                                     int bestIndex)
+{
+    logMessage(this, {Q_FUNC_INFO, QString(kSeparatorLength, '#')});
+    if (step < 1 || step > kReviewSteps)
+        return;
+    logMessage(this, {Q_FUNC_INFO, QString("[%1] best_index:").arg(step), QString::number(bestIndex)});
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        logMessage(this, {Q_FUNC_INFO, QString("[%1](%2) focus_value:").arg(step).arg(i),
+                          QString::number(samples[i].focusValue),
+                          ", position:", QString::number(samples[i].zPosition)});
+    }
+    const auto review = static_cast<std::size_t>(step - 1);
+    m_reviewSamples[review] = std::move(samples);
+    m_reviewBestIndex[review] = bestIndex;
+}
+
+void ORLA_II_Plus_Verifier::slot_endAutoFocusing(int position_steps)
+{
+    logMessage(this, {Q_FUNC_INFO, QString::number(position_steps)});
+    connectAutofocus(false);
+    // It is still in the middle of telling us.
+    m_autofocus->deleteLater();
+    m_autofocus = nullptr;
+    m_form->TAB_MENU->setEnabled(true);
+    QMessageBox::information(this, kMessageTitle, "Finish AutoFocus !", QMessageBox::Ok);
+}
+
+/// A sweep with fewer than fifteen samples cannot be drawn to its end; what can be is.
+void ORLA_II_Plus_Verifier::paintFocusGraph(QPainter& painter)
+{
+    try {
+        drawFocusGraph(painter, m_viewRect, m_cameraMode, m_reviewSamples[0], m_reviewBestIndex[0]);
+    } catch (const std::out_of_range& error) {
+        logMessage(this, {Q_FUNC_INFO, "[Error]", error.what()});
+    }
+}

@@ -1,0 +1,123 @@
+// The live view: painting, navigator, panning.
+
+#include "ORLA_II_Plus_Verifier.h"
+
+#include <QMouseEvent>
+#include <QPainter>
+
+#include "LiveViewGeometry.h"
+#include "camera/GrabThread.h"
+#include "camera/OV5642Camera.h"
+#include "ui_ORLA_II_Plus_Verifier.h"
+
+namespace {
+
+constexpr QColor kNavigatorColour(255, 255, 0);
+constexpr QColor kCrossLineColour(255, 0, 0);
+
+QPoint roundedPosition(const QMouseEvent* event)
+{
+    return {qRound(event->localPos().x()), qRound(event->localPos().y())};
+}
+
+} // namespace
+
+void ORLA_II_Plus_Verifier::updateFrame()
+{
+    update(m_viewRect);
+}
+
+void ORLA_II_Plus_Verifier::SetNavigatorRect(QRect& rectangle)
+{
+    rectangle = navigatorPosition(m_cameraMode, m_viewOffset);
+}
+
+/// Turns the mode's buffer into its picture, while the buffer is this thread's: from the
+/// delivery of a frame to updateFrameDone(), or when nothing grabs. A repaint in between
+/// (a drag, an uncovered part) shows the last picture again instead of a half filled buffer.
+void ORLA_II_Plus_Verifier::makeFramePicture()
+{
+    if (m_grabThread != nullptr && !m_grabThread->frameDelivered())
+        return;
+    const auto mode = static_cast<std::size_t>(m_cameraMode);
+    const QImage frame(m_frameBuffers[mode], m_frameWidth_px, m_frameHeight_px, m_frameWidth_px * 3,
+                       QImage::Format_RGB888);
+    m_framePictures[mode] = QPixmap::fromImage(frame);
+}
+
+void ORLA_II_Plus_Verifier::paintEvent(QPaintEvent*)
+{
+    QPainter painter(this);
+    if (m_graphDisplayed) {
+        paintFocusGraph(painter);
+        return;
+    }
+    if (m_cameraMode < 0)
+        return;
+    makeFramePicture();
+    paintPicture(painter);
+    if (m_form->CHECK_CROSS_LINE->isChecked())
+        paintCrossLine(painter);
+    painter.end();
+    if (m_grabThread != nullptr && m_grabThread->isRunning())
+        emit updateFrameDone();
+}
+
+void ORLA_II_Plus_Verifier::paintPicture(QPainter& painter)
+{
+    const QPixmap& picture = m_framePictures[static_cast<std::size_t>(m_cameraMode)];
+    const QRect target(QPoint(0, 0), m_viewRect.size());
+    if (m_form->CHECK_SCALED_TO_FIT->isChecked()) {
+        painter.drawPixmap(target, picture, QRect(0, 0, m_frameWidth_px, m_frameHeight_px));
+        return;
+    }
+    painter.drawPixmap(target, picture, QRect(m_viewOffset, m_viewRect.size()));
+    paintNavigator(painter);
+}
+
+void ORLA_II_Plus_Verifier::paintNavigator(QPainter& painter)
+{
+    QRect position;
+    SetNavigatorRect(position);
+    painter.setPen(kNavigatorColour);
+    painter.drawRect(kNavigatorRect);
+    painter.drawRect(position);
+}
+
+void ORLA_II_Plus_Verifier::paintCrossLine(QPainter& painter)
+{
+    const int width = m_viewRect.width();
+    const int height = m_viewRect.height();
+    painter.setPen(kCrossLineColour);
+    painter.drawLine(0, height / 2, width, height / 2);
+    painter.drawLine(width / 2, 0, width / 2, height);
+}
+
+void ORLA_II_Plus_Verifier::mousePressEvent(QMouseEvent* event)
+{
+    const QPoint point = roundedPosition(event);
+    m_dragging = m_viewRect.contains(point, true);
+    if (m_dragging)
+        m_lastMouse = point;
+}
+
+void ORLA_II_Plus_Verifier::mouseMoveEvent(QMouseEvent* event)
+{
+    const QPoint point = roundedPosition(event);
+    if (!m_dragging || !m_viewRect.contains(point, false))
+        return;
+    m_viewOffset = pannedOffset(m_viewOffset, m_lastMouse, point, modeFrameSize(m_camera->mode()));
+    m_lastMouse = point;
+    update(m_viewRect);
+}
+
+void ORLA_II_Plus_Verifier::mouseReleaseEvent(QMouseEvent*)
+{
+    m_dragging = false;
+}
+
+void ORLA_II_Plus_Verifier::on_CHECK_SCALED_TO_FIT_clicked(bool checked)
+{
+    if (checked)
+        m_viewOffset = QPoint(0, 0);
+}

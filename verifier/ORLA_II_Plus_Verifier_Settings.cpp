@@ -1,0 +1,93 @@
+// Settings: load at construction, apply on every acknowledgement, save what the open tab shows.
+
+#include "ORLA_II_Plus_Verifier.h"
+
+#include <QMessageBox>
+#include <QSettings>
+#include <QSignalBlocker>
+
+#include "Controller/Controller.h"
+#include "WindowStyle.h"
+#include "camera/CalibrationRegisters.h"
+#include "platform/DebugLog.h"
+#include "settings/CalibrationFile.h"
+#include "settings/MainSettings.h"
+#include "settings/SafeSettingsFile.h"
+#include "settings/StageFile.h"
+#include "ui_ORLA_II_Plus_Verifier.h"
+
+void ORLA_II_Plus_Verifier::get_INI_value(QSettings& settings)
+{
+    logMessage(this, {Q_FUNC_INFO});
+    global_ini_t& record = *global_ini();
+    for (const CalibrationFile& file : kCalibrationFiles)
+        loadCalibration(file, g_RegIdx, record, [this](const QString& line) { logMessage(this, {line}); });
+    loadStageFile(record);
+
+    const MainSettingsTexts texts = loadMainSettings(settings, record);
+    m_form->EDIT_SKIP_FRAME->setText(QString::number(record.Skip_frame));
+    m_form->EDIT_SERIAL_MIDFIX->setText(texts.serial.midfix);
+    m_form->EDIT_SERIAL_SUFFIX->setText(texts.serial.suffix);
+    logMessage(this, {"----> global_ini()->bZig_mode :", record.bZig_mode ? "true" : "false"});
+    m_form->LABEL_VERSION->setText(texts.version);
+}
+
+void ORLA_II_Plus_Verifier::apply_INI_value()
+{
+    logMessage(this, {Q_FUNC_INFO});
+    getCamera_reg();
+
+    const global_ini_t& record = *global_ini();
+    m_form->EDIT_LED->setText(QString::number(record.LED_brightness));
+    Controller::getInstance()->led_brightness(record.LED_brightness);
+    enableLedSteps(record.LED_brightness);
+
+    m_form->SPIN_Z_STEP->setValue(record.Z_step);
+    {
+        const QSignalBlocker blocker(m_form->SPIN_Z_SPEED);
+        m_form->SPIN_Z_SPEED->setValue(record.Z_speed);
+    }
+
+    m_form->EDIT_Z_REFERENCE->setText(QString::number(record.Z_reference));
+    on_BUTTON_Z_MOVE_REFERENCE_clicked();
+}
+
+void ORLA_II_Plus_Verifier::on_BUTTON_SAVE_INI_clicked()
+{
+    logMessage(this, {Q_FUNC_INFO});
+    SafeSettingsFile file(m_settingsFile);
+    set_INI_value(file.settings());
+    // A failure is in the log; the box only says that Save is over.
+    file.commit();
+    QMessageBox::information(this, kMessageTitle, "INI saved !", QMessageBox::Ok);
+}
+
+void ORLA_II_Plus_Verifier::set_INI_value(QSettings& settings)
+{
+    const int tab = m_form->TAB_MENU->currentIndex();
+    logMessage(this, {Q_FUNC_INFO, "----> current tab :", QString::number(tab)});
+    const global_ini_t& record = *global_ini();
+    const MainSettingsTexts texts{{m_form->EDIT_SERIAL_MIDFIX->text(), m_form->EDIT_SERIAL_SUFFIX->text()},
+                                  m_form->LABEL_VERSION->text()};
+    if (tab == kTabStage) {
+        saveStageFile(record);
+    } else if (tab == kTabCamera) {
+        for (const CalibrationFile& file : kCalibrationFiles)
+            saveCalibration(file, g_RegIdx, record);
+    } else if (tab == kTabQc) {
+        logSavedQC(composeSerialNumber(texts.serial));
+    }
+    saveMainSettings(settings, record, tab, texts);
+}
+
+void ORLA_II_Plus_Verifier::logSavedQC(const QString& serial)
+{
+    logMessage(this, {Q_FUNC_INFO, "------> Serial number :", serial});
+    const global_ini_t& record = *global_ini();
+    if (!hasOpticalCalibration(record))
+        return;
+    logMessage(this, {Q_FUNC_INFO, "------> global_ini()->System.Magnification :",
+                      QString::number(savedMagnification(record))});
+    logMessage(this, {Q_FUNC_INFO, "------> global_ini()->System.Volume_factor :",
+                      QString::number(savedVolumeFactor(record))});
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <array>
+
+#include <QtGlobal>
+
+/// Sensor resolution modes: index of the mode table, of the calibration sets and of the
+/// settings record's register blocks.
+enum CameraMode : int {
+    kModeVga = 0,
+    kMode1280 = 1,
+    kMode5M = 2,
+};
+constexpr int kCameraModeCount = 3;
+
+/// The settings files whose register values can be loaded into a calibration set.
+constexpr const char* kSettingsFileCus = "/opt/ORLA3/conf/Calibration_CUS.ini";
+constexpr const char* kSettingsFileBfn = "/opt/ORLA3/conf/Calibration_BFN.ini";
+constexpr const char* kSettingsFileAutoExposure = "/opt/ORLA3/conf/AutoExposure.ini";
+
+constexpr int kCalibrationRegisterCount = 10;
+
+/// Addresses of the ten sensor registers that are calibrated per resolution mode, in the
+/// column order of every register table: exposure, analogue gain, white-balance red,
+/// green and blue gain, each high byte first.
+constexpr std::array<quint16, kCalibrationRegisterCount> kCalibrationRegisters = {
+    0x3501, 0x3502, // exposure bits 15..8, 7..0
+    0x350A, 0x350B, // gain bit 8, bits 7..0
+    0x3400, 0x3401, // red gain
+    0x3402, 0x3403, // green gain
+    0x3404, 0x3405, // blue gain
+};
+
+/// The address list that the settings and the camera controls go by. All zero until the
+/// main window's constructor has copied kCalibrationRegisters into it; not changed after.
+/// GUI thread.
+extern quint16 g_RegIdx[kCalibrationRegisterCount];
+
+/// One calibration value as it is cached per mode: the value is a byte, held in 16 bits.
+struct CalibrationRecord
+{
+    quint16 address;
+    quint16 value;
+};

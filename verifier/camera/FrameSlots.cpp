@@ -1,0 +1,78 @@
+#include "camera/FrameSlots.h"
+
+#include <algorithm>
+#include <cstring>
+#include <thread>
+
+ZeroedBytes allocateZeroed(std::size_t size)
+{
+    return ZeroedBytes(static_cast<uchar*>(std::calloc(size, 1)));
+}
+
+FrameSlots::Reader::~Reader()
+{
+    m_owner.m_slots[m_slot].state.fetch_sub(1, std::memory_order_release);
+}
+
+const uchar* FrameSlots::Reader::bytes() const
+{
+    return m_owner.m_slots[m_slot].bytes.get();
+}
+
+unsigned int FrameSlots::Reader::bufferIndex() const
+{
+    return m_owner.m_slots[m_slot].bufferIndex;
+}
+
+void FrameSlots::allocate(std::size_t frameSize_bytes)
+{
+    for (unsigned int i = 0; i < kCount; ++i) {
+        m_slots[i].bytes = allocateZeroed(frameSize_bytes);
+        m_slots[i].bufferIndex = i;
+    }
+    m_frameSize_bytes = frameSize_bytes;
+    m_newest.store(0, std::memory_order_release);
+}
+
+void FrameSlots::release()
+{
+    for (Slot& slot : m_slots)
+        slot.bytes.reset();
+    m_frameSize_bytes = 0;
+}
+
+bool FrameSlots::write(unsigned int bufferIndex, const uchar* frame, std::size_t size_bytes)
+{
+    const unsigned int index = bufferIndex % kCount;
+    Slot& slot = m_slots[index];
+    int idle = 0;
+    if (!slot.bytes || !slot.state.compare_exchange_strong(idle, kBeingWritten, std::memory_order_acquire,
+                                                           std::memory_order_relaxed))
+        return false;
+    std::memcpy(slot.bytes.get(), frame, std::min(size_bytes, m_frameSize_bytes));
+    slot.bufferIndex = bufferIndex;
+    slot.state.store(0, std::memory_order_release);
+    m_newest.store(index, std::memory_order_release);
+    return true;
+}
+
+FrameSlots::Reader FrameSlots::readNewest()
+{
+    for (;;) {
+        const unsigned int index = m_newest.load(std::memory_order_acquire);
+        if (tryClaimForReading(m_slots[index]))
+            return Reader(*this, index);
+        std::this_thread::yield();
+    }
+}
+
+bool FrameSlots::tryClaimForReading(Slot& slot)
+{
+    int readers = slot.state.load(std::memory_order_relaxed);
+    while (readers != kBeingWritten) {
+        if (slot.state.compare_exchange_weak(readers, readers + 1, std::memory_order_acquire,
+                                             std::memory_order_relaxed))
+            return true;
+    }
+    return false;
+}

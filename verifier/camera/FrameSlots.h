@@ -1,0 +1,87 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
+
+#include <QtGlobal>
+
+struct FreeDeleter
+{
+    void operator()(void* memory) const { std::free(memory); }
+};
+
+/// Heap bytes from calloc: zero, and not resident until touched.
+using ZeroedBytes = std::unique_ptr<uchar, FreeDeleter>;
+
+/// size zero bytes; null where there is no memory.
+ZeroedBytes allocateZeroed(std::size_t size);
+
+/// The four copies of captured frames, shared by one writing thread and any number of
+/// reading ones without a lock.
+///
+/// A slot that is being read is never written, a slot that is being written is never read:
+/// the writer gives a frame up rather than wait, a reader waits at most for the copy of one
+/// frame. The newest complete frame is known by its slot.
+class FrameSlots
+{
+public:
+    static constexpr unsigned int kCount = 4;
+
+    /// A claim on one slot for reading; the slot is not written while it lives.
+    class Reader
+    {
+    public:
+        ~Reader();
+        Reader(const Reader&) = delete;
+        Reader& operator=(const Reader&) = delete;
+
+        /// The frame's bytes, or null when the slot has no memory.
+        const uchar* bytes() const;
+        /// The driver's number of the buffer that the frame came in.
+        unsigned int bufferIndex() const;
+
+    private:
+        friend class FrameSlots;
+        Reader(FrameSlots& owner, unsigned int slot) : m_owner(owner), m_slot(slot) {}
+
+        FrameSlots& m_owner;
+        const unsigned int m_slot;
+    };
+
+    /// Gives every slot frameSize_bytes zero bytes and makes slot 0 the newest. Only while
+    /// no other thread uses the slots.
+    void allocate(std::size_t frameSize_bytes);
+    /// Frees the memory; readers then get null. Only while no other thread uses the slots.
+    void release();
+
+    /// Copies a frame into slot bufferIndex % 4 and makes it the newest. Bytes beyond the
+    /// slot's size are cut off; a short frame leaves the rest of the slot as it was. False,
+    /// with nothing changed, if the slot is being read or has no memory. One thread.
+    bool write(unsigned int bufferIndex, const uchar* frame, std::size_t size_bytes);
+
+    /// Claims the newest frame. Any thread.
+    Reader readNewest();
+
+private:
+    struct Slot
+    {
+        // Readers at work, or kBeingWritten. Changed by the writing thread and the reading
+        // ones; taking it is an acquire, giving it back a release, and that orders every
+        // access to the other two members.
+        std::atomic<int> state{0};
+        ZeroedBytes bytes;
+        unsigned int bufferIndex = 0;
+    };
+
+    static constexpr int kBeingWritten = -1;
+
+    bool tryClaimForReading(Slot& slot);
+
+    std::array<Slot, kCount> m_slots;
+    std::size_t m_frameSize_bytes = 0;
+    // Written by the writing thread after the slot is complete, read by the reading ones.
+    std::atomic<unsigned int> m_newest{0};
+};

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <atomic>
+
+#include <QStringList>
+#include <QThread>
+
+class OV5642Camera;
+
+/// Fetches one RGB24 frame from the camera whenever it is asked to, copies it into a
+/// buffer of the main window and says so. The next frame is taken only after grab():
+/// without an answer exactly one frame is delivered.
+///
+/// The object lives on the GUI thread; only run() executes on the thread itself.
+class GrabThread : public QThread
+{
+    Q_OBJECT
+
+public:
+    explicit GrabThread(QObject* parent = nullptr);
+    /// Stops the thread and waits for it, should it still run.
+    ~GrabThread() override;
+
+    /// Sets the frame source and the buffer that is filled: at least the camera's RGB frame
+    /// size, tightly packed R G B. The first frame is taken as soon as the thread runs. Both
+    /// are borrowed and must outlive the thread. Before start(), after the camera's open().
+    void registerCamera(OV5642Camera* camera, uchar* destination);
+
+    /// Makes run() return within one round (10 ms and a frame's conversion). Any thread.
+    void stop();
+
+    /// True from shortly before grabDone() until the next grab(): the buffer is complete and
+    /// belongs to the caller. While false the grab thread may be writing into it. GUI thread.
+    bool frameDelivered() const;
+
+public slots:
+    /// Hands the buffer back and asks for the next frame. GUI thread.
+    void grab();
+
+signals:
+    /// A frame is in the buffer, or no frame could be had and the buffer is as it was.
+    /// Emitted on the grab thread.
+    void grabDone();
+    void sig_debug_Message(QStringList parts);
+
+protected:
+    void run() override;
+
+private:
+    void deliverFrame();
+
+    // Written by the GUI thread before start(), which orders them before run().
+    OV5642Camera* m_camera = nullptr;
+    uchar* m_destination = nullptr;
+    quint32 m_copySize_bytes = 0;
+
+    // Written by the GUI thread, read by run().
+    std::atomic<bool> m_stop{false};
+    // Also says who owns the destination buffer. Set (release) by the GUI thread when it has
+    // done with the buffer, cleared (release) by run() when the frame is complete in it; each
+    // side reads it with acquire before it touches the buffer.
+    std::atomic<bool> m_grab{false};
+};

@@ -1,0 +1,254 @@
+#include "camera/OV5642Camera.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include <QThread>
+
+#include "camera/YuvConversion.h"
+#include "platform/DebugLog.h"
+#include "platform/DeviceCalls.h"
+
+v4l2_buffer g_v4l2_buffer = {};
+
+namespace {
+
+struct CameraModeRecord
+{
+    quint32 width_px;
+    quint32 height_px;
+    const char* busFailure;
+};
+
+constexpr CameraModeRecord kCameraModes[] = {
+    {640, 480, "[Error] I2C failed: VGA"},
+    {1280, 960, "[Error] I2C failed: 1280"},
+    {2592, 1944, "[Error] I2C failed: 5M"},
+};
+static_assert(std::size(kCameraModes) == kCameraModeCount, "one record per mode");
+
+constexpr quint32 kYuyvBytesPerPixel = 2;
+constexpr quint32 kRgbBytesPerPixel = 3;
+
+constexpr unsigned int kCapturePause_us = 10000;
+constexpr int kFrameTimeout_ms = 1000;
+
+v4l2_buffer emptyBufferRecord()
+{
+    v4l2_buffer record = {};
+    record.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    record.memory = V4L2_MEMORY_MMAP;
+    return record;
+}
+
+// Starts or stops the stream. False if the driver refuses.
+bool switchStream(int fd, unsigned long request)
+{
+    int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    return deviceCalls().captureIoctl(fd, request, &type) == 0;
+}
+
+} // namespace
+
+OV5642Camera::CaptureSync::CaptureSync()
+{
+    pthread_mutex_init(&mutex, nullptr);
+    pthread_cond_init(&condition, nullptr);
+}
+
+OV5642Camera::CaptureSync::~CaptureSync()
+{
+    pthread_cond_destroy(&condition);
+    pthread_mutex_destroy(&mutex);
+}
+
+// ---- open ----
+
+// The log shows the signature, so the path stays a value.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
+bool OV5642Camera::open(int mode, std::string settingsFile, bool withInitTable)
+{
+    logMessage(this, {Q_FUNC_INFO, "camera_mode:", QString::number(mode), ", ini_file",
+                      QString::fromStdString(settingsFile)});
+    // A capture thread that still runs would go on using the buffers that are replaced here.
+    if (isStreaming())
+        close();
+    if (mode < 0 || mode >= kCameraModeCount)
+        return failOpen();
+    selectMode(mode);
+    buildWorkTable(settingsFile, withInitTable);
+    openDevice();
+    if (const char* failure = startStream()) {
+        logMessage(this, {Q_FUNC_INFO, failure});
+        return failOpen();
+    }
+    if (setRegisters(m_workTable.size()) < 0)
+        logMessage(this, {Q_FUNC_INFO, kCameraModes[m_mode].busFailure});
+    m_frames.allocate(std::size_t(m_width_px) * m_height_px * kYuyvBytesPerPixel);
+    if (!startCaptureThread()) {
+        // Without this the driver would refuse every later change of format.
+        switchStream(m_fd, VIDIOC_STREAMOFF);
+        return failOpen();
+    }
+    m_openFailed = false;
+    return true;
+}
+
+void OV5642Camera::selectMode(int mode)
+{
+    m_mode = mode;
+    m_width_px = kCameraModes[mode].width_px;
+    m_height_px = kCameraModes[mode].height_px;
+    m_rgbFrameSize_bytes = m_width_px * m_height_px * kRgbBytesPerPixel;
+}
+
+void OV5642Camera::buildWorkTable(const std::string& settingsFile, bool withInitTable)
+{
+    m_workTable.clear();
+    if (withInitTable) {
+        const std::size_t count = countBeforeTerminator(ov5642_vga_crop_init_reg, kInitTableLength);
+        m_workTable.assign(ov5642_vga_crop_init_reg, ov5642_vga_crop_init_reg + count);
+    }
+    if (!loadRegisters(settingsFile))
+        return;
+    for (const CalibrationRecord& record : m_calibration.at(m_mode))
+        m_workTable.push_back({record.address, static_cast<quint8>(record.value & 0xFF)});
+}
+
+// Sets the format, maps every buffer that the driver grants and starts the stream. Null, or
+// the text that says what the driver refused.
+const char* OV5642Camera::startStream()
+{
+    // Field order and bytes per line are left to the driver.
+    v4l2_format format = {};
+    format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    format.fmt.pix.width = m_width_px;
+    format.fmt.pix.height = m_height_px;
+    format.fmt.pix.pixelformat = V4L2_PIX_FMT_YUYV;
+    if (deviceCalls().captureIoctl(m_fd, VIDIOC_S_FMT, &format) != 0)
+        return "[Error] VIDIOC_S_FMT !";
+
+    m_ownRgb = allocateZeroed(m_rgbFrameSize_bytes);
+    m_grabRgb = allocateZeroed(m_rgbFrameSize_bytes);
+
+    v4l2_requestbuffers request = {};
+    request.count = FrameSlots::kCount;
+    request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    request.memory = V4L2_MEMORY_MMAP;
+    if (deviceCalls().captureIoctl(m_fd, VIDIOC_REQBUFS, &request) != 0)
+        return "[Error] VIDIOC_REQBUFS !";
+    for (quint32 i = 0; i < request.count; ++i) {
+        if (const char* failure = mapBuffer(i))
+            return failure;
+    }
+    return switchStream(m_fd, VIDIOC_STREAMON) ? nullptr : "[Error] VIDIOC_STREAMON !";
+}
+
+const char* OV5642Camera::mapBuffer(quint32 index)
+{
+    v4l2_buffer record = emptyBufferRecord();
+    record.index = index;
+    if (deviceCalls().captureIoctl(m_fd, VIDIOC_QUERYBUF, &record) != 0)
+        return "[Error] VIDIOC_QUERYBUF !";
+    if (!m_buffers.map(m_fd, record.length, record.m.offset))
+        return "[Error] mmap !";
+    if (deviceCalls().captureIoctl(m_fd, VIDIOC_QBUF, &record) != 0)
+        return "[Error] VIDIOC_QBUF !";
+    return nullptr;
+}
+
+bool OV5642Camera::startCaptureThread()
+{
+    m_sync.emplace();
+    // Set first, for the thread runs only while it is.
+    m_streaming.store(true, std::memory_order_release);
+    return pthread_create(&m_captureThread, nullptr, video_grabber_thread, this) == 0;
+}
+
+bool OV5642Camera::failOpen()
+{
+    m_streaming.store(false, std::memory_order_release);
+    m_sync.reset();
+    freeFrames();
+    m_openFailed = true;
+    return false;
+}
+
+void OV5642Camera::freeFrames()
+{
+    m_buffers.unmapAll();
+    m_frames.release();
+    m_ownRgb.reset();
+    m_grabRgb.reset();
+    m_workTable.clear();
+}
+
+// ---- close ----
+
+bool OV5642Camera::close()
+{
+    const bool wasStreaming = m_streaming.exchange(false, std::memory_order_acq_rel);
+    m_sync.reset();
+    bool good = true;
+    if (wasStreaming)
+        good = pthread_join(m_captureThread, nullptr) == 0;
+    if (!switchStream(m_fd, VIDIOC_STREAMOFF)) {
+        logMessage(this, {Q_FUNC_INFO, "[Error] VIDIOC_STREAMOFF"});
+        good = false;
+    }
+    freeFrames();
+    return good;
+}
+
+// ---- capture thread ----
+
+void* video_grabber_thread(void* camera)
+{
+    auto* self = static_cast<OV5642Camera*>(camera);
+    while (self->isStreaming())
+        self->captureFrame();
+    pthread_exit(nullptr);
+}
+
+void OV5642Camera::captureFrame()
+{
+    deviceCalls().pause(kCapturePause_us);
+    if (deviceCalls().waitReadable(m_fd, kFrameTimeout_ms) <= 0)
+        return;
+    g_v4l2_buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    g_v4l2_buffer.memory = V4L2_MEMORY_MMAP;
+    if (deviceCalls().captureIoctl(m_fd, VIDIOC_DQBUF, &g_v4l2_buffer) != 0)
+        return;
+    // A frame whose slot is being read is given up, as is one of an index never granted.
+    if (const CaptureBuffers::Buffer* buffer = m_buffers.at(g_v4l2_buffer.index)) {
+        m_frames.write(g_v4l2_buffer.index, static_cast<const uchar*>(buffer->start),
+                       std::min(g_v4l2_buffer.bytesused, buffer->length_bytes));
+    }
+    deviceCalls().captureIoctl(m_fd, VIDIOC_QBUF, &g_v4l2_buffer);
+}
+
+// ---- frames ----
+
+uchar* OV5642Camera::getFrame(bool first, uchar second, uchar third, uchar fourth)
+{
+    unsigned int bufferIndex = 0;
+    return getFrame(bufferIndex, first, second, third, fourth);
+}
+
+uchar* OV5642Camera::getFrame(unsigned int& bufferIndex, bool /*first*/, uchar /*second*/, uchar /*third*/,
+                              uchar /*fourth*/)
+{
+    const FrameSlots::Reader frame = m_frames.readNewest();
+    bufferIndex = frame.bufferIndex();
+    ZeroedBytes& rgb = rgbBufferOfCaller();
+    if (frame.bytes() == nullptr)
+        rgb.reset();
+    else
+        sws_yuv2rgb24(m_width_px, static_cast<int>(m_height_px), frame.bytes(), rgb.get());
+    return rgb.get();
+}
+
+ZeroedBytes& OV5642Camera::rgbBufferOfCaller()
+{
+    return QThread::currentThread() == thread() ? m_ownRgb : m_grabRgb;
+}

@@ -1,0 +1,45 @@
+#include "settings/CalibrationFile.h"
+
+#include <string>
+#include <vector>
+
+#include "settings/IniFile.h"
+
+namespace {
+
+constexpr const char* kSections[] = {"VGA", "1280", "5M"};
+static_assert(std::size(kSections) == kResolutionCount);
+
+constexpr char kDefaultValue[] = "0x0000";
+
+QString address(quint16 registerAddress)
+{
+    return QString::asprintf("0x%04X", registerAddress);
+}
+
+} // namespace
+
+void loadCalibration(const CalibrationFile& file, const RegisterIndex& registers, global_ini_t& record,
+                     const std::function<void(const QString& line)>& log)
+{
+    for (int row = 0; row < kResolutionCount; ++row) {
+        for (int column = 0; column < kRegisterCount; ++column) {
+            const QString key = address(registers[column]);
+            std::string value;
+            ini_read(kSections[row], key.toStdString(), kDefaultValue, value, file.fileName);
+            const quint16 byte = QString::fromStdString(value).toUShort(nullptr, 16);
+            (record.*file.table)[row][column] = byte;
+            log(QStringLiteral("%1 %2, %3").arg(QLatin1String(file.logTag), key, address(byte)));
+        }
+    }
+}
+
+bool saveCalibration(const CalibrationFile& file, const RegisterIndex& registers, const global_ini_t& record)
+{
+    std::vector<IniEntry> entries;
+    for (int row = 0; row < kResolutionCount; ++row)
+        for (int column = 0; column < kRegisterCount; ++column)
+            entries.push_back({kSections[row], address(registers[column]).toStdString(),
+                               QString::asprintf("0x%02X", (record.*file.table)[row][column]).toStdString()});
+    return writeIniEntries(entries, file.fileName);
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <functional>
+
+#include <QString>
+
+#include "settings/GlobalIni.h"
+#include "settings/SettingsFiles.h"
+
+constexpr int kResolutionCount = 3;
+constexpr int kRegisterCount = 10;
+
+/// The sensor registers in the column order of the record's tables: g_RegIdx.
+using RegisterIndex = quint16[kRegisterCount];
+
+/// A calibration file and the table of the record that it fills. Sections "VGA", "1280" and
+/// "5M" are the rows; the keys are register addresses ("0x3501"), the values register bytes.
+struct CalibrationFile
+{
+    const char* fileName;
+    const char* logTag;
+    quint16 (global_ini_t::*table)[kResolutionCount][kRegisterCount];
+};
+
+/// In the order in which they are loaded and saved.
+constexpr CalibrationFile kCalibrationFiles[] = {
+    {kCusCalibrationFile, "[CUS_CAL_INI]", &global_ini_t::CUS_reg},
+    {kBfnCalibrationFile, "[BFN_CAL_INI]", &global_ini_t::BFN_reg},
+};
+
+/// Loads all rows. Values are hexadecimal with or without "0x"; what is missing or is no such
+/// number in 16 bits becomes 0. log gets one line for each register, "TAG 0x3501, 0x001E".
+void loadCalibration(const CalibrationFile& file, const RegisterIndex& registers, global_ini_t& record,
+                     const std::function<void(const QString& line)>& log);
+
+/// Saves all rows as "0x%02X", as one replacement of the file. Returns whether it succeeded;
+/// the debug stream tells why not.
+bool saveCalibration(const CalibrationFile& file, const RegisterIndex& registers, const global_ini_t& record);

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QSettings>
+#include <QString>
+
+#include "settings/GlobalIni.h"
+#include "settings/SerialNumber.h"
+
+/// What the main settings file holds beyond the record: texts that only the window shows.
+struct MainSettingsTexts
+{
+    SerialParts serial;
+    QString version;
+};
+
+/// Loads the record's values and returns the texts. Where a key is missing: skip frame 5, LED
+/// 225, Z reference 32000, serial "OR3-00-00000", Zig mode "On" (only exactly that text is
+/// on), version "0.0.1". An integer that is no number becomes 0. GUI thread.
+MainSettingsTexts loadMainSettings(QSettings& settings, global_ini_t& record);
+
+/// Sets what belongs to the open page of TAB_MENU (kTabStage: Z reference and the four values
+/// derived from it; kTabCamera: LED; kTabQc: serial number, magnification and volume factor
+/// if both were measured, skip frame), and the version in any case. GUI thread.
+void saveMainSettings(QSettings& settings, const global_ini_t& record, int tab,
+                      const MainSettingsTexts& texts);
+
+/// Whether magnification and volume factor are both known: saved together or not at all.
+bool hasOpticalCalibration(const global_ini_t& record);
+
+/// The record's value as it is saved: rounded to 4 decimals, half away from zero.
+double savedMagnification(const global_ini_t& record);
+
+/// The record's value as it is saved: rounded to 5 decimals, half away from zero.
+double savedVolumeFactor(const global_ini_t& record);

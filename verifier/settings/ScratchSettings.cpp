@@ -1,0 +1,58 @@
+#include "settings/ScratchSettings.h"
+
+#include <QFile>
+
+namespace {
+
+// Can be neither read nor created, whoever runs the program.
+const QString kNowhere = QStringLiteral("/dev/null/settings");
+
+// A key in a group that sorts behind all others, and how the two stand in a file.
+const QString kEndMark = QStringLiteral("\uFFFF/end");
+constexpr char kEndLines[] = "[%UFFFF]\nend=1\n";
+
+// Takes the end mark away, with the empty line that parts its group from the last one.
+// False if the content does not end with it.
+bool takeEndMark(QByteArray& content)
+{
+    if (!content.endsWith(kEndLines))
+        return false;
+    content.chop(static_cast<int>(qstrlen(kEndLines)));
+    if (!content.isEmpty())
+        content.chop(1);
+    return true;
+}
+
+} // namespace
+
+ScratchSettings::ScratchSettings(const QString& path, const QByteArray& content, QSettings::Format format)
+    : m_path(path)
+{
+    QFile copy(path);
+    if (path.isEmpty() || !copy.open(QIODevice::WriteOnly) || copy.write(content) != content.size() ||
+        !copy.flush())
+        m_reason = copy.errorString();
+    m_settings = std::make_unique<QSettings>(m_reason.isEmpty() ? path : kNowhere, format);
+}
+
+ScratchSettings::~ScratchSettings() = default;
+
+bool ScratchSettings::finish(QByteArray& content, QString& reason)
+{
+    // The status does not tell: QSettings passes over a write that fails in the last block,
+    // and after a format error over every failure. What ends with the mark is complete.
+    m_settings->setValue(kEndMark, 1);
+    m_settings->sync();
+    reason = m_reason;
+    if (!reason.isEmpty())
+        return false;
+
+    QFile written(m_path);
+    if (written.open(QIODevice::ReadOnly))
+        content = written.readAll();
+    if (written.error() != QFileDevice::NoError)
+        reason = written.errorString();
+    else if (!takeEndMark(content))
+        reason = QStringLiteral("scratch file cannot be written");
+    return reason.isEmpty();
+}

@@ -1,0 +1,12 @@
+#pragma once
+
+/// Fixed paths of the instrument's settings files.
+constexpr char kMainSettingsFile[] = "/opt/ORLA3/conf/ORLA3.ini";
+constexpr char kCusCalibrationFile[] = "/opt/ORLA3/conf/Calibration_CUS.ini";
+constexpr char kBfnCalibrationFile[] = "/opt/ORLA3/conf/Calibration_BFN.ini";
+constexpr char kStageFile[] = "/root/Orla2/Orla2.ini"; ///< kept by the instrument's previous generation
+
+/// Pages of TAB_MENU: Save writes what belongs to the open one.
+constexpr int kTabStage = 0;
+constexpr int kTabCamera = 1;
+constexpr int kTabQc = 2;
