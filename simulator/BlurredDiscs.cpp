@@ -20,7 +20,8 @@ public:
     NormalIntegral()
     {
         for (int i = 0; i <= kSteps; ++i) {
-            const double x = -kLimit + i / kStepsPerUnit;
+            // An entry stands for the middle of its step, so that looking up can just cut off.
+            const double x = -kLimit + (i + 0.5) / kStepsPerUnit;
             m_values[static_cast<std::size_t>(i)] = static_cast<float>(0.5 * std::erfc(-x / std::sqrt(2.0)));
         }
     }
@@ -29,7 +30,7 @@ public:
     {
         const float limit = static_cast<float>(kLimit);
         const float steps = (std::clamp(x, -limit, limit) + limit) * kStepsPerUnit;
-        return m_values[static_cast<std::size_t>(steps + 0.5F)];
+        return m_values[static_cast<std::size_t>(steps)];
     }
 
 private:

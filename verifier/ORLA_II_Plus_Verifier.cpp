@@ -6,7 +6,6 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QMessageBox>
-#include <QProcess>
 #include <QSettings>
 #include <QTimer>
 
@@ -17,6 +16,7 @@
 #include "debug/DebugController.h"
 #include "debug/DebugFormat.h"
 #include "debug/DebugMessage.h"
+#include "platform/ChildProcess.h"
 #include "platform/DebugLog.h"
 #include "platform/DeviceCalls.h"
 #include "platform/InstrumentPath.h"
@@ -29,7 +29,6 @@ namespace {
 constexpr int kWindowWidth_px = 800;
 constexpr int kWindowHeight_px = 480;
 constexpr int kSyncInterval_ms = 1000;
-constexpr int kScriptTimeout_ms = 30000;
 
 constexpr const char* kDisplayLayerParameter = "/sys/module/disp/parameters/disp_layer_protect";
 constexpr const char* kInstrumentDirectory = "/opt/ORLA3";
@@ -217,10 +216,7 @@ void ORLA_II_Plus_Verifier::on_BUTTON_PASSWORD_clicked()
 {
     logMessage(this, {Q_FUNC_INFO});
     const QString script = QString("%1%2/set_password.sh").arg(kInstrumentDirectory, kScriptDirectory);
-    QProcess process;
-    process.start(instrumentPath(script), QStringList(), QIODevice::ReadWrite);
-    process.waitForFinished(kScriptTimeout_ms);
-    process.close();
+    runChildProcess(instrumentPath(script), QStringList());
     QMessageBox::information(this, kMessageTitle, "The serial number has been set as the password!",
                              QMessageBox::Ok);
 }

@@ -6,6 +6,7 @@
 #include "camera/OV5642Camera.h"
 #include "platform/DebugLog.h"
 #include "platform/DeviceCalls.h"
+#include "settings/SettingsFiles.h"
 #include "ui_ORLA_II_Plus_Verifier.h"
 
 namespace {
@@ -66,7 +67,7 @@ void ORLA_II_Plus_Verifier::stopForSwitch()
 /// that cannot be opened starts it all the same: the view shows what its buffer holds.
 void ORLA_II_Plus_Verifier::openCamera(int mode)
 {
-    m_registerFile = m_stained ? kSettingsFileCus : kSettingsFileBfn;
+    m_registerFile = m_stained ? kCusCalibrationFile : kBfnCalibrationFile;
     m_camera->open(mode, m_registerFile, false);
     m_frameWidth_px = m_camera->width();
     m_frameHeight_px = m_camera->height();

@@ -8,6 +8,7 @@
 
 #include "camera/OV5642Camera.h"
 #include "settings/GlobalIni.h"
+#include "settings/SettingsFiles.h"
 #include "tests/support/CameraCalls.h"
 
 namespace {
@@ -198,9 +199,9 @@ private slots:
         OV5642Camera camera;
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
         machine.failCall("write", 4, 2);
-        QVERIFY(camera.open(mode, kSettingsFileCus, false));
+        QVERIFY(camera.open(mode, kCusCalibrationFile, false));
         QCOMPARE(messages(spy),
-                 QList<QStringList>({opening(mode, kSettingsFileCus), {kOpenText, kModes[mode].busFailure}}));
+                 QList<QStringList>({opening(mode, kCusCalibrationFile), {kOpenText, kModes[mode].busFailure}}));
         QVERIFY(camera.isStreaming());
     }
 
@@ -219,7 +220,7 @@ private slots:
         machine.failCall("ioctl", CameraCalls::kAlways);
         OV5642Camera camera;
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        QVERIFY(camera.open(1, kSettingsFileCus, false));
+        QVERIFY(camera.open(1, kCusCalibrationFile, false));
         QCOMPARE(spy.count(), 1);
     }
 
@@ -248,8 +249,8 @@ private slots:
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
         machine.clearLog();
         machine.failCall(call, n);
-        QVERIFY(!camera.open(1, kSettingsFileCus, false));
-        QCOMPARE(messages(spy), QList<QStringList>({opening(1, kSettingsFileCus), {kOpenText, message}}));
+        QVERIFY(!camera.open(1, kCusCalibrationFile, false));
+        QCOMPARE(messages(spy), QList<QStringList>({opening(1, kCusCalibrationFile), {kOpenText, message}}));
         checkClosed(camera, machine);
 
         // Everything up to the refused call, then what was mapped is unmapped, and no more.
@@ -267,7 +268,7 @@ private slots:
             expected << QString("munmap %1").arg(1280 * 960 * 2);
         QCOMPARE(machine.calls(), expected);
 
-        QVERIFY(camera.open(1, kSettingsFileCus, false));
+        QVERIFY(camera.open(1, kCusCalibrationFile, false));
         QVERIFY(camera.close());
         QCOMPARE(machine.liveMappings(), 0);
     }

@@ -6,6 +6,7 @@
 
 #include "camera/OV5642Camera.h"
 #include "settings/GlobalIni.h"
+#include "settings/SettingsFiles.h"
 #include "tests/support/CameraCalls.h"
 
 namespace {
@@ -147,7 +148,7 @@ private slots:
     {
         CameraCalls machine;
         OV5642Camera camera;
-        openMode(camera, machine, kMode1280, kSettingsFileBfn);
+        openMode(camera, machine, kMode1280, kBfnCalibrationFile);
         machine.setMissing(CameraCalls::kBus, true);
         for (int i = 0; i < 10; ++i) {
             quint16 value = 0xFFFF;
@@ -276,7 +277,7 @@ private slots:
         OV5642Camera camera;
         for (int i = 0; i < 10; ++i)
             g_RegIdx[i] = 0x5000 + i;
-        QVERIFY(camera.loadRegisters(kSettingsFileCus));
+        QVERIFY(camera.loadRegisters(kCusCalibrationFile));
         for (int i = 0; i < 10; ++i)
             QCOMPARE(camera.calibrationRecord(kModeVga, i).address, quint16(0x5000 + i));
     }
@@ -306,7 +307,7 @@ private slots:
     {
         CameraCalls machine;
         OV5642Camera camera;
-        openMode(camera, machine, kModeVga, kSettingsFileCus);
+        openMode(camera, machine, kModeVga, kCusCalibrationFile);
         QCOMPARE(camera.setRegisters(3), 3);
         const QStringList expected = {kOpenBus,         kAddress,         "write 35 01 01",
                                       kPause,           "write 35 02 02", kPause,
@@ -318,7 +319,7 @@ private slots:
     {
         CameraCalls machine;
         OV5642Camera camera;
-        openMode(camera, machine, kModeVga, kSettingsFileCus);
+        openMode(camera, machine, kModeVga, kCusCalibrationFile);
         QCOMPARE(camera.setRegisters(0), 0);
         QCOMPARE(machine.calls(), QStringList({kOpenBus, kAddress, kCloseBus}));
     }
@@ -328,7 +329,7 @@ private slots:
         CameraCalls machine;
         OV5642Camera camera;
         QCOMPARE(camera.setRegisters(5), 0);
-        openMode(camera, machine, kModeVga, kSettingsFileCus);
+        openMode(camera, machine, kModeVga, kCusCalibrationFile);
         QCOMPARE(camera.setRegisters(1000), 10);
         QCOMPARE(machine.calls().filter("write").size(), 10);
     }
@@ -349,7 +350,7 @@ private slots:
         QFETCH(int, result);
         CameraCalls machine;
         OV5642Camera camera;
-        openMode(camera, machine, kModeVga, kSettingsFileAutoExposure);
+        openMode(camera, machine, kModeVga, kAutoExposureFile);
         machine.failCall("write", n, result);
         QCOMPARE(camera.setRegisters(10), -1);
         QCOMPARE(machine.calls().filter("write").size(), 10);
@@ -361,7 +362,7 @@ private slots:
     {
         CameraCalls machine;
         OV5642Camera camera;
-        openMode(camera, machine, kModeVga, kSettingsFileCus);
+        openMode(camera, machine, kModeVga, kCusCalibrationFile);
         machine.setMissing(CameraCalls::kBus, true);
         QCOMPARE(camera.setRegisters(10), 0);
         QCOMPARE(machine.calls(), QStringList({kOpenBus}));
@@ -371,7 +372,7 @@ private slots:
     {
         CameraCalls machine;
         OV5642Camera camera;
-        openMode(camera, machine, kModeVga, kSettingsFileCus);
+        openMode(camera, machine, kModeVga, kCusCalibrationFile);
         machine.failCall("ioctl", 1);
         QCOMPARE(camera.setRegisters(10), 0);
         QCOMPARE(machine.calls(), QStringList({kOpenBus, kAddress}));

@@ -1,6 +1,5 @@
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <thread>
 #include <vector>
 
@@ -11,99 +10,9 @@
 #include <QElapsedTimer>
 #include <QtTest>
 
-#include "simulator/SimulatedDeviceCalls.h"
+#include "SimulatedCameraBench.h"
 
-namespace {
-
-constexpr unsigned long kForcedAddress = 0x0706;
-constexpr unsigned long kPlainAddress = 0x0703;
-constexpr unsigned long kSensor = 0x3C;
-constexpr std::size_t kVgaBytes = 640UL * 480UL * 2UL;
-
-SimulatedCameraParameters quickParameters()
-{
-    SimulatedCameraParameters parameters;
-    parameters.instantPauses = true;
-    return parameters;
-}
-
-/// A simulated camera whose stage and light the test sets.
-struct Bench
-{
-    explicit Bench(const SimulatedCameraParameters& parameters = quickParameters())
-        : calls(parameters, [this](InstrumentTime) {
-              return LightPath{stagePosition_steps.load(), true, ledLevel.load()};
-          })
-    {
-    }
-
-    int openSensor()
-    {
-        const int fd = calls.open("/dev/i2c-1", O_RDWR);
-        return calls.ioctl(fd, kForcedAddress, kSensor) == 0 ? fd : -1;
-    }
-    ssize_t write(int fd, std::vector<std::uint8_t> bytes)
-    {
-        return calls.write(fd, bytes.data(), bytes.size());
-    }
-    int readRegister(int fd, unsigned address)
-    {
-        std::uint8_t value = 0;
-        if (write(fd, {std::uint8_t(address >> 8U), std::uint8_t(address)}) != 2 ||
-            calls.read(fd, &value, 1) != 1)
-            return -1;
-        return value;
-    }
-    /// Opens the video device, maps and queues four buffers and starts; -1 if a step fails.
-    int startStream(int flags = O_RDWR | O_NONBLOCK)
-    {
-        const int fd = calls.open("/dev/video0", flags);
-        v4l2_requestbuffers request{};
-        request.count = 4;
-        request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-        request.memory = V4L2_MEMORY_MMAP;
-        int failures = calls.captureIoctl(fd, VIDIOC_REQBUFS, &request);
-        for (unsigned index = 0; index < 4; ++index) {
-            v4l2_buffer buffer = bufferOf(index);
-            failures += calls.captureIoctl(fd, VIDIOC_QUERYBUF, &buffer);
-            memory[index] =
-                calls.mmap(buffer.length, PROT_READ | PROT_WRITE, MAP_SHARED, fd, buffer.m.offset);
-            failures += memory[index] == MAP_FAILED ? -1 : 0;
-            failures += calls.captureIoctl(fd, VIDIOC_QBUF, &buffer);
-        }
-        int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-        failures += calls.captureIoctl(fd, VIDIOC_STREAMON, &type);
-        return failures == 0 ? fd : -1;
-    }
-    void stopStream(int fd)
-    {
-        int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-        QCOMPARE(calls.captureIoctl(fd, VIDIOC_STREAMOFF, &type), 0);
-        for (void* address : memory)
-            QCOMPARE(calls.munmap(address, kVgaBytes), 0);
-        QCOMPARE(calls.close(fd), 0);
-    }
-    static v4l2_buffer bufferOf(unsigned index)
-    {
-        v4l2_buffer buffer{};
-        buffer.index = index;
-        buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-        buffer.memory = V4L2_MEMORY_MMAP;
-        return buffer;
-    }
-    int dequeue(int fd, v4l2_buffer& buffer)
-    {
-        buffer = bufferOf(0);
-        return calls.captureIoctl(fd, VIDIOC_DQBUF, &buffer);
-    }
-
-    std::atomic<double> stagePosition_steps{32000.0};
-    std::atomic<int> ledLevel{225};
-    SimulatedDeviceCalls calls;
-    void* memory[4] = {};
-};
-
-} // namespace
+using Bench = SimulatedCameraBench;
 
 class TestSimulatedDeviceCalls : public QObject
 {
@@ -363,43 +272,6 @@ private slots:
         QCOMPARE(bench.calls.ioctl(fd, kForcedAddress, kSensor), 0);
     }
 
-    void faultsAreReadFromTheirText_data()
-    {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<bool>("isFault");
-        for (const CameraFaultText& fault : cameraFaultTexts()) {
-            const bool isRequest = fault.fault == CameraFault::RequestFails;
-            QTest::newRow(fault.name) << QByteArray(fault.name) << !isRequest;
-        }
-        QTest::newRow("request only") << QByteArray("ioctl:VIDIOC_QBUF") << true;
-        QTest::newRow("request and errno") << QByteArray("ioctl:VIDIOC_QBUF:EBUSY") << true;
-        QTest::newRow("all of it") << QByteArray("ioctl:VIDIOC_QBUF:EBUSY:12") << true;
-        QTest::newRow("too much") << QByteArray("ioctl:VIDIOC_QBUF:EBUSY:12:1") << false;
-        QTest::newRow("no such request") << QByteArray("ioctl:VIDIOC_MAKE_TEA") << false;
-        QTest::newRow("no such errno") << QByteArray("ioctl:VIDIOC_QBUF:ETEA") << false;
-        QTest::newRow("not a number") << QByteArray("mmap:x") << false;
-        QTest::newRow("0th call") << QByteArray("mmap:0") << false;
-        QTest::newRow("number and more") << QByteArray("mmap:2x") << false;
-        QTest::newRow("nothing to count") << QByteArray("stall:2") << false;
-        QTest::newRow("no such fault") << QByteArray("tea") << false;
-        QTest::newRow("empty") << QByteArray() << false;
-    }
-
-    void faultsAreReadFromTheirText()
-    {
-        QFETCH(QByteArray, text);
-        QFETCH(bool, isFault);
-        CameraFaults faults;
-        QCOMPARE(faults.enable(text.toStdString()), isFault);
-        int on = 0;
-        for (const CameraFaultText& fault : cameraFaultTexts())
-            on += faults.isOn(fault.fault) ? 1 : 0;
-        QCOMPARE(on, isFault ? 1 : 0);
-        faults.clear();
-        for (const CameraFaultText& fault : cameraFaultTexts())
-            QVERIFY(!faults.isOn(fault.fault));
-    }
-
     void mappingsAreRefusedAsTheKernelDoes_data()
     {
         QTest::addColumn<int>("protection");
@@ -616,15 +488,6 @@ private slots:
                             entry(CallKind::Request, "VIDIOC_S_FMT", "1280x960")}));
         bench.calls.trace().clear();
         QVERIFY(bench.calls.trace().calls().empty());
-    }
-
-    void theTraceForgetsTheOldest()
-    {
-        CallTrace trace(3);
-        for (int i = 0; i < 5; ++i)
-            trace.add({CallKind::BusWrite, {}, std::to_string(i), 0});
-        QCOMPARE(trace.calls().size(), std::size_t(3));
-        QCOMPARE(trace.calls().front().details, std::string("2"));
     }
 
     void pausesAndSyncsAreCounted_data()

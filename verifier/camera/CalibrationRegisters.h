@@ -13,11 +13,6 @@ enum CameraMode : int {
 };
 constexpr int kCameraModeCount = 3;
 
-/// The settings files whose register values can be loaded into a calibration set.
-constexpr const char* kSettingsFileCus = "/opt/ORLA3/conf/Calibration_CUS.ini";
-constexpr const char* kSettingsFileBfn = "/opt/ORLA3/conf/Calibration_BFN.ini";
-constexpr const char* kSettingsFileAutoExposure = "/opt/ORLA3/conf/AutoExposure.ini";
-
 constexpr int kCalibrationRegisterCount = 10;
 
 /// Addresses of the ten sensor registers that are calibrated per resolution mode, in the

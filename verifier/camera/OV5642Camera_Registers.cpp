@@ -5,6 +5,7 @@
 
 #include "camera/SensorBus.h"
 #include "settings/GlobalIni.h"
+#include "settings/SettingsFiles.h"
 
 quint16 g_RegIdx[kCalibrationRegisterCount] = {};
 
@@ -20,9 +21,9 @@ struct SettingsBlock
 
 // Which block of the settings record was loaded from which file.
 constexpr SettingsBlock kSettingsBlocks[] = {
-    {kSettingsFileCus, &global_ini_t::CUS_reg},
-    {kSettingsFileBfn, &global_ini_t::BFN_reg},
-    {kSettingsFileAutoExposure, &global_ini_t::AE_reg},
+    {kCusCalibrationFile, &global_ini_t::CUS_reg},
+    {kBfnCalibrationFile, &global_ini_t::BFN_reg},
+    {kAutoExposureFile, &global_ini_t::AE_reg},
 };
 
 // Window width and height, then where the read-out starts; each high byte first.

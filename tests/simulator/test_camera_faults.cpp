@@ -1,0 +1,59 @@
+#include <QtTest>
+
+#include "simulator/CallTrace.h"
+#include "simulator/CameraFaults.h"
+
+class TestCameraFaults : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void faultsAreReadFromTheirText_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<bool>("isFault");
+        for (const CameraFaultText& fault : cameraFaultTexts()) {
+            const bool isRequest = fault.fault == CameraFault::RequestFails;
+            QTest::newRow(fault.name) << QByteArray(fault.name) << !isRequest;
+        }
+        QTest::newRow("request only") << QByteArray("ioctl:VIDIOC_QBUF") << true;
+        QTest::newRow("request and errno") << QByteArray("ioctl:VIDIOC_QBUF:EBUSY") << true;
+        QTest::newRow("all of it") << QByteArray("ioctl:VIDIOC_QBUF:EBUSY:12") << true;
+        QTest::newRow("too much") << QByteArray("ioctl:VIDIOC_QBUF:EBUSY:12:1") << false;
+        QTest::newRow("no such request") << QByteArray("ioctl:VIDIOC_MAKE_TEA") << false;
+        QTest::newRow("no such errno") << QByteArray("ioctl:VIDIOC_QBUF:ETEA") << false;
+        QTest::newRow("not a number") << QByteArray("mmap:x") << false;
+        QTest::newRow("0th call") << QByteArray("mmap:0") << false;
+        QTest::newRow("number and more") << QByteArray("mmap:2x") << false;
+        QTest::newRow("nothing to count") << QByteArray("stall:2") << false;
+        QTest::newRow("no such fault") << QByteArray("tea") << false;
+        QTest::newRow("empty") << QByteArray() << false;
+    }
+
+    void faultsAreReadFromTheirText()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(bool, isFault);
+        CameraFaults faults;
+        QCOMPARE(faults.enable(text.toStdString()), isFault);
+        int on = 0;
+        for (const CameraFaultText& fault : cameraFaultTexts())
+            on += faults.isOn(fault.fault) ? 1 : 0;
+        QCOMPARE(on, isFault ? 1 : 0);
+        faults.clear();
+        for (const CameraFaultText& fault : cameraFaultTexts())
+            QVERIFY(!faults.isOn(fault.fault));
+    }
+
+    void theTraceForgetsTheOldest()
+    {
+        CallTrace trace(3);
+        for (int i = 0; i < 5; ++i)
+            trace.add({CallKind::BusWrite, {}, std::to_string(i), 0});
+        QCOMPARE(trace.calls().size(), std::size_t(3));
+        QCOMPARE(trace.calls().front().details, std::string("2"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCameraFaults)
+#include "test_camera_faults.moc"
