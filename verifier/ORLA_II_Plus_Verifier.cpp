@@ -175,13 +175,13 @@ void ORLA_II_Plus_Verifier::slot_connected_controller()
     apply_INI_value();
 }
 
-void ORLA_II_Plus_Verifier::slot_debug_Message(QStringList parts)
+void ORLA_II_Plus_Verifier::slot_debug_Message(const QStringList& parts)
 {
     m_messageConsole->insertPlainText(formatDebugMessage(parts));
     m_messageConsole->ensureCursorVisible();
 }
 
-void ORLA_II_Plus_Verifier::slot_debug_Controller(QString line)
+void ORLA_II_Plus_Verifier::slot_debug_Controller(const QString& line)
 {
     m_controllerConsole->insertPlainText(line);
     m_controllerConsole->ensureCursorVisible();

@@ -62,9 +62,9 @@ public slots:
     /// The board answered: homes the stage and applies the stored settings.
     void slot_connected_controller();
     /// Formats one message into the message console.
-    void slot_debug_Message(QStringList parts);
+    void slot_debug_Message(const QStringList& parts);
     /// Shows one line of controller traffic as sent or received.
-    void slot_debug_Controller(QString line);
+    void slot_debug_Controller(const QString& line);
 
 private slots:
     void on_BUTTON_CONNECT_clicked();
