@@ -46,6 +46,7 @@ ORLA_II_Plus_Verifier::ORLA_II_Plus_Verifier(QWidget* parent)
     m_form->setupUi(this);
     releaseDisplayLayer();
     setFixedSize(kWindowWidth_px, kWindowHeight_px);
+    setAttribute(Qt::WA_OpaquePaintEvent);
     std::copy(kCalibrationRegisters.begin(), kCalibrationRegisters.end(), g_RegIdx);
 
     m_settingsFile = kMainSettingsFile;

@@ -212,6 +212,7 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
 
 private:
+    void paintBackground(QPainter& painter, const QRegion& region);
     void makeFramePicture();
     void paintPicture(QPainter& painter);
     void paintNavigator(QPainter& painter);

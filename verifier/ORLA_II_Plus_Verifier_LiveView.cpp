@@ -4,6 +4,7 @@
 
 #include <QMouseEvent>
 #include <QPainter>
+#include <QStyleOption>
 
 #include "LiveViewGeometry.h"
 #include "camera/GrabThread.h"
@@ -42,12 +43,29 @@ void ORLA_II_Plus_Verifier::makeFramePicture()
     const auto mode = static_cast<std::size_t>(m_cameraMode);
     const QImage frame(m_frameBuffers[mode], m_frameWidth_px, m_frameHeight_px, m_frameWidth_px * 3,
                        QImage::Format_RGB888);
+    // Gone before its successor is made: its memory serves again, still warm.
+    m_framePictures[mode] = QPixmap();
     m_framePictures[mode] = QPixmap::fromImage(frame);
 }
 
-void ORLA_II_Plus_Verifier::paintEvent(QPaintEvent*)
+/// The window is opaque to Qt, which would otherwise fill the live view before every frame
+/// that covers it anyway; so the rest of it is filled here.
+void ORLA_II_Plus_Verifier::paintBackground(QPainter& painter, const QRegion& region)
+{
+    const QRegion uncovered = m_cameraMode < 0 && !m_graphDisplayed ? region : region - m_viewRect;
+    if (uncovered.isEmpty())
+        return;
+    QStyleOption option;
+    option.initFrom(this);
+    painter.setClipRegion(uncovered);
+    style()->drawPrimitive(QStyle::PE_Widget, &option, &painter, this);
+    painter.setClipping(false);
+}
+
+void ORLA_II_Plus_Verifier::paintEvent(QPaintEvent* event)
 {
     QPainter painter(this);
+    paintBackground(painter, event->region());
     if (m_graphDisplayed) {
         paintFocusGraph(painter);
         return;
