@@ -3,8 +3,8 @@
 #include "ORLA_II_Plus_Verifier.h"
 
 #include <QMouseEvent>
+#include <QPaintEvent>
 #include <QPainter>
-#include <QStyleOption>
 
 #include "LiveViewGeometry.h"
 #include "camera/GrabThread.h"
@@ -52,14 +52,10 @@ void ORLA_II_Plus_Verifier::makeFramePicture()
 /// that covers it anyway; so the rest of it is filled here.
 void ORLA_II_Plus_Verifier::paintBackground(QPainter& painter, const QRegion& region)
 {
-    const QRegion uncovered = m_cameraMode < 0 && !m_graphDisplayed ? region : region - m_viewRect;
-    if (uncovered.isEmpty())
-        return;
-    QStyleOption option;
-    option.initFrom(this);
-    painter.setClipRegion(uncovered);
-    style()->drawPrimitive(QStyle::PE_Widget, &option, &painter, this);
-    painter.setClipping(false);
+    const bool covered = m_graphDisplayed || m_cameraMode >= 0;
+    const QRegion bare = covered ? region - m_viewRect : region;
+    for (const QRect& part : bare)
+        painter.fillRect(part, palette().window());
 }
 
 void ORLA_II_Plus_Verifier::paintEvent(QPaintEvent* event)
