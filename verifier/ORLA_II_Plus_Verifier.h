@@ -280,7 +280,8 @@ private slots:
     void on_BUTTON_SAVE_INI_clicked();
 
 private:
-    void logSavedQC(const QString& serial);
+    void logSavedQC(const char* signature, const QString& serial);
+    void logUnsaved(const char* signature, const QString& fixedPath);
 
 private:
     static constexpr int kModes = 3;

@@ -2,6 +2,8 @@
 
 #include "ORLA_II_Plus_Verifier.h"
 
+#include <exception>
+
 #include <QFileDialog>
 #include <QGuiApplication>
 #include <QImageWriter>
@@ -89,7 +91,7 @@ void ORLA_II_Plus_Verifier::writeFrame(const QString& fileName)
         cv::cvtColor(frame, bgr, cv::COLOR_RGB2BGR);
         if (!cv::imwrite(QFile::encodeName(fileName).toStdString(), bgr))
             logMessage(this, {Q_FUNC_INFO, "[Error]", fixedPathOf(fileName)});
-    } catch (const cv::Exception& exception) {
+    } catch (const std::exception& exception) {
         logMessage(this, {Q_FUNC_INFO, "[Error]", fixedPathOf(fileName), exception.what()});
     }
 }

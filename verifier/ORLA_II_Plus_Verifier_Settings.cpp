@@ -58,7 +58,8 @@ void ORLA_II_Plus_Verifier::on_BUTTON_SAVE_INI_clicked()
     SafeSettingsFile file(m_settingsFile);
     set_INI_value(file.settings());
     // A failure is in the log; the box only says that Save is over.
-    file.commit();
+    if (!file.commit())
+        logUnsaved(Q_FUNC_INFO, m_settingsFile);
     QMessageBox::information(this, kMessageTitle, "INI saved !", QMessageBox::Ok);
 }
 
@@ -70,24 +71,32 @@ void ORLA_II_Plus_Verifier::set_INI_value(QSettings& settings)
     const MainSettingsTexts texts{{m_form->EDIT_SERIAL_MIDFIX->text(), m_form->EDIT_SERIAL_SUFFIX->text()},
                                   m_form->LABEL_VERSION->text()};
     if (tab == kTabStage) {
-        saveStageFile(record);
+        if (!saveStageFile(record))
+            logUnsaved(Q_FUNC_INFO, kStageFile);
     } else if (tab == kTabCamera) {
         for (const CalibrationFile& file : kCalibrationFiles)
-            saveCalibration(file, g_RegIdx, record);
+            if (!saveCalibration(file, g_RegIdx, record))
+                logUnsaved(Q_FUNC_INFO, file.fileName);
     } else if (tab == kTabQc) {
-        logSavedQC(composeSerialNumber(texts.serial));
+        logSavedQC(Q_FUNC_INFO, composeSerialNumber(texts.serial));
     }
     saveMainSettings(settings, record, tab, texts);
 }
 
-void ORLA_II_Plus_Verifier::logSavedQC(const QString& serial)
+void ORLA_II_Plus_Verifier::logSavedQC(const char* signature, const QString& serial)
 {
-    logMessage(this, {Q_FUNC_INFO, "------> Serial number :", serial});
+    logMessage(this, {signature, "------> Serial number :", serial});
     const global_ini_t& record = *global_ini();
     if (!hasOpticalCalibration(record))
         return;
-    logMessage(this, {Q_FUNC_INFO, "------> global_ini()->System.Magnification :",
+    logMessage(this, {signature, "------> global_ini()->System.Magnification :",
                       QString::number(savedMagnification(record))});
-    logMessage(this, {Q_FUNC_INFO, "------> global_ini()->System.Volume_factor :",
+    logMessage(this, {signature, "------> global_ini()->System.Volume_factor :",
                       QString::number(savedVolumeFactor(record))});
+}
+
+/// The reason stands in the debug stream, where the failed step wrote it.
+void ORLA_II_Plus_Verifier::logUnsaved(const char* signature, const QString& fixedPath)
+{
+    logMessage(this, {signature, "[Error] not saved:", fixedPath});
 }

@@ -1,0 +1,163 @@
+#include "verifier/TrimTab.h"
+
+#include <cstring>
+
+#include <QPushButton>
+
+namespace {
+
+constexpr const char* kResolutions[] = {"BUTTON_RESOLUTION_VGA", "BUTTON_RESOLUTION_1280",
+                                        "BUTTON_RESOLUTION_5M"};
+
+constexpr int kFirstCus = 0x20;
+constexpr int kFirstBfn = 0x60;
+
+QByteArray calibrationFile(bool stained)
+{
+    QByteArray content;
+    const char* const sections[] = {"VGA", "1280", "5M"};
+    for (int resolution = 0; resolution < 3; ++resolution) {
+        content += QByteArray("[") + sections[resolution] + "]\n";
+        for (std::size_t i = 0; i < kFamilies.size(); ++i) {
+            const Family& f = kFamilies[i];
+            content += QString::asprintf("0x%04X=0x01\n", f.high).toLatin1();
+            content += QString::asprintf("0x%04X=0x%02X\n", f.low,
+                                         unsigned(TrimTab::calibratedLowByte(stained, resolution, i)))
+                           .toLatin1();
+        }
+    }
+    return content;
+}
+
+void put(const QString& path, const QByteArray& content)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+        qFatal("%s cannot be written", qPrintable(path));
+}
+
+} // namespace
+
+TrimTab::TrimTab()
+{
+    WindowFixture::Options options;
+    options.prepare = [](const QString& root) {
+        put(root + "/opt/ORLA3/conf/Calibration_CUS.ini", calibrationFile(true));
+        put(root + "/opt/ORLA3/conf/Calibration_BFN.ini", calibrationFile(false));
+    };
+    m_fixture = std::make_unique<WindowFixture>(options);
+    m_loaded = *global_ini();
+}
+
+int TrimTab::calibratedLowByte(bool stained, int resolution, std::size_t family)
+{
+    return (stained ? kFirstCus : kFirstBfn) + resolution * int(kFamilies.size()) + int(family);
+}
+
+void TrimTab::reset()
+{
+    m_fixture->camera().faults().clear();
+    m_fixture->board().withBoard([](Board& board, InstrumentTime) { board.clearFaults(); });
+    *global_ini() = m_loaded;
+    if (m_fixture->find<QPushButton>("BUTTON_LED")->isChecked())
+        m_fixture->click("BUTTON_LED");
+    const bool stained = m_fixture->style("BUTTON_STAINING_TB").contains("rgb");
+    if (stained || window().findChild<OV5642Camera*>()->mode() != 1)
+        choose(false, 1);
+    window().set_LED(225);
+    for (const Family& f : kFamilies)
+        enableAll(f);
+    m_fixture->openTab(1);
+    m_fixture->clearConsoles();
+    m_fixture->takeBoardLines();
+    m_fixture->camera().trace().clear();
+    m_fixture->boxes().clear();
+}
+
+void TrimTab::choose(bool stained, int resolution)
+{
+    m_fixture->click(stained ? "BUTTON_STAINING_TB" : "BUTTON_STAINING_NTB");
+    m_fixture->click(kResolutions[resolution]);
+    const auto* camera = window().findChild<OV5642Camera*>();
+    QVERIFY(camera->isStreaming());
+    QCOMPARE(camera->mode(), resolution);
+}
+
+void TrimTab::enableAll(const Family& f)
+{
+    for (const char* button : {f.fineDown, f.fineUp, f.coarseDown, f.coarseUp})
+        m_fixture->find<QWidget>(button)->setEnabled(true);
+}
+
+Enabled TrimTab::enabledOf(const Family& f)
+{
+    return enabledText(m_fixture->isEnabled(f.fineDown), m_fixture->isEnabled(f.coarseDown),
+                       m_fixture->isEnabled(f.fineUp), m_fixture->isEnabled(f.coarseUp));
+}
+
+Enabled TrimTab::ledEnabled()
+{
+    return enabledText(
+        m_fixture->isEnabled("BUTTON_LED_FINE_DOWN"), m_fixture->isEnabled("BUTTON_LED_COARSE_DOWN"),
+        m_fixture->isEnabled("BUTTON_LED_FINE_UP"), m_fixture->isEnabled("BUTTON_LED_COARSE_UP"));
+}
+
+QStringList TrimTab::busCalls()
+{
+    QStringList calls;
+    for (const TracedCall& call : m_fixture->camera().trace().calls()) {
+        const QString details = QString::fromStdString(call.details).toUpper();
+        switch (call.kind) {
+        case CallKind::Open:
+            calls += "open " + QString::fromStdString(call.name);
+            break;
+        case CallKind::BusAddress:
+            calls += "address";
+            break;
+        case CallKind::BusWrite:
+            calls += "write " + details;
+            break;
+        case CallKind::BusRead:
+            calls += "read " + details;
+            break;
+        case CallKind::Close:
+            calls += "close";
+            break;
+        default:
+            break; // the capture thread's
+        }
+    }
+    return calls;
+}
+
+Enabled enabledText(bool fineDown, bool coarseDown, bool fineUp, bool coarseUp)
+{
+    Enabled text;
+    for (const bool enabled : {fineDown, coarseDown, fineUp, coarseUp})
+        text += enabled ? '1' : '0';
+    return text;
+}
+
+QString shown(unsigned int value)
+{
+    return QString::asprintf("0x%04X", value);
+}
+
+QStringList pairWrite(const Family& f, int value)
+{
+    QStringList calls;
+    for (const auto& [address, byte] :
+         {std::pair<int, int>(f.high, value >> 8), std::pair<int, int>(f.low, value & 0xFF)})
+        calls += {"open /dev/i2c-1", "address",
+                  QString::asprintf("write %02X %02X %02X", unsigned(address) >> 8U,
+                                    unsigned(address) & 0xFFU, unsigned(byte)),
+                  "close"};
+    return calls;
+}
+
+bool sameTables(const global_ini_t& a, const global_ini_t& b)
+{
+    return std::memcmp(a.CUS_reg, b.CUS_reg, sizeof a.CUS_reg) == 0 &&
+           std::memcmp(a.BFN_reg, b.BFN_reg, sizeof a.BFN_reg) == 0 &&
+           std::memcmp(a.AE_reg, b.AE_reg, sizeof a.AE_reg) == 0;
+}

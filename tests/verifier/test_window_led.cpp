@@ -1,0 +1,324 @@
+#include <QLineEdit>
+#include <QPushButton>
+#include <QtTest>
+
+#include "support/LayoutChecks.h"
+#include "verifier/TrimTab.h"
+
+/// The LED of the camera tab, and what the trimming does to the picture.
+class TestWindowLed : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { m_tab = std::make_unique<TrimTab>(); }
+
+    void cleanupTestCase() { m_tab.reset(); }
+
+    void init() { tab().reset(); }
+
+    void aTypedLevelIsTakenBelowThousand_data()
+    {
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<int>("level");
+        QTest::newRow("0") << "0" << 0;
+        QTest::newRow("1") << "1" << 1;
+        QTest::newRow("500") << "500" << 500;
+        QTest::newRow("999") << "999" << 999;
+        QTest::newRow("1000") << "1000" << kNothing;
+        QTest::newRow("1001") << "1001" << kNothing;
+        QTest::newRow("negative") << "-5" << kNothing;
+        QTest::newRow("text") << "abc" << 0;
+        QTest::newRow("empty") << "" << 0;
+        QTest::newRow("leading zeros") << "0042" << 42;
+    }
+
+    void aTypedLevelIsTakenBelowThousand()
+    {
+        QFETCH(QString, typed);
+        QFETCH(int, level);
+        tab()->setText("EDIT_LED", typed);
+        QTest::keyClick(tab()->find<QLineEdit>("EDIT_LED"), Qt::Key_Return);
+        if (level == kNothing) {
+            QVERIFY(tab()->takeBoardLines().isEmpty());
+            QCOMPARE(tab()->text("EDIT_LED"), typed);
+            QCOMPARE(global_ini()->LED_brightness, 225);
+        } else {
+            QCOMPARE(tab()->takeBoardLines(), QStringList(QString("$,LED4,BRT,%1,").arg(level)));
+            QCOMPARE(tab()->text("EDIT_LED"), QString::number(level));
+            QCOMPARE(global_ini()->LED_brightness, level);
+            QCOMPARE(tab()->board().light().ledLevel, level);
+            QCOMPARE(tab().ledEnabled(), enabledText(level != 0, level != 0, true, true));
+        }
+        QVERIFY(tab()->boxes().met().isEmpty());
+    }
+
+    void aPressStepsTheLevel_data()
+    {
+        QTest::addColumn<QString>("button");
+        QTest::addColumn<int>("from");
+        QTest::addColumn<int>("to");
+        const auto row = [](const char* button, int from, int to) {
+            QTest::addRow("%s from %d", button, from) << QString("BUTTON_LED_") + button << from << to;
+        };
+        row("FINE_UP", 0, 1);
+        row("FINE_UP", 998, 999);
+        row("FINE_UP", 999, 1000);
+        row("FINE_UP", 1000, kNothing);
+        row("FINE_UP", 1500, kNothing);
+        row("COARSE_UP", 0, 10);
+        row("COARSE_UP", 989, 999);
+        row("COARSE_UP", 990, 1000);
+        row("COARSE_UP", 995, 1000);
+        row("COARSE_UP", 999, 1000);
+        row("COARSE_UP", 1000, kNothing);
+        row("FINE_DOWN", 1000, 999);
+        row("FINE_DOWN", 1, 0);
+        row("FINE_DOWN", 0, kNothing);
+        row("COARSE_DOWN", 1000, 990);
+        row("COARSE_DOWN", 11, 1);
+        row("COARSE_DOWN", 10, 0);
+        row("COARSE_DOWN", 9, 0);
+        row("COARSE_DOWN", 1, 0);
+        row("COARSE_DOWN", 0, kNothing);
+    }
+
+    void aPressStepsTheLevel()
+    {
+        QFETCH(QString, button);
+        QFETCH(int, from);
+        QFETCH(int, to);
+        tab()->setText("EDIT_LED", QString::number(from));
+        for (const char* widget : kLedWidgets)
+            tab()->find<QWidget>(widget)->setEnabled(true);
+        tab()->click(qPrintable(button));
+        const int after = to == kNothing ? from : to;
+        QCOMPARE(tab()->text("EDIT_LED"), QString::number(after));
+        QCOMPARE(tab()->takeBoardLines(),
+                 to == kNothing ? QStringList() : QStringList(QString("$,LED4,BRT,%1,").arg(to)));
+        QCOMPARE(global_ini()->LED_brightness, to == kNothing ? 225 : to);
+        const bool down = after != 0;
+        const bool up = after < 1000;
+        QCOMPARE(tab().ledEnabled(), enabledText(down, down, up, up));
+        const QString line = QString("void ORLA_II_Plus_Verifier::set_LED(unsigned int)() %1 \n").arg(to);
+        QCOMPARE(tab()->messages().count(line), to == kNothing ? 0 : 1);
+    }
+
+    void aHeldLedButtonRepeats()
+    {
+        tab()->setText("EDIT_LED", "100");
+        tab()->press("BUTTON_LED_COARSE_UP");
+        QStringList lines;
+        QVERIFY(tab()->waitUntil([&] {
+            lines += tab()->takeBoardLines();
+            return lines.size() >= 3;
+        }));
+        tab()->release("BUTTON_LED_COARSE_UP");
+        for (int i = 0; i < lines.size(); ++i)
+            QCOMPARE(lines[i], QString("$,LED4,BRT,%1,").arg(110 + 10 * i));
+    }
+
+    void aCheckedLedButtonMeansDark()
+    {
+        QVERIFY(tab()->board().light().ledOn);
+        tab()->click("BUTTON_LED");
+        QVERIFY(tab()->find<QPushButton>("BUTTON_LED")->isChecked());
+        QCOMPARE(tab()->takeBoardLines(), QStringList("$,LED4,OFF,,"));
+        QVERIFY(!tab()->board().light().ledOn);
+        for (const char* widget : kLedWidgets)
+            QVERIFY2(!tab()->isEnabled(widget), widget);
+
+        tab()->click("BUTTON_LED");
+        QVERIFY(!tab()->find<QPushButton>("BUTTON_LED")->isChecked());
+        QCOMPARE(tab()->takeBoardLines(), QStringList("$,LED4,ON,,"));
+        QVERIFY(tab()->board().light().ledOn);
+        QCOMPARE(tab()->board().light().ledLevel, 225);
+        for (const char* widget : kLedWidgets)
+            QVERIFY2(tab()->isEnabled(widget), widget);
+    }
+
+    void switchingOnLeavesTheButtonsThatHaveRoom_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<Enabled>("enabled");
+        QTest::newRow("0") << "0"
+                           << "0011";
+        QTest::newRow("1") << "1"
+                           << "1111";
+        QTest::newRow("999") << "999"
+                             << "1111";
+        QTest::newRow("1000") << "1000"
+                              << "1100";
+        QTest::newRow("beyond") << "1500"
+                                << "1100";
+        QTest::newRow("text") << "abc"
+                              << "0011";
+    }
+
+    void switchingOnLeavesTheButtonsThatHaveRoom()
+    {
+        QFETCH(QString, text);
+        tab()->click("BUTTON_LED");
+        tab()->setText("EDIT_LED", text);
+        tab()->click("BUTTON_LED");
+        QVERIFY(tab()->isEnabled("EDIT_LED"));
+        QTEST(tab().ledEnabled(), "enabled");
+        QCOMPARE(tab()->takeBoardLines(), QStringList({"$,LED4,OFF,,", "$,LED4,ON,,"}));
+    }
+
+    void aBoardThatRefusesChangesNothingOnTheScreen()
+    {
+        tab()->board().withBoard([](Board& board, InstrumentTime) {
+            board.addFault({LineFault::Failure, "BRT", 1});
+        });
+        tab()->setText("EDIT_LED", "300");
+        tab()->click("BUTTON_LED_FINE_UP");
+        QCOMPARE(tab()->text("EDIT_LED"), QString("301"));
+        QCOMPARE(global_ini()->LED_brightness, 301);
+        QVERIFY(tab()->boxes().met().isEmpty());
+    }
+
+    void thePictureGetsBrighter_data()
+    {
+        QTest::addColumn<QString>("edit");
+        QTest::addColumn<QString>("button");
+        QTest::addColumn<QString>("dim");
+        QTest::addColumn<QString>("bright");
+        QTest::newRow("exposure") << "EDIT_EXPOSURE"
+                                  << "BUTTON_EXPOSURE_COARSE_UP"
+                                  << "0x0C00"
+                                  << "0x1C00";
+        QTest::newRow("gain") << "EDIT_GAIN"
+                              << "BUTTON_GAIN_FINE_UP"
+                              << "0x0000"
+                              << "0x000E";
+        QTest::newRow("LED") << "EDIT_LED"
+                             << "BUTTON_LED_FINE_UP"
+                             << "100"
+                             << "220";
+    }
+
+    void thePictureGetsBrighter()
+    {
+        QFETCH(QString, edit);
+        QFETCH(QString, button);
+        QFETCH(QString, dim);
+        QFETCH(QString, bright);
+        makeNeutral();
+        std::array<double, 2> levels{};
+        const std::array<QString, 2> texts{dim, bright};
+        for (std::size_t i = 0; i < texts.size(); ++i) {
+            tab()->setText(qPrintable(edit), texts[i]);
+            tab()->click(qPrintable(button));
+            levels[i] = meanColour()[1];
+        }
+        QVERIFY2(levels[1] > 1.3 * levels[0], qPrintable(QString("%1 and %2").arg(levels[0]).arg(levels[1])));
+        QVERIFY(levels[1] < 250.0);
+    }
+
+    void thePictureIsTinted_data()
+    {
+        QTest::addColumn<QString>("colour");
+        QTest::addColumn<int>("channel");
+        QTest::newRow("red") << "RED" << 0;
+        QTest::newRow("green") << "GREEN" << 1;
+        QTest::newRow("blue") << "BLUE" << 2;
+    }
+
+    void thePictureIsTinted()
+    {
+        QFETCH(QString, colour);
+        QFETCH(int, channel);
+        makeNeutral();
+        const auto neutral = meanColour();
+        tab()->setText(qPrintable("EDIT_COLOR_" + colour), "0x05F0");
+        tab()->click(qPrintable("BUTTON_COLOR_" + colour + "_COARSE_UP"));
+        const auto tinted = meanColour();
+        for (int i = 0; i < 3; ++i) {
+            const double ratio = tinted[std::size_t(i)] / neutral[std::size_t(i)];
+            const QString text = QString("channel %1: %2").arg(i).arg(ratio);
+            QVERIFY2(i == channel ? ratio > 1.25 : qAbs(ratio - 1.0) < 0.1, qPrintable(text));
+        }
+    }
+
+    void switchingTheLedOffDarkensThePicture()
+    {
+        makeNeutral();
+        const double lit = meanColour()[1];
+        tab()->click("BUTTON_LED");
+        const double dark = meanColour()[1];
+        QVERIFY2(dark < 10.0 && lit > 50.0, qPrintable(QString("%1 and %2").arg(lit).arg(dark)));
+    }
+
+    void bothEndsOfEveryRangeAreReadable_data()
+    {
+        QTest::addColumn<bool>("atMaximum");
+        QTest::newRow("least") << false;
+        QTest::newRow("most") << true;
+    }
+
+    void bothEndsOfEveryRangeAreReadable()
+    {
+        QFETCH(bool, atMaximum);
+        for (const Family& f : kFamilies)
+            (tab().window().*f.setter)(atMaximum ? f.maximum : 0);
+        tab().window().getCamera_reg();
+        tab().window().set_LED(atMaximum ? 999 : 1);
+        tab()->click(atMaximum ? "BUTTON_LED_FINE_UP" : "BUTTON_LED_FINE_DOWN");
+        for (const Family& f : kFamilies) {
+            QCOMPARE(tab()->text(f.edit), shown(atMaximum ? f.maximum : 0));
+            QCOMPARE(tab().enabledOf(f), Enabled(atMaximum ? "1100" : "0011"));
+        }
+        QCOMPARE(tab().ledEnabled(), Enabled(atMaximum ? "1100" : "0011"));
+        QCOMPARE(layout::clippedTexts(&tab().window()).join("; "), QString());
+        keepPicture(QString("camera-tab-") + QTest::currentDataTag());
+    }
+
+private:
+    TrimTab& tab() { return *m_tab; }
+
+    /// A clear grey picture with room above and below.
+    void makeNeutral()
+    {
+        const std::array<unsigned int, 5> values{0x1C00, 0x0000, 0x0400, 0x0400, 0x0400};
+        for (std::size_t i = 0; i < kFamilies.size(); ++i)
+            (tab().window().*kFamilies[i].setter)(values[i]);
+        tab().window().set_LED(225);
+    }
+
+    /// Mean red, green and blue of the live view on the screen, once it shows the settings of
+    /// now: frames that were under way before may take a few repaints.
+    std::array<double, 3> meanColour()
+    {
+        if (!tab()->waitForFrames(8))
+            qFatal("no frames");
+        const QImage view = tab().window().grab(QRect(0, 0, 640, 480)).toImage();
+        std::array<double, 3> sums{};
+        for (int y = 0; y < view.height(); y += 4) {
+            for (int x = 0; x < view.width(); x += 4) {
+                const QRgb pixel = view.pixel(x, y);
+                sums[0] += qRed(pixel);
+                sums[1] += qGreen(pixel);
+                sums[2] += qBlue(pixel);
+            }
+        }
+        for (double& sum : sums)
+            sum /= 160.0 * 120.0;
+        return sums;
+    }
+
+    /// Pictures for the eye, when a directory for them is named.
+    void keepPicture(const QString& name)
+    {
+        const QString directory = qEnvironmentVariable("ORLA_TEST_PICTURES");
+        if (directory.isEmpty())
+            return;
+        QVERIFY(tab()->waitForFrames(8));
+        QVERIFY(tab().window().grab().save(directory + '/' + name + ".png"));
+    }
+
+    std::unique_ptr<TrimTab> m_tab;
+};
+
+QTEST_MAIN(TestWindowLed)
+#include "test_window_led.moc"
