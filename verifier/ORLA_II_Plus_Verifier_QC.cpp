@@ -73,7 +73,6 @@ void ORLA_II_Plus_Verifier::enterQC()
 
 /// Without a full-size frame (no camera) the QC widget gets none: an older picture must not
 /// be measured as if it were this one.
-
 void ORLA_II_Plus_Verifier::slot_prepare_QC_measure()
 {
     m_form->BUTTON_QC_CAPTURE->setText("Live");
