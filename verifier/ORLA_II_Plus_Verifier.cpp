@@ -46,6 +46,7 @@ ORLA_II_Plus_Verifier::ORLA_II_Plus_Verifier(QWidget* parent)
     m_form->setupUi(this);
     releaseDisplayLayer();
     setFixedSize(kWindowWidth_px, kWindowHeight_px);
+    setAttribute(Qt::WA_OpaquePaintEvent);
     std::copy(kCalibrationRegisters.begin(), kCalibrationRegisters.end(), g_RegIdx);
 
     m_settingsFile = kMainSettingsFile;
@@ -143,6 +144,11 @@ void ORLA_II_Plus_Verifier::connectQC()
             SLOT(slot_measure_result(MeasureInfo_t)));
     connect(measure, SIGNAL(sig_measure_error(TargetingError_e)), this,
             SLOT(slot_measure_error(TargetingError_e)));
+    m_fullSizeTimer = new QTimer(this);
+    m_fullSizeTimer->setSingleShot(true);
+    // A coarse timer of this length may be up to 125 ms early.
+    m_fullSizeTimer->setTimerType(Qt::PreciseTimer);
+    connect(m_fullSizeTimer, SIGNAL(timeout()), this, SLOT(slot_prepare_QC_measure()));
 }
 
 /// Locks the window against presses and shows it before a step that blocks.

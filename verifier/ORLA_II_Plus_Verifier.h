@@ -212,6 +212,7 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
 
 private:
+    void paintBackground(QPainter& painter, const QRegion& region);
     void makeFramePicture();
     void paintPicture(QPainter& painter);
     void paintNavigator(QPainter& painter);
@@ -323,5 +324,8 @@ private:
 
     Ui_ORLA_II_Plus_Verifier* m_form = nullptr;
     QString m_settingsFile;
+    // 1 while a frame is frozen, or about to be.
     std::int32_t m_QC_mode = 0;
+    // Runs from a capture in a smaller mode until the 5M frame is frozen.
+    QTimer* m_fullSizeTimer = nullptr;
 };

@@ -3,6 +3,7 @@
 #include "ORLA_II_Plus_Verifier.h"
 
 #include <QMouseEvent>
+#include <QPaintEvent>
 #include <QPainter>
 
 #include "LiveViewGeometry.h"
@@ -42,12 +43,25 @@ void ORLA_II_Plus_Verifier::makeFramePicture()
     const auto mode = static_cast<std::size_t>(m_cameraMode);
     const QImage frame(m_frameBuffers[mode], m_frameWidth_px, m_frameHeight_px, m_frameWidth_px * 3,
                        QImage::Format_RGB888);
+    // Gone before its successor is made: its memory serves again, still warm.
+    m_framePictures[mode] = QPixmap();
     m_framePictures[mode] = QPixmap::fromImage(frame);
 }
 
-void ORLA_II_Plus_Verifier::paintEvent(QPaintEvent*)
+/// The window is opaque to Qt, which would otherwise fill the live view before every frame
+/// that covers it anyway; so the rest of it is filled here.
+void ORLA_II_Plus_Verifier::paintBackground(QPainter& painter, const QRegion& region)
+{
+    const bool covered = m_graphDisplayed || m_cameraMode >= 0;
+    const QRegion bare = covered ? region - m_viewRect : region;
+    for (const QRect& part : bare)
+        painter.fillRect(part, palette().window());
+}
+
+void ORLA_II_Plus_Verifier::paintEvent(QPaintEvent* event)
 {
     QPainter painter(this);
+    paintBackground(painter, event->region());
     if (m_graphDisplayed) {
         paintFocusGraph(painter);
         return;

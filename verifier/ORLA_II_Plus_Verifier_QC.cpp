@@ -3,11 +3,13 @@
 #include "ORLA_II_Plus_Verifier.h"
 
 #include <QMessageBox>
+#include <QThread>
 #include <QTimer>
 
 #include <opencv2/core.hpp>
 
 #include "WindowStyle.h"
+#include "camera/GrabThread.h"
 #include "camera/OV5642Camera.h"
 #include "platform/DebugLog.h"
 #include "settings/GlobalIni.h"
@@ -17,6 +19,15 @@ namespace {
 
 /// What the sensor needs after a switch to 5M until it delivers full-size frames.
 constexpr int kFullSizeDelay_ms = 2500;
+
+/// Waits until a running grab thread has a whole frame in its buffer, which takes it at most
+/// a round and a conversion: it then leaves the buffer alone until the next repaint.
+void waitForDelivery(const GrabThread* grabThread)
+{
+    constexpr unsigned long kPause_ms = 1;
+    while (grabThread != nullptr && !grabThread->frameDelivered())
+        QThread::msleep(kPause_ms);
+}
 
 } // namespace
 
@@ -57,13 +68,18 @@ void ORLA_II_Plus_Verifier::enterQC()
     }
     on_BUTTON_RESOLUTION_5M_clicked();
     disableAndPaint();
-    QTimer::singleShot(kFullSizeDelay_ms, this, SLOT(slot_prepare_QC_measure()));
+    m_fullSizeTimer->start(kFullSizeDelay_ms);
 }
 
+/// Without a full-size frame (no camera) the QC widget gets none: an older picture must not
+/// be measured as if it were this one.
 void ORLA_II_Plus_Verifier::slot_prepare_QC_measure()
 {
     m_form->BUTTON_QC_CAPTURE->setText("Live");
-    m_form->QC_MEASURE->setImageData(m_camera->getFrame());
+    unsigned char* frame = m_camera->mode() == kMode5M ? m_camera->getFrame() : nullptr;
+    if (frame == nullptr)
+        logMessage(this, {Q_FUNC_INFO, "[Error] no 5M frame"});
+    m_form->QC_MEASURE->setImageData(frame);
     m_form->QC_MEASURE->setTargetingMode(false);
     stopCamera();
     setState_QC_widget(QC_WIDGET_POINTS);
@@ -72,6 +88,7 @@ void ORLA_II_Plus_Verifier::slot_prepare_QC_measure()
 
 void ORLA_II_Plus_Verifier::leaveQC()
 {
+    m_fullSizeTimer->stop();
     disableAndPaint();
     m_form->BUTTON_QC_CAPTURE->setText("Capture");
     // A resolution or staining press while the frame was frozen has started the camera.
@@ -154,6 +171,7 @@ void ORLA_II_Plus_Verifier::on_BUTTON_INTENSITY_clicked()
     logMessage(this, {Q_FUNC_INFO});
     if (m_cameraMode < 0)
         return;
+    waitForDelivery(m_grabThread);
     float red = 0.0F;
     float green = 0.0F;
     float blue = 0.0F;

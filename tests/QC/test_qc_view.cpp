@@ -41,14 +41,57 @@ private slots:
         QCOMPARE(shown(widget), expectedView(frame, {0, 0}, QRect(0, 0, 20, 15)));
     }
 
-    void aMissingFrameChangesNothing()
+    void aMissingFrameTakesTheOldOneAway()
     {
         CalibrationFrame frame = patternedFrame();
-        QC_measure widget;
-        widget.resize(kView);
-        widget.setImageData(frame.data());
-        widget.setImageData(nullptr);
-        QCOMPARE(shown(widget), expectedView(frame, {0, 0}, QRect(0, 0, 20, 15)));
+        frame.fill(QRect(300, 200, 20, 20), Qt::black);
+        QWidget below;
+        below.resize(kView);
+        QPalette palette;
+        palette.setColor(QPalette::Window, QColor(1, 2, 3));
+        below.setPalette(palette);
+        auto* widget = new QC_measure(&below);
+        widget->resize(kView);
+        QSignalSpy errors(widget, &QC_measure::sig_measure_error);
+        QSignalSpy points(widget, &QC_measure::sig_measure_point);
+        widget->setImageData(frame.data());
+        aimAt(*widget, {310, 210});
+        widget->setImageData(nullptr);
+        QImage plain(kView, QImage::Format_RGB32);
+        plain.fill(QColor(1, 2, 3));
+        QCOMPARE(below.grab().toImage().convertToFormat(QImage::Format_RGB32), plain);
+        widget->setPoint(0);
+        QCOMPARE(errors.count(), 1);
+        QCOMPARE(errors.at(0).at(0).value<TargetingError_e>(), TARGETING_NO_CELL);
+        QCOMPARE(points.count(), 0);
+
+        widget->setImageData(frame.data());
+        widget->setPoint(0);
+        QCOMPARE(points.count(), 1);
+    }
+
+    void whatLiesBelowTheFrameIsNotPainted()
+    {
+        struct Below : QWidget
+        {
+            void paintEvent(QPaintEvent*) override { ++paints; }
+            int paints = 0;
+        } below;
+        below.resize(kView);
+        auto* widget = new QC_measure(&below);
+        widget->resize(kView);
+        CalibrationFrame frame = patternedFrame();
+        widget->setImageData(frame.data());
+        below.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&below));
+        QTest::qWait(20);
+        below.paints = 0;
+        press(*widget, {300, 300});
+        for (int x = 290; x > 200; x -= 10) {
+            move(*widget, {double(x), 300});
+            QCoreApplication::processEvents();
+        }
+        QCOMPARE(below.paints, 0);
     }
 
     void aFrameRestoresTheSizeOfTheImage()

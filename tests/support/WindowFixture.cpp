@@ -1,6 +1,9 @@
 #include "support/WindowFixture.h"
 
 #include <QApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QLineEdit>
 #include <QMouseEvent>
 #include <QPlainTextEdit>
@@ -62,14 +65,22 @@ WindowFixture::WindowFixture(const Options& options) : m_tree(m_root.path()), m_
         options.prepare(m_root.path());
     setInstrumentRoot(m_root.path());
 
-    if (options.withBoard)
+    if (options.sharedBoard != nullptr) {
+        const QString device = m_root.filePath("dev/ttyS2");
+        if (!QDir().mkpath(QFileInfo(device).path()) ||
+            !QFile::link(QString::fromStdString(options.sharedBoard->devicePath()), device))
+            qFatal("the board's device cannot be linked");
+        m_boardInUse = options.sharedBoard;
+    } else if (options.withBoard) {
         m_board = std::make_unique<BoardPort>(m_root.path().toStdString(), options.board, options.pace);
+        m_boardInUse = m_board.get();
+    }
     SimulatedCameraParameters camera = options.camera;
     camera.instantPauses = true;
     m_camera = std::make_unique<SimulatedDeviceCalls>(camera, [this](InstrumentTime) {
-        if (m_board == nullptr)
+        if (m_boardInUse == nullptr)
             return LightPath{0.0, true, 225};
-        const BoardLight light = m_board->light();
+        const BoardLight light = m_boardInUse->light();
         return LightPath{light.stagePosition_steps, light.ledOn, light.ledLevel};
     });
     installDeviceCalls(m_camera.get());
@@ -154,7 +165,7 @@ QString WindowFixture::style(const char* button) const
 QStringList WindowFixture::takeBoardLines()
 {
     QStringList lines;
-    m_board->withBoard([&](Board& board, InstrumentTime) {
+    m_boardInUse->withBoard([&](Board& board, InstrumentTime) {
         const auto& received = board.receivedLines();
         for (; m_seenLines < received.size(); ++m_seenLines)
             lines.append(QString::fromStdString(received[m_seenLines]));

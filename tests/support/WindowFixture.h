@@ -66,6 +66,9 @@ public:
         BoardParameters board;
         BoardPace pace = BoardPace::Instant;
         bool withBoard = true;
+        /// Used in place of a board of the fixture's own, which its window would not reach
+        /// if it is not the first one: the controller keeps its port. Outlives the fixture.
+        BoardPort* sharedBoard = nullptr;
     };
 
     WindowFixture();
@@ -73,7 +76,7 @@ public:
     ~WindowFixture();
 
     ORLA_II_Plus_Verifier& window() { return *m_window; }
-    BoardPort& board() { return *m_board; }
+    BoardPort& board() { return *m_boardInUse; }
     SimulatedDeviceCalls& camera() { return *m_camera; }
     UsbPort& usb() { return m_usb; }
     InstrumentTree& tree() { return m_tree; }
@@ -119,6 +122,7 @@ private:
     InstrumentTree m_tree;
     UsbPort m_usb;
     std::unique_ptr<BoardPort> m_board;
+    BoardPort* m_boardInUse = nullptr; ///< its own or the shared one; null without a board
     std::unique_ptr<SimulatedDeviceCalls> m_camera;
     std::unique_ptr<ORLA_II_Plus_Verifier> m_window;
     std::unique_ptr<BoxAnswers> m_boxes;

@@ -57,8 +57,10 @@ QC_measure::~QC_measure() = default;
 
 void QC_measure::setImageData(unsigned char* rgb)
 {
-    if (rgb == nullptr)
+    if (rgb == nullptr) {
+        dropFrame();
         return;
+    }
     const QSize frameSize(kFrameWidth_px, kFrameHeight_px);
     if (m_imageSize != frameSize || m_bitsPerPixel != kBitsPerPixel) {
         m_image.reset(new unsigned char[kFrameBytes]);
@@ -70,6 +72,14 @@ void QC_measure::setImageData(unsigned char* rgb)
     m_navigation.setNavigationSize(kNavigatorWidth_px, kNavigatorHeight_px);
     m_viewOffset = QPoint(0, 0);
     setScale(m_scale);
+}
+
+void QC_measure::dropFrame()
+{
+    m_image.reset();
+    m_bitsPerPixel = 0;
+    setAttribute(Qt::WA_OpaquePaintEvent, false);
+    update();
 }
 
 void QC_measure::setImageSize(unsigned int width, unsigned int height)
@@ -178,6 +188,8 @@ void QC_measure::makePicture()
     const QImage frame(m_image.get(), m_imageSize.width(), m_imageSize.height(),
                        m_imageSize.width() * kBytesPerPixel, QImage::Format_RGB888);
     m_picture = QPixmap::fromImage(frame);
+    // What lies below, a live view of the same frame at its dearest, is then not painted.
+    setAttribute(Qt::WA_OpaquePaintEvent, m_picture.rect().contains(rect()));
     m_markedAreas.clear();
 }
 

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <memory>
+
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include "simulator/BoardPort.h"
+#include "simulator/InstrumentFaults.h"
+#include "simulator/InstrumentParameters.h"
+#include "simulator/InstrumentTree.h"
+#include "simulator/SimulatedDeviceCalls.h"
+#include "simulator/UsbPort.h"
+
+/// Where a simulated instrument keeps its files.
+struct InstrumentPlace
+{
+    QString root;           ///< directory that stands in for "/"; empty: a private one that goes with it
+    QString settingsFolder; ///< the user's own settings files to start with; empty: none
+};
+
+/// A whole instrument below the program's own device code: files, board, stage, LED,
+/// camera, sensor, optics and USB port, connected by light. While it lives, the process's
+/// device calls, fixed paths and PATH lead to it; afterwards they are as before.
+///
+/// One at a time, on the GUI thread; made before the window and gone after it.
+class SimulatedInstrument
+{
+public:
+    explicit SimulatedInstrument(const InstrumentParameters& parameters, const InstrumentPlace& place = {},
+                                 const InstrumentFaults& faults = {});
+    ~SimulatedInstrument();
+    SimulatedInstrument(const SimulatedInstrument&) = delete;
+    SimulatedInstrument& operator=(const SimulatedInstrument&) = delete;
+
+    /// Why the instrument could not be built, in a sentence; empty when it was.
+    const QString& error() const { return m_error; }
+    /// The directory that stands in for "/".
+    const QString& root() const { return m_root; }
+
+    /// The truth, to judge results by, at this moment.
+    int stagePosition_steps();
+    bool stageIsMoving();
+    BoardLight light() const { return m_board->light(); }
+    double bestFocus_steps() const { return m_camera->bestFocus_steps(); }
+    const Slide& slide() const { return m_camera->slide(); }
+    SensorSettings sensor() const { return m_camera->sensorSettings(); }
+    /// The command lines that the board received, oldest first, without their ends.
+    QStringList boardLines();
+    /// A value of the main settings file as it is now, by "group/key"; byDefault where the
+    /// file does not have it.
+    QString setting(const QString& key, const QString& byDefault) const;
+    /// Whether the main settings file turns Zig mode on.
+    bool zigMode() const;
+
+    BoardPort& board() { return *m_board; }
+    SimulatedDeviceCalls& camera() { return *m_camera; }
+    InstrumentTree& tree() { return *m_tree; }
+    UsbPort& usb() { return *m_usb; }
+
+private:
+    bool createRoot(const QString& root);
+    bool createFiles(const InstrumentParameters& parameters, const InstrumentPlace& place,
+                     const InstrumentFaults& faults);
+    void createBoard(const InstrumentParameters& parameters, const InstrumentFaults& faults);
+    void createCamera(const InstrumentParameters& parameters, const InstrumentFaults& faults);
+
+    QString m_error;
+    QString m_root;
+    std::unique_ptr<QTemporaryDir> m_privateRoot;
+    std::unique_ptr<InstrumentTree> m_tree;
+    std::unique_ptr<UsbPort> m_usb;
+    std::unique_ptr<BoardPort> m_board;
+    std::unique_ptr<SimulatedDeviceCalls> m_camera;
+    DeviceCalls* m_callsBefore = nullptr;
+};

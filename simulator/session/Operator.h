@@ -1,0 +1,103 @@
+#pragma once
+
+#include <functional>
+
+#include <QElapsedTimer>
+#include <QImage>
+#include <QObject>
+#include <QPoint>
+#include <QString>
+#include <QStringList>
+
+#include "simulator/session/BoxWatcher.h"
+
+class QWidget;
+
+/// Sits in front of the verifier's window: presses, types, reads and looks, through the
+/// window system's event path, so that a widget that is disabled, covered or on a closed tab
+/// does not react. Widgets are known by their object names only.
+///
+/// What cannot be done is noted as trouble, and the rest goes on: the caller asks for the
+/// trouble at the end of a step. All functions run on the GUI thread, and the handlers that
+/// they set off run inside them.
+class Operator : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// window: the verifier's top-level window, shown. pictureDirectory: where pictures go;
+    /// empty: nowhere.
+    Operator(QWidget& window, const QString& pictureDirectory);
+
+    /// Presses and releases a button, a check box or any other widget at its middle. Opens
+    /// the tab that it lies on first. False, with trouble noted, if it cannot be reached.
+    bool click(const QString& name);
+    bool press(const QString& name);
+    bool release(const QString& name);
+    /// Presses a widget for a time, with events going on.
+    bool hold(const QString& name, int duration_ms);
+    /// Replaces the text of a line edit or a spin box, and ends with Return.
+    bool type(const QString& name, const QString& text);
+    /// Opens the page with this object name of the tab widget that holds it.
+    bool openTab(const QString& pageName);
+    /// Sets a check box or a checkable button.
+    bool setChecked(const QString& name, bool checked);
+
+    /// What a widget shows: a label's, button's or edit's text, a spin box's number.
+    QString text(const QString& name);
+    bool isEnabled(const QString& name);
+    bool isShown(const QString& name);
+    bool isChecked(const QString& name);
+    /// Whether the window as a whole takes presses.
+    bool windowIsEnabled() const;
+    QString windowTitle() const;
+
+    /// Goes on with events until the condition holds; false when the time is up. A condition
+    /// that should hold is worth a word: `otherwise`, if not empty, is then noted as trouble.
+    bool waitUntil(const std::function<bool()>& condition, int timeout_ms, const QString& otherwise = {});
+    void wait(int duration_ms);
+    /// Waits until that many more live view frames have been painted.
+    bool waitForFrames(int count, int timeout_ms);
+    /// Live view frames painted so far.
+    int paintedFrames() const { return m_paintedFrames; }
+
+    /// The live view as it is on the screen, 640 x 480.
+    QImage liveView();
+    /// The whole window as it is on the screen with the boxes over it.
+    QImage screen();
+    /// Saves the screen as "NN-name.png"; the name is also kept for takePictures().
+    void takePicture(const QString& name);
+    QStringList takePictures();
+
+    /// Announces a message box and the button that will answer it.
+    void expectBox(const QString& buttonCaption) { m_boxes.answerNextWith(buttonCaption); }
+    const QVector<SeenBox>& boxes() const { return m_boxes.boxes(); }
+
+    void noteTrouble(const QString& trouble);
+    /// The trouble since the last call, unexpected boxes and expected ones that never came
+    /// included; empty when all went well.
+    QString takeTrouble();
+
+    /// Makes every wait end at once, for when the program is to stop.
+    void giveUp() { m_givenUp = true; }
+    bool hasGivenUp() const { return m_givenUp; }
+
+private slots:
+    void countFrame() { ++m_paintedFrames; }
+
+private:
+    QWidget* find(const QString& name);
+    bool reach(const QString& name, QPoint& position);
+    bool openTabsAround(QWidget& widget);
+    bool uncovered(const QWidget& widget, const QPoint& position);
+
+    QWidget& m_window;
+    const QString m_pictureDirectory;
+    BoxWatcher m_boxes;
+    int m_judgedBoxes = 0;
+    int m_paintedFrames = 0;
+    int m_pictureNumber = 0;
+    QStringList m_pictures;
+    QStringList m_trouble;
+    bool m_givenUp = false;
+};

@@ -1,0 +1,53 @@
+#include "simulator/session/PictureMeasures.h"
+
+#include <cmath>
+#include <cstdlib>
+
+PictureMeasures measurePicture(const QImage& picture)
+{
+    const QImage grey = picture.convertToFormat(QImage::Format_Grayscale8);
+    const int width = grey.width();
+    const int height = grey.height();
+    if (width < 3 || height < 1)
+        return {};
+    double sum = 0.0;
+    double squares = 0.0;
+    double edges = 0.0;
+    for (int y = 0; y < height; ++y) {
+        const uchar* row = grey.constScanLine(y);
+        long long rowSum = 0;
+        long long rowSquares = 0;
+        long long rowEdges = 0;
+        for (int x = 0; x < width; ++x) {
+            rowSum += row[x];
+            rowSquares += row[x] * row[x];
+        }
+        for (int x = 0; x + 2 < width; ++x) {
+            const int step = row[x + 2] - row[x];
+            rowEdges += step * step;
+        }
+        sum += static_cast<double>(rowSum);
+        squares += static_cast<double>(rowSquares);
+        edges += static_cast<double>(rowEdges);
+    }
+    const double count = static_cast<double>(width) * height;
+    const double mean = sum / count;
+    return {mean, std::sqrt(std::max(0.0, squares / count - mean * mean)),
+            edges / (static_cast<double>(width - 2) * height)};
+}
+
+double pictureDifference(const QImage& first, const QImage& second)
+{
+    if (first.isNull() || first.size() != second.size())
+        return -1.0;
+    const QImage a = first.convertToFormat(QImage::Format_Grayscale8);
+    const QImage b = second.convertToFormat(QImage::Format_Grayscale8);
+    long long sum = 0;
+    for (int y = 0; y < a.height(); ++y) {
+        const uchar* rowA = a.constScanLine(y);
+        const uchar* rowB = b.constScanLine(y);
+        for (int x = 0; x < a.width(); ++x)
+            sum += std::abs(rowA[x] - rowB[x]);
+    }
+    return static_cast<double>(sum) / (static_cast<double>(a.width()) * a.height());
+}

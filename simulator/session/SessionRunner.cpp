@@ -1,0 +1,94 @@
+#include "simulator/session/SessionRunner.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+namespace {
+
+// Twice the longest that a step waits anywhere, with the blocking exchanges in between.
+constexpr std::chrono::seconds kStepLimit(180);
+constexpr std::chrono::seconds kEndLimit(60);
+constexpr int kFailure = 1;
+constexpr double kMsPerSecond = 1000.0;
+
+} // namespace
+
+SessionRunner::SessionRunner(Operator& hand, std::vector<SessionStep> steps, QTextStream& output)
+    : m_hand(hand), m_steps(std::move(steps)), m_output(output), m_watchdog(kFailure)
+{
+    m_clock.start();
+}
+
+void SessionRunner::runInEventLoop()
+{
+    runSteps(false);
+}
+
+void SessionRunner::expectEnd()
+{
+    m_watchdog.watch("The program's end", kEndLimit);
+}
+
+void SessionRunner::runAfterEventLoop()
+{
+    runSteps(true);
+    const auto held = std::count_if(m_reports.begin(), m_reports.end(),
+                                    [](const StepReport& report) { return report.holds(); });
+    m_output << held << " of " << m_steps.size() << " steps as they should be\n";
+    m_output.flush();
+}
+
+int SessionRunner::exitStatus() const
+{
+    const bool allHold = std::all_of(m_reports.begin(), m_reports.end(),
+                                     [](const StepReport& report) { return report.holds(); });
+    return allHold && m_reports.size() == m_steps.size() ? 0 : kFailure;
+}
+
+void SessionRunner::runSteps(bool afterEventLoop)
+{
+    for (const SessionStep& step : m_steps)
+        if (step.afterEventLoop == afterEventLoop && !m_hand.hasGivenUp())
+            run(step);
+    m_watchdog.rest();
+}
+
+void SessionRunner::run(const SessionStep& step)
+{
+    m_watchdog.watch(std::string("Step ") + step.name, kStepLimit);
+    StepReport report;
+    report.name = step.name;
+    report.text = step.text;
+    const qint64 start = m_clock.elapsed();
+    report.result = step.run();
+    if (m_hand.hasGivenUp()) {
+        m_output << "stopped in step " << step.name << '\n';
+        return;
+    }
+    report.elapsed_s = static_cast<double>(m_clock.elapsed() - start) / kMsPerSecond;
+    report.trouble = m_hand.takeTrouble();
+    report.pictures = m_hand.takePictures();
+    report.boxes = m_hand.boxes().mid(m_reportedBoxes);
+    m_reportedBoxes = m_hand.boxes().size();
+    print(report);
+    m_reports.push_back(std::move(report));
+}
+
+void SessionRunner::print(const StepReport& report)
+{
+    constexpr int kNameWidth = 10;
+    constexpr int kTimeWidth = 6;
+    m_output << QStringLiteral("[%1/%2] %3 s  %4 %5  %6")
+                    .arg(m_reports.size() + 1, 2)
+                    .arg(m_steps.size())
+                    .arg(report.elapsed_s, kTimeWidth, 'f', 2)
+                    .arg(report.holds() ? "ok    " : "FAILED", report.name.leftJustified(kNameWidth),
+                         report.result.seen);
+    if (!report.result.truth.isEmpty())
+        m_output << " | true: " << report.result.truth;
+    if (!report.trouble.isEmpty())
+        m_output << " | trouble: " << report.trouble;
+    m_output << '\n';
+    m_output.flush();
+}

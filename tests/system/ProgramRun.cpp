@@ -1,0 +1,40 @@
+#include "ProgramRun.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+
+ProgramRun::ProgramRun(const QStringList& arguments, int limit_ms)
+{
+    QProcess program;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    program.setProcessEnvironment(environment);
+    program.setWorkingDirectory(out.path());
+    program.start(QStringLiteral(SIMULATOR_PROGRAM),
+                  QStringList{QStringLiteral("--out"), out.path()} + arguments);
+    if (!program.waitForFinished(limit_ms)) {
+        program.kill();
+        program.waitForFinished();
+    } else if (program.exitStatus() == QProcess::NormalExit) {
+        exitStatus = program.exitCode();
+    }
+    output = QString::fromLocal8Bit(program.readAllStandardOutput());
+    errors = QString::fromLocal8Bit(program.readAllStandardError());
+}
+
+QString ProgramRun::log() const
+{
+    QFile file(out.filePath(QStringLiteral("verifier.log")));
+    return file.open(QIODevice::ReadOnly) ? QString::fromLocal8Bit(file.readAll()) : QString();
+}
+
+QStringList ProgramRun::pictures() const
+{
+    return QDir(out.path()).entryList({QStringLiteral("*.png")}, QDir::Files, QDir::Name);
+}
+
+QByteArray ProgramRun::all() const
+{
+    return (output + errors).toLocal8Bit();
+}

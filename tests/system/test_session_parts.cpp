@@ -1,0 +1,424 @@
+#include <random>
+
+#include <QCheckBox>
+#include <QLineEdit>
+#include <QMainWindow>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QTabWidget>
+#include <QTextStream>
+#include <QtTest>
+
+#include "simulator/InstrumentFaults.h"
+#include "simulator/InstrumentParameters.h"
+#include "simulator/session/Operator.h"
+#include "simulator/session/PictureMeasures.h"
+#include "simulator/session/SessionRunner.h"
+
+namespace {
+
+/// A window with what the operator has to handle, by names of its own.
+class PracticeWindow : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    PracticeWindow()
+    {
+        setFixedSize(800, 480);
+        auto* tabs = new QTabWidget(this);
+        tabs->setGeometry(400, 0, 400, 300);
+        tabs->addTab(new QWidget, "one");
+        tabs->addTab(new QWidget, "two");
+        tabs->widget(0)->setObjectName("PAGE_ONE");
+        tabs->widget(1)->setObjectName("PAGE_TWO");
+        button = place(new QPushButton("Press", tabs->widget(1)), "BUTTON", 10, 10);
+        box = place(new QCheckBox("Check", tabs->widget(1)), "CHECK", 10, 60);
+        edit = place(new QLineEdit("old", tabs->widget(0)), "EDIT", 10, 10);
+        spin = place(new QSpinBox(tabs->widget(0)), "SPIN", 10, 60);
+        spin->setRange(0, 1000);
+        covered = place(new QPushButton("Under", this), "COVERED", 10, 10);
+        cover = place(new QWidget(this), "COVER", 0, 0);
+        asker = place(new QPushButton("Ask", this), "ASKER", 10, 100);
+        connect(asker, &QPushButton::clicked, this, [this] {
+            answer = QMessageBox::question(this, "Title", "Text ?", QMessageBox::Yes | QMessageBox::No);
+        });
+    }
+
+    QPushButton* button;
+    QCheckBox* box;
+    QLineEdit* edit;
+    QSpinBox* spin;
+    QPushButton* covered;
+    QWidget* cover;
+    QPushButton* asker;
+    int answer = 0;
+
+signals:
+    void updateFrameDone();
+
+private:
+    template <class Widget>
+    Widget* place(Widget* widget, const char* name, int x, int y)
+    {
+        widget->setObjectName(name);
+        widget->setGeometry(x, y, 150, 40);
+        return widget;
+    }
+};
+
+QImage stripes(int width, int period)
+{
+    QImage picture(width, 32, QImage::Format_RGB32);
+    for (int y = 0; y < picture.height(); ++y)
+        for (int x = 0; x < width; ++x)
+            picture.setPixel(x, y, x / period % 2 == 0 ? qRgb(100, 100, 100) : qRgb(150, 150, 150));
+    return picture;
+}
+
+} // namespace
+
+class TestSessionParts : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void aClickOpensTheTabFirst();
+    void aDisabledWidgetDoesNotReact();
+    void aCoveredWidgetDoesNotReact();
+    void aMissingWidgetIsTrouble();
+    void typingReplacesTheText();
+    void aCheckBoxIsSetOnlyWhenItIsNot();
+    void aHeldButtonIsDownUntilReleased();
+    void anAnnouncedBoxIsAnswered();
+    void anUnexpectedBoxIsAnsweredAndIsTrouble();
+    void aBoxThatDoesNotComeIsTrouble();
+    void aWaitEndsWhenGivenUp();
+    void framesAreCounted();
+    void pictureMeasuresOfKnownPictures();
+    void sharperPicturesMeasureSharper();
+    void differencesNeedTheSameSize();
+    void aStepWithTroubleFails();
+    void stepsThatWereNotMadeFailTheSession();
+    void everyParameterTakesItsDefault();
+    void aWrongValueChangesNothing();
+    void everyParameterHasItsOwnPlace();
+    void everyFaultIsUnderstood();
+
+private:
+    std::unique_ptr<PracticeWindow> m_window;
+    std::unique_ptr<Operator> m_hand;
+};
+
+void TestSessionParts::init()
+{
+    m_window = std::make_unique<PracticeWindow>();
+    m_window->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+    m_hand = std::make_unique<Operator>(*m_window, QString());
+}
+
+void TestSessionParts::cleanup()
+{
+    m_hand.reset();
+    m_window.reset();
+}
+
+void TestSessionParts::aClickOpensTheTabFirst()
+{
+    QSignalSpy clicked(m_window->button, &QPushButton::clicked);
+    QVERIFY(!m_window->button->isVisible());
+    QVERIFY(m_hand->click("BUTTON"));
+    QCOMPARE(clicked.count(), 1);
+    QVERIFY(m_hand->isShown("BUTTON"));
+    QVERIFY(m_hand->openTab("PAGE_ONE"));
+    QVERIFY(!m_hand->isShown("BUTTON"));
+    QCOMPARE(m_hand->takeTrouble(), QString());
+}
+
+void TestSessionParts::aDisabledWidgetDoesNotReact()
+{
+    QSignalSpy clicked(m_window->button, &QPushButton::clicked);
+    m_window->button->setEnabled(false);
+    QVERIFY(!m_hand->click("BUTTON"));
+    QCOMPARE(m_hand->takeTrouble(), QString("BUTTON is disabled"));
+    m_window->button->setEnabled(true);
+    m_window->setEnabled(false);
+    QVERIFY(!m_hand->click("BUTTON"));
+    QVERIFY(!m_hand->windowIsEnabled());
+    QCOMPARE(clicked.count(), 0);
+}
+
+void TestSessionParts::aCoveredWidgetDoesNotReact()
+{
+    QSignalSpy clicked(m_window->covered, &QPushButton::clicked);
+    QVERIFY(!m_hand->click("COVERED"));
+    QCOMPARE(m_hand->takeTrouble(), QString("COVERED is covered by COVER"));
+    m_window->cover->hide();
+    QVERIFY(m_hand->click("COVERED"));
+    QCOMPARE(clicked.count(), 1);
+}
+
+void TestSessionParts::aMissingWidgetIsTrouble()
+{
+    QVERIFY(!m_hand->click("NOTHING"));
+    QCOMPARE(m_hand->text("NOTHING"), QString());
+    QCOMPARE(m_hand->takeTrouble(), QString("there is no NOTHING"));
+    QCOMPARE(m_hand->takeTrouble(), QString());
+}
+
+void TestSessionParts::typingReplacesTheText()
+{
+    QSignalSpy returned(m_window->edit, &QLineEdit::returnPressed);
+    QVERIFY(m_hand->type("EDIT", "-120"));
+    QCOMPARE(m_hand->text("EDIT"), QString("-120"));
+    QCOMPARE(returned.count(), 1);
+    QVERIFY(m_hand->type("SPIN", "640"));
+    QCOMPARE(m_window->spin->value(), 640);
+    QCOMPARE(m_hand->text("SPIN"), QString("640"));
+}
+
+void TestSessionParts::aCheckBoxIsSetOnlyWhenItIsNot()
+{
+    QSignalSpy clicked(m_window->box, &QCheckBox::clicked);
+    QVERIFY(m_hand->setChecked("CHECK", true));
+    QVERIFY(m_hand->setChecked("CHECK", true));
+    QVERIFY(m_hand->isChecked("CHECK"));
+    QCOMPARE(clicked.count(), 1);
+    QVERIFY(m_hand->setChecked("CHECK", false));
+    QVERIFY(!m_window->box->isChecked());
+}
+
+void TestSessionParts::aHeldButtonIsDownUntilReleased()
+{
+    bool wasDown = false;
+    QTimer::singleShot(50, this, [&] { wasDown = m_window->button->isDown(); });
+    QVERIFY(m_hand->hold("BUTTON", 200));
+    QVERIFY(wasDown);
+    QVERIFY(!m_window->button->isDown());
+}
+
+void TestSessionParts::anAnnouncedBoxIsAnswered()
+{
+    m_hand->expectBox("Yes");
+    m_hand->click("ASKER");
+    QCOMPARE(m_window->answer, int(QMessageBox::Yes));
+    QCOMPARE(m_hand->takeTrouble(), QString());
+    QCOMPARE(m_hand->boxes().size(), 1);
+    const SeenBox& box = m_hand->boxes().first();
+    QCOMPARE(box.title, QString("Title"));
+    QCOMPARE(box.text, QString("Text ?"));
+    QCOMPARE(box.buttons.size(), 2);
+    QCOMPARE(box.answer, QString("Yes"));
+}
+
+void TestSessionParts::anUnexpectedBoxIsAnsweredAndIsTrouble()
+{
+    m_hand->click("ASKER");
+    QCOMPARE(m_window->answer, int(QMessageBox::No));
+    QCOMPARE(m_hand->takeTrouble(), QString("unexpected box \"Title\": \"Text ?\""));
+}
+
+void TestSessionParts::aBoxThatDoesNotComeIsTrouble()
+{
+    m_hand->expectBox("Yes");
+    m_hand->wait(10);
+    QCOMPARE(m_hand->takeTrouble(), QString("an expected box did not come up"));
+    m_hand->click("ASKER");
+    QCOMPARE(m_window->answer, int(QMessageBox::No));
+}
+
+void TestSessionParts::aWaitEndsWhenGivenUp()
+{
+    QTimer::singleShot(20, this, [this] { m_hand->giveUp(); });
+    QElapsedTimer clock;
+    clock.start();
+    QVERIFY(!m_hand->waitUntil([] { return false; }, 60000, "waited in vain"));
+    QVERIFY(clock.elapsed() < 30000);
+    QCOMPARE(m_hand->takeTrouble(), QString("waited in vain"));
+}
+
+void TestSessionParts::framesAreCounted()
+{
+    QTimer::singleShot(10, m_window.get(), [this] {
+        for (int i = 0; i < 3; ++i)
+            emit m_window->updateFrameDone();
+    });
+    QVERIFY(m_hand->waitForFrames(3, 10000));
+    QCOMPARE(m_hand->paintedFrames(), 3);
+    QVERIFY(!m_hand->waitForFrames(1, 20));
+    QCOMPARE(m_hand->takeTrouble(), QString("the live view stands still"));
+}
+
+void TestSessionParts::pictureMeasuresOfKnownPictures()
+{
+    QImage even(40, 30, QImage::Format_RGB32);
+    even.fill(qRgb(80, 80, 80));
+    const PictureMeasures flat = measurePicture(even);
+    QCOMPARE(flat.brightness, 80.0);
+    QCOMPARE(flat.contrast, 0.0);
+    QCOMPARE(flat.sharpness, 0.0);
+    const PictureMeasures striped = measurePicture(stripes(64, 8));
+    QCOMPARE(striped.brightness, 125.0);
+    QCOMPARE(striped.contrast, 25.0);
+    // Seven edges, each met by two of the 62 pairs of a row.
+    QCOMPARE(striped.sharpness, 7.0 * 2.0 * 50.0 * 50.0 / 62.0);
+    QCOMPARE(measurePicture(QImage()).sharpness, 0.0);
+}
+
+void TestSessionParts::sharperPicturesMeasureSharper()
+{
+    const QImage sharp = stripes(240, 12);
+    double last = measurePicture(sharp).sharpness;
+    for (const int width : {120, 60, 30}) {
+        const QImage blurred = sharp.scaled(width, 32, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+                                   .scaled(240, 32, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+        const double sharpness = measurePicture(blurred).sharpness;
+        QVERIFY(sharpness < last);
+        last = sharpness;
+    }
+}
+
+void TestSessionParts::differencesNeedTheSameSize()
+{
+    QImage first(4, 4, QImage::Format_RGB32);
+    first.fill(qRgb(10, 10, 10));
+    QImage second = first;
+    QCOMPARE(pictureDifference(first, second), 0.0);
+    second.fill(qRgb(30, 30, 30));
+    QCOMPARE(pictureDifference(first, second), 20.0);
+    QCOMPARE(pictureDifference(first, QImage(4, 5, QImage::Format_RGB32)), -1.0);
+    QCOMPARE(pictureDifference(QImage(), QImage()), -1.0);
+}
+
+void TestSessionParts::aStepWithTroubleFails()
+{
+    QString text;
+    QTextStream output(&text);
+    SessionRunner runner(*m_hand,
+                         {{"good", "", false,
+                           [] {
+                               return StepResult{true, "seen", "truth"};
+                           }},
+                          {"bad", "", false,
+                           [] {
+                               return StepResult{false, "seen", {}};
+                           }},
+                          {"hard", "", true,
+                           [this] {
+                               m_hand->noteTrouble("stuck");
+                               return StepResult{true, {}, {}};
+                           }}},
+                         output);
+    runner.runInEventLoop();
+    QCOMPARE(runner.reports().size(), std::size_t(2));
+    runner.runAfterEventLoop();
+    QCOMPARE(runner.exitStatus(), 1);
+    QVERIFY(runner.reports()[0].holds());
+    QVERIFY(!runner.reports()[1].holds());
+    QCOMPARE(runner.reports()[2].trouble, QString("stuck"));
+    QVERIFY(!runner.reports()[2].holds());
+    const QStringList lines = text.split('\n');
+    QVERIFY(lines[0].contains("ok     good") && lines[0].contains("seen | true: truth"));
+    QVERIFY(lines[1].contains("FAILED bad"));
+    QVERIFY(lines[2].contains("FAILED hard") && lines[2].contains("trouble: stuck"));
+    QCOMPARE(lines[3], QString("1 of 3 steps as they should be"));
+}
+
+void TestSessionParts::stepsThatWereNotMadeFailTheSession()
+{
+    QString text;
+    QTextStream output(&text);
+    const auto fine = [] { return StepResult{true, {}, {}}; };
+    SessionRunner whole(*m_hand, {{"one", "", false, fine}, {"two", "", false, fine}}, output);
+    whole.runInEventLoop();
+    QCOMPARE(whole.exitStatus(), 0);
+    SessionRunner stopped(*m_hand,
+                          {{"one", "", false,
+                            [&] {
+                                m_hand->giveUp();
+                                return fine();
+                            }},
+                           {"two", "", false, fine}},
+                          output);
+    stopped.runInEventLoop();
+    stopped.runAfterEventLoop();
+    QCOMPARE(stopped.reports().size(), std::size_t(0));
+    QVERIFY(text.endsWith("stopped in step one\n0 of 2 steps as they should be\n"));
+    QCOMPARE(stopped.exitStatus(), 1);
+}
+
+void TestSessionParts::everyParameterTakesItsDefault()
+{
+    InstrumentParameters parameters;
+    for (const InstrumentParameter& parameter : instrumentParameters()) {
+        const std::string value = parameterValue(parameter, parameters);
+        if (value == "from the seed")
+            continue;
+        QCOMPARE(setParameter(parameters, std::string(parameter.name) + "=" + value), std::string());
+        QCOMPARE(parameterValue(parameter, parameters), value);
+        QVERIFY(*parameter.text != '\0');
+    }
+}
+
+void TestSessionParts::aWrongValueChangesNothing()
+{
+    InstrumentParameters parameters;
+    for (const InstrumentParameter& parameter : instrumentParameters()) {
+        const std::string before = parameterValue(parameter, parameters);
+        const std::string sentence = setParameter(parameters, std::string(parameter.name) + "=$nonsense");
+        QVERIFY2(sentence.find(parameter.name) != std::string::npos, parameter.name);
+        QCOMPARE(parameterValue(parameter, parameters), before);
+    }
+    QVERIFY(!setParameter(parameters, "target-dots=1,2,3").empty());
+    QVERIFY(!setParameter(parameters, "target-dots=1,2,3,4,").empty());
+    QVERIFY(!setParameter(parameters, "target-dots=1,2,3,2593").empty());
+    QVERIFY(!setParameter(parameters, "led-on=yes").empty());
+    QVERIFY(!setParameter(parameters, "dust=1.5").empty());
+    QVERIFY(!setParameter(parameters, "noise=nan").empty());
+}
+
+void TestSessionParts::everyParameterHasItsOwnPlace()
+{
+    for (const InstrumentParameter& changed : instrumentParameters()) {
+        InstrumentParameters plain;
+        InstrumentParameters parameters;
+        const std::string before = parameterValue(changed, plain);
+        const std::string other = before == "on"    ? "off"
+                                  : before == "off" ? "on"
+                                  : std::string(changed.name) == "target-dots"
+                                      ? "1,2,3,4"
+                                      : QString::number(changed.most, 'f', 0).toStdString();
+        QCOMPARE(setParameter(parameters, std::string(changed.name) + "=" + other), std::string());
+        for (const InstrumentParameter& each : instrumentParameters())
+            QCOMPARE(parameterValue(each, parameters) != parameterValue(each, plain),
+                     std::string(each.name) == changed.name && other != before);
+    }
+}
+
+void TestSessionParts::everyFaultIsUnderstood()
+{
+    for (const InstrumentFaultText& fault : instrumentFaultTexts()) {
+        InstrumentFaults faults;
+        const std::string text = fault.name == "ioctl" ? "ioctl:VIDIOC_QBUF:EBUSY:2" : fault.name;
+        QCOMPARE(addFault(faults, text), std::string());
+        QVERIFY(!fault.text.empty());
+    }
+    InstrumentFaults faults;
+    QCOMPARE(addFault(faults, "late:MVP:3"), std::string());
+    QCOMPARE(faults.line.size(), std::size_t(1));
+    QCOMPARE(faults.line[0].command, std::string("MVP"));
+    QCOMPARE(faults.line[0].nth, 3);
+    QVERIFY(!addFault(faults, "late:MVP:0").empty());
+    QVERIFY(!addFault(faults, "no-power:1").empty());
+    QVERIFY(!addFault(faults, "").empty());
+    QCOMPARE(faults.line.size(), std::size_t(1));
+    QVERIFY(!faults.noBoardPower);
+}
+
+QTEST_MAIN(TestSessionParts)
+#include "test_session_parts.moc"

@@ -1,0 +1,191 @@
+#include <QImage>
+#include <QtTest>
+
+#include "ProgramRun.h"
+
+/// The simulator program as a whole: its command line, and the visit's verdicts.
+class TestVisit : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void everyStepHoldsOnAnInstrumentInGoodOrder();
+    void zigModeLeavesTheInstrumentAsItIs();
+    void aVisitToABrokenInstrumentFails_data();
+    void aVisitToABrokenInstrumentFails();
+    void onlyTheChosenStepsAreMade();
+    void anotherSeedHasAnotherFocus();
+    void wrongOptionsGetOneSentenceAndStatus2_data();
+    void wrongOptionsGetOneSentenceAndStatus2();
+    void helpNamesEveryOptionParameterAndFault();
+    void theListOfFaultsExplainsEach();
+    void theUsersOwnSettingsAreUsedAndNotWritten();
+    void aTerminatedProgramCleansUp();
+};
+
+void TestVisit::everyStepHoldsOnAnInstrumentInGoodOrder()
+{
+    const ProgramRun run({"--visit", "--instant"});
+    QVERIFY2(run.exitStatus == 0, run.all());
+    QVERIFY2(run.output.contains("15 of 15 steps as they should be"), run.all());
+    QCOMPARE(run.output.count("FAILED"), 0);
+    const QStringList pictures = run.pictures();
+    QVERIFY(pictures.size() >= 15);
+    for (int i = 0; i < pictures.size(); ++i) {
+        QVERIFY2(pictures[i].startsWith(QString("%1-").arg(i + 1, 2, 10, QChar('0'))),
+                 qPrintable(pictures[i]));
+        QCOMPARE(QImage(run.out.filePath(pictures[i])).size(), QSize(800, 480));
+    }
+    QVERIFY(run.log().contains("slot_connected_controller"));
+}
+
+void TestVisit::zigModeLeavesTheInstrumentAsItIs()
+{
+    const ProgramRun run({"--visit", "--instant", "--parameter", "zig-mode=on", "--steps",
+                          "window,handshake,exit,ended,parked"});
+    QVERIFY2(run.exitStatus == 0, run.all());
+    QVERIFY2(run.output.contains("received nothing, LED on at 225, stage at 32000"), run.all());
+}
+
+void TestVisit::aVisitToABrokenInstrumentFails_data()
+{
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<QString>("failedStep");
+    QTest::newRow("a board without power") << "no-power"
+                                           << "handshake";
+    QTest::newRow("no camera") << "no-camera"
+                               << "vga";
+    QTest::newRow("refused moves") << "failure:MVP"
+                                   << "jog";
+    QTest::newRow("refused homing") << "failure:ORIGIN:2"
+                                    << "home";
+    QTest::newRow("no frames") << "stall"
+                               << "1280";
+}
+
+void TestVisit::aVisitToABrokenInstrumentFails()
+{
+    QFETCH(QString, fault);
+    QFETCH(QString, failedStep);
+    const ProgramRun run({"--visit", "--instant", "--fault", fault, "--steps", failedStep + ",exit,ended"});
+    QCOMPARE(run.exitStatus, 1);
+    QVERIFY2(run.output.contains(QRegularExpression("FAILED " + failedStep)), run.all());
+    QVERIFY2(run.output.contains("2 of 3 steps as they should be"), run.all());
+}
+
+void TestVisit::onlyTheChosenStepsAreMade()
+{
+    const ProgramRun run({"--visit", "--instant", "--steps", "ended,window,exit"});
+    QVERIFY2(run.exitStatus == 0, run.all());
+    QVERIFY2(run.output.contains("3 of 3 steps as they should be"), run.all());
+}
+
+void TestVisit::anotherSeedHasAnotherFocus()
+{
+    const QRegularExpression truth("focus at (\\d+)");
+    QStringList positions;
+    for (const char* seed : {"2", "3"}) {
+        const ProgramRun run({"--visit", "--instant", "--seed", seed, "--steps", "focus,exit,ended"});
+        QVERIFY2(run.exitStatus == 0, run.all());
+        positions.append(truth.match(run.output).captured(1));
+    }
+    QVERIFY(positions[0] != positions[1]);
+}
+
+void TestVisit::wrongOptionsGetOneSentenceAndStatus2_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("named");
+    QTest::newRow("unknown option") << QStringList{"--nonsense"} << "nonsense";
+    QTest::newRow("missing value") << QStringList{"--slide"} << "slide";
+    QTest::newRow("argument") << QStringList{"file.ini"} << "file.ini";
+    QTest::newRow("seed") << QStringList{"--seed", "one"} << "\"one\"";
+    QTest::newRow("negative seed") << QStringList{"--seed=-1"} << "\"-1\"";
+    QTest::newRow("slide") << QStringList{"--slide", "blood"} << "\"blood\"";
+    QTest::newRow("fault") << QStringList{"--fault", "rain"} << "\"rain\"";
+    QTest::newRow("fault's count") << QStringList{"--fault", "mmap:0"} << "\"mmap:0\"";
+    QTest::newRow("fault's command count") << QStringList{"--fault", "late:MVP:x"} << "\"late:MVP:x\"";
+    QTest::newRow("parameter") << QStringList{"--parameter", "weight=3"} << "\"weight\"";
+    QTest::newRow("parameter without value") << QStringList{"--parameter", "noise"} << "\"noise\"";
+    QTest::newRow("parameter's value") << QStringList{"--parameter", "noise=much"} << "noise";
+    QTest::newRow("parameter's range") << QStringList{"--parameter", "led-level=1001"} << "1000";
+    QTest::newRow("step") << QStringList{"--visit", "--steps", "window,lunch"} << "\"lunch\"";
+}
+
+void TestVisit::wrongOptionsGetOneSentenceAndStatus2()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, named);
+    const ProgramRun run(arguments, 20000);
+    QCOMPARE(run.exitStatus, 2);
+    QVERIFY2(run.errors.contains(named), run.all());
+    QCOMPARE(run.errors.count('\n'), 1);
+    QCOMPARE(run.output, QString());
+}
+
+void TestVisit::helpNamesEveryOptionParameterAndFault()
+{
+    const ProgramRun run({"--help"}, 20000);
+    QCOMPARE(run.exitStatus, 0);
+    for (const char* expected :
+         {"--slide", "--seed", "--parameter", "--fault", "--settings", "--root", "--instant", "--visit",
+          "--steps", "--out", "--faults", "stage-maximum = 64000 steps", "best-focus = from the seed",
+          "zig-mode = off", "no-answer[:COMMAND[:N]]", "ioctl:REQUEST[:ERRNO[:N]]", "consoles"})
+        QVERIFY2(run.output.contains(expected), expected);
+}
+
+void TestVisit::theListOfFaultsExplainsEach()
+{
+    const ProgramRun run({"--faults"}, 20000);
+    QCOMPARE(run.exitStatus, 0);
+    for (const char* expected : {"no-serial", "no-power", "no-settings", "garbled", "no-camera", "i2c-short"})
+        QVERIFY2(run.output.contains(QRegularExpression(QString("  %1\\S* +\\S+").arg(expected))), expected);
+    QVERIFY(!run.output.contains("stage-maximum"));
+}
+
+void TestVisit::theUsersOwnSettingsAreUsedAndNotWritten()
+{
+    QTemporaryDir folder;
+    QFile file(folder.filePath("ORLA3.ini"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    const QByteArray content = "[Calibration]\nZ%20reference=31000\n[ORLA-III]\nZig%20mode=Off\n"
+                               "[Software]\nVersion%20QC=0.0.9\n";
+    file.write(content);
+    file.close();
+    const ProgramRun run(
+        {"--visit", "--instant", "--settings", folder.path(), "--steps", "window,exit,ended"});
+    QVERIFY2(run.exitStatus == 0, run.all());
+    QVERIFY2(run.output.contains("version 0.0.9"), run.all());
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), content);
+    QCOMPARE(ProgramRun({"--visit", "--settings", folder.filePath("missing")}, 20000).exitStatus, 1);
+}
+
+void TestVisit::aTerminatedProgramCleansUp()
+{
+    QTemporaryDir temporary;
+    QProcess program;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("QT_QPA_PLATFORM", "offscreen");
+    environment.insert("TMPDIR", temporary.path());
+    // Qt would make one in the temporary directory, and leave it there.
+    QTemporaryDir runtime;
+    environment.insert("XDG_RUNTIME_DIR", runtime.path());
+    program.setProcessEnvironment(environment);
+    program.setReadChannel(QProcess::StandardError);
+    program.start(SIMULATOR_PROGRAM, {"--instant"});
+    QVERIFY(program.waitForStarted());
+    // The window asks for the board's answer before it is shown; the log tells when it had it.
+    QByteArray log;
+    while (!log.contains("slot_connected_controller") && program.waitForReadyRead(60000))
+        log += program.readAllStandardError();
+    QTest::qWait(500);
+    QVERIFY(!QDir(temporary.path()).isEmpty());
+    program.terminate();
+    QVERIFY(program.waitForFinished(60000));
+    QCOMPARE(program.exitCode(), 128 + 15);
+    QVERIFY(QDir(temporary.path()).isEmpty());
+}
+
+QTEST_GUILESS_MAIN(TestVisit)
+#include "test_visit.moc"
