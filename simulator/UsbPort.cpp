@@ -26,16 +26,17 @@ constexpr char kSmallDiskSize[] = "size=16k";
 constexpr int kSmallDiskSize_bytes = 16 * 1024;
 
 // Shared by both stand-ins. The last line of the table for /mnt decides what /mnt shows, so
-// that a disk mounted over another uncovers it when it is unmounted.
+// that a disk mounted over another uncovers it when it is unmounted. What was written to the
+// bare directory is hidden, not lost, while a disk is mounted over it.
 constexpr char kCommonLines[] = R"(table="$root/etc/mtab"
 echo "${0##*/}${1:+ }${1#"$root"}${2:+ }${2#"$root"}" >> "$root/usb/commands"
 show() {
     top=$(awk '$2 == "/mnt" { device = $1 } END { print device }' "$table")
-    rm -f "$root/mnt" 2>/dev/null || rmdir "$root/mnt"
+    if [ -L "$root/mnt" ]; then rm "$root/mnt"; else mv "$root/mnt" "$root/below"; fi
     if [ -n "$top" ]; then
         ln -s "usb/${top#/dev/}/files" "$root/mnt"
     else
-        mkdir "$root/mnt"
+        mv "$root/below" "$root/mnt"
     fi
 }
 )";

@@ -117,6 +117,10 @@ private slots:
         QCOMPARE(unmount("/mnt"), 0);
         QVERIFY(put(m_root + "/mnt/stray", "x"));
         QVERIFY(!QFile::exists(m_port->filesOf() + "/stray"));
+        QCOMPARE(mount("sda1"), 0);
+        QVERIFY(QDir(m_root + "/mnt").isEmpty());
+        QCOMPARE(unmount("/mnt"), 0);
+        QCOMPARE(bytesOf(m_root + "/mnt/stray"), QByteArray("x"));
     }
 
     void aDiskMountedOverAnotherUncoversItWhenUnmounted()

@@ -1,0 +1,408 @@
+#include <memory>
+
+#include <QDialogButtonBox>
+#include <QDir>
+#include <QFileDialog>
+#include <QLineEdit>
+#include <QTimer>
+#include <QtTest>
+
+#include <opencv2/imgcodecs.hpp>
+
+#include "camera/OV5642Camera.h"
+#include "settings/GlobalIni.h"
+#include "support/WindowFixture.h"
+#include "verifier/UsbStick.h"
+
+namespace {
+
+constexpr const char* kResolutions[] = {"BUTTON_RESOLUTION_VGA", "BUTTON_RESOLUTION_1280",
+                                        "BUTTON_RESOLUTION_5M"};
+
+/// Sits in front of the file dialog, which blocks the handler that shows it: types the next
+/// queued name and saves, or cancels.
+class DialogHand : public QObject
+{
+public:
+    struct Seen
+    {
+        QString title;
+        QString directory;
+        QStringList filters;
+        bool saves = false;
+        bool windowWasEnabled = false;
+    };
+
+    explicit DialogHand(QWidget& window) : m_window(window)
+    {
+        connect(&m_timer, &QTimer::timeout, this, [this] { look(); });
+        m_timer.start(5);
+    }
+
+    /// Types this name into the next dialog; an empty one cancels it.
+    void next(const QString& name, const std::function<void()>& before = {})
+    {
+        m_name = name;
+        m_before = before;
+    }
+    const QVector<Seen>& seen() const { return m_seen; }
+    void clear() { m_seen.clear(); }
+
+private:
+    void look()
+    {
+        auto* dialog = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+        if (dialog == nullptr)
+            return;
+        m_seen.append({dialog->windowTitle(), dialog->directory().path(), dialog->nameFilters(),
+                       dialog->acceptMode() == QFileDialog::AcceptSave, m_window.isEnabled()});
+        m_timer.stop();
+        if (m_before)
+            m_before();
+        m_timer.start();
+        if (m_name.isEmpty()) {
+            dialog->reject();
+            return;
+        }
+        dialog->findChild<QLineEdit*>("fileNameEdit")->setText(m_name);
+        dialog->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Save)->click();
+    }
+
+    QWidget& m_window;
+    QTimer m_timer;
+    QString m_name;
+    std::function<void()> m_before;
+    QVector<Seen> m_seen;
+};
+
+/// Notes when the window is disabled and enabled, and whether a file is there at that moment.
+class EnableWatcher : public QObject
+{
+public:
+    EnableWatcher(QWidget& window, const QString& file) : m_window(window), m_file(file)
+    {
+        window.installEventFilter(this);
+    }
+
+    QStringList changes;
+
+protected:
+    bool eventFilter(QObject* object, QEvent* event) override
+    {
+        if (object == &m_window && event->type() == QEvent::EnabledChange)
+            changes += QString(m_window.isEnabled() ? "enabled" : "disabled") +
+                       (QFile::exists(m_file) ? ", file" : ", no file");
+        return false;
+    }
+
+private:
+    QWidget& m_window;
+    QString m_file;
+};
+
+} // namespace
+
+/// The Capture button of the camera tab and the skip-frame count of the QC tab.
+class TestWindowCapture : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        m_fixture = std::make_unique<WindowFixture>();
+        m_hand = std::make_unique<DialogHand>(m_fixture->window());
+    }
+
+    void cleanupTestCase()
+    {
+        m_hand.reset();
+        m_fixture.reset();
+    }
+
+    void init()
+    {
+        m_hand->clear();
+        m_fixture->clearConsoles();
+        m_fixture->boxes().clear();
+        if (!camera()->isStreaming())
+            m_fixture->click("BUTTON_RESOLUTION_1280");
+    }
+
+    void cleanup()
+    {
+        pullAndUnmount(*m_fixture);
+        QVERIFY(m_fixture->window().isEnabled());
+    }
+
+    void aCaptureIsTheFrameThatIsShown_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::newRow("640 x 480") << 0;
+        QTest::newRow("1280 x 960") << 1;
+        QTest::newRow("2592 x 1944") << 2;
+    }
+
+    void aCaptureIsTheFrameThatIsShown()
+    {
+        QFETCH(int, mode);
+        const QSize sizes[] = {{640, 480}, {1280, 960}, {2592, 1944}};
+        m_fixture->click(kResolutions[mode]);
+        QVERIFY(m_fixture->waitForFrames(3));
+        QVERIFY(plugAndMount(*m_fixture));
+        const QString name = QString("frame%1").arg(mode);
+        capture(name);
+
+        const cv::Mat picture = readTiff(name + ".tif");
+        QCOMPARE(picture.type(), CV_8UC3);
+        QCOMPARE(QSize(picture.cols, picture.rows), sizes[mode]);
+        // Nothing moves on this instrument, so that every frame of a mode is the same.
+        const uchar* frame = camera()->getFrame();
+        for (int y = 0; y < picture.rows; ++y)
+            for (int x = 0; x < picture.cols; ++x, frame += 3) {
+                const auto& pixel = picture.at<cv::Vec3b>(y, x);
+                if (pixel[2] != frame[0] || pixel[1] != frame[1] || pixel[0] != frame[2])
+                    QFAIL(qPrintable(QString("differs at %1, %2").arg(x).arg(y)));
+            }
+        compareWithTheScreen(picture);
+        QVERIFY2(m_fixture->boxes().met().isEmpty(), "no confirmation is shown");
+        QCOMPARE(m_fixture->messages().count("[Error]"), 0);
+    }
+
+    void theDialogAsksForAPlaceOnTheDisk()
+    {
+        QVERIFY(plugAndMount(*m_fixture));
+        capture("a");
+        QCOMPARE(m_hand->seen().size(), 1);
+        const DialogHand::Seen& dialog = m_hand->seen().first();
+        QCOMPARE(dialog.title, QString("Save image"));
+        QCOMPARE(dialog.directory, m_fixture->machinePath("/mnt"));
+        QCOMPARE(dialog.filters, QStringList("TIFF image (*.tif)"));
+        QVERIFY(dialog.saves);
+        QVERIFY2(dialog.windowWasEnabled, "the window is locked only when the name is known");
+    }
+
+    void tifIsAlwaysAppended_data()
+    {
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QString>("file");
+        const auto row = [](const char* typed) {
+            QTest::addRow("%s", typed) << QString::fromUtf8(typed) << QString::fromUtf8(typed) + ".tif";
+        };
+        row("plain");
+        row("given.tif");
+        row("given.TIF");
+        row("other.png");
+        row("with two blanks");
+        row("Prüfbild µ 細胞");
+        row("dots.in.the.name");
+    }
+
+    void tifIsAlwaysAppended()
+    {
+        QFETCH(QString, typed);
+        QFETCH(QString, file);
+        QVERIFY(plugAndMount(*m_fixture));
+        const QStringList before = filesOnDisk();
+        capture(typed);
+        QStringList added = filesOnDisk();
+        for (const QString& name : before)
+            added.removeOne(name);
+        QCOMPARE(added, QStringList(file));
+        QCOMPARE(readTiff(file).cols, static_cast<int>(camera()->width()));
+    }
+
+    void aFileOfThatNameIsReplaced()
+    {
+        QVERIFY(plugAndMount(*m_fixture));
+        QFile old(m_fixture->usb().filesOf() + "/again.tif");
+        QVERIFY(old.open(QIODevice::WriteOnly));
+        old.write("no picture");
+        old.close();
+        capture("again");
+        QCOMPARE(readTiff("again.tif").cols, static_cast<int>(camera()->width()));
+    }
+
+    void theWindowIsLockedWhileTheFileIsWritten()
+    {
+        QVERIFY(plugAndMount(*m_fixture));
+        EnableWatcher watcher(m_fixture->window(), m_fixture->usb().filesOf() + "/locked.tif");
+        capture("locked");
+        QCOMPARE(watcher.changes, QStringList({"disabled, no file", "enabled, file"}));
+    }
+
+    void theLiveViewGoesOnAfterACapture()
+    {
+        QVERIFY(plugAndMount(*m_fixture));
+        capture("b");
+        QVERIFY(m_fixture->waitForFrames(3));
+    }
+
+    void cancellingWritesNothing()
+    {
+        QVERIFY(plugAndMount(*m_fixture));
+        const QStringList before = filesOnDisk();
+        EnableWatcher watcher(m_fixture->window(), QString());
+        capture(QString());
+        QCOMPARE(m_hand->seen().size(), 1);
+        QCOMPARE(filesOnDisk(), before);
+        QVERIFY(watcher.changes.isEmpty());
+        QVERIFY(m_fixture->boxes().met().isEmpty());
+    }
+
+    void withoutADiskTheTechnicianIsAskedForOne_data()
+    {
+        QTest::addColumn<bool>("plugged");
+        QTest::newRow("none") << false;
+        QTest::newRow("one that cannot be mounted") << true;
+    }
+
+    void withoutADiskTheTechnicianIsAskedForOne()
+    {
+        QFETCH(bool, plugged);
+        if (plugged)
+            QVERIFY(plugAndMount(*m_fixture, UsbDiskCondition::Unmountable));
+        capture("c");
+        QVERIFY2(m_hand->seen().isEmpty(), "no dialog");
+        expectBox("Error", "Please insert USB disk !!!", QMessageBox::Critical);
+    }
+
+    void aDiskThatTakesNothingIsNamedInTheLogOnly_data()
+    {
+        QTest::addColumn<int>("condition");
+        QTest::newRow("full") << int(UsbDiskCondition::Full);
+        QTest::newRow("read-only") << int(UsbDiskCondition::ReadOnly);
+    }
+
+    void aDiskThatTakesNothingIsNamedInTheLogOnly()
+    {
+        QFETCH(int, condition);
+        if (!plugAndMount(*m_fixture, static_cast<UsbDiskCondition>(condition)))
+            QSKIP("this process may not mount a file system");
+        capture("d");
+        QCOMPARE(m_hand->seen().size(), 1);
+        expectFailedWrite("/mnt/d.tif");
+    }
+
+    void aDiskPulledWhileItsNameIsTypedGetsNothing()
+    {
+        QVERIFY(plugAndMount(*m_fixture));
+        // The name that the dialog hands over lies below the mount point, where there is no
+        // disk any more.
+        m_hand->next("e", [this] { pullAndUnmount(*m_fixture); });
+        m_fixture->click("BUTTON_CAPTURE");
+        QCOMPARE(m_hand->seen().size(), 1);
+        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->window().isEnabled());
+        QVERIFY(m_fixture->waitForFrames(3));
+
+        QVERIFY(plugAndMount(*m_fixture));
+        QVERIFY(!filesOnDisk().contains("e.tif"));
+        m_hand->clear();
+        capture("e");
+        QVERIFY(filesOnDisk().contains("e.tif"));
+    }
+
+    void aNameThatCannotBeWrittenIsNamedInTheLogOnly()
+    {
+        QVERIFY(plugAndMount(*m_fixture));
+        QVERIFY(QDir(m_fixture->usb().filesOf()).mkdir("taken.tif"));
+        capture("taken");
+        expectFailedWrite("/mnt/taken.tif");
+    }
+
+    void withoutACameraNoExceptionLeavesTheHandler()
+    {
+        QVERIFY(plugAndMount(*m_fixture));
+        m_fixture->window().stopCamera();
+        QVERIFY(camera()->getFrame() == nullptr);
+        capture("f");
+        QVERIFY(m_fixture->messages().contains("total() == 0 || data != NULL"));
+        expectFailedWrite("/mnt/f.tif");
+        QVERIFY(!filesOnDisk().contains("f.tif"));
+    }
+
+    // ---- skip frame ----
+
+    void skipFramesAreTakenFromOneToThirty_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("stored");
+        for (const int good : {1, 2, 29, 30})
+            QTest::addRow("%d", good) << QString::number(good) << good;
+        for (const char* bad : {"0", "31", "-1", "abc", "", "5.5", "0x10", "99999999999"})
+            QTest::addRow("\"%s\"", bad) << bad << 5;
+    }
+
+    void skipFramesAreTakenFromOneToThirty()
+    {
+        QFETCH(QString, text);
+        QFETCH(int, stored);
+        global_ini()->Skip_frame = 5;
+        m_fixture->setText("EDIT_SKIP_FRAME", text);
+        m_fixture->click("BUTTON_SKIP_FRAME");
+        QCOMPARE(global_ini()->Skip_frame, stored);
+        QCOMPARE(m_fixture->text("EDIT_SKIP_FRAME"), text);
+        if (stored != 5)
+            expectBox("ORLA-III", "Skip frame value is set. \nPress [Save Ini] to save the value.",
+                      QMessageBox::Information);
+        else
+            expectBox("Error", "Possible range: 1 to 30", QMessageBox::Critical);
+    }
+
+private:
+    OV5642Camera* camera() { return m_fixture->window().findChild<OV5642Camera*>(); }
+
+    void capture(const QString& name)
+    {
+        m_hand->next(name);
+        m_fixture->click("BUTTON_CAPTURE");
+    }
+
+    QStringList filesOnDisk() const { return QDir(m_fixture->usb().filesOf()).entryList(QDir::Files); }
+
+    cv::Mat readTiff(const QString& name) const
+    {
+        const QString path = m_fixture->usb().filesOf() + '/' + name;
+        return cv::imread(QFile::encodeName(path).toStdString(), cv::IMREAD_UNCHANGED);
+    }
+
+    /// The live view at 1:1 shows the frame's upper left part, but for the navigator.
+    void compareWithTheScreen(const cv::Mat& picture)
+    {
+        m_fixture->click("CHECK_SCALED_TO_FIT");
+        QVERIFY(m_fixture->waitForFrames(2));
+        const QImage view = m_fixture->window().grab(QRect(0, 0, 640, 480)).toImage();
+        m_fixture->click("CHECK_SCALED_TO_FIT");
+        for (int y = 0; y < 480; ++y)
+            for (int x = y < 64 ? 84 : 0; x < 640; ++x) {
+                const auto& pixel = picture.at<cv::Vec3b>(y, x);
+                if (view.pixel(x, y) != qRgb(pixel[2], pixel[1], pixel[0]))
+                    QFAIL(qPrintable(QString("the screen differs at %1, %2").arg(x).arg(y)));
+            }
+    }
+
+    void expectBox(const QString& title, const QString& text, QMessageBox::Icon icon)
+    {
+        QCOMPARE(m_fixture->boxes().met().size(), 1);
+        const MetBox& box = m_fixture->boxes().met().first();
+        QCOMPARE(box.title, title);
+        QCOMPARE(box.text, text);
+        QCOMPARE(box.icon, icon);
+        QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
+    }
+
+    void expectFailedWrite(const QString& fixedPath)
+    {
+        QVERIFY2(m_fixture->messages().contains("[Error] " + fixedPath + ' '),
+                 qPrintable(m_fixture->messages()));
+        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->window().isEnabled());
+    }
+
+    std::unique_ptr<WindowFixture> m_fixture;
+    std::unique_ptr<DialogHand> m_hand;
+};
+
+QTEST_MAIN(TestWindowCapture)
+#include "test_window_capture.moc"

@@ -1,0 +1,383 @@
+#include <cstring>
+#include <memory>
+
+#include <sys/mount.h>
+
+#include <QDir>
+#include <QLabel>
+#include <QLineEdit>
+#include <QSpinBox>
+#include <QtTest>
+
+#include "settings/GlobalIni.h"
+#include "support/LogRecorder.h"
+#include "verifier/SettingsFolder.h"
+
+namespace {
+
+constexpr int kStage = 0;
+constexpr int kCamera = 1;
+constexpr int kQC = 2;
+
+/// A small memory file system over a directory that exists; gone with the object.
+class SmallDisk
+{
+public:
+    explicit SmallDisk(const QString& directory) : m_directory(QFile::encodeName(directory))
+    {
+        m_mounted = ::mount("none", m_directory, "tmpfs", 0, "size=16k") == 0;
+    }
+    ~SmallDisk()
+    {
+        if (m_mounted)
+            ::umount2(m_directory, MNT_DETACH);
+    }
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+
+    bool isMounted() const { return m_mounted; }
+    bool makeReadOnly()
+    {
+        return ::mount("none", m_directory, nullptr, MS_REMOUNT | MS_RDONLY, "size=16k") == 0;
+    }
+
+private:
+    QByteArray m_directory;
+    bool m_mounted;
+};
+
+} // namespace
+
+/// The Save button on each tab.
+class TestWindowSave : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        m_fixture = std::make_unique<WindowFixture>();
+        m_folder = std::make_unique<SettingsFolder>(*m_fixture);
+    }
+
+    void cleanupTestCase() { m_fixture.reset(); }
+
+    void init()
+    {
+        m_folder->putAll(QFINDTESTDATA("../settings/data/roundtrip/before"));
+        m_folder->load();
+        global_ini()->System = {};
+        m_fixture->clearConsoles();
+        m_fixture->boxes().clear();
+    }
+
+    void whatWasChangedOnEveryTabIsSavedFromItsOwnTabOnly_data()
+    {
+        QTest::addColumn<int>("tab");
+        QTest::newRow("stage") << kStage;
+        QTest::newRow("camera") << kCamera;
+        QTest::newRow("QC") << kQC;
+    }
+
+    void whatWasChangedOnEveryTabIsSavedFromItsOwnTabOnly()
+    {
+        QFETCH(int, tab);
+        changeEverything();
+        save(tab);
+        const QString before = QFINDTESTDATA("../settings/data/roundtrip/before");
+        const QString after = QFINDTESTDATA("../settings/data/roundtrip/") + QString::number(tab);
+        for (const char* file : kSettingsFiles) {
+            // A file without an expected one of its own stays as it was.
+            const QString name = '/' + QFileInfo(file).fileName();
+            QCOMPARE(m_folder->content(file), bytesOf((QFile::exists(after + name) ? after : before) + name));
+        }
+
+        const global_ini_t changed = *global_ini();
+        m_folder->load();
+        const global_ini_t& again = *global_ini();
+        QCOMPARE(again.Z_reference, tab == kStage ? changed.Z_reference : 30000);
+        QCOMPARE(again.Z_step, tab == kStage ? changed.Z_step : 128);
+        QCOMPARE(again.Z_speed, tab == kStage ? changed.Z_speed : 90);
+        QCOMPARE(again.LED_brightness, tab == kCamera ? changed.LED_brightness : 310);
+        QCOMPARE(std::memcmp(again.CUS_reg, changed.CUS_reg, sizeof again.CUS_reg) == 0, tab == kCamera);
+        QCOMPARE(std::memcmp(again.BFN_reg, changed.BFN_reg, sizeof again.BFN_reg) == 0, tab == kCamera);
+        QCOMPARE(again.Skip_frame, tab == kQC ? changed.Skip_frame : 7);
+        QCOMPARE(m_fixture->text("EDIT_SERIAL_MIDFIX"), QString(tab == kQC ? "07" : "7"));
+        QCOMPARE(m_fixture->find<QLabel>("LABEL_VERSION")->text(), QString("0.0.2"));
+    }
+
+    void savingTwiceChangesNothingMore_data() { whatWasChangedOnEveryTabIsSavedFromItsOwnTabOnly_data(); }
+
+    void savingTwiceChangesNothingMore()
+    {
+        QFETCH(int, tab);
+        save(tab);
+        QByteArrayList once;
+        for (const char* file : kSettingsFiles)
+            once += m_folder->content(file);
+        m_folder->load();
+        save(tab);
+        for (int i = 0; i < once.size(); ++i)
+            QCOMPARE(m_folder->content(kSettingsFiles[i]), once[i]);
+    }
+
+    void savingAnswersWithItsBoxAndItsLog_data() { whatWasChangedOnEveryTabIsSavedFromItsOwnTabOnly_data(); }
+
+    void savingAnswersWithItsBoxAndItsLog()
+    {
+        QFETCH(int, tab);
+        global_ini()->System = {3.70004, 0.912346};
+        const LogRecorder log;
+        save(tab);
+        expectSavedBox();
+        const QString function = "void ORLA_II_Plus_Verifier::set_INI_value(QSettings&) ";
+        QStringList expected{"void ORLA_II_Plus_Verifier::on_BUTTON_SAVE_INI_clicked()",
+                             function + "----> current tab : " + QString::number(tab)};
+        if (tab == kQC)
+            expected += {function + "------> Serial number : OR3-07-00042",
+                         function + "------> global_ini()->System.Magnification : 3.7",
+                         function + "------> global_ini()->System.Volume_factor : 0.91235"};
+        QCOMPARE(log.messages().filter("ORLA_II_Plus_Verifier"), expected);
+        QVERIFY(m_fixture->messages().contains(
+            "void ORLA_II_Plus_Verifier::set_INI_value(QSettings&)() ----> current tab : " +
+            QString::number(tab) + " \n"));
+    }
+
+    void fiveKeysFollowTheZReference_data()
+    {
+        QTest::addColumn<int>("reference");
+        for (const int reference : {30000, 0, -100, 32000})
+            QTest::addRow("%d", reference) << reference;
+    }
+
+    void fiveKeysFollowTheZReference()
+    {
+        QFETCH(int, reference);
+        global_ini()->Z_reference = reference;
+        save(kStage);
+        const QMap<QString, int> offsets{{"Z reference", 0},
+                                         {"Z reset pos", 0},
+                                         {"Z ref 2ch", 2560},
+                                         {"Z ref Reusable", 5120},
+                                         {"Z ref Validation", 0}};
+        const QSettings saved(m_fixture->machinePath(kMainSettingsFile), QSettings::IniFormat);
+        for (auto it = offsets.cbegin(); it != offsets.cend(); ++it)
+            QCOMPARE(saved.value("Calibration/" + it.key()).toString(),
+                     QString::number(reference + it.value()));
+    }
+
+    void theSerialNumberIsComposed_data()
+    {
+        QTest::addColumn<QString>("midfix");
+        QTest::addColumn<QString>("suffix");
+        QTest::addColumn<QString>("serial");
+        const auto row = [](const char* midfix, const char* suffix, const char* serial) {
+            QTest::addRow("%s-%s", midfix, suffix) << midfix << suffix << serial;
+        };
+        row("7", "42", "OR3-07-00042");
+        row("00", "00000", "OR3-00-00000");
+        row("12", "34567", "OR3-12-34567");
+        row("123", "1234567", "OR3-123-1234567");
+        row("ab", "12x", "OR3-00-00000");
+        row("", "", "OR3-00-00000");
+        row("-1", "5", "OR3--1-00005");
+        row("0x10", "1.5", "OR3-00-00000");
+    }
+
+    void theSerialNumberIsComposed()
+    {
+        QFETCH(QString, midfix);
+        QFETCH(QString, suffix);
+        QFETCH(QString, serial);
+        m_fixture->setText("EDIT_SERIAL_MIDFIX", midfix);
+        m_fixture->setText("EDIT_SERIAL_SUFFIX", suffix);
+        save(kQC);
+        QVERIFY(m_folder->content(kMainSettingsFile).contains("\nSerial=" + serial.toLatin1() + '\n'));
+        QVERIFY(m_fixture->messages().contains("------> Serial number : " + serial + " \n"));
+    }
+
+    void magnificationAndVolumeFactorGoTogetherOrNotAtAll_data()
+    {
+        QTest::addColumn<double>("magnification");
+        QTest::addColumn<double>("factor");
+        QTest::addColumn<QByteArray>("savedMagnification");
+        QTest::addColumn<QByteArray>("savedFactor");
+        const QByteArray old = "Magnification=3.5\n";
+        QTest::newRow("both") << 4.0 << 2.0 << QByteArray("Magnification=4\n")
+                              << QByteArray("Volume%20factor=2\n");
+        QTest::newRow("rounded down") << 3.70004 << 0.912344 << QByteArray("Magnification=3.7\n")
+                                      << QByteArray("Volume%20factor=0.91234\n");
+        QTest::newRow("rounded up") << 3.70005001 << 0.9123451 << QByteArray("Magnification=3.7001\n")
+                                    << QByteArray("Volume%20factor=0.91235\n");
+        QTest::newRow("none") << 0.0 << 0.0 << old << QByteArray();
+        QTest::newRow("no magnification") << 0.0 << 1.5 << old << QByteArray();
+        QTest::newRow("no factor") << 4.0 << 0.0 << old << QByteArray();
+    }
+
+    void magnificationAndVolumeFactorGoTogetherOrNotAtAll()
+    {
+        QFETCH(double, magnification);
+        QFETCH(double, factor);
+        QFETCH(QByteArray, savedMagnification);
+        QFETCH(QByteArray, savedFactor);
+        global_ini()->System = {magnification, factor};
+        global_ini()->Skip_frame = 12;
+        save(kQC);
+        const QByteArray saved = m_folder->content(kMainSettingsFile);
+        QVERIFY2(saved.contains('\n' + savedMagnification), saved);
+        QVERIFY2(savedFactor.isEmpty() ? !saved.contains("Volume") : saved.contains('\n' + savedFactor),
+                 saved);
+        QVERIFY2(saved.contains("\nSkip%20frame=12\n"), saved);
+        QVERIFY2(saved.contains("\nSerial=OR3-07-00042\n"), saved);
+        QCOMPARE(m_fixture->messages().contains("global_ini()->System."), !savedFactor.isEmpty());
+    }
+
+    void missingFilesAreCreated()
+    {
+        for (const int tab : {kStage, kCamera, kQC}) {
+            for (const char* file : kSettingsFiles)
+                m_folder->remove(file);
+            save(tab);
+            QCOMPARE(QFile::exists(m_fixture->machinePath(kStageFile)), tab == kStage);
+            QCOMPARE(QFile::exists(m_fixture->machinePath(kCusCalibrationFile)), tab == kCamera);
+            QCOMPARE(QFile::exists(m_fixture->machinePath(kBfnCalibrationFile)), tab == kCamera);
+            QVERIFY(m_folder->content(kMainSettingsFile).contains("[Software]\nVersion%20QC="));
+        }
+    }
+
+    void nothingIsWrittenWithoutSave()
+    {
+        changeEverything();
+        m_fixture->openTab(kStage);
+        m_fixture->openTab(kQC);
+        const QString before = QFINDTESTDATA("../settings/data/roundtrip/before");
+        for (const char* file : kSettingsFiles)
+            QCOMPARE(m_folder->content(file), bytesOf(before + '/' + QFileInfo(file).fileName()));
+        m_folder->load();
+        QCOMPARE(global_ini()->Z_reference, 30000);
+        QCOMPARE(global_ini()->LED_brightness, 310);
+        QCOMPARE(global_ini()->Skip_frame, 7);
+        QCOMPARE(int(global_ini()->CUS_reg[1][0]), 0x11);
+    }
+
+    void aFileThatCannotBeWrittenIsNamedInTheLogOnly_data()
+    {
+        QTest::addColumn<int>("tab");
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<QString>("function");
+        const QString save = "on_BUTTON_SAVE_INI_clicked()";
+        const QString set = "set_INI_value(QSettings&)";
+        QTest::newRow("main, stage tab") << kStage << kMainSettingsFile << save;
+        QTest::newRow("main, camera tab") << kCamera << kMainSettingsFile << save;
+        QTest::newRow("main, QC tab") << kQC << kMainSettingsFile << save;
+        QTest::newRow("stage") << kStage << kStageFile << set;
+        QTest::newRow("CUS") << kCamera << kCusCalibrationFile << set;
+        QTest::newRow("BFN") << kCamera << kBfnCalibrationFile << set;
+    }
+
+    void aFileThatCannotBeWrittenIsNamedInTheLogOnly()
+    {
+        QFETCH(int, tab);
+        QFETCH(QString, file);
+        QFETCH(QString, function);
+        // Nobody, root included, writes to a directory as if it were a file.
+        const QString path = m_fixture->machinePath(file);
+        QVERIFY(QFile::remove(path));
+        QVERIFY(QDir().mkdir(path));
+        save(tab);
+        QVERIFY(QDir().rmdir(path));
+        expectSavedBox();
+        const QString line =
+            "void ORLA_II_Plus_Verifier::" + function + "() [Error] not saved: " + file + " \n";
+        QVERIFY2(m_fixture->messages().contains(line), qPrintable(m_fixture->messages()));
+        QCOMPARE(m_fixture->messages().count("[Error]"), 1);
+        if (file != kMainSettingsFile)
+            QVERIFY(m_folder->content(kMainSettingsFile).contains("Version%20QC"));
+    }
+
+    void aDiskThatTakesNothingLeavesTheFilesAsTheyWere_data()
+    {
+        QTest::addColumn<bool>("full");
+        QTest::newRow("read-only") << false;
+        QTest::newRow("full") << true;
+    }
+
+    void aDiskThatTakesNothingLeavesTheFilesAsTheyWere()
+    {
+        QFETCH(bool, full);
+        SmallDisk disk(m_fixture->machinePath("/opt/ORLA3/conf"));
+        if (!disk.isMounted())
+            QSKIP("this process may not mount a file system");
+        const QString before = QFINDTESTDATA("../settings/data/roundtrip/before");
+        m_folder->putAll(before);
+        if (full)
+            fill(m_fixture->machinePath("/opt/ORLA3/conf/log"));
+        else
+            QVERIFY(disk.makeReadOnly());
+        changeEverything();
+        save(kCamera);
+        expectSavedBox();
+        QCOMPARE(m_fixture->messages().count("[Error] not saved:"), 3);
+        for (const char* file : {kMainSettingsFile, kCusCalibrationFile, kBfnCalibrationFile})
+            QCOMPARE(m_folder->content(file), bytesOf(before + '/' + QFileInfo(file).fileName()));
+    }
+
+private:
+    void save(int tab)
+    {
+        m_fixture->openTab(tab);
+        m_fixture->click("BUTTON_SAVE_INI");
+    }
+
+    void expectSavedBox()
+    {
+        QCOMPARE(m_fixture->boxes().met().size(), 1);
+        const MetBox& box = m_fixture->boxes().met().first();
+        QCOMPARE(box.title, QString("ORLA-III"));
+        QCOMPARE(box.text, QString("INI saved !"));
+        QCOMPARE(box.icon, QMessageBox::Information);
+        QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
+    }
+
+    /// One change of everything that is saved, by the widgets that a technician uses.
+    void changeEverything()
+    {
+        m_fixture->find<QSpinBox>("SPIN_Z_STEP")->setValue(640);
+        m_fixture->find<QSpinBox>("SPIN_Z_SPEED")->setValue(1000);
+        m_fixture->setText("EDIT_Z_POSITION", "31999");
+        m_fixture->click("BUTTON_Z_SET_REFERENCE");
+
+        m_fixture->setText("EDIT_LED", "999");
+        QTest::keyClick(m_fixture->find<QLineEdit>("EDIT_LED"), Qt::Key_Return);
+        m_fixture->click("BUTTON_LED_FINE_UP");
+        m_fixture->click("BUTTON_STAINING_TB");
+        m_fixture->click("BUTTON_RESOLUTION_1280");
+        m_fixture->setText("EDIT_EXPOSURE", "0x0F56");
+        m_fixture->click("BUTTON_EXPOSURE_FINE_UP");
+        m_fixture->click("BUTTON_STAINING_NTB");
+        m_fixture->click("BUTTON_RESOLUTION_5M");
+        m_fixture->setText("EDIT_COLOR_BLUE", "0x04EF");
+        m_fixture->find<QPushButton>("BUTTON_COLOR_BLUE_FINE_UP")->setEnabled(true);
+        m_fixture->click("BUTTON_COLOR_BLUE_FINE_UP");
+
+        m_fixture->setText("EDIT_SKIP_FRAME", "30");
+        m_fixture->click("BUTTON_SKIP_FRAME");
+        global_ini()->System = {3.70004, 0.912346};
+        m_fixture->find<QLabel>("LABEL_VERSION")->setText("0.0.2");
+        m_fixture->boxes().clear();
+    }
+
+    static void fill(const QString& path)
+    {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
+        while (file.write(QByteArray(1024, 'x')) == 1024) {
+        }
+    }
+
+    std::unique_ptr<WindowFixture> m_fixture;
+    std::unique_ptr<SettingsFolder> m_folder;
+};
+
+QTEST_MAIN(TestWindowSave)
+#include "test_window_save.moc"

@@ -1,0 +1,219 @@
+// On a real X server without a monitor: only there can the whole screen be grabbed.
+
+#include <memory>
+
+#include <QDir>
+#include <QGuiApplication>
+#include <QImageReader>
+#include <QScreen>
+#include <QTimer>
+#include <QtTest>
+
+#include "support/WindowFixture.h"
+#include "support/XServer.h"
+#include "verifier/UsbStick.h"
+
+namespace {
+
+/// Calls back when a message box comes up, before anyone can answer it.
+class BoxShown : public QObject
+{
+public:
+    explicit BoxShown(std::function<void()> callback) : m_callback(std::move(callback))
+    {
+        qApp->installEventFilter(this);
+    }
+
+protected:
+    bool eventFilter(QObject* object, QEvent* event) override
+    {
+        if (event->type() == QEvent::Show && qobject_cast<QMessageBox*>(object) != nullptr)
+            m_callback();
+        return false;
+    }
+
+private:
+    std::function<void()> m_callback;
+};
+
+} // namespace
+
+/// The Print key.
+class TestWindowScreenshot : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        if (QGuiApplication::platformName() != "xcb")
+            QSKIP("no X server (Xvfb) can be started here, and without one there is no screen to grab");
+        m_fixture = std::make_unique<WindowFixture>();
+        m_fixture->window().move(0, 0);
+        // Its flushes would be taken for those of the screenshot.
+        for (QTimer* timer : m_fixture->window().findChildren<QTimer*>(QString(), Qt::FindDirectChildrenOnly))
+            timer->stop();
+        QVERIFY(m_fixture->waitForFrames(3));
+    }
+
+    void cleanupTestCase() { m_fixture.reset(); }
+
+    void init()
+    {
+        m_fixture->boxes().clear();
+        m_fixture->clearConsoles();
+    }
+
+    void cleanup()
+    {
+        if (m_fixture != nullptr)
+            pullAndUnmount(*m_fixture);
+    }
+
+    // The counter goes on from test to test; this is the first one.
+    void theFirstPictureIsNumberOne()
+    {
+        QVERIFY(plugAndMount(*m_fixture));
+        const QImage screen = grabScreen();
+        const auto syncs = m_fixture->camera().counters().fileSystemSyncs;
+        std::uint64_t syncsAtBox = syncs + 100;
+        const BoxShown boxShown([&] { syncsAtBox = m_fixture->camera().counters().fileSystemSyncs; });
+        print();
+        expectBox("ORLA-III", "/mnt/KorvexCap-0001.png saved !", QMessageBox::Information);
+        QCOMPARE(syncsAtBox, syncs);
+        QCOMPARE(m_fixture->camera().counters().fileSystemSyncs, syncs + 1);
+
+        QCOMPARE(filesOnDisk(), QStringList("KorvexCap-0001.png"));
+        QImageReader reader(m_fixture->usb().filesOf() + "/KorvexCap-0001.png");
+        QCOMPARE(reader.format(), QByteArray("png"));
+        const QImage picture = reader.read();
+        QCOMPARE(picture.size(), QGuiApplication::primaryScreen()->size());
+        QCOMPARE(picture.convertToFormat(QImage::Format_RGB32), screen);
+    }
+
+    void thePictureIsWhatTheWindowShows()
+    {
+        QVERIFY(plugAndMount(*m_fixture));
+        const QImage window = m_fixture->window().grab().toImage().convertToFormat(QImage::Format_RGB32);
+        print();
+        QCOMPARE(m_fixture->boxes().texts(), QStringList("/mnt/KorvexCap-0002.png saved !"));
+        const QImage picture(m_fixture->usb().filesOf() + "/KorvexCap-0002.png");
+        QCOMPARE(picture.size(), QSize(800, 480));
+        // The window fills the screen.
+        QCOMPARE(picture.convertToFormat(QImage::Format_RGB32), window);
+    }
+
+    void withoutADiskNothingIsWrittenOrCounted()
+    {
+        const auto syncs = m_fixture->camera().counters().fileSystemSyncs;
+        print();
+        expectBox("Error", "Please insert USB disk !!!", QMessageBox::Critical);
+        QCOMPARE(m_fixture->camera().counters().fileSystemSyncs, syncs);
+    }
+
+    void aFailureKeepsTheNumber()
+    {
+        QVERIFY(plugAndMount(*m_fixture));
+        const QString name = m_fixture->usb().filesOf() + "/KorvexCap-0003.png";
+        // Nobody, root included, writes to a directory as if it were a file.
+        QVERIFY(QDir().mkdir(name));
+        const auto syncs = m_fixture->camera().counters().fileSystemSyncs;
+        print();
+        expectBox("Error", "/mnt/KorvexCap-0003.png saving failed !!!", QMessageBox::Critical);
+        QCOMPARE(m_fixture->camera().counters().fileSystemSyncs, syncs);
+        QVERIFY(m_fixture->messages().contains("[Error] /mnt/KorvexCap-0003.png "));
+
+        QVERIFY(QDir().rmdir(name));
+        m_fixture->boxes().clear();
+        print();
+        expectBox("ORLA-III", "/mnt/KorvexCap-0003.png saved !", QMessageBox::Information);
+        QVERIFY(!QImage(name).isNull());
+    }
+
+    void aDiskThatTakesNothingFails_data()
+    {
+        QTest::addColumn<int>("condition");
+        QTest::newRow("full") << int(UsbDiskCondition::Full);
+        QTest::newRow("read-only") << int(UsbDiskCondition::ReadOnly);
+    }
+
+    void aDiskThatTakesNothingFails()
+    {
+        QFETCH(int, condition);
+        if (!plugAndMount(*m_fixture, static_cast<UsbDiskCondition>(condition)))
+            QSKIP("this process may not mount a file system");
+        print();
+        expectBox("Error", "/mnt/KorvexCap-0004.png saving failed !!!", QMessageBox::Critical);
+    }
+
+    void otherKeysDoNothing()
+    {
+        QVERIFY(plugAndMount(*m_fixture));
+        const QStringList before = filesOnDisk();
+        for (const int key : {Qt::Key_SysReq, Qt::Key_P, Qt::Key_Escape, Qt::Key_F12, Qt::Key_Return}) {
+            QKeyEvent event(QEvent::KeyPress, key, Qt::NoModifier);
+            event.accept();
+            QCoreApplication::sendEvent(&m_fixture->window(), &event);
+            QVERIFY(!event.isAccepted());
+        }
+        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QCOMPARE(filesOnDisk(), before);
+    }
+
+    void theKeyCountsWhereverTheFocusIs_data()
+    {
+        QTest::addColumn<QString>("widget");
+        for (const char* widget :
+             {"EDIT_Z_ABS", "SPIN_Z_STEP", "EDIT_LED", "CHECK_CROSS_LINE", "EDIT_SKIP_FRAME", "TAB_MENU",
+              "PLAIN_DEBUG_MESSAGE", "PLAIN_DEBUG_CONTROLLER", "QC_MEASURE"})
+            QTest::newRow(widget) << widget;
+    }
+
+    void theKeyCountsWhereverTheFocusIs()
+    {
+        QFETCH(QString, widget);
+        QTest::keyClick(m_fixture->find<QWidget>(qPrintable(widget)), Qt::Key_Print);
+        QCOMPARE(m_fixture->boxes().texts(), QStringList("Please insert USB disk !!!"));
+    }
+
+private:
+    void print() { QTest::keyClick(&m_fixture->window(), Qt::Key_Print); }
+
+    static QImage grabScreen()
+    {
+        return QGuiApplication::primaryScreen()->grabWindow(0).toImage().convertToFormat(
+            QImage::Format_RGB32);
+    }
+
+    QStringList filesOnDisk() const { return QDir(m_fixture->usb().filesOf()).entryList(QDir::Files); }
+
+    void expectBox(const QString& title, const QString& text, QMessageBox::Icon icon)
+    {
+        QCOMPARE(m_fixture->boxes().met().size(), 1);
+        const MetBox& box = m_fixture->boxes().met().first();
+        QCOMPARE(box.title, title);
+        QCOMPARE(box.text, text);
+        QCOMPARE(box.icon, icon);
+        QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
+    }
+
+    std::unique_ptr<WindowFixture> m_fixture;
+};
+
+int main(int argc, char* argv[])
+{
+    const XServer server(800, 480);
+    if (!server.display().empty()) {
+        qputenv("DISPLAY", server.display().c_str());
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    }
+    int result = 0;
+    {
+        const QApplication application(argc, argv);
+        TestWindowScreenshot test;
+        result = QTest::qExec(&test, argc, argv);
+    }
+    return result;
+}
+
+#include "test_window_screenshot.moc"
