@@ -392,6 +392,13 @@ void SimulatedDeviceCalls::syncFileSystems()
     ++m_fileSystemSyncs;
 }
 
+void SimulatedDeviceCalls::changeSlide(const SlideParameters& parameters)
+{
+    const std::lock_guard<std::mutex> lock(m_captureMutex);
+    m_optics.setSlide(Slide(parameters));
+    m_pictures.sceneChanged();
+}
+
 SimulatedDeviceCalls::Counters SimulatedDeviceCalls::counters() const
 {
     Counters counters;
