@@ -316,6 +316,12 @@ void SimulatedDeviceCalls::waitForChange(std::unique_lock<std::mutex>& lock, Ins
     applyFlaws();
 }
 
+void SimulatedDeviceCalls::clockMoved()
+{
+    const std::lock_guard<std::mutex> lock(m_captureMutex);
+    m_captureChanged.notify_all();
+}
+
 int SimulatedDeviceCalls::waitReadable(int fd, int timeout_ms)
 {
     Descriptor descriptor;

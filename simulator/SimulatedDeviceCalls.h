@@ -71,6 +71,9 @@ public:
     void pause(unsigned int duration_us) override;
     void syncFileSystems() override;
 
+    /// Tells whoever waits for a frame that the clock was moved on. Any thread.
+    void clockMoved();
+
     CameraFaults& faults() { return m_faults; }
     CallTrace& trace() { return m_trace; }
     Counters counters() const;
