@@ -145,7 +145,7 @@ private:
             m_memory[buffer.index] + (std::size_t(kStampRow) * mode->width_px + kStampColumn) * 2;
         for (int bit = 0; bit < kStampBits; ++bit)
             for (int pixel = 0; pixel < kBitWidth_px; ++pixel)
-                luma[(bit * kBitWidth_px + pixel) * 2] = ((number >> bit) & 1U) != 0 ? 235 : 16;
+                luma[std::size_t(bit * kBitWidth_px + pixel) * 2] = ((number >> bit) & 1U) != 0 ? 235 : 16;
     }
 
     DeviceCalls& m_calls;
@@ -423,7 +423,8 @@ void reportMemory()
 
 } // namespace
 
-// The linker sends every conversion through here (-Wl,--wrap).
+// The linker sends every conversion through here (-Wl,--wrap), by names of its own making.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" SwsContext* __real_sws_getContext(int, int, AVPixelFormat, int, int, AVPixelFormat, int,
                                              SwsFilter*, SwsFilter*, const double*);
 extern "C" SwsContext* __wrap_sws_getContext(int sourceWidth, int sourceHeight, AVPixelFormat sourceFormat,
@@ -435,6 +436,7 @@ extern "C" SwsContext* __wrap_sws_getContext(int sourceWidth, int sourceHeight, 
     return __real_sws_getContext(sourceWidth, sourceHeight, sourceFormat, width, height, format, flags,
                                  sourceFilter, filter, parameters);
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 int main(int argc, char* argv[])
 {

@@ -20,10 +20,10 @@ PictureMeasures measurePicture(const QImage& picture)
         long long rowEdges = 0;
         for (int x = 0; x < width; ++x) {
             rowSum += row[x];
-            rowSquares += row[x] * row[x];
+            rowSquares += static_cast<long long>(row[x]) * row[x];
         }
         for (int x = 0; x + 2 < width; ++x) {
-            const int step = row[x + 2] - row[x];
+            const long long step = row[x + 2] - row[x];
             rowEdges += step * step;
         }
         sum += static_cast<double>(rowSum);

@@ -319,7 +319,7 @@ QString ShortVisit::showConsole(const QString& number, const QString& name, cons
 {
     m_hand.type("SPIN_DEBUG", number);
     m_hand.setChecked("BUTTON_DEBUG", true);
-    const QString text = m_hand.isShown(textArea) ? m_hand.text(textArea) : QString();
+    QString text = m_hand.isShown(textArea) ? m_hand.text(textArea) : QString();
     m_hand.takePicture(name + QStringLiteral("-console"));
     m_hand.setChecked("BUTTON_DEBUG", false);
     if (m_hand.isShown(textArea))
