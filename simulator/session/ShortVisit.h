@@ -11,7 +11,7 @@
 
 class SimulatedInstrument;
 
-/// The short visit: starts, looks, jogs, homes, reads the consoles and leaves, and holds
+/// The short visit: starts, looks, jogs, trims, saves, homes, reads the consoles and leaves, and holds
 /// what the window shows against what the instrument knows to be true. The steps lead from
 /// the window's start to the program's end; those before "exit" may also be made on their own.
 class ShortVisit
@@ -40,6 +40,15 @@ private:
     StepResult view5M();
     StepResult jog();
     StepResult focus();
+    StepResult plug();
+    StepResult trim();
+    StepResult light();
+    StepResult staining();
+    StepResult save();
+    StepResult password();
+    StepResult capture();
+    StepResult screenshot();
+    StepResult unplug();
     StepResult rotate();
     StepResult home();
     StepResult consoles();
@@ -55,6 +64,14 @@ private:
     int positionAtRest();
     QString showConsole(const QString& number, const QString& name, const QString& textArea);
     bool lastBoxAsked() const;
+    bool lastBoxSaid(const QString& title, const QString& text) const;
+    bool asksForDisk();
+    double brightnessNow();
+    QStringList shownSettings();
+    QStringList sensorSettings();
+    QString savedStage();
+    QString savedCamera();
+    QString savedQC();
 
     Operator& m_hand;
     SimulatedInstrument& m_instrument;
