@@ -8,6 +8,11 @@ namespace {
 
 constexpr int kNameColumn = 40;
 
+const QString kSignalHelp =
+    QStringLiteral("\nSignals during a run:\n"
+                   "  USR1 plugs the disk of the first USB socket in, or pulls it; USR2 that of the second.\n"
+                   "  The disks are those of --disk in order, and otherwise good ones.\n");
+
 using Apply = std::function<void(SimulatorOptions&, const QString& value)>;
 
 /// One option: how it is written, what the help says, and what it does.
@@ -44,6 +49,15 @@ void readSlide(SimulatorOptions& options, const QString& value)
         noteError(options, "The slide is cells, target or empty, not \"" + value.toStdString() + "\".");
 }
 
+void readDisk(SimulatorOptions& options, const QString& value)
+{
+    PlannedDisk disk;
+    noteError(options, readPlannedDisk(value, disk).toStdString());
+    if (options.disks.size() == UsbSockets::kCount)
+        noteError(options, "The instrument has two USB sockets.");
+    options.disks.append(disk);
+}
+
 const std::vector<OptionRow>& optionRows()
 {
     static const std::vector<OptionRow> rows = {
@@ -61,6 +75,9 @@ const std::vector<OptionRow>& optionRows()
          [](SimulatorOptions& options, const QString& value) { options.place.settingsFolder = value; }},
         {"root", "DIR", "keeps the instrument's files in this directory, instead of a temporary one",
          [](SimulatorOptions& options, const QString& value) { options.place.root = value; }},
+        {"disk", "CONDITION[,out]",
+         "a USB disk, good, unmountable, full or read-only; \"out\": not yet plugged in; once or twice",
+         readDisk},
         {"instant", "", "stage motion and pauses take no time",
          [](SimulatorOptions& options, const QString&) { options.parameters.instant = true; }},
         {"visit", "", "drives the window through a short visit, and judges what it sees",
@@ -110,7 +127,7 @@ QString helpText(const QStringList& stepNames)
                                   "Options:\n");
     for (const OptionRow& option : optionRows())
         text += row(QStringLiteral("--%1 %2").arg(option.name, option.value), option.text);
-    return text + QStringLiteral("\nSteps of the visit, for --steps:\n  ") +
+    return text + kSignalHelp + QStringLiteral("\nSteps of the visit, for --steps:\n  ") +
            stepNames.join(QStringLiteral(", ")) + QStringLiteral("\n\n") + parameterList() +
            QStringLiteral("\n") + faultList();
 }

@@ -6,6 +6,7 @@
 #include "simulator/InstrumentFaults.h"
 #include "simulator/InstrumentParameters.h"
 #include "simulator/SimulatedInstrument.h"
+#include "simulator/UsbSockets.h"
 
 /// What the command line of the simulator program asks for.
 struct SimulatorOptions
@@ -13,6 +14,7 @@ struct SimulatorOptions
     InstrumentParameters parameters;
     InstrumentFaults faults;
     InstrumentPlace place;
+    QVector<PlannedDisk> disks; ///< by socket
     bool visit = false;
     QStringList steps; ///< of the visit; empty: all
     QString outDirectory = QStringLiteral("out");

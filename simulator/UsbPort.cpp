@@ -160,6 +160,12 @@ bool UsbPort::isPlugged(const QString& device) const
     return QFileInfo(m_root + QStringLiteral("/dev/") + device).isSymLink();
 }
 
+bool UsbPort::isMounted(const QString& device) const
+{
+    QFile table(m_root + kMountTable);
+    return table.open(QIODevice::ReadOnly) && table.readAll().contains("/dev/" + path(device) + ' ');
+}
+
 QString UsbPort::filesOf(const QString& device) const
 {
     return m_root + kDisks + QLatin1Char('/') + device + QStringLiteral("/files");

@@ -60,6 +60,9 @@ public:
 
     bool isPlugged(const QString& device = UsbDisk().device) const;
 
+    /// Whether the mount table lists the disk.
+    bool isMounted(const QString& device = UsbDisk().device) const;
+
     /// Machine path of the directory of a disk's files; exists while the disk is plugged in.
     QString filesOf(const QString& device = UsbDisk().device) const;
 

@@ -103,14 +103,21 @@ int main(int argc, char* argv[])
         return 0;
     }
 
+    UsbSockets::holdSignals();
     SimulatedInstrument instrument(options.parameters, options.place, options.faults);
     if (!instrument.error().isEmpty()) {
         std::fprintf(stderr, "%s\n", qPrintable(instrument.error()));
+        return kFailure;
+    }
+    UsbSockets sockets(instrument.usb(), options.disks);
+    if (const QString error = sockets.plugAtStart(); !error.isEmpty()) {
+        std::fprintf(stderr, "%s\n", qPrintable(error));
         return kFailure;
     }
     // The options are all this program's own; none is left for Qt.
     int argumentCount = 1;
     QApplication application(argumentCount, argv);
     const QuitOnSignal signalled;
+    sockets.listen();
     return options.visit ? runVisit(options, instrument, signalled) : runWindow(signalled);
 }

@@ -2,7 +2,11 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QDialogButtonBox>
+#include <QFileDialog>
+#include <QLineEdit>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QtTest>
 
 namespace {
@@ -27,6 +31,12 @@ QAbstractButton* buttonFor(QMessageBox& box, const QString& caption)
     return buttons.isEmpty() ? nullptr : buttons.last();
 }
 
+// Where the toolkit's own file dialog takes the name.
+QLineEdit& nameEdit(const QFileDialog& dialog)
+{
+    return *dialog.findChild<QLineEdit*>(QStringLiteral("fileNameEdit"));
+}
+
 } // namespace
 
 BoxWatcher::BoxWatcher(QObject* parent) : QObject(parent)
@@ -42,22 +52,31 @@ void BoxWatcher::answerNextWith(const QString& caption)
 
 int BoxWatcher::forgetAwaited()
 {
-    const int count = m_answers.size();
+    const int count = m_answers.size() + m_fileNames.size();
     m_answers.clear();
+    m_fileNames.clear();
     return count;
 }
 
 void BoxWatcher::look()
 {
-    auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-    if (box == nullptr || !box->isVisible())
+    auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+    if (dialog == nullptr || !dialog->isVisible())
         return;
-    if (box != m_current) {
-        m_current = box;
+    if (dialog != m_current) {
+        m_current = dialog;
         m_looksAtCurrent = 0;
     }
-    if (++m_looksAtCurrent == kLooksUntilAnswer)
+    ++m_looksAtCurrent;
+    auto* files = qobject_cast<QFileDialog*>(dialog);
+    if (files != nullptr && m_looksAtCurrent == 1)
+        nameEdit(*files).setText(m_fileNames.value(0));
+    if (m_looksAtCurrent != kLooksUntilAnswer)
+        return;
+    if (auto* box = qobject_cast<QMessageBox*>(dialog))
         answer(*box);
+    else if (files != nullptr)
+        answer(*files);
 }
 
 void BoxWatcher::answer(QMessageBox& box)
@@ -72,6 +91,24 @@ void BoxWatcher::answer(QMessageBox& box)
     if (button == nullptr)
         box.reject();
     else
-        QTest::mouseClick(box.windowHandle(), Qt::LeftButton, {},
-                          button->mapTo(&box, button->rect().center()));
+        press(box, *button);
+}
+
+void BoxWatcher::answer(QFileDialog& dialog)
+{
+    const bool expected = !m_fileNames.isEmpty();
+    const QString name = expected ? m_fileNames.takeFirst() : QString();
+    m_boxes.append(
+        {dialog.windowTitle(), dialog.nameFilters().join(QStringLiteral("; ")), {}, name, expected});
+    emit boxShown();
+    if (expected)
+        press(dialog, *dialog.findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Save));
+    else
+        dialog.reject();
+}
+
+void BoxWatcher::press(QDialog& dialog, QWidget& button)
+{
+    QTest::mouseClick(dialog.windowHandle(), Qt::LeftButton, {},
+                      button.mapTo(&dialog, button.rect().center()));
 }

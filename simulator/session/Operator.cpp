@@ -159,6 +159,11 @@ bool Operator::type(const QString& name, const QString& text)
     return true;
 }
 
+void Operator::pressKey(int key)
+{
+    QTest::keyClick(m_window.windowHandle(), static_cast<Qt::Key>(key));
+}
+
 bool Operator::openTab(const QString& pageName)
 {
     QWidget* page = find(pageName);

@@ -41,6 +41,8 @@ public:
     bool hold(const QString& name, int duration_ms);
     /// Replaces the text of a line edit or a spin box, and ends with Return.
     bool type(const QString& name, const QString& text);
+    /// Presses and releases a key of the keyboard.
+    void pressKey(int key);
     /// Opens the page with this object name of the tab widget that holds it.
     bool openTab(const QString& pageName);
     /// Sets a check box or a checkable button.
@@ -74,6 +76,8 @@ public:
 
     /// Announces a message box and the button that will answer it.
     void expectBox(const QString& buttonCaption) { m_boxes.answerNextWith(buttonCaption); }
+    /// Announces a file dialog and the name that will be saved under.
+    void saveNextAs(const QString& name) { m_boxes.saveNextAs(name); }
     const QVector<SeenBox>& boxes() const { return m_boxes.boxes(); }
 
     void noteTrouble(const QString& trouble);

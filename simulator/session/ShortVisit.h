@@ -11,9 +11,9 @@
 
 class SimulatedInstrument;
 
-/// The short visit: starts, looks, jogs, calibrates, homes, reads the consoles and leaves, and holds
-/// what the window shows against what the instrument knows to be true. The steps lead from
-/// the window's start to the program's end; those before "exit" may also be made on their own.
+/// The short visit: starts, looks, jogs, trims, saves, calibrates, homes, reads the consoles and leaves, and
+/// holds what the window shows against what the instrument knows to be true. The steps lead from the window's
+/// start to the program's end; those before "exit" may also be made on their own.
 class ShortVisit
 {
 public:
@@ -40,6 +40,15 @@ private:
     StepResult view5M();
     StepResult jog();
     StepResult focus();
+    StepResult plug();
+    StepResult trim();
+    StepResult light();
+    StepResult staining();
+    StepResult save();
+    StepResult password();
+    StepResult capture();
+    StepResult screenshot();
+    StepResult unplug();
     StepResult calibrate();
     StepResult intensity();
     StepResult rotate();
@@ -57,6 +66,14 @@ private:
     int positionAtRest();
     QString showConsole(const QString& number, const QString& name, const QString& textArea);
     bool lastBoxAsked() const;
+    bool lastBoxSaid(const QString& title, const QString& text) const;
+    bool asksForDisk();
+    double brightnessNow();
+    QStringList shownSettings();
+    QStringList sensorSettings();
+    QString savedStage();
+    QString savedCamera();
+    QString savedQC();
     bool freezeTarget();
     void panTo(const QPoint& place, QPoint& offset);
 

@@ -94,7 +94,10 @@ private slots:
     void mountingShowsTheDisksFilesAndUnmountingHidesThem()
     {
         QVERIFY(m_port->plug());
+        QVERIFY(!m_port->isMounted());
         QCOMPARE(mount("sda1"), 0);
+        QVERIFY(m_port->isMounted());
+        QVERIFY(!m_port->isMounted("sdb1"));
         QCOMPARE(bytesOf(m_root + "/etc/mtab"), QByteArray("/dev/sda1 /mnt vfat rw,relatime 0 0\n"));
         QVERIFY(put(m_root + "/mnt/a b.tif", "x"));
         QCOMPARE(bytesOf(m_port->filesOf() + "/a b.tif"), QByteArray("x"));

@@ -1,3 +1,5 @@
+#include <csignal>
+
 #include <QImage>
 #include <QtTest>
 
@@ -22,6 +24,9 @@ private slots:
     void helpNamesEveryOptionParameterAndFault();
     void theListOfFaultsExplainsEach();
     void theUsersOwnSettingsAreUsedAndNotWritten();
+    void aDiskOfTheCommandLineIsInFromTheStart_data();
+    void aDiskOfTheCommandLineIsInFromTheStart();
+    void signalsPlugAndPullDisksDuringARun();
     void aTerminatedProgramCleansUp();
 };
 
@@ -29,7 +34,7 @@ void TestVisit::everyStepHoldsOnAnInstrumentInGoodOrder()
 {
     const ProgramRun run({"--visit", "--instant"});
     QVERIFY2(run.exitStatus == 0, run.all());
-    QVERIFY2(run.output.contains("17 of 17 steps as they should be"), run.all());
+    QVERIFY2(run.output.contains("26 of 26 steps as they should be"), run.all());
     QCOMPARE(run.output.count("FAILED"), 0);
     const QStringList pictures = run.pictures();
     QVERIFY(pictures.size() >= 15);
@@ -136,6 +141,10 @@ void TestVisit::wrongOptionsGetOneSentenceAndStatus2_data()
     QTest::newRow("parameter without value") << QStringList{"--parameter", "noise"} << "\"noise\"";
     QTest::newRow("parameter's value") << QStringList{"--parameter", "noise=much"} << "noise";
     QTest::newRow("parameter's range") << QStringList{"--parameter", "led-level=1001"} << "1000";
+    QTest::newRow("disk") << QStringList{"--disk", "floppy"} << "\"floppy\"";
+    QTest::newRow("disk's place") << QStringList{"--disk", "good,in"} << "\"good,in\"";
+    QTest::newRow("third disk") << QStringList{"--disk", "good", "--disk", "good", "--disk", "good"}
+                                << "two USB sockets";
     QTest::newRow("step") << QStringList{"--visit", "--steps", "window,lunch"} << "\"lunch\"";
 }
 
@@ -154,10 +163,26 @@ void TestVisit::helpNamesEveryOptionParameterAndFault()
 {
     const ProgramRun run({"--help"}, 20000);
     QCOMPARE(run.exitStatus, 0);
-    for (const char* expected :
-         {"--slide", "--seed", "--parameter", "--fault", "--settings", "--root", "--instant", "--visit",
-          "--steps", "--out", "--faults", "stage-maximum = 64000 steps", "best-focus = from the seed",
-          "zig-mode = off", "no-answer[:COMMAND[:N]]", "ioctl:REQUEST[:ERRNO[:N]]", "consoles"})
+    for (const char* expected : {"--slide",
+                                 "--seed",
+                                 "--parameter",
+                                 "--fault",
+                                 "--settings",
+                                 "--root",
+                                 "--instant",
+                                 "--visit",
+                                 "--steps",
+                                 "--out",
+                                 "--faults",
+                                 "--disk",
+                                 "USR1",
+                                 "USR2",
+                                 "stage-maximum = 64000 steps",
+                                 "best-focus = from the seed",
+                                 "zig-mode = off",
+                                 "no-answer[:COMMAND[:N]]",
+                                 "ioctl:REQUEST[:ERRNO[:N]]",
+                                 "consoles"})
         QVERIFY2(run.output.contains(expected), expected);
 }
 
@@ -186,6 +211,76 @@ void TestVisit::theUsersOwnSettingsAreUsedAndNotWritten()
     QVERIFY(file.open(QIODevice::ReadOnly));
     QCOMPARE(file.readAll(), content);
     QCOMPARE(ProgramRun({"--visit", "--settings", folder.filePath("missing")}, 20000).exitStatus, 1);
+}
+
+void TestVisit::aDiskOfTheCommandLineIsInFromTheStart_data()
+{
+    QTest::addColumn<QStringList>("disks");
+    QTest::addColumn<bool>("holds");
+    QTest::addColumn<QString>("seen");
+    QTest::newRow("good") << QStringList{"--disk", "good"} << true << "asked for a disk | true: disk mounted";
+    QTest::newRow("not yet in") << QStringList{"--disk", "good,out"} << true << "disk mounted";
+    QTest::newRow("cannot be mounted")
+        << QStringList{"--disk", "unmountable"} << false << "the disk is not mounted";
+}
+
+void TestVisit::aDiskOfTheCommandLineIsInFromTheStart()
+{
+    QFETCH(QStringList, disks);
+    QFETCH(bool, holds);
+    QFETCH(QString, seen);
+    const ProgramRun run(QStringList{"--visit", "--instant", "--steps", "plug,exit,ended"} + disks);
+    QCOMPARE(run.exitStatus == 0, holds);
+    QVERIFY2(run.output.contains(seen), run.all());
+}
+
+void TestVisit::signalsPlugAndPullDisksDuringARun()
+{
+    QTemporaryDir root;
+    QTemporaryDir runtime;
+    QProcess program;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("QT_QPA_PLATFORM", "offscreen");
+    environment.insert("XDG_RUNTIME_DIR", runtime.path());
+    program.setProcessEnvironment(environment);
+    program.start(SIMULATOR_PROGRAM,
+                  {"--instant", "--root", root.path(), "--disk", "good", "--disk", "unmountable,out"});
+    const auto table = [&root] {
+        QFile file(root.filePath("etc/mtab"));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    };
+    const auto commands = [&root] {
+        QFile file(root.filePath("usb/commands"));
+        return file.open(QIODevice::ReadOnly) ? QString::fromLatin1(file.readAll()).split('\n')
+                                              : QStringList();
+    };
+    const auto signal = [&program](int number) { ::kill(static_cast<pid_t>(program.processId()), number); };
+    QTRY_VERIFY_WITH_TIMEOUT(table().contains("/dev/sda1 /mnt"), 60000);
+    // The board's answer comes last of what the window's construction waits for.
+    QByteArray log;
+    QTRY_VERIFY_WITH_TIMEOUT((log += program.readAllStandardError()).contains("slot_connected_controller"),
+                             60000);
+
+    // A second disk beside the mounted one changes nothing.
+    signal(SIGUSR2);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        QFile::exists(root.filePath("dev/sdb1")) || QFileInfo(root.filePath("dev/sdb1")).isSymLink(), 60000);
+    QTest::qWait(300);
+    QCOMPARE(table(), QByteArray("/dev/sda1 /mnt vfat rw,relatime 0 0\n"));
+    // The first one goes: the second is tried, and does not mount.
+    signal(SIGUSR1);
+    QTRY_VERIFY_WITH_TIMEOUT(commands().contains("mount /dev/sdb1 /mnt"), 60000);
+    QCOMPARE(table(), QByteArray());
+    QVERIFY(commands().contains("umount /dev/sda1"));
+    // The second one goes, and the first comes back.
+    signal(SIGUSR2);
+    QTRY_VERIFY_WITH_TIMEOUT(commands().contains("umount /dev/sdb1"), 60000);
+    signal(SIGUSR1);
+    QTRY_VERIFY_WITH_TIMEOUT(table().contains("/dev/sda1 /mnt"), 60000);
+
+    program.terminate();
+    QVERIFY(program.waitForFinished(60000));
+    QCOMPARE(program.exitCode(), 128 + 15);
 }
 
 void TestVisit::aTerminatedProgramCleansUp()
