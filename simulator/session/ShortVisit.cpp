@@ -77,6 +77,8 @@ const ShortVisit::StepRow ShortVisit::kSteps[] = {
     {"5m", "looks at the live view in 2592 x 1944", &ShortVisit::view5M},
     {"jog", "moves the stage up and down by one step width", &ShortVisit::jog},
     {"focus", "goes through the focus, and looks where the picture is sharpest", &ShortVisit::focus},
+    {"autofocus", "runs the autofocus with its pictures on a USB disk, and looks at the graph",
+     &ShortVisit::autofocus},
     {"calibrate", "measures the calibration target, under the microscope for this step",
      &ShortVisit::calibrate},
     {"intensity", "reads the mean colour of the live view", &ShortVisit::intensity},

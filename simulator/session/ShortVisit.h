@@ -11,7 +11,7 @@
 
 class SimulatedInstrument;
 
-/// The short visit: starts, looks, jogs, calibrates, homes, reads the consoles and leaves, and holds
+/// The short visit: starts, looks, jogs, focuses, calibrates, homes, reads the consoles and leaves, and holds
 /// what the window shows against what the instrument knows to be true. The steps lead from
 /// the window's start to the program's end; those before "exit" may also be made on their own.
 class ShortVisit
@@ -40,6 +40,7 @@ private:
     StepResult view5M();
     StepResult jog();
     StepResult focus();
+    StepResult autofocus();
     StepResult calibrate();
     StepResult intensity();
     StepResult rotate();
@@ -57,6 +58,8 @@ private:
     int positionAtRest();
     QString showConsole(const QString& number, const QString& name, const QString& textArea);
     bool lastBoxAsked() const;
+    bool insertDisk();
+    bool graphShowsTheBest();
     bool freezeTarget();
     void panTo(const QPoint& place, QPoint& offset);
 
