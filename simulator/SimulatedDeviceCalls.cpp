@@ -90,6 +90,7 @@ std::string requestDetails(unsigned long request, const void* argument)
 SimulatedDeviceCalls::SimulatedDeviceCalls(const SimulatedCameraParameters& parameters,
                                            LightPathSource lightPath, InstrumentClock clock)
     : m_instantPauses(parameters.instantPauses),
+      m_slideParameters(parameters.slide),
       m_clock(clock ? std::move(clock) : realTimeFromNow()),
       m_trace(parameters.traceLimit),
       m_nextDescriptor(kFirstDescriptor),
@@ -314,6 +315,14 @@ void SimulatedDeviceCalls::waitForChange(std::unique_lock<std::mutex>& lock, Ins
     }
     m_captureChanged.wait_for(lock, std::max(wake - now, InstrumentTime::zero()));
     applyFlaws();
+}
+
+void SimulatedDeviceCalls::changeSlide(SlideKind kind)
+{
+    const std::lock_guard<std::mutex> lock(m_captureMutex);
+    m_slideParameters.kind = kind;
+    m_optics.setSlide(Slide(m_slideParameters));
+    m_pictures.noteNewScene();
 }
 
 int SimulatedDeviceCalls::waitReadable(int fd, int timeout_ms)

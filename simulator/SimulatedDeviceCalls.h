@@ -78,8 +78,16 @@ public:
     std::size_t openDescriptors() const;
     std::size_t openMappings() const;
 
-    /// The truth, to judge results by. Constant, any thread.
+    /// Lays a slide of another kind under the microscope, from the same seed; the next frame
+    /// shows it. On the thread that asks for slide().
+    void changeSlide(SlideKind kind);
+    /// The truth, to judge results by. Any thread; the slide only changes by changeSlide().
     const Slide& slide() const { return m_optics.slide(); }
+    /// Red, green and blue, 0..255, of the clear field in this light, before noise.
+    std::array<double, 3> fieldColour(const LightPath& light) const
+    {
+        return m_optics.colour({light, sensorSettings()}, 0.0);
+    }
     double bestFocus_steps() const { return m_optics.bestFocus_steps(); }
     /// The sensor's settings, and one of its registers, at this moment. Any thread.
     SensorSettings sensorSettings() const;
@@ -111,6 +119,7 @@ private:
     void waitForChange(std::unique_lock<std::mutex>& lock, InstrumentTime deadline);
 
     const bool m_instantPauses;
+    SlideParameters m_slideParameters; // guarded by m_captureMutex
     const InstrumentClock m_clock;
     CameraFaults m_faults;
     CallTrace m_trace;
