@@ -2,6 +2,9 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QDir>
+#include <QFileDialog>
+#include <QLineEdit>
 #include <QMessageBox>
 #include <QtTest>
 
@@ -40,27 +43,60 @@ void BoxWatcher::answerNextWith(const QString& caption)
     m_answers.append(caption);
 }
 
+void BoxWatcher::giveNextFileName(const QString& fileName)
+{
+    m_fileNames.append(fileName);
+}
+
 int BoxWatcher::forgetAwaited()
 {
-    const int count = m_answers.size();
+    const int count = m_answers.size() + m_fileNames.size();
     m_answers.clear();
+    m_fileNames.clear();
     return count;
 }
 
 void BoxWatcher::look()
 {
-    auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-    if (box == nullptr || !box->isVisible())
+    auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+    if (dialog == nullptr || !dialog->isVisible())
         return;
-    if (box != m_current) {
-        m_current = box;
+    if (dialog != m_current) {
+        m_current = dialog;
         m_looksAtCurrent = 0;
     }
     if (++m_looksAtCurrent == kLooksUntilAnswer)
-        answer(*box);
+        answer(*dialog);
 }
 
-void BoxWatcher::answer(QMessageBox& box)
+void BoxWatcher::answer(QDialog& dialog)
+{
+    if (auto* box = qobject_cast<QMessageBox*>(&dialog))
+        answerBox(*box);
+    else if (auto* fileDialog = qobject_cast<QFileDialog*>(&dialog))
+        answerFileDialog(*fileDialog);
+    else
+        dialog.reject();
+}
+
+void BoxWatcher::answerFileDialog(QFileDialog& dialog)
+{
+    const bool expected = !m_fileNames.isEmpty();
+    const QString name = expected ? m_fileNames.takeFirst() : QString();
+    m_boxes.append({dialog.windowTitle(), dialog.directory().path(), {}, name, expected});
+    auto* edit = dialog.findChild<QLineEdit*>();
+    if (!expected || edit == nullptr) {
+        emit boxShown();
+        dialog.reject();
+        return;
+    }
+    edit->selectAll();
+    QTest::keyClicks(edit, name);
+    emit boxShown();
+    QTest::keyClick(edit, Qt::Key_Return);
+}
+
+void BoxWatcher::answerBox(QMessageBox& box)
 {
     const bool expected = !m_answers.isEmpty();
     QAbstractButton* button = buttonFor(box, expected ? m_answers.takeFirst() : QString());

@@ -7,15 +7,17 @@
 #include <QTimer>
 #include <QVector>
 
+class QDialog;
+class QFileDialog;
 class QMessageBox;
 
-/// A message box that came up, and what was done about it.
+/// A message box or a dialog for a file's name that came up, and what was done about it.
 struct SeenBox
 {
     QString title;
-    QString text;
+    QString text;        ///< of a dialog for a file's name: the directory it starts in
     QStringList buttons; ///< their captions without mnemonics, in the box's order
-    QString answer;      ///< caption of the button that was pressed
+    QString answer;      ///< caption of the button that was pressed, or the name that was given
     bool expected;
 };
 
@@ -31,7 +33,11 @@ public:
 
     /// The next box is answered by the button with this caption (without mnemonic).
     void answerNextWith(const QString& caption);
-    /// Forgets the announced boxes that have not come up, and returns their number.
+    /// The next dialog that asks for a file's name is given this one; without one it is
+    /// cancelled.
+    void giveNextFileName(const QString& fileName);
+    /// Forgets the announced boxes and names that have
+    /// not come up, and returns their number.
     int forgetAwaited();
     /// The boxes so far, oldest first.
     const QVector<SeenBox>& boxes() const { return m_boxes; }
@@ -42,11 +48,14 @@ signals:
 
 private:
     void look();
-    void answer(QMessageBox& box);
+    void answer(QDialog& dialog);
+    void answerBox(QMessageBox& box);
+    void answerFileDialog(QFileDialog& dialog);
 
     QTimer m_timer;
     QStringList m_answers;
+    QStringList m_fileNames;
     QVector<SeenBox> m_boxes;
-    QPointer<QMessageBox> m_current;
+    QPointer<QDialog> m_current;
     int m_looksAtCurrent = 0;
 };

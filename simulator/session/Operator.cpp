@@ -1,7 +1,9 @@
 #include "simulator/session/Operator.h"
 
+#include <QAbstractButton>
 #include <QApplication>
 #include <QCheckBox>
+#include <QCursor>
 #include <QDir>
 #include <QLineEdit>
 #include <QPainter>
@@ -108,8 +110,40 @@ bool Operator::press(const QString& name)
     QPoint position;
     if (!reach(name, position))
         return false;
+    pointAt(position);
     QTest::mousePress(m_window.windowHandle(), Qt::LeftButton, {}, position);
     return true;
+}
+
+// Where somebody may be looking, the pointer goes to the place before it is pressed.
+void Operator::pointAt(const QPoint& position)
+{
+    constexpr int kPointing_ms = 40;
+    if (!m_window.isVisible() || QGuiApplication::platformName() == QLatin1String("offscreen"))
+        return;
+    QCursor::setPos(m_window.mapToGlobal(position));
+    wait(kPointing_ms);
+}
+
+bool Operator::dragOn(const QString& name, const QPoint& place, const QPoint& by)
+{
+    constexpr int kMoves = 3;
+    QPoint middle;
+    if (!reach(name, middle))
+        return false;
+    const QPoint start = find(name)->mapTo(&m_window, place);
+    pointAt(start);
+    QWindow* window = m_window.windowHandle();
+    QTest::mousePress(window, Qt::LeftButton, {}, start);
+    for (int move = 1; move <= kMoves && !by.isNull(); ++move)
+        QTest::mouseMove(window, start + by * move / kMoves);
+    QTest::mouseRelease(window, Qt::LeftButton, {}, start + by);
+    return true;
+}
+
+void Operator::pressKey(Qt::Key key)
+{
+    QTest::keyClick(m_window.windowHandle(), key);
 }
 
 // A finger can be lifted from a widget that has been disabled under it.
@@ -198,6 +232,20 @@ bool Operator::isChecked(const QString& name)
 {
     const QWidget* widget = find(name);
     return widget != nullptr && widget->property("checked").toBool();
+}
+
+QStringList Operator::disabledControls() const
+{
+    if (!m_window.isEnabled())
+        return {QStringLiteral("the whole window")};
+    QStringList names;
+    const QList<QWidget*> widgets = m_window.findChildren<QWidget*>();
+    for (const QWidget* widget : widgets)
+        if (!widget->isEnabled() && (qobject_cast<const QAbstractButton*>(widget) != nullptr ||
+                                     qobject_cast<const QTabWidget*>(widget) != nullptr))
+            names.append(widget->objectName());
+    names.removeAll(QString());
+    return names;
 }
 
 bool Operator::windowIsEnabled() const
