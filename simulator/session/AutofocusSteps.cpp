@@ -44,7 +44,7 @@ StepResult AutofocusSteps::disk()
     m_hand.setChecked("CHECK_DEBUG_AUTOFOCUS", true);
     m_hand.expectBox("OK");
     m_hand.click("BUTTON_AUTOFOCUS");
-    const bool asked = m_bench.lastBoxWas("Error", kNoDisk);
+    const bool asked = m_bench.boxWas("Error", kNoDisk);
     m_instrument.usb().plug();
     const auto mounted = [this] {
         const QStringList commands = m_instrument.usb().commands();
@@ -61,13 +61,12 @@ StepResult AutofocusSteps::autofocus()
     m_bench.settle();
     // A sample belongs to its place only if frames pass while the stage moves.
     m_instrument.setRealTimeMotion(true);
-    const auto boxesBefore = m_hand.boxes().size();
     m_hand.expectBox("OK");
-    m_hand.click("BUTTON_AUTOFOCUS");
-    m_hand.waitUntil([&] { return m_hand.boxes().size() > boxesBefore && m_hand.windowIsEnabled(); }, kRun_ms,
-                     QStringLiteral("the autofocus does not end"));
+    if (m_hand.click("BUTTON_AUTOFOCUS"))
+        m_hand.waitUntil([this] { return m_hand.boxSinceExpected() != nullptr; }, kRun_ms,
+                         QStringLiteral("the autofocus does not end"));
     m_instrument.setRealTimeMotion(!m_instrument.isInstant());
-    const bool finished = m_bench.lastBoxWas("ORLA-III", "Finish AutoFocus !");
+    const bool finished = m_bench.boxWas("ORLA-III", "Finish AutoFocus !");
     m_bench.settle();
     m_hand.takePicture("autofocus");
     const QString progress = m_hand.text("PROGRESS_AUTOFOCUS");

@@ -8,6 +8,8 @@
 #include <QMessageBox>
 #include <QtTest>
 
+#include "platform/InstrumentPath.h"
+
 namespace {
 
 constexpr int kLookInterval_ms = 50;
@@ -83,7 +85,7 @@ void BoxWatcher::answerFileDialog(QFileDialog& dialog)
 {
     const bool expected = !m_fileNames.isEmpty();
     const QString name = expected ? m_fileNames.takeFirst() : QString();
-    m_boxes.append({dialog.windowTitle(), dialog.directory().path(), {}, name, expected});
+    m_boxes.append({dialog.windowTitle(), fixedPathOf(dialog.directory().path()), {}, name, expected});
     auto* edit = dialog.findChild<QLineEdit*>();
     if (!expected || edit == nullptr) {
         emit boxShown();

@@ -59,11 +59,11 @@ StepResult CaptureSteps::screenshot()
     const QImage picture(m_instrument.usb().filesOf() + '/' + kScreenshotName);
     // Without a display there is no screen to take a picture of, and the program has to say so.
     if (QGuiApplication::platformName() == QLatin1String("offscreen")) {
-        const bool told = m_bench.lastBoxWas("Error", onDisk + " saving failed !!!");
+        const bool told = m_bench.boxWas("Error", onDisk + " saving failed !!!");
         return {told && picture.isNull(), told ? "told that it failed" : "not told that it failed",
                 QStringLiteral("no display here")};
     }
-    const bool told = m_bench.lastBoxWas("ORLA-III", onDisk + " saved !");
+    const bool told = m_bench.boxWas("ORLA-III", onDisk + " saved !");
     const QSize screen = QGuiApplication::primaryScreen()->size();
     return {told && picture.size() == screen && measurePicture(picture).contrast > 1.0,
             QStringLiteral("%1 of %2 x %3, %4")

@@ -47,12 +47,11 @@ StepResult EndSteps::consoles()
             QStringLiteral("%1 lines received").arg(m_instrument.boardLines().size())};
 }
 
-bool EndSteps::lastBoxAsked() const
+bool EndSteps::wasAsked() const
 {
-    if (m_hand.boxes().isEmpty())
-        return false;
-    const SeenBox& box = m_hand.boxes().last();
-    return box.title == "ORLA-III" && box.text == "Are you sure quit ?" && box.buttons.size() == 2;
+    const SeenBox* box = m_hand.boxSinceExpected();
+    return box != nullptr && box->title == "ORLA-III" && box->text == "Are you sure quit ?" &&
+           box->buttons.size() == 2;
 }
 
 StepResult EndSteps::stay()
@@ -61,7 +60,7 @@ StepResult EndSteps::stay()
     const BoardLight before = m_instrument.light();
     m_hand.expectBox("No");
     m_hand.click("BUTTON_EXIT");
-    const bool asked = lastBoxAsked();
+    const bool asked = wasAsked();
     const bool running = m_hand.waitForFrames(kFramesUnderWay, kFrames_ms) && m_hand.windowIsEnabled();
     m_bench.findings.lockedControls = newlyDisabled();
     const int newLines = m_instrument.boardLines().size() - linesBefore;
@@ -77,7 +76,7 @@ StepResult EndSteps::exit()
     m_bench.findings.linesBeforeExit = m_instrument.boardLines().size();
     m_hand.expectBox("Yes");
     m_hand.click("BUTTON_EXIT");
-    const bool asked = lastBoxAsked();
+    const bool asked = wasAsked();
     return {asked, asked ? "asked" : "not asked as it should", {}};
 }
 

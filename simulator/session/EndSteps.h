@@ -20,6 +20,6 @@ private:
     StepResult parked();
 
     QString showConsole(const QString& number, const QString& name, const QString& textArea);
-    bool lastBoxAsked() const;
+    bool wasAsked() const;
     QStringList newlyDisabled() const;
 };

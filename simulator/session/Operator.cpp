@@ -240,10 +240,14 @@ QStringList Operator::disabledControls() const
         return {QStringLiteral("the whole window")};
     QStringList names;
     const QList<QWidget*> widgets = m_window.findChildren<QWidget*>();
-    for (const QWidget* widget : widgets)
-        if (!widget->isEnabled() && (qobject_cast<const QAbstractButton*>(widget) != nullptr ||
-                                     qobject_cast<const QTabWidget*>(widget) != nullptr))
+    for (const QWidget* widget : widgets) {
+        const bool control = qobject_cast<const QAbstractButton*>(widget) != nullptr ||
+                             qobject_cast<const QTabWidget*>(widget) != nullptr;
+        // A tab bar has arrows of its own, for more tabs than it has room for.
+        const bool ofTabBar = qobject_cast<const QTabBar*>(widget->parentWidget()) != nullptr;
+        if (control && !ofTabBar && !widget->isEnabled())
             names.append(widget->objectName());
+    }
     names.removeAll(QString());
     return names;
 }
@@ -314,6 +318,17 @@ QStringList Operator::takePictures()
     QStringList taken;
     taken.swap(m_pictures);
     return taken;
+}
+
+void Operator::expectBox(const QString& buttonCaption)
+{
+    m_boxesWhenExpected = boxes().size();
+    m_boxes.answerNextWith(buttonCaption);
+}
+
+const SeenBox* Operator::boxSinceExpected() const
+{
+    return boxes().size() > m_boxesWhenExpected ? &boxes().last() : nullptr;
 }
 
 void Operator::noteTrouble(const QString& trouble)

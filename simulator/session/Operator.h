@@ -77,7 +77,9 @@ public:
     QStringList takePictures();
 
     /// Announces a message box and the button that will answer it.
-    void expectBox(const QString& buttonCaption) { m_boxes.answerNextWith(buttonCaption); }
+    void expectBox(const QString& buttonCaption);
+    /// The last box, if it came up since one was announced; otherwise null.
+    const SeenBox* boxSinceExpected() const;
     const QVector<SeenBox>& boxes() const { return m_boxes.boxes(); }
     /// Announces a dialog for a file's name, and the name that will be given to it.
     void expectFileDialog(const QString& fileName) { m_boxes.giveNextFileName(fileName); }
@@ -105,6 +107,7 @@ private:
     const QString m_pictureDirectory;
     BoxWatcher m_boxes;
     int m_judgedBoxes = 0;
+    int m_boxesWhenExpected = 0;
     int m_paintedFrames = 0;
     int m_pictureNumber = 0;
     QStringList m_pictures;

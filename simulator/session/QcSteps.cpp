@@ -73,9 +73,9 @@ StepResult QcSteps::slide()
 
 StepResult QcSteps::freeze()
 {
-    m_hand.click("BUTTON_QC_CAPTURE");
-    m_hand.waitUntil([this] { return m_hand.windowIsEnabled() && m_hand.isShown("QC_MEASURE"); }, kAnswer_ms,
-                     QStringLiteral("no picture is frozen"));
+    if (m_hand.click("BUTTON_QC_CAPTURE"))
+        m_hand.waitUntil([this] { return m_hand.windowIsEnabled() && m_hand.isShown("QC_MEASURE"); },
+                         kAnswer_ms, QStringLiteral("no picture is frozen"));
     m_offset = QPoint(0, 0);
     m_hand.takePicture("frozen");
     const QString caption = m_hand.text("BUTTON_QC_CAPTURE");
@@ -118,7 +118,7 @@ StepResult QcSteps::miss()
     const QString before = m_hand.text("EDIT_POINT_1");
     m_hand.expectBox("OK");
     m_hand.click("BUTTON_POINT_1");
-    const bool told = m_bench.lastBoxWas("Error", "Cell not detected !");
+    const bool told = m_bench.boxWas("Error", "Cell not detected !");
     m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after a search"));
     return {told && m_hand.text("EDIT_POINT_1") == before, told ? "told" : "not told",
             QStringLiteral("no dot within %1 pixels").arg(kWideOfTheDot.y())};

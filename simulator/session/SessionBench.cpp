@@ -20,19 +20,24 @@ QString lightText(const BoardLight& light)
 
 bool SessionBench::settle()
 {
-    return hand.waitForFrames(kFramesUnderWay, kFrames_ms);
+    constexpr int kSecondLook_ms = 1000;
+    m_standsStill = !hand.waitForFrames(kFramesUnderWay, m_standsStill ? kSecondLook_ms : kFrames_ms);
+    return !m_standsStill;
 }
 
 bool SessionBench::waitUntilEnabled(const QString& otherwise)
 {
-    return hand.waitUntil([this] { return hand.windowIsEnabled(); }, kAnswer_ms, otherwise);
+    constexpr int kSecondLook_ms = 1000;
+    m_locked = !hand.waitUntil([this] { return hand.windowIsEnabled(); },
+                               m_locked ? kSecondLook_ms : kAnswer_ms, otherwise);
+    return !m_locked;
 }
 
 void SessionBench::moveTo(int position_steps)
 {
     hand.type("EDIT_Z_ABS", QString::number(position_steps));
-    hand.click("BUTTON_Z_ABS");
-    waitUntilEnabled(QStringLiteral("the window stays disabled after an absolute move"));
+    if (hand.click("BUTTON_Z_ABS"))
+        waitUntilEnabled(QStringLiteral("the window stays disabled after an absolute move"));
 }
 
 double SessionBench::brightness()
@@ -41,7 +46,8 @@ double SessionBench::brightness()
     return measurePicture(hand.liveView()).brightness;
 }
 
-bool SessionBench::lastBoxWas(const QString& title, const QString& text) const
+bool SessionBench::boxWas(const QString& title, const QString& text) const
 {
-    return !hand.boxes().isEmpty() && hand.boxes().last().title == title && hand.boxes().last().text == text;
+    const SeenBox* box = hand.boxSinceExpected();
+    return box != nullptr && box->title == title && box->text == text;
 }

@@ -36,20 +36,25 @@ struct SessionBench
     {
     }
 
-    /// Waits until the picture shows what was changed last.
+    /// Waits until the picture shows what was changed last; not long for one that stood still
+    /// the last time.
     bool settle();
     /// Sends the stage to a position by the absolute move, and waits for its end.
     void moveTo(int position_steps);
-    /// Waits until the window takes presses.
+    /// Waits until the window takes presses; not long for one that was locked the last time.
     bool waitUntilEnabled(const QString& otherwise);
     /// Mean grey level 0..255 of the live view on the screen.
     double brightness();
-    /// Whether the last box had this title and text.
-    bool lastBoxWas(const QString& title, const QString& text) const;
+    /// Whether the box that was announced last came up with this title and text.
+    bool boxWas(const QString& title, const QString& text) const;
 
     Operator& hand;
     SimulatedInstrument& instrument;
     SessionFindings findings;
+
+private:
+    bool m_standsStill = false; ///< the live view, when it was last waited for
+    bool m_locked = false;      ///< the window, when it was last waited for
 };
 
 /// Answers may take the serial link's five seconds, twice, and a motion in between.

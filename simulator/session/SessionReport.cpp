@@ -28,7 +28,8 @@ header p { margin: 0; color: #c6d3df; }
 .page { max-width: 1040px; margin: 0 auto; padding: 0 20px; }
 .verdict { display: inline-block; margin-top: 14px; padding: 6px 16px; border-radius: 18px;
   font-weight: 600; color: #fff; }
-.verdict.good { background: var(--good); } .verdict.bad { background: var(--bad); }
+.verdict.good { background: var(--good); color: #fff; }
+.verdict.bad { background: var(--bad); color: #fff; }
 section { background: #fff; border: 1px solid var(--line); border-radius: 10px; margin: 20px 0;
   padding: 18px 22px; }
 h2 { margin: 0 0 12px; font-size: 19px; }

@@ -42,7 +42,7 @@ bool SettingsSteps::boxAfter(const QString& button, const QString& title, const 
 {
     m_hand.expectBox("OK");
     m_hand.click(button);
-    return m_bench.lastBoxWas(title, text);
+    return m_bench.boxWas(title, text);
 }
 
 // Only what is expected may change; a value that stays counts where it is as expected.

@@ -129,8 +129,9 @@ void TestVisit::helpNamesEveryOptionParameterAndFault()
     QCOMPARE(run.exitStatus, 0);
     for (const char* expected :
          {"--slide", "--seed", "--parameter", "--fault", "--settings", "--root", "--instant", "--visit",
-          "--steps", "--out", "--faults", "stage-maximum = 64000 steps", "best-focus = from the seed",
-          "zig-mode = off", "no-answer[:COMMAND[:N]]", "ioctl:REQUEST[:ERRNO[:N]]", "consoles"})
+          "--session", "--repeat", "--steps", "--out", "--faults", "stage-maximum = 64000 steps",
+          "best-focus = from the seed", "zig-mode = off", "no-answer[:COMMAND[:N]]",
+          "ioctl:REQUEST[:ERRNO[:N]]", "consoles"})
         QVERIFY2(run.output.contains(expected), expected);
 }
 
