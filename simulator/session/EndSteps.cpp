@@ -97,7 +97,9 @@ StepResult EndSteps::parked()
     const bool parked =
         lines == QStringList{"$,LED4,OFF,,", "$,STM1,ORIGIN,,"} && !light.ledOn && position == 0;
     return {m_instrument.zigMode() ? lines.isEmpty() : parked,
-            m_instrument.zigMode() ? "Zig mode, nothing to park" : "instrument parked",
+            m_instrument.zigMode() ? "Zig mode, nothing to park"
+            : parked               ? "instrument parked"
+                                   : "instrument not parked",
             QStringLiteral("received %1, %2, stage at %3")
                 .arg(lines.isEmpty() ? QStringLiteral("nothing") : lines.join(" "), lightText(light))
                 .arg(position)};
