@@ -45,7 +45,7 @@ void writeOrLose(int fd, const std::string& bytes)
 
 BoardPort::BoardPort(const std::string& rootDirectory, const BoardParameters& parameters, BoardPace pace,
                      Clock::time_point powerOn)
-    : m_pace(pace), m_powerOn(powerOn), m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), m_board(parameters)
+    : m_powerOn(powerOn), m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), m_pace(pace), m_board(parameters)
 {
     if (createDevice(rootDirectory))
         m_thread = std::thread(&BoardPort::serve, this);
@@ -80,6 +80,12 @@ bool BoardPort::createDevice(const std::string& rootDirectory)
 InstrumentTime BoardPort::now() const
 {
     return std::chrono::duration_cast<InstrumentTime>(Clock::now() - m_powerOn) + m_skipped;
+}
+
+void BoardPort::setPace(BoardPace pace)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_pace = pace;
 }
 
 BoardLight BoardPort::light() const

@@ -38,6 +38,8 @@ public:
     /// The device below the root directory.
     const std::string& devicePath() const { return m_devicePath; }
 
+    /// Chooses how fast the commands from now on are done.
+    void setPace(BoardPace pace);
     /// Stage, LED state and level at this moment.
     BoardLight light() const;
     /// Runs a function on the board at its present time, apart from the serving thread: to
@@ -60,12 +62,12 @@ private:
     InstrumentTime now() const;
     bool skipToCommandEnd();
 
-    const BoardPace m_pace;
     const Clock::time_point m_powerOn;
     PseudoTerminal m_terminal;
     std::string m_devicePath;
     FileDescriptor m_wake;      // readable when the thread has to look up
     mutable std::mutex m_mutex; // guards everything below but the thread
+    BoardPace m_pace;
     Board m_board;
     InstrumentTime m_skipped{0}; // time that the instrument is ahead of the clock
     std::function<void(InstrumentTime)> m_arrivalWatcher;

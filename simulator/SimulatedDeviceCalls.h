@@ -86,6 +86,11 @@ public:
 
     /// The truth, to judge results by. Any thread; the slide on the one that changes it, if any does.
     const Slide& slide() const { return m_optics.slide(); }
+    /// Red, green and blue, 0..255, of the clear field in this light, before noise.
+    std::array<double, 3> fieldColour(const LightPath& light) const
+    {
+        return m_optics.colour({light, sensorSettings()}, 0.0);
+    }
     double bestFocus_steps() const { return m_optics.bestFocus_steps(); }
     /// The sensor's settings, and one of its registers, at this moment. Any thread.
     SensorSettings sensorSettings() const;

@@ -41,6 +41,7 @@ bool makeUnreadable(const QString& path)
 
 SimulatedInstrument::SimulatedInstrument(const InstrumentParameters& parameters, const InstrumentPlace& place,
                                          const InstrumentFaults& faults)
+    : m_instant(parameters.instant)
 {
     if (!createRoot(place.root) || !createFiles(parameters, place, faults))
         return;
@@ -156,6 +157,17 @@ void SimulatedInstrument::putSlide(SlideKind kind)
     m_camera->changeSlide(m_slide);
 }
 
+void SimulatedInstrument::setRealTimeMotion(bool on)
+{
+    m_board->setPace(on ? BoardPace::RealTime : BoardPace::Instant);
+}
+
+std::array<double, 3> SimulatedInstrument::fieldColour() const
+{
+    const BoardLight light = m_board->light();
+    return m_camera->fieldColour({light.stagePosition_steps, light.ledOn, light.ledLevel});
+}
+
 QStringList SimulatedInstrument::boardLines()
 {
     QStringList lines;
@@ -170,6 +182,11 @@ QString SimulatedInstrument::setting(const QString& key, const QString& byDefaul
 {
     const QSettings settings(m_root + kMainSettings, QSettings::IniFormat);
     return settings.value(key, byDefault).toString();
+}
+
+const QStringList& SimulatedInstrument::settingsFiles()
+{
+    return kSettingsFiles;
 }
 
 bool SimulatedInstrument::zigMode() const

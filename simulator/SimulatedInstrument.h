@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <memory>
 
 #include <QString>
@@ -39,18 +40,26 @@ public:
     /// The directory that stands in for "/".
     const QString& root() const { return m_root; }
 
+    /// Whether motion takes its time from now on, as it does unless the parameters say instant.
+    void setRealTimeMotion(bool on);
+    bool isInstant() const { return m_instant; }
+
     /// The truth, to judge results by, at this moment.
     int stagePosition_steps();
     bool stageIsMoving();
     BoardLight light() const { return m_board->light(); }
     double bestFocus_steps() const { return m_camera->bestFocus_steps(); }
     const Slide& slide() const { return m_camera->slide(); }
+    /// Red, green and blue, 0..255, of the clear field.
+    std::array<double, 3> fieldColour() const;
     SensorSettings sensor() const { return m_camera->sensorSettings(); }
     /// The command lines that the board received, oldest first, without their ends.
     QStringList boardLines();
     /// A value of the main settings file as it is now, by "group/key"; byDefault where the
     /// file does not have it.
     QString setting(const QString& key, const QString& byDefault) const;
+    /// The fixed paths of the settings files, the main one first.
+    static const QStringList& settingsFiles();
     /// Whether the main settings file turns Zig mode on.
     bool zigMode() const;
 
@@ -69,6 +78,7 @@ private:
     void createBoard(const InstrumentParameters& parameters, const InstrumentFaults& faults);
     void createCamera(const InstrumentParameters& parameters, const InstrumentFaults& faults);
 
+    bool m_instant = false;
     QString m_error;
     QString m_root;
     SlideParameters m_slide;

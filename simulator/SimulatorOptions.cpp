@@ -7,6 +7,7 @@
 namespace {
 
 constexpr int kNameColumn = 40;
+constexpr int kMostRepetitions = 10000;
 
 const QString kSignalHelp =
     QStringLiteral("\nSignals during a run:\n"
@@ -22,6 +23,7 @@ struct OptionRow
     const char* value; ///< name of its value; empty: none
     const char* text;
     Apply apply;
+    bool ofInstrument = false; ///< describes the instrument, so that a repetition's runs get it too
 };
 
 void noteError(SimulatorOptions& options, const std::string& error)
@@ -34,11 +36,27 @@ void readSeed(SimulatorOptions& options, const QString& value)
 {
     bool ok = false;
     const std::uint32_t seed = value.toUInt(&ok);
+    options.seed = seed;
     if (ok)
         options.parameters.setSeed(seed);
     else
         noteError(options,
                   "The seed is a whole number from 0 to 4294967295, not \"" + value.toStdString() + "\".");
+}
+
+void readRepeat(SimulatorOptions& options, const QString& value)
+{
+    bool ok = false;
+    options.repeat = value.toInt(&ok);
+    if (!ok || options.repeat < 1 || options.repeat > kMostRepetitions)
+        noteError(options, "The repetitions are a number from 1 to " + std::to_string(kMostRepetitions) +
+                               ", not \"" + value.toStdString() + "\".");
+}
+
+void readFault(SimulatorOptions& options, const QString& value)
+{
+    options.faultNames.append(value);
+    noteError(options, addFault(options.faults, value.toStdString()));
 }
 
 void readSlide(SimulatorOptions& options, const QString& value)
@@ -61,30 +79,34 @@ void readDisk(SimulatorOptions& options, const QString& value)
 const std::vector<OptionRow>& optionRows()
 {
     static const std::vector<OptionRow> rows = {
-        {"slide", "cells|target|empty", "what lies under the microscope (default cells)", readSlide},
+        {"slide", "cells|target|empty", "what lies under the microscope (default cells)", readSlide, true},
         {"seed", "N", "chooses slide, focus and noise (default 1)", readSeed},
         {"parameter", "NAME=VALUE", "changes one of the parameters below; may be given often",
          [](SimulatorOptions& options, const QString& value) {
              noteError(options, setParameter(options.parameters, value.toStdString()));
-         }},
-        {"fault", "NAME", "switches a fault on; may be given often",
-         [](SimulatorOptions& options, const QString& value) {
-             noteError(options, addFault(options.faults, value.toStdString()));
-         }},
+         },
+         true},
+        {"fault", "NAME", "switches a fault on; may be given often", readFault, true},
         {"settings", "DIR", "starts with the settings files of this folder, which is only read",
-         [](SimulatorOptions& options, const QString& value) { options.place.settingsFolder = value; }},
+         [](SimulatorOptions& options, const QString& value) { options.place.settingsFolder = value; }, true},
         {"root", "DIR", "keeps the instrument's files in this directory, instead of a temporary one",
          [](SimulatorOptions& options, const QString& value) { options.place.root = value; }},
         {"disk", "CONDITION[,out]",
          "a USB disk, good, unmountable, full or read-only; \"out\": not yet plugged in; once or twice",
          readDisk},
         {"instant", "", "stage motion and pauses take no time",
-         [](SimulatorOptions& options, const QString&) { options.parameters.instant = true; }},
+         [](SimulatorOptions& options, const QString&) { options.parameters.instant = true; }, true},
         {"visit", "", "drives the window through a short visit, and judges what it sees",
          [](SimulatorOptions& options, const QString&) { options.visit = true; }},
-        {"steps", "NAME,...", "only these steps of the visit",
+        {"session", "", "drives it through a technician's whole day, and writes a report",
+         [](SimulatorOptions& options, const QString&) { options.session = true; }},
+        {"repeat", "N", "makes the session's calibration with N seeds, on a stage with play and ringing",
+         readRepeat},
+        {"calibration", "", "of the session only the autofocus and the calibration",
+         [](SimulatorOptions& options, const QString&) { options.session = options.calibration = true; }},
+        {"steps", "NAME,...", "only these steps of the visit or session",
          [](SimulatorOptions& options, const QString& value) { options.steps = value.split(','); }},
-        {"out", "DIR", "where the visit puts its pictures and the log (default out)",
+        {"out", "DIR", "where pictures, log and report go (default out)",
          [](SimulatorOptions& options, const QString& value) { options.outDirectory = value; }},
         {"faults", "", "lists the faults and ends", nullptr},
         {"help", "", "shows this text and ends", nullptr},
@@ -119,7 +141,23 @@ QString parameterList()
     return list;
 }
 
-QString helpText(const QStringList& stepNames)
+QString stepList(const char* of, const QStringList& names)
+{
+    constexpr int kNamesPerLine = 10;
+    QString text = QStringLiteral("\nSteps of the %1, for --steps:\n").arg(of);
+    for (int first = 0; first < names.size(); first += kNamesPerLine)
+        text += "  " + names.mid(first, kNamesPerLine).join(QStringLiteral(", ")) + "\n";
+    return text;
+}
+
+constexpr const char* kReportText = R"(
+A session writes report.html, the report for people with all pictures in it, and
+session.json, the same for machines. A repetition writes repeatability.csv and
+repeatability.svg. With a fault, the report tells what the operator saw and whether a
+settings file suffered. The exit status is 0 only when every step was as it should be.
+)";
+
+QString helpText(const SimulatorStepNames& stepNames)
 {
     QString text = QStringLiteral("Usage: orla-verifier-simulator [options]\n\n"
                                   "The verifier's window on a simulated instrument: controller board, stage, "
@@ -127,21 +165,21 @@ QString helpText(const QStringList& stepNames)
                                   "Options:\n");
     for (const OptionRow& option : optionRows())
         text += row(QStringLiteral("--%1 %2").arg(option.name, option.value), option.text);
-    return text + kSignalHelp + QStringLiteral("\nSteps of the visit, for --steps:\n  ") +
-           stepNames.join(QStringLiteral(", ")) + QStringLiteral("\n\n") + parameterList() +
-           QStringLiteral("\n") + faultList();
+    return text + kReportText + kSignalHelp + stepList("visit", stepNames.visit) +
+           stepList("session", stepNames.session) + '\n' + parameterList() + '\n' + faultList();
 }
 
-void checkSteps(SimulatorOptions& options, const QStringList& stepNames)
+void checkSteps(SimulatorOptions& options, const SimulatorStepNames& names)
 {
+    const QStringList& stepNames = options.session ? names.session : names.visit;
     for (const QString& step : qAsConst(options.steps))
         if (!stepNames.contains(step))
-            noteError(options, "The visit has no step \"" + step.toStdString() + "\"; --help lists them.");
+            noteError(options, "There is no step \"" + step.toStdString() + "\"; --help lists them.");
 }
 
 } // namespace
 
-SimulatorOptions parseSimulatorOptions(const QStringList& arguments, const QStringList& stepNames)
+SimulatorOptions parseSimulatorOptions(const QStringList& arguments, const SimulatorStepNames& stepNames)
 {
     QCommandLineParser parser;
     for (const OptionRow& option : optionRows())
@@ -161,11 +199,18 @@ SimulatorOptions parseSimulatorOptions(const QStringList& arguments, const QStri
     for (const OptionRow& option : optionRows()) {
         if (!option.apply || !parser.isSet(option.name))
             continue;
-        if (*option.value == '\0')
+        const QString written = QStringLiteral("--") + option.name;
+        if (*option.value == '\0') {
             option.apply(options, {});
+            if (option.ofInstrument)
+                options.ofInstrument.append(written);
+        }
         const QStringList values = parser.values(option.name);
-        for (const QString& value : values)
+        for (const QString& value : values) {
             option.apply(options, value);
+            if (option.ofInstrument)
+                options.ofInstrument.append({written, value});
+        }
     }
     checkSteps(options, stepNames);
     return options;

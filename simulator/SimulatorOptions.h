@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include <QString>
 #include <QStringList>
 
@@ -15,9 +17,18 @@ struct SimulatorOptions
     InstrumentFaults faults;
     InstrumentPlace place;
     QVector<PlannedDisk> disks; ///< by socket
+    std::uint32_t seed = 1;
+
+    /// Drives the window by itself: through a short visit, a whole session, or a session's
+    /// calibration for each of some seeds.
     bool visit = false;
-    QStringList steps; ///< of the visit; empty: all
+    bool session = false;
+    bool calibration = false; ///< of a session only what a repetition needs
+    int repeat = 0;           ///< seeds to repeat the session's calibration with; 0: no repetition
+    QStringList steps;        ///< of the visit or session; empty: all
     QString outDirectory = QStringLiteral("out");
+    QStringList faultNames;   ///< as they were given
+    QStringList ofInstrument; ///< the arguments that describe the instrument, without its seed
 
     /// A text that was asked for instead of a run.
     QString textToPrint;
@@ -25,5 +36,12 @@ struct SimulatorOptions
     QString error;
 };
 
-/// Reads the command line, the program's name first. stepNames: the visit's steps.
-SimulatorOptions parseSimulatorOptions(const QStringList& arguments, const QStringList& stepNames);
+/// The names of the steps that can be chosen.
+struct SimulatorStepNames
+{
+    QStringList visit;
+    QStringList session;
+};
+
+/// Reads the command line, the program's name first.
+SimulatorOptions parseSimulatorOptions(const QStringList& arguments, const SimulatorStepNames& stepNames);

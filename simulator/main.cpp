@@ -1,54 +1,19 @@
 #include <cstdio>
-#include <memory>
 
 #include <QApplication>
-#include <QDir>
-#include <QFile>
-#include <QTextStream>
-#include <QTimer>
 
 #include "ORLA_II_Plus_Verifier.h"
+#include "simulator/DrivenRun.h"
 #include "simulator/QuitOnSignal.h"
+#include "simulator/Repetition.h"
 #include "simulator/SimulatedInstrument.h"
 #include "simulator/SimulatorOptions.h"
-#include "simulator/session/Operator.h"
-#include "simulator/session/SessionRunner.h"
-#include "simulator/session/ShortVisit.h"
+#include "simulator/session/Session.h"
 
 namespace {
 
 constexpr int kUsageError = 2;
 constexpr int kFailure = 1;
-/// How long the program may take to leave its event loop after the last step in it.
-constexpr int kEndPatience_ms = 3000;
-
-QFile& logFile()
-{
-    static QFile file;
-    return file;
-}
-
-void writeToLogFile(QtMsgType, const QMessageLogContext&, const QString& message)
-{
-    // The capture and grab threads log as well; one write is one line.
-    logFile().write((message + QLatin1Char('\n')).toLocal8Bit());
-}
-
-/// Makes the directory ready: no pictures of an earlier visit, the debug stream in a file.
-bool prepareOutDirectory(const QString& path)
-{
-    QDir directory(path);
-    if (!directory.mkpath(QStringLiteral(".")))
-        return false;
-    const QStringList old = directory.entryList({QStringLiteral("[0-9][0-9]-*.png")}, QDir::Files);
-    for (const QString& name : old)
-        directory.remove(name);
-    logFile().setFileName(directory.filePath(QStringLiteral("verifier.log")));
-    if (!logFile().open(QIODevice::WriteOnly | QIODevice::Unbuffered))
-        return false;
-    qInstallMessageHandler(writeToLogFile);
-    return true;
-}
 
 int runWindow(const QuitOnSignal& signalled)
 {
@@ -58,34 +23,6 @@ int runWindow(const QuitOnSignal& signalled)
     return signalled.received() ? signalled.exitStatus() : status;
 }
 
-int runVisit(const SimulatorOptions& options, SimulatedInstrument& instrument, const QuitOnSignal& signalled)
-{
-    if (!prepareOutDirectory(options.outDirectory)) {
-        std::fprintf(stderr, "The directory %s cannot be written.\n", qPrintable(options.outDirectory));
-        return kFailure;
-    }
-    QTextStream output(stdout);
-    auto window = std::make_unique<ORLA_II_Plus_Verifier>();
-    window->show();
-    Operator hand(*window, options.outDirectory);
-    ShortVisit visit(hand, instrument);
-    SessionRunner runner(hand, visit.steps(options.steps), output);
-    QObject::connect(&signalled, &QuitOnSignal::quitting, &hand, &Operator::giveUp);
-    QTimer::singleShot(0, &hand, [&] {
-        runner.runInEventLoop();
-        runner.expectEnd();
-        QTimer::singleShot(kEndPatience_ms, &hand, [&] {
-            visit.noteForcedEnd();
-            QCoreApplication::quit();
-        });
-    });
-    QApplication::exec();
-    window.reset();
-    runner.runAfterEventLoop();
-    qInstallMessageHandler(nullptr);
-    return signalled.received() ? signalled.exitStatus() : runner.exitStatus();
-}
-
 } // namespace
 
 int main(int argc, char* argv[])
@@ -93,7 +30,8 @@ int main(int argc, char* argv[])
     QStringList arguments;
     for (int i = 0; i < argc; ++i)
         arguments.append(QString::fromLocal8Bit(argv[i]));
-    const SimulatorOptions options = parseSimulatorOptions(arguments, ShortVisit::stepNames());
+    const SimulatorOptions options = parseSimulatorOptions(
+        arguments, {Session::stepNames(SessionPlan::Visit), Session::stepNames(SessionPlan::Day)});
     if (!options.error.isEmpty()) {
         std::fprintf(stderr, "%s\n", qPrintable(options.error));
         return kUsageError;
@@ -101,6 +39,12 @@ int main(int argc, char* argv[])
     if (!options.textToPrint.isEmpty()) {
         std::fputs(qPrintable(options.textToPrint), stdout);
         return 0;
+    }
+    // The options are all this program's own; none is left for Qt.
+    int argumentCount = 1;
+    if (options.repeat > 0) {
+        const QCoreApplication application(argumentCount, argv);
+        return runRepetition(options);
     }
 
     UsbSockets::holdSignals();
@@ -114,10 +58,11 @@ int main(int argc, char* argv[])
         std::fprintf(stderr, "%s\n", qPrintable(error));
         return kFailure;
     }
-    // The options are all this program's own; none is left for Qt.
-    int argumentCount = 1;
+    const bool driven = options.visit || options.session;
+    // A desktop's own file dialog may lie outside this process, where no operator of ours reaches.
+    QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs, driven);
     QApplication application(argumentCount, argv);
     const QuitOnSignal signalled;
     sockets.listen();
-    return options.visit ? runVisit(options, instrument, signalled) : runWindow(signalled);
+    return driven ? runDriven(options, instrument, signalled) : runWindow(signalled);
 }

@@ -2,12 +2,13 @@
 
 #include <QAbstractButton>
 #include <QApplication>
-#include <QDialogButtonBox>
+#include <QDir>
 #include <QFileDialog>
 #include <QLineEdit>
 #include <QMessageBox>
-#include <QPushButton>
 #include <QtTest>
+
+#include "platform/InstrumentPath.h"
 
 namespace {
 
@@ -31,12 +32,6 @@ QAbstractButton* buttonFor(QMessageBox& box, const QString& caption)
     return buttons.isEmpty() ? nullptr : buttons.last();
 }
 
-// Where the toolkit's own file dialog takes the name.
-QLineEdit& nameEdit(const QFileDialog& dialog)
-{
-    return *dialog.findChild<QLineEdit*>(QStringLiteral("fileNameEdit"));
-}
-
 } // namespace
 
 BoxWatcher::BoxWatcher(QObject* parent) : QObject(parent)
@@ -48,6 +43,11 @@ BoxWatcher::BoxWatcher(QObject* parent) : QObject(parent)
 void BoxWatcher::answerNextWith(const QString& caption)
 {
     m_answers.append(caption);
+}
+
+void BoxWatcher::giveNextFileName(const QString& fileName)
+{
+    m_fileNames.append(fileName);
 }
 
 int BoxWatcher::forgetAwaited()
@@ -67,19 +67,38 @@ void BoxWatcher::look()
         m_current = dialog;
         m_looksAtCurrent = 0;
     }
-    ++m_looksAtCurrent;
-    auto* files = qobject_cast<QFileDialog*>(dialog);
-    if (files != nullptr && m_looksAtCurrent == 1)
-        nameEdit(*files).setText(m_fileNames.value(0));
-    if (m_looksAtCurrent != kLooksUntilAnswer)
-        return;
-    if (auto* box = qobject_cast<QMessageBox*>(dialog))
-        answer(*box);
-    else if (files != nullptr)
-        answer(*files);
+    if (++m_looksAtCurrent == kLooksUntilAnswer)
+        answer(*dialog);
 }
 
-void BoxWatcher::answer(QMessageBox& box)
+void BoxWatcher::answer(QDialog& dialog)
+{
+    if (auto* box = qobject_cast<QMessageBox*>(&dialog))
+        answerBox(*box);
+    else if (auto* fileDialog = qobject_cast<QFileDialog*>(&dialog))
+        answerFileDialog(*fileDialog);
+    else
+        dialog.reject();
+}
+
+void BoxWatcher::answerFileDialog(QFileDialog& dialog)
+{
+    const bool expected = !m_fileNames.isEmpty();
+    const QString name = expected ? m_fileNames.takeFirst() : QString();
+    m_boxes.append({dialog.windowTitle(), fixedPathOf(dialog.directory().path()), {}, name, expected});
+    auto* edit = dialog.findChild<QLineEdit*>();
+    if (!expected || edit == nullptr) {
+        emit boxShown();
+        dialog.reject();
+        return;
+    }
+    edit->selectAll();
+    QTest::keyClicks(edit, name);
+    emit boxShown();
+    QTest::keyClick(edit, Qt::Key_Return);
+}
+
+void BoxWatcher::answerBox(QMessageBox& box)
 {
     const bool expected = !m_answers.isEmpty();
     QAbstractButton* button = buttonFor(box, expected ? m_answers.takeFirst() : QString());
@@ -91,24 +110,6 @@ void BoxWatcher::answer(QMessageBox& box)
     if (button == nullptr)
         box.reject();
     else
-        press(box, *button);
-}
-
-void BoxWatcher::answer(QFileDialog& dialog)
-{
-    const bool expected = !m_fileNames.isEmpty();
-    const QString name = expected ? m_fileNames.takeFirst() : QString();
-    m_boxes.append(
-        {dialog.windowTitle(), dialog.nameFilters().join(QStringLiteral("; ")), {}, name, expected});
-    emit boxShown();
-    if (expected)
-        press(dialog, *dialog.findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Save));
-    else
-        dialog.reject();
-}
-
-void BoxWatcher::press(QDialog& dialog, QWidget& button)
-{
-    QTest::mouseClick(dialog.windowHandle(), Qt::LeftButton, {},
-                      button.mapTo(&dialog, button.rect().center()));
+        QTest::mouseClick(box.windowHandle(), Qt::LeftButton, {},
+                          button->mapTo(&box, button->rect().center()));
 }

@@ -11,20 +11,19 @@ class QDialog;
 class QFileDialog;
 class QMessageBox;
 
-/// A message box or file dialog that came up, and what was done about it.
+/// A message box or a dialog for a file's name that came up, and what was done about it.
 struct SeenBox
 {
     QString title;
-    QString text;
+    QString text;        ///< of a dialog for a file's name: the directory it starts in
     QStringList buttons; ///< their captions without mnemonics, in the box's order
-    QString answer;      ///< caption of the button that was pressed, or name of the file
+    QString answer;      ///< caption of the button that was pressed, or the name that was given
     bool expected;
 };
 
-/// Looks for message boxes and file dialogs while the handler that opened one is blocked in it,
-/// and presses a button, or types a name, as a finger would. One that nobody announced is
-/// answered as well, a box by its escape button or else its last one, a dialog by Cancel, so
-/// that the program goes on. GUI thread.
+/// Looks for message boxes while the handler that opened one is blocked in it, and presses a
+/// button as a finger would. A box that nobody announced is answered as well, by its escape
+/// button or else its last one, so that the program goes on. GUI thread.
 class BoxWatcher : public QObject
 {
     Q_OBJECT
@@ -34,9 +33,11 @@ public:
 
     /// The next box is answered by the button with this caption (without mnemonic).
     void answerNextWith(const QString& caption);
-    /// The next file dialog is answered by this name.
-    void saveNextAs(const QString& name) { m_fileNames.append(name); }
-    /// Forgets the announced boxes that have not come up, and returns their number.
+    /// The next dialog that asks for a file's name is given this one; without one it is
+    /// cancelled.
+    void giveNextFileName(const QString& fileName);
+    /// Forgets the announced boxes and names that have
+    /// not come up, and returns their number.
     int forgetAwaited();
     /// The boxes so far, oldest first.
     const QVector<SeenBox>& boxes() const { return m_boxes; }
@@ -47,9 +48,9 @@ signals:
 
 private:
     void look();
-    void answer(QMessageBox& box);
-    void answer(QFileDialog& dialog);
-    void press(QDialog& dialog, QWidget& button);
+    void answer(QDialog& dialog);
+    void answerBox(QMessageBox& box);
+    void answerFileDialog(QFileDialog& dialog);
 
     QTimer m_timer;
     QStringList m_answers;

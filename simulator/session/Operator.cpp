@@ -1,7 +1,9 @@
 #include "simulator/session/Operator.h"
 
+#include <QAbstractButton>
 #include <QApplication>
 #include <QCheckBox>
+#include <QCursor>
 #include <QDir>
 #include <QLineEdit>
 #include <QPainter>
@@ -108,8 +110,40 @@ bool Operator::press(const QString& name)
     QPoint position;
     if (!reach(name, position))
         return false;
+    pointAt(position);
     QTest::mousePress(m_window.windowHandle(), Qt::LeftButton, {}, position);
     return true;
+}
+
+// Where somebody may be looking, the pointer goes to the place before it is pressed.
+void Operator::pointAt(const QPoint& position)
+{
+    constexpr int kPointing_ms = 40;
+    if (!m_window.isVisible() || QGuiApplication::platformName() == QLatin1String("offscreen"))
+        return;
+    QCursor::setPos(m_window.mapToGlobal(position));
+    wait(kPointing_ms);
+}
+
+bool Operator::dragOn(const QString& name, const QPoint& place, const QPoint& by)
+{
+    constexpr int kMoves = 3;
+    QPoint middle;
+    if (!reach(name, middle))
+        return false;
+    const QPoint start = find(name)->mapTo(&m_window, place);
+    pointAt(start);
+    QWindow* window = m_window.windowHandle();
+    QTest::mousePress(window, Qt::LeftButton, {}, start);
+    for (int move = 1; move <= kMoves && !by.isNull(); ++move)
+        QTest::mouseMove(window, start + by * move / kMoves);
+    QTest::mouseRelease(window, Qt::LeftButton, {}, start + by);
+    return true;
+}
+
+void Operator::pressKey(Qt::Key key)
+{
+    QTest::keyClick(m_window.windowHandle(), key);
 }
 
 // A finger can be lifted from a widget that has been disabled under it.
@@ -120,21 +154,6 @@ bool Operator::release(const QString& name)
         return false;
     QTest::mouseRelease(m_window.windowHandle(), Qt::LeftButton, {},
                         widget->mapTo(&m_window, pressPoint(*widget)));
-    return true;
-}
-
-bool Operator::drag(const QString& name, const QPoint& from, const QPoint& to)
-{
-    constexpr int kMoves = 3;
-    QPoint middle;
-    if (!reach(name, middle))
-        return false;
-    QWindow* screen = m_window.windowHandle();
-    const QPoint corner = find(name)->mapTo(&m_window, QPoint(0, 0));
-    QTest::mousePress(screen, Qt::LeftButton, {}, corner + from);
-    for (int move = 1; from != to && move <= kMoves; ++move)
-        QTest::mouseMove(screen, corner + from + (to - from) * move / kMoves);
-    QTest::mouseRelease(screen, Qt::LeftButton, {}, corner + to);
     return true;
 }
 
@@ -157,11 +176,6 @@ bool Operator::type(const QString& name, const QString& text)
     QTest::keyClicks(target, text);
     QTest::keyClick(target, Qt::Key_Return);
     return true;
-}
-
-void Operator::pressKey(int key)
-{
-    QTest::keyClick(m_window.windowHandle(), static_cast<Qt::Key>(key));
 }
 
 bool Operator::openTab(const QString& pageName)
@@ -218,6 +232,24 @@ bool Operator::isChecked(const QString& name)
 {
     const QWidget* widget = find(name);
     return widget != nullptr && widget->property("checked").toBool();
+}
+
+QStringList Operator::disabledControls() const
+{
+    if (!m_window.isEnabled())
+        return {QStringLiteral("the whole window")};
+    QStringList names;
+    const QList<QWidget*> widgets = m_window.findChildren<QWidget*>();
+    for (const QWidget* widget : widgets) {
+        const bool control = qobject_cast<const QAbstractButton*>(widget) != nullptr ||
+                             qobject_cast<const QTabWidget*>(widget) != nullptr;
+        // A tab bar has arrows of its own, for more tabs than it has room for.
+        const bool ofTabBar = qobject_cast<const QTabBar*>(widget->parentWidget()) != nullptr;
+        if (control && !ofTabBar && !widget->isEnabled())
+            names.append(widget->objectName());
+    }
+    names.removeAll(QString());
+    return names;
 }
 
 bool Operator::windowIsEnabled() const
@@ -286,6 +318,17 @@ QStringList Operator::takePictures()
     QStringList taken;
     taken.swap(m_pictures);
     return taken;
+}
+
+void Operator::expectBox(const QString& buttonCaption)
+{
+    m_boxesWhenExpected = boxes().size();
+    m_boxes.answerNextWith(buttonCaption);
+}
+
+const SeenBox* Operator::boxSinceExpected() const
+{
+    return boxes().size() > m_boxesWhenExpected ? &boxes().last() : nullptr;
 }
 
 void Operator::noteTrouble(const QString& trouble)

@@ -34,15 +34,15 @@ public:
     bool click(const QString& name);
     bool press(const QString& name);
     bool release(const QString& name);
-    /// Presses a widget at a place in it, moves to another one and lets go there; the same
-    /// place twice is a press only.
-    bool drag(const QString& name, const QPoint& from, const QPoint& to);
     /// Presses a widget for a time, with events going on.
     bool hold(const QString& name, int duration_ms);
+    /// Presses at a place of a widget, in its own pixels, and drags by a distance with the
+    /// button down before it is released; without a distance it is a click.
+    bool dragOn(const QString& name, const QPoint& place, const QPoint& by = {});
+    /// Presses and releases a key, wherever the keyboard leads to.
+    void pressKey(Qt::Key key);
     /// Replaces the text of a line edit or a spin box, and ends with Return.
     bool type(const QString& name, const QString& text);
-    /// Presses and releases a key of the keyboard.
-    void pressKey(int key);
     /// Opens the page with this object name of the tab widget that holds it.
     bool openTab(const QString& pageName);
     /// Sets a check box or a checkable button.
@@ -53,6 +53,8 @@ public:
     bool isEnabled(const QString& name);
     bool isShown(const QString& name);
     bool isChecked(const QString& name);
+    /// Names of the buttons and edits, the window itself included, that take no presses.
+    QStringList disabledControls() const;
     /// Whether the window as a whole takes presses.
     bool windowIsEnabled() const;
     QString windowTitle() const;
@@ -75,10 +77,12 @@ public:
     QStringList takePictures();
 
     /// Announces a message box and the button that will answer it.
-    void expectBox(const QString& buttonCaption) { m_boxes.answerNextWith(buttonCaption); }
-    /// Announces a file dialog and the name that will be saved under.
-    void saveNextAs(const QString& name) { m_boxes.saveNextAs(name); }
+    void expectBox(const QString& buttonCaption);
+    /// The last box, if it came up since one was announced; otherwise null.
+    const SeenBox* boxSinceExpected() const;
     const QVector<SeenBox>& boxes() const { return m_boxes.boxes(); }
+    /// Announces a dialog for a file's name, and the name that will be given to it.
+    void expectFileDialog(const QString& fileName) { m_boxes.giveNextFileName(fileName); }
 
     void noteTrouble(const QString& trouble);
     /// The trouble since the last call, unexpected boxes and expected ones that never came
@@ -97,11 +101,13 @@ private:
     bool reach(const QString& name, QPoint& position);
     bool openTabsAround(QWidget& widget);
     bool uncovered(const QWidget& widget, const QPoint& position);
+    void pointAt(const QPoint& position);
 
     QWidget& m_window;
     const QString m_pictureDirectory;
     BoxWatcher m_boxes;
     int m_judgedBoxes = 0;
+    int m_boxesWhenExpected = 0;
     int m_paintedFrames = 0;
     int m_pictureNumber = 0;
     QStringList m_pictures;

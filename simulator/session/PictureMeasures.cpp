@@ -51,3 +51,21 @@ double pictureDifference(const QImage& first, const QImage& second)
     }
     return static_cast<double>(sum) / (static_cast<double>(a.width()) * a.height());
 }
+
+std::array<double, 3> meanColour(const QImage& picture)
+{
+    const QImage rgb = picture.convertToFormat(QImage::Format_RGB32);
+    std::array<double, 3> sums{};
+    for (int y = 0; y < rgb.height(); ++y) {
+        const auto* row = reinterpret_cast<const QRgb*>(rgb.constScanLine(y));
+        for (int x = 0; x < rgb.width(); ++x) {
+            sums[0] += qRed(row[x]);
+            sums[1] += qGreen(row[x]);
+            sums[2] += qBlue(row[x]);
+        }
+    }
+    const double pixels = static_cast<double>(rgb.width()) * rgb.height();
+    for (double& sum : sums)
+        sum = pixels > 0.0 ? sum / pixels : 0.0;
+    return sums;
+}

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+
 #include <QImage>
 
 /// What can be told of a picture without knowing what it shows. Grey levels 0..255.
@@ -14,6 +16,9 @@ struct PictureMeasures
 
 /// Measures a picture of any format; all zero for one narrower than three pixels. Any thread.
 PictureMeasures measurePicture(const QImage& picture);
+
+/// Mean red, green and blue of a picture of any format; all zero without a picture. Any thread.
+std::array<double, 3> meanColour(const QImage& picture);
 
 /// Mean absolute difference in grey levels of two pictures of the same size; -1 where the
 /// sizes differ or there is no picture. Any thread.

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <utility>
+
+#include <unistd.h>
 
 namespace {
 
@@ -60,6 +63,8 @@ void SessionRunner::run(const SessionStep& step)
     StepReport report;
     report.name = step.name;
     report.text = step.text;
+    printProgress(
+        QStringLiteral("[%1/%2] %3 ...").arg(m_reports.size() + 1).arg(m_steps.size()).arg(step.text));
     const qint64 start = m_clock.elapsed();
     report.result = step.run();
     if (m_hand.hasGivenUp()) {
@@ -72,12 +77,30 @@ void SessionRunner::run(const SessionStep& step)
     report.boxes = m_hand.boxes().mid(m_reportedBoxes);
     m_reportedBoxes = m_hand.boxes().size();
     print(report);
+    const std::lock_guard<std::mutex> lock(m_mutex);
     m_reports.push_back(std::move(report));
+}
+
+std::vector<StepReport> SessionRunner::reports() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_reports;
+}
+
+void SessionRunner::printProgress(const QString& text) const
+{
+    // A file or a pipe keeps every line; there the finished steps are enough.
+    if (!m_showProgress || ::isatty(STDERR_FILENO) == 0)
+        return;
+    constexpr const char* kOverwriteLine = "\r\033[K";
+    std::fprintf(stderr, "%s%s", kOverwriteLine, qPrintable(text));
+    std::fflush(stderr);
 }
 
 void SessionRunner::print(const StepReport& report)
 {
-    constexpr int kNameWidth = 10;
+    printProgress({});
+    constexpr int kNameWidth = 13;
     constexpr int kTimeWidth = 6;
     m_output << QStringLiteral("[%1/%2] %3 s  %4 %5  %6")
                     .arg(m_reports.size() + 1, 2)

@@ -1,6 +1,7 @@
 #include "simulator/session/Watchdog.h"
 
 #include <cstdio>
+#include <utility>
 
 #include <unistd.h>
 
@@ -14,6 +15,12 @@ Watchdog::~Watchdog()
     }
     m_changed.notify_all();
     m_thread.join();
+}
+
+void Watchdog::setLastWords(LastWords lastWords)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_lastWords = std::move(lastWords);
 }
 
 void Watchdog::watch(const std::string& what, std::chrono::milliseconds limit)
@@ -43,6 +50,8 @@ void Watchdog::run()
         } else {
             std::printf("%s did not end in time; the program is stopped\n", m_what.c_str());
             std::fflush(stdout);
+            if (m_lastWords)
+                m_lastWords(m_what);
             // Nothing can be torn down while the GUI thread hangs.
             ::_exit(m_exitStatus);
         }

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -11,12 +12,17 @@
 class Watchdog
 {
 public:
+    using LastWords = std::function<void(const std::string& what)>;
+
     /// exitStatus: the process's status when a limit has passed.
     explicit Watchdog(int exitStatus);
     ~Watchdog();
     Watchdog(const Watchdog&) = delete;
     Watchdog& operator=(const Watchdog&) = delete;
 
+    /// What is done, on the watchdog's thread, before the process is stopped; it is told what
+    /// did not end. Any thread.
+    void setLastWords(LastWords lastWords);
     /// Watches something new, instead of what it watched before. Any thread.
     void watch(const std::string& what, std::chrono::milliseconds limit);
     /// Watches nothing. Any thread.
@@ -31,6 +37,7 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_changed;
     std::string m_what; // guarded by m_mutex, like all below
+    LastWords m_lastWords;
     Clock::time_point m_deadline = Clock::time_point::max();
     bool m_ending = false;
     std::thread m_thread;

@@ -285,6 +285,23 @@ private slots:
         optics.join();
         QVERIFY(plausible);
     }
+
+    void thePaceCanBeChangedBetweenMoves()
+    {
+        Bench bench;
+        bench.controller.openSerialPort();
+        QVERIFY(bench.controller.z_stage_mvp(SERIAL_BLOCKING, 640));
+        bench.port.setPace(BoardPace::RealTime);
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(bench.controller.z_stage_mvp(SERIAL_BLOCKING, 640));
+        // Half the way at 40000 steps/s^2 takes 0.126 s, and so does the other half.
+        QVERIFY(clock.elapsed() >= 250);
+        QCOMPARE(bench.controller.z_stage_pos(), 13280);
+        bench.port.setPace(BoardPace::Instant);
+        QVERIFY(bench.controller.z_stage_mvn(SERIAL_BLOCKING, 1280));
+        QCOMPARE(bench.controller.z_stage_pos(), 12000);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestBoardPort)

@@ -1,6 +1,7 @@
 #include <random>
 
 #include <QCheckBox>
+#include <QFileDialog>
 #include <QLineEdit>
 #include <QMainWindow>
 #include <QMessageBox>
@@ -12,8 +13,10 @@
 
 #include "simulator/InstrumentFaults.h"
 #include "simulator/InstrumentParameters.h"
+#include "simulator/SimulatedInstrument.h"
 #include "simulator/session/Operator.h"
 #include "simulator/session/PictureMeasures.h"
+#include "simulator/session/Session.h"
 #include "simulator/session/SessionRunner.h"
 
 namespace {
@@ -54,6 +57,17 @@ public:
     QWidget* cover;
     QPushButton* asker;
     int answer = 0;
+    QString fileName;
+    QVector<QPoint> dragged; ///< places of the mouse with the button down
+
+protected:
+    void mousePressEvent(QMouseEvent* event) override { dragged = {event->pos()}; }
+    void mouseMoveEvent(QMouseEvent* event) override
+    {
+        if (event->buttons() == Qt::LeftButton)
+            dragged.append(event->pos());
+    }
+    void mouseReleaseEvent(QMouseEvent* event) override { dragged.append(event->pos()); }
 
 signals:
     void updateFrameDone();
@@ -108,6 +122,11 @@ private slots:
     void aWrongValueChangesNothing();
     void everyParameterHasItsOwnPlace();
     void everyFaultIsUnderstood();
+    void aDragMovesWithTheButtonDown();
+    void aFileDialogGetsItsName();
+    void anUnexpectedFileDialogIsCancelledAndIsTrouble();
+    void disabledControlsAreNamed();
+    void everyPlannedStepExists();
 
 private:
     std::unique_ptr<PracticeWindow> m_window;
@@ -418,6 +437,79 @@ void TestSessionParts::everyFaultIsUnderstood()
     QVERIFY(!addFault(faults, "").empty());
     QCOMPARE(faults.line.size(), std::size_t(1));
     QVERIFY(!faults.noBoardPower);
+}
+
+void TestSessionParts::aDragMovesWithTheButtonDown()
+{
+    auto* field = new QWidget(m_window.get());
+    field->setObjectName("FIELD");
+    field->setGeometry(0, 200, 300, 200);
+    field->show();
+    QVERIFY(m_hand->dragOn("FIELD", {50, 60}, {90, 30}));
+    QVERIFY(m_window->dragged.size() > 2);
+    QCOMPARE(m_window->dragged.first(), QPoint(50, 260));
+    QCOMPARE(m_window->dragged.last(), QPoint(140, 290));
+    QVERIFY(m_hand->dragOn("FIELD", {20, 20}));
+    QCOMPARE(m_window->dragged, QVector<QPoint>({{20, 220}, {20, 220}}));
+    QCOMPARE(m_hand->takeTrouble(), QString());
+}
+
+void TestSessionParts::aFileDialogGetsItsName()
+{
+    QTemporaryDir directory;
+    QTimer::singleShot(0, m_window.get(), [&] {
+        m_window->fileName =
+            QFileDialog::getSaveFileName(m_window.get(), "Save", directory.path(), "Text (*.txt)");
+    });
+    m_hand->expectFileDialog("note");
+    QVERIFY(m_hand->waitUntil([this] { return !m_window->fileName.isEmpty(); }, 20000));
+    QCOMPARE(m_window->fileName, directory.filePath("note"));
+    QCOMPARE(m_hand->boxes().size(), 1);
+    QCOMPARE(m_hand->boxes().first().answer, QString("note"));
+    QCOMPARE(m_hand->takeTrouble(), QString());
+}
+
+void TestSessionParts::anUnexpectedFileDialogIsCancelledAndIsTrouble()
+{
+    bool closed = false;
+    QTimer::singleShot(0, m_window.get(), [&] {
+        m_window->fileName = QFileDialog::getSaveFileName(m_window.get(), "Save", QDir::tempPath());
+        closed = true;
+    });
+    QVERIFY(m_hand->waitUntil([&] { return closed; }, 20000));
+    QCOMPARE(m_window->fileName, QString());
+    QVERIFY(m_hand->takeTrouble().startsWith("unexpected box \"Save\""));
+    m_hand->expectFileDialog("never");
+    QCOMPARE(m_hand->takeTrouble(), QString("an expected box did not come up"));
+}
+
+void TestSessionParts::disabledControlsAreNamed()
+{
+    QCOMPARE(m_hand->disabledControls(), QStringList());
+    m_window->button->setEnabled(false);
+    QCOMPARE(m_hand->disabledControls(), QStringList("BUTTON"));
+    m_window->setEnabled(false);
+    QCOMPARE(m_hand->disabledControls(), QStringList("the whole window"));
+}
+
+void TestSessionParts::everyPlannedStepExists()
+{
+    InstrumentParameters parameters;
+    parameters.instant = true;
+    SimulatedInstrument instrument(parameters);
+    QCOMPARE(instrument.error(), QString());
+    SessionBench bench(*m_hand, instrument);
+    Session session(bench);
+    for (const SessionPlan plan : {SessionPlan::Visit, SessionPlan::Day, SessionPlan::Calibration}) {
+        QStringList names;
+        for (const SessionStep& step : session.steps(plan)) {
+            names.append(step.name);
+            QVERIFY(*step.text != '\0');
+        }
+        QCOMPARE(names, Session::stepNames(plan));
+        QCOMPARE(names.removeDuplicates(), 0);
+        QCOMPARE(session.steps(plan, {"exit", "window"}).size(), std::size_t(2));
+    }
 }
 
 QTEST_MAIN(TestSessionParts)

@@ -1,0 +1,186 @@
+#include "simulator/DrivenRun.h"
+
+#include <cstdio>
+#include <memory>
+
+#include <QApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTextStream>
+#include <QTimer>
+
+#include "ORLA_II_Plus_Verifier.h"
+#include "simulator/QuitOnSignal.h"
+#include "simulator/SimulatedInstrument.h"
+#include "simulator/SimulatorOptions.h"
+#include "simulator/session/Operator.h"
+#include "simulator/session/Session.h"
+#include "simulator/session/SessionRecord.h"
+#include "simulator/session/SessionReport.h"
+#include "simulator/session/SessionRunner.h"
+
+namespace {
+
+constexpr int kFailure = 1;
+/// How long the program may take to leave its event loop after the last step in it.
+constexpr int kEndPatience_ms = 3000;
+constexpr double kMsPerSecond = 1000.0;
+const QString kLogName = QStringLiteral("verifier.log");
+
+QFile& logFile()
+{
+    static QFile file;
+    return file;
+}
+
+void writeToLogFile(QtMsgType, const QMessageLogContext&, const QString& message)
+{
+    // The capture and grab threads log as well; one write is one line.
+    logFile().write((message + QLatin1Char('\n')).toLocal8Bit());
+}
+
+/// Makes the directory ready: nothing of an earlier run, the debug stream in a file.
+bool prepareOutDirectory(const QString& path)
+{
+    QDir directory(path);
+    if (!directory.mkpath(QStringLiteral(".")))
+        return false;
+    const QStringList old =
+        directory.entryList({"[0-9][0-9]-*.png", "report.html", "session.json"}, QDir::Files);
+    for (const QString& name : old)
+        directory.remove(name);
+    logFile().setFileName(directory.filePath(kLogName));
+    if (!logFile().open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+        return false;
+    qInstallMessageHandler(writeToLogFile);
+    return true;
+}
+
+SessionPlan planOf(const SimulatorOptions& options)
+{
+    if (options.calibration)
+        return SessionPlan::Calibration;
+    return options.session ? SessionPlan::Day : SessionPlan::Visit;
+}
+
+/// One run from the window's start to its end, and what is written about it.
+class DrivenRun
+{
+public:
+    DrivenRun(const SimulatorOptions& options, SimulatedInstrument& instrument)
+        : m_options(options),
+          m_begun(QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm"))),
+          m_root(instrument.root()),
+          m_settingsBefore(readSettings()),
+          m_output(stdout),
+          m_window(std::make_unique<ORLA_II_Plus_Verifier>()),
+          m_hand(*m_window, options.outDirectory),
+          m_bench(m_hand, instrument),
+          m_session(m_bench),
+          m_runner(m_hand, m_session.steps(planOf(options), options.steps), m_output)
+    {
+        m_clock.start();
+        m_runner.showProgress();
+        m_runner.setLastWords([this](const std::string& what) { report(QString::fromStdString(what)); });
+    }
+
+    int run(const QuitOnSignal& signalled)
+    {
+        m_window->show();
+        QObject::connect(&signalled, &QuitOnSignal::quitting, &m_hand, &Operator::giveUp);
+        QTimer::singleShot(0, &m_hand, [this] {
+            m_runner.runInEventLoop();
+            m_runner.expectEnd();
+            QTimer::singleShot(kEndPatience_ms, &m_hand, [this] {
+                m_bench.findings.forcedEnd = true;
+                QCoreApplication::quit();
+            });
+        });
+        QApplication::exec();
+        m_window.reset();
+        m_runner.runAfterEventLoop();
+        const bool reported = report({});
+        return signalled.received() ? signalled.exitStatus() : reported ? m_runner.exitStatus() : kFailure;
+    }
+
+private:
+    SettingsFiles readSettings() const
+    {
+        return SettingsFiles::read(m_root, SimulatedInstrument::settingsFiles());
+    }
+
+    SessionRecord record(const QString& stopped) const
+    {
+        const SettingsFiles settingsAfter = readSettings();
+        SessionRecord record;
+        record.begun = m_begun;
+        record.elapsed_s = static_cast<double>(m_clock.elapsed()) / kMsPerSecond;
+        record.seed = m_options.seed;
+        record.faults = m_options.faultNames;
+        record.stopped = stopped;
+        record.plannedSteps = m_runner.stepCount();
+        record.steps = m_runner.reports();
+        record.findings = m_bench.findings;
+        record.errorLines = errorLinesOf(QDir(m_options.outDirectory).filePath(kLogName));
+        record.harm = SettingsFiles::harm(m_settingsBefore, settingsAfter);
+        record.settings = SettingsFiles::differences(m_settingsBefore, settingsAfter);
+        return record;
+    }
+
+    /// Writes a session's report; false if it cannot be written, or if it tells of files that
+    /// have suffered.
+    bool report(const QString& stopped) const
+    {
+        if (!m_options.session)
+            return true;
+        const SessionRecord written = record(stopped);
+        const QString& directory = m_options.outDirectory;
+        if (!writeSessionJson(written, directory) || !writeSessionReport(written, directory)) {
+            std::fprintf(stderr, "The report cannot be written to %s.\n", qPrintable(directory));
+            return false;
+        }
+        for (const QString& harm : written.harm)
+            std::printf("settings file harmed: %s\n", qPrintable(harm));
+        std::printf("%d boxes unexpected or errors logged, %d controls left locked; report in %s\n",
+                    unexpected(written), written.findings.lockedControls.size(),
+                    qPrintable(QDir(directory).filePath("report.html")));
+        std::fflush(stdout);
+        return written.harm.isEmpty();
+    }
+
+    static int unexpected(const SessionRecord& record)
+    {
+        int count = record.errorLines.size();
+        for (const StepReport& step : record.steps)
+            for (const SeenBox& box : step.boxes)
+                count += box.expected ? 0 : 1;
+        return count;
+    }
+
+    const SimulatorOptions& m_options;
+    const QString m_begun;
+    const QString m_root;
+    const SettingsFiles m_settingsBefore;
+    QElapsedTimer m_clock;
+    QTextStream m_output;
+    std::unique_ptr<ORLA_II_Plus_Verifier> m_window;
+    Operator m_hand;
+    SessionBench m_bench;
+    Session m_session;
+    SessionRunner m_runner;
+};
+
+} // namespace
+
+int runDriven(const SimulatorOptions& options, SimulatedInstrument& instrument, const QuitOnSignal& signalled)
+{
+    if (!prepareOutDirectory(options.outDirectory)) {
+        std::fprintf(stderr, "The directory %s cannot be written.\n", qPrintable(options.outDirectory));
+        return kFailure;
+    }
+    const int status = DrivenRun(options, instrument).run(signalled);
+    qInstallMessageHandler(nullptr);
+    return status;
+}

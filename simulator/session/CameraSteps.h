@@ -1,0 +1,28 @@
+#pragma once
+
+#include "simulator/session/SessionBench.h"
+
+/// The camera tab: the picture is brought to a stated brightness, and its colours are trimmed.
+class CameraSteps : public StepGroup
+{
+public:
+    explicit CameraSteps(SessionBench& bench) : StepGroup(bench) {}
+
+    std::vector<SessionStep> steps() override;
+
+private:
+    static const StepRow<CameraSteps> kSteps[];
+
+    StepResult led();
+    StepResult gain();
+    StepResult exposure();
+    StepResult colours();
+    StepResult staining();
+
+    struct Control;
+    bool matches(const Control& control);
+    QString registersText(const Control& control);
+    int shownRegisters(const QString& edit);
+    int trueRegisters(const Control& control);
+    Figure brightnessFigure(double brightness);
+};

@@ -1,0 +1,75 @@
+#include "simulator/session/CaptureSteps.h"
+
+#include <cmath>
+
+#include <QFile>
+#include <QGuiApplication>
+#include <QScreen>
+
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+
+#include "simulator/SimulatedInstrument.h"
+#include "simulator/session/PictureMeasures.h"
+
+namespace {
+
+constexpr QSize kFrame(1280, 960);
+constexpr double kBrightnessTolerance = 4.0;
+const QString kCaptureName = QStringLiteral("sample");
+const QString kScreenshotName = QStringLiteral("KorvexCap-0001.png");
+
+} // namespace
+
+const StepRow<CaptureSteps> CaptureSteps::kSteps[] = {
+    {"capture", "saves the picture as TIFF, and answers the file dialog", &CaptureSteps::capture},
+    {"screenshot", "saves the screen by the Print key", &CaptureSteps::screenshot},
+};
+
+std::vector<SessionStep> CaptureSteps::steps()
+{
+    return stepsOf(*this, kSteps);
+}
+
+StepResult CaptureSteps::capture()
+{
+    const auto live = meanColour([this] {
+        m_bench.settle();
+        return m_hand.liveView();
+    }());
+    m_hand.expectFileDialog(kCaptureName);
+    m_hand.click("BUTTON_CAPTURE");
+    m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after the capture"));
+    const QString file = m_instrument.usb().filesOf() + '/' + kCaptureName + ".tif";
+    const cv::Mat saved = QFile::exists(file) ? cv::imread(QFile::encodeName(file).toStdString()) : cv::Mat();
+    const cv::Scalar mean = saved.empty() ? cv::Scalar() : cv::mean(saved);
+    return {saved.cols == kFrame.width() && saved.rows == kFrame.height(),
+            QStringLiteral("%1.tif of %2 x %3").arg(kCaptureName).arg(saved.cols).arg(saved.rows),
+            QStringLiteral("frames of %1 x %2").arg(kFrame.width()).arg(kFrame.height()),
+            {{"red of the TIFF", "", mean[2], live[0], kBrightnessTolerance},
+             {"green of the TIFF", "", mean[1], live[1], kBrightnessTolerance},
+             {"blue of the TIFF", "", mean[0], live[2], kBrightnessTolerance}}};
+}
+
+StepResult CaptureSteps::screenshot()
+{
+    m_hand.expectBox("OK");
+    m_hand.pressKey(Qt::Key_Print);
+    const QString onDisk = "/mnt/" + kScreenshotName;
+    const QImage picture(m_instrument.usb().filesOf() + '/' + kScreenshotName);
+    // Without a display there is no screen to take a picture of, and the program has to say so.
+    if (QGuiApplication::platformName() == QLatin1String("offscreen")) {
+        const bool told = m_bench.boxWas("Error", onDisk + " saving failed !!!");
+        return {told && picture.isNull(), told ? "told that it failed" : "not told that it failed",
+                QStringLiteral("no display here")};
+    }
+    const bool told = m_bench.boxWas("ORLA-III", onDisk + " saved !");
+    const QSize screen = QGuiApplication::primaryScreen()->size();
+    return {told && picture.size() == screen && measurePicture(picture).contrast > 1.0,
+            QStringLiteral("%1 of %2 x %3, %4")
+                .arg(kScreenshotName)
+                .arg(picture.width())
+                .arg(picture.height())
+                .arg(told ? "told" : "not told"),
+            QStringLiteral("screen of %1 x %2").arg(screen.width()).arg(screen.height())};
+}

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "simulator/session/SessionBench.h"
+
+/// The consoles, and the way out.
+class EndSteps : public StepGroup
+{
+public:
+    explicit EndSteps(SessionBench& bench) : StepGroup(bench) {}
+
+    std::vector<SessionStep> steps() override;
+
+private:
+    static const StepRow<EndSteps> kSteps[];
+
+    StepResult consoles();
+    StepResult stay();
+    StepResult exit();
+    StepResult ended();
+    StepResult parked();
+
+    QString showConsole(const QString& number, const QString& name, const QString& textArea);
+    bool wasAsked() const;
+    QStringList newlyDisabled() const;
+};

@@ -1,0 +1,211 @@
+#include "simulator/session/QcSteps.h"
+
+#include <cmath>
+
+#include "simulator/SimulatedInstrument.h"
+
+namespace {
+
+constexpr QSize kFrame(kFullWidth_px, kFullHeight_px);
+constexpr QSize kView(640, 480);
+constexpr QPoint kViewMiddle(320, 240);
+constexpr int kStroke_px = 300;
+// A finger meets a dot, but not its middle.
+constexpr QPoint kBesideTheDot(5, -4);
+constexpr QPoint kWideOfTheDot(0, 120);
+// A point is cut off to whole pixels, up to one below the dot's middle on each axis.
+constexpr double kPointTolerance_px = 1.0;
+constexpr double kLengthTolerance_px = 1.5;
+constexpr double kIntensityTolerance = 3.0;
+
+constexpr double kPixelPitch_um = 1.4;
+constexpr double kPixelsPerMm = 1000.0;
+constexpr double kUmPerMm = 1000.0;
+constexpr double kChamberDepth_mm = 0.1;
+
+QPoint clamped(const QPoint& offset)
+{
+    return {qBound(0, offset.x(), kFrame.width() - kView.width()),
+            qBound(0, offset.y(), kFrame.height() - kView.height())};
+}
+
+QPoint nearest(const SlidePoint& place)
+{
+    return {qRound(place.x_px), qRound(place.y_px)};
+}
+
+double magnification(double length_px, double length_mm)
+{
+    return length_px * kPixelPitch_um / (length_mm * kUmPerMm);
+}
+
+double volumeFactor(double length_px, double length_mm)
+{
+    const double pixel_mm = length_mm / length_px;
+    return kFrame.width() * pixel_mm * kFrame.height() * pixel_mm * kChamberDepth_mm;
+}
+
+} // namespace
+
+const StepRow<QcSteps> QcSteps::kSteps[] = {
+    {"slide", "lays the calibration target under the microscope", &QcSteps::slide},
+    {"freeze", "freezes a full-size picture of the target", &QcSteps::freeze},
+    {"miss", "marks a place without a dot, and is told so", &QcSteps::miss},
+    {"points", "marks both dots", &QcSteps::points},
+    {"measure", "measures magnification and volume factor", &QcSteps::measure},
+    {"live", "goes back to the live view", &QcSteps::live},
+    {"intensity", "measures the intensity of the clear field", &QcSteps::intensity},
+};
+
+std::vector<SessionStep> QcSteps::steps()
+{
+    return stepsOf(*this, kSteps);
+}
+
+StepResult QcSteps::slide()
+{
+    m_instrument.putSlide(SlideKind::Target);
+    const bool running = m_bench.settle();
+    m_hand.takePicture("target");
+    return {running, running ? "live view shows the target" : "live view stands still",
+            QStringLiteral("dots %1 pixels apart").arg(number(m_instrument.slide().targetDistance_px(), 1))};
+}
+
+StepResult QcSteps::freeze()
+{
+    if (m_hand.click("BUTTON_QC_CAPTURE"))
+        m_hand.waitUntil([this] { return m_hand.windowIsEnabled() && m_hand.isShown("QC_MEASURE"); },
+                         kAnswer_ms, QStringLiteral("no picture is frozen"));
+    m_offset = QPoint(0, 0);
+    m_hand.takePicture("frozen");
+    const QString caption = m_hand.text("BUTTON_QC_CAPTURE");
+    const auto mappings = m_instrument.camera().openMappings();
+    return {caption == "Live" && mappings == 0, QStringLiteral("the button says \"%1\"").arg(caption),
+            QStringLiteral("%1 frame buffers mapped").arg(mappings)};
+}
+
+void QcSteps::panTo(const QPoint& place)
+{
+    m_hand.setChecked("CHECK_TARGET", false);
+    const QPoint wanted = clamped(place - kViewMiddle);
+    while (m_offset != wanted && !m_hand.hasGivenUp()) {
+        const QPoint rest = m_offset - wanted;
+        const QPoint by(qBound(-kStroke_px, rest.x(), kStroke_px), qBound(-kStroke_px, rest.y(), kStroke_px));
+        if (!m_hand.dragOn("QC_MEASURE", kViewMiddle - by / 2, by))
+            return;
+        m_offset = clamped(m_offset - by);
+    }
+}
+
+void QcSteps::aimAt(const QPoint& place)
+{
+    panTo(place);
+    m_hand.setChecked("CHECK_TARGET", true);
+    m_hand.dragOn("QC_MEASURE", place - m_offset);
+}
+
+QPointF QcSteps::pointShown(const QString& edit)
+{
+    const QStringList parts = m_hand.text(edit).split(", ");
+    const double nowhere = std::nan("");
+    return parts.size() == 2 ? QPointF(parts[0].toInt(), parts[1].toInt()) : QPointF(nowhere, nowhere);
+}
+
+StepResult QcSteps::miss()
+{
+    const std::vector<SlidePoint> dots = m_instrument.slide().targetDots();
+    aimAt(nearest(dots.at(0)) + kWideOfTheDot);
+    const QString before = m_hand.text("EDIT_POINT_1");
+    m_hand.expectBox("OK");
+    m_hand.click("BUTTON_POINT_1");
+    const bool told = m_bench.boxWas("Error", "Cell not detected !");
+    m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after a search"));
+    return {told && m_hand.text("EDIT_POINT_1") == before, told ? "told" : "not told",
+            QStringLiteral("no dot within %1 pixels").arg(kWideOfTheDot.y())};
+}
+
+StepResult QcSteps::points()
+{
+    const std::vector<SlidePoint> dots = m_instrument.slide().targetDots();
+    std::vector<Figure> figures;
+    QPointF found[2];
+    for (std::size_t index = 0; index < 2; ++index) {
+        const QString digit = QString::number(index + 1);
+        aimAt(nearest(dots.at(index)) + kBesideTheDot);
+        m_hand.takePicture("aim-" + digit);
+        m_hand.click("BUTTON_POINT_" + digit);
+        m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after a search"));
+        m_hand.takePicture("point-" + digit);
+        found[index] = pointShown("EDIT_POINT_" + digit);
+        figures.push_back(
+            {"point " + digit + " x", "px", found[index].x(), dots[index].x_px, kPointTolerance_px});
+        figures.push_back(
+            {"point " + digit + " y", "px", found[index].y(), dots[index].y_px, kPointTolerance_px});
+    }
+    const QPointF way = found[1] - found[0];
+    m_foundLength_px = std::hypot(way.x(), way.y());
+    const double truth = m_instrument.slide().targetDistance_px();
+    figures.push_back({"length", "px", m_foundLength_px, truth, kLengthTolerance_px});
+    return {true,
+            QStringLiteral("(%1) and (%2), %3 pixels apart")
+                .arg(m_hand.text("EDIT_POINT_1"), m_hand.text("EDIT_POINT_2"), number(m_foundLength_px, 2)),
+            QStringLiteral("(%1, %2) and (%3, %4), %5 pixels apart")
+                .arg(number(dots[0].x_px, 2), number(dots[0].y_px, 2), number(dots[1].x_px, 2),
+                     number(dots[1].y_px, 2), number(truth, 2)),
+            figures};
+}
+
+StepResult QcSteps::measure()
+{
+    m_hand.click("BUTTON_QC_MEASURE");
+    m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after the measurement"));
+    m_hand.takePicture("measured");
+    const double length_px = m_instrument.slide().targetDistance_px();
+    // The target's length is its pixels rounded to tenths of a millimetre: those that were
+    // found, as the true ones may lie on the other side of a rounding limit.
+    const double length_mm = std::round(m_foundLength_px / kPixelsPerMm * 10.0) / 10.0;
+    const double magnificationTruth = magnification(length_px, length_mm);
+    const double volumeTruth = volumeFactor(length_px, length_mm);
+    const double part = kLengthTolerance_px / length_px;
+    const QString magnificationText = m_hand.text("EDIT_MAGNIFICATION");
+    const QString volumeText = m_hand.text("EDIT_VOLUME_FACTOR");
+    return {
+        true,
+        QStringLiteral("magnification %1, volume factor %2").arg(magnificationText, volumeText),
+        QStringLiteral("magnification %1, volume factor %2")
+            .arg(number(magnificationTruth, 4), number(volumeTruth, 5)),
+        {{"magnification", "", magnificationText.toDouble(), magnificationTruth, magnificationTruth * part},
+         {"volume factor", "mm\u00B3", volumeText.toDouble(), volumeTruth, volumeTruth * 2.0 * part}}};
+}
+
+StepResult QcSteps::live()
+{
+    m_hand.click("BUTTON_QC_CAPTURE");
+    m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after the way back"));
+    const bool running = m_bench.settle();
+    const QString caption = m_hand.text("BUTTON_QC_CAPTURE");
+    return {running && caption == "Capture" && !m_hand.isShown("QC_MEASURE"),
+            QStringLiteral("the button says \"%1\", live view %2")
+                .arg(caption, running ? "goes on" : "stands still"),
+            {}};
+}
+
+StepResult QcSteps::intensity()
+{
+    m_bench.settle();
+    m_hand.click("BUTTON_INTENSITY");
+    m_hand.takePicture("intensity");
+    const auto truth = m_instrument.fieldColour();
+    const QString names[] = {"red", "green", "blue"};
+    std::vector<Figure> figures;
+    QStringList seen;
+    QStringList known;
+    for (std::size_t channel = 0; channel < 3; ++channel) {
+        const QString text = m_hand.text("EDIT_INTENSITY_" + names[channel].toUpper());
+        figures.push_back({"intensity " + names[channel], "", text.isEmpty() ? std::nan("") : text.toDouble(),
+                           truth[channel], kIntensityTolerance});
+        seen.append(text);
+        known.append(number(truth[channel], 1));
+    }
+    return {true, seen.join(", "), known.join(", "), figures};
+}

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QPoint>
+#include <QPointF>
+
+#include "simulator/session/SessionBench.h"
+
+/// The calibration target: frozen frame, two points, measurement, intensity.
+class QcSteps : public StepGroup
+{
+public:
+    explicit QcSteps(SessionBench& bench) : StepGroup(bench) {}
+
+    std::vector<SessionStep> steps() override;
+
+private:
+    static const StepRow<QcSteps> kSteps[];
+
+    StepResult slide();
+    StepResult freeze();
+    StepResult miss();
+    StepResult points();
+    StepResult measure();
+    StepResult live();
+    StepResult intensity();
+
+    void panTo(const QPoint& place);
+    void aimAt(const QPoint& place);
+    QPointF pointShown(const QString& edit);
+
+    QPoint m_offset; ///< top left pixel of the frozen frame's part on the screen
+    double m_foundLength_px = 0.0;
+};

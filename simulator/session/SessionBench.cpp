@@ -1,0 +1,53 @@
+#include "simulator/session/SessionBench.h"
+
+#include "simulator/SimulatedInstrument.h"
+#include "simulator/session/PictureMeasures.h"
+
+QString number(double value, int decimals)
+{
+    return QString::number(value, 'f', decimals);
+}
+
+QString onOff(bool on)
+{
+    return on ? QStringLiteral("on") : QStringLiteral("off");
+}
+
+QString lightText(const BoardLight& light)
+{
+    return QStringLiteral("LED %1 at %2").arg(onOff(light.ledOn)).arg(light.ledLevel);
+}
+
+bool SessionBench::settle()
+{
+    constexpr int kSecondLook_ms = 1000;
+    m_standsStill = !hand.waitForFrames(kFramesUnderWay, m_standsStill ? kSecondLook_ms : kFrames_ms);
+    return !m_standsStill;
+}
+
+bool SessionBench::waitUntilEnabled(const QString& otherwise)
+{
+    constexpr int kSecondLook_ms = 1000;
+    m_locked = !hand.waitUntil([this] { return hand.windowIsEnabled(); },
+                               m_locked ? kSecondLook_ms : kAnswer_ms, otherwise);
+    return !m_locked;
+}
+
+void SessionBench::moveTo(int position_steps)
+{
+    hand.type("EDIT_Z_ABS", QString::number(position_steps));
+    if (hand.click("BUTTON_Z_ABS"))
+        waitUntilEnabled(QStringLiteral("the window stays disabled after an absolute move"));
+}
+
+double SessionBench::brightness()
+{
+    settle();
+    return measurePicture(hand.liveView()).brightness;
+}
+
+bool SessionBench::boxWas(const QString& title, const QString& text) const
+{
+    const SeenBox* box = hand.boxSinceExpected();
+    return box != nullptr && box->title == title && box->text == text;
+}

@@ -1,0 +1,113 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include <QPointF>
+#include <QString>
+#include <QStringList>
+
+#include "simulator/BoardPort.h"
+#include "simulator/session/Operator.h"
+#include "simulator/session/SessionStep.h"
+
+class SimulatedInstrument;
+
+/// What the steps find beside their verdicts, for the report and for each other.
+struct SessionFindings
+{
+    /// Sharpness by stage position (steps) of the last autofocus run; empty without a log.
+    std::vector<QPointF> focusCurve;
+    int bestFocusSample = -1; ///< index into focusCurve
+    double trueFocus_steps = 0.0;
+    QStringList disabledAtStart;
+    /// Controls that took presses at the start, and no longer when the program was left.
+    QStringList lockedControls;
+    int linesBeforeExit = 0;
+    bool forcedEnd = false; ///< the program had to be made to leave its event loop
+};
+
+/// What all groups of steps work with: the operator at the window, the instrument below it,
+/// and habits that they share. Outlives the steps. GUI thread.
+struct SessionBench
+{
+    SessionBench(Operator& theHand, SimulatedInstrument& theInstrument)
+        : hand(theHand), instrument(theInstrument)
+    {
+    }
+
+    /// Waits until the picture shows what was changed last; not long for one that stood still
+    /// the last time.
+    bool settle();
+    /// Sends the stage to a position by the absolute move, and waits for its end.
+    void moveTo(int position_steps);
+    /// Waits until the window takes presses; not long for one that was locked the last time.
+    bool waitUntilEnabled(const QString& otherwise);
+    /// Mean grey level 0..255 of the live view on the screen.
+    double brightness();
+    /// Whether the box that was announced last came up with this title and text.
+    bool boxWas(const QString& title, const QString& text) const;
+
+    Operator& hand;
+    SimulatedInstrument& instrument;
+    SessionFindings findings;
+
+private:
+    bool m_standsStill = false; ///< the live view, when it was last waited for
+    bool m_locked = false;      ///< the window, when it was last waited for
+};
+
+/// Answers may take the serial link's five seconds, twice, and a motion in between.
+inline constexpr int kAnswer_ms = 20000;
+inline constexpr int kFrames_ms = 15000;
+/// The frames that may still show what was before a change: in the driver's buffers, in the
+/// grab thread and on the screen.
+inline constexpr int kFramesUnderWay = 8;
+
+/// Texts of results.
+QString number(double value, int decimals = 0);
+QString onOff(bool on);
+QString lightText(const BoardLight& light);
+
+/// Steps that belong together, as a class with one function for each.
+class StepGroup
+{
+public:
+    virtual ~StepGroup() = default;
+    StepGroup(const StepGroup&) = delete;
+    StepGroup& operator=(const StepGroup&) = delete;
+
+    /// All steps of the group; they call it, so it has to outlive them.
+    virtual std::vector<SessionStep> steps() = 0;
+
+protected:
+    explicit StepGroup(SessionBench& bench)
+        : m_bench(bench), m_hand(bench.hand), m_instrument(bench.instrument)
+    {
+    }
+
+    SessionBench& m_bench;
+    Operator& m_hand;
+    SimulatedInstrument& m_instrument;
+};
+
+/// A row of a group's table.
+template <class Group>
+struct StepRow
+{
+    const char* name;
+    const char* text;
+    StepResult (Group::*run)();
+    bool afterEventLoop = false;
+};
+
+/// The steps that a group's table describes.
+template <class Group, std::size_t Size>
+std::vector<SessionStep> stepsOf(Group& group, const StepRow<Group> (&rows)[Size])
+{
+    std::vector<SessionStep> steps;
+    for (const StepRow<Group>& row : rows)
+        steps.push_back(
+            {row.name, row.text, row.afterEventLoop, [&group, &row] { return (group.*row.run)(); }});
+    return steps;
+}

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <vector>
+
+#include <QString>
+#include <QStringList>
+#include <QVector>
+
+#include "simulator/session/BoxWatcher.h"
+
+/// A number that the window gave, beside the one that the instrument knows to be true.
+struct Figure
+{
+    QString name; ///< "best Z"
+    QString unit; ///< empty for a plain number
+    double found = 0.0;
+    double truth = 0.0;
+    double tolerance = 0.0; ///< largest difference that is still right
+
+    double error() const { return found - truth; }
+    bool holds() const { return std::abs(error()) <= tolerance; } // false for no number
+};
+
+/// What a step found.
+struct StepResult
+{
+    bool holds = false;
+    QString seen;  ///< what the window showed
+    QString truth; ///< what the instrument knows to be true; empty where it has no say
+    std::vector<Figure> figures = {};
+};
+
+/// One step of a session.
+struct SessionStep
+{
+    const char* name;    ///< one word, for pictures and for choosing steps
+    const char* text;    ///< what the operator does, for the report
+    bool afterEventLoop; ///< runs when the program has left its event loop
+    std::function<StepResult()> run;
+};
+
+/// A step that was made.
+struct StepReport
+{
+    QString name;
+    QString text;
+    double elapsed_s = 0.0;
+    StepResult result;
+    QString trouble; ///< what could not be done; empty when all could
+    QStringList pictures;
+    QVector<SeenBox> boxes;
+
+    /// Whether the step found what it should, and could be made without trouble.
+    bool holds() const
+    {
+        return result.holds && trouble.isEmpty() &&
+               std::all_of(result.figures.begin(), result.figures.end(),
+                           [](const Figure& figure) { return figure.holds(); });
+    }
+};

@@ -1,0 +1,65 @@
+#include "simulator/session/StartSteps.h"
+
+#include "simulator/SimulatedInstrument.h"
+
+namespace {
+
+// Until a window that has just come up is painted, with or without a camera.
+constexpr int kFirstPaint_ms = 500;
+// What the label shows when the settings file has no version.
+const QString kVersionWithoutSettings = QStringLiteral("0.0.1");
+
+} // namespace
+
+const StepRow<StartSteps> StartSteps::kSteps[] = {
+    {"window", "waits for the window, and reads title and version", &StartSteps::window},
+    {"tabs", "opens each tab", &StartSteps::tabs},
+    {"handshake", "compares what the window shows with the board, after the handshake",
+     &StartSteps::handshake},
+};
+
+std::vector<SessionStep> StartSteps::steps()
+{
+    return stepsOf(*this, kSteps);
+}
+
+StepResult StartSteps::window()
+{
+    m_hand.waitUntil([this] { return m_hand.windowIsEnabled(); }, kAnswer_ms,
+                     QStringLiteral("the window does not take presses"));
+    m_hand.wait(kFirstPaint_ms);
+    const QString title = m_hand.windowTitle();
+    const QString version = m_hand.text("LABEL_VERSION");
+    const QString saved = m_instrument.setting("Software/Version QC", kVersionWithoutSettings);
+    m_bench.findings.disabledAtStart = m_hand.disabledControls();
+    m_hand.takePicture("window");
+    return {title == "ORLA-II Plus Verifier" && version == saved,
+            QStringLiteral("\"%1\", version %2").arg(title, version),
+            QStringLiteral("settings of version ") + saved};
+}
+
+StepResult StartSteps::tabs()
+{
+    int opened = 0;
+    for (const char* page : {"TAB_CAMERA", "TAB_QC", "TAB_STAGE"}) {
+        opened += m_hand.openTab(page) ? 1 : 0;
+        m_hand.takePicture(QString(page).toLower().replace('_', '-'));
+    }
+    return {opened == 3, QStringLiteral("%1 of 3 tabs open").arg(opened), {}};
+}
+
+StepResult StartSteps::handshake()
+{
+    const QStringList lines = m_instrument.boardLines();
+    const bool homed = lines.indexOf("$,DEVICE,READY,,") >= 0 &&
+                       lines.indexOf("$,STM1,ORIGIN,,") > lines.indexOf("$,DEVICE,READY,,");
+    const QString reference = m_hand.text("EDIT_Z_REFERENCE");
+    const QString level = m_hand.text("EDIT_LED");
+    const int position = m_instrument.stagePosition_steps();
+    const BoardLight light = m_instrument.light();
+    return {homed && reference == QString::number(position) && light.ledOn &&
+                level == QString::number(light.ledLevel),
+            QStringLiteral("reference %1, LED level %2").arg(reference, level),
+            QStringLiteral("ready and origin %1, stage at %2, %3")
+                .arg(homed ? "received" : "missing", QString::number(position), lightText(light))};
+}

@@ -1,0 +1,119 @@
+// Another slide under the running microscope.
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
+#include "SimulatedCameraBench.h"
+
+using Bench = SimulatedCameraBench;
+
+namespace {
+
+/// The darkest luma of the next frame; -1 if none comes.
+int darkestOfNextFrame(Bench& bench, int fd)
+{
+    v4l2_buffer buffer{};
+    if (bench.calls.waitReadable(fd, 5000) != 1 || bench.dequeue(fd, buffer) != 0)
+        return -1;
+    const auto* bytes = static_cast<const std::uint8_t*>(bench.memory[buffer.index]);
+    int darkest = 255;
+    for (std::size_t i = 0; i < kVgaBytes; i += 2)
+        darkest = std::min<int>(darkest, bytes[i]);
+    return bench.calls.captureIoctl(fd, VIDIOC_QBUF, &buffer) == 0 ? darkest : -1;
+}
+
+SlideParameters another(SlideParameters slide, SlideKind kind)
+{
+    slide.kind = kind;
+    return slide;
+}
+
+} // namespace
+
+class TestSlideChange : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void theNextFramesShowTheNewSlide()
+    {
+        SimulatedCameraParameters parameters = quickParameters();
+        parameters.optics.bestFocus_steps = 32000.0;
+        Bench bench(parameters);
+        const int fd = bench.startStream();
+        QVERIFY(fd >= 0);
+        const int cells = darkestOfNextFrame(bench, fd);
+        bench.calls.changeSlide(another(parameters.slide, SlideKind::Empty));
+        int empty = cells;
+        for (int frame = 0; frame < 8 && empty < cells + 50; ++frame)
+            empty = darkestOfNextFrame(bench, fd);
+        QVERIFY(cells >= 0 && empty >= cells + 50);
+        QCOMPARE(bench.calls.counters().drawings, std::uint64_t(2));
+        QCOMPARE(int(bench.calls.slide().kind()), int(SlideKind::Empty));
+        bench.stopStream(fd);
+    }
+
+    void theSeedDecidesTheSlideAsEver()
+    {
+        SimulatedCameraParameters parameters = parametersWithSeed9();
+        Bench changed(parameters);
+        const double focus_steps = changed.calls.bestFocus_steps();
+        changed.calls.changeSlide(another(parameters.slide, SlideKind::Target));
+        parameters.slide.kind = SlideKind::Target;
+        const Bench fresh(parameters);
+        QCOMPARE(changed.calls.slide().targetDistance_px(), fresh.calls.slide().targetDistance_px());
+        QCOMPARE(changed.calls.bestFocus_steps(), focus_steps);
+        changed.calls.changeSlide(another(parameters.slide, SlideKind::Cells));
+        QCOMPARE(changed.calls.slide().discs().size(),
+                 Bench(parametersWithSeed9()).calls.slide().discs().size());
+    }
+
+    void theFieldHasTheColourThatThePictureShows()
+    {
+        Bench bench;
+        const auto bright = bench.calls.fieldColour({32000.0, true, 225});
+        const auto dim = bench.calls.fieldColour({32000.0, true, 100});
+        const auto dark = bench.calls.fieldColour({32000.0, false, 225});
+        for (std::size_t channel = 0; channel < 3; ++channel)
+            QVERIFY(bright[channel] > dim[channel] && dim[channel] > dark[channel]);
+        QCOMPARE(dark[0], 2.0);
+    }
+
+    void slidesMayChangeWhileFramesAreDrawn()
+    {
+        Bench bench;
+        const int fd = bench.startStream();
+        QVERIFY(fd >= 0);
+        std::atomic<bool> ending{false};
+        std::atomic<int> frames{0};
+        std::thread capture([&] {
+            while (!ending)
+                frames += darkestOfNextFrame(bench, fd) >= 0 ? 1 : 0;
+        });
+        bool right = true;
+        const SlideKind kinds[] = {SlideKind::Target, SlideKind::Empty, SlideKind::Cells};
+        for (int change = 0; change < 30; ++change) {
+            bench.calls.changeSlide(another({}, kinds[change % 3]));
+            right = right && bench.calls.slide().kind() == kinds[change % 3];
+            QTest::qSleep(10);
+        }
+        right = QTest::qWaitFor([&] { return frames > 3; }) && right;
+        ending = true;
+        capture.join();
+        QVERIFY(right);
+        bench.stopStream(fd);
+    }
+
+private:
+    static SimulatedCameraParameters parametersWithSeed9()
+    {
+        SimulatedCameraParameters parameters = quickParameters();
+        parameters.slide.seed = 9;
+        parameters.optics.seed = 9;
+        return parameters;
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSlideChange)
+#include "test_slide_change.moc"
