@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -87,6 +88,18 @@ BoardLight BoardPort::light() const
     return m_board.light(now());
 }
 
+BoardLight BoardPort::light(InstrumentTime time) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_board.light(time);
+}
+
+void BoardPort::setArrivalWatcher(std::function<void(InstrumentTime)> watcher)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_arrivalWatcher = std::move(watcher);
+}
+
 void BoardPort::withBoard(const std::function<void(Board&, InstrumentTime)>& function)
 {
     {
@@ -105,24 +118,37 @@ void BoardPort::serve()
 void BoardPort::exchange()
 {
     const std::string received = readAvailable(m_terminal.descriptor());
-    std::string replies;
+    std::function<void(InstrumentTime)> watcher;
+    InstrumentTime arrival{0};
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_board.receive(received, now());
-        if (m_pace == BoardPace::Instant)
-            skipToCommandEnd();
+        if (m_pace == BoardPace::Instant && skipToCommandEnd())
+            watcher = m_arrivalWatcher;
+        arrival = now();
+    }
+    if (watcher)
+        watcher(arrival);
+    std::string replies;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
         replies = m_board.takeOutput(now());
     }
     writeOrLose(m_terminal.descriptor(), replies);
 }
 
-// Only the commands' own time is skipped: a late or trickled answer stays one.
-void BoardPort::skipToCommandEnd()
+// Only the commands' own time is skipped: a late or trickled answer stays one. True if any
+// command took time.
+bool BoardPort::skipToCommandEnd()
 {
+    bool skipped = false;
     while (const std::optional<InstrumentTime> end = m_board.commandEnd()) {
-        m_skipped += std::max(InstrumentTime{0}, *end - now());
+        const InstrumentTime left = *end - now();
+        skipped = skipped || left > InstrumentTime{0};
+        m_skipped += std::max(InstrumentTime{0}, left);
         m_board.receive({}, now());
     }
+    return skipped;
 }
 
 std::optional<InstrumentTime> BoardPort::timeToNextEvent() const

@@ -44,6 +44,13 @@ public:
     /// switch power or faults, or to ask for the truth.
     void withBoard(const std::function<void(Board& board, InstrumentTime now)>& function);
 
+    /// The same at a time of the motion that was the last one to begin.
+    BoardLight light(InstrumentTime time) const;
+    /// Instant pace: calls a function on the serving thread whenever a command's time has been
+    /// skipped, and before its answer leaves; it is told the time at which the command ended.
+    /// The board may be asked meanwhile. An empty function: none.
+    void setArrivalWatcher(std::function<void(InstrumentTime arrival)> watcher);
+
 private:
     bool createDevice(const std::string& rootDirectory);
     void serve();
@@ -51,16 +58,17 @@ private:
     std::optional<InstrumentTime> timeToNextEvent() const;
     bool waitForWork() const;
     InstrumentTime now() const;
-    void skipToCommandEnd();
+    bool skipToCommandEnd();
 
     const BoardPace m_pace;
     const Clock::time_point m_powerOn;
     PseudoTerminal m_terminal;
     std::string m_devicePath;
     FileDescriptor m_wake;      // readable when the thread has to look up
-    mutable std::mutex m_mutex; // guards the board, the skipped time and the end
+    mutable std::mutex m_mutex; // guards everything below but the thread
     Board m_board;
     InstrumentTime m_skipped{0}; // time that the instrument is ahead of the clock
+    std::function<void(InstrumentTime)> m_arrivalWatcher;
     bool m_ending = false;
     std::thread m_thread;
 };

@@ -88,6 +88,8 @@ public:
     /// True blur of a disc, sigma in full-frame pixels, with the stage at a position.
     double blur_px(double stagePosition_steps, const SlideDisc& disc) const;
     const Slide& slide() const { return m_slide; }
+    /// Puts another slide under the objective; the next draw() shows it.
+    void setSlide(const Slide& slide) { m_slide = slide; }
 
 private:
     struct ToneTables;

@@ -22,7 +22,8 @@ std::uint64_t PictureSource::look(InstrumentTime time, const PictureMode& mode)
     while (m_pipeline.size() > static_cast<std::size_t>(m_parameters.frameDelay_frames) + 1) {
         m_pipeline.pop_front();
     }
-    if (modeChanged || m_pipeline.front() != m_shown) {
+    if (modeChanged || m_sceneChanged || m_pipeline.front() != m_shown) {
+        m_sceneChanged = false;
         m_shown = m_pipeline.front();
         ++m_picture;
     }

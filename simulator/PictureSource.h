@@ -24,6 +24,9 @@ public:
     std::uint64_t look(InstrumentTime time, const PictureMode& mode) override;
     void draw(std::uint8_t* yuyv) override;
 
+    /// Tells that the optics show something else from the next look on.
+    void sceneChanged() { m_sceneChanged = true; }
+
     /// Pictures drawn so far.
     std::uint64_t drawCount() const { return m_drawCount; }
 
@@ -36,6 +39,7 @@ private:
     /// What was seen at the last frames, oldest first, as long as the delay asks for.
     std::deque<PictureInputs> m_pipeline;
     PictureInputs m_shown;
+    bool m_sceneChanged = false;
     std::uint64_t m_picture = 0;
     std::uint64_t m_drawCount = 0;
 };

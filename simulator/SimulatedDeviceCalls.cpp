@@ -316,6 +316,12 @@ void SimulatedDeviceCalls::waitForChange(std::unique_lock<std::mutex>& lock, Ins
     applyFlaws();
 }
 
+void SimulatedDeviceCalls::clockMoved()
+{
+    const std::lock_guard<std::mutex> lock(m_captureMutex);
+    m_captureChanged.notify_all();
+}
+
 int SimulatedDeviceCalls::waitReadable(int fd, int timeout_ms)
 {
     Descriptor descriptor;
@@ -390,6 +396,13 @@ void SimulatedDeviceCalls::pause(unsigned int duration_us)
 void SimulatedDeviceCalls::syncFileSystems()
 {
     ++m_fileSystemSyncs;
+}
+
+void SimulatedDeviceCalls::changeSlide(const SlideParameters& parameters)
+{
+    const std::lock_guard<std::mutex> lock(m_captureMutex);
+    m_optics.setSlide(Slide(parameters));
+    m_pictures.sceneChanged();
 }
 
 SimulatedDeviceCalls::Counters SimulatedDeviceCalls::counters() const

@@ -71,6 +71,9 @@ public:
     void pause(unsigned int duration_us) override;
     void syncFileSystems() override;
 
+    /// Tells whoever waits for a frame that the clock was moved on. Any thread.
+    void clockMoved();
+
     CameraFaults& faults() { return m_faults; }
     CallTrace& trace() { return m_trace; }
     Counters counters() const;
@@ -78,7 +81,10 @@ public:
     std::size_t openDescriptors() const;
     std::size_t openMappings() const;
 
-    /// The truth, to judge results by. Constant, any thread.
+    /// Puts another slide under the objective, for the frames from now on.
+    void changeSlide(const SlideParameters& parameters);
+
+    /// The truth, to judge results by. Any thread; the slide on the one that changes it, if any does.
     const Slide& slide() const { return m_optics.slide(); }
     double bestFocus_steps() const { return m_optics.bestFocus_steps(); }
     /// The sensor's settings, and one of its registers, at this moment. Any thread.

@@ -127,6 +127,7 @@ void SimulatedInstrument::createCamera(const InstrumentParameters& parameters, c
         const BoardLight light = m_board->light();
         return LightPath{light.stagePosition_steps, light.ledOn, light.ledLevel};
     };
+    m_slide = cameraParameters.slide;
     m_camera = std::make_unique<SimulatedDeviceCalls>(cameraParameters, lightPath);
     for (const std::string& fault : faults.camera)
         m_camera->faults().enable(fault);
@@ -147,6 +148,12 @@ bool SimulatedInstrument::stageIsMoving()
     bool moving = false;
     m_board->withBoard([&](Board& board, InstrumentTime now) { moving = board.stage().isMoving(now); });
     return moving;
+}
+
+void SimulatedInstrument::putSlide(SlideKind kind)
+{
+    m_slide.kind = kind;
+    m_camera->changeSlide(m_slide);
 }
 
 QStringList SimulatedInstrument::boardLines()

@@ -54,6 +54,9 @@ public:
     /// Whether the main settings file turns Zig mode on.
     bool zigMode() const;
 
+    /// Puts a slide of that kind under the microscope, made by the parameters' seed and values.
+    void putSlide(SlideKind kind);
+
     BoardPort& board() { return *m_board; }
     SimulatedDeviceCalls& camera() { return *m_camera; }
     InstrumentTree& tree() { return *m_tree; }
@@ -68,6 +71,7 @@ private:
 
     QString m_error;
     QString m_root;
+    SlideParameters m_slide;
     std::unique_ptr<QTemporaryDir> m_privateRoot;
     std::unique_ptr<InstrumentTree> m_tree;
     std::unique_ptr<UsbPort> m_usb;

@@ -29,6 +29,8 @@ void ORLA_II_Plus_Verifier::on_BUTTON_AUTOFOCUS_clicked()
         return;
 
     const int centre_steps = m_form->EDIT_Z_POSITION->text().toInt();
+    // A run that never ends makes room for the next.
+    delete m_autofocus;
     m_autofocus =
         new alg_Autofocus(this, m_camera, centre_steps, m_frameWidth_px, m_frameHeight_px, saveImages);
     connectAutofocus(true);
@@ -99,15 +101,20 @@ void ORLA_II_Plus_Verifier::slot_review_AutoFocusing(int step, std::vector<AutoF
     const auto review = static_cast<std::size_t>(step - 1);
     m_reviewSamples[review] = std::move(samples);
     m_reviewBestIndex[review] = bestIndex;
+    // No frame repaints the view while the graph is on.
+    if (m_graphDisplayed)
+        update(m_viewRect);
 }
 
 void ORLA_II_Plus_Verifier::slot_endAutoFocusing(int position_steps)
 {
     logMessage(this, {Q_FUNC_INFO, QString::number(position_steps)});
-    connectAutofocus(false);
-    // It is still in the middle of telling us.
-    m_autofocus->deleteLater();
-    m_autofocus = nullptr;
+    if (m_autofocus != nullptr) {
+        connectAutofocus(false);
+        // It is still in the middle of telling us.
+        m_autofocus->deleteLater();
+        m_autofocus = nullptr;
+    }
     m_form->TAB_MENU->setEnabled(true);
     QMessageBox::information(this, kMessageTitle, "Finish AutoFocus !", QMessageBox::Ok);
 }

@@ -123,6 +123,21 @@ bool Operator::release(const QString& name)
     return true;
 }
 
+bool Operator::drag(const QString& name, const QPoint& from, const QPoint& to)
+{
+    constexpr int kMoves = 3;
+    QPoint middle;
+    if (!reach(name, middle))
+        return false;
+    QWindow* screen = m_window.windowHandle();
+    const QPoint corner = find(name)->mapTo(&m_window, QPoint(0, 0));
+    QTest::mousePress(screen, Qt::LeftButton, {}, corner + from);
+    for (int move = 1; from != to && move <= kMoves; ++move)
+        QTest::mouseMove(screen, corner + from + (to - from) * move / kMoves);
+    QTest::mouseRelease(screen, Qt::LeftButton, {}, corner + to);
+    return true;
+}
+
 bool Operator::hold(const QString& name, int duration_ms)
 {
     if (!press(name))

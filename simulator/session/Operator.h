@@ -34,6 +34,9 @@ public:
     bool click(const QString& name);
     bool press(const QString& name);
     bool release(const QString& name);
+    /// Presses a widget at a place in it, moves to another one and lets go there; the same
+    /// place twice is a press only.
+    bool drag(const QString& name, const QPoint& from, const QPoint& to);
     /// Presses a widget for a time, with events going on.
     bool hold(const QString& name, int duration_ms);
     /// Replaces the text of a line edit or a spin box, and ends with Return.

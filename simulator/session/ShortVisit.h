@@ -11,9 +11,9 @@
 
 class SimulatedInstrument;
 
-/// The short visit: starts, looks, jogs, trims, saves, homes, reads the consoles and leaves, and holds
-/// what the window shows against what the instrument knows to be true. The steps lead from
-/// the window's start to the program's end; those before "exit" may also be made on their own.
+/// The short visit: starts, looks, jogs, trims, saves, calibrates, homes, reads the consoles and leaves, and
+/// holds what the window shows against what the instrument knows to be true. The steps lead from the window's
+/// start to the program's end; those before "exit" may also be made on their own.
 class ShortVisit
 {
 public:
@@ -40,6 +40,7 @@ private:
     StepResult view5M();
     StepResult jog();
     StepResult focus();
+    StepResult autofocus();
     StepResult plug();
     StepResult trim();
     StepResult light();
@@ -49,6 +50,8 @@ private:
     StepResult capture();
     StepResult screenshot();
     StepResult unplug();
+    StepResult calibrate();
+    StepResult intensity();
     StepResult rotate();
     StepResult home();
     StepResult consoles();
@@ -72,6 +75,10 @@ private:
     QString savedStage();
     QString savedCamera();
     QString savedQC();
+    bool insertDisk();
+    bool graphShowsTheBest();
+    bool freezeTarget();
+    void panTo(const QPoint& place, QPoint& offset);
 
     Operator& m_hand;
     SimulatedInstrument& m_instrument;

@@ -200,8 +200,8 @@ private slots:
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
         machine.failCall("write", 4, 2);
         QVERIFY(camera.open(mode, kCusCalibrationFile, false));
-        QCOMPARE(messages(spy),
-                 QList<QStringList>({opening(mode, kCusCalibrationFile), {kOpenText, kModes[mode].busFailure}}));
+        QCOMPARE(messages(spy), QList<QStringList>({opening(mode, kCusCalibrationFile),
+                                                    {kOpenText, kModes[mode].busFailure}}));
         QVERIFY(camera.isStreaming());
     }
 

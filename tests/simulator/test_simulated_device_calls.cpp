@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <thread>
@@ -362,6 +363,38 @@ private slots:
         QVERIFY(luma() < 30 && bright > 100);
         QCOMPARE(bench.calls.counters().drawings, std::uint64_t(2));
         QVERIFY(bench.calls.counters().framesDelivered >= 11);
+        bench.stopStream(fd);
+    }
+
+    void anotherSlideIsSeenInTheFramesThatFollow()
+    {
+        SimulatedCameraParameters parameters = quickParameters();
+        parameters.slide.kind = SlideKind::Empty;
+        Bench bench(parameters);
+        const int fd = bench.startStream();
+        QVERIFY(fd >= 0);
+        const auto darkestAfter = [&](int frames) {
+            v4l2_buffer buffer{};
+            for (int frame = 0; frame < frames; ++frame) {
+                bench.calls.waitReadable(fd, 5000);
+                if (bench.dequeue(fd, buffer) != 0 || bench.calls.captureIoctl(fd, VIDIOC_QBUF, &buffer) != 0)
+                    return -1;
+            }
+            const auto* luma = static_cast<const std::uint8_t*>(bench.memory[buffer.index]);
+            int darkest = 255;
+            for (std::size_t i = 0; i < kVgaBytes; i += 2)
+                darkest = std::min(darkest, int(luma[i]));
+            return darkest;
+        };
+        QVERIFY(darkestAfter(1) > 100);
+        parameters.slide.kind = SlideKind::Target;
+        // In the middle of the field, which is what this mode shows.
+        parameters.slide.targetDots = {SlidePoint{1296.0, 972.0}, SlidePoint{1500.0, 972.0}};
+        bench.calls.changeSlide(parameters.slide);
+        QCOMPARE(bench.calls.slide().targetDistance_px(), 204.0);
+        const int dark = darkestAfter(5);
+        QVERIFY(dark >= 0 && dark < 60);
+        QCOMPARE(bench.calls.counters().drawings, std::uint64_t(2));
         bench.stopStream(fd);
     }
 

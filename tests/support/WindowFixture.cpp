@@ -1,5 +1,8 @@
 #include "support/WindowFixture.h"
 
+#include <chrono>
+#include <thread>
+
 #include <QApplication>
 #include <QDir>
 #include <QFile>
@@ -17,6 +20,10 @@
 namespace {
 
 constexpr int kLookInterval_ms = 5;
+// The second frame after an arrival is complete when the first is the program's already.
+constexpr int kFreshFrames = 2;
+constexpr std::chrono::milliseconds kLongestWaitForFrames(2000);
+constexpr std::chrono::milliseconds kFramePoll(2);
 
 } // namespace
 
@@ -32,7 +39,8 @@ void BoxAnswers::look()
     if (box == nullptr)
         return;
     m_met.append({box->windowTitle(), box->text(), box->icon(), box->standardButtons(),
-                  box->defaultButton() != nullptr, m_window->isEnabled()});
+                  box->defaultButton() != nullptr, m_window->isEnabled(),
+                  m_window->findChild<QWidget*>("TAB_MENU")->isEnabled()});
     QMessageBox::StandardButton answer =
         box->standardButtons().testFlag(QMessageBox::No) ? QMessageBox::No : QMessageBox::Ok;
     if (!m_answers.isEmpty())
@@ -84,6 +92,8 @@ WindowFixture::WindowFixture(const Options& options) : m_tree(m_root.path()), m_
         return LightPath{light.stagePosition_steps, light.ledOn, light.ledLevel};
     });
     installDeviceCalls(m_camera.get());
+    if (options.freshFrames && m_boardInUse != nullptr)
+        setFreshFrames(true);
     m_window = std::make_unique<ORLA_II_Plus_Verifier>();
     m_boxes = std::make_unique<BoxAnswers>(m_window.get());
     m_window->show();
@@ -95,8 +105,25 @@ WindowFixture::~WindowFixture()
 {
     m_boxes.reset();
     m_window.reset();
+    if (m_boardInUse != nullptr)
+        setFreshFrames(false);
     installDeviceCalls(nullptr);
     setInstrumentRoot("/");
+}
+
+void WindowFixture::setFreshFrames(bool on)
+{
+    m_boardInUse->setArrivalWatcher(on ? [this](InstrumentTime) { awaitFrames(); }
+                                       : std::function<void(InstrumentTime)>());
+}
+
+// On the board's thread.
+void WindowFixture::awaitFrames()
+{
+    const auto deadline = std::chrono::steady_clock::now() + kLongestWaitForFrames;
+    const std::uint64_t target = m_camera->counters().framesDelivered + kFreshFrames;
+    while (m_camera->counters().framesDelivered < target && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(kFramePoll);
 }
 
 QString WindowFixture::machinePath(const QString& fixedPath) const

@@ -25,6 +25,7 @@ struct MetBox
     QMessageBox::StandardButtons buttons = QMessageBox::NoButton;
     bool hadDefaultButton = false;
     bool windowWasEnabled = false;
+    bool controlsWereEnabled = false; ///< TAB_MENU
 };
 
 /// Answers message boxes the way a person at the panel does, and keeps what they said.
@@ -69,6 +70,9 @@ public:
         /// Used in place of a board of the fixture's own, which its window would not reach
         /// if it is not the first one: the controller keeps its port. Outlives the fixture.
         BoardPort* sharedBoard = nullptr;
+        /// A move is answered when the camera has delivered pictures of where it ended, as it
+        /// has in real time; otherwise at once, with the picture of some earlier place.
+        bool freshFrames = false;
     };
 
     WindowFixture();
@@ -94,6 +98,8 @@ public:
         return widget;
     }
 
+    /// See Options::freshFrames.
+    void setFreshFrames(bool on);
     QString text(const char* edit) const;
     void setText(const char* edit, const QString& text);
     /// Opens the tab that the widget lies on and clicks it with the mouse.
@@ -118,6 +124,8 @@ public:
     bool waitForFrames(int count = 1);
 
 private:
+    void awaitFrames();
+
     QTemporaryDir m_root;
     InstrumentTree m_tree;
     UsbPort m_usb;

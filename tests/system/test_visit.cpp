@@ -17,6 +17,8 @@ private slots:
     void aVisitToABrokenInstrumentFails();
     void onlyTheChosenStepsAreMade();
     void anotherSeedHasAnotherFocus();
+    void theCalibrationIsJudgedByTheTarget_data();
+    void theCalibrationIsJudgedByTheTarget();
     void wrongOptionsGetOneSentenceAndStatus2_data();
     void wrongOptionsGetOneSentenceAndStatus2();
     void helpNamesEveryOptionParameterAndFault();
@@ -32,7 +34,7 @@ void TestVisit::everyStepHoldsOnAnInstrumentInGoodOrder()
 {
     const ProgramRun run({"--visit", "--instant"});
     QVERIFY2(run.exitStatus == 0, run.all());
-    QVERIFY2(run.output.contains("24 of 24 steps as they should be"), run.all());
+    QVERIFY2(run.output.contains("27 of 27 steps as they should be"), run.all());
     QCOMPARE(run.output.count("FAILED"), 0);
     const QStringList pictures = run.pictures();
     QVERIFY(pictures.size() >= 15);
@@ -95,6 +97,31 @@ void TestVisit::anotherSeedHasAnotherFocus()
         positions.append(truth.match(run.output).captured(1));
     }
     QVERIFY(positions[0] != positions[1]);
+}
+
+void TestVisit::theCalibrationIsJudgedByTheTarget_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<bool>("holds");
+    QTest::newRow("cells before") << QStringList() << true;
+    QTest::newRow("target before") << QStringList{"--slide", "target", "--seed", "8"} << true;
+    QTest::newRow("no frames") << QStringList{"--fault", "stall"} << false;
+    QTest::newRow("no camera") << QStringList{"--fault", "no-camera"} << false;
+}
+
+void TestVisit::theCalibrationIsJudgedByTheTarget()
+{
+    QFETCH(QStringList, options);
+    QFETCH(bool, holds);
+    const ProgramRun run(options +
+                         QStringList{"--visit", "--instant", "--steps", "calibrate,intensity,exit,ended"});
+    QCOMPARE(run.exitStatus == 0, holds);
+    QVERIFY2(run.output.contains(QRegularExpression("FAILED calibrate")) == !holds, run.all());
+    if (holds)
+        QVERIFY2(
+            run.output.contains(QRegularExpression(
+                "points \\d+, \\d+ and \\d+, \\d+, magnification \\d\\.\\d{3}, volume factor 0\\.\\d{5}")),
+            run.all());
 }
 
 void TestVisit::wrongOptionsGetOneSentenceAndStatus2_data()

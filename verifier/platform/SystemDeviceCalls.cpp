@@ -67,7 +67,7 @@ int SystemDeviceCalls::waitReadable(int fd, int timeout_ms)
     fd_set readable;
     FD_ZERO(&readable);
     FD_SET(fd, &readable);
-    timeval timeout{timeout_ms / 1000, (timeout_ms % 1000) * 1000};
+    timeval timeout{timeout_ms / 1000, (timeout_ms % 1000) * 1000L};
     return ::select(fd + 1, &readable, nullptr, nullptr, &timeout);
 }
 

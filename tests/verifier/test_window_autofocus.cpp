@@ -1,0 +1,612 @@
+#include <QCheckBox>
+#include <QDir>
+#include <QLabel>
+#include <QLineEdit>
+#include <QProgressBar>
+#include <QRegularExpression>
+#include <QSpinBox>
+#include <QTabWidget>
+#include <QtTest>
+
+#include "Algorithm/alg_Autofocus.h"
+#include "Controller/Controller.h"
+#include "camera/OV5642Camera.h"
+#include "support/WindowFixture.h"
+
+namespace {
+
+constexpr int kSamples = 15;
+constexpr int kStart_steps = 30000;
+constexpr int kFocus_steps = 32100;
+constexpr int kCentre_steps = 31500;
+constexpr int kLongestRun_ms = 30000;
+const QString kFinished = "Finish AutoFocus !";
+const QString kQuit = "Are you sure quit ?";
+const QString kSlots = "void ORLA_II_Plus_Verifier::";
+
+WindowFixture::Options focusOptions()
+{
+    WindowFixture::Options options;
+    options.camera.optics.bestFocus_steps = kFocus_steps;
+    options.freshFrames = true;
+    return options;
+}
+
+/// Counts the paints of a widget.
+struct PaintCounter : QObject
+{
+    explicit PaintCounter(QWidget* widget) { widget->installEventFilter(this); }
+
+    bool eventFilter(QObject*, QEvent* event) override
+    {
+        count += event->type() == QEvent::Paint ? 1 : 0;
+        return false;
+    }
+
+    int count = 0;
+};
+
+} // namespace
+
+class TestWindowAutofocus : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { m_fixture = std::make_unique<WindowFixture>(focusOptions()); }
+
+    void cleanupTestCase() { m_fixture.reset(); }
+
+    void init()
+    {
+        m_fixture->board().withBoard([](Board& board, InstrumentTime) { board.clearFaults(); });
+        m_fixture->camera().faults().clear();
+        Controller::getInstance()->z_stage_abs(SERIAL_BLOCKING, kStart_steps);
+        Controller::getInstance()->z_stage_pos();
+        m_fixture->find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(false);
+        m_fixture->setText("EDIT_Z_POSITION", QString::number(kCentre_steps));
+        m_fixture->boxes().clear();
+        m_fixture->clearConsoles();
+        m_fixture->takeBoardLines();
+    }
+
+    void cleanup()
+    {
+        // A run that did not end would go on in the next test.
+        if (m_fixture != nullptr) {
+            endStuckRun();
+            if (m_fixture->find<QPushButton>("BUTTON_DEBUG")->isChecked())
+                m_fixture->click("BUTTON_DEBUG");
+        }
+    }
+
+    void aRunSweepsFifteenPositionsAndGoesToTheBest()
+    {
+        QVERIFY(runs());
+        const QStringList received = m_fixture->takeBoardLines();
+        const int best = bestPosition();
+        const QString query = "$,STM1,GET_POS,,";
+        QStringList lines{query, "$,STM1,MVN,2980,", query};
+        for (int i = 0; i < kSamples; ++i)
+            lines << "$,STM1,MVP,640,";
+        // The window asks for the position after every move that is reported to it.
+        lines.insert(4, query);
+        lines << query << QString("$,STM1,MVN,%1,").arg(36620 - best) << query;
+        QCOMPARE(received, lines);
+        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString::number(best));
+        QVERIFY2(std::abs(best - kFocus_steps) <= 640, qPrintable(QString::number(best)));
+    }
+
+    void theEndIsReportedOnceTheControlsAreUsableAgain()
+    {
+        QVERIFY(runs());
+        QCOMPARE(m_fixture->boxes().met().size(), 1);
+        const MetBox box = m_fixture->boxes().met().first();
+        QCOMPARE(box.title, QString("ORLA-III"));
+        QCOMPARE(box.text, kFinished);
+        QCOMPARE(box.icon, QMessageBox::Information);
+        QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
+        QVERIFY(box.controlsWereEnabled);
+        QVERIFY(m_fixture->isEnabled("TAB_MENU"));
+        QTRY_VERIFY(sequencers().isEmpty());
+    }
+
+    void theBarFollowsTheSamplesAndIsPainted()
+    {
+        m_fixture->openTab(0);
+        auto* bar = m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS");
+        bar->setValue(50);
+        PaintCounter barPaints(bar);
+        PaintCounter positionPaints(m_fixture->find<QLineEdit>("EDIT_Z_POSITION"));
+        QVector<int> values;
+        int paintsBehind = 0;
+        const auto connection = connect(bar, &QProgressBar::valueChanged, [&](int value) {
+            paintsBehind = std::max(paintsBehind, int(values.size()) - barPaints.count);
+            values << value;
+        });
+        QVERIFY(runs());
+        disconnect(connection);
+        QCOMPARE(values, QVector<int>({0, 6, 13, 20, 26, 33, 40, 46, 53, 60, 66, 73, 80, 86, 93, 100}));
+        // Each value is on the screen before the next one comes, though no event runs.
+        QVERIFY2(paintsBehind <= 1, qPrintable(QString::number(paintsBehind)));
+        QVERIFY2(positionPaints.count >= kSamples - 1, qPrintable(QString::number(positionPaints.count)));
+    }
+
+    void onlyTheTabsAreDisabledDuringARun()
+    {
+        m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->setValue(50);
+        QStringList wrong;
+        int looks = 0;
+        const auto connection =
+            connect(m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS"), &QProgressBar::valueChanged, [&] {
+                ++looks;
+                for (const char* name :
+                     {"BUTTON_EXIT", "BUTTON_DEBUG", "SPIN_DEBUG", "DebugMessage", "DebugController"}) {
+                    if (!m_fixture->isEnabled(name))
+                        wrong << QString("%1 is disabled").arg(name);
+                }
+                const bool started = looks > 1; // the bar is reset before the controls are locked
+                if (started && m_fixture->isEnabled("TAB_MENU"))
+                    wrong << "TAB_MENU is enabled";
+            });
+        QVERIFY(runs());
+        disconnect(connection);
+        QCOMPARE(wrong, QStringList());
+        QVERIFY(looks > kSamples);
+    }
+
+    void theLogTellsEverySampleAndEveryPosition()
+    {
+        QVERIFY(runs());
+        const QString best = QString::number(bestPosition());
+        const QStringList log = logLines();
+        QCOMPARE(log.filter("on_BUTTON_AUTOFOCUS_clicked"),
+                 QStringList(kSlots + "on_BUTTON_AUTOFOCUS_clicked()() "));
+        QStringList progress;
+        QStringList positions;
+        for (int i = 1; i <= kSamples; ++i) {
+            progress << QString("%1slot_progress_AutoFocusing(int)() [1] %2/15 %3% ")
+                            .arg(kSlots)
+                            .arg(i)
+                            .arg(i / 15.0 * 100.0, 0, 'g', 6);
+            positions << QString("%1slot_move_z_position(int)() %2 ").arg(kSlots).arg(27020 + 640 * i);
+        }
+        positions << kSlots + "slot_move_z_position(int)() " + best + ' ';
+        QCOMPARE(log.filter("slot_progress_AutoFocusing"), progress);
+        QCOMPARE(progress.first(), kSlots + "slot_progress_AutoFocusing(int)() [1] 1/15 6.66667% ");
+        QCOMPARE(log.filter("slot_move_z_position"), positions);
+        QCOMPARE(log.filter("slot_endAutoFocusing"),
+                 QStringList(kSlots + "slot_endAutoFocusing(int)() " + best + ' '));
+    }
+
+    void theReviewIsLoggedAsItWasTaken()
+    {
+        std::vector<AutoFocusingData_t> samples;
+        int bestIndex = -1;
+        // The sequencer exists once the bar has been reset.
+        auto* bar = m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS");
+        bar->setValue(50);
+        const auto connection = connect(bar, &QProgressBar::valueChanged, [&](int value) {
+            if (value != 0)
+                return;
+            connect(sequencers().first(), &alg_Autofocus::sig_review_AutoFocusing,
+                    [&](int, const std::vector<AutoFocusingData_t>& taken, int best) {
+                        samples = taken;
+                        bestIndex = best;
+                    });
+        });
+        QVERIFY(runs());
+        disconnect(connection);
+        QCOMPARE(int(samples.size()), kSamples);
+        QCOMPARE(logLines().filter("slot_review_AutoFocusing"), reviewLog(1, samples, bestIndex));
+        for (int i = 0; i < kSamples; ++i)
+            QCOMPARE(samples[std::size_t(i)].zPosition, 27660 + 640 * i);
+    }
+
+    void everyStepsReviewIsLogged_data()
+    {
+        QTest::addColumn<int>("step");
+        for (int step = -1; step <= 4; ++step)
+            QTest::addRow("step %d", step) << step;
+    }
+
+    void everyStepsReviewIsLogged()
+    {
+        QFETCH(int, step);
+        const std::vector<AutoFocusingData_t> samples{
+            {0.0, -120}, {1234567.89, 0}, {0.000012345, 32000}, {421.5, 2147483647}};
+        m_fixture->window().slot_review_AutoFocusing(step, samples, 3);
+        QStringList expected = reviewLog(step, samples, 3);
+        if (step < 1 || step > 3)
+            expected = expected.mid(0, 1);
+        QCOMPARE(logLines(), expected);
+        const QString head =
+            kSlots + "slot_review_AutoFocusing(int, std::vector<AutoFocusingData_s>, int)() ";
+        QCOMPARE(expected.first(), head + "######################### ");
+        if (step == 1)
+            QCOMPARE(expected[3], head + "[1](1) focus_value: 1.23457e+06 , position: 0 ");
+    }
+
+    void withoutADiskNothingIsSavedAndNoRunStarts()
+    {
+        m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->setValue(50);
+        m_fixture->find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(true);
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        QCOMPARE(m_fixture->boxes().met().size(), 1);
+        const MetBox box = m_fixture->boxes().met().first();
+        QCOMPARE(box.title, QString("Error"));
+        QCOMPARE(box.text, QString("Please insert USB disk !!!"));
+        QCOMPARE(box.icon, QMessageBox::Critical);
+        QVERIFY(sequencers().isEmpty());
+        QVERIFY(m_fixture->isEnabled("TAB_MENU"));
+        QCOMPARE(m_fixture->takeBoardLines(), QStringList());
+        QCOMPARE(m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 50);
+        QCOMPARE(logLines(), QStringList(kSlots + "on_BUTTON_AUTOFOCUS_clicked()() "));
+    }
+
+    void withADiskTheSweepIsSavedThere()
+    {
+        QVERIFY(plugDisk());
+        m_fixture->find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(true);
+        const bool ended = runs();
+        const QDir log(m_fixture->usb().filesOf() + "/ORLA-II/Autofocus");
+        const QStringList names = log.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        QStringList files;
+        if (names.size() == 1)
+            files = QDir(log.filePath(names.first() + "/Step1")).entryList(QDir::Files, QDir::Name);
+        QVERIFY(pullDisk());
+        QVERIFY(ended);
+        QCOMPARE(names.size(), 1);
+        QVERIFY(QRegularExpression("^\\d{8}_\\d{6}$").match(names.first()).hasMatch());
+        QCOMPARE(files.size(), kSamples + 1);
+        QCOMPARE(files.last(), QString("best_focus_value.csv"));
+        for (int i = 0; i < kSamples; ++i) {
+            const QString begin =
+                QString("Autofocus_%1_%2_").arg(i + 1, 2, 10, QChar('0')).arg(27660 + 640 * i);
+            QVERIFY2(files[i].startsWith(begin) && files[i].endsWith(".tiff"), qPrintable(files[i]));
+        }
+    }
+
+    void anUncheckedBoxSavesNothing()
+    {
+        QVERIFY(plugDisk());
+        const QDir log(m_fixture->usb().filesOf() + "/ORLA-II/Autofocus");
+        const QStringList before = log.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        const bool ended = runs();
+        const QStringList after = log.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        QVERIFY(pullDisk());
+        QVERIFY(ended);
+        QCOMPARE(after, before);
+    }
+
+    void theCentreIsWhatThePositionFieldSays_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("start_steps");
+        QTest::newRow("number") << "31500" << 27020;
+        QTest::newRow("blanks around") << " 31500 " << 27020;
+        QTest::newRow("10,000") << "10000" << 5520;
+        QTest::newRow("negative") << "-20" << -4500;
+        for (const char* text : {"", "abc", "315oo", "0x7B0C", "31500.0", "99999999999"})
+            QTest::newRow(*text != '\0' ? text : "empty") << text << -4480;
+    }
+
+    void theCentreIsWhatThePositionFieldSays()
+    {
+        QFETCH(QString, text);
+        QFETCH(int, start_steps);
+        // A board that answers no single step: the run stays where it begins.
+        addFault({LineFault::NoAnswer, "MVP", 0});
+        m_fixture->setText("EDIT_Z_POSITION", text);
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        QCOMPARE(m_fixture->takeBoardLines().filter("MVN"),
+                 QStringList(QString("$,STM1,MVN,%1,").arg(kStart_steps - start_steps)));
+    }
+
+    void aRunThatStandsOnItsBestPositionDoesNotEnd()
+    {
+        // The stage takes the first step and refuses all others: the first sample is the best,
+        // as the picture is sharper below, and the stage stands there.
+        for (int n = 2; n <= kSamples; ++n)
+            addFault({LineFault::Failure, "MVP", n});
+        Controller::getInstance()->z_stage_abs(SERIAL_BLOCKING, 34000);
+        m_fixture->setText("EDIT_Z_POSITION", QString::number(34000 + 4480));
+        m_fixture->takeBoardLines();
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        QTRY_COMPARE(m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 100);
+        QTest::qWait(300);
+        QCOMPARE(m_fixture->takeBoardLines().size(), kSamples + 2);
+        QCOMPARE(logLines().filter("[1] best_index:").size(), 1);
+        QVERIFY(logLines().filter("[1] best_index:").first().endsWith("best_index: 0 "));
+        QVERIFY(m_fixture->boxes().met().isEmpty());
+        stillUsableButForTheTabs();
+    }
+
+    void aMoveThatIsNeverReportedLeavesTheRunWaiting()
+    {
+        addFault({LineFault::NoAnswer, "MVP", 1});
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        QTest::qWait(300);
+        QCOMPARE(m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 0);
+        QVERIFY(m_fixture->boxes().met().isEmpty());
+        stillUsableButForTheTabs();
+    }
+
+    void aLastMoveThatIsNeverReportedLeavesTheRunWaiting()
+    {
+        addFault({LineFault::NoAnswer, "MVN", 2});
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        QTRY_COMPARE(m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 100);
+        QTest::qWait(300);
+        QVERIFY(m_fixture->boxes().met().isEmpty());
+        stillUsableButForTheTabs();
+    }
+
+    void aStepThatIsNotAnsweredCostsItsTimeoutAndTheRunEnds()
+    {
+        addFault({LineFault::NoAnswer, "MVP", 4});
+        QVERIFY(runs());
+        QCOMPARE(logLines().filter("slot_progress_AutoFocusing").size(), kSamples);
+        QCOMPARE(m_fixture->boxes().texts(), QStringList(kFinished));
+    }
+
+    void aWaitingRunCanBeLeftByExit()
+    {
+        addFault({LineFault::NoAnswer, "MVP", 1});
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        m_fixture->click("BUTTON_EXIT");
+        QCOMPARE(m_fixture->boxes().texts(), QStringList(kQuit));
+        stillUsableButForTheTabs();
+    }
+
+    void aRunGoesOnBeneathTheQuestionOfExit()
+    {
+        // The step's answer comes late, when the question is already on the screen.
+        addFault({LineFault::Late, "MVP", 1});
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        m_fixture->boxes().next(QMessageBox::No);
+        m_fixture->click("BUTTON_EXIT");
+        QVERIFY(m_fixture->waitUntil([this] { return m_fixture->boxes().texts().contains(kFinished); },
+                                     kLongestRun_ms));
+        QCOMPARE(m_fixture->boxes().texts(), QStringList({kQuit, kFinished}));
+        QVERIFY(m_fixture->isEnabled("TAB_MENU"));
+    }
+
+    void theWindowIsNotClosedByARequestDuringARun()
+    {
+        addFault({LineFault::NoAnswer, "MVP", 1});
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        QVERIFY(!m_fixture->window().close());
+        QCOMPARE(m_fixture->boxes().texts(), QStringList(kQuit));
+        QVERIFY(m_fixture->window().isVisible());
+        QCOMPARE(sequencers().size(), 1);
+    }
+
+    void aPressDuringARunDoesNothing()
+    {
+        addFault({LineFault::NoAnswer, "MVP", 1});
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        QTest::qWait(100);
+        QVERIFY(!m_fixture->takeBoardLines().isEmpty());
+        m_fixture->clearConsoles();
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        m_fixture->find<QPushButton>("BUTTON_AUTOFOCUS")->click();
+        QTest::keyClick(m_fixture->find<QPushButton>("BUTTON_AUTOFOCUS"), Qt::Key_Space);
+        QTest::qWait(100);
+        QCOMPARE(logLines().filter("on_BUTTON_AUTOFOCUS_clicked"), QStringList());
+        QCOMPARE(m_fixture->takeBoardLines(), QStringList());
+        QCOMPARE(sequencers().size(), 1);
+    }
+
+    void aRunThatNeverEndsMakesRoomForTheNext()
+    {
+        addFault({LineFault::NoAnswer, "MVP", 1});
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        const QPointer<alg_Autofocus> stuck = sequencers().first();
+        m_fixture->find<QTabWidget>("TAB_MENU")->setEnabled(true);
+        QVERIFY(runs());
+        QVERIFY(stuck.isNull());
+        QCOMPARE(m_fixture->boxes().texts(), QStringList(kFinished));
+        QTRY_VERIFY(sequencers().isEmpty());
+    }
+
+    void withoutACameraTheRunScoresNothingAndEnds()
+    {
+        QVERIFY(m_fixture->camera().faults().enable("ioctl:VIDIOC_S_FMT"));
+        m_fixture->click("BUTTON_RESOLUTION_1280");
+        QVERIFY(!m_fixture->window().findChild<OV5642Camera*>()->isStreaming());
+        m_fixture->setFreshFrames(false);
+        const bool ended = runs();
+        const QStringList log = logLines();
+        m_fixture->setFreshFrames(true);
+        m_fixture->camera().faults().clear();
+        m_fixture->click("BUTTON_RESOLUTION_1280");
+        QVERIFY(ended);
+        QCOMPARE(log.filter("focus_value: 0 , position:").size(), kSamples);
+        QVERIFY(log.filter("best_index:").first().endsWith("[1] best_index: 0 "));
+        QCOMPARE(log.filter("[Error] no frame").size(), 1);
+        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("27660"));
+    }
+
+    void theGraphShowsTheRunAsSoonAsItIsReviewed()
+    {
+        m_fixture->window().slot_review_AutoFocusing(1, {}, 0);
+        showGraph();
+        QVERIFY(reds().isNull());
+        PaintCounter paints(&m_fixture->window());
+        QVERIFY(runs());
+        QTRY_VERIFY(paints.count > 0);
+        const int index = (bestPosition() - 27660) / 640;
+        const QRect red = reds();
+        QVERIFY(!red.isNull());
+        QVERIFY(QRect(47 + 40 * index, 0, 7, 360).contains(red));
+    }
+
+    void theGraphIsEmptyWhileARunIsWaiting()
+    {
+        m_fixture->window().slot_review_AutoFocusing(1, sweep(kSamples), 3);
+        showGraph();
+        QVERIFY(!reds().isNull());
+        addFault({LineFault::NoAnswer, "MVP", 1});
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        QVERIFY(reds().isNull());
+    }
+
+    void theGraphShowsTheFirstStepsReviewOnly()
+    {
+        m_fixture->window().slot_review_AutoFocusing(1, sweep(kSamples), 3);
+        m_fixture->window().slot_review_AutoFocusing(2, sweep(7), 5);
+        m_fixture->window().slot_review_AutoFocusing(3, sweep(7), 6);
+        showGraph();
+        QVERIFY(QRect(47 + 120, 0, 7, 360).contains(reds()));
+        QVERIFY(logLines().filter("[Error]").isEmpty());
+    }
+
+    void tooFewSamplesAreLoggedAndTheProgramGoesOn_data()
+    {
+        QTest::addColumn<int>("count");
+        QTest::newRow("one") << 1;
+        QTest::newRow("seven") << 7;
+        QTest::newRow("fourteen") << 14;
+    }
+
+    void tooFewSamplesAreLoggedAndTheProgramGoesOn()
+    {
+        QFETCH(int, count);
+        m_fixture->window().slot_review_AutoFocusing(1, sweep(count), 0);
+        m_fixture->clearConsoles();
+        showGraph();
+        const QString text =
+            QString("%1paintFocusGraph(QPainter&)() [Error] vector::_M_range_check: __n (which "
+                    "is %2) >= this->size() (which is %2) ")
+                .arg(kSlots)
+                .arg(count);
+        QVERIFY2(logLines().contains(text), qPrintable(m_fixture->messages()));
+        m_fixture->click("BUTTON_DEBUG");
+        QVERIFY(m_fixture->waitForFrames(2));
+    }
+
+    // The window goes here: last of all.
+    void aWindowThatGoesDuringARunLeavesNothingBehind()
+    {
+        addFault({LineFault::NoAnswer, "MVP", 1});
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        const QPointer<alg_Autofocus> sequencer = sequencers().first();
+        m_fixture.reset();
+        QVERIFY(sequencer.isNull());
+        emit Controller::getInstance()->sig_z_stage_mvp();
+        emit Controller::getInstance()->sig_z_stage_mvn();
+        QCoreApplication::processEvents();
+    }
+
+private:
+    QList<alg_Autofocus*> sequencers() const { return m_fixture->window().findChildren<alg_Autofocus*>(); }
+
+    bool diskIsMounted() const { return QFileInfo(m_fixture->machinePath("/mnt")).isSymLink(); }
+
+    /// The disk is mounted when the window has been told of it.
+    bool plugDisk()
+    {
+        return m_fixture->usb().plug() && m_fixture->waitUntil([this] { return diskIsMounted(); });
+    }
+
+    bool pullDisk()
+    {
+        return m_fixture->usb().pull() && m_fixture->waitUntil([this] { return !diskIsMounted(); });
+    }
+
+    void addFault(const LineFaultRule& rule)
+    {
+        m_fixture->board().withBoard([&](Board& board, InstrumentTime) { board.addFault(rule); });
+    }
+
+    /// A whole run, up to the answered box.
+    bool runs()
+    {
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        return m_fixture->waitUntil([this] { return m_fixture->boxes().texts().contains(kFinished); },
+                                    kLongestRun_ms);
+    }
+
+    /// Lets a run end that waits for the stage.
+    void endStuckRun()
+    {
+        if (sequencers().isEmpty())
+            return;
+        disconnect(Controller::getInstance(), nullptr, sequencers().first(), nullptr);
+        m_fixture->window().slot_endAutoFocusing(0);
+        QTRY_VERIFY(sequencers().isEmpty());
+    }
+
+    void stillUsableButForTheTabs()
+    {
+        QVERIFY(!m_fixture->isEnabled("TAB_MENU"));
+        QCOMPARE(sequencers().size(), 1);
+        QVERIFY(m_fixture->isEnabled("BUTTON_EXIT"));
+        m_fixture->find<QSpinBox>("SPIN_DEBUG")->setValue(1);
+        m_fixture->click("BUTTON_DEBUG");
+        QVERIFY(m_fixture->find<QWidget>("DebugMessage")->isVisible());
+        m_fixture->click("BUTTON_DEBUG");
+        QVERIFY(m_fixture->waitForFrames(1));
+    }
+
+    QStringList logLines() const
+    {
+        QStringList lines = m_fixture->messages().split('\n');
+        lines.removeAll(QString());
+        return lines;
+    }
+
+    int bestPosition() const { return Controller::getInstance()->z_stage_pos(); }
+
+    static QStringList reviewLog(int step, const std::vector<AutoFocusingData_t>& samples, int best)
+    {
+        const QString head =
+            kSlots + "slot_review_AutoFocusing(int, std::vector<AutoFocusingData_s>, int)() ";
+        QStringList lines{head + QString(25, '#') + ' '};
+        lines << QString("%1[%2] best_index: %3 ").arg(head).arg(step).arg(best);
+        for (std::size_t i = 0; i < samples.size(); ++i) {
+            lines << QString("%1[%2](%3) focus_value: %4 , position: %5 ")
+                         .arg(head)
+                         .arg(step)
+                         .arg(i)
+                         .arg(samples[i].focusValue)
+                         .arg(samples[i].zPosition);
+        }
+        return lines;
+    }
+
+    static std::vector<AutoFocusingData_t> sweep(int count)
+    {
+        std::vector<AutoFocusingData_t> samples;
+        samples.reserve(std::size_t(count));
+        for (int i = 0; i < count; ++i)
+            samples.push_back({100.0 + i, 27660 + 640 * i});
+        return samples;
+    }
+
+    void showGraph()
+    {
+        m_fixture->find<QSpinBox>("SPIN_DEBUG")->setValue(3);
+        m_fixture->click("BUTTON_DEBUG");
+    }
+
+    /// Extent of the pure red in the curve's part of the graph.
+    QRect reds()
+    {
+        const QImage view = m_fixture->window().grab(QRect(0, 0, 640, 360)).toImage();
+        QRect bounds;
+        for (int y = 0; y < view.height(); ++y) {
+            for (int x = 0; x < view.width(); ++x) {
+                if (view.pixel(x, y) == qRgb(255, 0, 0))
+                    bounds |= QRect(x, y, 1, 1);
+            }
+        }
+        return bounds;
+    }
+
+    std::unique_ptr<WindowFixture> m_fixture;
+};
+
+QTEST_MAIN(TestWindowAutofocus)
+#include "test_window_autofocus.moc"
