@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cmath>
-#include <thread>
 
 #include <QDir>
 #include <QFileInfo>
@@ -22,10 +21,9 @@ constexpr int kCentre_steps = 32000;
 constexpr int kLimit_steps = 2 * 640;
 constexpr int kSamples = 15;
 
-// The second frame after an arrival is complete when the first is the program's already.
-constexpr int kFreshFrames = 2;
+// One may be lost to a copy that is being read.
+constexpr unsigned kFreshFrames = 2;
 constexpr std::chrono::milliseconds kLongestWaitForFrames(2000);
-constexpr std::chrono::milliseconds kFramePoll(2);
 
 constexpr QRgb kBestSample = qRgb(255, 0, 0);
 
@@ -37,12 +35,8 @@ public:
     explicit UnhurriedStage(SimulatedInstrument& instrument) : m_board(instrument.board())
     {
         SimulatedDeviceCalls& camera = instrument.camera();
-        m_board.setArrivalWatcher([&camera](InstrumentTime) {
-            const auto deadline = std::chrono::steady_clock::now() + kLongestWaitForFrames;
-            const auto wanted = camera.counters().framesDelivered + kFreshFrames;
-            while (camera.counters().framesDelivered < wanted && std::chrono::steady_clock::now() < deadline)
-                std::this_thread::sleep_for(kFramePoll);
-        });
+        m_board.setArrivalWatcher(
+            [&camera](InstrumentTime) { camera.waitForFreshFrames(kFreshFrames, kLongestWaitForFrames); });
     }
     ~UnhurriedStage() { m_board.setArrivalWatcher({}); }
     UnhurriedStage(const UnhurriedStage&) = delete;
