@@ -213,6 +213,8 @@ int CaptureDevice::queueBuffer(v4l2_buffer& record)
         return EINVAL;
     }
     buffer.owner = Owner::Queue;
+    m_framesReturned += buffer.taken ? 1U : 0U;
+    buffer.taken = false;
     m_queued.push_back(record.index);
     describe(record.index, record);
     return 0;
@@ -229,6 +231,7 @@ int CaptureDevice::dequeueBuffer(v4l2_buffer& record)
     const unsigned index = m_done.front();
     m_done.pop_front();
     m_buffers[index].owner = Owner::Program;
+    m_buffers[index].taken = true;
     describe(index, record);
     return 0;
 }
@@ -261,8 +264,10 @@ void CaptureDevice::stop()
     m_streaming = false;
     m_queued.clear();
     m_done.clear();
+    m_framesReturned = m_framesDelivered;
     for (Buffer& buffer : m_buffers) {
         buffer.owner = Owner::Program;
+        buffer.taken = false;
     }
 }
 

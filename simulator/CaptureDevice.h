@@ -66,6 +66,9 @@ public:
     /// Frames put into buffers so far, and for how many of these the picture had to be copied
     /// from another buffer, or drawn, because the buffer did not hold it yet.
     std::uint64_t framesDelivered() const { return m_framesDelivered; }
+    /// Of the frames delivered, those whose buffers the program has given back, and those that
+    /// ended with their stream. Frames are given back in the order of their delivery.
+    std::uint64_t framesReturned() const { return m_framesReturned; }
     std::uint64_t copies() const { return m_copies; }
     std::uint64_t drawings() const { return m_drawings; }
 
@@ -76,6 +79,8 @@ private:
     {
         std::shared_ptr<FrameMemory> memory;
         Owner owner = Owner::Program;
+        /// Whether it is the program's because of the frame in it.
+        bool taken = false;
         /// Number of the picture that the memory holds whole; 0 for none.
         std::uint64_t picture = 0;
         unsigned bytesUsed = 0;
@@ -120,6 +125,7 @@ private:
     std::int64_t m_ticks = 0;
     unsigned m_sequence = 0;
     std::uint64_t m_framesDelivered = 0;
+    std::uint64_t m_framesReturned = 0;
     std::uint64_t m_copies = 0;
     std::uint64_t m_drawings = 0;
 };

@@ -316,6 +316,14 @@ void SimulatedDeviceCalls::waitForChange(std::unique_lock<std::mutex>& lock, Ins
     applyFlaws();
 }
 
+bool SimulatedDeviceCalls::waitForFreshFrames(unsigned count, std::chrono::milliseconds timeout)
+{
+    std::unique_lock<std::mutex> lock(m_captureMutex);
+    const std::uint64_t wanted = m_capture.framesDelivered() + count;
+    const auto taken = [&] { return !m_capture.isStreaming() || m_capture.framesReturned() >= wanted; };
+    return m_captureChanged.wait_for(lock, timeout, taken) && m_capture.isStreaming();
+}
+
 void SimulatedDeviceCalls::clockMoved()
 {
     const std::lock_guard<std::mutex> lock(m_captureMutex);

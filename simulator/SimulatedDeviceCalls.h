@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -70,6 +71,11 @@ public:
     int waitReadable(int fd, int timeout_ms) override;
     void pause(unsigned int duration_us) override;
     void syncFileSystems() override;
+
+    /// Waits, in real time, until the program has taken in that many frames which it had not
+    /// been given yet; false when the time is up or nothing streams. Any thread but the
+    /// program's capture thread.
+    bool waitForFreshFrames(unsigned count, std::chrono::milliseconds timeout);
 
     /// Tells whoever waits for a frame that the clock was moved on. Any thread.
     void clockMoved();

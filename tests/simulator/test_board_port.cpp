@@ -1,6 +1,8 @@
 // The simulated board on its serial line, driven by the program's own controller.
 
 #include <atomic>
+#include <chrono>
+#include <cmath>
 
 #include <fcntl.h>
 
@@ -242,6 +244,38 @@ private slots:
         bench.controller.writeAndRead_Blocking("$,STM1,MVP,640,\r\n", kWait_ms, 20);
         QTRY_COMPARE(moved.count(), 1);
         QCOMPARE(bench.controller.m_zStagePosition, 640);
+    }
+
+    void aSkippedMotionIsAnnouncedBeforeItsAnswer()
+    {
+        BoardParameters parameters;
+        parameters.stage.start_steps = 1000;
+        Bench bench(BoardPace::Instant, parameters);
+        bench.controller.openSerialPort();
+        std::atomic<int> arrivals{0};
+        std::atomic<double> before{0.0};
+        std::atomic<double> after{0.0};
+        std::atomic<bool> held{false};
+        bench.port.setArrivalWatcher([&](InstrumentTime arrival) {
+            ++arrivals;
+            before = bench.port.light(arrival - std::chrono::milliseconds(50)).stagePosition_steps;
+            after = bench.port.light(arrival).stagePosition_steps;
+            QTest::qSleep(100);
+            held = true;
+        });
+        bench.controller.z_stage_mvp(SERIAL_BLOCKING, 640);
+        QVERIFY(held);
+        QCOMPARE(arrivals.load(), 1);
+        QCOMPARE(after.load(), 1640.0);
+        // Braking at 40000 steps per second squared: 50 steps in the last 50 ms.
+        QVERIFY2(std::abs(before - 1590.0) < 1.0, qPrintable(QString::number(before)));
+
+        // What takes no time arrives nowhere.
+        bench.controller.z_stage_pos();
+        QCOMPARE(arrivals.load(), 1);
+        bench.port.setArrivalWatcher({});
+        bench.controller.z_stage_mvp(SERIAL_BLOCKING, 640);
+        QCOMPARE(arrivals.load(), 1);
     }
 
     void anUnaskedLineReachesTheListener()

@@ -362,6 +362,25 @@ private slots:
         QCOMPARE(bench.device.framesDelivered(), std::uint64_t(3));
     }
 
+    void aFrameCountsAsReturnedWithItsBufferOrItsStream()
+    {
+        Bench bench;
+        bench.start(2);
+        QCOMPARE(bench.device.framesReturned(), std::uint64_t(0));
+        bench.now = milliseconds(100);
+        v4l2_buffer buffer{};
+        QCOMPARE(bench.dequeue(buffer), 0);
+        QCOMPARE(bench.device.framesDelivered(), std::uint64_t(2));
+        QCOMPARE(bench.device.framesReturned(), std::uint64_t(0));
+        QCOMPARE(bench.queue(buffer.index), 0);
+        QCOMPARE(bench.device.framesReturned(), std::uint64_t(1));
+        // A buffer that never held a frame of this stream returns none.
+        QCOMPARE(bench.queue(3), 0);
+        QCOMPARE(bench.device.framesReturned(), std::uint64_t(1));
+        QCOMPARE(bench.stream(false), 0);
+        QCOMPARE(bench.device.framesReturned(), bench.device.framesDelivered());
+    }
+
     void aBufferBelongsToOneSideAtATime()
     {
         Bench bench;

@@ -1,7 +1,6 @@
 #include "support/WindowFixture.h"
 
 #include <chrono>
-#include <thread>
 
 #include <QApplication>
 #include <QDir>
@@ -20,10 +19,9 @@
 namespace {
 
 constexpr int kLookInterval_ms = 5;
-// The second frame after an arrival is complete when the first is the program's already.
-constexpr int kFreshFrames = 2;
+// One may be lost to a copy that is being read.
+constexpr unsigned kFreshFrames = 2;
 constexpr std::chrono::milliseconds kLongestWaitForFrames(2000);
-constexpr std::chrono::milliseconds kFramePoll(2);
 
 } // namespace
 
@@ -113,17 +111,12 @@ WindowFixture::~WindowFixture()
 
 void WindowFixture::setFreshFrames(bool on)
 {
-    m_boardInUse->setArrivalWatcher(on ? [this](InstrumentTime) { awaitFrames(); }
-                                       : std::function<void(InstrumentTime)>());
-}
-
-// On the board's thread.
-void WindowFixture::awaitFrames()
-{
-    const auto deadline = std::chrono::steady_clock::now() + kLongestWaitForFrames;
-    const std::uint64_t target = m_camera->counters().framesDelivered + kFreshFrames;
-    while (m_camera->counters().framesDelivered < target && std::chrono::steady_clock::now() < deadline)
-        std::this_thread::sleep_for(kFramePoll);
+    if (!on) {
+        m_boardInUse->setArrivalWatcher({});
+        return;
+    }
+    m_boardInUse->setArrivalWatcher(
+        [this](InstrumentTime) { m_camera->waitForFreshFrames(kFreshFrames, kLongestWaitForFrames); });
 }
 
 QString WindowFixture::machinePath(const QString& fixedPath) const

@@ -98,8 +98,6 @@ public:
         return widget;
     }
 
-    /// See Options::freshFrames.
-    void setFreshFrames(bool on);
     QString text(const char* edit) const;
     void setText(const char* edit, const QString& text);
     /// Opens the tab that the widget lies on and clicks it with the mouse.
@@ -124,7 +122,7 @@ public:
     bool waitForFrames(int count = 1);
 
 private:
-    void awaitFrames();
+    void setFreshFrames(bool on);
 
     QTemporaryDir m_root;
     InstrumentTree m_tree;
