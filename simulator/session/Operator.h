@@ -80,6 +80,7 @@ public:
     void saveNextAs(const QString& name) { m_boxes.saveNextAs(name); }
     const QVector<SeenBox>& boxes() const { return m_boxes.boxes(); }
 
+    /// Adds a sentence to the trouble of the step under way.
     void noteTrouble(const QString& trouble);
     /// The trouble since the last call, unexpected boxes and expected ones that never came
     /// included; empty when all went well.
