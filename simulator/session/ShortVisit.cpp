@@ -77,6 +77,8 @@ const ShortVisit::StepRow ShortVisit::kSteps[] = {
     {"5m", "looks at the live view in 2592 x 1944", &ShortVisit::view5M},
     {"jog", "moves the stage up and down by one step width", &ShortVisit::jog},
     {"focus", "goes through the focus, and looks where the picture is sharpest", &ShortVisit::focus},
+    {"autofocus", "runs the autofocus with its pictures on a USB disk, and looks at the graph",
+     &ShortVisit::autofocus},
     {"plug", "asks for a picture without a USB disk, then plugs one in", &ShortVisit::plug},
     {"trim", "trims exposure, gain and colours", &ShortVisit::trim},
     {"light", "sets the LED to a brightness of the picture, and switches it off and on", &ShortVisit::light},

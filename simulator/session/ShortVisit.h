@@ -40,6 +40,7 @@ private:
     StepResult view5M();
     StepResult jog();
     StepResult focus();
+    StepResult autofocus();
     StepResult plug();
     StepResult trim();
     StepResult light();
@@ -74,6 +75,8 @@ private:
     QString savedStage();
     QString savedCamera();
     QString savedQC();
+    bool insertDisk();
+    bool graphShowsTheBest();
     bool freezeTarget();
     void panTo(const QPoint& place, QPoint& offset);
 

@@ -92,7 +92,7 @@ WindowFixture::WindowFixture(const Options& options) : m_tree(m_root.path()), m_
         return LightPath{light.stagePosition_steps, light.ledOn, light.ledLevel};
     });
     installDeviceCalls(m_camera.get());
-    if (options.freshFrames && m_board != nullptr)
+    if (options.freshFrames && m_boardInUse != nullptr)
         setFreshFrames(true);
     m_window = std::make_unique<ORLA_II_Plus_Verifier>();
     m_boxes = std::make_unique<BoxAnswers>(m_window.get());
@@ -105,7 +105,7 @@ WindowFixture::~WindowFixture()
 {
     m_boxes.reset();
     m_window.reset();
-    if (m_board != nullptr)
+    if (m_boardInUse != nullptr)
         setFreshFrames(false);
     installDeviceCalls(nullptr);
     setInstrumentRoot("/");
@@ -113,8 +113,8 @@ WindowFixture::~WindowFixture()
 
 void WindowFixture::setFreshFrames(bool on)
 {
-    m_board->setArrivalWatcher(on ? [this](InstrumentTime) { awaitFrames(); }
-                                  : std::function<void(InstrumentTime)>());
+    m_boardInUse->setArrivalWatcher(on ? [this](InstrumentTime) { awaitFrames(); }
+                                       : std::function<void(InstrumentTime)>());
 }
 
 // On the board's thread.

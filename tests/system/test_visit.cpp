@@ -34,7 +34,7 @@ void TestVisit::everyStepHoldsOnAnInstrumentInGoodOrder()
 {
     const ProgramRun run({"--visit", "--instant"});
     QVERIFY2(run.exitStatus == 0, run.all());
-    QVERIFY2(run.output.contains("26 of 26 steps as they should be"), run.all());
+    QVERIFY2(run.output.contains("27 of 27 steps as they should be"), run.all());
     QCOMPARE(run.output.count("FAILED"), 0);
     const QStringList pictures = run.pictures();
     QVERIFY(pictures.size() >= 15);

@@ -579,6 +579,7 @@ private:
     static std::vector<AutoFocusingData_t> sweep(int count)
     {
         std::vector<AutoFocusingData_t> samples;
+        samples.reserve(std::size_t(count));
         for (int i = 0; i < count; ++i)
             samples.push_back({100.0 + i, 27660 + 640 * i});
         return samples;

@@ -206,6 +206,8 @@ int main(int argc, char* argv[])
     if (!server.display().empty()) {
         qputenv("DISPLAY", server.display().c_str());
         qputenv("QT_QPA_PLATFORM", "xcb");
+        // Nothing here is drawn by OpenGL, whose libraries would only be loaded and left.
+        qputenv("QT_XCB_GL_INTEGRATION", "none");
     }
     int result = 0;
     {
