@@ -4,6 +4,8 @@
 
 readonly project_dir="$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd -P)"
 readonly shown_log_lines=40
+# Who needs more than the programs do adds a list.
+package_lists=("$project_dir/scripts/packages.txt")
 
 say() { printf '%s\n' "$*" >&2; }
 give_up() { say "$*"; exit 1; }
@@ -18,7 +20,7 @@ missing_packages() {
 }
 
 needed_packages() {
-    grep -v '^#' "$project_dir/scripts/packages.txt"
+    grep -hv '^#' "${package_lists[@]}"
     # Qt reaches a display that is Wayland's only through a plugin of its own.
     if [[ -n "${WAYLAND_DISPLAY:-}" && -z "${DISPLAY:-}" ]]; then
         echo qtwayland5
@@ -28,7 +30,7 @@ needed_packages() {
 install_packages() {
     command -v dpkg-query >/dev/null && command -v apt-get >/dev/null ||
         give_up "This needs Debian 12 (or a relative of it): apt-get and dpkg-query were not found." \
-                "The packages that are needed stand in scripts/packages.txt."
+                "The packages that are needed stand in scripts/packages.txt and scripts/test-packages.txt."
     local -a needed missing as_root=()
     mapfile -t needed < <(needed_packages)
     mapfile -t missing < <(missing_packages "${needed[@]}")

@@ -73,6 +73,7 @@ public:
     /// Sends a line that nobody asked for; text includes its line end.
     void sendUnasked(std::string line, InstrumentTime now);
 
+    /// What the optics see at a time that is not before the last one.
     BoardLight light(InstrumentTime time) const;
     const Stage& stage() const { return m_stage; }
     /// The motor driver's amplitudes as last set: acceleration, deceleration, run, hold.

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+/// What a traced call asked for.
 enum class CallKind { Open, Close, Fcntl, BusAddress, BusWrite, BusRead, Request, Map, Unmap };
 
 /// One call that the program made of a simulated device.
@@ -28,6 +29,7 @@ class CallTrace
 public:
     explicit CallTrace(std::size_t limit) : m_limit(limit) {}
 
+    /// Remembers a call.
     void add(TracedCall call);
     std::vector<TracedCall> calls() const;
     /// The calls of one kind only, oldest first.

@@ -49,6 +49,7 @@ struct CameraFaultRule
 class CameraFaults
 {
 public:
+    /// Switches a fault on, beside those that are on already.
     void enable(const CameraFaultRule& rule);
     /// Switches a fault on by its command line form, "name", "name:N" or, for ioctls,
     /// "ioctl:VIDIOC_QBUF[:EIO[:N]]"; false where that names no fault, request or errno.

@@ -14,6 +14,7 @@
 #include "simulator/FrameSource.h"
 #include "simulator/InstrumentTime.h"
 
+/// How the driver answers where drivers differ.
 struct CaptureParameters
 {
     /// Fewest and most buffers that a request for buffers is granted.

@@ -33,6 +33,7 @@ inline constexpr std::array<PictureMode, 3> kPictureModes{{
     {2592, 1944, 15, 1.0, 0.0, 0.0},
 }};
 
+/// Focus, light and noise.
 struct OpticsParameters
 {
     std::uint32_t seed = 1;

@@ -5,6 +5,7 @@
 
 #include "simulator/FrameSource.h"
 
+/// How the way from the sensor to the driver behaves.
 struct PictureSourceParameters
 {
     /// Frames that pass before a change of stage, light or registers reaches the picture.

@@ -43,6 +43,7 @@ using InstrumentClock = std::function<InstrumentTime()>;
 class SimulatedDeviceCalls : public DeviceCalls
 {
 public:
+    /// What has happened since the construction.
     struct Counters
     {
         std::uint64_t framesDelivered = 0;
@@ -80,6 +81,7 @@ public:
     /// Tells whoever waits for a frame that the clock was moved on. Any thread.
     void clockMoved();
 
+    /// The faults in force, and the calls so far. Any thread.
     CameraFaults& faults() { return m_faults; }
     CallTrace& trace() { return m_trace; }
     Counters counters() const;

@@ -66,6 +66,7 @@ public:
     /// Puts a slide of that kind under the microscope, made by the parameters' seed and values.
     void putSlide(SlideKind kind);
 
+    /// The parts, for their faults and for more of the truth. Only of an instrument without error().
     BoardPort& board() { return *m_board; }
     SimulatedDeviceCalls& camera() { return *m_camera; }
     InstrumentTree& tree() { return *m_tree; }

@@ -30,8 +30,10 @@ struct SlideDisc
     double focusOffset_steps = 0.0;
 };
 
+/// What a slide carries: stained cells, the two dots of the calibration target, or nothing.
 enum class SlideKind { Cells, Target, Empty };
 
+/// What is on a slide, and how it lies.
 struct SlideParameters
 {
     SlideKind kind = SlideKind::Cells;

@@ -58,6 +58,7 @@ public:
     /// none. It stays in the mount table until it is unmounted, as on the real system.
     bool pull(const QString& device = UsbDisk().device);
 
+    /// Whether the disk of that device name is in.
     bool isPlugged(const QString& device = UsbDisk().device) const;
 
     /// Whether the mount table lists the disk.

@@ -89,6 +89,8 @@ private:
 
     // ORLA_II_Plus_Verifier_Stage.cpp
 public slots:
+    /// A non-blocking stage command was answered: asks for the position and shows it. The end
+    /// of homing and of an absolute move also unlock the window, which the latter locks.
     void slot_z_stage_origin();
     void slot_z_stage_mvn();
     void slot_z_stage_mvp();
@@ -138,6 +140,8 @@ private:
 
     // ORLA_II_Plus_Verifier_Trim.cpp: sensor settings and LED of the camera tab
 public:
+    /// Shows a setting as four hexadecimal digits, writes its two registers and keeps it in the
+    /// table of the staining, in the row of the resolution. Limits are the buttons' (RegisterSteps.h).
     void set_EXPOSURE(unsigned int value);
     void set_GAIN(unsigned int value);
     void set_COLOR_RED(unsigned int value);
@@ -232,6 +236,8 @@ private:
 
     // ORLA_II_Plus_Verifier_Autofocus.cpp
 public slots:
+    /// The run under way: where the stage stands, a sample taken, the samples of a sweep with
+    /// the index of the best, the end. All go to the log, the samples of a step to its review.
     void slot_move_z_position(int position_steps);
     void slot_progress_AutoFocusing(int step);
     void slot_review_AutoFocusing(int step, std::vector<AutoFocusingData_t> samples, int bestIndex);
@@ -247,11 +253,14 @@ private:
     // ORLA_II_Plus_Verifier_QC.cpp
 public slots:
     void slot_prepare_QC_measure();
+    /// What the frozen frame gave: point 0 or 1 at (x, y) in image pixels, a measurement, or the
+    /// reason why no point was found. Each unlocks the window.
     void slot_measure_point(int index, int x, int y);
     void slot_measure_result(MeasureInfo_t result);
     void slot_measure_error(TargetingError_e error);
 
 public:
+    /// Shows or hides the frozen frame and enables the tab's controls; other values do nothing.
     void setState_QC_widget(QC_widget_e state);
 
 private slots:

@@ -26,6 +26,7 @@ constexpr std::array<SensorSettingInfo, 5> kSensorSettings{{
     {8, 4095},  // blue, 0x3404 and 0x3405
 }};
 
+/// The row of a setting in kSensorSettings.
 constexpr const SensorSettingInfo& sensorSettingInfo(SensorSetting setting)
 {
     return kSensorSettings[static_cast<std::size_t>(setting)];
@@ -37,6 +38,7 @@ constexpr unsigned int kLedCoarseStep = 10;
 /// Largest LED level; reachable by the buttons only, typing ends one below.
 constexpr unsigned int kLedMaximum = 1000;
 
+/// The four step buttons of a setting.
 enum class SettingStep { FineDown, FineUp, CoarseDown, CoarseUp };
 
 /// The value after a press of a step button, kept within 0 and maximum; nothing when the

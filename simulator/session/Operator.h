@@ -84,6 +84,7 @@ public:
     /// Announces a dialog for a file's name, and the name that will be given to it.
     void expectFileDialog(const QString& fileName) { m_boxes.giveNextFileName(fileName); }
 
+    /// Adds a sentence to the trouble of the step under way.
     void noteTrouble(const QString& trouble);
     /// The trouble since the last call, unexpected boxes and expected ones that never came
     /// included; empty when all went well.

@@ -36,6 +36,7 @@ enum class Action {
     Finish,             ///< Let go of the stage and report the end.
 };
 
+/// Where the machine goes on, and what is to be done there.
 struct Transition
 {
     State next;
@@ -66,6 +67,7 @@ int boundedSteps(std::int64_t steps);
 /// First position of a sweep of `count` positions around `centre_steps`.
 int sweepStart(int centre_steps, int interval_steps, int count);
 
+/// What a look for the best sample found.
 struct BestSample
 {
     AutoFocusingResult_e result;

@@ -26,12 +26,14 @@ QRect searchWindow(QPoint target, QSize imageSize_px);
 class TargetSearch
 {
 public:
+    /// How many objects lie under the marker.
     enum class Outcome {
         Found,
         NoObject,
         ManyObjects,
     };
 
+    /// The point is meaningful only where one object was found.
     struct Result
     {
         Outcome outcome;

@@ -10,6 +10,7 @@
 class CaptureBuffers
 {
 public:
+    /// One mapping; start is never null.
     struct Buffer
     {
         void* start;

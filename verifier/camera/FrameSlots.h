@@ -8,8 +8,10 @@
 
 #include <QtGlobal>
 
+/// Gives memory of malloc and its like back.
 struct FreeDeleter
 {
+    /// free(3); a null pointer is nothing to free.
     void operator()(void* memory) const { std::free(memory); }
 };
 

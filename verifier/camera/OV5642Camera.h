@@ -75,6 +75,7 @@ public:
     /// Opens the capture device and clears the calibration sets; called once, on construction.
     void init();
     /// Switches sensor and capture device to a mode (0 to 2) and starts streaming.
+    /// \param mode          index of the mode
     /// \param settingsFile  the settings file whose register values are written to the sensor
     /// \param withInitTable write the sensor's start-up table before them (2.5 s)
     /// False after a failure, which is logged; the camera is then closed. A sensor that does
@@ -107,6 +108,7 @@ public:
     bool openFailed() const { return m_openFailed; }
 
 signals:
+    /// One log message: the emitting function's signature text, then labels and values.
     void sig_debug_Message(QStringList parts);
 
 private:
