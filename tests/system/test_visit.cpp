@@ -111,8 +111,9 @@ void TestVisit::theCalibrationIsJudgedByTheTarget()
 {
     QFETCH(QStringList, options);
     QFETCH(bool, holds);
-    const ProgramRun run(options + QStringList{"--session", "--instant", "--steps",
-                                               "slide,freeze,points,measure,live,intensity,exit,ended"});
+    const ProgramRun run(
+        options + QStringList{"--session", "--instant", "--steps",
+                              "centre,disk,autofocus,slide,freeze,points,measure,live,intensity,exit,ended"});
     QCOMPARE(run.exitStatus == 0, holds);
     QCOMPARE(run.output.contains(QRegularExpression("FAILED (freeze|points|measure)")), !holds);
     if (holds)
