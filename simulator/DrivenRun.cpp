@@ -143,7 +143,7 @@ private:
         }
         for (const QString& harm : written.harm)
             std::printf("settings file harmed: %s\n", qPrintable(harm));
-        std::printf("%d boxes unexpected or errors logged, %d controls left locked; report in %s\n",
+        std::printf("unexpected boxes and logged errors: %d; controls left locked: %d; report: %s\n",
                     unexpected(written), written.findings.lockedControls.size(),
                     qPrintable(QDir(directory).filePath("report.html")));
         std::fflush(stdout);

@@ -197,12 +197,14 @@ QString RepeatabilityTable::panel(std::size_t quantity) const
 QString RepeatabilityTable::svg() const
 {
     constexpr double kGap = 15.0;
-    constexpr int kColumns = 2;
+    constexpr std::size_t kColumns = 2;
     QString svg = QString::fromUtf8(kSvgHead).replace("%1", number(2.0 * kPanelHeight + 3.0 * kGap, 0));
-    for (std::size_t i = 0; i < kQuantities && !m_runs.empty(); ++i)
-        svg +=
-            QStringLiteral("<g transform=\"translate(%1 %2)\">%3</g>\n")
-                .arg(number(kGap + static_cast<double>(i % kColumns) * (kPanelWidth + kGap), 0),
-                     number(kGap + static_cast<double>(i / kColumns) * (kPanelHeight + kGap), 0), panel(i));
+    for (std::size_t i = 0; i < kQuantities && !m_runs.empty(); ++i) {
+        const std::size_t row = i / kColumns;
+        const std::size_t column = i % kColumns;
+        svg += QStringLiteral("<g transform=\"translate(%1 %2)\">%3</g>\n")
+                   .arg(number(kGap + static_cast<double>(column) * (kPanelWidth + kGap), 0),
+                        number(kGap + static_cast<double>(row) * (kPanelHeight + kGap), 0), panel(i));
+    }
     return svg + "</svg>\n";
 }

@@ -20,11 +20,11 @@ const QStringList kVisit{"window", "tabs", "handshake", "vga",  "1280", "5m",   
 // The order of the technician's day: the picture first, then the focus with it, then the
 // calibration at that focus, and what is known is saved before it can be lost.
 const QStringList kDay{
-    "window",     "tabs",     "handshake", "home",     "vga",         "1280",       "5m",        "led",
-    "gain",       "exposure", "colours",   "jog",      "save-camera", "staining",   "focus",     "rotate",
-    "centre",     "disk",     "autofocus", "graph",    "reference",   "save-stage", "capture",   "screenshot",
-    "slide",      "freeze",   "miss",      "points",   "measure",     "live",       "intensity", "serial",
-    "skip-frame", "save-qc",  "password",  "consoles", "stay",        "exit",       "ended",     "parked"};
+    "window",     "tabs",    "handshake", "vga",         "1280",      "5m",         "led",       "gain",
+    "exposure",   "colours", "jog",       "save-camera", "staining",  "focus",      "rotate",    "home",
+    "centre",     "disk",    "autofocus", "graph",       "reference", "save-stage", "capture",   "screenshot",
+    "slide",      "freeze",  "miss",      "points",      "measure",   "live",       "intensity", "serial",
+    "skip-frame", "save-qc", "password",  "consoles",    "stay",      "exit",       "ended",     "parked"};
 
 const QStringList kCalibration{"window", "handshake", "centre", "autofocus", "slide", "freeze",
                                "points", "measure",   "live",   "exit",      "ended"};

@@ -46,7 +46,7 @@ td a { color: inherit; text-decoration-color: var(--line); }
 .step dl { display: grid; grid-template-columns: 74px 1fr; margin: 6px 0 0; gap: 2px 10px; }
 dt { color: var(--soft); } dd { margin: 0; overflow-wrap: anywhere; }
 .mark { float: right; font-size: 13px; }
-.pictures { display: grid; grid-template-columns: repeat(auto-fill, minmax(310px, 1fr)); gap: 12px;
+.pictures { display: grid; grid-template-columns: repeat(auto-fill, minmax(400px, 1fr)); gap: 12px;
   margin-top: 10px; }
 figure { margin: 0; } figure img { width: 100%; display: block; border: 1px solid var(--line);
   border-radius: 6px; }
