@@ -93,7 +93,7 @@ const std::vector<OptionRow>& optionRows()
          [](SimulatorOptions& options, const QString& value) { options.place.root = value; }},
         {"disk", "CONDITION[,out]",
          "a USB disk, good, unmountable, full or read-only; \"out\": not yet plugged in; once or twice",
-         readDisk},
+         readDisk, true},
         {"instant", "", "stage motion and pauses take no time",
          [](SimulatorOptions& options, const QString&) { options.parameters.instant = true; }, true},
         {"visit", "", "drives the window through a short visit, and judges what it sees",

@@ -37,6 +37,7 @@ public:
     /// empty.
     void add(std::uint32_t seed, bool holds, const QJsonObject& session);
 
+    /// Over the runs so far that have the quantity.
     Statistics statistics(std::size_t quantity) const;
     /// The run added last, in a line for people.
     QString lastRunText() const;

@@ -10,6 +10,7 @@
 /// A line of a file's two states.
 struct DifferenceLine
 {
+    /// Where the line stands: in both states, only before, only after.
     enum Kind { Same, Removed, Added };
 
     Kind kind;
