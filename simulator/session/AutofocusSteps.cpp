@@ -11,9 +11,8 @@ namespace {
 
 constexpr std::size_t kSamples = 15;
 constexpr int kSampleDistance_steps = 640;
-// The nearest sample may lie half a distance from the focus; the frame of a sample may have
-// been taken while the stage still moved.
-constexpr double kFocusTolerance_steps = 0.75 * kSampleDistance_steps;
+// What the sweep promises: within one interval, with frames that may be a little old.
+constexpr double kFocusTolerance_steps = kSampleDistance_steps;
 constexpr int kRun_ms = 60000;
 constexpr int kDisk_ms = 10000;
 const QString kNoDisk = QStringLiteral("Please insert USB disk !!!");

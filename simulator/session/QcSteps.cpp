@@ -13,7 +13,7 @@ constexpr int kStroke_px = 300;
 // A finger meets a dot, but not its middle.
 constexpr QPoint kBesideTheDot(5, -4);
 constexpr QPoint kWideOfTheDot(0, 120);
-// A point is cut off to whole pixels, up to one below the dot's middle on each axis.
+// A point is cut off to whole pixels, and so is the truth that it is held against.
 constexpr double kPointTolerance_px = 1.0;
 constexpr double kLengthTolerance_px = 1.5;
 constexpr double kIntensityTolerance = 3.0;
@@ -137,10 +137,10 @@ StepResult QcSteps::points()
         m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after a search"));
         m_hand.takePicture("point-" + digit);
         found[index] = pointShown("EDIT_POINT_" + digit);
-        figures.push_back(
-            {"point " + digit + " x", "px", found[index].x(), dots[index].x_px, kPointTolerance_px});
-        figures.push_back(
-            {"point " + digit + " y", "px", found[index].y(), dots[index].y_px, kPointTolerance_px});
+        figures.push_back({"point " + digit + " x", "px", found[index].x(), std::floor(dots[index].x_px),
+                           kPointTolerance_px});
+        figures.push_back({"point " + digit + " y", "px", found[index].y(), std::floor(dots[index].y_px),
+                           kPointTolerance_px});
     }
     const QPointF way = found[1] - found[0];
     m_foundLength_px = std::hypot(way.x(), way.y());
