@@ -17,6 +17,7 @@ class Panel : public QMainWindow
 public:
     Panel()
     {
+        Q_INIT_RESOURCE(GUI);
         ui.setupUi(this);
         setFixedSize(kWindow.size());
         ui.QC_MEASURE->hide();

@@ -230,6 +230,18 @@ private slots:
         QCOMPARE(m_panel->ui.BUTTON_EXIT->grab().toImage().pixelColor(8, 8), QColor(255, 85, 0));
     }
 
+    void exitReadsAsOffWhileTheWindowIsLocked()
+    {
+        m_panel->show();
+        QPushButton* exit = m_panel->ui.BUTTON_EXIT;
+        const auto ground = [exit] { return exit->grab().toImage().pixelColor(8, 8); };
+        QCOMPARE(ground(), QColor(255, 85, 0));
+        m_panel->setEnabled(false);
+        QVERIFY2(ground().saturation() < 80, qPrintable(ground().name()));
+        m_panel->setEnabled(true);
+        QCOMPARE(ground(), QColor(255, 85, 0));
+    }
+
     void allTabsShowWithoutScrolling()
     {
         m_panel->show();

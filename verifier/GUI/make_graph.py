@@ -2,12 +2,12 @@
 """Draws the axes of the focus graph as a PNG: make_graph.py <output file>.
 
 561 x 251 pixels: fifteen samples 40 pixels apart from the left edge, ten value steps of
-25 pixels up from the bottom edge. Only the standard library is used.
+25 pixels up from the bottom edge.
 """
 
-import struct
 import sys
-import zlib
+
+from png import write_png
 
 WIDTH, HEIGHT = 561, 251
 SAMPLE_SPACING, VALUE_SPACING = 40, 25
@@ -38,18 +38,5 @@ def draw():
     return rows
 
 
-def chunk(kind, data):
-    body = kind + data
-    return struct.pack(">I", len(data)) + body + struct.pack(">I", zlib.crc32(body))
-
-
-def png(rows):
-    raw = b"".join(b"\0" + bytes(value for pixel in row for value in pixel) for row in rows)
-    header = struct.pack(">IIBBBBB", WIDTH, HEIGHT, 8, 2, 0, 0, 0)
-    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", zlib.compress(raw, 9))
-            + chunk(b"IEND", b""))
-
-
 if __name__ == "__main__":
-    with open(sys.argv[1], "wb") as output:
-        output.write(png(draw()))
+    write_png(sys.argv[1], draw())
