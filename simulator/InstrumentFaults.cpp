@@ -21,6 +21,20 @@ constexpr TreeFault kTreeFaults[] = {
      &InstrumentFaults::noDisplayParameter},
 };
 
+struct DiskFault
+{
+    const char* name;
+    const char* text;
+    UsbDiskCondition condition;
+};
+
+constexpr DiskFault kDiskFaults[] = {
+    {"unmountable-disk", "a USB disk cannot be mounted", UsbDiskCondition::Unmountable},
+    {"full-disk", "nothing fits on a USB disk", UsbDiskCondition::Full},
+    {"read-only-disk", "a USB disk cannot be written", UsbDiskCondition::ReadOnly},
+    {"pulled-disk", "a USB disk is pulled some seconds after it was plugged in", UsbDiskCondition::Pulled},
+};
+
 /// "name[:COMMAND[:N]]"; false where it is no fault of the line.
 bool addLineFault(InstrumentFaults& faults, const std::string& text)
 {
@@ -50,6 +64,8 @@ std::vector<InstrumentFaultText> instrumentFaultTexts()
     std::vector<InstrumentFaultText> texts;
     for (const TreeFault& fault : kTreeFaults)
         texts.push_back({fault.name, "", fault.text});
+    for (const DiskFault& fault : kDiskFaults)
+        texts.push_back({fault.name, "", fault.text});
     for (const LineFaultText& fault : kLineFaults)
         texts.push_back({fault.name, "[:COMMAND[:N]]", fault.text});
     for (const CameraFaultText& fault : cameraFaultTexts())
@@ -62,6 +78,11 @@ std::string addFault(InstrumentFaults& faults, const std::string& text)
     for (const TreeFault& fault : kTreeFaults)
         if (text == fault.name) {
             faults.*fault.flag = true;
+            return {};
+        }
+    for (const DiskFault& fault : kDiskFaults)
+        if (text == fault.name) {
+            faults.disk = fault.condition;
             return {};
         }
     if (addLineFault(faults, text))

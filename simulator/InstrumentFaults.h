@@ -1,10 +1,12 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "simulator/CameraFaults.h"
 #include "simulator/LineFault.h"
+#include "simulator/UsbPort.h"
 
 /// What is wrong with a simulated instrument from its power-on.
 struct InstrumentFaults
@@ -16,6 +18,7 @@ struct InstrumentFaults
     bool noSettingsFiles = false;
     bool unreadableSettingsFiles = false;
     bool noDisplayParameter = false;
+    std::optional<UsbDiskCondition> disk; ///< what is wrong with every USB disk
 };
 
 /// A fault's form on the command line and what it does.

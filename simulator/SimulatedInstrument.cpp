@@ -91,6 +91,10 @@ bool SimulatedInstrument::createFiles(const InstrumentParameters& parameters, co
         m_error = QStringLiteral("The instrument's files cannot be written below %1.").arg(m_root);
         return false;
     }
+    if (faults.disk && !m_usb->spoilDisks(*faults.disk)) {
+        m_error = QStringLiteral("Full and read-only USB disks need the right to mount.");
+        return false;
+    }
     if (!givenMainSettings && !parameters.zigMode)
         replaceInFile(m_root + kMainSettings, "mode=On", "mode=Off");
     for (const QString& file : kSettingsFiles) {

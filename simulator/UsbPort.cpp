@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QTimer>
 
 #include "simulator/ShellScript.h"
 
@@ -105,8 +106,22 @@ bool UsbPort::install()
     return true;
 }
 
-bool UsbPort::plug(const UsbDisk& disk)
+bool UsbPort::spoilDisks(UsbDiskCondition condition)
 {
+    const UsbDisk trial{QStringLiteral("trial"), QStringLiteral("trial"), condition};
+    const bool possible = plug(trial);
+    pull(trial.device);
+    QDir(m_root + kDisks + QLatin1Char('/') + trial.device).removeRecursively();
+    if (possible)
+        m_goodDisk = condition;
+    return possible;
+}
+
+bool UsbPort::plug(const UsbDisk& wanted)
+{
+    UsbDisk disk = wanted;
+    if (disk.condition == UsbDiskCondition::Good)
+        disk.condition = m_goodDisk;
     const QString home = m_root + kDisks + QLatin1Char('/') + disk.device;
     if (!m_installed || isPlugged(disk.device) || !QDir().mkpath(home))
         return false;
@@ -116,10 +131,18 @@ bool UsbPort::plug(const UsbDisk& disk)
     const QString link = m_root + kLinks + QLatin1Char('/') + disk.uuid;
     // The link comes last: it is what the verifier watches for.
     if (makeCondition(disk) && ::symlink(path(QStringLiteral("../usb/") + disk.device), path(node)) == 0 &&
-        ::symlink(path(QStringLiteral("../../") + disk.device), path(link)) == 0)
+        ::symlink(path(QStringLiteral("../../") + disk.device), path(link)) == 0) {
+        if (disk.condition == UsbDiskCondition::Pulled)
+            pullLater(disk.device);
         return true;
+    }
     pull(disk.device);
     return false;
+}
+
+void UsbPort::pullLater(const QString& device)
+{
+    QTimer::singleShot(kPulledAfter_ms, &m_timers, [this, device] { pull(device); });
 }
 
 bool UsbPort::makeCondition(const UsbDisk& disk)
@@ -128,7 +151,7 @@ bool UsbPort::makeCondition(const UsbDisk& disk)
     if (disk.condition == UsbDiskCondition::Unmountable)
         return QFile(m_root + kDisks + QLatin1Char('/') + disk.device + kUnmountable)
             .open(QIODevice::WriteOnly);
-    if (disk.condition == UsbDiskCondition::Good)
+    if (disk.condition == UsbDiskCondition::Good || disk.condition == UsbDiskCondition::Pulled)
         return true;
     if (::mount("none", path(files), "tmpfs", 0, kSmallDiskSize) != 0)
         return false;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QObject>
 #include <QString>
 #include <QStringList>
 
@@ -10,6 +11,7 @@ enum class UsbDiskCondition {
     Unmountable, ///< mount refuses it
     Full,        ///< holds 16 KiB, all of them in use
     ReadOnly,    ///< nothing can be written to it
+    Pulled,      ///< somebody pulls it kPulledAfter_ms after it was plugged in
 };
 
 /// One USB disk. The same device name means the same disk: its files are there again when it
@@ -38,6 +40,9 @@ struct UsbDisk
 class UsbPort
 {
 public:
+    /// When a disk of the condition Pulled goes out again: in the middle of an autofocus log.
+    static constexpr int kPulledAfter_ms = 4000;
+
     /// root: machine path of the directory that stands in for "/"; need not exist.
     explicit UsbPort(const QString& root);
     /// Pulls all disks and puts PATH back as it was.
@@ -49,6 +54,10 @@ public:
     /// Creates the directories, an empty mount table and the stand-ins, and puts these first
     /// on the process's PATH. False if the root directory cannot be written.
     bool install();
+
+    /// From now on every good disk that is plugged in has this condition. False, and nothing
+    /// changed, if the condition cannot be made here.
+    bool spoilDisks(UsbDiskCondition condition);
 
     /// Plugs a disk in. False if a disk of that device is plugged in already, or if its
     /// condition cannot be made here; nothing is plugged in then.
@@ -72,8 +81,11 @@ public:
 
 private:
     bool makeCondition(const UsbDisk& disk);
+    void pullLater(const QString& device);
 
     QString m_root; ///< canonical once installed
     QByteArray m_searchPath;
     bool m_installed = false;
+    UsbDiskCondition m_goodDisk = UsbDiskCondition::Good; ///< what a good disk is like here
+    QObject m_timers;                                     ///< whose pulls go with the port
 };

@@ -18,11 +18,12 @@ struct ConditionName
     UsbDiskCondition condition;
 };
 
-constexpr std::array<ConditionName, 4> kConditions{{
+constexpr std::array<ConditionName, 5> kConditions{{
     {"good", UsbDiskCondition::Good},
     {"unmountable", UsbDiskCondition::Unmountable},
     {"full", UsbDiskCondition::Full},
     {"read-only", UsbDiskCondition::ReadOnly},
+    {"pulled", UsbDiskCondition::Pulled},
 }};
 
 const QString kOut = QStringLiteral("out");
@@ -61,8 +62,9 @@ QString readPlannedDisk(const QString& text, PlannedDisk& disk)
         disk = {condition.condition, words.size() == 1};
         return {};
     }
-    return QStringLiteral("A disk is good, unmountable, full or read-only, with \",out\" where it is not "
-                          "plugged in yet, not \"%1\".")
+    return QStringLiteral(
+               "A disk is good, unmountable, full, read-only or pulled, with \",out\" where it is not "
+               "plugged in yet, not \"%1\".")
         .arg(text);
 }
 

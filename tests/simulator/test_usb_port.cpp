@@ -60,6 +60,26 @@ private slots:
         QVERIFY(!m_port->pull());
     }
 
+    void aSpoiledPortSpoilsEveryGoodDisk()
+    {
+        QVERIFY(m_port->spoilDisks(UsbDiskCondition::Unmountable));
+        QVERIFY(QDir(m_root + "/dev/disk/by-uuid").isEmpty());
+        QVERIFY(QDir(m_root + "/usb").entryList(QDir::Dirs | QDir::NoDotAndDotDot).isEmpty());
+        for (const UsbDisk& disk : {UsbDisk{"sda1", "A"}, UsbDisk{"sdb1", "B"}}) {
+            QVERIFY(m_port->plug(disk));
+            QCOMPARE(QProcess::execute("mount", {"/dev/" + disk.device, "/mnt"}), kFailed);
+        }
+    }
+
+    void aDiskThatSomebodyPullsGoesByItself()
+    {
+        QVERIFY(m_port->plug({"sda1", "A", UsbDiskCondition::Pulled}));
+        QTest::qWait(UsbPort::kPulledAfter_ms / 2);
+        QVERIFY(m_port->isPlugged("sda1"));
+        QTRY_VERIFY(!m_port->isPlugged("sda1"));
+        QVERIFY(QDir(m_root + "/dev/disk/by-uuid").isEmpty());
+    }
+
     void theStandInsComeFirstOnTheSearchPathAndGoWithThePort()
     {
         QVERIFY(qgetenv("PATH").startsWith(QFile::encodeName(m_root + "/bin:")));
