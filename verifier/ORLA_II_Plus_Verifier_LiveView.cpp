@@ -85,7 +85,11 @@ void ORLA_II_Plus_Verifier::paintPicture(QPainter& painter)
         painter.drawPixmap(target, picture, QRect(0, 0, m_frameWidth_px, m_frameHeight_px));
         return;
     }
-    painter.drawPixmap(target, picture, QRect(m_viewOffset, m_viewRect.size()));
+    const QRect source(m_viewOffset, m_viewRect.size());
+    // An offset left from a larger mode: where the frame ends, the old picture must not stay.
+    if (!picture.rect().contains(source))
+        painter.fillRect(target, palette().window());
+    painter.drawPixmap(target, picture, source);
     paintNavigator(painter);
 }
 

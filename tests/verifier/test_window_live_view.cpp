@@ -1,5 +1,7 @@
 #include <QCheckBox>
 #include <QMouseEvent>
+#include <QPainter>
+#include <QScreen>
 #include <QtTest>
 
 #include "camera/OV5642Camera.h"
@@ -86,6 +88,84 @@ private slots:
         }
     }
 
+    void theViewIsTheFrameAndItsMarksToThePixel_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<bool>("scaled");
+        QTest::newRow("VGA, scaled") << 0 << true;
+        QTest::newRow("VGA") << 0 << false;
+        QTest::newRow("1280, scaled") << 1 << true;
+        QTest::newRow("1280") << 1 << false;
+        QTest::newRow("5M, scaled") << 2 << true;
+        QTest::newRow("5M") << 2 << false;
+    }
+
+    void theViewIsTheFrameAndItsMarksToThePixel()
+    {
+        QFETCH(int, mode);
+        QFETCH(bool, scaled);
+        switchTo(mode);
+        setChecked("CHECK_SCALED_TO_FIT", scaled);
+        if (!scaled)
+            drag({500, 400}, {300, 250});
+        const QPoint offset = scaled || mode == 0 ? QPoint(0, 0) : QPoint(200, 150);
+        const QImage frame = currentFrame();
+
+        QImage expected(640, 480, QImage::Format_RGB32);
+        QPainter painter(&expected);
+        painter.drawImage(QRect(0, 0, 640, 480), frame,
+                          scaled ? frame.rect() : QRect(offset, QSize(640, 480)));
+        if (!scaled) {
+            painter.setPen(QColor(255, 255, 0));
+            painter.drawRect(0, 0, 80, 60);
+            const QRect positions[] = {{0, 0, 80, 60}, {12, 9, 40, 30}, {6, 4, 20, 15}};
+            painter.drawRect(positions[mode]);
+        }
+        QCOMPARE(grabView().convertToFormat(QImage::Format_RGB32), expected);
+        setChecked("CHECK_CROSS_LINE", true);
+        painter.setPen(QColor(255, 0, 0));
+        painter.drawLine(0, 240, 640, 240);
+        painter.drawLine(320, 0, 320, 480);
+        painter.end();
+        QCOMPARE(grabView().convertToFormat(QImage::Format_RGB32), expected);
+    }
+
+    // The view offset outlives the mode, and may lie beyond a smaller mode's frame.
+    void whereTheFrameEndsNothingOldIsLeftStanding_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<QPoint>("offset");
+        QTest::newRow("VGA, beyond it") << 0 << QPoint(1952, 1464);
+        QTest::newRow("1280, partly") << 1 << QPoint(900, 700);
+        QTest::newRow("1280, beyond it to the right only") << 1 << QPoint(1500, 0);
+    }
+
+    void whereTheFrameEndsNothingOldIsLeftStanding()
+    {
+        QFETCH(int, mode);
+        QFETCH(QPoint, offset);
+        switchTo(2);
+        setChecked("CHECK_SCALED_TO_FIT", false);
+        for (QPoint left = offset; !left.isNull();) {
+            const QPoint step(qMin(left.x(), 600), qMin(left.y(), 440));
+            drag(QPoint(10, 10) + step, {10, 10});
+            left -= step;
+        }
+        QVERIFY(m_fixture->waitForFrames(2));
+        switchTo(mode);
+
+        const QImage screen = viewOnScreen();
+        const QImage frame = currentFrame();
+        const QColor ground = m_fixture->window().palette().color(QPalette::Window);
+        for (const QPoint& point : probes()) {
+            if (QRect(0, 0, 81, 61).contains(point))
+                continue;
+            const QPoint shown = point + offset;
+            QCOMPARE(screen.pixelColor(point),
+                     frame.rect().contains(shown) ? frame.pixelColor(shown) : ground);
+        }
+    }
+
     void theNavigatorIsDrawnOnlyAtOneToOne()
     {
         const QColor yellow(255, 255, 0);
@@ -146,6 +226,39 @@ private slots:
         const QRect before = navigator();
         drag(press, {200, 100});
         QCOMPARE(navigator(), before);
+    }
+
+    void aPointBetweenTwoPixelsIsTheNearer_data()
+    {
+        QTest::addColumn<QPointF>("press");
+        QTest::addColumn<QPointF>("move");
+        QTest::addColumn<QPoint>("offset");
+        const QPoint still(300, 230);
+        QTest::newRow("press on the left border") << QPointF(0.4, 240) << QPointF(201, 240) << still;
+        QTest::newRow("press beside it") << QPointF(0.5, 240) << QPointF(201, 240) << still - QPoint(200, 0);
+        QTest::newRow("press on the lower border") << QPointF(320, 478.5) << QPointF(320, 300) << still;
+        QTest::newRow("press above it") << QPointF(320, 478.4) << QPointF(320, 300) << still + QPoint(0, 178);
+        QTest::newRow("move onto the border")
+            << QPointF(320, 240) << QPointF(-0.4, 240) << still + QPoint(320, 0);
+        QTest::newRow("move beyond it") << QPointF(320, 240) << QPointF(-0.6, 240) << still;
+        QTest::newRow("move by parts")
+            << QPointF(320.6, 240.4) << QPointF(319.6, 239.5) << still + QPoint(1, 0);
+    }
+
+    void aPointBetweenTwoPixelsIsTheNearer()
+    {
+        QFETCH(QPointF, press);
+        QFETCH(QPointF, move);
+        QFETCH(QPoint, offset);
+        setChecked("CHECK_SCALED_TO_FIT", false);
+        drag({310, 240}, {10, 10});
+        drag(press, move);
+        const QImage view = grabView();
+        const QImage frame = currentFrame();
+        for (const QPoint& point : probes()) {
+            if (!QRect(0, 0, 81, 61).contains(point))
+                QCOMPARE(view.pixel(point), frame.pixel(point + offset));
+        }
     }
 
     void aMoveOntoTheBorderPansAndOneBeyondDoesNot()
@@ -256,12 +369,71 @@ private slots:
         QVERIFY(m_fixture->messages().contains("camera_mode: 1 , ini_file " + file));
     }
 
+    void aSwitchLocksTheWindowAndSaysItsSteps_data()
+    {
+        QTest::addColumn<QString>("button");
+        QTest::addColumn<int>("mode");
+        QTest::newRow("VGA") << "BUTTON_RESOLUTION_VGA" << 0;
+        QTest::newRow("1280") << "BUTTON_RESOLUTION_1280" << 1;
+        QTest::newRow("5M") << "BUTTON_RESOLUTION_5M" << 2;
+        QTest::newRow("NTB") << "BUTTON_STAINING_NTB" << 1;
+        QTest::newRow("TB") << "BUTTON_STAINING_TB" << 1;
+        QTest::newRow("back to NTB") << "BUTTON_STAINING_NTB" << 1;
+    }
+
+    void aSwitchLocksTheWindowAndSaysItsSteps()
+    {
+        QFETCH(QString, button);
+        QFETCH(int, mode);
+        QStringList steps;
+        const auto note = [&](const QStringList& parts) {
+            steps << (m_fixture->window().isEnabled() ? "free: " : "locked: ") + parts.join(' ');
+        };
+        const auto ofWindow =
+            connect(&m_fixture->window(), &ORLA_II_Plus_Verifier::sig_debug_Message, this, note);
+        const auto ofCamera = connect(camera(), &OV5642Camera::sig_debug_Message, this, note);
+        m_fixture->click(qPrintable(button));
+        disconnect(ofWindow);
+        disconnect(ofCamera);
+        const QString window = "void ORLA_II_Plus_Verifier::";
+        const QString file = button.endsWith("_TB") ? "CUS" : "BFN";
+        QCOMPARE(
+            steps,
+            QStringList(
+                {"free: " + window + "on_" + button + "_clicked()", "locked: " + window + "stopCamera()",
+                 QString("locked: bool OV5642Camera::open(int, std::string, bool) camera_mode: %1 , ini_file "
+                         "/opt/ORLA3/conf/Calibration_%2.ini")
+                     .arg(mode)
+                     .arg(file),
+                 QString("locked: %1startCamera(int) %2").arg(window).arg(mode),
+                 "locked: " + window + "getCamera_reg()"}));
+        QVERIFY(m_fixture->window().isEnabled());
+    }
+
+    void aStoppedCameraLeavesItsLastFrameAndAsksForNone()
+    {
+        QVERIFY(m_fixture->waitForFrames(2));
+        const QImage before = grabView();
+        m_fixture->window().stopCamera();
+        QSignalSpy answers(&m_fixture->window(), &ORLA_II_Plus_Verifier::updateFrameDone);
+        m_fixture->window().repaint();
+        QCOMPARE(m_fixture->window().grab(QRect(0, 0, 640, 480)).toImage(), before);
+        QCOMPARE(answers.count(), 0);
+        m_fixture->click("BUTTON_RESOLUTION_1280");
+        QVERIFY(m_fixture->waitForFrames(2));
+    }
+
     void theSensorRestsHalfASecondOnlyAfterAClose()
     {
-        const auto pausedBefore = m_fixture->camera().counters().paused_us;
+        // All other pauses are the capture thread's, between two of which it may stand now.
+        constexpr std::uint64_t kCapturePause_us = 10000;
+        const auto then = m_fixture->camera().counters();
         m_fixture->window().stopCamera();
         QVERIFY(!camera()->isStreaming());
-        QVERIFY(m_fixture->camera().counters().paused_us - pausedBefore >= 500000);
+        const auto now = m_fixture->camera().counters();
+        const auto rest = now.paused_us - then.paused_us;
+        QVERIFY(rest >= 500000);
+        QVERIFY(rest <= 500000 + (now.pauses - then.pauses) * kCapturePause_us);
         const auto before = m_fixture->camera().counters().pauses;
         m_fixture->clearConsoles();
         m_fixture->window().stopCamera();
@@ -373,14 +545,22 @@ private:
         return frame.convertToFormat(QImage::Format_RGB32);
     }
 
-    void send(QEvent::Type type, const QPoint& point)
+    /// What stands on the panel: the window's own picture, painted over frame by frame.
+    QImage viewOnScreen()
+    {
+        ORLA_II_Plus_Verifier& window = m_fixture->window();
+        m_fixture->waitForFrames(2);
+        return window.screen()->grabWindow(window.winId(), 0, 0, 640, 480).toImage();
+    }
+
+    void send(QEvent::Type type, const QPointF& point)
     {
         const auto buttons = type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton;
         QMouseEvent event(type, point, Qt::LeftButton, buttons, Qt::NoModifier);
         QCoreApplication::sendEvent(&m_fixture->window(), &event);
     }
 
-    void drag(const QPoint& from, const QPoint& to)
+    void drag(const QPointF& from, const QPointF& to)
     {
         send(QEvent::MouseButtonPress, from);
         send(QEvent::MouseMove, to);
