@@ -3,6 +3,7 @@
 #include <QtTest>
 
 #include "camera/OV5642Camera.h"
+#include "settings/SettingsFiles.h"
 #include "tests/support/CameraCalls.h"
 
 namespace {
@@ -37,6 +38,15 @@ private slots:
         QCOMPARE(camera.getFrame(), nullptr);
         QCOMPARE(machine.openDescriptors(CameraCalls::kVideo), 1);
         QCOMPARE(machine.misuses(), QStringList());
+    }
+
+    void nothingOfTheWorkTableOutlivesTheStream()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, kBfnCalibrationFile, false));
+        QVERIFY(camera.close());
+        QCOMPARE(camera.setRegisters(10), 0);
     }
 
     void theCaptureThreadIsGoneOnceTheStreamIsStopped()

@@ -138,6 +138,23 @@ private slots:
         QCOMPARE(torn, 0);
     }
 
+    void theThreadRestsTenMillisecondsARound()
+    {
+        constexpr int kRounds = 20;
+        constexpr int kRest_ms = 10;
+        Bench bench;
+        // Answered on the thread itself, before it rests: a frame a round.
+        connect(
+            &bench.grabber, &GrabThread::grabDone, &bench.grabber, [&bench] { bench.grabber.grab(); },
+            Qt::DirectConnection);
+        bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
+        QElapsedTimer timer;
+        timer.start();
+        bench.grabber.start(QThread::InheritPriority);
+        QTRY_VERIFY(bench.delivered >= kRounds);
+        QVERIFY(timer.elapsed() >= (kRounds - 1) * kRest_ms);
+    }
+
     void aCameraWithoutAFrameIsSurvivedAndAnswered()
     {
         Bench bench(false);

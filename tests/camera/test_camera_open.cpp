@@ -268,6 +268,13 @@ private slots:
             expected << QString("munmap %1").arg(1280 * 960 * 2);
         QCOMPARE(machine.calls(), expected);
 
+        // The window sizes its picture by a camera that failed, too.
+        QCOMPARE(camera.mode(), 1);
+        QCOMPARE(camera.width(), 1280u);
+        QCOMPARE(camera.height(), 960u);
+        QCOMPARE(camera.rgbFrameSize(), 3686400u);
+        QCOMPARE(camera.setRegisters(10), 0);
+
         QVERIFY(camera.open(1, kCusCalibrationFile, false));
         QVERIFY(camera.close());
         QCOMPARE(machine.liveMappings(), 0);

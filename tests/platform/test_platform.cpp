@@ -1,6 +1,8 @@
 #include <cerrno>
 
 #include <fcntl.h>
+#include <linux/videodev2.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <QRegularExpression>
@@ -85,6 +87,57 @@ private slots:
         QCOMPARE(errno, ENOTTY);
         QCOMPARE(calls.close(fd), 0);
         QCOMPARE(calls.close(fd), -1);
+    }
+
+    void aMappingIsThatPartOfTheDeviceAndSharedWithIt()
+    {
+        const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+        QTemporaryDir directory;
+        setInstrumentRoot(directory.path());
+        QFile file(directory.filePath("device"));
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        file.write(QByteArray(int(page), 'a') + QByteArray(int(page), 'b'));
+        QVERIFY(file.flush());
+
+        SystemDeviceCalls calls;
+        const int fd = calls.open("/device", O_RDWR);
+        QCOMPARE(calls.mmap(page, PROT_READ | PROT_WRITE, MAP_SHARED, -1, 0), MAP_FAILED);
+        auto* memory = static_cast<char*>(
+            calls.mmap(page, PROT_READ | PROT_WRITE, MAP_SHARED, fd, static_cast<off_t>(page)));
+        QVERIFY(memory != MAP_FAILED);
+        QCOMPARE(memory[0], 'b');
+        memory[0] = 'c';
+        QCOMPARE(calls.munmap(memory, page), 0);
+        // No longer mapped, so that another request of it fails.
+        QCOMPARE(::msync(memory, page, MS_ASYNC), -1);
+        QVERIFY(file.seek(int(page)));
+        QCOMPARE(file.read(1), QByteArray("c"));
+        QCOMPARE(calls.close(fd), 0);
+    }
+
+    void aFileIsNoCaptureDevice()
+    {
+        QTemporaryDir directory;
+        setInstrumentRoot(directory.path());
+        QFile file(directory.filePath("device"));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        SystemDeviceCalls calls;
+        const int fd = calls.open("/device", O_RDWR);
+        v4l2_capability capability = {};
+        QCOMPARE(calls.captureIoctl(fd, VIDIOC_QUERYCAP, &capability), -1);
+        QCOMPARE(errno, ENOTTY);
+        QCOMPARE(calls.close(fd), 0);
+    }
+
+    void aPauseLastsItsMicroseconds()
+    {
+        SystemDeviceCalls calls;
+        QElapsedTimer timer;
+        timer.start();
+        calls.pause(5000);
+        const qint64 elapsed_ns = timer.nsecsElapsed();
+        QVERIFY(elapsed_ns >= 5000000);
+        QVERIFY(elapsed_ns < 1000000000);
     }
 
     void waitingOnAnUnusableDescriptorIsAnError_data()

@@ -408,6 +408,8 @@ int CameraCalls::dequeueBuffer(v4l2_buffer& buffer)
 
 int CameraCalls::switchStream(bool on)
 {
+    if (!on && m_waiting)
+        m_misuses << "stream stopped while a thread waits for its frames";
     m_streaming = on;
     if (!on)
         m_queued.clear();
@@ -475,6 +477,8 @@ int CameraCalls::waitReadable(int fd, int timeout_ms)
         return static_cast<int>(result);
     if (!isOpen(fd, kVideo))
         return refuse(EBADF);
+    m_waiting = true;
     m_frameCame.wait_for(lock, kIdleWait, [this] { return frameReady(); });
+    m_waiting = false;
     return frameReady() ? 1 : 0;
 }

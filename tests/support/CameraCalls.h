@@ -74,7 +74,8 @@ public:
     int openDescriptors(const std::string& path) const;
     int liveMappings() const;
     bool isStreaming() const;
-    /// Calls that no driver would have accepted, for want of a valid descriptor or mapping.
+    /// Calls that no driver would have accepted, for want of a valid descriptor or mapping, and
+    /// streams that were stopped under the capture thread.
     QStringList misuses() const;
 
     // ---- DeviceCalls ----
@@ -144,5 +145,6 @@ private:
     bool m_endless = false;
     quint8 m_nextValue = 1;
     bool m_streaming = false;
+    bool m_waiting = false;
     int m_requeued = 0;
 };
