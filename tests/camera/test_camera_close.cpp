@@ -1,3 +1,5 @@
+#include <malloc.h>
+
 #include <QDir>
 #include <QSignalSpy>
 #include <QtTest>
@@ -10,6 +12,13 @@ namespace {
 
 const QStringList kRefused = {"bool OV5642Camera::close()", "[Error] VIDIOC_STREAMOFF"};
 const QString kUnmap = QString("munmap %1").arg(640 * 480 * 2);
+
+// What the process has allocated. A sanitizer's allocator tells nothing here, but of leaks.
+std::size_t allocatedBytes()
+{
+    const auto info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
 
 int entriesOf(const char* directory)
 {
@@ -120,6 +129,31 @@ private slots:
                  QStringList({"STREAMOFF", kUnmap, kUnmap, kUnmap, kUnmap, "close /dev/video0"}));
         QCOMPARE(machine.liveMappings(), 0);
         QCOMPARE(machine.misuses(), QStringList());
+    }
+
+    void noFrameOutlivesTheStreamOrARefusal_data()
+    {
+        QTest::addColumn<QString>("refused");
+        QTest::newRow("closed") << "";
+        for (const char* call : {"S_FMT", "REQBUFS", "QUERYBUF", "mmap", "QBUF", "STREAMON"})
+            QTest::newRow(call) << call;
+    }
+
+    void noFrameOutlivesTheStreamOrARefusal()
+    {
+        QFETCH(QString, refused);
+        CameraCalls machine;
+        OV5642Camera camera;
+        const std::size_t before = allocatedBytes();
+        if (!refused.isEmpty())
+            machine.failCall(refused, 1);
+        QCOMPARE(camera.open(2, "", false), refused.isEmpty());
+        if (refused.isEmpty()) {
+            QVERIFY(camera.getFrame() != nullptr);
+            QVERIFY(camera.close());
+        }
+        // Its smallest buffer, a copy of one frame, has ten million bytes; logging takes some too.
+        QVERIFY(allocatedBytes() < before + 1000000);
     }
 
     void thousandsOfModeSwitchesLeaveNothingBehind()

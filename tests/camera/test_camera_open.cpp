@@ -276,6 +276,7 @@ private slots:
         QCOMPARE(camera.setRegisters(10), 0);
 
         QVERIFY(camera.open(1, kCusCalibrationFile, false));
+        QVERIFY(!camera.openFailed());
         QVERIFY(camera.close());
         QCOMPARE(machine.liveMappings(), 0);
     }
