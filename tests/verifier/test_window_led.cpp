@@ -2,6 +2,7 @@
 #include <QPushButton>
 #include <QtTest>
 
+#include "Controller/Controller.h"
 #include "support/LayoutChecks.h"
 #include "verifier/TrimTab.h"
 
@@ -102,6 +103,23 @@ private slots:
         QCOMPARE(tab().ledEnabled(), enabledText(down, down, up, up));
         const QString line = QString("void ORLA_II_Plus_Verifier::set_LED(unsigned int)() %1 \n").arg(to);
         QCOMPARE(tab()->messages().count(line), to == kNothing ? 0 : 1);
+    }
+
+    void aLevelIsKeptAndShownBeforeItIsSent()
+    {
+        tab()->setText("EDIT_LED", "300");
+        int sent = 0;
+        const auto connection = connect(Controller::getInstance(), &Controller::sig_debug_Controller, this,
+                                        [&](const QString& line) {
+                                            if (!line.startsWith("$,LED4,BRT,"))
+                                                return;
+                                            ++sent;
+                                            QCOMPARE(global_ini()->LED_brightness, 301);
+                                            QCOMPARE(tab()->text("EDIT_LED"), QString("301"));
+                                        });
+        tab()->click("BUTTON_LED_FINE_UP");
+        disconnect(connection);
+        QCOMPARE(sent, 1);
     }
 
     void aHeldLedButtonRepeats()

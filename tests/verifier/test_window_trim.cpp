@@ -79,6 +79,28 @@ private slots:
         QCOMPARE(tab()->messages().count(line), to == kNothing ? 0 : 1);
     }
 
+    void aValueIsShownThenToldThenWrittenThenKept()
+    {
+        for (const Family& f : kFamilies) {
+            tab()->setText(f.edit, "0x0123");
+            tab().enableAll(f);
+            const global_ini_t before = *global_ini();
+            int told = 0;
+            const auto connection =
+                connect(&tab().window(), &Window::sig_debug_Message, this, [&](const QStringList& parts) {
+                    ++told;
+                    QCOMPARE(parts, QStringList({signatureOf(f), "0x0124"}));
+                    QCOMPARE(tab()->text(f.edit), QString("0x0124"));
+                    QVERIFY(tab().busCalls().isEmpty());
+                    QVERIFY(sameTables(*global_ini(), before));
+                });
+            tab()->click(f.fineUp);
+            disconnect(connection);
+            QCOMPARE(told, 1);
+            tab()->camera().trace().clear();
+        }
+    }
+
     void theSensorHoldsWhatIsShown()
     {
         for (const Family& f : kFamilies) {
