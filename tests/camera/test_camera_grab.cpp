@@ -141,7 +141,7 @@ private slots:
     void theThreadRestsTenMillisecondsARound()
     {
         constexpr int kRounds = 20;
-        constexpr int kRest_ms = 10;
+        constexpr qint64 kRest_ms = 10;
         Bench bench;
         // Answered on the thread itself, before it rests: a frame a round.
         connect(
