@@ -361,12 +361,15 @@ private slots:
         m_fixture->click(qPrintable(button));
         QCOMPARE(m_fixture->style(qPrintable(button)), QString(kHighlight));
         QCOMPARE(m_fixture->style(qPrintable(other)), QString(kPlain));
+        QCOMPARE(m_fixture->style("BUTTON_RESOLUTION_VGA"), QString(kHighlight));
         QVERIFY(m_fixture->messages().contains("camera_mode: 0 , ini_file " + file));
         QCOMPARE(camera()->mode(), 0);
         // The choice holds for the next resolution too.
         m_fixture->clearConsoles();
         m_fixture->click("BUTTON_RESOLUTION_1280");
         QVERIFY(m_fixture->messages().contains("camera_mode: 1 , ini_file " + file));
+        QCOMPARE(m_fixture->style(qPrintable(button)), QString(kHighlight));
+        QCOMPARE(m_fixture->style(qPrintable(other)), QString(kPlain));
     }
 
     void aSwitchLocksTheWindowAndSaysItsSteps_data()
