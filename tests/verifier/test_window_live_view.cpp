@@ -12,6 +12,19 @@ namespace {
 constexpr const char* kHighlight = "background-color: rgb(0, 170, 255);";
 constexpr const char* kPlain = "background-color: none;";
 
+/// Gathers what is painted of the widgets that it is installed on.
+struct PaintWatcher : QObject
+{
+    bool eventFilter(QObject*, QEvent* event) override
+    {
+        if (event->type() == QEvent::Paint)
+            painted |= static_cast<QPaintEvent*>(event)->region();
+        return false;
+    }
+
+    QRegion painted;
+};
+
 } // namespace
 
 class TestWindowLiveView : public QObject
@@ -35,16 +48,7 @@ private slots:
 
     void onlyTheLiveViewIsRepaintedPerFrame()
     {
-        struct Watcher : QObject
-        {
-            bool eventFilter(QObject*, QEvent* event) override
-            {
-                if (event->type() == QEvent::Paint)
-                    painted |= static_cast<QPaintEvent*>(event)->region();
-                return false;
-            }
-            QRegion painted;
-        } watcher;
+        PaintWatcher watcher;
         QVERIFY(m_fixture->waitForFrames(3));
         m_fixture->window().installEventFilter(&watcher);
         QVERIFY(m_fixture->waitForFrames(3));
@@ -269,6 +273,24 @@ private slots:
         setChecked("CHECK_SCALED_TO_FIT", true);
         drag({160, 240}, {-1, 240});
         QCOMPARE(navigator().left(), 0);
+    }
+
+    void aDragRepaintsTheLiveViewOnlyAndAtOnce()
+    {
+        // No frame comes that would repaint it anyway.
+        m_fixture->window().stopCamera();
+        QTest::qWait(100);
+        PaintWatcher watcher;
+        m_fixture->window().installEventFilter(&watcher);
+        send(QEvent::MouseButtonPress, {400, 300});
+        QTest::qWait(50);
+        QVERIFY(watcher.painted.isEmpty());
+        send(QEvent::MouseMove, {360, 260});
+        QTest::qWait(50);
+        QCOMPARE(watcher.painted.boundingRect(), QRect(0, 0, 640, 480));
+        send(QEvent::MouseButtonRelease, {360, 260});
+        m_fixture->click("BUTTON_RESOLUTION_1280");
+        QVERIFY(m_fixture->waitForFrames(2));
     }
 
     void afterTheReleaseAMoveDoesNothing()

@@ -194,6 +194,28 @@ private slots:
         QVERIFY(last > tab()->messages().lastIndexOf("ORLA_II_Plus_Verifier::startCamera"));
     }
 
+    void aSwitchWritesItsTenRegistersAndReadsThemBack_data() { addChoices(); }
+
+    void aSwitchWritesItsTenRegistersAndReadsThemBack()
+    {
+        QFETCH(bool, stained);
+        QFETCH(int, resolution);
+        tab().choose(stained, resolution);
+        tab()->camera().trace().clear();
+        tab()->click(stained ? "BUTTON_STAINING_TB" : "BUTTON_STAINING_NTB");
+        QStringList expected{"open /dev/i2c-1", "address"};
+        for (std::size_t i = 0; i < kFamilies.size(); ++i) {
+            const Family& f = kFamilies[i];
+            const unsigned int low = unsigned(TrimTab::calibratedLowByte(stained, resolution, i));
+            expected += QString::asprintf("write %02X %02X 01", f.high >> 8U, f.high & 0xFFU);
+            expected += QString::asprintf("write %02X %02X %02X", f.low >> 8U, f.low & 0xFFU, low);
+        }
+        expected += "close";
+        // The read-back asks for each of them in a transaction of its own.
+        QCOMPARE(tab().busCalls().mid(0, expected.size()), expected);
+        QCOMPARE(tab().busCalls().size(), expected.size() + 10 * 5);
+    }
+
     void whatWasTrimmedIsThereAgainAfterSwitchingAwayAndBack()
     {
         tab()->setText("EDIT_COLOR_RED", "0x0ABC");
