@@ -2,8 +2,10 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QScreen>
+#include <QSpinBox>
 #include <QtTest>
 
+#include "FocusGraph.h"
 #include "camera/OV5642Camera.h"
 #include "support/WindowFixture.h"
 
@@ -275,6 +277,15 @@ private slots:
         QCOMPARE(navigator().left(), 0);
     }
 
+    void aDragThatComesBackGoesOnFromWhereItLeft()
+    {
+        send(QEvent::MouseButtonPress, {160, 240});
+        send(QEvent::MouseMove, {-50, 240});
+        send(QEvent::MouseMove, {0, 240});
+        send(QEvent::MouseButtonRelease, {0, 240});
+        QCOMPARE(navigator().left(), 10);
+    }
+
     void aDragRepaintsTheLiveViewOnlyAndAtOnce()
     {
         // No frame comes that would repaint it anyway.
@@ -318,6 +329,35 @@ private slots:
              {QPoint(0, 240), QPoint(320, 240), QPoint(639, 240), QPoint(320, 0), QPoint(320, 479)})
             QCOMPARE(view.pixelColor(point), QColor(255, 0, 0));
         QVERIFY(view.pixelColor(300, 200) != QColor(255, 0, 0));
+    }
+
+    void theGraphTakesTheScaleOfTheMode_data() { modes(); }
+
+    void theGraphTakesTheScaleOfTheMode()
+    {
+        QFETCH(int, mode);
+        switchTo(mode);
+        std::vector<AutoFocusingData_t> samples;
+        samples.reserve(15);
+        for (int i = 0; i < 15; ++i)
+            samples.push_back({20.0 * i, 27660 + 640 * i});
+        m_fixture->window().slot_review_AutoFocusing(1, samples, 14);
+        m_fixture->find<QSpinBox>("SPIN_DEBUG")->setValue(3);
+        m_fixture->click("BUTTON_DEBUG");
+        const QImage view = m_fixture->window().grab(QRect(0, 0, 640, 480)).toImage();
+        m_fixture->click("BUTTON_DEBUG");
+
+        QImage expected(640, 480, QImage::Format_RGB32);
+        // Letters are as large as on the screen.
+        const double dotsPerInch = m_fixture->window().logicalDpiY();
+        expected.setDotsPerMeterX(qRound(dotsPerInch / 0.0254));
+        expected.setDotsPerMeterY(qRound(dotsPerInch / 0.0254));
+        QPainter painter(&expected);
+        painter.setFont(m_fixture->window().font());
+        drawFocusGraph(painter, expected.rect(), mode, samples, 14);
+        painter.end();
+        QCOMPARE(view.convertToFormat(QImage::Format_RGB32), expected);
+        QVERIFY(m_fixture->waitForFrames(2));
     }
 
     void aHiddenWindowGivesNoAnswerAndAShownOneGoesOn()
