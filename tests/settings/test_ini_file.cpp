@@ -49,6 +49,27 @@ void writeInPlace(const IniEntry& entry, const QString& path)
     put(path, latin1);
 }
 
+constexpr uid_t kOtherUser = 1234;
+
+/// Acts as a user without root's rights while it lives.
+class OtherUser
+{
+public:
+    OtherUser() : m_acts(::geteuid() == 0 && ::setresuid(kOtherUser, kOtherUser, 0) == 0) {}
+    ~OtherUser()
+    {
+        if (m_acts && ::setresuid(0, 0, 0) != 0)
+            qFatal("root's rights are lost");
+    }
+    OtherUser(const OtherUser&) = delete;
+    OtherUser& operator=(const OtherUser&) = delete;
+
+    bool acts() const { return m_acts; }
+
+private:
+    bool m_acts;
+};
+
 } // namespace
 
 class TestIniFile : public QObject
@@ -252,6 +273,8 @@ private slots:
         QFETCH(int, mode);
         put(machinePath(), "[a]\nv=1\n");
         const bool isRoot = ::geteuid() == 0;
+        if (!isRoot && (mode & S_IWUSR) == 0)
+            QSKIP("only root writes a write-protected file");
         const uid_t owner = isRoot ? 1234 : ::geteuid();
         const gid_t group = isRoot ? 4321 : ::getegid();
         QCOMPARE(::chown(qPrintable(machinePath()), owner, group), 0);
@@ -263,6 +286,45 @@ private slots:
         file.settings().setValue("a/v", 3);
         QVERIFY(file.commit());
         verifyOwnerAndMode(owner, group, mode, "[a]\nv=3\n");
+    }
+
+    void aWriteProtectedFileIsLeftAlone()
+    {
+        put(machinePath(), "[a]\nv=1\n");
+        letOthersIn();
+        const bool isRoot = ::geteuid() == 0;
+        const uid_t owner = isRoot ? kOtherUser : ::geteuid();
+        const gid_t group = ::getegid();
+        QCOMPARE(::chown(qPrintable(machinePath()), owner, group), 0);
+        QCOMPARE(::chmod(qPrintable(machinePath()), 0444), 0);
+        {
+            // Nothing is protected from root.
+            const OtherUser user;
+            QVERIFY(user.acts() || !isRoot);
+            const QRegularExpression line(R"(\[Error\] not saved: /conf/Settings\.ini write: )");
+            QTest::ignoreMessage(QtDebugMsg, line);
+            ini_write("a", "v", "2", kFile.toStdString());
+            SafeSettingsFile file(kFile);
+            file.settings().setValue("a/v", 3);
+            QTest::ignoreMessage(QtDebugMsg, line);
+            QVERIFY(!file.commit());
+        }
+        verifyOwnerAndMode(owner, group, 0444, "[a]\nv=1\n");
+        QCOMPARE(entriesBesideTheFile(), QStringList({"Settings.ini"}));
+    }
+
+    void aFileOfSomebodyElseThatCanBeWrittenIsSaved()
+    {
+        put(machinePath(), "[a]\nv=1\n");
+        letOthersIn();
+        QCOMPARE(::chmod(qPrintable(machinePath()), 0666), 0);
+        {
+            const OtherUser user;
+            if (!user.acts())
+                QSKIP("only root can act as another user");
+            ini_write("a", "v", "2", kFile.toStdString());
+        }
+        verifyOwnerAndMode(kOtherUser, ::getegid(), 0666, "[a]\nv=2\n");
     }
 
     void aSymbolicLinkStaysAndItsTargetIsReplaced_data()
@@ -392,6 +454,12 @@ private:
         char text[4096];
         const ssize_t size = ::readlink(qPrintable(path), text, sizeof text);
         return size < 0 ? QString() : QString::fromLocal8Bit(text, static_cast<int>(size));
+    }
+
+    void letOthersIn() const
+    {
+        QCOMPARE(::chmod(qPrintable(m_directory->path()), 0755), 0);
+        QCOMPARE(::chmod(qPrintable(QFileInfo(machinePath()).path()), 0777), 0);
     }
 
     static void verifyOwnerAndMode(uid_t owner, gid_t group, int mode, const QByteArray& content)

@@ -94,14 +94,15 @@ bool makeYounger(int fd, const struct stat& old)
     return ::futimens(fd, times) == 0;
 }
 
-// A change of owner takes the set-user-ID bits away, so the mode comes last.
+// A change of owner takes the set-user-ID bits away, so the mode comes last. Who may write the
+// file but not give files away becomes its owner.
 bool takeAfter(int fd, const struct stat& old)
 {
     struct stat file = {};
     if (::fstat(fd, &file) != 0)
         return false;
     const bool sameOwner = file.st_uid == old.st_uid && file.st_gid == old.st_gid;
-    return (sameOwner || ::fchown(fd, old.st_uid, old.st_gid) == 0) &&
+    return (sameOwner || ::fchown(fd, old.st_uid, old.st_gid) == 0 || errno == EPERM) &&
            ::fchmod(fd, old.st_mode & kModeBits) == 0 && makeYounger(fd, old);
 }
 
@@ -158,6 +159,9 @@ bool FileReplacement::commit(const QByteArray& content)
     const bool exists = ::stat(target.constData(), &old) == 0;
     if (!exists && errno != ENOENT)
         return fail("look up");
+    // A new name needs no leave to write the old file; a save does.
+    if (exists && ::access(target.constData(), W_OK) != 0)
+        return fail("write");
 
     const QByteArray fresh = QFile::encodeName(scratchFile());
     Descriptor file(::open(fresh.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode));

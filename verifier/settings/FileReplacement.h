@@ -8,9 +8,11 @@
 /// the file, forced to the disk, and then takes the old one's place in a single step. A
 /// power cut at any time leaves the old content or the new one.
 ///
-/// Owner, group and mode are those of the old file. Where the path is a symbolic link, the
-/// file it leads to is replaced and the link stays. The scratch directory, ".NAME.saving",
-/// goes with this object; one that a power cut left behind goes with the next save.
+/// Owner, group and mode are those of the old file; a process that may write it but not give
+/// files away becomes the owner. A file that the process may not write stays. Where the path
+/// is a symbolic link, the file it leads to is replaced and the link stays. The scratch
+/// directory, ".NAME.saving", goes with this object; one that a power cut left behind goes
+/// with the next save.
 ///
 /// Any thread, but one object per file at a time.
 class FileReplacement
