@@ -192,6 +192,9 @@ private slots:
         QTest::newRow("other group") << QByteArray("[Stage]\nStep=1\nSpeed=2\n") << 256 << 250;
         QTest::newRow("no numbers") << QByteArray("[Z stage]\nStep=far\nSpeed=0x10\n") << 0 << 0;
         QTest::newRow("comma") << QByteArray("[Z stage]\nStep=1,2\nSpeed=-3\n") << 0 << -3;
+        QTest::newRow("leading zeros") << QByteArray("[Z stage]\nStep=010\nSpeed=+08\n") << 10 << 8;
+        QTest::newRow("odd numbers") << QByteArray("[Z stage]\nStep=\" 12 \"\nSpeed=1e3\n") << 12 << 0;
+        QTest::newRow("no values") << QByteArray("[Z stage]\nStep=@Invalid()\nSpeed=\"\"\n") << 256 << 250;
         QTest::newRow("empty") << QByteArray() << 256 << 250;
     }
 
