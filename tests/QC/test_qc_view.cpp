@@ -1,4 +1,32 @@
+#include <functional>
+#include <utility>
+
 #include "QcWidgetTools.h"
+
+namespace {
+
+/// Counts how often it is painted.
+class PaintedMeasure : public QC_measure
+{
+public:
+    int takePaints()
+    {
+        QCoreApplication::processEvents();
+        return std::exchange(m_paints, 0);
+    }
+
+protected:
+    void paintEvent(QPaintEvent* event) override
+    {
+        ++m_paints;
+        QC_measure::paintEvent(event);
+    }
+
+private:
+    int m_paints = 0;
+};
+
+} // namespace
 
 class TestQcView : public QObject
 {
@@ -92,6 +120,82 @@ private slots:
             QCoreApplication::processEvents();
         }
         QCOMPARE(below.paints, 0);
+    }
+
+    void everyChangeIsOnTheScreenAtOnce()
+    {
+        CalibrationFrame frame = patternedFrame();
+        frame.fill(QRect(300, 200, 20, 20), Qt::black);
+        PaintedMeasure widget;
+        widget.resize(kView);
+        widget.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&widget));
+        widget.takePaints();
+        const std::pair<const char*, std::function<void()>> changes[] = {
+            {"frame", [&] { widget.setImageData(frame.data()); }},
+            {"targeting on", [&] { widget.setTargetingMode(true); }},
+            {"target placed",
+             [&] {
+                 press(widget, {320, 205});
+             }},
+            {"target moved",
+             [&] {
+                 move(widget, {310, 210});
+             }},
+            {"point found", [&] { widget.setPoint(0); }},
+            {"targeting off", [&] { widget.setTargetingMode(false); }},
+            {"panned",
+             [&] {
+                 move(widget, {250, 150});
+             }},
+            {"zoomed", [&] { widget.setScale(2.0); }},
+            {"frame taken away", [&] { widget.setImageData(nullptr); }},
+        };
+        for (const auto& change : changes) {
+            change.second();
+            QVERIFY2(widget.takePaints() > 0, change.first);
+            QCOMPARE(widget.takePaints(), 0);
+        }
+    }
+
+    void aDragThatPlacedTheTargetGoesOnAsAPan()
+    {
+        CalibrationFrame frame = patternedFrame();
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        widget.setTargetingMode(true);
+        press(widget, {300, 200});
+        move(widget, {400, 250});
+        widget.setTargetingMode(false);
+        move(widget, {360, 230}); // from where the mouse was last, not from the press
+        QCOMPARE(shown(widget), expectedView(frame, {40, 20}, QRect(1, 0, 20, 15)));
+    }
+
+    void aZoomedPictureMovesImagePixelByMousePixel()
+    {
+        CalibrationFrame frame = patternedFrame();
+        QC_measure widget;
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        widget.setScale(2.0);
+        drag(widget, {600, 400}, {500, 330});
+        const QImage image = shown(widget);
+        const QImage plain = expectedView(frame, {100, 70}, QRect(3, 2, 10, 8));
+        for (int y = 130; y < 480; y += 7)
+            for (int x = 170; x < 640; x += 7)
+                QCOMPARE(image.pixel(x, y), plain.pixel(x / 2, y / 2));
+    }
+
+    void aNewFrameTakesUpTheSizeOfTheWidget()
+    {
+        CalibrationFrame frame = patternedFrame();
+        QC_measure widget;
+        widget.resize(320, 240);
+        widget.setImageData(frame.data());
+        widget.resize(kView);
+        widget.setImageData(frame.data());
+        QCOMPARE(shown(widget), expectedView(frame, {0, 0}, QRect(0, 0, 20, 15)));
     }
 
     void aFrameRestoresTheSizeOfTheImage()
