@@ -1,3 +1,4 @@
+#include <limits>
 #include <memory>
 
 #include <QDir>
@@ -258,6 +259,14 @@ private slots:
                                         << "0x1"
                                         << "0x2"
                                         << "OR3-00-00000";
+        QTest::newRow("blanks around") << "OR3- 7 - 42"
+                                       << " 7 "
+                                       << " 42"
+                                       << "OR3-07-00042";
+        QTest::newRow("blank inside") << "OR3-1 2-4 2"
+                                      << "1 2"
+                                      << "4 2"
+                                      << "OR3-00-00000";
         QTest::newRow("fraction") << "OR3-1.5-2"
                                   << "1.5"
                                   << "2"
@@ -313,6 +322,10 @@ private slots:
         QTest::newRow("whole") << 4.0 << 2.0 << QByteArray("4") << QByteArray("2");
         QTest::newRow("widened float")
             << double(3.7f) << double(0.9f) << QByteArray("3.7") << QByteArray("0.9");
+        const double none = std::numeric_limits<double>::quiet_NaN();
+        const double infinite = std::numeric_limits<double>::infinity();
+        QTest::newRow("no number") << none << none << QByteArray("nan") << QByteArray("nan");
+        QTest::newRow("infinite") << infinite << -infinite << QByteArray("inf") << QByteArray("-inf");
         QTest::newRow("rounds to nothing") << 1e-5 << 1e-6 << QByteArray("0") << QByteArray("0");
     }
 
