@@ -98,7 +98,7 @@ private slots:
         QCOMPARE(points.count(), 1);
     }
 
-    void whatLiesBelowTheFrameIsNotPainted()
+    void onlyAFrameHidesWhatLiesBelow()
     {
         struct Below : QWidget
         {
@@ -120,6 +120,11 @@ private slots:
             QCoreApplication::processEvents();
         }
         QCOMPARE(below.paints, 0);
+
+        // Without its frame the widget covers nothing any more.
+        widget->setImageData(nullptr);
+        QCoreApplication::processEvents();
+        QVERIFY(below.paints > 0);
     }
 
     void everyChangeIsOnTheScreenAtOnce()
