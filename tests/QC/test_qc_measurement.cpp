@@ -30,6 +30,14 @@ private slots:
         QCOMPARE(info.Magnification, 1.4F);
         QCOMPARE(info.area_mm, 5.038848F);
         QCOMPARE(info.Volume_factor, 0.50388F);
+
+        // The area is that of the image size, whatever frame the points were found on.
+        widget.setImageSize(1280, 960);
+        widget.measure2Point();
+        const auto smaller = results.at(1).at(0).value<MeasureInfo_t>();
+        QCOMPARE(smaller.length_pixel, 1000.0F);
+        QCOMPARE(smaller.area_mm, 1.2288F);
+        QCOMPARE(smaller.Volume_factor, 0.12288F);
     }
 
     void aMeasurementWithoutPointsIsNotRefused()
