@@ -1,11 +1,15 @@
 #include <cstring>
+#include <functional>
 #include <memory>
+#include <utility>
 
 #include <sys/mount.h>
 
+#include <QApplication>
 #include <QDir>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QSpinBox>
 #include <QtTest>
 
@@ -44,6 +48,27 @@ public:
 private:
     QByteArray m_directory;
     bool m_mounted;
+};
+
+/// Calls a function when a message box comes up, before anybody can answer it.
+class ShownBox : public QObject
+{
+public:
+    explicit ShownBox(std::function<void()> look) : m_look(std::move(look))
+    {
+        qApp->installEventFilter(this);
+    }
+
+protected:
+    bool eventFilter(QObject* object, QEvent* event) override
+    {
+        if (event->type() == QEvent::Show && qobject_cast<QMessageBox*>(object) != nullptr)
+            m_look();
+        return false;
+    }
+
+private:
+    std::function<void()> m_look;
 };
 
 } // namespace
@@ -141,6 +166,21 @@ private slots:
         QVERIFY(m_fixture->messages().contains(
             "void ORLA_II_Plus_Verifier::set_INI_value(QSettings&)() ----> current tab : " +
             QString::number(tab) + " \n"));
+    }
+
+    void whoReadsTheBoxHasTheFilesSaved()
+    {
+        global_ini()->Z_reference = 31000;
+        global_ini()->Z_step = 100;
+        QByteArray mainFile;
+        QByteArray stageFile;
+        const ShownBox box([&] {
+            mainFile = m_folder->content(kMainSettingsFile);
+            stageFile = m_folder->content(kStageFile);
+        });
+        save(kStage);
+        QVERIFY2(mainFile.contains("\nZ%20reference=31000\n"), mainFile);
+        QVERIFY2(stageFile.contains("\nStep=100"), stageFile);
     }
 
     void fiveKeysFollowTheZReference_data()
