@@ -191,9 +191,17 @@ private slots:
         m_fixture->click(qPrintable(resolution));
         const LogRecorder log;
         EnabledChanges changes(m_fixture->window());
+        // The locked window is painted before the wait begins.
+        bool lockedBeforeTheWait = false;
+        QTimer::singleShot(0, this, [&] {
+            lockedBeforeTheWait = !m_fixture->window().isEnabled() && runningWait() == nullptr;
+        });
         QElapsedTimer time;
         m_fixture->click("BUTTON_QC_CAPTURE");
         time.start();
+        QVERIFY(lockedBeforeTheWait);
+        QVERIFY(runningWait() != nullptr);
+        QCOMPARE(runningWait()->interval(), kFullSizeDelay_ms);
         // The switch is over, the wait has begun; the live view goes on and nothing can be pressed.
         QCOMPARE(changes.seen, QVector<bool>({false, true, false}));
         QCOMPARE(button(), QString("Capture"));
@@ -719,6 +727,15 @@ private:
         m_enabledWhenEventsRan = true;
         QTimer::singleShot(0, this, [this] { m_enabledWhenEventsRan = m_fixture->window().isEnabled(); });
         return &m_enabledWhenEventsRan;
+    }
+
+    /// What runs while the sensor is given its time before the frame is frozen, else null.
+    QTimer* runningWait()
+    {
+        for (QTimer* timer : m_fixture->window().findChildren<QTimer*>())
+            if (timer->isSingleShot() && timer->isActive())
+                return timer;
+        return nullptr;
     }
 
     static void compareOrder(const QStringList& lines, const QStringList& expected)
