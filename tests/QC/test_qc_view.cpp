@@ -198,6 +198,9 @@ private slots:
         QC_measure widget;
         widget.resize(320, 240);
         widget.setImageData(frame.data());
+        // 80 - 80 * (2592 - 320) / 2592 = 10, and not yet the 20 of the view.
+        QCOMPARE(shown(widget).pixelColor(10, 4), kNavigatorColor);
+        QVERIFY(shown(widget).pixelColor(20, 4) != kNavigatorColor);
         widget.resize(kView);
         widget.setImageData(frame.data());
         QCOMPARE(shown(widget), expectedView(frame, {0, 0}, QRect(0, 0, 20, 15)));
