@@ -2,6 +2,7 @@
 #include <functional>
 #include <memory>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <linux/loop.h>
 #include <sched.h>
@@ -177,6 +178,44 @@ private slots:
         QVERIFY(list.isEmpty());
     }
 
+    void aLinkThatIsStillBeingBuiltIsNoDevice()
+    {
+        link(".#A", "../../sda1");
+        MediaMonitor monitor;
+        QStringList list;
+        QVERIFY(!monitor.searchConnectedDevList(list));
+    }
+
+    void aLinkIsFollowedOnceOnly()
+    {
+        link("A", "B");
+        link("B", "../../sda1");
+        link("../../sda1", "../elsewhere/disk");
+        MediaMonitor monitor;
+        QStringList list;
+        QVERIFY(monitor.searchConnectedDevList(list));
+        QCOMPARE(list, QStringList("/dev/sda1"));
+    }
+
+    void devicesComeInTheDirectorysOwnOrder()
+    {
+        const QString directory = instrumentPath(QStringLiteral("/dev/disk/by-uuid"));
+        for (int i = 0; i < 40; ++i)
+            link(qPrintable(QString::number(i * 7919 % 997, 16)), QString("../../sd%1").arg(i));
+        QStringList expected;
+        DIR* links = ::opendir(qPrintable(directory));
+        QVERIFY(links != nullptr);
+        while (const dirent* entry = ::readdir(links))
+            if (entry->d_name[0] != '.')
+                expected += fixedPathOf(QFile::symLinkTarget(directory + '/' + entry->d_name));
+        ::closedir(links);
+        MediaMonitor monitor;
+        QStringList list;
+        QVERIFY(monitor.searchConnectedDevList(list));
+        QCOMPARE(list, expected);
+        QCOMPARE(m_port->commands(), QStringList("mount " + expected.first() + " /mnt"));
+    }
+
     void aMissingLinkDirectoryMeansNoDisk()
     {
         QVERIFY(QDir(instrumentPath(QStringLiteral("/dev/disk"))).removeRecursively());
@@ -285,6 +324,61 @@ private slots:
         put(instrumentPath(QStringLiteral("/mnt/on the instrument itself")), "x");
     }
 
+    void theSignalComesWhenTheCommandsHaveRun()
+    {
+        MediaMonitor monitor;
+        QStringList commands;
+        QVector<bool> mounted;
+        connect(&monitor, &MediaMonitor::detectSignal, this, [&] {
+            commands += m_port->commands().last();
+            mounted += monitor.searchUSB();
+        });
+        QVERIFY(m_port->plug(kFirst));
+        QTRY_COMPARE(mounted, QVector<bool>({true}));
+        QVERIFY(m_port->pull("sda1"));
+        QTRY_COMPARE(mounted, QVector<bool>({true, false}));
+        QCOMPARE(commands, QStringList({"mount /dev/sda1 /mnt", "umount /dev/sda1"}));
+    }
+
+    void aDiskThatComesBackIsUnmountedOnceMoreAndMounted()
+    {
+        QVERIFY(m_port->plug(kFirst));
+        MediaMonitor monitor;
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        QVERIFY(m_port->pull("sda1"));
+        QTRY_COMPARE(statesOf(spy), QList<int>({1}));
+        QVERIFY(m_port->plug(kFirst));
+        QTRY_COMPARE(statesOf(spy), QList<int>({1, 0}));
+        // The name of the disk that was mounted last is kept.
+        QCOMPARE(m_port->commands(), QStringList({"mount /dev/sda1 /mnt", "umount /dev/sda1",
+                                                  "umount /dev/sda1", "mount /dev/sda1 /mnt"}));
+        QVERIFY(monitor.searchUSB());
+    }
+
+    void aDiskThatWasUnmountedCountsAsNewAtTheNextChange()
+    {
+        QVERIFY(m_port->plug(kFirst));
+        MediaMonitor monitor;
+        monitor.unmount("/dev/sda1");
+        const int before = m_port->commands().size();
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        monitor.directoryChanged("unused");
+        QCOMPARE(statesOf(spy), QList<int>({0}));
+        QCOMPARE(m_port->commands().mid(before), QStringList({"umount /dev/sda1", "mount /dev/sda1 /mnt"}));
+    }
+
+    void aDeviceMountedByNameCountsAsPresentUntilTheNextSearch()
+    {
+        MediaMonitor monitor;
+        monitor.mount("/dev/sdx1", "/mnt");
+        link("A", "../../sda1");
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        monitor.directoryChanged("unused");
+        // One device before, one now: nothing is mounted.
+        QVERIFY(spy.isEmpty());
+        QCOMPARE(m_port->commands(), QStringList({"mount /dev/sdx1 /mnt", "umount /dev/sdx1"}));
+    }
+
     void aSecondDiskBesideTheMountedOneChangesNothing()
     {
         QVERIFY(m_port->plug(kFirst));
@@ -359,6 +453,20 @@ private slots:
         const int before = m_port->commands().size();
         MediaMonitor other;
         QCOMPARE(m_port->commands().mid(before).filter("umount"), QStringList());
+    }
+
+    void aQuestionWithoutAMountTableForgetsNoDisk()
+    {
+        MediaMonitor monitor;
+        link("A", "../../sda1");
+        const QString table = instrumentPath(QStringLiteral("/etc/mtab"));
+        QVERIFY(QFile::rename(table, table + ".away"));
+        QVERIFY(!monitor.searchUSB());
+        QVERIFY(QFile::rename(table + ".away", table));
+        // No disk was searched for, so that the one plugged in is still news.
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        monitor.directoryChanged("unused");
+        QCOMPARE(statesOf(spy), QList<int>({0}));
     }
 
     void mountingRecordsTheDeviceWhateverComesOfIt()
@@ -448,7 +556,7 @@ private:
     // Delivers the directory's change at once, and lets the watcher's own follow.
     static void notify(MediaMonitor& monitor)
     {
-        QVERIFY(QMetaObject::invokeMethod(&monitor, "directoryChanged", Q_ARG(QString, "unused")));
+        monitor.directoryChanged("unused");
         QCoreApplication::processEvents();
     }
 

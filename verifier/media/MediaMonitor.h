@@ -48,7 +48,7 @@ signals:
     /// 0: a disk has just been mounted at "/mnt"; 1: no USB disk is present.
     void detectSignal(int state);
 
-private slots:
+public slots:
     /// A link came or went. Does nothing while the mounted disk is still there; else unmounts
     /// it and mounts the first of the present ones, but not when as many as before are present.
     void directoryChanged(QString path);
