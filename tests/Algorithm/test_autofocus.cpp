@@ -43,6 +43,7 @@ private slots:
     void aStageAtTheSweepStartBeginsAtOnce();
     void aRunWhoseBestIsItsLastPositionDoesNotEnd();
     void aDarkSlideEndsAtTheFirstPosition();
+    void afterItsEndTheStagesMovesConcernARunNoMore();
     void aSecondRunOfTheSameObjectStartsAfresh();
     void refusedMovesDoNotStopTheRun();
     void aMoveThatIsNeverReportedLeavesTheRunWaiting();
@@ -50,6 +51,7 @@ private slots:
     void deletingTheSequencerDuringARunLeavesNothingBehind();
     void deletingTheSequencerInItsEndIsSafe();
     void theLogNamesEveryStep();
+    void everySampleIsReachedSavedAndReportedInThatOrder();
 
     void savedFramesScoreAsTheTableSays();
     void withoutADiskTheRunEndsAndEachFailureIsLoggedOnce();
@@ -185,6 +187,27 @@ void TestAutofocus::aDarkSlideEndsAtTheFirstPosition()
     QCOMPARE(run.samples.front().focusValue, 0.0);
 }
 
+void TestAutofocus::afterItsEndTheStagesMovesConcernARunNoMore()
+{
+    QVERIFY(m_rig->putStage(10000));
+    m_rig->show(peakAt(9360));
+    const auto sequencer = m_rig->autofocus(10000);
+    Run run(*sequencer);
+    sequencer->process();
+    QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
+    const int positions = run.positions.size();
+    const int messages = run.log.size();
+    QSignalSpy up(Controller::getInstance(), &Controller::sig_z_stage_mvp);
+    QSignalSpy down(Controller::getInstance(), &Controller::sig_z_stage_mvn);
+    Controller::getInstance()->z_stage_mvp(SERIAL_NON_BLOCKING, 10);
+    QTRY_COMPARE(up.size(), 1);
+    Controller::getInstance()->z_stage_mvn(SERIAL_NON_BLOCKING, 10);
+    QTRY_COMPARE(down.size(), 1);
+    QCOMPARE(run.positions.size(), positions);
+    QCOMPARE(run.log.size(), messages);
+    QCOMPARE(run.ends.size(), 1);
+}
+
 void TestAutofocus::aSecondRunOfTheSameObjectStartsAfresh()
 {
     QVERIFY(m_rig->putStage(10000));
@@ -312,6 +335,45 @@ void TestAutofocus::theLogNamesEveryStep()
         QCOMPARE(g_debugStream.count(line), 1);
         QVERIFY(run.logOf(QString(line).left(12)).isEmpty());
     }
+}
+
+void TestAutofocus::everySampleIsReachedSavedAndReportedInThatOrder()
+{
+    QVERIFY(m_rig->putStage(10000));
+    m_rig->show(peakAt(9360));
+    const auto sequencer = m_rig->autofocus(10000, true);
+    QStringList events;
+    const auto files = [&](const char* pattern) {
+        const QDir directory(m_rig->diskPath(sequencer->logDirectory() + "/Step1"));
+        return QString::number(directory.entryList({pattern}, QDir::Files).size());
+    };
+    connect(sequencer.get(), &alg_Autofocus::sig_debug_Message, this, [&](const QStringList& parts) {
+        for (const char* name : {"slot_z_stage_moved", "dispatch_proc", "endAutoFocusing"})
+            if (parts.first().contains(name))
+                events << name;
+    });
+    connect(sequencer.get(), &alg_Autofocus::sig_move_z_position, this,
+            [&](int z) { events << QString("at %1").arg(z); });
+    connect(sequencer.get(), &alg_Autofocus::sig_progress_AutoFocusing, this,
+            [&] { events << "taken, saved " + files("*.tiff"); });
+    connect(sequencer.get(), &alg_Autofocus::sig_review_AutoFocusing, this,
+            [&] { events << "review, tables " + files("*.csv"); });
+    connect(sequencer.get(), &alg_Autofocus::sig_endAutoFocusing, this,
+            [&](int z) { events << QString("end %1").arg(z); });
+    sequencer->process();
+    QTRY_VERIFY_WITH_TIMEOUT(events.contains("end 9360"), kEnd_ms);
+
+    QStringList expected;
+    for (int i = 0; i < 15; ++i) {
+        expected << "slot_z_stage_moved" << QString("at %1").arg(6160 + 640 * i)
+                 << QString("taken, saved %1").arg(i + 1);
+        expected << (i < 14 ? "dispatch_proc" : "review, tables 1");
+    }
+    expected << "slot_z_stage_moved"
+             << "at 9360"
+             << "endAutoFocusing"
+             << "end 9360";
+    QCOMPARE(events, expected);
 }
 
 // ---- files ----

@@ -41,6 +41,8 @@ private slots:
 
     void theFineSweepEndsOneSampleBeforeItsPeak();
     void aRisingFineSweepAsksForAThirdStep();
+    void aDownwardIntervalStillStepsUp_data();
+    void aDownwardIntervalStillStepsUp();
     void stateOneStepsByTheCoarseInterval();
     void relativeMovesTakeTheirDirectionFromTheSign();
     void aThirdStepIsLogged();
@@ -119,6 +121,31 @@ void TestAutofocusParts::aRisingFineSweepAsksForAThirdStep()
     QCOMPARE(run.samples.front().zPosition, 10920 + 230);
     QCOMPARE(run.ends.first(), 11610 - 230);
     QCOMPARE(m_rig->board().position(), 11610 - 230);
+}
+
+void TestAutofocusParts::aDownwardIntervalStillStepsUp_data()
+{
+    QTest::addColumn<bool>("coarse");
+    QTest::newRow("coarse sweep") << true;
+    QTest::newRow("third step") << false;
+}
+
+void TestAutofocusParts::aDownwardIntervalStillStepsUp()
+{
+    QFETCH(bool, coarse);
+    QVERIFY(m_rig->putStage(10000));
+    QSignalSpy moved(Controller::getInstance(), &Controller::sig_z_stage_mvp);
+    const auto sequencer = m_rig->autofocus(10000);
+    if (coarse)
+        sequencer->prepareAutoFocusing_Step2(-30, 5);
+    else
+        sequencer->prepareAutoFocusing_Step(-30, 5);
+    QCOMPARE(sequencer->sweepStartZ(), 10060);
+    QTRY_COMPARE(moved.size(), 1);
+    QStringList lines{"GET_POS,", "MVP,60", "MVP,30"};
+    if (coarse)
+        lines.insert(2, "GET_POS,");
+    QCOMPARE(m_rig->board().lines(), lines);
 }
 
 void TestAutofocusParts::stateOneStepsByTheCoarseInterval()
