@@ -155,6 +155,26 @@ private slots:
         QVERIFY(looks > kSamples);
     }
 
+    void theControlsAreSeenToBeLockedBeforeTheStageMoves()
+    {
+        addFault({LineFault::NoAnswer, "MVP", 1});
+        auto* bar = m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS");
+        bar->setValue(50);
+        QStringList seen;
+        const auto look = [&] {
+            seen << (m_fixture->isEnabled("TAB_MENU") ? "enabled" : "locked") << m_fixture->takeBoardLines();
+        };
+        QObject pending; // goes with what has not had its turn
+        // What is pending when the bar is reset has its turn before the first command.
+        const auto connection = connect(bar, &QProgressBar::valueChanged, [&] {
+            QMetaObject::invokeMethod(&pending, look, Qt::QueuedConnection);
+        });
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        disconnect(connection);
+        QCOMPARE(seen, QStringList("locked"));
+        QVERIFY(!m_fixture->takeBoardLines().isEmpty());
+    }
+
     void theLogTellsEverySampleAndEveryPosition()
     {
         QVERIFY(runs());
@@ -267,6 +287,46 @@ private slots:
         }
     }
 
+    void aFullDiskDoesNotStopTheRun()
+    {
+        UsbDisk disk;
+        disk.condition = UsbDiskCondition::Full;
+        if (!m_fixture->usb().plug(disk))
+            QSKIP("this process may not mount a file system");
+        const bool mounted = m_fixture->waitUntil([this] { return diskIsMounted(); });
+        m_fixture->find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(true);
+        const bool ended = mounted && runs();
+        QVERIFY(pullDisk());
+        QVERIFY(ended);
+        QCOMPARE(m_fixture->boxes().texts(), QStringList(kFinished));
+        QCOMPARE(m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 100);
+        QVERIFY(!logLines().filter("[Error] write image failed: /mnt/ORLA-II/Autofocus/").isEmpty());
+        QVERIFY(m_fixture->isEnabled("TAB_MENU"));
+    }
+
+    void aDiskThatIsPulledDuringTheRunDoesNotStopIt()
+    {
+        QVERIFY(plugDisk());
+        m_fixture->find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(true);
+        auto* bar = m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS");
+        const auto connection = connect(bar, &QProgressBar::valueChanged, [&](int value) {
+            if (value == 46)
+                m_fixture->usb().pull();
+        });
+        const bool ended = runs();
+        disconnect(connection);
+        QVERIFY(m_fixture->waitUntil([this] { return !diskIsMounted(); }));
+        QVERIFY(ended);
+        QCOMPARE(m_fixture->boxes().texts(), QStringList(kFinished));
+        QCOMPARE(bar->value(), 100);
+        QCOMPARE(logLines().filter("[Error] write image failed:").size(), 1);
+        QCOMPARE(logLines().filter("[Error] write file failed:").size(), 1);
+        // The next run that is to be saved asks for a disk.
+        m_fixture->boxes().clear();
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        QCOMPARE(m_fixture->boxes().texts(), QStringList("Please insert USB disk !!!"));
+    }
+
     void anUncheckedBoxSavesNothing()
     {
         QVERIFY(plugDisk());
@@ -342,6 +402,22 @@ private slots:
         stillUsableButForTheTabs();
     }
 
+    void aRefusedLastMoveEndsTheRunAndShowsWhereTheStageIs()
+    {
+        addFault({LineFault::Failure, "MVN", 2});
+        QVERIFY(runs());
+        const int stage = bestPosition();
+        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString::number(stage));
+        const QStringList best = logLines().filter("best_index:");
+        QCOMPARE(best.size(), 1);
+        const int index = best.first().section(' ', -2, -2).toInt();
+        // The end tells where the stage was sent.
+        const int target = 27660 + 640 * index;
+        QVERIFY(target != stage);
+        QVERIFY(logLines().contains(QString("%1slot_endAutoFocusing(int)() %2 ").arg(kSlots).arg(target)));
+        QVERIFY(m_fixture->isEnabled("TAB_MENU"));
+    }
+
     void aStepThatIsNotAnsweredCostsItsTimeoutAndTheRunEnds()
     {
         addFault({LineFault::NoAnswer, "MVP", 4});
@@ -410,6 +486,20 @@ private slots:
         QTRY_VERIFY(sequencers().isEmpty());
     }
 
+    void aRunScoresTheFramesOfTheResolutionThatIsOn()
+    {
+        m_fixture->click("BUTTON_RESOLUTION_VGA");
+        QVERIFY(m_fixture->waitForFrames(3));
+        const bool ended = runs();
+        const QStringList log = logLines();
+        m_fixture->click("BUTTON_RESOLUTION_1280");
+        QVERIFY(m_fixture->waitForFrames(3));
+        QVERIFY(ended);
+        QCOMPARE(log.filter("focus_value: ").size(), kSamples);
+        QCOMPARE(log.filter("focus_value: 0 ").size(), 0);
+        QCOMPARE(log.filter("[Error]"), QStringList());
+    }
+
     void withoutACameraTheRunScoresNothingAndEnds()
     {
         QVERIFY(m_fixture->camera().faults().enable("ioctl:VIDIOC_S_FMT"));
@@ -448,6 +538,16 @@ private slots:
         addFault({LineFault::NoAnswer, "MVP", 1});
         m_fixture->click("BUTTON_AUTOFOCUS");
         QVERIFY(reds().isNull());
+        // The old best sample is forgotten too: its number is black again.
+        const QImage view = m_fixture->window().grab(QRect(0, 0, 640, 480)).toImage();
+        const auto isBlank = [&view](int number) {
+            const QImage box = view.copy(40 * number, 360, 20, 20);
+            QImage white(box.size(), box.format());
+            white.fill(Qt::white);
+            return box == white;
+        };
+        QVERIFY(isBlank(1));
+        QVERIFY(!isBlank(4));
     }
 
     void theGraphShowsTheFirstStepsReviewOnly()
