@@ -75,7 +75,8 @@ private:
     QVector<Seen> m_seen;
 };
 
-/// Notes when the window is disabled and enabled, and whether a file is there at that moment.
+/// Notes when the window is disabled and enabled, and whether a file is there at that moment;
+/// and the same when what was pending at the disabling has its turn.
 class EnableWatcher : public QObject
 {
 public:
@@ -89,13 +90,22 @@ public:
 protected:
     bool eventFilter(QObject* object, QEvent* event) override
     {
-        if (object == &m_window && event->type() == QEvent::EnabledChange)
-            changes += QString(m_window.isEnabled() ? "enabled" : "disabled") +
-                       (QFile::exists(m_file) ? ", file" : ", no file");
+        if (object == &m_window && event->type() == QEvent::EnabledChange) {
+            changes += state();
+            if (!m_window.isEnabled())
+                QMetaObject::invokeMethod(
+                    this, [this] { changes += "events: " + state(); }, Qt::QueuedConnection);
+        }
         return false;
     }
 
 private:
+    QString state() const
+    {
+        return QString(m_window.isEnabled() ? "enabled" : "disabled") +
+               (QFile::exists(m_file) ? ", file" : ", no file");
+    }
+
     QWidget& m_window;
     QString m_file;
 };
@@ -228,7 +238,8 @@ private slots:
         QVERIFY(plugAndMount(*m_fixture));
         EnableWatcher watcher(m_fixture->window(), m_fixture->usb().filesOf() + "/locked.tif");
         capture("locked");
-        QCOMPARE(watcher.changes, QStringList({"disabled, no file", "enabled, file"}));
+        QCOMPARE(watcher.changes,
+                 QStringList({"disabled, no file", "events: disabled, no file", "enabled, file"}));
     }
 
     void theLiveViewGoesOnAfterACapture()
