@@ -24,6 +24,15 @@ private slots:
         QCOMPARE(result.readAll(), QByteArray("<a b>\n<$HOME; x>\n<>\n<\"q\">\n"));
     }
 
+    void aSlowProgramIsWaitedForUpToHalfAMinute()
+    {
+        QTemporaryDir directory;
+        const QString file = directory.filePath("written late");
+        runChildProcess("sh", {"-c", "sleep 1.5; : > \"$0\"", file});
+        QVERIFY(QFile::exists(file));
+        QCOMPARE(kChildProcessTimeout_ms, 30000);
+    }
+
     void aFailingOrMissingProgramIsPassedOver()
     {
         QElapsedTimer timer;
