@@ -1,8 +1,10 @@
+#include <QLineEdit>
 #include <QSpinBox>
 #include <QtTest>
 
 #include "Controller/Controller.h"
 #include "settings/GlobalIni.h"
+#include "support/EventWatch.h"
 #include "support/WindowFixture.h"
 
 namespace {
@@ -81,6 +83,7 @@ private slots:
         failNext(command.toStdString());
         m_fixture->click(qPrintable(button));
         QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("before"));
+        QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,STM1," + command + ",256,"));
         QVERIFY(m_fixture->boxes().met().isEmpty());
     }
 
@@ -90,6 +93,37 @@ private slots:
         QCOMPARE(global_ini()->Z_step, 640);
         m_fixture->click("BUTTON_Z_MOVE_PLUS");
         QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,STM1,MVP,640,"));
+    }
+
+    void aStepIsTheRecordsAndARotationTheBoxes()
+    {
+        global_ini()->Z_step = 123;
+        global_ini()->Z_speed = 77;
+        m_fixture->click("BUTTON_Z_MOVE_PLUS");
+        m_fixture->click("BUTTON_Z_MOVE_MINUS");
+        QCOMPARE(m_fixture->takeBoardLines(), QStringList({"$,STM1,MVP,123,", "$,STM1,MVN,123,"}));
+        for (const char* button : {"BUTTON_Z_ROTATE_PLUS", "BUTTON_Z_ROTATE_MINUS"}) {
+            m_fixture->press(button);
+            m_fixture->release(button);
+        }
+        QCOMPARE(m_fixture->takeBoardLines().filter("$,STM1,RO"),
+                 QStringList({"$,STM1,ROP,250,", "$,STM1,RON,250,"}));
+        global_ini()->Z_step = 256;
+        global_ini()->Z_speed = 250;
+    }
+
+    void whatABoxDoesNotTakeIsNotStored()
+    {
+        auto* step = m_fixture->find<QSpinBox>("SPIN_Z_STEP");
+        step->setValue(2147483647);
+        QCOMPARE(global_ini()->Z_step, 100000);
+        step->setValue(-1);
+        QCOMPARE(global_ini()->Z_step, 10);
+        auto* speed = m_fixture->find<QSpinBox>("SPIN_Z_SPEED");
+        speed->setValue(2147483647);
+        QCOMPARE(global_ini()->Z_speed, 1000);
+        speed->setValue(-1);
+        QCOMPARE(global_ini()->Z_speed, 10);
     }
 
     void theSpeedIsStored()
@@ -104,10 +138,22 @@ private slots:
         Controller::getInstance()->z_stage_abs(SERIAL_BLOCKING, 200);
         Controller::getInstance()->m_zStagePosition = 100;
         m_fixture->takeBoardLines();
+        QSignalSpy shown(m_fixture->find<QLineEdit>("EDIT_Z_POSITION"), &QLineEdit::textChanged);
         m_fixture->click("BUTTON_Z_MOVE_MINUS");
         QCOMPARE(m_fixture->takeBoardLines(), QStringList({"$,STM1,MVN,256,", "$,STM1,GET_POS,,"}));
+        QCOMPARE(shown.count(), 2);
+        QCOMPARE(shown.at(0).first().toString(), QString("-56"));
+        QVERIFY(m_fixture->messages().contains("on_BUTTON_Z_POSITION_clicked()"));
         QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("-156"));
         QCOMPARE(Controller::getInstance()->m_zStagePosition, -56);
+    }
+
+    void aTrackedPositionOfZeroIsShownWithoutAQuery()
+    {
+        Controller::getInstance()->m_zStagePosition = 256;
+        m_fixture->click("BUTTON_Z_MOVE_MINUS");
+        QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,STM1,MVN,256,"));
+        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("0"));
     }
 
     void rotatingRunsWhileHeldAndStopsOnRelease_data()
@@ -191,12 +237,104 @@ private slots:
         m_fixture->window().setEnabled(true);
     }
 
-    void textThatIsNoNumberMovesToZero()
+    void theWindowIsLockedAndShownSoBeforeAnAbsoluteMoveGoesOut()
     {
-        m_fixture->setText("EDIT_Z_ABS", "abc");
+        EventWatch watch;
+        watch.watch(&m_fixture->window());
+        const auto connection = noteLine(watch, "ABS");
+        QVERIFY(QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_Z_ABS_clicked"));
+        disconnect(connection);
+        const QStringList before = watch.before("ABS");
+        QCOMPARE(before.first(), QString("disabled ORLA_II_Plus_Verifier"));
+        QCOMPARE(before.count("turn"), 1);
+        QVERIFY(before.mid(before.indexOf("turn")).contains("paint ORLA_II_Plus_Verifier"));
+        QCOMPARE(watch.happened().last(), QString("ABS"));
+        QVERIFY(m_fixture->waitUntil([this] { return m_fixture->window().isEnabled(); }));
+    }
+
+    void anAbsoluteMoveTakesItsTextAsANumber_data() { addTextRows(); }
+
+    void anAbsoluteMoveTakesItsTextAsANumber()
+    {
+        QFETCH(QString, text);
+        QFETCH(int, number);
+        m_fixture->setText("EDIT_Z_ABS", text);
         m_fixture->click("BUTTON_Z_ABS");
         QVERIFY(m_fixture->waitUntil([this] { return m_fixture->window().isEnabled(); }));
-        QCOMPARE(m_fixture->takeBoardLines().first(), QString("$,STM1,ABS,0,"));
+        QCOMPARE(m_fixture->takeBoardLines().first(), QString("$,STM1,ABS,%1,").arg(number));
+    }
+
+    void aStepThatIsHeldEndsWhenTheWindowIsLocked()
+    {
+        m_fixture->press("BUTTON_Z_MOVE_PLUS");
+        QStringList lines;
+        QVERIFY(m_fixture->waitUntil([&] {
+            lines += m_fixture->takeBoardLines();
+            return !lines.isEmpty();
+        }));
+        m_fixture->window().setEnabled(false);
+        m_fixture->takeBoardLines();
+        QTest::qWait(500);
+        QVERIFY(m_fixture->takeBoardLines().isEmpty());
+        m_fixture->window().setEnabled(true);
+        QTest::qWait(500);
+        QVERIFY(m_fixture->takeBoardLines().isEmpty());
+        m_fixture->release("BUTTON_Z_MOVE_PLUS");
+        QVERIFY(m_fixture->takeBoardLines().isEmpty());
+    }
+
+    void aRotationThatIsHeldStopsWhenTheWindowIsLocked()
+    {
+        m_fixture->press("BUTTON_Z_ROTATE_PLUS");
+        m_fixture->takeBoardLines();
+        m_fixture->window().setEnabled(false);
+        QCOMPARE(m_fixture->takeBoardLines(), QStringList({"$,STM1,STOP,,", "$,STM1,GET_POS,,"}));
+        m_fixture->window().setEnabled(true);
+        m_fixture->release("BUTTON_Z_ROTATE_PLUS");
+    }
+
+    void aBusyButtonIsPaintedSoBeforeItsStepBlocks_data()
+    {
+        QTest::addColumn<QString>("button");
+        QTest::addColumn<QString>("command");
+        QTest::newRow("origin") << "BUTTON_Z_ORIGIN"
+                                << "ORIGIN";
+        QTest::newRow("reference") << "BUTTON_Z_MOVE_REFERENCE"
+                                   << "ABS";
+        QTest::newRow("diagnosis") << "BUTTON_Z_DIAGNOSIS"
+                                   << "SELF_DIAG";
+    }
+
+    void aBusyButtonIsPaintedSoBeforeItsStepBlocks()
+    {
+        QFETCH(QString, button);
+        QFETCH(QString, command);
+        EventWatch watch;
+        watch.watch(&m_fixture->window());
+        watch.watch(m_fixture->find<QPushButton>(qPrintable(button)));
+        QString resultWhenBack;
+        QStringList styles;
+        watch.atChange([&](const QString& change) {
+            if (change == "enabled " + button)
+                resultWhenBack = m_fixture->text("EDIT_Z_DIAGNOSIS");
+            if (change.endsWith("abled " + button))
+                styles += m_fixture->style(qPrintable(button));
+        });
+        m_fixture->setText("EDIT_Z_DIAGNOSIS", "before");
+        const auto connection = noteLine(watch, command);
+        const QString slot = "on_" + button + "_clicked";
+        QVERIFY(QMetaObject::invokeMethod(&m_fixture->window(), qPrintable(slot)));
+        disconnect(connection);
+
+        const QStringList before = watch.before(command);
+        QVERIFY(before.indexOf("disabled " + button) < before.indexOf("turn"));
+        QCOMPARE(before.count("turn"), 1);
+        QVERIFY(before.mid(before.indexOf("turn")).contains("paint " + button));
+        const QStringList after = watch.after(command);
+        QCOMPARE(after.count("turn"), 0);
+        QVERIFY(after.mid(after.indexOf("enabled " + button)).contains("paint ORLA_II_Plus_Verifier"));
+        QCOMPARE(styles, QStringList({kHighlight, kPlain}));
+        QCOMPARE(resultWhenBack, QString(command == "SELF_DIAG" ? "0" : "before"));
     }
 
     void homingIsShownWhileItBlocks()
@@ -222,14 +360,18 @@ private slots:
         QCOMPARE(stagePosition(), 31000.0);
     }
 
-    void anEmptyReferenceMovesToZero()
+    void aReferenceIsTakenAsANumber_data() { addTextRows(); }
+
+    void aReferenceIsTakenAsANumber()
     {
-        m_fixture->setText("EDIT_Z_REFERENCE", "");
+        QFETCH(QString, text);
+        QFETCH(int, number);
+        m_fixture->setText("EDIT_Z_REFERENCE", text);
         m_fixture->click("BUTTON_Z_MOVE_REFERENCE");
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,STM1,ABS,0,"));
+        QCOMPARE(m_fixture->takeBoardLines(), QStringList(QString("$,STM1,ABS,%1,").arg(number)));
     }
 
-    void theDiagnosisIsShownBeforeItsButtonComesBack()
+    void theDiagnosisIsShown()
     {
         const Look look = lookDuring("BUTTON_Z_DIAGNOSIS", "SELF_DIAG");
         QCOMPARE(look.style, QString(kHighlight));
@@ -246,24 +388,17 @@ private slots:
         QCOMPARE(m_fixture->text("EDIT_Z_DIAGNOSIS"), QString("-1"));
     }
 
-    void theReferenceIsTheDisplayedPosition_data()
-    {
-        QTest::addColumn<QString>("shown");
-        QTest::addColumn<int>("stored");
-        QTest::newRow("number") << "31234" << 31234;
-        QTest::newRow("negative") << "-156" << -156;
-        QTest::newRow("no number") << "abc" << 0;
-        QTest::newRow("empty") << "" << 0;
-    }
+    void theReferenceIsTheDisplayedPosition_data() { addTextRows(); }
 
     void theReferenceIsTheDisplayedPosition()
     {
-        QFETCH(QString, shown);
-        QFETCH(int, stored);
-        m_fixture->setText("EDIT_Z_POSITION", shown);
+        QFETCH(QString, text);
+        QFETCH(int, number);
+        global_ini()->Z_reference = -1;
+        m_fixture->setText("EDIT_Z_POSITION", text);
         m_fixture->click("BUTTON_Z_SET_REFERENCE");
-        QCOMPARE(global_ini()->Z_reference, stored);
-        QCOMPARE(m_fixture->text("EDIT_Z_REFERENCE"), shown);
+        QCOMPARE(global_ini()->Z_reference, number);
+        QCOMPARE(m_fixture->text("EDIT_Z_REFERENCE"), text);
         QVERIFY(m_fixture->takeBoardLines().isEmpty());
     }
 
@@ -286,8 +421,18 @@ private slots:
         QFETCH(QString, signature);
         QFETCH(bool, enables);
         m_fixture->window().setEnabled(false);
+        QString shownWhenEnabled;
+        EventWatch watch;
+        watch.watch(&m_fixture->window());
+        watch.atChange([&](const QString& change) {
+            if (change.startsWith("enabled"))
+                shownWhenEnabled = m_fixture->text("EDIT_Z_POSITION");
+        });
+        QSignalSpy logged(&m_fixture->window(), &ORLA_II_Plus_Verifier::sig_debug_Message);
         QVERIFY(QMetaObject::invokeMethod(Controller::getInstance(), qPrintable(signal)));
-        QVERIFY(m_fixture->messages().contains(signature));
+        QCOMPARE(logged.count(), 1);
+        QCOMPARE(logged.first().first().toStringList(), QStringList(signature));
+        QCOMPARE(shownWhenEnabled, QString(enables ? "10000" : ""));
         QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,STM1,GET_POS,,"));
         QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("10000"));
         QCOMPARE(m_fixture->window().isEnabled(), enables);
@@ -326,6 +471,36 @@ private:
         m_fixture->click(button);
         disconnect(connection);
         return look;
+    }
+
+    /// Texts of a field and the number that they stand for.
+    static void addTextRows()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("number");
+        QTest::newRow("number") << "31234" << 31234;
+        QTest::newRow("negative") << "-156" << -156;
+        QTest::newRow("signed") << "+5" << 5;
+        QTest::newRow("blanks around it") << " 7 " << 7;
+        QTest::newRow("leading zeros") << "010" << 10;
+        QTest::newRow("greatest") << "2147483647" << 2147483647;
+        QTest::newRow("too great") << "2147483648" << 0;
+        QTest::newRow("number and letters") << "12abc" << 0;
+        QTest::newRow("hexadecimal") << "0x10" << 0;
+        QTest::newRow("fraction") << "1.5" << 0;
+        QTest::newRow("letters") << "abc" << 0;
+        QTest::newRow("foreign letters") << "Ž三" << 0;
+        QTest::newRow("empty") << "" << 0;
+    }
+
+    /// Notes a command in the list at the moment when its line goes out.
+    QMetaObject::Connection noteLine(EventWatch& watch, const QString& command)
+    {
+        return connect(Controller::getInstance(), &Controller::sig_debug_Controller, this,
+                       [&watch, command](const QString& line) {
+                           if (line.startsWith("$,") && line.contains(command))
+                               watch.note(command);
+                       });
     }
 
     void failNext(const std::string& command)
