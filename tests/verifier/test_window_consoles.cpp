@@ -1,8 +1,10 @@
 #include <QPlainTextEdit>
+#include <QScrollBar>
 #include <QSpinBox>
 #include <QtTest>
 
 #include "Controller/Controller.h"
+#include "support/EventWatch.h"
 #include "support/WindowFixture.h"
 
 class TestWindowConsoles : public QObject
@@ -80,11 +82,81 @@ private slots:
         }
     }
 
+    void theShownConsoleLiesOnTop_data()
+    {
+        QTest::addColumn<int>("selected");
+        QTest::addColumn<QString>("shown");
+        QTest::addColumn<QString>("other");
+        QTest::newRow("messages") << 1 << "DebugMessage"
+                                  << "DebugController";
+        QTest::newRow("controller") << 2 << "DebugController"
+                                    << "DebugMessage";
+    }
+
     void theShownConsoleLiesOnTop()
     {
+        QFETCH(int, selected);
+        QFETCH(QString, shown);
+        QFETCH(QString, other);
+        console(qPrintable(other))->show();
+        console(qPrintable(other))->raise();
+        m_fixture->find<QSpinBox>("SPIN_DEBUG")->setValue(selected);
         m_fixture->click("BUTTON_DEBUG");
         QWidget* top = m_fixture->window().childAt(100, 300);
-        QVERIFY(console("DebugMessage")->isAncestorOf(top));
+        QVERIFY(console(qPrintable(shown))->isAncestorOf(top));
+        // The end hides whatever is shown.
+        m_fixture->click("BUTTON_DEBUG");
+        QVERIFY(console("DebugMessage")->isHidden());
+        QVERIFY(console("DebugController")->isHidden());
+    }
+
+    void theButtonRepaintsTheWindowAtOnce()
+    {
+        for (const bool checked : {true, false}) {
+            EventWatch watch;
+            watch.watch(&m_fixture->window());
+            QVERIFY(QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_DEBUG_clicked",
+                                              Q_ARG(bool, checked)));
+            QVERIFY(watch.happened().contains("paint ORLA_II_Plus_Verifier"));
+            QVERIFY(!watch.happened().contains("turn"));
+        }
+    }
+
+    void theLastLineOfEitherConsoleIsInView_data()
+    {
+        QTest::addColumn<int>("selected");
+        QTest::addColumn<QString>("name");
+        QTest::newRow("messages") << 1 << "PLAIN_DEBUG_MESSAGE";
+        QTest::newRow("controller") << 2 << "PLAIN_DEBUG_CONTROLLER";
+    }
+
+    void theLastLineOfEitherConsoleIsInView()
+    {
+        QFETCH(int, selected);
+        QFETCH(QString, name);
+        m_fixture->find<QSpinBox>("SPIN_DEBUG")->setValue(selected);
+        m_fixture->click("BUTTON_DEBUG");
+        auto* area = m_fixture->find<QPlainTextEdit>(qPrintable(name));
+        area->setPlainText(QString("line\n").repeated(200));
+        area->moveCursor(QTextCursor::End);
+        area->verticalScrollBar()->setValue(0);
+        const auto cursorIsSeen = [area] { return area->viewport()->rect().contains(area->cursorRect()); };
+        QVERIFY(!cursorIsSeen());
+        if (selected == 1)
+            m_fixture->window().slot_debug_Message({"f"});
+        else
+            m_fixture->window().slot_debug_Controller("line\r\n");
+        QVERIFY(cursorIsSeen());
+    }
+
+    void whatComesWhileHiddenIsSeenWhenShown()
+    {
+        for (int i = 0; i < 200; ++i)
+            m_fixture->window().slot_debug_Message({"f"});
+        m_fixture->click("BUTTON_DEBUG");
+        QTest::qWait(50);
+        const auto* area = m_fixture->find<QPlainTextEdit>("PLAIN_DEBUG_MESSAGE");
+        QVERIFY(area->viewport()->rect().contains(area->cursorRect()));
     }
 
     void changingTheSelectorWhileShownHasNoEffect()

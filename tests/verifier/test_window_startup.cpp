@@ -10,6 +10,7 @@
 #include "Controller/Controller.h"
 #include "camera/OV5642Camera.h"
 #include "settings/GlobalIni.h"
+#include "support/EventWatch.h"
 #include "support/WindowFixture.h"
 
 namespace {
@@ -115,6 +116,32 @@ private slots:
         }
     }
 
+    void theWindowsOwnObjectsAreCreatedInOrder()
+    {
+        QStringList names;
+        for (const QObject* child : m_fixture->window().children()) {
+            const QString name = child->metaObject()->className();
+            if (QStringList({"QWidget", "QTimer", "DebugMessage", "DebugController", "OV5642Camera"})
+                    .contains(name))
+                names += name;
+        }
+        QCOMPARE(names.mid(0, 5),
+                 QStringList({"QWidget", "QTimer", "DebugMessage", "DebugController", "OV5642Camera"}));
+        const auto* timer = m_fixture->window().findChildren<QTimer*>().first();
+        QCOMPARE(timer->interval(), 1000);
+        QVERIFY(!timer->isSingleShot());
+        QVERIFY(timer->isActive());
+    }
+
+    void theConsolesAreThereButHidden()
+    {
+        for (const char* name : {"DebugMessage", "DebugController"}) {
+            const auto* console = m_fixture->find<QWidget>(name);
+            QVERIFY2(console->isHidden(), name);
+            QCOMPARE(console->geometry(), QRect(0, 0, 640, 480));
+        }
+    }
+
     void theStartMarksWhatIsChosen()
     {
         QCOMPARE(m_fixture->style("BUTTON_CAPTURE"), QString(kHighlight));
@@ -147,30 +174,62 @@ private slots:
     {
         if (!kZigMode)
             QSKIP("outside Zig mode the button is disabled");
-        QString textDuring;
-        QString styleDuring;
+        EventWatch watch;
+        watch.watch(&m_fixture->window());
+        watch.watch(connectButton());
+        QStringList looks;
         const auto connection = connect(Controller::getInstance(), &Controller::sig_debug_Controller, this,
                                         [&](const QString& line) {
-                                            if (line.startsWith("$,DEVICE,READY")) {
-                                                textDuring = connectButton()->text();
-                                                styleDuring = connectButton()->styleSheet();
-                                            }
+                                            watch.note(line.trimmed());
+                                            looks += connectButton()->text() + connectButton()->styleSheet();
                                         });
-        m_fixture->click("BUTTON_CONNECT");
+        QVERIFY(QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_CONNECT_clicked"));
         disconnect(connection);
-        QCOMPARE(textDuring, QString("X"));
-        QCOMPARE(styleDuring, QString(kPlain));
+        const QString x = QString("X") + kPlain;
+        const QString o = QString("O") + kHighlight;
+        QCOMPARE(looks.mid(0, 3), QStringList({x, x, o}));
+        QCOMPARE(connectButton()->text() + connectButton()->styleSheet(), o);
+        const QStringList before = watch.before("$,DEVICE,READY,,");
+        QCOMPARE(before.count("turn"), 1);
+        QVERIFY2(before.mid(before.indexOf("turn")).contains("paint BUTTON_CONNECT"), "the X is seen");
+        const QStringList between = watch.after("$OK,DEVICE,READY,,");
+        QVERIFY2(between.mid(0, between.indexOf("$,STM1,ORIGIN,,")).contains("paint ORLA_II_Plus_Verifier"),
+                 "the O is seen before the stage is homed");
+    }
+
+    void aBoardThatRefusesLeavesTheXAndMayBeTriedAgain()
+    {
+        if (!kZigMode)
+            QSKIP("outside Zig mode the button is disabled");
+        m_fixture->takeBoardLines();
+        m_fixture->board().withBoard([](Board& board, InstrumentTime) {
+            board.addFault({LineFault::Failure, "READY", 1});
+        });
+        m_fixture->clearConsoles();
+        m_fixture->click("BUTTON_CONNECT");
+        QCOMPARE(connectButton()->text(), QString("X"));
+        QCOMPARE(m_fixture->style("BUTTON_CONNECT"), QString(kPlain));
+        QVERIFY(m_fixture->isEnabled("BUTTON_CONNECT"));
+        QCOMPARE(m_fixture->messages(),
+                 QString("void ORLA_II_Plus_Verifier::on_BUTTON_CONNECT_clicked()() \n"));
+        QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,DEVICE,READY,,"));
+        m_fixture->click("BUTTON_CONNECT");
         QCOMPARE(connectButton()->text(), QString("O"));
-        QCOMPARE(m_fixture->style("BUTTON_CONNECT"), QString(kHighlight));
+        QCOMPARE(m_fixture->takeBoardLines().mid(0, 2), QStringList({"$,DEVICE,READY,,", "$,STM1,ORIGIN,,"}));
     }
 
     void everyAcknowledgementHomesAndAppliesAgain()
     {
         m_fixture->takeBoardLines();
+        const QString look = connectButton()->text() + m_fixture->style("BUTTON_CONNECT");
         for (int i = 0; i < 2; ++i) {
+            m_fixture->clearConsoles();
             QVERIFY(Controller::getInstance()->trySerialPort());
             QCOMPARE(m_fixture->takeBoardLines(), QStringList({"$,DEVICE,READY,,", "$,STM1,ORIGIN,,",
                                                                "$,LED4,BRT,225,", "$,STM1,ABS,32000,"}));
+            QVERIFY(m_fixture->messages().startsWith(
+                "void ORLA_II_Plus_Verifier::slot_connected_controller()() \n"));
+            QCOMPARE(connectButton()->text() + m_fixture->style("BUTTON_CONNECT"), look);
         }
     }
 
@@ -194,7 +253,10 @@ private slots:
     void thePasswordScriptRunsWithoutArguments()
     {
         m_fixture->boxes().clear();
+        m_fixture->clearConsoles();
         m_fixture->click("BUTTON_PASSWORD");
+        QCOMPARE(m_fixture->messages(),
+                 QString("void ORLA_II_Plus_Verifier::on_BUTTON_PASSWORD_clicked()() \n"));
         QCOMPARE(m_fixture->tree().passwordRuns().size(), 1);
         QCOMPARE(m_fixture->tree().passwordRuns().first().arguments, QStringList());
         expectPasswordBox();
@@ -221,7 +283,8 @@ private slots:
             const QByteArray widgetName = signature.mid(3, split - 3);
             const QByteArray signal = signature.mid(split + 1);
             const auto* widget = m_fixture->window().findChild<QWidget*>(QString::fromLatin1(widgetName));
-            QVERIFY2(widget != nullptr, signature.constData());
+            if (widget == nullptr)
+                QFAIL(signature.constData());
             QVERIFY2(widget->metaObject()->indexOfSignal(signal) >= 0, signature.constData());
             ++bound;
         }
@@ -233,6 +296,7 @@ private slots:
         m_fixture->takeBoardLines();
         m_fixture->boxes().clear();
         m_fixture->boxes().next(QMessageBox::No);
+        m_fixture->clearConsoles();
         m_fixture->click("BUTTON_EXIT");
         QCOMPARE(m_fixture->boxes().met().size(), 1);
         const MetBox& box = m_fixture->boxes().met().first();
@@ -240,6 +304,8 @@ private slots:
         QCOMPARE(box.text, QString("Are you sure quit ?"));
         QCOMPARE(box.icon, QMessageBox::Question);
         QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Yes | QMessageBox::No));
+        QVERIFY(!box.hadDefaultButton);
+        QVERIFY(m_fixture->messages().endsWith("void ORLA_II_Plus_Verifier::on_BUTTON_EXIT_clicked()() \n"));
         QVERIFY(m_fixture->takeBoardLines().isEmpty());
         QVERIFY(m_fixture->window().findChild<OV5642Camera*>()->isStreaming());
         QVERIFY(m_fixture->waitForFrames(2));
@@ -253,18 +319,33 @@ private slots:
         QVERIFY(m_fixture->window().isVisible());
     }
 
+    void aCloseRequestToALockedWindowIsIgnored()
+    {
+        m_fixture->boxes().clear();
+        m_fixture->window().setEnabled(false);
+        QVERIFY(!m_fixture->window().close());
+        m_fixture->window().setEnabled(true);
+        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->window().isVisible());
+    }
+
     void yesAtExitParksTheInstrumentAndQuits()
     {
         m_fixture->takeBoardLines();
         m_fixture->clearConsoles();
         m_fixture->boxes().next(QMessageBox::Yes);
+        const auto* camera = m_fixture->window().findChild<OV5642Camera*>();
+        const auto connection =
+            connect(Controller::getInstance(), &Controller::sig_debug_Controller, this,
+                    [&](const QString& line) { QVERIFY2(camera->isStreaming(), qPrintable(line)); });
         QTimer::singleShot(0, this, [this] { m_fixture->click("BUTTON_EXIT"); });
         QTimer::singleShot(10000, qApp, [] { QCoreApplication::exit(1); });
         QCOMPARE(QApplication::exec(), 0);
+        disconnect(connection);
         const QStringList expected =
             kZigMode ? QStringList() : QStringList({"$,LED4,OFF,,", "$,STM1,ORIGIN,,"});
         QCOMPARE(m_fixture->takeBoardLines(), expected);
-        QVERIFY(!m_fixture->window().findChild<OV5642Camera*>()->isStreaming());
+        QVERIFY(!camera->isStreaming());
         const QString text = m_fixture->messages();
         QVERIFY(text.contains("void ORLA_II_Plus_Verifier::on_BUTTON_EXIT_clicked()() \n"));
         QVERIFY(text.contains("shutdown hardware"));
