@@ -64,6 +64,23 @@ private slots:
                  }));
     }
 
+    // By the port's own word: a pseudo-terminal does not take every setting.
+    void theLineIsSetUpForTheBoard()
+    {
+        ControllerBench bench;
+        bench.open();
+        const QObjectList children = bench.controller.children();
+        QCOMPARE(children.size(), 1);
+        const QObject* port = children.first();
+        QCOMPARE(port->metaObject()->className(), "QSerialPort");
+        const auto valueOf = [port](const char* setting) { return port->property(setting).toInt(); };
+        QCOMPARE(valueOf("baudRate"), 115200);
+        QCOMPARE(valueOf("dataBits"), 8);
+        QCOMPARE(valueOf("parity"), 0);
+        QCOMPARE(valueOf("stopBits"), 1);
+        QCOMPARE(valueOf("flowControl"), 0);
+    }
+
     void theListenerIsOnAfterTheProbe()
     {
         ControllerBench bench;

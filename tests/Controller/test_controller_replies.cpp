@@ -1,3 +1,7 @@
+#include <chrono>
+#include <memory>
+#include <thread>
+
 #include <fcntl.h>
 #include <termios.h>
 
@@ -344,6 +348,66 @@ private slots:
         QCOMPARE(console.count(), 1);
         QCOMPARE(console.at(0).at(0).toString(), QStringLiteral("$,STM1,ABS,40,\r\n"));
         QTRY_COMPARE(bench.peer.received(), QList<QByteArray>{"$,STM1,ABS,40,\r\n"});
+    }
+
+    // A second line of one chunk waits to be read; a command does away with it.
+    void aNonBlockingWriteDiscardsWhatWasNotReadYet()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.controller.setPortListener(true);
+        QSignalSpy stopped(&bench.controller, &Controller::sig_z_stage_mvp);
+        QSignalSpy stale(&bench.controller, &Controller::sig_z_stage_mvn);
+        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_abs);
+        bench.peer.send("$OK,STM1,MVP,1,\r\n$OK,STM1,MVN,1,\r\n");
+        QTRY_COMPARE(stopped.count(), 1);
+        bench.controller.write_nonBlocking("$,STM1,ABS,40,\r\n");
+        bench.peer.send("$OK,STM1,ABS,40,\r\n");
+        QTRY_COMPARE(moved.count(), 1);
+        QCOMPARE(stale.count(), 0);
+    }
+
+    void aBlockingWriteDiscardsWhatWasNotReadYet()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.controller.setPortListener(true);
+        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
+        bench.peer.send("$OK,STM1,MVP,1,\r\n$NG,STM1,OLD,,\r\n");
+        QTRY_COMPARE(moved.count(), 1);
+        bench.controller.setPortListener(false);
+        bench.peer.answer("$OK,LED4,ON,,\r\n");
+        bench.controller.write_Blocking("$,LED4,ON,,\r\n", kLong_ms);
+        bench.controller.readAvailableData_Blocking(kLong_ms);
+        QCOMPARE(bench.controller.commandResponse(), QStringLiteral("$OK,LED4,ON,,"));
+    }
+
+    // The port stays open: nothing tells a pulled cable from a silent board.
+    void aLineThatVanishesEndsTheWait()
+    {
+        BenchRoot root;
+        auto line = std::make_unique<PseudoTerminal>();
+        QVERIFY(QDir(root.path()).mkpath("dev"));
+        QVERIFY(QFile::link(QString::fromStdString(line->devicePath()), root.path() + "/dev/ttyS2"));
+        LogRecorder log;
+        BenchController controller;
+        controller.m_skipProbe = true;
+        controller.openSerialPort();
+        log.clear();
+        std::thread cutter([&line] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(kShort_ms));
+            line.reset();
+        });
+        QElapsedTimer timer;
+        timer.start();
+        controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
+        controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
+        cutter.join();
+        QVERIFY(timer.elapsed() < kLong_ms);
+        QCOMPARE(log.messages().count("readAvailableData_Blocking errorDataReadingTimeout"), 2);
+        QVERIFY(controller.isSerialPortOpen());
+        QVERIFY(!controller.trySerialPort());
+        QVERIFY(!controller.isSerialPortOpen());
     }
 
     void aLineThatCannotBeWrittenIsLoggedAndTheReadFollows()

@@ -1,9 +1,22 @@
 // A board that says nothing at all, with the time-outs that the program really uses.
 
+#include <fcntl.h>
+#include <termios.h>
+
 #include <QSignalSpy>
 #include <QtTest>
 
 #include "ControllerBench.h"
+
+namespace {
+
+// A loaded machine may add to a wait, but not as much as a time-out of another command would.
+bool lastedAbout(qint64 elapsed_ms, qint64 timeout_ms)
+{
+    return elapsed_ms >= timeout_ms - 100 && elapsed_ms < timeout_ms + 3000;
+}
+
+} // namespace
 
 class TestControllerSilence : public QObject
 {
@@ -17,7 +30,7 @@ private slots:
         QElapsedTimer timer;
         timer.start();
         bench.controller.openSerialPort();
-        QVERIFY(timer.elapsed() >= 4900);
+        QVERIFY2(lastedAbout(timer.elapsed(), 5000), qPrintable(QString::number(timer.elapsed())));
         QVERIFY(!bench.controller.isSerialPortOpen());
         QCOMPARE(connected.count(), 0);
         QCOMPARE(bench.peer.received(), QList<QByteArray>{"$,DEVICE,READY,,\r\n"});
@@ -39,17 +52,36 @@ private slots:
         QElapsedTimer timer;
         timer.start();
         QVERIFY(bench.controller.z_stage_mvp(SERIAL_BLOCKING, 640));
-        QVERIFY(timer.elapsed() >= 4900);
+        QVERIFY2(lastedAbout(timer.elapsed(), 5000), qPrintable(QString::number(timer.elapsed())));
         QCOMPARE(bench.controller.m_zStagePosition, 640);
     }
 
-    // Longer than any other command is waited for.
-    void theDiagnosisIsWaitedForLongerThanFiveSeconds()
+    // A line that takes nothing, too: the time-out of writing comes first.
+    void aLineThatIsStuckCostsBothTimeouts_data()
     {
+        QTest::addColumn<bool>("diagnosis");
+        QTest::addColumn<int>("timeouts_ms");
+        QTest::newRow("probe") << false << 6000;
+        QTest::newRow("self-diagnosis") << true << 26000;
+    }
+
+    void aLineThatIsStuckCostsBothTimeouts()
+    {
+        QFETCH(bool, diagnosis);
+        QFETCH(int, timeouts_ms);
         ControllerBench bench;
         bench.open();
-        bench.peer.answer({{"$OK,STM1,SELF_DIAG,3,\r\n", 6000}});
-        QCOMPARE(bench.controller.z_stage_diagnosis(), 3);
+        const QByteArray device = QFile::encodeName(bench.root.path() + "/dev/ttyS2");
+        const FileDescriptor line(::open(device.constData(), O_RDWR | O_NOCTTY));
+        QCOMPARE(::tcflow(line.get(), TCOOFF), 0);
+        QElapsedTimer timer;
+        timer.start();
+        if (diagnosis)
+            QCOMPARE(bench.controller.z_stage_diagnosis(), -1);
+        else
+            QVERIFY(!bench.controller.trySerialPort());
+        QVERIFY2(lastedAbout(timer.elapsed(), timeouts_ms), qPrintable(QString::number(timer.elapsed())));
+        QVERIFY(bench.log.messages().contains("write_Blocking errorDataWritingTimeout"));
     }
 };
 
