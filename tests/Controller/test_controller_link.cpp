@@ -90,6 +90,14 @@ private slots:
         bench.peer.send("$OK,STM1,MVP,5,\r\n");
         QTRY_COMPARE(moved.count(), 1);
         QCOMPARE(bench.controller.m_zStagePosition, 5);
+
+        // Whatever the acknowledgement made of it.
+        connect(&bench.controller, &Controller::sig_connected_controller, this,
+                [&] { bench.controller.setPortListener(false); });
+        bench.peer.answer(kReady);
+        QVERIFY(bench.controller.trySerialPort());
+        bench.peer.send("$OK,STM1,MVP,5,\r\n");
+        QTRY_COMPARE(moved.count(), 2);
     }
 
     void anOpenPortIsNotProbedAgain()

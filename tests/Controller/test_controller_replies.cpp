@@ -131,6 +131,8 @@ private slots:
     {
         ControllerBench bench;
         bench.open();
+        // Twice, or every notification would find two listeners and take two lines.
+        bench.controller.setPortListener(true);
         bench.controller.setPortListener(true);
         QSignalSpy up(&bench.controller, &Controller::sig_z_stage_mvp);
         QSignalSpy down(&bench.controller, &Controller::sig_z_stage_mvn);
@@ -365,6 +367,18 @@ private slots:
         bench.peer.send("$OK,STM1,ABS,40,\r\n");
         QTRY_COMPARE(moved.count(), 1);
         QCOMPARE(stale.count(), 0);
+    }
+
+    // A non-blocking line leaves with the event loop; an exchange that comes first takes its place.
+    void anExchangeDiscardsWhatWasNotSentYet()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.controller.write_nonBlocking("$,STM1,ABS,40,\r\n");
+        bench.peer.answer("$OK,LED4,ON,,\r\n");
+        bench.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
+        QTest::qWait(kShort_ms);
+        QCOMPARE(bench.peer.received(), QList<QByteArray>{"$,LED4,ON,,\r\n"});
     }
 
     void aBlockingWriteDiscardsWhatWasNotReadYet()
