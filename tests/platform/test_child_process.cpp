@@ -43,6 +43,16 @@ private slots:
         QVERIFY2(timer.elapsed() < kChildProcessTimeout_ms,
                  "a program that is missing must not be waited for");
     }
+
+    // Its input stays open, so that a program which reads it waits: for half a minute.
+    void aProgramThatDoesNotEndIsKilled()
+    {
+        QElapsedTimer timer;
+        timer.start();
+        runChildProcess("cat", {});
+        QVERIFY2(timer.elapsed() >= 29900 && timer.elapsed() < 40000,
+                 qPrintable(QString::number(timer.elapsed())));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestChildProcess)

@@ -87,6 +87,20 @@ private slots:
         QVERIFY(m_fixture->boxes().met().isEmpty());
     }
 
+    // The second answer counts as a step of its own until the position is asked for.
+    void aStepThatIsAnsweredTwiceEndsOnTheTruePosition()
+    {
+        m_fixture->click("BUTTON_Z_MOVE_PLUS");
+        m_fixture->takeBoardLines();
+        m_fixture->board().withBoard(
+            [](Board& board, InstrumentTime now) { board.sendUnasked("$OK,STM1,MVP,256,\r\n", now); });
+        QVERIFY(m_fixture->waitUntil(
+            [this] { return m_fixture->takeBoardLines().contains("$,STM1,GET_POS,,"); }));
+        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("10256"));
+        QCOMPARE(Controller::getInstance()->m_zStagePosition, 10256);
+        QCOMPARE(stagePosition(), 10256.0);
+    }
+
     void theStepSizeTakesEffectAtOnceWithoutSaving()
     {
         m_fixture->find<QSpinBox>("SPIN_Z_STEP")->setValue(640);
