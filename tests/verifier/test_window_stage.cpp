@@ -416,6 +416,27 @@ private slots:
         QVERIFY(m_fixture->takeBoardLines().isEmpty());
     }
 
+    void everyPressIsLogged_data()
+    {
+        QTest::addColumn<QString>("slot");
+        for (const char* slot : {"POSITION_clicked", "MOVE_PLUS_clicked", "MOVE_MINUS_clicked",
+                                 "ROTATE_PLUS_pressed", "ROTATE_MINUS_pressed", "ROTATE_PLUS_released",
+                                 "ROTATE_MINUS_released", "STOP_clicked", "ABS_clicked", "ORIGIN_clicked",
+                                 "MOVE_REFERENCE_clicked", "DIAGNOSIS_clicked", "SET_REFERENCE_clicked"})
+            QTest::newRow(slot) << QString("on_BUTTON_Z_") + slot;
+    }
+
+    void everyPressIsLogged()
+    {
+        QFETCH(QString, slot);
+        QSignalSpy logged(&m_fixture->window(), &ORLA_II_Plus_Verifier::sig_debug_Message);
+        QVERIFY(QMetaObject::invokeMethod(&m_fixture->window(), qPrintable(slot)));
+        QVERIFY(!logged.isEmpty());
+        QCOMPARE(logged.first().first().toStringList(),
+                 QStringList("void ORLA_II_Plus_Verifier::" + slot + "()"));
+        QVERIFY(m_fixture->waitUntil([this] { return m_fixture->window().isEnabled(); }));
+    }
+
     void aReportedMoveIsLoggedAndItsPositionQueried_data()
     {
         QTest::addColumn<QString>("signal");
