@@ -13,8 +13,8 @@ constexpr int kStroke_px = 300;
 // A finger meets a dot, but not its middle.
 constexpr QPoint kBesideTheDot(5, -4);
 constexpr QPoint kWideOfTheDot(0, 120);
-// A point is cut off to whole pixels, and so is the truth that it is held against.
-constexpr double kPointTolerance_px = 1.0;
+// A pixel that the cut to whole numbers may take, and half of one for the search in noise.
+constexpr double kPointTolerance_px = 1.5;
 constexpr double kLengthTolerance_px = 1.5;
 constexpr double kIntensityTolerance = 3.0;
 
@@ -137,10 +137,10 @@ StepResult QcSteps::points()
         m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after a search"));
         m_hand.takePicture("point-" + digit);
         found[index] = pointShown("EDIT_POINT_" + digit);
-        figures.push_back({"point " + digit + " x", "px", found[index].x(), std::floor(dots[index].x_px),
-                           kPointTolerance_px});
-        figures.push_back({"point " + digit + " y", "px", found[index].y(), std::floor(dots[index].y_px),
-                           kPointTolerance_px});
+        figures.push_back(
+            {"point " + digit + " x", "px", found[index].x(), dots[index].x_px, kPointTolerance_px});
+        figures.push_back(
+            {"point " + digit + " y", "px", found[index].y(), dots[index].y_px, kPointTolerance_px});
     }
     const QPointF way = found[1] - found[0];
     m_foundLength_px = std::hypot(way.x(), way.y());
