@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QMutex>
 #include <QStringList>
 #include <QtGlobal>
 
@@ -21,7 +20,6 @@ public:
 private:
     static void record(QtMsgType type, const QMessageLogContext& context, const QString& message);
 
-    mutable QMutex m_mutex;
     QStringList m_messages;
     QtMessageHandler m_previous;
 };
