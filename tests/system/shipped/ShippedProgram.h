@@ -1,0 +1,94 @@
+#pragma once
+
+#include <memory>
+
+#include <QImage>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include "DeviceScene.h"
+#include "PtyBoard.h"
+
+/// A message box or file dialog as the operator reads it.
+struct SeenBox
+{
+    QString title; // of a message box with its icon: "critical: Error"
+    QString text;
+    QString buttons; // in alphabetical order, blanks between
+    QString folder;  // of a file dialog
+    QString filter;
+};
+
+/// The program as it is shipped, in a process of its own on a private instrument: files below
+/// a temporary directory that a mount namespace lays over the real paths, stand-ins for the
+/// capture device and the sensor's bus, a board on a pseudo-terminal.
+class ShippedProgram
+{
+public:
+    /// Makes the instrument, with settings files of known values, and starts nothing.
+    ShippedProgram();
+    ~ShippedProgram();
+
+    /// Why it cannot run here; empty when it can.
+    static QString hindrance();
+
+    /// The file behind a path of the instrument, such as "opt/ORLA3/conf/ORLA3.ini".
+    QString file(const QString& path) const { return m_root.filePath(path); }
+    QByteArray content(const QString& path) const;
+    void write(const QString& path, const QByteArray& text) const;
+    void plugDisk() const;
+    void pullDisk() const;
+
+    DeviceScene& scene() { return *m_scene; }
+    PtyBoard& board() { return m_board; }
+
+    /// Starts the program and waits for its window.
+    bool start();
+    /// Presses Exit, then Yes; the exit status, -1 when it does not come to an end.
+    int exit();
+    qint64 processId() const { return m_program.processId(); }
+
+    /// Calls on the devices and files so far, from this one on, without their times.
+    QStringList calls(int from = 0) const;
+    /// Of the calls that begin so: the shortest time between one and the next call.
+    double shortestPause_s(const QString& start, int from = 0) const;
+    /// What mount, umount and the password script were called with, one a line.
+    QByteArray commands() const { return content("commands.log"); }
+
+    QJsonObject ask(const QJsonObject& request);
+    QJsonObject look(const QString& name) { return ask({{"do", "look"}, {"name", name}}); }
+    QString text(const QString& name) { return look(name)["text"].toString(); }
+    QString style(const QString& name) { return look(name)["style"].toString(); }
+    bool enabled(const QString& name) { return look(name)["enabled"].toBool(); }
+    void click(const QString& name) { ask({{"do", "click"}, {"name", name}}); }
+    void type(const QString& name, const QString& text, bool enter = false);
+    void setValue(const QString& name, int value)
+    {
+        ask({{"do", "value"}, {"name", name}, {"value", value}});
+    }
+    void chooseTab(int index) { ask({{"do", "tab"}, {"name", "TAB_MENU"}, {"value", index}}); }
+    void mouse(const char* action, int x, int y) { ask({{"do", action}, {"x", x}, {"y", y}}); }
+    /// The window's picture on the screen.
+    QImage picture();
+
+    /// The box that a click brings up; it stays open.
+    SeenBox boxOf(const QString& button);
+    SeenBox waitForBox(int limit_ms = 10000);
+    bool isBoxOpen() { return !ask({{"do", "box"}}).isEmpty(); }
+    void answer(const QString& button) { ask({{"do", "answer"}, {"button", button}}); }
+    /// Whether the window takes presses again within the time.
+    bool waitEnabled(int limit_ms);
+
+private:
+    void makeTree();
+    void makeScene();
+
+    QTemporaryDir m_root;
+    PtyBoard m_board;
+    DeviceScene* m_scene = nullptr; // of the mapping
+    int m_requests = -1;
+    int m_answers = -1;
+    QByteArray m_pending;
+    QProcess m_program;
+};

@@ -1,0 +1,30 @@
+#!/bin/sh
+# Runs a program on a private instrument: private_instrument.sh ROOT PRELOAD PROGRAM
+#
+# To be started in a mount namespace of its own (unshare --mount): lays the tree under ROOT
+# over the paths that the program uses. What else is in /etc and /dev stays to be seen there.
+set -eu
+root=$1
+preload=$2
+program=$3
+
+mkdir -p "$root/etc.real" "$root/dev.real"
+mount --rbind /etc "$root/etc.real"
+mount --rbind /dev "$root/dev.real"
+for folder in etc dev; do
+    for entry in "$root/$folder.real"/*; do
+        [ -e "$root/$folder/${entry##*/}" ] || [ -L "$root/$folder/${entry##*/}" ] ||
+            ln -s "$entry" "$root/$folder/${entry##*/}"
+    done
+done
+mount --bind "$root/opt" /opt
+mount --bind "$root/root" /root
+mount --bind "$root/mnt" /mnt
+mount --bind "$root/sys/module" /sys/module
+mount --bind "$root/lock" "$(readlink -f /var/lock)"
+mount --rbind "$root/dev" /dev
+mount --rbind "$root/etc" /etc
+
+# mount and umount from here on are the stand-ins.
+export PATH="$root/bin:$PATH" HOME="$root/home" LD_PRELOAD="$preload"
+exec "$program"
