@@ -1,5 +1,7 @@
 #include "simulator/SimulatedInstrument.h"
 
+#include <chrono>
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -11,6 +13,10 @@ namespace {
 
 const QString kMainSettings = QStringLiteral("/opt/ORLA3/conf/ORLA3.ini");
 const QString kDisplayParameter = QStringLiteral("/sys/module/disp/parameters/disp_layer_protect");
+// The first frame may have been exposed before the arrival.
+constexpr unsigned kFreshFrames = 2;
+constexpr std::chrono::milliseconds kLongestWaitForFrames(1000);
+
 constexpr const char* kSerialDevice = "/dev/ttyS2";
 
 const QStringList kSettingsFiles = {
@@ -54,6 +60,7 @@ SimulatedInstrument::~SimulatedInstrument()
 {
     if (m_camera == nullptr)
         return;
+    answerMovesWithFreshFrames(false);
     installDeviceCalls(m_callsBefore);
     setInstrumentRoot(QString());
 }
@@ -164,6 +171,16 @@ void SimulatedInstrument::putSlide(SlideKind kind)
 void SimulatedInstrument::setRealTimeMotion(bool on)
 {
     m_board->setPace(on ? BoardPace::RealTime : BoardPace::Instant);
+}
+
+void SimulatedInstrument::answerMovesWithFreshFrames(bool on)
+{
+    if (!on) {
+        m_board->setArrivalWatcher({});
+        return;
+    }
+    m_board->setArrivalWatcher(
+        [this](InstrumentTime) { m_camera->waitForFreshFrames(kFreshFrames, kLongestWaitForFrames); });
 }
 
 std::array<double, 3> SimulatedInstrument::fieldColour() const

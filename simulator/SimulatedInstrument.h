@@ -43,6 +43,9 @@ public:
     /// Whether motion takes its time from now on, as it does unless the parameters say instant.
     void setRealTimeMotion(bool on);
     bool isInstant() const { return m_instant; }
+    /// Whether a move is answered only when the program has taken in frames of where it ended:
+    /// as it has in real time, unless the machine is too busy for the camera's pace.
+    void answerMovesWithFreshFrames(bool on);
 
     /// The truth, to judge results by, at this moment.
     int stagePosition_steps();

@@ -58,12 +58,15 @@ StepResult AutofocusSteps::autofocus()
 {
     m_hand.click("BUTTON_RESOLUTION_1280");
     m_bench.settle();
-    // A sample belongs to its place only if frames pass while the stage moves.
+    // A sample belongs to its place only if frames pass while the stage moves, and if the
+    // machine is not too busy to take them in.
     m_instrument.setRealTimeMotion(true);
+    m_instrument.answerMovesWithFreshFrames(true);
     m_hand.expectBox("OK");
     if (m_hand.click("BUTTON_AUTOFOCUS"))
         m_hand.waitUntil([this] { return m_hand.boxSinceExpected() != nullptr; }, kRun_ms,
                          QStringLiteral("the autofocus does not end"));
+    m_instrument.answerMovesWithFreshFrames(false);
     m_instrument.setRealTimeMotion(!m_instrument.isInstant());
     const bool finished = m_bench.boxWas("ORLA-III", "Finish AutoFocus !");
     m_bench.settle();

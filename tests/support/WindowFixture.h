@@ -75,6 +75,9 @@ public:
         bool freshFrames = false;
     };
 
+    /// For what comes at once on an idle machine, but not on a busy one under a sanitizer.
+    static constexpr int kPatience_ms = 20000;
+
     WindowFixture();
     explicit WindowFixture(const Options& options);
     ~WindowFixture();
@@ -115,7 +118,7 @@ public:
     QString traffic() const;
     void clearConsoles();
     /// Lets events run until the condition holds; false after the time-out.
-    bool waitUntil(const std::function<bool()>& condition, int timeout_ms = 5000);
+    bool waitUntil(const std::function<bool()>& condition, int timeout_ms = kPatience_ms);
     /// Waits for repaints of the live view, whatever they show.
     bool waitForPaints(int count = 1);
     /// Waits until the device has delivered frames since the call, and for repaints after that.
