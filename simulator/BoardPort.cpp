@@ -13,6 +13,19 @@ namespace {
 
 constexpr char kDevice[] = "/dev/ttyS2";
 
+constexpr const char* kLockDirectories[] = {"/var/lock", "/run/lock", "/var/spool/locks", "/tmp"};
+
+// QSerialPort marks an open port by a lock file. The verifier's port stays open to the end of
+// the process, when nobody is left to take the file away.
+void removePortLock(const std::string& devicePath)
+{
+    std::string name = "LCK.." + devicePath;
+    std::replace(name.begin(), name.end(), '/', '_');
+    std::error_code ignored;
+    for (const char* directory : kLockDirectories)
+        std::filesystem::remove(std::filesystem::path(directory) / name, ignored);
+}
+
 void signalEvent(int fd)
 {
     const std::uint64_t one = 1;
@@ -63,6 +76,7 @@ BoardPort::~BoardPort()
     m_thread.join();
     std::error_code ignored;
     std::filesystem::remove(m_devicePath, ignored);
+    removePortLock(m_devicePath);
 }
 
 bool BoardPort::createDevice(const std::string& rootDirectory)

@@ -1,12 +1,16 @@
 // The simulated board on its serial line, driven by the program's own controller.
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <memory>
 
 #include <fcntl.h>
 
+#include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSerialPort>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -77,6 +81,27 @@ private slots:
             QVERIFY(QFileInfo::exists(device));
         }
         QVERIFY(!QFileInfo(device).isSymLink());
+    }
+
+    void aHostThatNeverClosesThePortLeavesNoLockBehind()
+    {
+        const QTemporaryDir root;
+        const QString lock = "LCK.." + QString(root.path() + "/dev/ttyS2").replace('/', '_');
+        const QStringList places{"/var/lock/" + lock, "/tmp/" + lock};
+        const auto isLocked = [&places] {
+            return std::any_of(places.begin(), places.end(),
+                               [](const QString& file) { return QFile::exists(file); });
+        };
+        auto port =
+            std::make_unique<BoardPort>(root.path().toStdString(), BoardParameters(), BoardPace::Instant);
+        QSerialPort host;
+        host.setPortName(root.path() + "/dev/ttyS2");
+        QVERIFY(host.open(QIODevice::ReadWrite));
+        QVERIFY(isLocked());
+        port.reset();
+        QVERIFY(!isLocked());
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("Could not remove our own lock file"));
+        host.close();
     }
 
     void aDeviceThatCannotBeMadeIsReported()
