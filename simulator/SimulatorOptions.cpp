@@ -92,7 +92,8 @@ const std::vector<OptionRow>& optionRows()
         {"root", "DIR", "keeps the instrument's files in this directory, instead of a temporary one",
          [](SimulatorOptions& options, const QString& value) { options.place.root = value; }},
         {"disk", "CONDITION[,out]",
-         "a USB disk, good, unmountable, full, read-only or pulled; \"out\": not yet plugged in; once or twice",
+         "a USB disk, good, unmountable, full, read-only or pulled; \"out\": not yet plugged in; once or "
+         "twice",
          readDisk, true},
         {"instant", "", "stage motion and pauses take no time",
          [](SimulatorOptions& options, const QString&) { options.parameters.instant = true; }, true},
