@@ -49,7 +49,10 @@ private slots:
         for (int frame = 0; frame < 8 && empty < cells + 50; ++frame)
             empty = darkestOfNextFrame(bench, fd);
         QVERIFY(cells >= 0 && empty >= cells + 50);
-        QCOMPARE(bench.calls.counters().drawings, std::uint64_t(2));
+        // One for each slide, and one more if a frame ends while this test holds the only other
+        // buffer with the new picture.
+        const std::uint64_t drawings = bench.calls.counters().drawings;
+        QVERIFY2(drawings == 2 || drawings == 3, qPrintable(QString::number(drawings)));
         QCOMPARE(int(bench.calls.slide().kind()), int(SlideKind::Empty));
         bench.stopStream(fd);
     }
