@@ -13,9 +13,10 @@ namespace {
 
 const QString kMainSettings = QStringLiteral("/opt/ORLA3/conf/ORLA3.ini");
 const QString kDisplayParameter = QStringLiteral("/sys/module/disp/parameters/disp_layer_protect");
-// The first frame may have been exposed before the arrival.
+// The first frame may have been exposed before the arrival. The wait stays below the five
+// seconds after which the program gives an answer up.
 constexpr unsigned kFreshFrames = 2;
-constexpr std::chrono::milliseconds kLongestWaitForFrames(1000);
+constexpr std::chrono::milliseconds kLongestWaitForFrames(3000);
 
 constexpr const char* kSerialDevice = "/dev/ttyS2";
 
