@@ -142,8 +142,11 @@ void BoardPort::exchange()
     InstrumentTime arrival{0};
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
+        const std::optional<InstrumentTime> end = m_board.commandEnd();
         m_board.receive(received, now());
-        if (m_pace == BoardPace::Instant && skipToCommandEnd())
+        const bool ended = end && m_board.commandEnd() != end;
+        const bool skipped = m_pace == BoardPace::Instant && skipToCommandEnd();
+        if (ended || skipped)
             watcher = m_arrivalWatcher;
         arrival = now();
     }

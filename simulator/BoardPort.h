@@ -48,9 +48,10 @@ public:
 
     /// The same at a time of the motion that was the last one to begin.
     BoardLight light(InstrumentTime time) const;
-    /// Instant pace: calls a function on the serving thread whenever a command's time has been
-    /// skipped, and before its answer leaves; it is told the time at which the command ended.
-    /// The board may be asked meanwhile. An empty function: none.
+    /// Calls a function on the serving thread whenever a command that takes time has ended, or
+    /// its time was skipped, and before its answer leaves; it is told the present time, which
+    /// is the command's end at instant pace. The board may be asked meanwhile. An empty
+    /// function: none.
     void setArrivalWatcher(std::function<void(InstrumentTime arrival)> watcher);
 
 private:

@@ -303,6 +303,30 @@ private slots:
         QCOMPARE(arrivals.load(), 1);
     }
 
+    void aMotionInRealTimeIsAnnouncedWhereItEnds()
+    {
+        BoardParameters parameters;
+        parameters.stage.start_steps = 1000;
+        Bench bench(BoardPace::RealTime, parameters);
+        bench.controller.openSerialPort();
+        std::atomic<int> arrivals{0};
+        std::atomic<double> there{0.0};
+        std::atomic<bool> held{false};
+        bench.port.setArrivalWatcher([&](InstrumentTime) {
+            ++arrivals;
+            there = bench.port.light().stagePosition_steps;
+            QTest::qSleep(100);
+            held = true;
+        });
+        bench.controller.z_stage_mvp(SERIAL_BLOCKING, 640);
+        QVERIFY(held);
+        QCOMPARE(arrivals.load(), 1);
+        QCOMPARE(there.load(), 1640.0);
+        bench.controller.z_stage_pos();
+        QCOMPARE(arrivals.load(), 1);
+        bench.port.setArrivalWatcher({});
+    }
+
     void anUnaskedLineReachesTheListener()
     {
         Bench bench;
