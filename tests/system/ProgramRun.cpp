@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QRegularExpression>
 
 ProgramRun::ProgramRun(const QStringList& arguments, int limit_ms)
 {
@@ -36,5 +37,11 @@ QStringList ProgramRun::pictures() const
 
 QByteArray ProgramRun::all() const
 {
-    return (output + errors).toLocal8Bit();
+    // A failed test shows the first thousand characters, so what went wrong comes first.
+    const QString text = output + errors;
+    const QStringList wrong = text.split(QLatin1Char('\n')).filter(QRegularExpression("FAILED|Sanitizer:"));
+    return QStringLiteral("status %1\n%2\n\n%3")
+        .arg(exitStatus)
+        .arg(wrong.join(QLatin1Char('\n')), text)
+        .toLocal8Bit();
 }
