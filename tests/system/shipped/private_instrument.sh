@@ -25,6 +25,8 @@ mount --bind "$root/lock" "$(readlink -f /var/lock)"
 mount --rbind "$root/dev" /dev
 mount --rbind "$root/etc" /etc
 
-# mount and umount from here on are the stand-ins.
-export PATH="$root/bin:$PATH" HOME="$root/home" LD_PRELOAD="$preload"
+# mount and umount from here on are the stand-ins. A preloaded name ends at a blank, but the
+# folder in which it is looked up does not.
+export PATH="$root/bin:$PATH" HOME="$root/home"
+export LD_LIBRARY_PATH="$(dirname "$preload")" LD_PRELOAD="$(basename "$preload")"
 exec "$program"
