@@ -419,6 +419,7 @@ SimulatedDeviceCalls::Counters SimulatedDeviceCalls::counters() const
     {
         const std::lock_guard<std::mutex> lock(m_captureMutex);
         counters.framesDelivered = m_capture.framesDelivered();
+        counters.framesReturned = m_capture.framesReturned();
         counters.copies = m_capture.copies();
         counters.drawings = m_capture.drawings();
     }

@@ -47,6 +47,7 @@ public:
     struct Counters
     {
         std::uint64_t framesDelivered = 0;
+        std::uint64_t framesReturned = 0; ///< taken in by the program, and given back
         std::uint64_t copies = 0;
         std::uint64_t drawings = 0;
         std::uint64_t fileSystemSyncs = 0;

@@ -16,7 +16,7 @@ const QString kDisplayParameter = QStringLiteral("/sys/module/disp/parameters/di
 // The first frame may have been exposed before the arrival. The wait stays below the five
 // seconds after which the program gives an answer up.
 constexpr unsigned kFreshFrames = 2;
-constexpr std::chrono::milliseconds kLongestWaitForFrames(3000);
+constexpr std::chrono::milliseconds kLongestWaitForFrames(2000);
 
 constexpr const char* kSerialDevice = "/dev/ttyS2";
 

@@ -1,5 +1,7 @@
 #include "simulator/session/SessionBench.h"
 
+#include <cstdint>
+
 #include "simulator/SimulatedInstrument.h"
 #include "simulator/session/PictureMeasures.h"
 
@@ -20,8 +22,14 @@ QString lightText(const BoardLight& light)
 
 bool SessionBench::settle()
 {
-    constexpr int kSecondLook_ms = 1000;
-    m_standsStill = !hand.waitForFrames(kFramesUnderWay, m_standsStill ? kSecondLook_ms : kFrames_ms);
+    constexpr int kSecondLook_ms = 300;
+    const int patience_ms = m_standsStill ? kSecondLook_ms : kFrames_ms;
+    const auto frames = [this] { return instrument.camera().counters(); };
+    // The window paints the newest frame again and again where the camera is slower.
+    const std::uint64_t fresh = frames().framesDelivered + kFramesOfBefore;
+    m_standsStill = !hand.waitUntil([&] { return frames().framesReturned >= fresh; }, patience_ms,
+                                    QStringLiteral("no frames arrive")) ||
+                    !hand.waitForFrames(kFramesUnderWay, patience_ms);
     return !m_standsStill;
 }
 

@@ -60,8 +60,9 @@ private:
 /// Answers may take the serial link's five seconds, twice, and a motion in between.
 inline constexpr int kAnswer_ms = 20000;
 inline constexpr int kFrames_ms = 15000;
-/// The frames that may still show what was before a change: in the driver's buffers, in the
-/// grab thread and on the screen.
+/// The frames not yet delivered that may still show what was before a change.
+inline constexpr int kFramesOfBefore = 2;
+/// The paintings that may still do so: of what is in the grab thread and on the screen.
 inline constexpr int kFramesUnderWay = 8;
 
 /// Texts of results.
