@@ -143,8 +143,9 @@ void BoardPort::exchange()
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         const std::optional<InstrumentTime> end = m_board.commandEnd();
-        m_board.receive(received, now());
-        const bool ended = end && m_board.commandEnd() != end;
+        const InstrumentTime time = now();
+        m_board.receive(received, time);
+        const bool ended = end && *end <= time;
         const bool skipped = m_pace == BoardPace::Instant && skipToCommandEnd();
         if (ended || skipped)
             watcher = m_arrivalWatcher;

@@ -327,6 +327,26 @@ private slots:
         bench.port.setArrivalWatcher({});
     }
 
+    void aStopOnTheWayIsAnnouncedOnlyAtRest()
+    {
+        Bench bench(BoardPace::RealTime);
+        bench.controller.openSerialPort();
+        std::atomic<int> arrivals{0};
+        std::atomic<bool> moving{false};
+        bench.port.setArrivalWatcher([&](InstrumentTime) {
+            ++arrivals;
+            bench.port.withBoard(
+                [&](Board& board, InstrumentTime now) { moving = moving || board.stage().isMoving(now); });
+        });
+        bench.controller.z_stage_mvp(SERIAL_NON_BLOCKING, 20000);
+        QTest::qWait(300);
+        QCOMPARE(arrivals.load(), 0);
+        bench.controller.z_stage_stop();
+        QTRY_VERIFY(arrivals > 0);
+        QVERIFY(!moving);
+        bench.port.setArrivalWatcher({});
+    }
+
     void anUnaskedLineReachesTheListener()
     {
         Bench bench;
