@@ -1,23 +1,17 @@
 #include "simulator/SimulatedInstrument.h"
 
-#include <chrono>
-
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QSettings>
 
 #include "platform/InstrumentPath.h"
+#include "simulator/FreshFrames.h"
 
 namespace {
 
 const QString kMainSettings = QStringLiteral("/opt/ORLA3/conf/ORLA3.ini");
 const QString kDisplayParameter = QStringLiteral("/sys/module/disp/parameters/disp_layer_protect");
-// The first frame may have been exposed before the arrival. The wait stays below the five
-// seconds after which the program gives an answer up.
-constexpr unsigned kFreshFrames = 2;
-constexpr std::chrono::milliseconds kLongestWaitForFrames(2000);
-
 constexpr const char* kSerialDevice = "/dev/ttyS2";
 
 const QStringList kSettingsFiles = {
@@ -176,12 +170,10 @@ void SimulatedInstrument::setRealTimeMotion(bool on)
 
 void SimulatedInstrument::answerMovesWithFreshFrames(bool on)
 {
-    if (!on) {
+    if (on)
+        ::answerMovesWithFreshFrames(*m_board, *m_camera);
+    else
         m_board->setArrivalWatcher({});
-        return;
-    }
-    m_board->setArrivalWatcher(
-        [this](InstrumentTime) { m_camera->waitForFreshFrames(kFreshFrames, kLongestWaitForFrames); });
 }
 
 std::array<double, 3> SimulatedInstrument::fieldColour() const

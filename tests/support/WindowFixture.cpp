@@ -1,7 +1,5 @@
 #include "support/WindowFixture.h"
 
-#include <chrono>
-
 #include <QApplication>
 #include <QDir>
 #include <QFile>
@@ -15,13 +13,11 @@
 #include <QtTest>
 
 #include "platform/InstrumentPath.h"
+#include "simulator/FreshFrames.h"
 
 namespace {
 
 constexpr int kLookInterval_ms = 5;
-// One may be lost to a copy that is being read.
-constexpr unsigned kFreshFrames = 2;
-constexpr std::chrono::milliseconds kLongestWaitForFrames(2000);
 
 } // namespace
 
@@ -111,12 +107,10 @@ WindowFixture::~WindowFixture()
 
 void WindowFixture::setFreshFrames(bool on)
 {
-    if (!on) {
+    if (on)
+        answerMovesWithFreshFrames(*m_boardInUse, *m_camera);
+    else
         m_boardInUse->setArrivalWatcher({});
-        return;
-    }
-    m_boardInUse->setArrivalWatcher(
-        [this](InstrumentTime) { m_camera->waitForFreshFrames(kFreshFrames, kLongestWaitForFrames); });
 }
 
 QString WindowFixture::machinePath(const QString& fixedPath) const
