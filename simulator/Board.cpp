@@ -96,11 +96,19 @@ void Board::receiveLine(std::string_view line, InstrumentTime now)
     if (ended)
         line.remove_suffix(1);
     m_received.emplace_back(line);
+    if (!ended)
+        m_received.back() += '\n';
     if (m_received.size() > kKeptLines)
         m_received.pop_front();
+    if (m_script) {
+        answerByScript(now);
+        return;
+    }
 
     const std::optional<BoardCommandLine> command = ended ? parseCommandLine(line) : std::nullopt;
     Request request{command.value_or(kMalformed), faultsFor(command.value_or(kMalformed).command)};
+    if (request.has(LineFault::Ignored))
+        return;
     const CommandRow* row = findCommand(request.line);
     if (row && row->atOnce)
         answerAtOnce(request, now);
@@ -109,6 +117,24 @@ void Board::receiveLine(std::string_view line, InstrumentTime now)
     else
         start(std::move(request), now);
     advance(now);
+}
+
+void Board::answerByScript(InstrumentTime now)
+{
+    if (m_script->empty())
+        return;
+    InstrumentTime due = now;
+    for (ScriptedPiece& piece : m_script->front()) {
+        due += piece.pause;
+        m_transmitter.send(std::move(piece.bytes), due);
+    }
+    m_script->pop_front();
+}
+
+void Board::queueAnswer(ScriptedAnswer answer)
+{
+    if (m_script)
+        m_script->push_back(std::move(answer));
 }
 
 // A STOP is answered when the stage has come to rest, so that the position asked for next is
@@ -173,6 +199,10 @@ void Board::reply(const Request& request, const Outcome& outcome)
         replyLine(outcome.ok ? "OK" : "NG", request.line, outcome.value.value_or(request.line.argument));
     if (request.has(LineFault::Garbled))
         line = garbled(std::move(line));
+    if (request.has(LineFault::Held)) {
+        m_held.push_back(std::move(line));
+        return;
+    }
     const InstrumentTime delay =
         request.has(LineFault::Late) ? spanOf(m_parameters.lateAnswer_s) : InstrumentTime{0};
     const InstrumentTime pause =
@@ -231,6 +261,7 @@ void Board::setPowered(bool on, InstrumentTime now)
     m_queue.clear();
     m_input.clear();
     m_transmitter.clear();
+    m_held.clear();
     m_ledOn = m_parameters.ledOn;
     m_ledLevel = m_parameters.ledLevel;
 }
@@ -244,6 +275,20 @@ void Board::sendUnasked(std::string line, InstrumentTime now)
 {
     if (m_powered)
         m_transmitter.send(std::move(line), now);
+}
+
+void Board::releaseAnswers(InstrumentTime now)
+{
+    for (std::string& line : m_held)
+        m_transmitter.send(std::move(line), now);
+    m_held.clear();
+}
+
+void Board::placeStage(int position_steps)
+{
+    StageParameters parameters = m_parameters.stage;
+    parameters.start_steps = position_steps;
+    m_stage = Stage(parameters);
 }
 
 BoardLight Board::light(InstrumentTime time) const

@@ -38,6 +38,14 @@ struct BoardLight
     int ledLevel;
 };
 
+/// A piece of an answer, and the pause before it.
+struct ScriptedPiece
+{
+    std::string bytes;
+    InstrumentTime pause{0};
+};
+using ScriptedAnswer = std::vector<ScriptedPiece>;
+
 /// The controller board: its line protocol, the LED and the Z stage. A pure model: bytes and
 /// the time in, bytes and the time of the next event out; times never go back. Not
 /// synchronised.
@@ -72,13 +80,24 @@ public:
     void clearFaults() { m_faults.clear(); }
     /// Sends a line that nobody asked for; text includes its line end.
     void sendUnasked(std::string line, InstrumentTime now);
+    /// Sends the answers that the fault "held" has kept back, oldest first.
+    void releaseAnswers(InstrumentTime now);
+    /// From now on the board is told what to say: lines are recorded and not carried out; each
+    /// takes the next answer that was queued, and is not answered when there is none.
+    void followScript() { m_script.emplace(); }
+    /// Queues an answer for a board that follows a script.
+    void queueAnswer(ScriptedAnswer answer);
+    /// Puts the stage somewhere as by hand, at rest; inside the travel or not. The command under
+    /// way must be over.
+    void placeStage(int position_steps);
 
     /// What the optics see at a time that is not before the last one.
     BoardLight light(InstrumentTime time) const;
     const Stage& stage() const { return m_stage; }
     /// The motor driver's amplitudes as last set: acceleration, deceleration, run, hold.
     const std::array<int, 4>& amplitudes() const { return m_amplitudes; }
-    /// The lines received, without their ends, oldest first; the last ten thousand of them.
+    /// The lines received, without their ends, oldest first; the last ten thousand of them. A
+    /// line that ended in a line feed alone keeps it.
     const std::deque<std::string>& receivedLines() const { return m_received; }
 
 private:
@@ -118,6 +137,7 @@ private:
     static const CommandRow* findCommand(const BoardCommandLine& line);
 
     void receiveLine(std::string_view line, InstrumentTime now);
+    void answerByScript(InstrumentTime now);
     void answerAtOnce(const Request& request, InstrumentTime now);
     void start(Request request, InstrumentTime now);
     std::optional<Job>* firstDue(InstrumentTime now);
@@ -150,6 +170,8 @@ private:
     std::optional<Job> m_stopping; // the STOP that brakes
     std::deque<Request> m_queue;
     std::vector<Fault> m_faults;
+    std::optional<std::deque<ScriptedAnswer>> m_script; // of a board that is told what to say
+    std::vector<std::string> m_held;
     std::array<int, 4> m_amplitudes{};
     bool m_powered = true;
     bool m_ledOn;

@@ -37,6 +37,8 @@ public:
     bool isServing() const { return m_thread.joinable(); }
     /// The device below the root directory.
     const std::string& devicePath() const { return m_devicePath; }
+    /// The pseudo-terminal that the device leads to, such as "/dev/pts/7".
+    const std::string& terminalPath() const { return m_terminal.devicePath(); }
 
     /// Chooses how fast the commands from now on are done.
     void setPace(BoardPace pace);

@@ -5,7 +5,7 @@
 #include <string_view>
 
 /// What can go wrong with the board's replies.
-enum class LineFault { NoAnswer, Late, Garbled, Trickled, Doubled, Unsolicited, Failure };
+enum class LineFault { NoAnswer, Ignored, Held, Late, Garbled, Trickled, Doubled, Unsolicited, Failure };
 
 /// A fault with its name on the command line and a text that explains it.
 struct LineFaultText
@@ -17,6 +17,8 @@ struct LineFaultText
 
 inline constexpr LineFaultText kLineFaults[] = {
     {LineFault::NoAnswer, "no-answer", "the command is carried out, but not answered"},
+    {LineFault::Ignored, "ignored", "the command is neither carried out nor answered"},
+    {LineFault::Held, "held", "the command is carried out, and its answer kept back for good"},
     {LineFault::Late, "late", "the answer comes some seconds late"},
     {LineFault::Garbled, "garbled", "the answer's characters are disturbed"},
     {LineFault::Trickled, "trickled", "the answer comes byte by byte, with pauses"},

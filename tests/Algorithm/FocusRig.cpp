@@ -16,6 +16,9 @@ namespace {
 // The brightest stripes whose sum over a VGA frame stays below 2^32.
 constexpr int kPeakContrast = 85;
 
+// Some runs begin below the instrument's own travel.
+constexpr int kLowest_steps = -20000;
+
 } // namespace
 
 std::function<int(int)> peakAt(int peak)
@@ -32,11 +35,12 @@ QStringList repeated(const QString& line, int times)
     return lines;
 }
 
-FocusRig::FocusRig() : m_board(std::make_unique<ScriptedBoard>())
+FocusRig::FocusRig()
 {
     setInstrumentRoot(m_root.path());
-    QDir(m_root.path()).mkpath(QStringLiteral("dev"));
-    QFile::link(m_board->terminal(), diskPath(QStringLiteral("/dev/ttyS2")));
+    BoardParameters parameters;
+    parameters.stage.minimum_steps = kLowest_steps;
+    m_board = std::make_unique<BoardPort>(m_root.path().toStdString(), parameters, BoardPace::Instant);
     QSignalSpy connected(Controller::getInstance(), &Controller::sig_connected_controller);
     Controller::getInstance()->openSerialPort();
     m_camera = std::make_unique<OV5642Camera>();
@@ -46,7 +50,7 @@ FocusRig::FocusRig() : m_board(std::make_unique<ScriptedBoard>())
 
 FocusRig::~FocusRig()
 {
-    m_board->setOnMove({});
+    m_board->setArrivalWatcher({});
     m_camera->close();
     setInstrumentRoot({});
 }
@@ -58,17 +62,46 @@ void FocusRig::reset()
     show(peakAt(0));
 }
 
-bool FocusRig::putStage(int position, ScriptedBoard::Script script)
+bool FocusRig::putStage(int position, const std::vector<LineFaultRule>& faults)
 {
-    m_board->reset(position);
+    m_board->withBoard([&](Board& board, InstrumentTime) {
+        board.clearFaults();
+        board.placeStage(position);
+    });
     const bool followed = Controller::getInstance()->z_stage_pos() == position;
-    m_board->reset(position, std::move(script));
+    m_board->withBoard([&](Board& board, InstrumentTime) {
+        for (const LineFaultRule& fault : faults)
+            board.addFault(fault);
+        m_firstLine = board.receivedLines().size();
+    });
     return followed;
+}
+
+int FocusRig::stage()
+{
+    return static_cast<int>(m_board->light().stagePosition_steps);
+}
+
+QStringList FocusRig::lines()
+{
+    QStringList lines;
+    m_board->withBoard([&](Board& board, InstrumentTime) {
+        for (std::size_t i = m_firstLine; i < board.receivedLines().size(); ++i) {
+            const auto fields = QString::fromStdString(board.receivedLines()[i]).split(QLatin1Char(','));
+            lines << fields.value(2) + QLatin1Char(',') + fields.value(3);
+        }
+    });
+    return lines;
+}
+
+void FocusRig::release()
+{
+    m_board->withBoard([](Board& board, InstrumentTime now) { board.releaseAnswers(now); });
 }
 
 void FocusRig::show(const std::function<int(int)>& contrastAt)
 {
-    m_board->setOnMove([this, contrastAt](int z) { m_capture.show(contrastAt(z)); });
+    m_board->setArrivalWatcher([this, contrastAt](InstrumentTime) { m_capture.show(contrastAt(stage())); });
 }
 
 std::unique_ptr<alg_Autofocus> FocusRig::autofocus(int centre, bool save)

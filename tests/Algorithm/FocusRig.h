@@ -10,8 +10,8 @@
 
 #include "Algorithm/alg_Autofocus.h"
 #include "FocusCapture.h"
-#include "ScriptedBoard.h"
 #include "camera/OV5642Camera.h"
+#include "simulator/BoardPort.h"
 
 /// Size of the frames that the rig's camera delivers.
 constexpr int kWidth = 640;
@@ -57,7 +57,7 @@ std::function<int(int)> peakAt(int peak);
 
 QStringList repeated(const QString& line, int times);
 
-/// A connected controller with a scripted board behind it, and a camera that delivers the
+/// A connected controller with a board behind it, and a camera that delivers the
 /// picture of wherever that board's stage stands. One per process: the controller is one.
 class FocusRig
 {
@@ -67,16 +67,21 @@ public:
 
     /// Whether the board answered and the camera streams.
     bool isUp() const { return m_up; }
-    ScriptedBoard& board() { return *m_board; }
     OV5642Camera* camera() { return m_camera.get(); }
     /// Where a fixed path lies while the rig stands.
     QString diskPath(const QString& fixedPath) const { return m_root.path() + fixedPath; }
 
     /// An empty disk, the stage at 0, the sharpest picture there.
     void reset();
-    /// Puts the stage somewhere, known to the controller, and gives the board a script; its
+    /// Puts the stage somewhere, known to the controller, and gives the board faults; its
     /// commands count from here. False if the controller did not follow.
-    bool putStage(int position, ScriptedBoard::Script script = {});
+    bool putStage(int position, const std::vector<LineFaultRule>& faults = {});
+    /// Where the board's stage stands.
+    int stage();
+    /// "<command>,<argument>" of every command line since putStage().
+    QStringList lines();
+    /// Sends the answers held back.
+    void release();
     /// The pictures' contrast at each position.
     void show(const std::function<int(int)>& contrastAt);
     std::unique_ptr<alg_Autofocus> autofocus(int centre, bool save = false);
@@ -84,7 +89,8 @@ public:
 private:
     QTemporaryDir m_root;
     FocusCapture m_capture;
-    std::unique_ptr<ScriptedBoard> m_board;
+    std::unique_ptr<BoardPort> m_board;
+    std::size_t m_firstLine = 0;
     std::unique_ptr<OV5642Camera> m_camera;
     bool m_up = false;
 };

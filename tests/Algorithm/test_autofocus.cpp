@@ -15,7 +15,6 @@
 #include "FocusRig.h"
 
 using focus_sweep::State;
-using Answer = ScriptedBoard::Answer;
 
 namespace {
 
@@ -112,14 +111,14 @@ void TestAutofocus::aRunScoresFifteenPositionsAndGoesToTheBest()
     const int best = 8720;
     QCOMPARE(run.ends.first(), best);
     QCOMPARE(sequencer->resultZ(), best);
-    QCOMPARE(m_rig->board().position(), best);
+    QCOMPARE(m_rig->stage(), best);
     QCOMPARE(run.positions, expected << best);
     QCOMPARE(run.steps, QVector<int>(15, 1));
     QCOMPARE(run.reviewedSteps, QVector<int>{1});
     QCOMPARE(sequencer->state(), State::Done);
     const QStringList lines = QStringList{"GET_POS,", "MVN,4480", "GET_POS,"} + repeated("MVP,640", 15) +
                               QStringList{"GET_POS,", "MVN,6400"};
-    QCOMPARE(m_rig->board().lines(), lines);
+    QCOMPARE(m_rig->lines(), lines);
     QVERIFY(run.logOf("[Error]").isEmpty());
 }
 
@@ -132,7 +131,7 @@ void TestAutofocus::aStageBelowTheSweepIsMovedUp()
     sequencer->process();
     QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
     QCOMPARE(run.ends.first(), 7440);
-    QCOMPARE(m_rig->board().lines().mid(0, 4), QStringList({"GET_POS,", "MVP,7520", "GET_POS,", "MVP,640"}));
+    QCOMPARE(m_rig->lines().mid(0, 4), QStringList({"GET_POS,", "MVP,7520", "GET_POS,", "MVP,640"}));
 }
 
 void TestAutofocus::aStageAtTheSweepStartBeginsAtOnce()
@@ -150,7 +149,7 @@ void TestAutofocus::aStageAtTheSweepStartBeginsAtOnce()
     QCOMPARE(run.ends.first(), 10640);
     const QStringList lines =
         QStringList{"GET_POS,"} + repeated("MVP,640", 15) + QStringList{"GET_POS,", "MVN,4480"};
-    QCOMPARE(m_rig->board().lines(), lines);
+    QCOMPARE(m_rig->lines(), lines);
 }
 
 void TestAutofocus::aRunWhoseBestIsItsLastPositionDoesNotEnd()
@@ -165,7 +164,7 @@ void TestAutofocus::aRunWhoseBestIsItsLastPositionDoesNotEnd()
     QCOMPARE(sequencer->state(), State::MovingToResult);
     QTest::qWait(100);
     QVERIFY(run.ends.isEmpty());
-    QCOMPARE(m_rig->board().lines().last(), QStringLiteral("GET_POS,"));
+    QCOMPARE(m_rig->lines().last(), QStringLiteral("GET_POS,"));
     // It can be let go like any other, and the stage's next move concerns nobody.
     sequencer.reset();
     Controller::getInstance()->z_stage_mvp(SERIAL_NON_BLOCKING, 10);
@@ -226,31 +225,29 @@ void TestAutofocus::aSecondRunOfTheSameObjectStartsAfresh()
 
 void TestAutofocus::refusedMovesDoNotStopTheRun()
 {
-    QVERIFY(m_rig->putStage(10000, [](int, const QString& command) {
-        return command == QLatin1String("MVP") ? Answer::Refuse : Answer::Ok;
-    }));
+    QVERIFY(m_rig->putStage(10000, {{LineFault::Failure, "MVP", 0}}));
     const auto sequencer = m_rig->autofocus(10000);
     Run run(*sequencer);
     sequencer->process();
     QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
     // The tracked position moves on, whatever the board did.
     QCOMPARE(run.samples.back().zPosition, 15120);
-    QCOMPARE(m_rig->board().position(), 5520);
+    QCOMPARE(m_rig->stage(), 5520);
 }
 
 void TestAutofocus::aMoveThatIsNeverReportedLeavesTheRunWaiting()
 {
     // The fourth line is the non-blocking step that takes the first sample.
-    QVERIFY(m_rig->putStage(10000, [](int n, const QString&) { return n == 4 ? Answer::Hold : Answer::Ok; }));
+    QVERIFY(m_rig->putStage(10000, {{LineFault::Held, {}, 4}}));
     const auto sequencer = m_rig->autofocus(10000);
     Run run(*sequencer);
     sequencer->process();
-    QTRY_COMPARE(m_rig->board().lines().size(), 4);
+    QTRY_COMPARE(m_rig->lines().size(), 4);
     QTest::qWait(100);
     QVERIFY(run.steps.isEmpty());
     QCOMPARE(sequencer->state(), State::Coarse);
     // An answer that comes late is still an answer.
-    m_rig->board().release();
+    m_rig->release();
     QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
     QCOMPARE(run.steps.size(), 15);
 }
@@ -259,8 +256,7 @@ void TestAutofocus::aBoardThatFallsSilentInTheSweepEndsItAllTheSame()
 {
     // The eighteenth line is the step to the fifteenth sample: it runs into the read
     // time-out, and the sample is taken where the stage is believed to be.
-    QVERIFY(
-        m_rig->putStage(10000, [](int n, const QString&) { return n == 18 ? Answer::Ignore : Answer::Ok; }));
+    QVERIFY(m_rig->putStage(10000, {{LineFault::Ignored, {}, 18}}));
     m_rig->show(peakAt(8720));
     const auto sequencer = m_rig->autofocus(10000);
     Run run(*sequencer);
@@ -270,24 +266,24 @@ void TestAutofocus::aBoardThatFallsSilentInTheSweepEndsItAllTheSame()
     QCOMPARE(run.samples.back().zPosition, 15120);
     QCOMPARE(run.ends.first(), 8720);
     // The last move is reckoned from where the board says that the stage stands.
-    QCOMPARE(m_rig->board().lines().last(), QStringLiteral("MVN,5760"));
-    QCOMPARE(m_rig->board().position(), 8720);
+    QCOMPARE(m_rig->lines().last(), QStringLiteral("MVN,5760"));
+    QCOMPARE(m_rig->stage(), 8720);
 }
 
 void TestAutofocus::deletingTheSequencerDuringARunLeavesNothingBehind()
 {
-    QVERIFY(m_rig->putStage(10000, [](int n, const QString&) { return n == 4 ? Answer::Hold : Answer::Ok; }));
+    QVERIFY(m_rig->putStage(10000, {{LineFault::Held, {}, 4}}));
     QSignalSpy moved(Controller::getInstance(), &Controller::sig_z_stage_mvp);
     auto sequencer = m_rig->autofocus(10000);
     Run run(*sequencer);
     sequencer->process();
-    QTRY_COMPARE(m_rig->board().lines().size(), 4);
+    QTRY_COMPARE(m_rig->lines().size(), 4);
     sequencer.reset();
-    m_rig->board().release();
+    m_rig->release();
     QTRY_COMPARE(moved.size(), 1);
     QTest::qWait(50);
     QVERIFY(run.positions.isEmpty());
-    QCOMPARE(m_rig->board().lines().size(), 4);
+    QCOMPARE(m_rig->lines().size(), 4);
 }
 
 void TestAutofocus::deletingTheSequencerInItsEndIsSafe()

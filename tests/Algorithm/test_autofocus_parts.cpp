@@ -94,7 +94,7 @@ void TestAutofocusParts::theFineSweepEndsOneSampleBeforeItsPeak()
     QCOMPARE(run.ends.first(), 10000);
     const QStringList lines =
         QStringList{"GET_POS,", "MVN,690"} + repeated("MVP,230", 7) + QStringList{"GET_POS,", "MVN,920"};
-    QCOMPARE(m_rig->board().lines(), lines);
+    QCOMPARE(m_rig->lines(), lines);
     QCOMPARE(
         run.log.first(),
         QStringLiteral("void alg_Autofocus::prepareAutoFocusing_Step(int, int)|interval: 230, count: 7"));
@@ -120,7 +120,7 @@ void TestAutofocusParts::aRisingFineSweepAsksForAThirdStep()
     QCOMPARE(run.samples.size(), std::size_t(7));
     QCOMPARE(run.samples.front().zPosition, 10920 + 230);
     QCOMPARE(run.ends.first(), 11610 - 230);
-    QCOMPARE(m_rig->board().position(), 11610 - 230);
+    QCOMPARE(m_rig->stage(), 11610 - 230);
 }
 
 void TestAutofocusParts::aDownwardIntervalStillStepsUp_data()
@@ -145,7 +145,7 @@ void TestAutofocusParts::aDownwardIntervalStillStepsUp()
     QStringList lines{"GET_POS,", "MVP,60", "MVP,30"};
     if (coarse)
         lines.insert(2, "GET_POS,");
-    QCOMPARE(m_rig->board().lines(), lines);
+    QCOMPARE(m_rig->lines(), lines);
 }
 
 void TestAutofocusParts::stateOneStepsByTheCoarseInterval()
@@ -156,11 +156,11 @@ void TestAutofocusParts::stateOneStepsByTheCoarseInterval()
     sequencer.dispatch_proc();
     QCOMPARE(sequencer.state(), State::Coarse);
     QTRY_COMPARE(moved.size(), 1);
-    QCOMPARE(m_rig->board().lines(), QStringList{"MVP,640"});
+    QCOMPARE(m_rig->lines(), QStringList{"MVP,640"});
     sequencer.enterState(State::Done);
     sequencer.dispatch_proc();
     QCOMPARE(sequencer.state(), State::Done);
-    QCOMPARE(m_rig->board().lines(), QStringList{"MVP,640"});
+    QCOMPARE(m_rig->lines(), QStringList{"MVP,640"});
 }
 
 void TestAutofocusParts::relativeMovesTakeTheirDirectionFromTheSign()
@@ -174,7 +174,7 @@ void TestAutofocusParts::relativeMovesTakeTheirDirectionFromTheSign()
         ++moves;
         QTRY_COMPARE(up.size() + down.size(), moves);
     }
-    QCOMPARE(m_rig->board().lines(), QStringList({"MVP,12", "MVN,34", "MVP,0"}));
+    QCOMPARE(m_rig->lines(), QStringList({"MVP,12", "MVN,34", "MVP,0"}));
 }
 
 void TestAutofocusParts::aThirdStepIsLogged()

@@ -4,8 +4,8 @@
 
 #include "Controller/Controller.h"
 #include "platform/InstrumentPath.h"
+#include "simulator/BoardPort.h"
 #include "support/LogRecorder.h"
-#include "support/ScriptedPeer.h"
 
 /// A controller that is not the process's one, so that every test begins with a fresh one.
 class BenchController : public Controller
@@ -27,6 +27,42 @@ public:
 
 private:
     QTemporaryDir m_directory;
+};
+
+/// A board that is told what to say, at the other end of "/dev/ttyS2" below a root directory.
+class ScriptedPeer
+{
+public:
+    explicit ScriptedPeer(const QString& rootDirectory) : m_port(rootDirectory.toStdString())
+    {
+        m_port.withBoard([](Board& board, InstrumentTime) { board.followScript(); });
+    }
+
+    /// Queues the answer to a line to come. A line without one is not answered.
+    void answer(const QByteArray& bytes) { answer(ScriptedAnswer{{bytes.toStdString()}}); }
+    void answer(const ScriptedAnswer& pieces)
+    {
+        m_port.withBoard([&](Board& board, InstrumentTime) { board.queueAnswer(pieces); });
+    }
+    /// Sends bytes now, asked or not.
+    void send(const QByteArray& bytes)
+    {
+        m_port.withBoard(
+            [&](Board& board, InstrumentTime now) { board.sendUnasked(bytes.toStdString(), now); });
+    }
+    /// The lines received so far, with their ends.
+    QList<QByteArray> received()
+    {
+        QList<QByteArray> lines;
+        m_port.withBoard([&](Board& board, InstrumentTime) {
+            for (const std::string& line : board.receivedLines())
+                lines << QByteArray::fromStdString(line) + "\r\n";
+        });
+        return lines;
+    }
+
+private:
+    BoardPort m_port;
 };
 
 /// A controller on a serial line with a scripted peer, and what it logs.

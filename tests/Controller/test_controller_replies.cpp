@@ -274,18 +274,18 @@ private slots:
     // Every piece restarts the wait, so the whole answer may take longer than the time-out.
     void aTrickledAnswerMayTakeLongerThanTheTimeout()
     {
-        constexpr int kPause_ms = 200;
+        const InstrumentTime kPause{200000};
         constexpr int kReadTimeout_ms = 1000;
         ControllerBench bench;
         bench.open();
-        bench.peer.answer({{"$OK,", 0},
-                           {"STM1", kPause_ms},
-                           {",", kPause_ms},
-                           {"STO", kPause_ms},
-                           {"P", kPause_ms},
-                           {",,", kPause_ms},
-                           {"\r", kPause_ms},
-                           {"\n", kPause_ms}});
+        bench.peer.answer({{"$OK,"},
+                           {"STM1", kPause},
+                           {",", kPause},
+                           {"STO", kPause},
+                           {"P", kPause},
+                           {",,", kPause},
+                           {"\r", kPause},
+                           {"\n", kPause}});
         QElapsedTimer timer;
         timer.start();
         bench.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kReadTimeout_ms);

@@ -325,6 +325,8 @@ private slots:
         QTest::addColumn<int>("fault");
         QTest::addColumn<std::string>("reply");
         QTest::newRow("no answer") << int(LineFault::NoAnswer) << std::string();
+        QTest::newRow("ignored") << int(LineFault::Ignored) << std::string();
+        QTest::newRow("held") << int(LineFault::Held) << std::string();
         QTest::newRow("late") << int(LineFault::Late) << std::string("$OK,LED4,OFF,,\r\n");
         QTest::newRow("garbled") << int(LineFault::Garbled)
                                  << std::string(
@@ -344,9 +346,46 @@ private slots:
         Board board;
         board.addFault({static_cast<LineFault>(fault), {}, 0});
         QCOMPARE(answerTo(board, "$,LED4,OFF,,\r\n"), reply);
-        QCOMPARE(board.light(kStart).ledOn, fault == int(LineFault::Failure));
+        const bool undone = fault == int(LineFault::Failure) || fault == int(LineFault::Ignored);
+        QCOMPARE(board.light(kStart).ledOn, undone);
         board.clearFaults();
         QCOMPARE(answerTo(board, "$,LED4,OFF,,\r\n", kStart + kForever), std::string("$OK,LED4,OFF,,\r\n"));
+    }
+
+    void answersHeldBackComeInTheirOrderWhenTheyAreReleased()
+    {
+        Board board;
+        board.addFault({LineFault::Held, "ON", 0});
+        board.addFault({LineFault::Held, "OFF", 0});
+        QCOMPARE(answerTo(board, "$,LED4,OFF,,\r\n"), std::string());
+        QCOMPARE(answerTo(board, "$,LED4,ON,,\r\n"), std::string());
+        QCOMPARE(answerTo(board, "$,DEVICE,READY,,\r\n"), std::string("$OK,DEVICE,READY,,\r\n"));
+        board.releaseAnswers(kStart);
+        QCOMPARE(board.takeOutput(kStart), std::string("$OK,LED4,OFF,,\r\n$OK,LED4,ON,,\r\n"));
+        board.releaseAnswers(kStart);
+        QCOMPARE(board.takeOutput(kStart), std::string());
+    }
+
+    void aBoardThatFollowsAScriptSaysWhatItIsToldAndDoesNothing()
+    {
+        Board board;
+        board.followScript();
+        board.queueAnswer({{"$OK,"}, {"LED4,OFF,,\r\n", InstrumentTime{300}}});
+        board.receive("$,LED4,OFF,,\r\n", kStart);
+        QCOMPARE(board.takeOutput(kStart), std::string("$OK,"));
+        QCOMPARE(board.takeOutput(kStart + InstrumentTime{299}), std::string());
+        QCOMPARE(board.takeOutput(kStart + InstrumentTime{300}), std::string("LED4,OFF,,\r\n"));
+        QCOMPARE(answerTo(board, "$,LED4,OFF,,\n", kStart + InstrumentTime{300}), std::string());
+        QVERIFY(board.light(kStart).ledOn);
+        QCOMPARE(board.receivedLines(), (std::deque<std::string>{"$,LED4,OFF,,", "$,LED4,OFF,,\n"}));
+    }
+
+    void aStageThatIsPutSomewhereIsThereAndGoesOnFromThere()
+    {
+        Board board;
+        board.placeStage(4321);
+        QCOMPARE(board.light(kStart).stagePosition_steps, 4321.0);
+        QCOMPARE(answerTo(board, "$,STM1,GET_POS,,\r\n"), std::string("$OK,STM1,GET_POS,4321,\r\n"));
     }
 
     void aLateAnswerComesAfterItsDelay()

@@ -234,6 +234,8 @@ private slots:
         QTest::addColumn<bool>("answered");
         QTest::addColumn<QString>("result");
         QTest::newRow("no answer") << int(LineFault::NoAnswer) << false << "";
+        QTest::newRow("ignored") << int(LineFault::Ignored) << false << "";
+        QTest::newRow("held") << int(LineFault::Held) << false << "";
         QTest::newRow("late") << int(LineFault::Late) << false << "";
         QTest::newRow("garbled") << int(LineFault::Garbled) << true << "";
         QTest::newRow("trickled") << int(LineFault::Trickled) << true << "OK";

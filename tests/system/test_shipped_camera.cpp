@@ -201,20 +201,21 @@ void TestShippedCamera::autofocusSweepsPicksAndLogs()
 {
     ShippedProgram program;
     DeviceScene& scene = program.scene();
-    program.board().moved = [&scene](int position) {
+    program.board().setArrivalWatcher([&scene, &program](InstrumentTime) {
         constexpr int focus = 30640, largest = 100, fall_steps = 40;
+        const int position = static_cast<int>(program.board().light().stagePosition_steps);
         scene.contrast = qMax(2, largest - std::abs(position - focus) / fall_steps);
         // A frame of the new place is there when the answer comes.
         const int frames = scene.framesDelivered;
         for (int i = 0; i < 100 && scene.framesDelivered < frames + 3; ++i)
             QThread::msleep(5);
-    };
+    });
     program.plugDisk();
     QVERIFY(program.start());
     program.click("BUTTON_Z_POSITION");
     QCOMPARE(program.text("EDIT_Z_POSITION"), "30000");
     program.click("CHECK_DEBUG_AUTOFOCUS");
-    const int before = program.board().lines().size();
+    const int before = program.boardLines().size();
     program.ask({{"do", "click"}, {"name", "BUTTON_AUTOFOCUS"}, {"later", true}});
     VERIFY_BOX(program.waitForBox(30000), "information: ORLA-III", "Finish AutoFocus !", "OK");
     QVERIFY(program.enabled("BUTTON_AUTOFOCUS"));
@@ -225,8 +226,8 @@ void TestShippedCamera::autofocusSweepsPicksAndLogs()
     for (int i = 0; i < 14; ++i)
         lines += "STM1,MVP,640,";
     lines += {"STM1,GET_POS,,", "STM1,MVN,4480,", "STM1,GET_POS,,"};
-    QCOMPARE(program.board().lines(before), lines);
-    QCOMPARE(int(program.board().position), 30640);
+    QCOMPARE(program.boardLines(before), lines);
+    QCOMPARE(int(program.board().light().stagePosition_steps), 30640);
     QCOMPARE(program.text("EDIT_Z_POSITION"), "30640");
     QCOMPARE(program.look("PROGRESS_AUTOFOCUS")["value"].toInt(), 100);
 

@@ -88,8 +88,8 @@ void TestShippedProgram::theBoardIsGreetedHomedAndSetUp()
 {
     ShippedProgram program;
     QVERIFY(program.start());
-    QVERIFY(program.board().isSetAsTheBoardExpects());
-    QCOMPARE(program.board().lines(),
+    QVERIFY(program.portIsSetAsTheBoardExpects());
+    QCOMPARE(program.boardLines(),
              QStringList({"DEVICE,READY,,", "STM1,ORIGIN,,", "LED4,BRT,300,", "STM1,ABS,30000,"}));
     QCOMPARE(program.text("EDIT_LED"), "300");
     QCOMPARE(program.text("EDIT_Z_REFERENCE"), "30000");
@@ -136,14 +136,14 @@ void TestShippedProgram::leavingParksTheBoardUnlessInZigMode()
     if (zig) {
         QCOMPARE(program.text("BUTTON_CONNECT"), "O");
         QCOMPARE(program.style("BUTTON_CONNECT"), kChosen);
-        const int before = program.board().lines().size();
+        const int before = program.boardLines().size();
         program.click("BUTTON_CONNECT");
-        QCOMPARE(program.board().lines(before),
+        QCOMPARE(program.boardLines(before),
                  QStringList({"DEVICE,READY,,", "STM1,ORIGIN,,", "LED4,BRT,225,", "STM1,ABS,32000,"}));
     }
-    const int before = program.board().lines().size();
+    const int before = program.boardLines().size();
     QCOMPARE(program.exit(), 0);
-    QCOMPARE(program.board().lines(before), parking);
+    QCOMPARE(program.boardLines(before), parking);
     QCOMPARE(only(program.calls(), "video ").mid(2 + opening(1280, 960).size()), closing(1280, 960)
                                                                                      << "close");
 }
@@ -152,12 +152,12 @@ void TestShippedProgram::noIsNoAndTheCameraGoesOn()
 {
     ShippedProgram program;
     QVERIFY(program.start());
-    const int before = program.board().lines().size();
+    const int before = program.boardLines().size();
     VERIFY_BOX(program.boxOf("BUTTON_EXIT"), "question: ORLA-III", "Are you sure quit ?", "No Yes");
     program.answer("No");
     const int frames = program.scene().framesDelivered;
     QTRY_VERIFY(program.scene().framesDelivered > frames + 10);
-    QCOMPARE(program.board().lines(before), QStringList());
+    QCOMPARE(program.boardLines(before), QStringList());
     QCOMPARE(program.exit(), 0);
 }
 
@@ -169,30 +169,36 @@ void TestShippedProgram::stageButtonsSendTheirLineAndShowThePosition()
     {
         const char* button;
         QStringList lines;
-        const char* position;
+        QString position;
     };
+    const QString kWhereItStands("?"), kAsBefore("=");
     program.setValue("SPIN_Z_SPEED", 400);
     program.type("EDIT_Z_ABS", "no number");
     const Press presses[] = {
         {"BUTTON_Z_POSITION", {"STM1,GET_POS,,"}, "30000"},
         {"BUTTON_Z_MOVE_PLUS", {"STM1,MVP,512,"}, "30512"},
         {"BUTTON_Z_MOVE_MINUS", {"STM1,MVN,512,"}, "30000"},
-        {"BUTTON_Z_ROTATE_PLUS", {"STM1,ROP,400,", "STM1,STOP,,", "STM1,GET_POS,,"}, "30000"},
-        {"BUTTON_Z_ROTATE_MINUS", {"STM1,RON,400,", "STM1,STOP,,", "STM1,GET_POS,,"}, "30000"},
-        {"BUTTON_Z_STOP", {"STM1,STOP,,"}, "30000"},
-        {"BUTTON_Z_MOVE_REFERENCE", {"STM1,ABS,30000,"}, "30000"},
-        {"BUTTON_Z_DIAGNOSIS", {"STM1,SELF_DIAG,,"}, "30000"},
-        {"BUTTON_Z_ORIGIN", {"STM1,ORIGIN,,"}, "30000"},
+        {"BUTTON_Z_ROTATE_PLUS", {"STM1,ROP,400,", "STM1,STOP,,", "STM1,GET_POS,,"}, kWhereItStands},
+        {"BUTTON_Z_ROTATE_MINUS", {"STM1,RON,400,", "STM1,STOP,,", "STM1,GET_POS,,"}, kWhereItStands},
+        {"BUTTON_Z_STOP", {"STM1,STOP,,"}, kAsBefore},
+        {"BUTTON_Z_MOVE_REFERENCE", {"STM1,ABS,30000,"}, kAsBefore},
+        {"BUTTON_Z_DIAGNOSIS", {"STM1,SELF_DIAG,,"}, kAsBefore},
+        {"BUTTON_Z_ORIGIN", {"STM1,ORIGIN,,"}, kAsBefore},
         {"BUTTON_Z_POSITION", {"STM1,GET_POS,,"}, "0"},
         // Below zero the board is asked, and the tracked number shown nevertheless.
         {"BUTTON_Z_MOVE_MINUS", {"STM1,MVN,512,", "STM1,GET_POS,,"}, "-512"},
         {"BUTTON_Z_SET_REFERENCE", {}, "-512"},
     };
     for (const Press& press : presses) {
-        const int before = program.board().lines().size();
+        const int before = program.boardLines().size();
+        const QString shownBefore = program.text("EDIT_Z_POSITION");
         program.click(press.button);
-        QCOMPARE(program.board().lines(before), press.lines);
-        QCOMPARE(program.text("EDIT_Z_POSITION"), QString(press.position));
+        QCOMPARE(program.boardLines(before), press.lines);
+        const int stands_steps = qRound(program.board().light().stagePosition_steps);
+        const QString expected = press.position == kAsBefore        ? shownBefore
+                                 : press.position == kWhereItStands ? QString::number(stands_steps)
+                                                                    : press.position;
+        QCOMPARE(program.text("EDIT_Z_POSITION"), expected);
         QVERIFY2(program.enabled(press.button), press.button);
     }
     QCOMPARE(program.text("EDIT_Z_REFERENCE"), "-512");
@@ -206,16 +212,16 @@ void TestShippedProgram::theWindowWaitsForAnAbsoluteMove()
     ShippedProgram program;
     QVERIFY(program.start());
     program.type("EDIT_Z_ABS", "1234");
-    program.board().silent = true;
-    const int before = program.board().lines().size();
+    program.silenceBoard(true);
+    const int before = program.boardLines().size();
     program.click("BUTTON_Z_ABS");
-    QTRY_COMPARE(program.board().lines(before), QStringList("STM1,ABS,1234,"));
+    QTRY_COMPARE(program.boardLines(before), QStringList("STM1,ABS,1234,"));
     QVERIFY(!program.enabled("ORLA_II_Plus_Verifier"));
-    program.board().silent = false;
-    program.board().position = 1234;
-    program.board().say("$NG,STM1,ABS,1234,\r\n"); // a failed move ends the waiting too
+    program.silenceBoard(false);
+    program.board().withBoard([](Board& board, InstrumentTime) { board.placeStage(1234); });
+    program.sayUnasked("$NG,STM1,ABS,1234,\r\n"); // a failed move ends the waiting too
     QVERIFY(program.waitEnabled(2000));
-    QCOMPARE(program.board().lines(before), QStringList({"STM1,ABS,1234,", "STM1,GET_POS,,"}));
+    QCOMPARE(program.boardLines(before), QStringList({"STM1,ABS,1234,", "STM1,GET_POS,,"}));
     QCOMPARE(program.text("EDIT_Z_POSITION"), "1234");
     QCOMPARE(program.exit(), 0);
 }
@@ -242,14 +248,14 @@ void TestShippedProgram::aTrimGoesToTheSensorAndIntoItsFile()
 
     program.type("EDIT_LED", "995", true);
     program.click("BUTTON_LED_COARSE_UP");
-    QCOMPARE(program.board().lines().last(), "LED4,BRT,1000,");
+    QCOMPARE(program.boardLines().last(), "LED4,BRT,1000,");
     QVERIFY(!program.enabled("BUTTON_LED_COARSE_UP") && program.enabled("BUTTON_LED_COARSE_DOWN"));
     program.type("EDIT_LED", "1000", true);
     program.click("BUTTON_LED");
-    QCOMPARE(program.board().lines().last(), "LED4,OFF,,");
+    QCOMPARE(program.boardLines().last(), "LED4,OFF,,");
     QVERIFY(!program.enabled("EDIT_LED"));
     program.click("BUTTON_LED");
-    QCOMPARE(program.board().lines().last(), "LED4,ON,,");
+    QCOMPARE(program.boardLines().last(), "LED4,ON,,");
 
     VERIFY_BOX(program.boxOf("BUTTON_SAVE_INI"), "information: ORLA-III", "INI saved !", "OK");
     program.answer("OK");
@@ -322,11 +328,11 @@ void TestShippedProgram::withoutADiskNothingIsWritten()
     };
     program.ask({{"do", "key"}, {"key", int(Qt::Key_Print)}, {"later", true}});
     VERIFY_BOX(answered(), "critical: Error", "Please insert USB disk !!!", "OK");
-    const int lines = program.board().lines().size();
+    const int lines = program.boardLines().size();
     program.click("CHECK_DEBUG_AUTOFOCUS");
     program.boxOf("BUTTON_AUTOFOCUS");
     VERIFY_BOX(answered(), "critical: Error", "Please insert USB disk !!!", "OK");
-    QCOMPARE(program.board().lines(lines), QStringList());
+    QCOMPARE(program.boardLines(lines), QStringList());
     program.chooseTab(1);
     program.boxOf("BUTTON_CAPTURE");
     VERIFY_BOX(answered(), "critical: Error", "Please insert USB disk !!!", "OK");
@@ -407,7 +413,7 @@ void TestShippedProgram::itStartsAndLeavesWhateverFails()
     program.scene().noFrames = broken == "frames";
     program.scene().noBus = broken == "bus";
     program.scene().busNack = broken == "sensor";
-    program.board().silent = broken == "board";
+    program.silenceBoard(broken == "board");
     if (broken == "port")
         QFile::remove(program.file("dev/ttyS2"));
     if (broken == "settings")

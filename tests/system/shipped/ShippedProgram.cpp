@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <QDir>
@@ -46,9 +47,18 @@ QByteArray calibration(int first)
     return text;
 }
 
+BoardParameters boardParameters()
+{
+    BoardParameters parameters;
+    parameters.stage.start_steps = 5000;
+    parameters.diagnosisValue = 17;
+    return parameters;
+}
+
 } // namespace
 
 ShippedProgram::ShippedProgram()
+    : m_board(std::make_unique<BoardPort>(m_root.path().toStdString(), boardParameters(), BoardPace::Instant))
 {
     makeTree();
     makeScene();
@@ -68,7 +78,7 @@ ShippedProgram::~ShippedProgram()
 QString ShippedProgram::hindrance()
 {
     const ShippedProgram instrument;
-    if (instrument.m_board.path().isEmpty())
+    if (!instrument.m_board->isServing())
         return "no pseudo-terminals here";
     QProcess attempt;
     attempt.start("unshare", namespaceCommand() +
@@ -95,7 +105,10 @@ void ShippedProgram::makeTree()
     write("opt/ORLA3/conf/Calibration_CUS.ini", calibration(0x80));
     write("opt/ORLA3/conf/Calibration_BFN.ini", calibration(0x10));
     write("root/Orla2/Orla2.ini", "[Z stage]\nStep=512\nSpeed=300\n");
-    QFile::link(file("dev.real") + m_board.path().mid(int(qstrlen("/dev"))), file("dev/ttyS2"));
+    // The program sees the machine's own devices in another place.
+    const QString terminal = QString::fromStdString(m_board->terminalPath());
+    QFile::remove(file("dev/ttyS2"));
+    QFile::link(file("dev.real") + terminal.mid(int(qstrlen("/dev"))), file("dev/ttyS2"));
 
     const QByteArray log = file("commands.log").toLocal8Bit(), table = file("etc/mtab").toLocal8Bit();
     write("bin/mount",
@@ -144,6 +157,43 @@ void ShippedProgram::plugDisk() const
 void ShippedProgram::pullDisk() const
 {
     QFile::remove(file("dev/disk/by-uuid/1234-ABCD"));
+}
+
+QStringList ShippedProgram::boardLines(int from)
+{
+    QStringList lines;
+    m_board->withBoard([&lines](Board& board, InstrumentTime) {
+        for (const std::string& received : board.receivedLines()) {
+            const auto line = QString::fromStdString(received);
+            lines.append(line.startsWith("$,") && !line.endsWith('\n') ? line.mid(2) : "unexpected: " + line);
+        }
+    });
+    return lines.mid(from);
+}
+
+void ShippedProgram::silenceBoard(bool silent)
+{
+    m_board->withBoard([silent](Board& board, InstrumentTime) {
+        board.clearFaults();
+        if (silent)
+            board.addFault({LineFault::Ignored, {}, 0});
+    });
+}
+
+void ShippedProgram::sayUnasked(const QByteArray& line)
+{
+    m_board->withBoard(
+        [&line](Board& board, InstrumentTime now) { board.sendUnasked(line.toStdString(), now); });
+}
+
+bool ShippedProgram::portIsSetAsTheBoardExpects() const
+{
+    const FileDescriptor port(::open(m_board->terminalPath().c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));
+    termios set{};
+    return ::tcgetattr(port.get(), &set) == 0 && ::cfgetispeed(&set) == B115200 &&
+           ::cfgetospeed(&set) == B115200 && (set.c_cflag & CSIZE) == CS8 &&
+           !(set.c_cflag & (PARENB | CSTOPB | CRTSCTS)) && !(set.c_iflag & (IXON | IXOFF | ICRNL)) &&
+           !(set.c_oflag & OPOST) && !(set.c_lflag & (ECHO | ICANON));
 }
 
 bool ShippedProgram::start()

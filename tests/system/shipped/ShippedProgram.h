@@ -8,7 +8,7 @@
 #include <QTemporaryDir>
 
 #include "DeviceScene.h"
-#include "PtyBoard.h"
+#include "simulator/BoardPort.h"
 
 /// A message box or file dialog as the operator reads it.
 struct SeenBox
@@ -22,7 +22,7 @@ struct SeenBox
 
 /// The program as it is shipped, in a process of its own on a private instrument: files below
 /// a temporary directory that a mount namespace lays over the real paths, stand-ins for the
-/// capture device and the sensor's bus, a board on a pseudo-terminal.
+/// capture device and the sensor's bus, the simulated board on its serial line.
 class ShippedProgram
 {
 public:
@@ -41,7 +41,15 @@ public:
     void pullDisk() const;
 
     DeviceScene& scene() { return *m_scene; }
-    PtyBoard& board() { return m_board; }
+    BoardPort& board() { return *m_board; }
+    /// The lines that the board has received, without "$," and line end, from this one on.
+    QStringList boardLines(int from = 0);
+    /// Makes the board carry nothing out and answer nothing, or be itself again.
+    void silenceBoard(bool silent);
+    /// Sends a line that nobody has asked for.
+    void sayUnasked(const QByteArray& line);
+    /// How the port is set: 8 data bits, no parity, one stop bit, no flow control, 115200 baud.
+    bool portIsSetAsTheBoardExpects() const;
 
     /// Starts the program and waits for its window.
     bool start();
@@ -85,7 +93,7 @@ private:
     void makeScene();
 
     QTemporaryDir m_root;
-    PtyBoard m_board;
+    std::unique_ptr<BoardPort> m_board;
     DeviceScene* m_scene = nullptr; // of the mapping
     int m_requests = -1;
     int m_answers = -1;
