@@ -1,7 +1,10 @@
 #include "Algorithm/alg_Autofocus.h"
 
+#include <algorithm>
+#include <limits>
 #include <memory>
 
+#include <QElapsedTimer>
 #include <QSignalSpy>
 #include <QtTest>
 
@@ -50,7 +53,11 @@ private slots:
 
     void measuresAreReachableThroughTheClass();
     void findFocusValueKeepsItsList();
+    void findFocusValueTakesTheWidthBeforeTheHeight_data();
+    void findFocusValueTakesTheWidthBeforeTheHeight();
+    void findFocusValueReturnsTheSecondsItTook();
     void compareFocusTellsThePeak();
+    void compareFocusTakesNoNumberForNeitherBestNorFall();
     void sampleTypesAreRegistered();
 
 private:
@@ -253,6 +260,54 @@ void TestAutofocusParts::findFocusValueKeepsItsList()
     QCOMPARE(sequencer->focusValues().size(), std::size_t(3));
 }
 
+void TestAutofocusParts::findFocusValueTakesTheWidthBeforeTheHeight_data()
+{
+    QTest::addColumn<int>("width");
+    QTest::addColumn<int>("height");
+    QTest::newRow("wide") << 800 << 400;
+    QTest::newRow("tall") << 400 << 800;
+    QTest::newRow("one row") << 800 << 1;
+    QTest::newRow("one column") << 1 << 800;
+}
+
+void TestAutofocusParts::findFocusValueTakesTheWidthBeforeTheHeight()
+{
+    QFETCH(int, width);
+    QFETCH(int, height);
+    // Dark on the left of the middle column only: a row that is taken for longer or shorter
+    // than it is lays the dark half elsewhere.
+    std::vector<unsigned char> data;
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x)
+            data.insert(data.end(), 3, x < width / 2 ? 10 : 200);
+    }
+    data.resize(std::size_t{3} * 800 * 800);
+    double value = -1.0;
+    const auto sequencer = m_rig->autofocus(0);
+    sequencer->find_focus_value(data.data(), width, height, value, FOCUS_VALUE_DARK_PIXELS, 1,
+                                FOCUS_WINDOW_320x240);
+    QCOMPARE(value, double(std::min(width / 2, 160)) * std::min(height, 240));
+}
+
+void TestAutofocusParts::findFocusValueReturnsTheSecondsItTook()
+{
+    const auto sequencer = m_rig->autofocus(0);
+    std::vector<unsigned char> data(std::size_t{3} * 2592 * 1944, 10);
+    double value = 0.0;
+    // Whoever else wants the processor can only make the time outside longer.
+    double largestShare = 0.0;
+    for (int attempt = 0; attempt < 50 && largestShare < 0.9; ++attempt) {
+        QElapsedTimer timer;
+        timer.start();
+        const double seconds = sequencer->find_focus_value(data.data(), 2592, 1944, value,
+                                                           FOCUS_VALUE_DARK_PIXELS, 3, FOCUS_WINDOW_640x480);
+        const double outside = double(timer.nsecsElapsed()) / 1e9;
+        QVERIFY2(seconds <= outside, qPrintable(QString::number(seconds)));
+        largestShare = std::max(largestShare, seconds / outside);
+    }
+    QVERIFY2(largestShare >= 0.9, qPrintable(QString::number(largestShare)));
+}
+
 void TestAutofocusParts::compareFocusTellsThePeak()
 {
     QVERIFY(m_rig->putStage(1234));
@@ -273,6 +328,24 @@ void TestAutofocusParts::compareFocusTellsThePeak()
     QVERIFY(sequencer->samples().empty());
     sequencer->trigger_image_grab();
     QVERIFY(sequencer->compare_focus(0.0, 8));
+    QCOMPARE(sequencer->resultZ(), 1234);
+}
+
+void TestAutofocusParts::compareFocusTakesNoNumberForNeitherBestNorFall()
+{
+    const double noNumber = std::numeric_limits<double>::quiet_NaN();
+    const auto sequencer = m_rig->autofocus(4711);
+    QVERIFY(m_rig->putStage(1234));
+    sequencer->function_Z_stage();
+    sequencer->trigger_image_grab();
+    QVERIFY(!sequencer->compare_focus(200.0, 0));
+    for (int index : {0, 6, 7, 8}) {
+        QVERIFY(!sequencer->compare_focus(noNumber, index));
+        QCOMPARE(sequencer->bestFocusValue(), 200.0);
+        QCOMPARE(sequencer->bestFocusIndex(), 0);
+        QCOMPARE(sequencer->resultZ(), 4711);
+    }
+    QVERIFY(sequencer->compare_focus(0.0, 9));
     QCOMPARE(sequencer->resultZ(), 1234);
 }
 

@@ -380,7 +380,8 @@ bool alg_Autofocus::compare_focus(double focusValue, int index)
         m_bestFocusIndex = index;
         return false;
     }
-    if (index < kFirstPeakIndex || focusValue >= m_bestFocusValue - kPeakFall) {
+    // What is not a number is neither a best score nor a fall.
+    if (index < kFirstPeakIndex || !(focusValue < m_bestFocusValue - kPeakFall)) {
         return false;
     }
     if (m_bestFocusIndex >= 0 && static_cast<std::size_t>(m_bestFocusIndex) < m_samples.size()) {
