@@ -49,6 +49,31 @@ void writeInPlace(const IniEntry& entry, const QString& path)
     put(path, latin1);
 }
 
+// A few pieces, each of which means something in such a file.
+std::string oddText(QRandomGenerator& random)
+{
+    static const char* const kPieces[] = {"a",       "%20",      " ",        "@", "@@",    ",", ";",
+                                          "\\",      "\"",       "/",        "é", "%2520", "=", "[",
+                                          "General", "%General", "@String(", ")", "]"};
+    std::string text;
+    for (int i = random.bounded(4); i >= 0; --i)
+        text += kPieces[random.bounded(int(std::size(kPieces)))];
+    return text;
+}
+
+QByteArray oddContent(QRandomGenerator& random)
+{
+    static const char* const kPieces[] = {
+        "\n",          "\r\n",       "[",     "]",     "=",         ",",        ";",        "#", "\"",
+        "\\",          "\\x",        "\\x0",  "%",     "%20",       "%zz",      "%U0416",   "@", "@Variant(",
+        "@ByteArray(", "@Invalid()", ")",     " ",     "\t",        "\xe9",     "\xc3\xa9", "a", "General",
+        "%General",    "/",          "A=1\n", "[a]\n", "[b%20c]\n", "v=x, y\n", "\\\n"};
+    QByteArray content = random.bounded(8) == 0 ? "\xef\xbb\xbf" : "";
+    for (int i = random.bounded(40); i >= 0; --i)
+        content += kPieces[random.bounded(int(std::size(kPieces)))];
+    return content;
+}
+
 constexpr uid_t kOtherUser = 1234;
 
 /// Acts as a user without root's rights while it lives.
@@ -225,33 +250,52 @@ private slots:
         const std::vector<IniEntry> all = awkwardEntries();
         for (size_t count = 0; count <= all.size(); ++count) {
             const std::vector<IniEntry> entries(all.begin(), all.begin() + static_cast<long>(count));
-            put(machinePath(), bytesOf(name));
-            for (const IniEntry& entry : entries)
-                ini_write(entry.section, entry.key, entry.value, kFile.toStdString());
-            const QByteArray oneByOne = bytesOf(machinePath());
+            verifyManyKeysLeaveTheBytesOfManyWrites(entries, bytesOf(name));
+        }
+    }
 
-            const QString other = QStringLiteral("/conf/Other.ini");
-            put(instrumentPath(other), bytesOf(name));
-            QVERIFY(writeIniEntries(entries, other.toStdString()));
-            QCOMPARE(bytesOf(instrumentPath(other)), oneByOne);
+    void whatComesToRestLateLeavesTheBytesOfManyWrites_data()
+    {
+        QTest::addColumn<QByteArray>("old");
+        QTest::addColumn<int>("place");
+        // The blank goes with the second reading, and with the third the rest is a section.
+        for (int place = 0; place < 5; ++place)
+            QTest::addRow("a section that is a blank, entry %d", place) << QByteArray("[c]\nd=1\n") << place;
+        QTest::addRow("in the old file") << QByteArray("[%20]\nk\\x=1\n") << 5;
+        QTest::addRow("in both") << QByteArray("[%20]\nk\\x=1\n") << 1;
+    }
+
+    void whatComesToRestLateLeavesTheBytesOfManyWrites()
+    {
+        QFETCH(QByteArray, old);
+        QFETCH(int, place);
+        std::vector<IniEntry> entries(5, {"VGA", "0x3501", "0x1E"});
+        if (place < 5)
+            entries[static_cast<size_t>(place)] = {" ", "k/y", "2"};
+        verifyManyKeysLeaveTheBytesOfManyWrites(entries, old);
+        // Two writes later each text stands where it belongs.
+        QCOMPARE(bytesOf(machinePath()).contains("[k]\n"), place != 3 && place != 4);
+    }
+
+    void oddContentTakesManyKeysAtOnceAsOneByOne()
+    {
+        QRandomGenerator random(23);
+        for (int round = 0; round < 400; ++round) {
+            std::vector<IniEntry> entries(4, {"VGA", "0x3501", "0x1E"});
+            const int odd = random.bounded(8);
+            if (odd < 4)
+                entries[static_cast<size_t>(odd)] = {oddText(random), "k" + oddText(random), oddText(random)};
+            verifyManyKeysLeaveTheBytesOfManyWrites(entries, oddContent(random));
         }
     }
 
     void noContentHoweverOddKeepsAFileFromBeingSaved()
     {
-        static const char* const kPieces[] = {
-            "\n",  "\r\n",   "[",     "]",         "=",           ",",          ";",
-            "#",   "\"",     "\\",    "\\x",       "\\x0",        "%",          "%20",
-            "%zz", "%U0416", "@",     "@Variant(", "@ByteArray(", "@Invalid()", ")",
-            " ",   "\t",     "\xe9",  "\xc3\xa9",  "a",           "General",    "%General",
-            "/",   "A=1\n",  "[a]\n", "[b%20c]\n", "v=x, y\n",    "\\\n"};
         QRandomGenerator random(20);
         for (int round = 0; round < 400; ++round) {
             // QSettings may take a quick rewrite of a file that it knows for unchanged.
             const QString reference = m_directory->filePath(QString::number(round));
-            QByteArray odd = round % 8 == 0 ? "\xef\xbb\xbf" : "";
-            for (int i = random.bounded(40); i >= 0; --i)
-                odd += kPieces[random.bounded(int(std::size(kPieces)))];
+            const QByteArray odd = oddContent(random);
             put(machinePath(), odd);
             put(reference, odd);
             const IniEntry entry{"Z stage", "Step", std::to_string(round)};
@@ -259,6 +303,41 @@ private slots:
             QVERIFY2(writeIniEntries({entry}, kFile.toStdString()), odd.toPercentEncoding());
             QCOMPARE(bytesOf(machinePath()), bytesOf(reference));
         }
+    }
+
+    void aReplacedFileIsYoungerThanTheOldOneUnlessTheClockWasSetBack_data()
+    {
+        QTest::addColumn<qint64>("ahead_s");
+        QTest::addColumn<bool>("followsTheOldOne");
+        QTest::newRow("an hour old") << qint64(-3600) << false;
+        QTest::newRow("a tick ahead of the clock") << qint64(8) << true;
+        QTest::newRow("an hour ahead of the clock") << qint64(3600) << false;
+    }
+
+    void aReplacedFileIsYoungerThanTheOldOneUnlessTheClockWasSetBack()
+    {
+        QFETCH(qint64, ahead_s);
+        QFETCH(bool, followsTheOldOne);
+        put(machinePath(), "[a]\nv=1\n");
+        const QDateTime start = QDateTime::currentDateTime();
+        const QDateTime old = start.addSecs(ahead_s);
+        setTimeOfChange(old);
+        // Remembers the file by its size and time of change.
+        std::string value;
+        QVERIFY(ini_read("a", "v", "", value, kFile.toStdString()));
+
+        ini_write("a", "v", "2", kFile.toStdString());
+        const QDateTime changed = QFileInfo(machinePath()).lastModified();
+        if (followsTheOldOne) {
+            QCOMPARE(changed.toMSecsSinceEpoch(), old.toMSecsSinceEpoch() + 1);
+        } else {
+            // The clock for files may lag behind the other one by a few milliseconds.
+            QVERIFY(changed >= start.addSecs(-1));
+            QVERIFY(changed <= QDateTime::currentDateTime());
+        }
+        QVERIFY(ini_read("a", "v", "", value, kFile.toStdString()));
+        QCOMPARE(value, std::string("2"));
+        QCOMPARE(bytesOf(machinePath()), QByteArray("[a]\nv=2\n"));
     }
 
     void ownerAndModeSurvive_data()
@@ -447,6 +526,27 @@ private:
     {
         return QDir(QFileInfo(machinePath()).path())
             .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    }
+
+    static void verifyManyKeysLeaveTheBytesOfManyWrites(const std::vector<IniEntry>& entries,
+                                                        const QByteArray& old)
+    {
+        put(machinePath(), old);
+        for (const IniEntry& entry : entries)
+            ini_write(entry.section, entry.key, entry.value, kFile.toStdString());
+        const QString other = QStringLiteral("/conf/Other.ini");
+        put(instrumentPath(other), old);
+        QVERIFY(writeIniEntries(entries, other.toStdString()));
+        QCOMPARE(bytesOf(instrumentPath(other)), bytesOf(machinePath()));
+    }
+
+    static void setTimeOfChange(const QDateTime& time)
+    {
+        QFile file(machinePath());
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        QVERIFY(file.setFileTime(time, QFileDevice::FileModificationTime));
+        file.close();
+        QCOMPARE(QFileInfo(machinePath()).lastModified(), time);
     }
 
     static QString linkTextOf(const QString& path)

@@ -72,13 +72,20 @@ bool writeIniEntries(const std::vector<IniEntry>& entries, const std::string& fi
     if (!file.begin() || !file.read(content))
         return saveFailed(fixedPath, file.reason());
 
-    // A "%20" at the edge of a value becomes a blank at the first write, and QSettings drops
-    // that blank when it reads the file for the next one. A second pass does to all entries
-    // but the last what writing them one by one would; a third would change nothing.
-    const auto last = entries.end() - 1;
+    // All at once is one by one where a further reading finds what was written. It finds
+    // something else where a "%20" at the edge of a text became a blank: QSettings drops that
+    // blank, and then the rest may mean another value, key or section.
+    const QByteArray old = content;
     QString reason;
-    if ((entries.size() > 1 && !applyEntries(file, entries.begin(), last, content, reason)) ||
-        !applyEntries(file, last, entries.end(), content, reason))
+    bool written = applyEntries(file, entries.begin(), entries.end(), content, reason);
+    QByteArray readAgain = content;
+    written = written && applyEntries(file, entries.end(), entries.end(), readAgain, reason);
+    if (written && readAgain != content) {
+        content = old;
+        for (auto entry = entries.begin(); written && entry != entries.end(); ++entry)
+            written = applyEntries(file, entry, entry + 1, content, reason);
+    }
+    if (!written)
         return saveFailed(fixedPath, reason);
     return file.commit(content) || saveFailed(fixedPath, file.reason());
 }
