@@ -18,7 +18,7 @@ target_include_directories(orla_options INTERFACE "${PROJECT_SOURCE_DIR}/verifie
 
 # orla_library(<target> SOURCES ... [PUBLIC libs...] [PRIVATE libs...] [HOT sources...])
 # One static library per folder. A folder sees another only by naming its target
-# here, so an arrow that the design forbids does not link. HOT sources hold loops
+# here; the test house_includes holds the includes against that. HOT sources hold loops
 # over pixels and are vectorised (-O3) in optimised builds.
 function(orla_library target)
     cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE;HOT" ${ARGN})
