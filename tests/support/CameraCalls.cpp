@@ -1,7 +1,6 @@
 #include "tests/support/CameraCalls.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -55,10 +54,10 @@ void CameraCalls::setMissing(const std::string& path, bool missing)
         m_missing.erase(path);
 }
 
-void CameraCalls::failCall(const QString& kind, int n, ssize_t result)
+void CameraCalls::failCall(const QString& kind, int n, ssize_t result, int error)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_scripts[kind].push_back({n, n == kAlways, result});
+    m_scripts[kind].push_back({n, n == kAlways, result, error});
 }
 
 void CameraCalls::healCalls()
@@ -166,12 +165,12 @@ bool CameraCalls::enter(const QString& line, ssize_t& result)
     // An idle capture loop would fill the memory.
     if (log.size() < kLongestLog)
         log << line;
-    errno = EIO;
     bool fails = false;
     for (Script& script : m_scripts[line.section(' ', 0, 0)]) {
         if (script.n != kAlways && (script.n < 0 || --script.n > 0))
             continue;
         result = script.result;
+        errno = script.error;
         fails = true;
         script.n = script.always ? kAlways : kSpent;
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <condition_variable>
 #include <deque>
 #include <map>
@@ -47,9 +48,9 @@ public:
 
     /// Takes a device away, or puts it back.
     void setMissing(const std::string& path, bool missing);
-    /// Makes the n-th call from now of a kind (first word of its log line) return -1 or the
-    /// given short count without any effect; kAlways: every one from now on.
-    void failCall(const QString& kind, int n, ssize_t result = -1);
+    /// Makes the n-th call from now of a kind (first word of its log line) return -1 and that
+    /// errno, or the given short count, without any effect; kAlways: every one from now on.
+    void failCall(const QString& kind, int n, ssize_t result = -1, int error = EIO);
     /// Forgets all failures.
     void healCalls();
     /// How many buffers the driver grants whatever is asked; 0: what is asked.
@@ -104,6 +105,7 @@ private:
         int n;
         bool always;
         ssize_t result;
+        int error;
     };
 
     bool onOwnThread() const { return std::this_thread::get_id() == m_ownThread; }

@@ -53,6 +53,7 @@ bool FrameSlots::write(unsigned int bufferIndex, const uchar* frame, std::size_t
     slot.bufferIndex = bufferIndex;
     slot.state.store(0, std::memory_order_release);
     m_newest.store(index, std::memory_order_release);
+    m_framesWritten.fetch_add(1, std::memory_order_release);
     return true;
 }
 

@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 
@@ -67,6 +68,9 @@ public:
     /// Claims the newest frame. Any thread.
     Reader readNewest();
 
+    /// Frames written since construction. Any thread.
+    std::uint64_t framesWritten() const { return m_framesWritten.load(std::memory_order_acquire); }
+
 private:
     struct Slot
     {
@@ -86,4 +90,7 @@ private:
     std::size_t m_frameSize_bytes = 0;
     // Written by the writing thread after the slot is complete, read by the reading ones.
     std::atomic<unsigned int> m_newest{0};
+    // Counted by the writing thread after the frame has become the newest, read by any: who
+    // has seen a number finds that frame, or a newer one, in readNewest().
+    std::atomic<std::uint64_t> m_framesWritten{0};
 };

@@ -4,12 +4,6 @@
 
 #include "platform/DeviceCalls.h"
 
-namespace {
-
-constexpr const char* kCaptureDevice = "/dev/video0";
-
-} // namespace
-
 OV5642Camera::OV5642Camera(QObject* parent) : QObject(parent)
 {
     init();
@@ -22,8 +16,7 @@ OV5642Camera::~OV5642Camera()
         blockSignals(true);
         close();
     }
-    if (m_fd >= 0)
-        deviceCalls().close(m_fd);
+    closeDevice();
 }
 
 void OV5642Camera::init()
@@ -34,11 +27,21 @@ void OV5642Camera::init()
     m_streaming.store(false, std::memory_order_release);
 }
 
+// A descriptor of a device that has gone stays dead, also when the device is back.
 void OV5642Camera::openDevice()
 {
+    if (m_gone.exchange(false, std::memory_order_acq_rel))
+        closeDevice();
     if (m_fd >= 0)
         return;
     m_fd = deviceCalls().open(kCaptureDevice, O_RDWR | O_NONBLOCK);
     if (m_fd >= 0)
         deviceCalls().fcntl(m_fd, F_SETFD, FD_CLOEXEC);
+}
+
+void OV5642Camera::closeDevice()
+{
+    if (m_fd >= 0)
+        deviceCalls().close(m_fd);
+    m_fd = -1;
 }

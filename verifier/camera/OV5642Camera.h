@@ -2,6 +2,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include <pthread.h>
 
 #include <QObject>
+#include <QString>
 #include <QStringList>
 
 #include "camera/CalibrationRegisters.h"
@@ -107,6 +109,20 @@ public:
     /// True after a failed open(), false after a successful one.
     bool openFailed() const { return m_openFailed; }
 
+    // ---- what is wrong, for whoever tells the operator ----
+
+    /// The call that the last open() failed with, such as "VIDIOC_S_FMT", "mmap" or
+    /// "open /dev/video0"; empty after a successful open(), and before the first. GUI thread.
+    QString openFailure() const { return m_openFailure; }
+    /// Frames copied since construction; a camera that delivers raises it. Any thread.
+    std::uint64_t framesCaptured() const { return m_frames.framesWritten(); }
+    /// False after a register access (get(), set() or setRegisters()) whose transfer failed or
+    /// whose bus could not be opened, until one succeeds; true before any. GUI thread.
+    bool sensorAnswers() const { return m_sensorAnswers; }
+    /// True once the driver has answered ENODEV since the last open(): the device is no longer
+    /// there. The next open() looks for it anew. Any thread.
+    bool isGone() const { return m_gone.load(std::memory_order_acquire); }
+
 signals:
     /// One log message: the emitting function's signature text, then labels and values.
     void sig_debug_Message(QStringList parts);
@@ -127,13 +143,19 @@ private:
         pthread_cond_t condition;
     };
 
+    static constexpr const char* kCaptureDevice = "/dev/video0";
+
     void openDevice();
+    void closeDevice();
     void selectMode(int mode);
     void buildWorkTable(const std::string& settingsFile, bool withInitTable);
     const char* startStream();
     const char* mapBuffer(quint32 index);
     bool startCaptureThread();
-    bool failOpen();
+    bool failOpen(const QString& call);
+    bool request(unsigned long number, void* argument);
+    bool switchStream(unsigned long request);
+    bool noteTransfer(bool good);
     void freeFrames();
     void captureFrame();
     ZeroedBytes& rgbBufferOfCaller();
@@ -151,10 +173,15 @@ private:
     std::array<std::array<CalibrationRecord, kCalibrationRegisterCount>, kCameraModeCount> m_calibration{};
     // Written by open() and close(), read by the capture thread on every round.
     std::atomic<bool> m_streaming{false};
+    // Cleared by open() while no other thread runs, set by whichever thread the driver
+    // answers ENODEV, read by any. It orders nothing else.
+    std::atomic<bool> m_gone{false};
     // One for the object's own thread, one for the grab thread; each touched by its side only.
     ZeroedBytes m_ownRgb;
     ZeroedBytes m_grabRgb;
     bool m_openFailed = false;
+    QString m_openFailure;
+    bool m_sensorAnswers = true;
     int m_fd = -1;
     std::vector<SensorRegister> m_workTable;
 };

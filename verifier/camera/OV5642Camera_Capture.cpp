@@ -1,6 +1,7 @@
 #include "camera/OV5642Camera.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <iterator>
 
 #include <QThread>
@@ -41,13 +42,6 @@ v4l2_buffer emptyBufferRecord()
     return record;
 }
 
-// Starts or stops the stream. False if the driver refuses.
-bool switchStream(int fd, unsigned long request)
-{
-    int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    return deviceCalls().captureIoctl(fd, request, &type) == 0;
-}
-
 } // namespace
 
 OV5642Camera::CaptureSync::CaptureSync()
@@ -74,23 +68,24 @@ bool OV5642Camera::open(int mode, std::string settingsFile, bool withInitTable)
     if (isStreaming())
         close();
     if (mode < 0 || mode >= kCameraModeCount)
-        return failOpen();
+        return failOpen("no such mode");
     selectMode(mode);
     buildWorkTable(settingsFile, withInitTable);
     openDevice();
-    if (const char* failure = startStream()) {
-        logMessage(this, {Q_FUNC_INFO, failure});
-        return failOpen();
+    if (const char* call = startStream()) {
+        logMessage(this, {Q_FUNC_INFO, QString("[Error] %1 !").arg(call)});
+        return failOpen(m_fd < 0 ? QString("open ") + kCaptureDevice : QString(call));
     }
     if (setRegisters(m_workTable.size()) < 0)
         logMessage(this, {Q_FUNC_INFO, kCameraModes[m_mode].busFailure});
     m_frames.allocate(std::size_t(m_width_px) * m_height_px * kYuyvBytesPerPixel);
     if (!startCaptureThread()) {
         // Without this the driver would refuse every later change of format.
-        switchStream(m_fd, VIDIOC_STREAMOFF);
-        return failOpen();
+        switchStream(VIDIOC_STREAMOFF);
+        return failOpen("pthread_create");
     }
     m_openFailed = false;
+    m_openFailure.clear();
     return true;
 }
 
@@ -116,7 +111,7 @@ void OV5642Camera::buildWorkTable(const std::string& settingsFile, bool withInit
 }
 
 // Sets the format, maps every buffer that the driver grants and starts the stream. Null, or
-// the text that says what the driver refused.
+// the name of the call that the driver refused.
 const char* OV5642Camera::startStream()
 {
     // Field order and bytes per line are left to the driver.
@@ -125,35 +120,52 @@ const char* OV5642Camera::startStream()
     format.fmt.pix.width = m_width_px;
     format.fmt.pix.height = m_height_px;
     format.fmt.pix.pixelformat = V4L2_PIX_FMT_YUYV;
-    if (deviceCalls().captureIoctl(m_fd, VIDIOC_S_FMT, &format) != 0)
-        return "[Error] VIDIOC_S_FMT !";
+    if (!request(VIDIOC_S_FMT, &format))
+        return "VIDIOC_S_FMT";
 
     m_ownRgb = allocateZeroed(m_rgbFrameSize_bytes);
     m_grabRgb = allocateZeroed(m_rgbFrameSize_bytes);
 
-    v4l2_requestbuffers request = {};
-    request.count = FrameSlots::kCount;
-    request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    request.memory = V4L2_MEMORY_MMAP;
-    if (deviceCalls().captureIoctl(m_fd, VIDIOC_REQBUFS, &request) != 0)
-        return "[Error] VIDIOC_REQBUFS !";
-    for (quint32 i = 0; i < request.count; ++i) {
+    v4l2_requestbuffers buffers = {};
+    buffers.count = FrameSlots::kCount;
+    buffers.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    buffers.memory = V4L2_MEMORY_MMAP;
+    if (!request(VIDIOC_REQBUFS, &buffers))
+        return "VIDIOC_REQBUFS";
+    for (quint32 i = 0; i < buffers.count; ++i) {
         if (const char* failure = mapBuffer(i))
             return failure;
     }
-    return switchStream(m_fd, VIDIOC_STREAMON) ? nullptr : "[Error] VIDIOC_STREAMON !";
+    return switchStream(VIDIOC_STREAMON) ? nullptr : "VIDIOC_STREAMON";
+}
+
+// A request to the capture device; notes a device that is no longer there. Any thread.
+bool OV5642Camera::request(unsigned long number, void* argument)
+{
+    if (deviceCalls().captureIoctl(m_fd, number, argument) == 0)
+        return true;
+    if (errno == ENODEV)
+        m_gone.store(true, std::memory_order_release);
+    return false;
+}
+
+// Starts or stops the stream. False if the driver refuses.
+bool OV5642Camera::switchStream(unsigned long request)
+{
+    int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    return this->request(request, &type);
 }
 
 const char* OV5642Camera::mapBuffer(quint32 index)
 {
     v4l2_buffer record = emptyBufferRecord();
     record.index = index;
-    if (deviceCalls().captureIoctl(m_fd, VIDIOC_QUERYBUF, &record) != 0)
-        return "[Error] VIDIOC_QUERYBUF !";
+    if (!request(VIDIOC_QUERYBUF, &record))
+        return "VIDIOC_QUERYBUF";
     if (!m_buffers.map(m_fd, record.length, record.m.offset))
-        return "[Error] mmap !";
-    if (deviceCalls().captureIoctl(m_fd, VIDIOC_QBUF, &record) != 0)
-        return "[Error] VIDIOC_QBUF !";
+        return "mmap";
+    if (!request(VIDIOC_QBUF, &record))
+        return "VIDIOC_QBUF";
     return nullptr;
 }
 
@@ -165,12 +177,13 @@ bool OV5642Camera::startCaptureThread()
     return pthread_create(&m_captureThread, nullptr, video_grabber_thread, this) == 0;
 }
 
-bool OV5642Camera::failOpen()
+bool OV5642Camera::failOpen(const QString& call)
 {
     m_streaming.store(false, std::memory_order_release);
     m_sync.reset();
     freeFrames();
     m_openFailed = true;
+    m_openFailure = call;
     return false;
 }
 
@@ -192,7 +205,7 @@ bool OV5642Camera::close()
     bool good = true;
     if (wasStreaming)
         good = pthread_join(m_captureThread, nullptr) == 0;
-    if (!switchStream(m_fd, VIDIOC_STREAMOFF)) {
+    if (!switchStream(VIDIOC_STREAMOFF)) {
         logMessage(this, {Q_FUNC_INFO, "[Error] VIDIOC_STREAMOFF"});
         good = false;
     }
@@ -217,14 +230,14 @@ void OV5642Camera::captureFrame()
         return;
     g_v4l2_buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     g_v4l2_buffer.memory = V4L2_MEMORY_MMAP;
-    if (deviceCalls().captureIoctl(m_fd, VIDIOC_DQBUF, &g_v4l2_buffer) != 0)
+    if (!request(VIDIOC_DQBUF, &g_v4l2_buffer))
         return;
     // A frame whose slot is being read is given up, as is one of an index never granted.
     if (const CaptureBuffers::Buffer* buffer = m_buffers.at(g_v4l2_buffer.index)) {
         m_frames.write(g_v4l2_buffer.index, static_cast<const uchar*>(buffer->start),
                        std::min(g_v4l2_buffer.bytesused, buffer->length_bytes));
     }
-    deviceCalls().captureIoctl(m_fd, VIDIOC_QBUF, &g_v4l2_buffer);
+    request(VIDIOC_QBUF, &g_v4l2_buffer);
 }
 
 // ---- frames ----

@@ -58,7 +58,7 @@ bool OV5642Camera::get(quint16 reg, quint16& out)
         good = bus.readByte(byte) && good;
         SensorBus::settle();
     }
-    if (good) {
+    if (noteTransfer(good)) {
         out = byte;
         return true;
     }
@@ -79,7 +79,7 @@ bool OV5642Camera::set(quint16 reg, quint16 value)
         good = bus.writeRegister({reg, byte}) && good;
         SensorBus::settle();
     }
-    if (!good)
+    if (!noteTransfer(good))
         return false;
     const int index = getRegisterIndex(reg);
     if (index >= 0)
@@ -109,9 +109,12 @@ bool OV5642Camera::loadRegisters(const std::string& path)
 int OV5642Camera::setRegisters(unsigned int count)
 {
     SensorBus bus;
-    if (!bus.open())
+    if (!bus.open()) {
+        noteTransfer(false);
         return 0;
+    }
     if (!bus.address()) {
+        noteTransfer(false);
         // Kept on purpose: the descriptor stays open on this path.
         bus.abandon();
         return 0;
@@ -122,7 +125,16 @@ int OV5642Camera::setRegisters(unsigned int count)
         good = bus.writeRegister(m_workTable[i]) && good;
         SensorBus::settle();
     }
+    // Nothing sent tells nothing.
+    if (records > 0)
+        noteTransfer(good);
     return good ? static_cast<int>(records) : -1;
+}
+
+bool OV5642Camera::noteTransfer(bool good)
+{
+    m_sensorAnswers = good;
+    return good;
 }
 
 void OV5642Camera::setCrop(bool on)

@@ -1,0 +1,138 @@
+#include <cerrno>
+#include <functional>
+
+#include <pthread.h>
+
+#include <QtTest>
+
+#include "camera/OV5642Camera.h"
+#include "settings/SettingsFiles.h"
+#include "tests/support/CameraCalls.h"
+
+namespace {
+
+constexpr quint32 kVgaSize = 640 * 480 * 2;
+
+} // namespace
+
+/// What the camera tells of its state when something is wrong.
+class TestCameraTrouble : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void theCallThatAnOpenFailedWithIsNamed_data()
+    {
+        QTest::addColumn<QString>("refused");
+        QTest::addColumn<QString>("failure");
+        QTest::newRow("format") << "S_FMT"
+                                << "VIDIOC_S_FMT";
+        QTest::newRow("buffers") << "REQBUFS"
+                                 << "VIDIOC_REQBUFS";
+        QTest::newRow("query") << "QUERYBUF"
+                               << "VIDIOC_QUERYBUF";
+        QTest::newRow("mapping") << "mmap"
+                                 << "mmap";
+        QTest::newRow("queueing") << "QBUF"
+                                  << "VIDIOC_QBUF";
+        QTest::newRow("stream") << "STREAMON"
+                                << "VIDIOC_STREAMON";
+        QTest::newRow("no device") << "open"
+                                   << "open /dev/video0";
+    }
+
+    void theCallThatAnOpenFailedWithIsNamed()
+    {
+        QFETCH(QString, refused);
+        QFETCH(QString, failure);
+        CameraCalls machine;
+        machine.failCall(refused, CameraCalls::kAlways);
+        OV5642Camera camera;
+        QCOMPARE(camera.openFailure(), QString());
+        QVERIFY(!camera.open(0, "", false));
+        QCOMPARE(camera.openFailure(), failure);
+        machine.healCalls();
+        QVERIFY(camera.open(0, "", false));
+        QCOMPARE(camera.openFailure(), QString());
+    }
+
+    void aMissingModeAndAMissingThreadAreFailuresToo()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(!camera.open(3, "", false));
+        QCOMPARE(camera.openFailure(), QString("no such mode"));
+
+        pthread_attr_t usual;
+        QCOMPARE(pthread_getattr_default_np(&usual), 0);
+        pthread_attr_t huge;
+        pthread_attr_init(&huge);
+        QCOMPARE(pthread_attr_setstacksize(&huge, std::size_t(1) << 62), 0);
+        QCOMPARE(pthread_setattr_default_np(&huge), 0);
+        const bool opened = camera.open(0, "", false);
+        QCOMPARE(pthread_setattr_default_np(&usual), 0);
+        pthread_attr_destroy(&huge);
+        pthread_attr_destroy(&usual);
+        QVERIFY(!opened);
+        QCOMPARE(camera.openFailure(), QString("pthread_create"));
+    }
+
+    void capturedFramesAreCountedOverAllStreams()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QCOMPARE(camera.framesCaptured(), std::uint64_t(0));
+        for (std::uint64_t stream = 0; stream < 2; ++stream) {
+            QVERIFY(camera.open(0, "", false));
+            QCOMPARE(camera.framesCaptured(), 3 * stream);
+            for (int frame = 0; frame < 3; ++frame)
+                machine.deliver({50, kVgaSize});
+            QTRY_COMPARE(camera.framesCaptured(), 3 * (stream + 1));
+            QVERIFY(camera.close());
+        }
+    }
+
+    void aSensorThatDoesNotAnswerIsKnownUntilItDoes_data()
+    {
+        QTest::addColumn<QString>("call");
+        QTest::addColumn<int>("result");
+        QTest::newRow("no bus") << "open" << -1;
+        QTest::newRow("no address") << "ioctl" << -1;
+        QTest::newRow("no write") << "write" << -1;
+        QTest::newRow("short write") << "write" << 1;
+    }
+
+    void aSensorThatDoesNotAnswerIsKnownUntilItDoes()
+    {
+        QFETCH(QString, call);
+        QFETCH(int, result);
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.sensorAnswers());
+        quint16 value = 0;
+        const auto accesses = {
+            std::function<void()>([&] { camera.get(0x300A, value); }),
+            std::function<void()>([&] { camera.set(0x3501, 1); }),
+            std::function<void()>([&] { camera.open(0, kBfnCalibrationFile, false); }),
+        };
+        for (const auto& access : accesses) {
+            machine.failCall(call, CameraCalls::kAlways, result);
+            access();
+            QVERIFY(!camera.sensorAnswers());
+            machine.healCalls();
+            access();
+            QVERIFY(camera.sensorAnswers());
+        }
+        machine.failCall("read", 1);
+        QVERIFY(!camera.get(0x300A, value));
+        QVERIFY(!camera.sensorAnswers());
+        // Nothing is sent: that tells nothing.
+        QCOMPARE(camera.setRegisters(0), 0);
+        QVERIFY(!camera.sensorAnswers());
+        QVERIFY(camera.set(0x3501, 1));
+        QVERIFY(camera.sensorAnswers());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCameraTrouble)
+#include "test_camera_trouble.moc"
