@@ -66,6 +66,18 @@ void CameraCalls::healCalls()
     m_scripts.clear();
 }
 
+void CameraCalls::setFormatHeld(bool held)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_formatHeld = held;
+}
+
+void CameraCalls::setFormatAdjustment(std::function<void(v4l2_pix_format&)> adjust)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_adjust = std::move(adjust);
+}
+
 void CameraCalls::grantBuffers(unsigned int count)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -216,6 +228,12 @@ int CameraCalls::close(int fd)
         return refuse(EBADF);
     }
     m_descriptors.erase(found);
+    if (std::none_of(m_descriptors.begin(), m_descriptors.end(),
+                     [](const auto& entry) { return entry.second.path == kVideo; })) {
+        m_streaming = false;
+        m_bufferCount = 0;
+        m_queued.clear();
+    }
     return 0;
 }
 
@@ -345,8 +363,10 @@ int CameraCalls::setFormat(v4l2_format& format)
 {
     if (format.type != V4L2_BUF_TYPE_VIDEO_CAPTURE || format.fmt.pix.pixelformat != V4L2_PIX_FMT_YUYV)
         return refuse(EINVAL);
-    if (m_streaming)
+    if (m_streaming || !m_mappings.empty() || (m_formatHeld && m_bufferCount > 0))
         return refuse(EBUSY);
+    if (m_adjust)
+        m_adjust(format.fmt.pix);
     m_format = format.fmt.pix;
     return 0;
 }
@@ -357,7 +377,7 @@ int CameraCalls::requestBuffers(v4l2_requestbuffers& request)
         return refuse(EINVAL);
     if (m_streaming || !m_mappings.empty())
         return refuse(EBUSY);
-    m_bufferCount = m_granted != 0 ? m_granted : request.count;
+    m_bufferCount = m_granted != 0 && request.count != 0 ? m_granted : request.count;
     request.count = m_bufferCount;
     m_queued.clear();
     return 0;
@@ -367,7 +387,7 @@ int CameraCalls::queryBuffer(v4l2_buffer& buffer)
 {
     if (buffer.type != V4L2_BUF_TYPE_VIDEO_CAPTURE || buffer.index >= m_bufferCount)
         return refuse(EINVAL);
-    buffer.length = m_fixedLength != 0 ? m_fixedLength : m_format.width * m_format.height * 2;
+    buffer.length = m_fixedLength != 0 ? m_fixedLength : lineBytes() * m_format.height;
     buffer.m.offset = kOffsetUnit * buffer.index;
     return 0;
 }
@@ -399,7 +419,12 @@ int CameraCalls::dequeueBuffer(v4l2_buffer& buffer)
         return refuse(EIO);
     }
     const std::size_t length = m_mappings[mapping->second];
-    std::memset(mapping->second, frame.value, std::min<std::size_t>(frame.bytesUsed, length));
+    const std::size_t filled = std::min<std::size_t>(frame.bytesUsed, length);
+    std::memset(mapping->second, frame.value, filled);
+    // What stands behind the pixels of a row belongs to no picture.
+    const std::size_t row = std::size_t(m_format.width) * 2;
+    for (std::size_t end = row; row < lineBytes() && end < filled; end += lineBytes())
+        std::memset(mapping->second + end, ~frame.value, std::min(lineBytes() - row, filled - end));
     buffer.index = frame.index < 0 ? index : static_cast<unsigned int>(frame.index);
     buffer.bytesused = frame.bytesUsed;
     return 0;
@@ -420,11 +445,16 @@ bool CameraCalls::frameReady() const
     return m_streaming && !m_queued.empty() && (m_endless || !m_frames.empty());
 }
 
+quint32 CameraCalls::lineBytes() const
+{
+    return std::max(m_format.bytesperline, m_format.width * 2);
+}
+
 CameraCalls::Frame CameraCalls::nextFrame()
 {
     if (m_frames.empty()) {
         m_nextValue = m_nextValue == 255 ? 1 : m_nextValue + 1;
-        return {m_nextValue, m_format.width * m_format.height * 2};
+        return {m_nextValue, lineBytes() * m_format.height};
     }
     const Frame frame = m_frames.front();
     m_frames.pop_front();

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
@@ -18,8 +19,9 @@
 
 /// A sensor bus and a capture device in memory, in force as long as the object lives.
 ///
-/// Behaves like the kernel's as far as the camera can tell, keeps a log of every call and
-/// lets any call be scripted to fail. Pauses are logged, not slept. Log lines:
+/// Behaves like the kernel's as far as the camera can tell, with the buffer handling that most
+/// drivers share: buffers that are allocated hold the format, mapped ones their memory. Keeps a log of every
+/// call and lets any call be scripted to fail. Pauses are logged, not slept. Log lines:
 ///   open <path> <flags>, close <device>, fcntl <command> <argument>, ioctl <request> <argument>,
 ///   write <bytes>, read <count>, pause <us>, S_FMT <width>x<height> <format>, REQBUFS <count>,
 ///   QUERYBUF <index>, mmap <length> <offset>, munmap <length>, QBUF <index>, STREAMON,
@@ -53,6 +55,10 @@ public:
     void failCall(const QString& kind, int n, ssize_t result = -1, int error = EIO);
     /// Forgets all failures.
     void healCalls();
+    /// Lets the driver change its format under buffers that are only allocated, or not again.
+    void setFormatHeld(bool held);
+    /// What the driver does to a format that it is asked for.
+    void setFormatAdjustment(std::function<void(v4l2_pix_format&)> adjust);
     /// How many buffers the driver grants whatever is asked; 0: what is asked.
     void grantBuffers(unsigned int count);
     /// Length of each buffer in bytes; 0: as the format needs.
@@ -120,6 +126,7 @@ private:
     int dequeueBuffer(v4l2_buffer& buffer);
     int switchStream(bool on);
     bool frameReady() const;
+    quint32 lineBytes() const;
     Frame nextFrame();
 
     const std::thread::id m_ownThread = std::this_thread::get_id();
@@ -139,6 +146,8 @@ private:
     unsigned int m_granted = 0;
     quint32 m_fixedLength = 0;
     v4l2_pix_format m_format = {};
+    bool m_formatHeld = true;
+    std::function<void(v4l2_pix_format&)> m_adjust;
     unsigned int m_bufferCount = 0;
     std::map<unsigned int, uchar*> m_mapped;
     std::map<void*, std::size_t> m_mappings;

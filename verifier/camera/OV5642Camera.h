@@ -150,6 +150,8 @@ private:
     void selectMode(int mode);
     void buildWorkTable(const std::string& settingsFile, bool withInitTable);
     const char* startStream();
+    bool setFormat();
+    bool requestFormat();
     const char* mapBuffer(quint32 index);
     bool startCaptureThread();
     bool failOpen(const QString& call);

@@ -110,9 +110,28 @@ void OV5642Camera::buildWorkTable(const std::string& settingsFile, bool withInit
         m_workTable.push_back({record.address, static_cast<quint8>(record.value & 0xFF)});
 }
 
-// Sets the format, maps every buffer that the driver grants and starts the stream. Null, or
-// the name of the call that the driver refused.
-const char* OV5642Camera::startStream()
+// Asks for the mode's format. Where the kernel's usual buffer handling is in use, buffers of
+// the stream before, which close() leaves allocated, hold the format: they are given back, or
+// lost with the descriptor, and the format is asked for again.
+bool OV5642Camera::setFormat()
+{
+    if (requestFormat())
+        return true;
+    if (errno != EBUSY)
+        return false;
+    logMessage(this, {Q_FUNC_INFO, "VIDIOC_S_FMT: busy, the buffers are given back"});
+    v4l2_requestbuffers none = {};
+    none.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    none.memory = V4L2_MEMORY_MMAP;
+    if (request(VIDIOC_REQBUFS, &none) && requestFormat())
+        return true;
+    logMessage(this, {Q_FUNC_INFO, "VIDIOC_S_FMT: still busy, the device is opened anew"});
+    closeDevice();
+    openDevice();
+    return requestFormat();
+}
+
+bool OV5642Camera::requestFormat()
 {
     // Field order and bytes per line are left to the driver.
     v4l2_format format = {};
@@ -120,7 +139,14 @@ const char* OV5642Camera::startStream()
     format.fmt.pix.width = m_width_px;
     format.fmt.pix.height = m_height_px;
     format.fmt.pix.pixelformat = V4L2_PIX_FMT_YUYV;
-    if (!request(VIDIOC_S_FMT, &format))
+    return request(VIDIOC_S_FMT, &format);
+}
+
+// Sets the format, maps every buffer that the driver grants and starts the stream. Null, or
+// the name of the call that the driver refused.
+const char* OV5642Camera::startStream()
+{
+    if (!setFormat())
         return "VIDIOC_S_FMT";
 
     m_ownRgb = allocateZeroed(m_rgbFrameSize_bytes);

@@ -1,0 +1,198 @@
+#include <cerrno>
+#include <vector>
+
+#include <fcntl.h>
+
+#include <QSignalSpy>
+#include <QtTest>
+
+#include "camera/OV5642Camera.h"
+#include "camera/YuvConversion.h"
+#include "tests/support/CameraCalls.h"
+
+namespace {
+
+const QString kOpenText = "bool OV5642Camera::open(int, std::string, bool)";
+const QStringList kRefused = {kOpenText, "[Error] VIDIOC_S_FMT !"};
+const QString kFormat = "S_FMT 640x480 56595559";
+const QStringList kReopen = {"close /dev/video0", QString("open /dev/video0 %1").arg(O_RDWR | O_NONBLOCK),
+                             QString("fcntl %1 %2").arg(F_SETFD).arg(FD_CLOEXEC)};
+
+using Bytes = std::vector<uchar>;
+
+// The calls that decide over the format: everything before the buffers are asked for.
+QStringList formatCalls(const CameraCalls& machine)
+{
+    const QStringList calls = machine.calls();
+    return calls.mid(0, calls.indexOf("REQBUFS 4"));
+}
+
+QStringList errors(const QSignalSpy& spy)
+{
+    QStringList lines;
+    for (const QList<QVariant>& signal : spy)
+        lines << signal.at(0).toStringList().join(' ');
+    return lines.filter("[Error]");
+}
+
+bool deliver(CameraCalls& machine, const CameraCalls::Frame& frame)
+{
+    const int before = machine.requeued();
+    machine.deliver(frame);
+    return QTest::qWaitFor([&] { return machine.requeued() > before; });
+}
+
+// The camera's frame, and that of a frame copy whose first bytes hold the value, the others 0.
+Bytes shown(OV5642Camera& camera)
+{
+    const uchar* frame = camera.getFrame();
+    return frame == nullptr ? Bytes() : Bytes(frame, frame + camera.rgbFrameSize());
+}
+
+Bytes expected(quint32 width, quint32 height, quint8 value, std::size_t bytes)
+{
+    Bytes yuyv(std::size_t(width) * height * 2);
+    std::fill_n(yuyv.begin(), bytes, value);
+    Bytes rgb(std::size_t(width) * height * 3);
+    sws_yuv2rgb24(width, int(height), yuyv.data(), rgb.data());
+    return rgb;
+}
+
+} // namespace
+
+/// How the camera gets along with what drivers do differently.
+class TestCameraDrivers : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void everyModeStreamsAfterEveryOther_data()
+    {
+        QTest::addColumn<bool>("held");
+        QTest::newRow("buffers hold the format") << true;
+        QTest::newRow("only the stream holds it") << false;
+    }
+
+    void everyModeStreamsAfterEveryOther()
+    {
+        QFETCH(bool, held);
+        CameraCalls machine;
+        machine.setFormatHeld(held);
+        machine.deliverEndlessly(true);
+        OV5642Camera camera;
+        bool first = true;
+        for (const int mode : {1, 1, 0, 2, 1}) {
+            QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+            machine.clearLog();
+            QVERIFY(camera.open(mode, "", false));
+            const QString format = machine.calls().at(0);
+            QCOMPARE(formatCalls(machine),
+                     first || !held ? QStringList(format) : QStringList({format, "REQBUFS 0", format}));
+            QCOMPARE(spy.count(), first || !held ? 1 : 2);
+            QCOMPARE(errors(spy), QStringList());
+            const std::uint64_t before = camera.framesCaptured();
+            QTRY_VERIFY(camera.framesCaptured() > before);
+            QVERIFY(camera.close());
+            first = false;
+        }
+        QCOMPARE(machine.misuses(), QStringList());
+    }
+
+    void aDriverThatDoesNotTakeItsBuffersBackIsOpenedAnew_data()
+    {
+        QTest::addColumn<int>("busyFormats");
+        QTest::addColumn<bool>("buffersRefused");
+        QTest::addColumn<QStringList>("calls");
+        QTest::newRow("buffers refused")
+            << 1 << true << QStringList({kFormat, "REQBUFS 0"}) + kReopen + QStringList(kFormat);
+        QTest::newRow("busy all the same")
+            << 2 << false << QStringList({kFormat, "REQBUFS 0", kFormat}) + kReopen + QStringList(kFormat);
+    }
+
+    void aDriverThatDoesNotTakeItsBuffersBackIsOpenedAnew()
+    {
+        QFETCH(int, busyFormats);
+        QFETCH(bool, buffersRefused);
+        QFETCH(QStringList, calls);
+        CameraCalls machine;
+        OV5642Camera camera;
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        machine.clearLog();
+        for (int n = 1; n <= busyFormats; ++n)
+            machine.failCall("S_FMT", n, -1, EBUSY);
+        if (buffersRefused)
+            machine.failCall("REQBUFS", 1, -1, EINVAL);
+        QVERIFY(camera.open(0, "", false));
+        QCOMPARE(formatCalls(machine), calls);
+        QCOMPARE(spy.count(), 3);
+        QCOMPARE(errors(spy), QStringList());
+        QCOMPARE(machine.openDescriptors(CameraCalls::kVideo), 1);
+        QVERIFY(deliver(machine, {70, 640 * 480 * 2}));
+        QVERIFY(camera.close());
+    }
+
+    void aDriverThatStaysBusyIsAFailure()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        machine.clearLog();
+        machine.failCall("S_FMT", CameraCalls::kAlways, -1, EBUSY);
+        QVERIFY(!camera.open(0, "", false));
+        QCOMPARE(machine.calls(),
+                 QStringList({kFormat, "REQBUFS 0", kFormat}) + kReopen + QStringList(kFormat));
+        QCOMPARE(errors(spy), QStringList(kRefused.join(' ')));
+        QCOMPARE(spy.last().at(0).toStringList(), kRefused);
+        QCOMPARE(camera.openFailure(), QString("VIDIOC_S_FMT"));
+        machine.healCalls();
+        QVERIFY(camera.open(0, "", false));
+    }
+
+    void aDeviceThatCannotBeOpenedAnewIsAFailure()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        machine.failCall("S_FMT", CameraCalls::kAlways, -1, EBUSY);
+        machine.setMissing(CameraCalls::kVideo, true);
+        QVERIFY(!camera.open(0, "", false));
+        QCOMPARE(spy.last().at(0).toStringList(), kRefused);
+        QCOMPARE(camera.openFailure(), QString("open /dev/video0"));
+        machine.healCalls();
+        machine.setMissing(CameraCalls::kVideo, false);
+        QVERIFY(camera.open(0, "", false));
+        QCOMPARE(machine.misuses(), QStringList());
+    }
+
+    void anotherRefusalOfTheFormatIsTakenAsItIs()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        machine.clearLog();
+        machine.failCall("S_FMT", 1, -1, EINVAL);
+        QVERIFY(!camera.open(0, "", false));
+        QCOMPARE(machine.calls(), QStringList(kFormat));
+    }
+
+    void whatARefusedStartLeavesBehindDoesNotBlockTheNext_data()
+    {
+        QTest::addColumn<QString>("refused");
+        for (const char* call : {"QUERYBUF", "mmap", "QBUF", "STREAMON"})
+            QTest::newRow(call) << call;
+    }
+
+    void whatARefusedStartLeavesBehindDoesNotBlockTheNext()
+    {
+        QFETCH(QString, refused);
+        CameraCalls machine;
+        OV5642Camera camera;
+        machine.failCall(refused, 1);
+        QVERIFY(!camera.open(1, "", false));
+        QVERIFY(camera.open(0, "", false));
+        QVERIFY(deliver(machine, {70, 640 * 480 * 2}));
+        QCOMPARE(shown(camera), expected(640, 480, 70, 640 * 480 * 2));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCameraDrivers)
+#include "test_camera_drivers.moc"
