@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <functional>
 #include <vector>
 
 #include <fcntl.h>
@@ -19,6 +20,7 @@ const QStringList kReopen = {"close /dev/video0", QString("open /dev/video0 %1")
                              QString("fcntl %1 %2").arg(F_SETFD).arg(FD_CLOEXEC)};
 
 using Bytes = std::vector<uchar>;
+using Adjustment = std::function<void(v4l2_pix_format&)>;
 
 // The calls that decide over the format: everything before the buffers are asked for.
 QStringList formatCalls(const CameraCalls& machine)
@@ -59,6 +61,8 @@ Bytes expected(quint32 width, quint32 height, quint8 value, std::size_t bytes)
 }
 
 } // namespace
+
+Q_DECLARE_METATYPE(Adjustment)
 
 /// How the camera gets along with what drivers do differently.
 class TestCameraDrivers : public QObject
@@ -191,6 +195,90 @@ private slots:
         QVERIFY(camera.open(0, "", false));
         QVERIFY(deliver(machine, {70, 640 * 480 * 2}));
         QCOMPARE(shown(camera), expected(640, 480, 70, 640 * 480 * 2));
+    }
+
+    void anotherSizeOrPixelFormatIsAFailure_data()
+    {
+        QTest::addColumn<Adjustment>("adjust");
+        QTest::addColumn<QString>("granted");
+        QTest::newRow("fewer rows") << Adjustment([](v4l2_pix_format& pix) { pix.height = 720; })
+                                    << "1280 x 720 YUYV";
+        QTest::newRow("more rows") << Adjustment([](v4l2_pix_format& pix) { pix.height = 1024; })
+                                   << "1280 x 1024 YUYV";
+        QTest::newRow("wider") << Adjustment([](v4l2_pix_format& pix) { pix.width = 1920; })
+                               << "1920 x 960 YUYV";
+        QTest::newRow("other pixels")
+            << Adjustment([](v4l2_pix_format& pix) { pix.pixelformat = V4L2_PIX_FMT_UYVY; })
+            << "1280 x 960 UYVY";
+        QTest::newRow("pixels without a name")
+            << Adjustment([](v4l2_pix_format& pix) { pix.pixelformat = 0x01020304; })
+            << "1280 x 960 0x01020304";
+    }
+
+    void anotherSizeOrPixelFormatIsAFailure()
+    {
+        QFETCH(Adjustment, adjust);
+        QFETCH(QString, granted);
+        CameraCalls machine;
+        machine.setFormatAdjustment(adjust);
+        OV5642Camera camera;
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        machine.clearLog();
+        QVERIFY(!camera.open(1, "", false));
+        QCOMPARE(machine.calls(), QStringList("S_FMT 1280x960 56595559"));
+        const QStringList lines = errors(spy);
+        QCOMPARE(lines.size(), 2);
+        QVERIFY(lines.at(0).endsWith("[Error] asked: 1280 x 960 YUYV , granted: " + granted));
+        QCOMPARE(lines.at(1), kRefused.join(' '));
+        QCOMPARE(camera.openFailure(), QString("VIDIOC_S_FMT"));
+        QVERIFY(!camera.isStreaming());
+        QCOMPARE(camera.getFrame(), nullptr);
+        machine.setFormatAdjustment({});
+        QVERIFY(camera.open(1, "", false));
+    }
+
+    void paddedRowsAreCopiedWithoutTheirPadding_data()
+    {
+        QTest::addColumn<quint32>("bytesPerLine");
+        QTest::addColumn<quint32>("bytesUsed");
+        QTest::addColumn<int>("copied");
+        const int whole = 640 * 480 * 2;
+        QTest::newRow("padded") << 1344u << 1344u * 480 << whole;
+        QTest::newRow("last row without padding") << 1344u << 1344u * 479 + 1280 << whole;
+        QTest::newRow("one byte more") << 1281u << 1281u * 480 << whole;
+        QTest::newRow("huge") << 65536u << 65536u * 480 << whole;
+        QTest::newRow("ends in a row") << 1344u << 1344u * 10 + 100 << 1280 * 10 + 100;
+        QTest::newRow("ends in the padding") << 1344u << 1344u * 10 - 1 << 1280 * 10;
+        QTest::newRow("claims too much") << 1344u << 0xFFFFFFFFu << whole;
+        QTest::newRow("not told") << 0u << 1280u * 480 << whole;
+        QTest::newRow("less than a row") << 640u << 1280u * 480 << whole;
+    }
+
+    void paddedRowsAreCopiedWithoutTheirPadding()
+    {
+        QFETCH(quint32, bytesPerLine);
+        QFETCH(quint32, bytesUsed);
+        QFETCH(int, copied);
+        CameraCalls machine;
+        machine.setFormatAdjustment([&](v4l2_pix_format& pix) { pix.bytesperline = bytesPerLine; });
+        OV5642Camera camera;
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        QVERIFY(camera.open(0, "", false));
+        QCOMPARE(errors(spy), QStringList());
+        const bool padded = bytesPerLine > 1280;
+        QCOMPARE(spy.count(), padded ? 2 : 1);
+        if (padded) {
+            const QString line = spy.at(1).at(0).toStringList().join(' ');
+            QVERIFY(line.endsWith(QString("granted: 640 x 480 YUYV , bytes per line: %1").arg(bytesPerLine)));
+        }
+        QVERIFY(deliver(machine, {200, bytesUsed}));
+        QVERIFY(shown(camera) == expected(640, 480, 200, std::size_t(copied)));
+        // The next mode's rows are its own.
+        machine.setFormatAdjustment({});
+        QVERIFY(camera.open(1, "", false));
+        QVERIFY(deliver(machine, {90, 1280 * 960 * 2}));
+        QVERIFY(shown(camera) == expected(1280, 960, 90, 1280 * 960 * 2));
+        QCOMPARE(machine.misuses(), QStringList());
     }
 };
 

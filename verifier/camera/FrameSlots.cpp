@@ -24,13 +24,13 @@ unsigned int FrameSlots::Reader::bufferIndex() const
     return m_owner.m_slots[m_slot].bufferIndex;
 }
 
-void FrameSlots::allocate(std::size_t frameSize_bytes)
+void FrameSlots::allocate(const Rows& rows)
 {
     for (unsigned int i = 0; i < kCount; ++i) {
-        m_slots[i].bytes = allocateZeroed(frameSize_bytes);
+        m_slots[i].bytes = allocateZeroed(rows.count * rows.size_bytes);
         m_slots[i].bufferIndex = i;
     }
-    m_frameSize_bytes = frameSize_bytes;
+    m_rows = rows;
     m_newest.store(0, std::memory_order_release);
 }
 
@@ -38,7 +38,7 @@ void FrameSlots::release()
 {
     for (Slot& slot : m_slots)
         slot.bytes.reset();
-    m_frameSize_bytes = 0;
+    m_rows = {};
 }
 
 bool FrameSlots::write(unsigned int bufferIndex, const uchar* frame, std::size_t size_bytes)
@@ -49,12 +49,25 @@ bool FrameSlots::write(unsigned int bufferIndex, const uchar* frame, std::size_t
     if (!slot.bytes || !slot.state.compare_exchange_strong(idle, kBeingWritten, std::memory_order_acquire,
                                                            std::memory_order_relaxed))
         return false;
-    std::memcpy(slot.bytes.get(), frame, std::min(size_bytes, m_frameSize_bytes));
+    copyRows(slot.bytes.get(), frame, size_bytes);
     slot.bufferIndex = bufferIndex;
     slot.state.store(0, std::memory_order_release);
     m_newest.store(index, std::memory_order_release);
     m_framesWritten.fetch_add(1, std::memory_order_release);
     return true;
+}
+
+void FrameSlots::copyRows(uchar* destination, const uchar* frame, std::size_t size_bytes) const
+{
+    if (m_rows.distance_bytes == m_rows.size_bytes) {
+        std::memcpy(destination, frame, std::min(size_bytes, m_rows.count * m_rows.size_bytes));
+        return;
+    }
+    for (std::size_t row = 0, begin = 0; row < m_rows.count && begin < size_bytes; ++row) {
+        std::memcpy(destination + row * m_rows.size_bytes, frame + begin,
+                    std::min(m_rows.size_bytes, size_bytes - begin));
+        begin += m_rows.distance_bytes;
+    }
 }
 
 FrameSlots::Reader FrameSlots::readNewest()

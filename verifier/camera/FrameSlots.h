@@ -54,14 +54,25 @@ public:
         const unsigned int m_slot;
     };
 
-    /// Gives every slot frameSize_bytes zero bytes and makes slot 0 the newest. Only while
-    /// no other thread uses the slots.
-    void allocate(std::size_t frameSize_bytes);
+    /// How rows stand in the frames that are written; in the slots they follow one another.
+    struct Rows
+    {
+        std::size_t count;
+        std::size_t size_bytes;
+        /// From the beginning of one row to that of the next, at least the size.
+        std::size_t distance_bytes;
+    };
+
+    /// Gives every slot zero bytes for a frame of those rows and makes slot 0 the newest. Only
+    /// while no other thread uses the slots.
+    void allocate(const Rows& rows);
+    /// The same for frames without rows: frameSize_bytes in one piece.
+    void allocate(std::size_t frameSize_bytes) { allocate({1, frameSize_bytes, frameSize_bytes}); }
     /// Frees the memory; readers then get null. Only while no other thread uses the slots.
     void release();
 
-    /// Copies a frame into slot bufferIndex % 4 and makes it the newest. Bytes beyond the
-    /// slot's size are cut off; a short frame leaves the rest of the slot as it was. False,
+    /// Copies a frame's rows into slot bufferIndex % 4 and makes it the newest. Bytes beyond the
+    /// last row are cut off; a short frame leaves the rest of the slot as it was. False,
     /// with nothing changed, if the slot is being read or has no memory. One thread.
     bool write(unsigned int bufferIndex, const uchar* frame, std::size_t size_bytes);
 
@@ -85,9 +96,10 @@ private:
     static constexpr int kBeingWritten = -1;
 
     bool tryClaimForReading(Slot& slot);
+    void copyRows(uchar* destination, const uchar* frame, std::size_t size_bytes) const;
 
     std::array<Slot, kCount> m_slots;
-    std::size_t m_frameSize_bytes = 0;
+    Rows m_rows{};
     // Written by the writing thread after the slot is complete, read by the reading ones.
     std::atomic<unsigned int> m_newest{0};
     // Counted by the writing thread after the frame has become the newest, read by any: who

@@ -151,7 +151,8 @@ private:
     void buildWorkTable(const std::string& settingsFile, bool withInitTable);
     const char* startStream();
     bool setFormat();
-    bool requestFormat();
+    bool requestFormat(v4l2_pix_format& granted);
+    bool takeFormat(const v4l2_pix_format& granted);
     const char* mapBuffer(quint32 index);
     bool startCaptureThread();
     bool failOpen(const QString& call);
@@ -172,6 +173,8 @@ private:
     quint32 m_width_px = 0;
     quint32 m_height_px = 0;
     quint32 m_rgbFrameSize_bytes = 0;
+    // From row to row in the driver's buffers; more than two bytes a pixel where it pads them.
+    std::size_t m_rowDistance_bytes = 0;
     std::array<std::array<CalibrationRecord, kCalibrationRegisterCount>, kCameraModeCount> m_calibration{};
     // Written by open() and close(), read by the capture thread on every round.
     std::atomic<bool> m_streaming{false};

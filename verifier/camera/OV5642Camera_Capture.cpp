@@ -42,6 +42,20 @@ v4l2_buffer emptyBufferRecord()
     return record;
 }
 
+// Size and four-letter name of a format, such as "640 x 480 YUYV".
+QString formatText(quint32 width_px, quint32 height_px, quint32 pixelFormat)
+{
+    QString name;
+    for (int shift = 0; shift < 32; shift += 8)
+        name += QChar(pixelFormat >> shift & 0xFF);
+    const bool readable =
+        std::all_of(name.begin(), name.end(), [](QChar letter) { return letter > ' ' && letter <= '~'; });
+    return QString("%1 x %2 %3")
+        .arg(width_px)
+        .arg(height_px)
+        .arg(readable ? name : QString::asprintf("0x%08X", pixelFormat));
+}
+
 } // namespace
 
 OV5642Camera::CaptureSync::CaptureSync()
@@ -78,7 +92,7 @@ bool OV5642Camera::open(int mode, std::string settingsFile, bool withInitTable)
     }
     if (setRegisters(m_workTable.size()) < 0)
         logMessage(this, {Q_FUNC_INFO, kCameraModes[m_mode].busFailure});
-    m_frames.allocate(std::size_t(m_width_px) * m_height_px * kYuyvBytesPerPixel);
+    m_frames.allocate({m_height_px, std::size_t(m_width_px) * kYuyvBytesPerPixel, m_rowDistance_bytes});
     if (!startCaptureThread()) {
         // Without this the driver would refuse every later change of format.
         switchStream(VIDIOC_STREAMOFF);
@@ -115,23 +129,24 @@ void OV5642Camera::buildWorkTable(const std::string& settingsFile, bool withInit
 // lost with the descriptor, and the format is asked for again.
 bool OV5642Camera::setFormat()
 {
-    if (requestFormat())
-        return true;
+    v4l2_pix_format granted = {};
+    if (requestFormat(granted))
+        return takeFormat(granted);
     if (errno != EBUSY)
         return false;
     logMessage(this, {Q_FUNC_INFO, "VIDIOC_S_FMT: busy, the buffers are given back"});
     v4l2_requestbuffers none = {};
     none.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     none.memory = V4L2_MEMORY_MMAP;
-    if (request(VIDIOC_REQBUFS, &none) && requestFormat())
-        return true;
+    if (request(VIDIOC_REQBUFS, &none) && requestFormat(granted))
+        return takeFormat(granted);
     logMessage(this, {Q_FUNC_INFO, "VIDIOC_S_FMT: still busy, the device is opened anew"});
     closeDevice();
     openDevice();
-    return requestFormat();
+    return requestFormat(granted) && takeFormat(granted);
 }
 
-bool OV5642Camera::requestFormat()
+bool OV5642Camera::requestFormat(v4l2_pix_format& granted)
 {
     // Field order and bytes per line are left to the driver.
     v4l2_format format = {};
@@ -139,7 +154,30 @@ bool OV5642Camera::requestFormat()
     format.fmt.pix.width = m_width_px;
     format.fmt.pix.height = m_height_px;
     format.fmt.pix.pixelformat = V4L2_PIX_FMT_YUYV;
-    return request(VIDIOC_S_FMT, &format);
+    const bool good = request(VIDIOC_S_FMT, &format);
+    granted = format.fmt.pix;
+    return good;
+}
+
+// A driver grants what it can, which need not be what it was asked for. Another size or pixel
+// format would be shown, measured and saved as a picture that it is not.
+bool OV5642Camera::takeFormat(const v4l2_pix_format& granted)
+{
+    const QString got = formatText(granted.width, granted.height, granted.pixelformat);
+    if (granted.width != m_width_px || granted.height != m_height_px ||
+        granted.pixelformat != V4L2_PIX_FMT_YUYV) {
+        logMessage(this, {Q_FUNC_INFO, "[Error] asked:",
+                          formatText(m_width_px, m_height_px, V4L2_PIX_FMT_YUYV), ", granted:", got});
+        return false;
+    }
+    m_rowDistance_bytes = std::size_t(m_width_px) * kYuyvBytesPerPixel;
+    // A driver that leaves it 0 does not pad.
+    if (granted.bytesperline > m_rowDistance_bytes) {
+        m_rowDistance_bytes = granted.bytesperline;
+        logMessage(
+            this, {Q_FUNC_INFO, "granted:", got, ", bytes per line:", QString::number(granted.bytesperline)});
+    }
+    return true;
 }
 
 // Sets the format, maps every buffer that the driver grants and starts the stream. Null, or
