@@ -221,7 +221,8 @@ private slots:
         OV5642Camera camera;
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
         QVERIFY(camera.open(1, kCusCalibrationFile, false));
-        QCOMPARE(spy.count(), 1);
+        QCOMPARE(spy.at(0).at(0).toStringList(), opening(1, kCusCalibrationFile));
+        QCOMPARE(spy.count(), missing ? 2 : 1);
     }
 
     void aDriverThatRefusesAnythingLeavesTheCameraClosed_data()

@@ -3,6 +3,8 @@
 
 #include <pthread.h>
 
+#include <QRegularExpression>
+#include <QSignalSpy>
 #include <QtTest>
 
 #include "camera/OV5642Camera.h"
@@ -12,6 +14,15 @@
 namespace {
 
 constexpr quint32 kVgaSize = 640 * 480 * 2;
+
+// Last parts of the lines that tell of an error.
+QStringList toldOf(const QSignalSpy& spy)
+{
+    QStringList texts;
+    for (const QList<QVariant>& signal : spy)
+        texts << signal.at(0).toStringList().last();
+    return texts.filter("[Error]");
+}
 
 } // namespace
 
@@ -131,6 +142,39 @@ private slots:
         QVERIFY(!camera.sensorAnswers());
         QVERIFY(camera.set(0x3501, 1));
         QVERIFY(camera.sensorAnswers());
+    }
+
+    void aBusThatCannotBeOpenedIsToldOnceUntilItCanAgain()
+    {
+        const QString told = "[Error] /dev/i2c-1: No such file or directory";
+        CameraCalls machine;
+        machine.setMissing(CameraCalls::kBus, true);
+        OV5642Camera camera;
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        quint16 value = 0;
+        for (int i = 0; i < 3; ++i) {
+            QVERIFY(!camera.set(0x3501, 1));
+            QVERIFY(!camera.get(0x3501, value));
+        }
+        QCOMPARE(toldOf(spy), QStringList(told));
+        QVERIFY(camera.open(0, kBfnCalibrationFile, false));
+        QCOMPARE(toldOf(spy), QStringList(told));
+
+        machine.setMissing(CameraCalls::kBus, false);
+        QVERIFY(camera.set(0x3501, 1));
+        machine.setMissing(CameraCalls::kBus, true);
+        QVERIFY(camera.open(1, kBfnCalibrationFile, false));
+        QVERIFY(!camera.set(0x3501, 1));
+        QCOMPARE(toldOf(spy), QStringList({told, told}));
+    }
+
+    void theBusIsNamedOnTheDebugStreamToo()
+    {
+        CameraCalls machine;
+        machine.failCall("open", 2, -1, EACCES);
+        OV5642Camera camera;
+        QTest::ignoreMessage(QtDebugMsg, QRegularExpression("\\[Error\\] /dev/i2c-1: Permission denied$"));
+        QVERIFY(!camera.set(0x3501, 1));
     }
 };
 

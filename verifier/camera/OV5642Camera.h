@@ -19,6 +19,8 @@
 #include "camera/FrameSlots.h"
 #include "camera/SensorInitTable.h"
 
+class SensorBus;
+
 /// The buffer record that the capture loop dequeues into and queues from. Touched by the
 /// capture thread alone; what others need of it (which frame is the newest) goes through
 /// the camera's frame slots.
@@ -46,6 +48,8 @@ public:
     ~OV5642Camera() override;
 
     // ---- sensor registers: OV5642Camera_Registers.cpp ----
+
+    // A bus device that cannot be opened is logged once, until it can be again.
 
     /// Reads a sensor register. On failure false; the cached value of the current mode is
     /// then handed out for the ten calibration registers, and out is untouched for others.
@@ -158,6 +162,7 @@ private:
     bool failOpen(const QString& call);
     bool request(unsigned long number, void* argument);
     bool switchStream(unsigned long request);
+    bool openBus(SensorBus& bus);
     bool noteTransfer(bool good);
     void freeFrames();
     void captureFrame();
@@ -187,6 +192,7 @@ private:
     bool m_openFailed = false;
     QString m_openFailure;
     bool m_sensorAnswers = true;
+    bool m_busFailureTold = false;
     int m_fd = -1;
     std::vector<SensorRegister> m_workTable;
 };

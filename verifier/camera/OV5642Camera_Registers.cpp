@@ -1,9 +1,12 @@
 #include "camera/OV5642Camera.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <iterator>
+#include <system_error>
 
 #include "camera/SensorBus.h"
+#include "platform/DebugLog.h"
 #include "settings/GlobalIni.h"
 #include "settings/SettingsFiles.h"
 
@@ -51,7 +54,7 @@ bool OV5642Camera::get(quint16 reg, quint16& out)
     quint8 byte = 0;
     {
         SensorBus bus;
-        good = bus.open();
+        good = openBus(bus);
         good = bus.address() && good;
         good = bus.writeAddress(reg) && good;
         SensorBus::settle();
@@ -74,7 +77,7 @@ bool OV5642Camera::set(quint16 reg, quint16 value)
     bool good;
     {
         SensorBus bus;
-        good = bus.open();
+        good = openBus(bus);
         good = bus.address() && good;
         good = bus.writeRegister({reg, byte}) && good;
         SensorBus::settle();
@@ -109,7 +112,7 @@ bool OV5642Camera::loadRegisters(const std::string& path)
 int OV5642Camera::setRegisters(unsigned int count)
 {
     SensorBus bus;
-    if (!bus.open()) {
+    if (!openBus(bus)) {
         noteTransfer(false);
         return 0;
     }
@@ -129,6 +132,20 @@ int OV5642Camera::setRegisters(unsigned int count)
     if (records > 0)
         noteTransfer(good);
     return good ? static_cast<int>(records) : -1;
+}
+
+// A bus that cannot be opened is told once: each register of a mode change would tell it again.
+bool OV5642Camera::openBus(SensorBus& bus)
+{
+    if (bus.open()) {
+        m_busFailureTold = false;
+        return true;
+    }
+    const std::string reason = std::generic_category().message(errno);
+    if (!m_busFailureTold)
+        logMessage(this, {Q_FUNC_INFO, QString("[Error] %1: %2").arg(SensorBus::kDevice, reason.c_str())});
+    m_busFailureTold = true;
+    return false;
 }
 
 bool OV5642Camera::noteTransfer(bool good)

@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr const char* kBusDevice = "/dev/i2c-1";
-
 // Addresses a chip even where a kernel driver has claimed it, as the capture driver has.
 constexpr unsigned long kAddressRequest = 0x0706;
 
@@ -24,7 +22,7 @@ SensorBus::~SensorBus()
 
 bool SensorBus::open()
 {
-    m_fd = deviceCalls().open(kBusDevice, O_RDWR);
+    m_fd = deviceCalls().open(kDevice, O_RDWR);
     return m_fd >= 0;
 }
 

@@ -14,12 +14,14 @@
 class SensorBus
 {
 public:
+    static constexpr const char* kDevice = "/dev/i2c-1";
+
     SensorBus() = default;
     ~SensorBus();
     SensorBus(const SensorBus&) = delete;
     SensorBus& operator=(const SensorBus&) = delete;
 
-    /// Opens the bus; false without a bus device.
+    /// Opens the bus; false and errno without a bus device.
     bool open();
     /// Addresses the sensor; false if the bus is not open or refuses the address.
     bool address();
