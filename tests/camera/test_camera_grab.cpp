@@ -170,6 +170,47 @@ private slots:
         }
     }
 
+    void theLastFrameOfACameraThatIsGoneIsNotConvertedAgain()
+    {
+        Bench bench;
+        QVERIFY(bench.deliver(70));
+        bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
+        bench.grabber.start(QThread::InheritPriority);
+        QTRY_COMPARE(bench.delivered, 1);
+        bench.machine.failCall("select", CameraCalls::kAlways, -1, ENODEV);
+        QTRY_VERIFY(bench.camera.isGone());
+
+        // The buffer comes back as it was, with nothing to be drawn.
+        for (int i = 0; i < 3; ++i) {
+            std::fill(bench.buffer.begin(), bench.buffer.end(), kUntouched);
+            bench.grabber.grab();
+            QTRY_VERIFY(bench.grabber.frameDelivered());
+            QCOMPARE(bench.buffer, Bytes(kVgaRgbSize, kUntouched));
+        }
+        QTest::qWait(kIdle_ms);
+        QCOMPARE(bench.delivered, 1);
+
+        // Should a frame come after all, the hand-shake goes on by itself.
+        bench.machine.healCalls();
+        QVERIFY(bench.deliver(170));
+        QTRY_COMPARE(bench.delivered, 2);
+        bench.grabber.grab();
+        QTRY_COMPARE(bench.delivered, 3);
+        QCOMPARE(bench.buffer, rgbOf(170));
+    }
+
+    void aCameraThatIsGoneIsStillShownOnce()
+    {
+        Bench bench;
+        QVERIFY(bench.deliver(70));
+        bench.machine.failCall("select", CameraCalls::kAlways, -1, ENODEV);
+        QTRY_VERIFY(bench.camera.isGone());
+        bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
+        bench.grabber.start(QThread::InheritPriority);
+        QTRY_COMPARE(bench.delivered, 1);
+        QCOMPARE(bench.buffer, rgbOf(70));
+    }
+
     void aStoppedThreadEndsAndDeliversNoMore()
     {
         Bench bench;

@@ -176,6 +176,87 @@ private slots:
         QTest::ignoreMessage(QtDebugMsg, QRegularExpression("\\[Error\\] /dev/i2c-1: Permission denied$"));
         QVERIFY(!camera.set(0x3501, 1));
     }
+
+    void aCameraThatGoesAwayIsToldOnceAndLeftAlone_data()
+    {
+        QTest::addColumn<QString>("call");
+        QTest::newRow("frame") << "DQBUF";
+        QTest::newRow("wait") << "select";
+        QTest::newRow("buffer") << "QBUF";
+    }
+
+    void aCameraThatGoesAwayIsToldOnceAndLeftAlone()
+    {
+        QFETCH(QString, call);
+        constexpr int kWatch_ms = 400;
+        CameraCalls machine;
+        machine.deliverEndlessly(true);
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        QTRY_VERIFY(camera.framesCaptured() > 0);
+        QVERIFY(!camera.isGone());
+        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+        machine.failCall(call, CameraCalls::kAlways, -1, ENODEV);
+        QTRY_VERIFY(camera.isGone());
+        QTRY_COMPARE(spy.count(), 1);
+        QCOMPARE(spy.at(0).at(0).toStringList(),
+                 QStringList({"void OV5642Camera::tellGone()", "[Error] /dev/video0: No such device"}));
+        machine.clearLog();
+        QTest::qWait(kWatch_ms);
+        // One more look may have fallen into that time, not one every 10 ms.
+        QVERIFY(machine.captureCalls().filter("select").size() <= 1);
+        QCOMPARE(spy.count(), 1);
+        QVERIFY(camera.isStreaming());
+        QVERIFY(camera.close());
+    }
+
+    void aFrameAfterAllIsTaken()
+    {
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        machine.failCall("DQBUF", 1, -1, ENODEV);
+        machine.deliver({50, kVgaSize});
+        QTRY_VERIFY(camera.isGone());
+        QTRY_COMPARE(camera.framesCaptured(), std::uint64_t(1));
+        QVERIFY(camera.close());
+    }
+
+    void aCameraThatIsBackIsOpenedAnew_data()
+    {
+        QTest::addColumn<bool>("whileStreaming");
+        QTest::newRow("went while it streamed") << true;
+        QTest::newRow("went while it was closed") << false;
+    }
+
+    void aCameraThatIsBackIsOpenedAnew()
+    {
+        QFETCH(bool, whileStreaming);
+        CameraCalls machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        if (!whileStreaming)
+            QVERIFY(camera.close());
+        for (const char* call : {"DQBUF", "S_FMT", "STREAMOFF"})
+            machine.failCall(call, CameraCalls::kAlways, -1, ENODEV);
+        machine.deliverEndlessly(true);
+        if (whileStreaming) {
+            QTRY_VERIFY(camera.isGone());
+            QVERIFY(!camera.close());
+        }
+        QVERIFY(!camera.open(0, "", false));
+        QVERIFY(camera.isGone());
+        QCOMPARE(camera.openFailure(), QString("VIDIOC_S_FMT"));
+
+        machine.healCalls();
+        machine.clearLog();
+        QVERIFY(camera.open(0, "", false));
+        QCOMPARE(machine.calls().at(0), QString("close /dev/video0"));
+        QVERIFY(machine.calls().at(1).startsWith("open /dev/video0"));
+        QVERIFY(!camera.isGone());
+        QTRY_VERIFY(camera.framesCaptured() > 0);
+        QCOMPARE(machine.openDescriptors(CameraCalls::kVideo), 1);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestCameraTrouble)

@@ -52,17 +52,36 @@ void GrabThread::grab()
 void GrabThread::run()
 {
     logMessage(this, {Q_FUNC_INFO});
+    Progress progress;
     while (!m_stop.load(std::memory_order_acquire)) {
-        if (m_grab.load(std::memory_order_acquire))
-            deliverFrame();
+        if (m_grab.load(std::memory_order_acquire)) {
+            deliverFrame(progress);
+        } else if (progress.resting && !nothingNewWillCome(progress)) {
+            // The window does not know that it may ask again: the repaint makes it ask.
+            progress.resting = false;
+            emit grabDone();
+        }
         QThread::usleep(kRoundPause_us);
     }
     // Nothing more is written: the buffer is the window's, asked for or not.
     m_grab.store(false, std::memory_order_release);
 }
 
-void GrabThread::deliverFrame()
+// The last frame of a camera that is gone has been delivered.
+bool GrabThread::nothingNewWillCome(const Progress& progress) const
 {
+    return m_camera->isGone() && progress.framesSeen == m_camera->framesCaptured();
+}
+
+void GrabThread::deliverFrame(Progress& progress)
+{
+    progress.resting = nothingNewWillCome(progress);
+    if (progress.resting) {
+        m_grab.store(false, std::memory_order_release);
+        return;
+    }
+    // Read first: a frame that comes during the conversion counts as a new one.
+    progress.framesSeen = m_camera->framesCaptured();
     // A camera that could not be opened has no frame; the window then shows its buffer as
     // it is, and the hand-shake goes on.
     const uchar* frame = m_camera->getFrame();

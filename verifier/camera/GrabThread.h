@@ -1,6 +1,8 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
+#include <optional>
 
 #include <QStringList>
 #include <QThread>
@@ -9,7 +11,9 @@ class OV5642Camera;
 
 /// Fetches one RGB24 frame from the camera whenever it is asked to, copies it into a
 /// buffer of the main window and says so. The next frame is taken only after grab():
-/// without an answer exactly one frame is delivered.
+/// without an answer exactly one frame is delivered. Of a camera that is gone the last frame is
+/// delivered once: after that the buffer comes back as it is and without grabDone(), until
+/// there is a frame after all.
 ///
 /// The object lives on the GUI thread; only run() executes on the thread itself.
 class GrabThread : public QThread
@@ -29,9 +33,9 @@ public:
     /// Makes run() return within one round (10 ms and a frame's conversion). Any thread.
     void stop();
 
-    /// True from shortly before grabDone() until the next grab(), and once the thread has
-    /// ended: the buffer is complete and belongs to the caller. While false the grab thread
-    /// may be writing into it. GUI thread.
+    /// True from the delivery of the frame, shortly before grabDone(), until the next grab(), and once the
+    /// thread has ended: the buffer is complete and belongs to the caller. While false the grab thread may be
+    /// writing into it. GUI thread.
     bool frameDelivered() const;
 
 public slots:
@@ -48,7 +52,17 @@ protected:
     void run() override;
 
 private:
-    void deliverFrame();
+    // How far run() has come; its own.
+    struct Progress
+    {
+        // The camera's count of frames when one was last delivered.
+        std::optional<std::uint64_t> framesSeen;
+        // Whether grabDone() is owed for the next frame.
+        bool resting = false;
+    };
+
+    void deliverFrame(Progress& progress);
+    bool nothingNewWillCome(const Progress& progress) const;
 
     // Written by the GUI thread before start(), which orders them before run().
     OV5642Camera* m_camera = nullptr;

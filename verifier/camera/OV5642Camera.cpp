@@ -1,5 +1,7 @@
 #include "camera/OV5642Camera.h"
 
+#include <system_error>
+
 #include <fcntl.h>
 
 #include "platform/DeviceCalls.h"
@@ -44,4 +46,10 @@ void OV5642Camera::closeDevice()
     if (m_fd >= 0)
         deviceCalls().close(m_fd);
     m_fd = -1;
+}
+
+// The log's line for a device that the system has refused.
+QString OV5642Camera::errorText(const char* device, int error)
+{
+    return QString("[Error] %1: %2").arg(device, std::generic_category().message(error).c_str());
 }

@@ -131,6 +131,9 @@ signals:
     /// One log message: the emitting function's signature text, then labels and values.
     void sig_debug_Message(QStringList parts);
 
+private slots:
+    void tellGone();
+
 private:
     friend void* video_grabber_thread(void* camera);
 
@@ -165,7 +168,9 @@ private:
     bool openBus(SensorBus& bus);
     bool noteTransfer(bool good);
     void freeFrames();
-    void captureFrame();
+    int captureFrame();
+    void restWithoutDevice();
+    static QString errorText(const char* device, int error);
     ZeroedBytes& rgbBufferOfCaller();
 
     // Written by open() while no other thread runs; the start of the capture and grab
@@ -189,6 +194,8 @@ private:
     // One for the object's own thread, one for the grab thread; each touched by its side only.
     ZeroedBytes m_ownRgb;
     ZeroedBytes m_grabRgb;
+    // Whether the absence is told or on its way. Of the capture thread, and of open() before.
+    bool m_goneTold = false;
     bool m_openFailed = false;
     QString m_openFailure;
     bool m_sensorAnswers = true;

@@ -33,6 +33,7 @@ constexpr quint32 kRgbBytesPerPixel = 3;
 
 constexpr unsigned int kCapturePause_us = 10000;
 constexpr int kFrameTimeout_ms = 1000;
+constexpr int kRoundsWithoutDevice = 100;
 
 v4l2_buffer emptyBufferRecord()
 {
@@ -236,6 +237,7 @@ const char* OV5642Camera::mapBuffer(quint32 index)
 bool OV5642Camera::startCaptureThread()
 {
     m_sync.emplace();
+    m_goneTold = false;
     // Set first, for the thread runs only while it is.
     m_streaming.store(true, std::memory_order_release);
     return pthread_create(&m_captureThread, nullptr, video_grabber_thread, this) == 0;
@@ -282,26 +284,49 @@ bool OV5642Camera::close()
 void* video_grabber_thread(void* camera)
 {
     auto* self = static_cast<OV5642Camera*>(camera);
-    while (self->isStreaming())
-        self->captureFrame();
+    while (self->isStreaming()) {
+        deviceCalls().pause(kCapturePause_us);
+        if (self->captureFrame() == ENODEV)
+            self->restWithoutDevice();
+    }
     pthread_exit(nullptr);
 }
 
-void OV5642Camera::captureFrame()
+// Waits for a frame and takes it. 0, or the errno of what failed.
+int OV5642Camera::captureFrame()
 {
-    deviceCalls().pause(kCapturePause_us);
-    if (deviceCalls().waitReadable(m_fd, kFrameTimeout_ms) <= 0)
-        return;
+    const int readable = deviceCalls().waitReadable(m_fd, kFrameTimeout_ms);
+    if (readable <= 0)
+        return readable == 0 ? EAGAIN : errno;
     g_v4l2_buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     g_v4l2_buffer.memory = V4L2_MEMORY_MMAP;
     if (!request(VIDIOC_DQBUF, &g_v4l2_buffer))
-        return;
+        return errno;
     // A frame whose slot is being read is given up, as is one of an index never granted.
     if (const CaptureBuffers::Buffer* buffer = m_buffers.at(g_v4l2_buffer.index)) {
         m_frames.write(g_v4l2_buffer.index, static_cast<const uchar*>(buffer->start),
                        std::min(g_v4l2_buffer.bytesused, buffer->length_bytes));
     }
-    request(VIDIOC_QBUF, &g_v4l2_buffer);
+    return request(VIDIOC_QBUF, &g_v4l2_buffer) ? 0 : errno;
+}
+
+// A device that is gone is readable at once and for ever, so it is looked at once a second
+// only. The pause is the program's own, not one that a device needs.
+void OV5642Camera::restWithoutDevice()
+{
+    m_gone.store(true, std::memory_order_release);
+    if (!m_goneTold) {
+        m_goneTold = true;
+        // From the thread that everything else is logged from.
+        QMetaObject::invokeMethod(this, "tellGone", Qt::QueuedConnection);
+    }
+    for (int round = 0; round < kRoundsWithoutDevice && isStreaming(); ++round)
+        QThread::usleep(kCapturePause_us);
+}
+
+void OV5642Camera::tellGone()
+{
+    logMessage(this, {Q_FUNC_INFO, errorText(kCaptureDevice, ENODEV)});
 }
 
 // ---- frames ----

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
-#include <system_error>
 
 #include "camera/SensorBus.h"
 #include "platform/DebugLog.h"
@@ -141,9 +140,9 @@ bool OV5642Camera::openBus(SensorBus& bus)
         m_busFailureTold = false;
         return true;
     }
-    const std::string reason = std::generic_category().message(errno);
+    const QString text = errorText(SensorBus::kDevice, errno);
     if (!m_busFailureTold)
-        logMessage(this, {Q_FUNC_INFO, QString("[Error] %1: %2").arg(SensorBus::kDevice, reason.c_str())});
+        logMessage(this, {Q_FUNC_INFO, text});
     m_busFailureTold = true;
     return false;
 }
