@@ -117,9 +117,9 @@ std::optional<CameraFaultRule> ruleOf(const std::string& text)
 
 } // namespace
 
-const std::array<CameraFaultText, 11>& cameraFaultTexts()
+const std::array<CameraFaultText, 12>& cameraFaultTexts()
 {
-    static constexpr std::array<CameraFaultText, 11> kTexts{{
+    static constexpr std::array<CameraFaultText, 12> kTexts{{
         {CameraFault::NoVideoDevice, "no-camera", "", "/dev/video0 is missing"},
         {CameraFault::NoBus, "no-i2c", "", "/dev/i2c-1 is missing"},
         {CameraFault::RequestFails, "ioctl", ":REQUEST[:ERRNO[:N]]",
@@ -135,6 +135,7 @@ const std::array<CameraFaultText, 11>& cameraFaultTexts()
          "frames claim more bytes than their buffer has"},
         {CameraFault::MoreBuffers, "more-buffers", "", "eight buffers are granted"},
         {CameraFault::FewerBuffers, "fewer-buffers", "", "two buffers are granted"},
+        {CameraFault::Unplugged, "unplugged", "", "the camera goes away: every call on it answers ENODEV"},
     }};
     return kTexts;
 }

@@ -19,7 +19,8 @@ enum class CameraFault {
     ShortFrames,
     OversizedFrames,
     MoreBuffers,
-    FewerBuffers
+    FewerBuffers,
+    Unplugged
 };
 
 /// A fault's name on the command line, what may follow it, and what it does.
@@ -32,7 +33,7 @@ struct CameraFaultText
 };
 
 /// Every fault, in the order in which a listing shows them.
-const std::array<CameraFaultText, 11>& cameraFaultTexts();
+const std::array<CameraFaultText, 12>& cameraFaultTexts();
 
 /// One fault that is switched on.
 struct CameraFaultRule

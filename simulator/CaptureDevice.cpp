@@ -15,6 +15,7 @@ constexpr unsigned kOversize_bytes = 65536;
 // What a driver that is short of memory, or generous, grants at once.
 constexpr unsigned kFewerBuffers = 2;
 constexpr unsigned kMoreBuffers = 8;
+constexpr int kBytesPerPixel = 2;
 
 const PictureMode& nearestMode(unsigned width_px, unsigned height_px)
 {
@@ -27,15 +28,15 @@ const PictureMode& nearestMode(unsigned width_px, unsigned height_px)
         [&distance](const PictureMode& a, const PictureMode& b) { return distance(a) < distance(b); });
 }
 
-void describeFormat(const PictureMode& mode, v4l2_pix_format& pix)
+void describeFormat(const CaptureFormat& format, v4l2_pix_format& pix)
 {
     pix = {};
-    pix.width = static_cast<unsigned>(mode.width_px);
-    pix.height = static_cast<unsigned>(mode.height_px);
+    pix.width = format.width_px;
+    pix.height = format.height_px;
     pix.pixelformat = V4L2_PIX_FMT_YUYV;
     pix.field = V4L2_FIELD_NONE;
-    pix.bytesperline = static_cast<unsigned>(mode.width_px) * 2;
-    pix.sizeimage = static_cast<unsigned>(mode.frameBytes());
+    pix.bytesperline = format.bytesPerLine;
+    pix.sizeimage = static_cast<unsigned>(format.frameBytes());
     pix.colorspace = V4L2_COLORSPACE_SRGB;
 }
 
@@ -48,7 +49,7 @@ void copyText(__u8 (&destination)[Size], const char* text)
 } // namespace
 
 CaptureDevice::CaptureDevice(const CaptureParameters& parameters, FrameSource& source)
-    : m_parameters(parameters), m_source(source), m_mode(&kPictureModes.front())
+    : m_parameters(parameters), m_source(source), m_format(formatFor(kPictureModes.front()))
 {
 }
 
@@ -117,7 +118,7 @@ int CaptureDevice::getFormat(v4l2_format& record) const
     if (record.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
         return EINVAL;
     }
-    describeFormat(*m_mode, record.fmt.pix);
+    describeFormat(m_format, record.fmt.pix);
     return 0;
 }
 
@@ -126,12 +127,13 @@ int CaptureDevice::tryFormat(v4l2_format& record) const
     if (record.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
         return EINVAL;
     }
-    describeFormat(nearestMode(record.fmt.pix.width, record.fmt.pix.height), record.fmt.pix);
+    describeFormat(formatFor(nearestMode(record.fmt.pix.width, record.fmt.pix.height)), record.fmt.pix);
     return 0;
 }
 
 int CaptureDevice::setFormat(v4l2_format& record)
 {
+    const PictureMode& mode = nearestMode(record.fmt.pix.width, record.fmt.pix.height);
     const int error = tryFormat(record);
     if (error != 0) {
         return error;
@@ -139,8 +141,17 @@ int CaptureDevice::setFormat(v4l2_format& record)
     if (m_streaming || isMapped() || (m_parameters.formatHeldByBuffers && !m_buffers.empty())) {
         return EBUSY;
     }
-    m_mode = &nearestMode(record.fmt.pix.width, record.fmt.pix.height);
+    m_format = formatFor(mode);
     return 0;
+}
+
+CaptureFormat CaptureDevice::formatFor(const PictureMode& mode) const
+{
+    // Two pixels share their colour.
+    const int width = std::min(mode.width_px, m_parameters.mostColumns_px) / 2 * 2;
+    const int height = std::min(mode.height_px, m_parameters.mostRows_px);
+    return {&mode, static_cast<unsigned>(width), static_cast<unsigned>(height),
+            static_cast<unsigned>(width * kBytesPerPixel + m_parameters.rowPadding_bytes)};
 }
 
 int CaptureDevice::getParameters(v4l2_streamparm& record) const
@@ -150,7 +161,7 @@ int CaptureDevice::getParameters(v4l2_streamparm& record) const
     }
     record.parm.capture = {};
     record.parm.capture.capability = V4L2_CAP_TIMEPERFRAME;
-    record.parm.capture.timeperframe = {1, static_cast<unsigned>(m_mode->framesPerSecond)};
+    record.parm.capture.timeperframe = {1, static_cast<unsigned>(m_format.mode->framesPerSecond)};
     record.parm.capture.readbuffers = m_parameters.fewestBuffers;
     return 0;
 }
@@ -172,7 +183,7 @@ int CaptureDevice::requestBuffers(v4l2_requestbuffers& record)
     const unsigned granted = grantedCount(record.count);
     for (unsigned index = 0; index < granted; ++index) {
         Buffer buffer;
-        buffer.memory = std::make_shared<FrameMemory>(static_cast<std::size_t>(m_mode->frameBytes()));
+        buffer.memory = std::make_shared<FrameMemory>(m_format.frameBytes());
         if (buffer.memory->data() == nullptr) {
             m_buffers.clear();
             return ENOMEM;
@@ -208,8 +219,7 @@ int CaptureDevice::queueBuffer(v4l2_buffer& record)
         return EINVAL;
     }
     Buffer& buffer = m_buffers[record.index];
-    if (buffer.owner != Owner::Program ||
-        buffer.memory->bytes() < static_cast<std::size_t>(m_mode->frameBytes())) {
+    if (buffer.owner != Owner::Program || buffer.memory->bytes() < m_format.frameBytes()) {
         return EINVAL;
     }
     buffer.owner = Owner::Queue;
@@ -314,14 +324,14 @@ void CaptureDevice::advance(InstrumentTime now)
 
 void CaptureDevice::fill(Buffer& buffer, InstrumentTime time)
 {
-    const std::uint64_t picture = m_source.look(time, *m_mode);
-    const auto frameBytes = static_cast<unsigned>(m_mode->frameBytes());
+    const std::uint64_t picture = m_source.look(time, *m_format.mode);
+    const auto frameBytes = static_cast<unsigned>(m_format.frameBytes());
     if (buffer.picture != picture) {
         if (const Buffer* holder = holderOf(picture)) {
             std::memcpy(buffer.memory->data(), holder->memory->data(), frameBytes);
             ++m_copies;
         } else {
-            m_source.draw(buffer.memory->data());
+            draw(buffer.memory->data());
             ++m_drawings;
         }
         buffer.picture = picture;
@@ -336,6 +346,22 @@ void CaptureDevice::fill(Buffer& buffer, InstrumentTime time)
         buffer.bytesUsed = frameBytes + kOversize_bytes;
     }
     ++m_framesDelivered;
+}
+
+void CaptureDevice::draw(std::uint8_t* frame)
+{
+    const std::size_t wholeRow = static_cast<std::size_t>(m_format.mode->width_px) * kBytesPerPixel;
+    const auto wholePicture = static_cast<std::size_t>(m_format.mode->frameBytes());
+    if (m_format.bytesPerLine == wholeRow && m_format.frameBytes() == wholePicture) {
+        m_source.draw(frame);
+        return;
+    }
+    m_picture.resize(wholePicture);
+    m_source.draw(m_picture.data());
+    for (std::size_t row = 0; row < m_format.height_px; ++row) {
+        std::memcpy(frame + row * m_format.bytesPerLine, m_picture.data() + row * wholeRow,
+                    std::size_t(m_format.width_px) * kBytesPerPixel);
+    }
 }
 
 // A buffer in the program's hands may be written to, so it is not copied from.
@@ -374,13 +400,13 @@ off_t CaptureDevice::offsetOf(unsigned index) const
 
 std::int64_t CaptureDevice::ticksAt(InstrumentTime now) const
 {
-    return (now - m_streamStart).count() * m_mode->framesPerSecond / kMicrosecondsPerSecond;
+    return (now - m_streamStart).count() * m_format.mode->framesPerSecond / kMicrosecondsPerSecond;
 }
 
 // Rounded up, so that at that time the tick has been reached.
 InstrumentTime CaptureDevice::endOfTick(std::int64_t tick) const
 {
-    const std::int64_t rate = m_mode->framesPerSecond;
+    const std::int64_t rate = m_format.mode->framesPerSecond;
     return m_streamStart + InstrumentTime((tick * kMicrosecondsPerSecond + rate - 1) / rate);
 }
 

@@ -21,8 +21,26 @@ struct CaptureParameters
     unsigned fewestBuffers = 4;
     unsigned mostBuffers = 32;
     /// Whether buffers that are allocated but neither mapped nor streaming already refuse a
-    /// change of format. Drivers differ; the instrument's only looks at the stream.
-    bool formatHeldByBuffers = false;
+    /// change of format, as the kernel's own buffer handling does. A driver with a handling
+    /// of its own may only look at the stream and the mappings.
+    bool formatHeldByBuffers = true;
+    /// The largest picture that a format is granted; of a larger one only that part arrives.
+    /// An odd width is rounded down.
+    int mostColumns_px = 2592;
+    int mostRows_px = 1944;
+    /// Bytes behind the pixels of each row.
+    int rowPadding_bytes = 0;
+};
+
+/// A format as it was granted: the picture's upper left part, in rows of that length.
+struct CaptureFormat
+{
+    const PictureMode* mode;
+    unsigned width_px;
+    unsigned height_px;
+    unsigned bytesPerLine;
+
+    std::size_t frameBytes() const { return std::size_t(bytesPerLine) * height_px; }
 };
 
 /// What is wrong with the device at the moment.
@@ -36,9 +54,9 @@ struct CaptureFlaws
 };
 
 /// A capture device's streaming state machine as a kernel driver answers it: one format
-/// (YUYV) in the three sizes of kPictureModes, memory-mapped buffers that belong to one side
-/// at a time, frames that end on the mode's frame clock. Time is an argument; nothing blocks.
-/// Used by one thread at a time.
+/// (YUYV) in the three sizes of kPictureModes, or what the parameters leave of them, memory-mapped buffers
+/// that belong to one side at a time, frames that end on the mode's frame clock. Time is an argument; nothing
+/// blocks. Used by one thread at a time.
 class CaptureDevice
 {
 public:
@@ -104,7 +122,9 @@ private:
 
     void stop();
     void advance(InstrumentTime now);
+    CaptureFormat formatFor(const PictureMode& mode) const;
     void fill(Buffer& buffer, InstrumentTime time);
+    void draw(std::uint8_t* frame);
     const Buffer* holderOf(std::uint64_t picture) const;
     unsigned grantedCount(unsigned asked) const;
     bool isMapped() const;
@@ -116,7 +136,9 @@ private:
     CaptureParameters m_parameters;
     FrameSource& m_source;
     CaptureFlaws m_flaws;
-    const PictureMode* m_mode;
+    CaptureFormat m_format;
+    /// The whole picture, where the format holds less or more than that.
+    std::vector<std::uint8_t> m_picture;
     std::vector<Buffer> m_buffers;
     /// Buffer indices in the order in which they were queued, and were finished.
     std::deque<unsigned> m_queued;

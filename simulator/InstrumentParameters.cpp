@@ -106,6 +106,12 @@ std::vector<InstrumentParameter> cameraParameters()
          +[](P& p) -> int& { return p.camera.sensor.defaultExposure_lines; }},
         {"format-held", "", "whether allocated buffers refuse a change of format", 0, 0,
          +[](P& p) -> bool& { return p.camera.capture.formatHeldByBuffers; }},
+        {"most-columns", "px", "widest picture that the driver grants", 2, 2592,
+         +[](P& p) -> int& { return p.camera.capture.mostColumns_px; }},
+        {"most-rows", "px", "highest picture that it grants", 1, 1944,
+         +[](P& p) -> int& { return p.camera.capture.mostRows_px; }},
+        {"row-padding", "bytes", "that it puts behind the pixels of each row", 0, 65536,
+         +[](P& p) -> int& { return p.camera.capture.rowPadding_bytes; }},
         {"zig-mode", "", "how the main settings file starts; if on, the exit parks nothing", 0, 0,
          +[](P& p) -> bool& { return p.zigMode; }},
     };

@@ -111,6 +111,10 @@ int SimulatedDeviceCalls::open(const char* path, int flags)
         m_trace.add({CallKind::Open, path, {}, ENOENT});
         return failWith(ENOENT);
     }
+    if (device->isVideo && m_faults.isOn(CameraFault::Unplugged)) {
+        m_trace.add({CallKind::Open, path, {}, ENODEV});
+        return failWith(ENODEV);
+    }
     m_trace.add({CallKind::Open, path, {}, 0});
     Descriptor descriptor;
     descriptor.device = device->isVideo ? Device::Video : Device::Bus;
@@ -269,6 +273,8 @@ int SimulatedDeviceCalls::captureIoctl(int fd, unsigned long request, void* argu
         error = EBADF;
     } else if (descriptor.device != Device::Video) {
         error = ENOTTY;
+    } else if (descriptor.unplugged) {
+        error = ENODEV;
     } else if (const std::optional<int> struck = m_faults.strikesRequest(request)) {
         error = *struck;
     } else {
@@ -336,13 +342,14 @@ int SimulatedDeviceCalls::waitReadable(int fd, int timeout_ms)
     if (!findDescriptor(fd, descriptor)) {
         return failWith(EBADF);
     }
-    if (descriptor.device != Device::Video) {
+    // What cannot be waited for is readable: the request that follows tells why.
+    if (descriptor.device != Device::Video || descriptor.unplugged) {
         return 1;
     }
     const InstrumentTime deadline = m_clock() + std::chrono::milliseconds(timeout_ms);
     std::unique_lock<std::mutex> lock(m_captureMutex);
     applyFlaws();
-    while (!m_capture.readable(m_clock())) {
+    while (!m_capture.readable(m_clock()) && !m_faults.isOn(CameraFault::Unplugged)) {
         if (m_clock() >= deadline) {
             return 0;
         }
@@ -359,7 +366,7 @@ void* SimulatedDeviceCalls::mmap(std::size_t length, int protection, int flags, 
     const std::lock_guard<std::mutex> lock(m_captureMutex);
     if (!findDescriptor(fd, descriptor)) {
         error = EBADF;
-    } else if (descriptor.device != Device::Video) {
+    } else if (descriptor.device != Device::Video || descriptor.unplugged) {
         error = ENODEV;
     } else if (m_faults.strikes(CameraFault::MappingFails)) {
         error = ENOMEM;
@@ -453,12 +460,15 @@ std::uint8_t SimulatedDeviceCalls::sensorRegister(std::uint16_t address) const
     return m_sensor.value(address);
 }
 
-bool SimulatedDeviceCalls::findDescriptor(int fd, Descriptor& found) const
+bool SimulatedDeviceCalls::findDescriptor(int fd, Descriptor& found)
 {
     const std::lock_guard<std::mutex> lock(m_descriptorMutex);
     const auto entry = m_descriptors.find(fd);
     if (entry == m_descriptors.end()) {
         return false;
+    }
+    if (entry->second.device == Device::Video && m_faults.isOn(CameraFault::Unplugged)) {
+        entry->second.unplugged = true;
     }
     found = entry->second;
     return true;

@@ -115,6 +115,8 @@ private:
         int descriptorFlags = 0;
         /// Bus only: the device address that transfers go to.
         unsigned long busAddress = 0;
+        /// Video only: opened before the camera was unplugged, and dead since then.
+        bool unplugged = false;
     };
 
     struct Mapping
@@ -123,7 +125,7 @@ private:
         std::size_t length = 0;
     };
 
-    bool findDescriptor(int fd, Descriptor& found) const;
+    bool findDescriptor(int fd, Descriptor& found);
     static const char* pathOf(Device device);
     std::optional<std::size_t> beginTransfer(int fd, std::size_t count, int& error);
     void applyFlaws();

@@ -86,6 +86,15 @@ const std::vector<Misuse>& misuses()
         {"get format of another type", EINVAL, withFormatType(VIDIOC_G_FMT)},
         {"try format of another type", EINVAL, withFormatType(VIDIOC_TRY_FMT)},
         {"set format of another type", EINVAL, withFormatType(VIDIOC_S_FMT)},
+        {"set format while allocated", EBUSY, allocated([](Bench& bench) { return bench.format(640, 480); })},
+        {"set format while queued", EBUSY, allocated([](Bench& bench) {
+             bench.queue(0);
+             return bench.format(640, 480);
+         })},
+        {"set format after the stream", EBUSY, streaming([](Bench& bench) {
+             bench.stream(false);
+             return bench.format(640, 480);
+         })},
         {"set format while mapped", EBUSY, mapped([](Bench& bench) { return bench.format(640, 480); })},
         {"set format while streaming", EBUSY, streaming([](Bench& bench) { return bench.format(640, 480); })},
         {"rate of another type", EINVAL,
@@ -120,10 +129,6 @@ const std::vector<Misuse>& misuses()
         {"queue of a queued buffer", EINVAL, streaming([](Bench& bench) { return bench.queue(0); })},
         {"queue of a finished buffer", EINVAL, streaming([](Bench& bench) {
              bench.now = milliseconds(40);
-             return bench.queue(0);
-         })},
-        {"queue of a buffer that is too small", EINVAL, allocated([](Bench& bench) {
-             bench.format(1280, 960);
              return bench.queue(0);
          })},
         {"dequeue without a stream", EINVAL, allocated(withBuffer(VIDIOC_DQBUF, [](v4l2_buffer&) {}))},
@@ -226,19 +231,76 @@ private slots:
         QCOMPARE(format.fmt.pix.width, 640U);
     }
 
-    void buffersThatAreOnlyAllocatedHoldTheFormatWhereTheDriverSaysSo()
+    void buffersThatAreOnlyAllocatedHoldTheFormat()
     {
-        Bench lenient;
-        QCOMPARE(lenient.allocate(), 0);
-        QCOMPARE(lenient.format(1280, 960), 0);
+        Bench bench;
+        QCOMPARE(bench.allocate(), 0);
+        QCOMPARE(bench.queue(0), 0);
+        QCOMPARE(bench.format(1280, 960), EBUSY);
+        QCOMPARE(bench.allocate(0), 0);
+        QCOMPARE(bench.format(1280, 960), 0);
+    }
 
+    void aLenientDriverOnlyLooksAtMappingsAndStream()
+    {
         CaptureParameters parameters;
-        parameters.formatHeldByBuffers = true;
-        Bench strict(parameters);
-        QCOMPARE(strict.allocate(), 0);
-        QCOMPARE(strict.format(1280, 960), EBUSY);
-        QCOMPARE(strict.allocate(0), 0);
-        QCOMPARE(strict.format(1280, 960), 0);
+        parameters.formatHeldByBuffers = false;
+        Bench bench(parameters);
+        QCOMPARE(bench.allocate(), 0);
+        QCOMPARE(bench.format(1280, 960), 0);
+        // The buffers are still those of the smaller format.
+        QCOMPARE(bench.queue(0), EINVAL);
+        const auto memory = bench.map(0);
+        QCOMPARE(bench.format(640, 480), EBUSY);
+    }
+
+    void aDriverMayGrantASmallerPictureInLongerRows_data()
+    {
+        QTest::addColumn<int>("columns");
+        QTest::addColumn<int>("rows");
+        QTest::addColumn<int>("padding");
+        QTest::addColumn<unsigned>("gotWidth");
+        QTest::addColumn<unsigned>("gotHeight");
+        QTest::addColumn<unsigned>("gotLine");
+        QTest::newRow("fewer rows") << 2592 << 720 << 0 << 1280U << 720U << 2560U;
+        QTest::newRow("fewer columns") << 1001 << 1944 << 0 << 1000U << 960U << 2000U;
+        QTest::newRow("longer rows") << 2592 << 1944 << 64 << 1280U << 960U << 2624U;
+        QTest::newRow("all of it") << 800 << 600 << 32 << 800U << 600U << 1632U;
+    }
+
+    void aDriverMayGrantASmallerPictureInLongerRows()
+    {
+        QFETCH(int, columns);
+        QFETCH(int, rows);
+        QFETCH(int, padding);
+        QFETCH(unsigned, gotWidth);
+        QFETCH(unsigned, gotHeight);
+        QFETCH(unsigned, gotLine);
+        CaptureParameters parameters;
+        parameters.mostColumns_px = columns;
+        parameters.mostRows_px = rows;
+        parameters.rowPadding_bytes = padding;
+        Bench bench(parameters);
+        v4l2_format format = formatOf(1280, 960);
+        QCOMPARE(bench.call(VIDIOC_S_FMT, &format), 0);
+        QCOMPARE(format.fmt.pix.width, gotWidth);
+        QCOMPARE(format.fmt.pix.height, gotHeight);
+        QCOMPARE(format.fmt.pix.bytesperline, gotLine);
+        QCOMPARE(format.fmt.pix.sizeimage, gotLine * gotHeight);
+        bench.start();
+        const auto memory = bench.map(0);
+        bench.now = milliseconds(40);
+        v4l2_buffer buffer{};
+        QCOMPARE(bench.dequeue(buffer), 0);
+        QCOMPARE(buffer.bytesused, gotLine * gotHeight);
+        QCOMPARE(buffer.length, gotLine * gotHeight);
+        for (const unsigned row : {0U, gotHeight - 1}) {
+            const std::uint8_t* bytes = memory->data() + std::size_t(row) * gotLine;
+            QCOMPARE(int(bytes[0]), 1);
+            QCOMPARE(int(bytes[gotWidth * 2 - 1]), 1);
+            if (padding > 0)
+                QCOMPARE(int(bytes[gotWidth * 2]), 0);
+        }
     }
 
     void atLeastFourBuffersAreGranted_data()

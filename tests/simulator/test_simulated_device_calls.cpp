@@ -441,6 +441,41 @@ private slots:
         QCOMPARE(bench.calls.waitReadable(fd, 5000), 1);
     }
 
+    void anUnpluggedCameraAnswersNothingUntilItIsOpenedAnew()
+    {
+        Bench bench;
+        const int fd = bench.startStream();
+        QVERIFY(fd >= 0);
+        QVERIFY(bench.calls.faults().enable("stall"));
+        QElapsedTimer timer;
+        timer.start();
+        std::thread unplugging([&bench] {
+            QTest::qSleep(50);
+            bench.calls.faults().enable("unplugged");
+        });
+        QCOMPARE(bench.calls.waitReadable(fd, 60000), 1);
+        unplugging.join();
+        QVERIFY(timer.elapsed() < 30000);
+        const auto isGone = [](int result) { return result == -1 && errno == ENODEV; };
+        v4l2_buffer buffer{};
+        QVERIFY(isGone(bench.dequeue(fd, buffer)));
+        QVERIFY(isGone(bench.calls.open("/dev/video0", O_RDWR)));
+        QVERIFY(bench.openSensor() >= 0);
+
+        bench.calls.faults().clear();
+        QVERIFY(isGone(bench.dequeue(fd, buffer)));
+        QCOMPARE(bench.calls.waitReadable(fd, 60000), 1);
+        QCOMPARE(bench.calls.mmap(kVgaBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0), MAP_FAILED);
+        QCOMPARE(errno, ENODEV);
+        QCOMPARE(bench.calls.close(fd), 0);
+        for (void* address : bench.memory)
+            QCOMPARE(bench.calls.munmap(address, kVgaBytes), 0);
+        const int again = bench.startStream();
+        QVERIFY(again >= 0);
+        QCOMPARE(bench.calls.waitReadable(again, 5000), 1);
+        QCOMPARE(bench.dequeue(again, buffer), 0);
+    }
+
     void whatDoesNotStreamIsReadableAtOnce()
     {
         Bench bench;
