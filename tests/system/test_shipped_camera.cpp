@@ -14,6 +14,7 @@ class TestShippedCamera : public QObject
 
 private slots:
     void initTestCase();
+    void aModeSwitchClosesPausesAndOpens_data();
     void aModeSwitchClosesPausesAndOpens();
     void manySwitchesLeaveNothingBehind();
     void theLiveViewShowsThePictureOfTheDevice();
@@ -53,9 +54,18 @@ void TestShippedCamera::initTestCase()
         QSKIP(qPrintable(hindrance));
 }
 
+void TestShippedCamera::aModeSwitchClosesPausesAndOpens_data()
+{
+    QTest::addColumn<bool>("free");
+    QTest::newRow("buffers hold the format") << false;
+    QTest::newRow("only the stream holds it") << true;
+}
+
 void TestShippedCamera::aModeSwitchClosesPausesAndOpens()
 {
+    QFETCH(bool, free);
     ShippedProgram program;
+    program.scene().formatIsFree = free ? 1 : 0;
     QVERIFY(program.start());
     program.chooseTab(1);
     struct Mode
@@ -75,7 +85,8 @@ void TestShippedCamera::aModeSwitchClosesPausesAndOpens()
         program.click(mode.button);
         const QStringList calls = program.calls(before);
         QCOMPARE(only(calls, "video "),
-                 closing(running.width(), running.height()) + opening(mode.width, mode.height));
+                 closing(running.width(), running.height()) +
+                     (free ? opening(mode.width, mode.height) : reopening(mode.width, mode.height)));
         QCOMPARE(valueWrites(calls), registerWrites(mode.firstValue));
         QVERIFY(program.shortestPause_s("video munmap 3", before) >= 0.5);
         for (const Mode& other : modes)
@@ -317,7 +328,7 @@ void TestShippedCamera::theTargetIsMeasuredOnAFrozenFrame()
 
     const int before = program.calls().size();
     program.click("BUTTON_QC_CAPTURE");
-    QCOMPARE(only(program.calls(before), "video "), opening(2592, 1944));
+    QCOMPARE(only(program.calls(before), "video "), reopening(2592, 1944));
     QCOMPARE(program.text("BUTTON_QC_CAPTURE"), "Capture");
     QCOMPARE(enabled(), QList<bool>({false, false, false, false}));
     QVERIFY(program.look("CHECK_TARGET")["checked"].toBool());

@@ -394,7 +394,7 @@ void TestShippedProgram::itStartsAndLeavesWhateverFails_data()
     row("stopping", kStreamOff, "");
     row("no camera", 0, "camera", open + "VIDIOC_S_FMT !");
     row("no frames", 0, "frames");
-    row("no bus", 0, "bus");
+    row("no bus", 0, "bus", "[Error] /dev/i2c-1: No such file or directory");
     row("sensor does not acknowledge", 0, "sensor", open + "I2C failed: 1280");
     row("no board", 0, "port");
     row("silent board", 0, "board");

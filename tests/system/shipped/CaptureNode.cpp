@@ -36,6 +36,12 @@ const char* requestName(unsigned long request)
 
 } // namespace
 
+void CaptureNode::closed()
+{
+    m_streaming = false;
+    releaseBuffers();
+}
+
 bool CaptureNode::anyMapped() const
 {
     return std::any_of(m_buffers.begin(), m_buffers.end(),
@@ -53,8 +59,9 @@ int CaptureNode::setFormat(v4l2_format& format)
     v4l2_pix_format& pixels = format.fmt.pix;
     record("video VIDIOC_S_FMT type %u %ux%u %.4s", format.type, pixels.width, pixels.height,
            reinterpret_cast<const char*>(&pixels.pixelformat));
-    // As a driver with its own allocator: buffers nobody has mapped are no hindrance.
-    if (m_streaming || anyMapped())
+    // The kernel's own buffer handling; to a driver with another one, buffers that nobody has
+    // mapped may be no hindrance.
+    if (m_streaming || anyMapped() || (!scene()->formatIsFree && !m_buffers.empty()))
         return failed(EBUSY);
     releaseBuffers();
     m_width = pixels.width;

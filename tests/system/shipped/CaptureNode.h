@@ -14,6 +14,8 @@ public:
     int control(unsigned long request, void* argument);
     void* map(std::size_t length, off_t offset);
     bool unmap(void* address, std::size_t length);
+    /// What the kernel does when the descriptor is closed.
+    void closed();
     /// When the next frame is there; -1 as long as none will come.
     std::int64_t nextFrame_ns() const;
 

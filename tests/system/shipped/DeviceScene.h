@@ -14,6 +14,7 @@ struct DeviceScene
     std::atomic<std::int32_t> noBus;           // its open: ENOENT
     std::atomic<std::int32_t> busNack;         // transfers: EREMOTEIO
     std::atomic<std::int32_t> noFrames;
+    std::atomic<std::int32_t> formatIsFree; // of buffers that are only allocated
     /// Height of the squares' edge over the grey ground, 0..100: more is sharper.
     std::atomic<std::int32_t> contrast;
     std::atomic<std::int32_t> framesDelivered;

@@ -175,6 +175,7 @@ int close(int fd)
         if (isCapture(fd)) {
             record("video close");
             captureFd = -1;
+            capture.closed();
         } else if (Bus* const bus = busOf(fd)) {
             record("i2c close");
             *bus = Bus();

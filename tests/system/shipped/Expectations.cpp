@@ -20,6 +20,12 @@ QStringList opening(int width, int height)
     return calls << "VIDIOC_STREAMON type 1";
 }
 
+QStringList reopening(int width, int height)
+{
+    const QStringList calls = opening(width, height);
+    return QStringList{calls.first(), "VIDIOC_REQBUFS count 0 type 1 memory 1"} + calls;
+}
+
 QStringList closing(int width, int height)
 {
     QStringList calls{"VIDIOC_STREAMOFF type 1"};

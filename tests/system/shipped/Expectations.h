@@ -12,8 +12,10 @@ inline const QString kMainSettings = "opt/ORLA3/conf/ORLA3.ini";
 
 /// Of the calls, those that begin so, without that beginning.
 QStringList only(const QStringList& calls, const QString& start);
-/// What one opening of the camera asks of the device.
+/// What one opening of the camera asks of the device, and what every later one asks where the
+/// buffers of the stream before hold the format.
 QStringList opening(int width, int height);
+QStringList reopening(int width, int height);
 /// And what its closing does.
 QStringList closing(int width, int height);
 /// The ten register writes of a calibration set whose values count up from the first.
