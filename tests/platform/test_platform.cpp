@@ -1,8 +1,11 @@
+#include <algorithm>
 #include <cerrno>
 
 #include <fcntl.h>
 #include <linux/videodev2.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/select.h>
 #include <unistd.h>
 
 #include <QRegularExpression>
@@ -165,6 +168,43 @@ private slots:
         SystemDeviceCalls calls;
         QCOMPARE(calls.waitReadable(fd, 1000), -1);
         QCOMPARE(errno, EBADF);
+    }
+
+    void aDescriptorIsWaitedForAsLongAsTheSetHoldsIt_data()
+    {
+        QTest::addColumn<int>("fd");
+        QTest::addColumn<int>("result");
+        QTest::newRow("first") << 0 << 1;
+        QTest::newRow("last") << FD_SETSIZE - 1 << 1;
+        QTest::newRow("one too many") << FD_SETSIZE << -1;
+    }
+
+    void aDescriptorIsWaitedForAsLongAsTheSetHoldsIt()
+    {
+        QFETCH(int, fd);
+        QFETCH(int, result);
+        rlimit limit{};
+        QCOMPARE(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+        const rlimit raised{std::max<rlim_t>(limit.rlim_cur, FD_SETSIZE + 1), limit.rlim_max};
+        if (::setrlimit(RLIMIT_NOFILE, &raised) != 0)
+            QSKIP("this system does not allow so many descriptors");
+        int ends[2];
+        QCOMPARE(::pipe(ends), 0);
+        QCOMPARE(::write(ends[1], "x", 1), ssize_t(1));
+        const int before = ::dup(fd);
+        QCOMPARE(::dup2(ends[0], fd), fd);
+        SystemDeviceCalls calls;
+        errno = 0;
+        const int answer = calls.waitReadable(fd, 5000);
+        const int error = errno;
+        // Descriptor 0 belongs to somebody.
+        if (before >= 0)
+            ::dup2(before, fd);
+        for (const int mine : {before, before >= 0 ? -1 : fd, ends[0], ends[1]})
+            if (mine >= 0)
+                ::close(mine);
+        QCOMPARE(answer, result);
+        QCOMPARE(error, result < 0 ? EBADF : 0);
     }
 
     void theDisksAreFlushedOncePerCall()
