@@ -169,8 +169,7 @@ void ORLA_II_Plus_Verifier::slot_measure_result(MeasureInfo_t result)
 void ORLA_II_Plus_Verifier::on_BUTTON_INTENSITY_clicked()
 {
     logMessage(this, {Q_FUNC_INFO});
-    if (m_cameraMode < 0)
-        return;
+    Q_ASSERT(m_cameraMode >= 0); // the constructor starts the camera before anything is pressed
     waitForDelivery(m_grabThread);
     float red = 0.0F;
     float green = 0.0F;

@@ -40,8 +40,7 @@ void ORLA_II_Plus_Verifier::setSensorSetting(SensorSetting setting, unsigned int
     m_camera->set(g_RegIdx[column], high);
     m_camera->set(g_RegIdx[column + 1], low);
 
-    if (m_cameraMode < 0)
-        return;
+    Q_ASSERT(m_cameraMode >= 0); // the constructor starts the camera before anything is trimmed
     auto& table = m_stained ? global_ini()->CUS_reg : global_ini()->BFN_reg;
     table[m_cameraMode][column] = high;
     table[m_cameraMode][column + 1] = low;
