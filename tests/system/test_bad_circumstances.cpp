@@ -34,7 +34,8 @@ void TestBadCircumstances::theWindowIsUsableAndCloses_data()
     QTest::addColumn<QString>("steps");
 
     row("no capture device", "no-camera", kCameraOpen + "[Error] VIDIOC_S_FMT !");
-    row("no bus", "no-i2c", {});
+    row("unplugged camera", "unplugged", kCameraOpen + "[Error] VIDIOC_S_FMT !");
+    row("no bus", "no-i2c", "[Error] /dev/i2c-1: No such file or directory");
     row("no serial device", "no-serial", "Controller", "sig_connected_controller");
     row("silent board", "no-answer:READY", kReadTimeout, "opened serial port");
     row("board without power", "no-power", kReadTimeout, "slot_connected_controller");

@@ -470,6 +470,7 @@ private slots:
                          "/opt/ORLA3/conf/Calibration_%2.ini")
                      .arg(mode)
                      .arg(file),
+                 "locked: bool OV5642Camera::setFormat() VIDIOC_S_FMT: busy, the buffers are given back",
                  QString("locked: %1startCamera(int) %2").arg(window).arg(mode),
                  "locked: " + window + "getCamera_reg()"}));
         QVERIFY(m_fixture->window().isEnabled());
