@@ -21,15 +21,17 @@ std::string readLine(int fd)
 
 } // namespace
 
-XServer::XServer(int width_px, int height_px)
+XServer::XServer(int width_px, int height_px, int resolution_dpi)
 {
     int ready[2] = {-1, -1};
     if (::pipe2(ready, O_CLOEXEC) != 0)
         return;
-    std::string screen = std::to_string(width_px) + "x" + std::to_string(height_px) + "x24";
+    const std::string resolution = std::to_string(resolution_dpi);
+    const std::string screen = std::to_string(width_px) + "x" + std::to_string(height_px) + "x24";
     // Descriptor 3 survives the start; the pipe's own ends do not.
-    const char* const arguments[] = {"Xvfb",         "-displayfd", "3",   "-screen", "0",
-                                     screen.c_str(), "-nolisten",  "tcp", nullptr};
+    const char* const arguments[] = {"Xvfb",      "-displayfd",   "3",    "-screen",
+                                     "0",         screen.c_str(), "-dpi", resolution.c_str(),
+                                     "-nolisten", "tcp",          nullptr};
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, ready[1], 3);

@@ -9,8 +9,9 @@
 class XServer
 {
 public:
-    /// Starts one with a screen of this size and waits until it answers.
-    XServer(int width_px, int height_px);
+    /// Starts one with a screen of this size and waits until it answers. Programs take its
+    /// resolution, in dots per inch, for the size of their points.
+    XServer(int width_px, int height_px, int resolution_dpi = 96);
     ~XServer();
     XServer(const XServer&) = delete;
     XServer& operator=(const XServer&) = delete;

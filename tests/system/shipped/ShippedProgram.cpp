@@ -196,7 +196,7 @@ bool ShippedProgram::portIsSetAsTheBoardExpects() const
            !(set.c_oflag & OPOST) && !(set.c_lflag & (ECHO | ICANON));
 }
 
-bool ShippedProgram::start()
+void ShippedProgram::launch(const QStringList& arguments)
 {
     QProcessEnvironment environment;
     environment.insert("PATH", qEnvironmentVariable("PATH"));
@@ -209,11 +209,31 @@ bool ShippedProgram::start()
     environment.insert("OPERATOR_ANSWERS", file("answers"));
     environment.insert("STAND_IN_SCENE", file("scene"));
     environment.insert("STAND_IN_LOG", file("calls.log"));
+    for (auto variable = m_variables.cbegin(); variable != m_variables.cend(); ++variable)
+        environment.insert(variable.key(), variable.value());
     m_program.setProcessEnvironment(environment);
     m_program.setProcessChannelMode(QProcess::MergedChannels);
     m_program.setStandardOutputFile(file("debug.log"));
-    m_program.start("unshare", namespaceCommand() + QStringList{"sh", PRIVATE_INSTRUMENT, m_root.path(),
-                                                                DEVICE_STAND_IN, SHIPPED_PROGRAM});
+    m_program.start("unshare", namespaceCommand() +
+                                   QStringList{"sh", PRIVATE_INSTRUMENT, m_root.path(), DEVICE_STAND_IN,
+                                               SHIPPED_PROGRAM} +
+                                   arguments);
+}
+
+int ShippedProgram::run(const QStringList& arguments)
+{
+    launch(arguments);
+    if (!m_program.waitForFinished(kStartLimit_ms)) {
+        m_program.kill();
+        m_program.waitForFinished();
+        return -1;
+    }
+    return m_program.exitStatus() == QProcess::NormalExit ? m_program.exitCode() : -1;
+}
+
+bool ShippedProgram::start(const QStringList& arguments)
+{
+    launch(arguments);
     QElapsedTimer time;
     time.start();
     while (time.elapsed() < kStartLimit_ms && !m_program.waitForFinished(1))

@@ -51,8 +51,15 @@ public:
     /// How the port is set: 8 data bits, no parity, one stop bit, no flow control, 115200 baud.
     bool portIsSetAsTheBoardExpects() const;
 
+    /// Variables of the program's environment beside its usual ones, or in their place.
+    void setVariables(const QMap<QString, QString>& variables) { m_variables = variables; }
     /// Starts the program and waits for its window.
-    bool start();
+    bool start(const QStringList& arguments = {});
+    /// Runs a program that has no window to wait for; its exit status, -1 when it does not come
+    /// to an end by itself.
+    int run(const QStringList& arguments);
+    /// What the program has written to standard output and standard error.
+    QByteArray output() const { return content("debug.log"); }
     /// Presses Exit, then Yes; the exit status, -1 when it does not come to an end.
     int exit();
     qint64 processId() const { return m_program.processId(); }
@@ -91,6 +98,7 @@ public:
 private:
     void makeTree();
     void makeScene();
+    void launch(const QStringList& arguments);
 
     QTemporaryDir m_root;
     std::unique_ptr<BoardPort> m_board;
@@ -98,5 +106,6 @@ private:
     int m_requests = -1;
     int m_answers = -1;
     QByteArray m_pending;
+    QMap<QString, QString> m_variables;
     QProcess m_program;
 };

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Runs a program on a private instrument: private_instrument.sh ROOT PRELOAD PROGRAM
+# Runs a program on a private instrument: private_instrument.sh ROOT PRELOAD PROGRAM [ARGUMENT...]
 #
 # To be started in a mount namespace of its own (unshare --mount): lays the tree under ROOT
 # over the paths that the program uses. What else is in /etc and /dev stays to be seen there.
@@ -7,6 +7,7 @@ set -eu
 root=$1
 preload=$2
 program=$3
+shift 3
 
 mkdir -p "$root/etc.real" "$root/dev.real"
 mount --rbind /etc "$root/etc.real"
@@ -29,4 +30,4 @@ mount --rbind "$root/etc" /etc
 # folder in which it is looked up does not.
 export PATH="$root/bin:$PATH" HOME="$root/home"
 export LD_LIBRARY_PATH="$(dirname "$preload")" LD_PRELOAD="$(basename "$preload")"
-exec "$program"
+exec "$program" "$@"
