@@ -12,6 +12,7 @@
 #include <QTimer>
 
 #include "ORLA_II_Plus_Verifier.h"
+#include "ProgramStart.h"
 #include "simulator/QuitOnSignal.h"
 #include "simulator/SimulatedInstrument.h"
 #include "simulator/SimulatorOptions.h"
@@ -180,6 +181,7 @@ int runDriven(const SimulatorOptions& options, SimulatedInstrument& instrument, 
         std::fprintf(stderr, "The directory %s cannot be written.\n", qPrintable(options.outDirectory));
         return kFailure;
     }
+    logProgramVersion(kSimulatorProgram);
     const int status = DrivenRun(options, instrument).run(signalled);
     qInstallMessageHandler(nullptr);
     return status;

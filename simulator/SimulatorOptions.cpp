@@ -4,6 +4,8 @@
 
 #include <QCommandLineParser>
 
+#include "ProgramStart.h"
+
 namespace {
 
 constexpr int kNameColumn = 40;
@@ -24,6 +26,7 @@ struct OptionRow
     const char* text;
     Apply apply;
     bool ofInstrument = false; ///< describes the instrument, so that a repetition's runs get it too
+    QStringList otherNames = {};
 };
 
 void noteError(SimulatorOptions& options, const std::string& error)
@@ -110,7 +113,8 @@ const std::vector<OptionRow>& optionRows()
         {"out", "DIR", "where pictures, log and report go (default out)",
          [](SimulatorOptions& options, const QString& value) { options.outDirectory = value; }},
         {"faults", "", "lists the faults and ends", nullptr},
-        {"help", "", "shows this text and ends", nullptr},
+        {"help", "", "shows this text and ends; -h, --help-all", nullptr, false, {"h", "help-all"}},
+        {"version", "", "shows name and version and ends; -v", nullptr, false, {"v"}},
     };
     return rows;
 }
@@ -184,7 +188,7 @@ SimulatorOptions parseSimulatorOptions(const QStringList& arguments, const Simul
 {
     QCommandLineParser parser;
     for (const OptionRow& option : optionRows())
-        parser.addOption({option.name, option.text, option.value});
+        parser.addOption({QStringList(option.name) + option.otherNames, option.text, option.value});
     SimulatorOptions options;
     if (!parser.parse(arguments)) {
         noteError(options, parser.errorText().toStdString());
@@ -195,6 +199,8 @@ SimulatorOptions parseSimulatorOptions(const QStringList& arguments, const Simul
                                parser.positionalArguments().first().toStdString() + "\"; --help lists them.");
     if (parser.isSet("help"))
         options.textToPrint = helpText(stepNames);
+    else if (parser.isSet("version"))
+        options.textToPrint = programAndVersion(kSimulatorProgram) + '\n';
     else if (parser.isSet("faults"))
         options.textToPrint = faultList();
     for (const OptionRow& option : optionRows()) {

@@ -10,6 +10,9 @@
 #include "simulator/SimulatedInstrument.h"
 #include "simulator/UsbSockets.h"
 
+/// The name of the simulator program.
+constexpr const char* kSimulatorProgram = "orla-verifier-simulator";
+
 /// What the command line of the simulator program asks for.
 struct SimulatorOptions
 {

@@ -3,6 +3,7 @@
 #include <QApplication>
 
 #include "ORLA_II_Plus_Verifier.h"
+#include "ProgramStart.h"
 #include "simulator/DrivenRun.h"
 #include "simulator/QuitOnSignal.h"
 #include "simulator/Repetition.h"
@@ -12,11 +13,9 @@
 
 namespace {
 
-constexpr int kUsageError = 2;
-constexpr int kFailure = 1;
-
 int runWindow(const QuitOnSignal& signalled)
 {
+    logProgramVersion(kSimulatorProgram);
     ORLA_II_Plus_Verifier window;
     window.show();
     const int status = QApplication::exec();
@@ -34,7 +33,7 @@ int main(int argc, char* argv[])
         arguments, {Session::stepNames(SessionPlan::Visit), Session::stepNames(SessionPlan::Day)});
     if (!options.error.isEmpty()) {
         std::fprintf(stderr, "%s\n", qPrintable(options.error));
-        return kUsageError;
+        return kCommandLineWrong;
     }
     if (!options.textToPrint.isEmpty()) {
         std::fputs(qPrintable(options.textToPrint), stdout);
@@ -48,20 +47,24 @@ int main(int argc, char* argv[])
     }
 
     UsbSockets::holdSignals();
+    const bool driven = options.visit || options.session;
+    // A desktop's own file dialog may lie outside this process, where no operator of ours reaches.
+    QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs, driven);
+    // Without a screen it ends here, before the instrument has files that would stay behind.
+    const std::unique_ptr<QApplication> application =
+        startApplication(kSimulatorProgram, argumentCount, argv);
+    if (!application)
+        return kProgramFailed;
     SimulatedInstrument instrument(options.parameters, options.place, options.faults);
     if (!instrument.error().isEmpty()) {
         std::fprintf(stderr, "%s\n", qPrintable(instrument.error()));
-        return kFailure;
+        return kProgramFailed;
     }
     UsbSockets sockets(instrument.usb(), options.disks);
     if (const QString error = sockets.plugAtStart(); !error.isEmpty()) {
         std::fprintf(stderr, "%s\n", qPrintable(error));
-        return kFailure;
+        return kProgramFailed;
     }
-    const bool driven = options.visit || options.session;
-    // A desktop's own file dialog may lie outside this process, where no operator of ours reaches.
-    QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs, driven);
-    QApplication application(argumentCount, argv);
     const QuitOnSignal signalled;
     sockets.listen();
     return driven ? runDriven(options, instrument, signalled) : runWindow(signalled);

@@ -1,11 +1,65 @@
+#include <cstdio>
+#include <cstring>
+
 #include <QApplication>
 
 #include "ORLA_II_Plus_Verifier.h"
+#include "ProgramStart.h"
+
+namespace {
+
+constexpr const char* kProgram = "orla-verifier";
+
+constexpr const char* kHelp =
+    "Usage: orla-verifier [options]\n\n"
+    "Verifies and calibrates an image-based cell-counting instrument, full screen on its\n"
+    "panel. Without an option the window opens and the instrument's hardware is driven: LED,\n"
+    "stage, camera. Only the window's button Exit ends the program in order.\n\n"
+    "Options:\n"
+    "  -h, --help, --help-all  shows this text and ends\n"
+    "  -v, --version           shows name and version and ends\n\n"
+    "The options of every Qt program are taken as well, such as -platform NAME.\n";
+
+bool isOneOf(const char* argument, std::initializer_list<const char*> names)
+{
+    for (const char* name : names)
+        if (std::strcmp(argument, name) == 0)
+            return true;
+    return false;
+}
+
+/// Answers what can be told without a screen and without the instrument; false: nothing was asked.
+bool answered(int argumentCount, char* arguments[])
+{
+    for (int i = 1; i < argumentCount; ++i) {
+        if (isOneOf(arguments[i], {"-h", "--help", "--help-all"})) {
+            std::fputs(kHelp, stdout);
+            return true;
+        }
+        if (isOneOf(arguments[i], {"-v", "--version"})) {
+            std::puts(qPrintable(programAndVersion(kProgram)));
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
 
 int main(int argc, char* argv[])
 {
-    QApplication application(argc, argv);
+    if (answered(argc, argv))
+        return 0;
+    const std::unique_ptr<QApplication> application = startApplication(kProgram, argc, argv);
+    if (!application)
+        return kProgramFailed;
+    // What Qt has left is nobody's.
+    if (argc > 1) {
+        std::fprintf(stderr, "%s does not understand \"%s\"; --help lists its options.\n", kProgram, argv[1]);
+        return kCommandLineWrong;
+    }
+    logProgramVersion(kProgram);
     ORLA_II_Plus_Verifier window;
     window.show();
-    return application.exec();
+    return application->exec();
 }
