@@ -11,6 +11,8 @@
 
 namespace {
 
+constexpr int kPointsPerInch = 96;
+
 // A message handler takes no argument of its own.
 const char* g_program = nullptr;
 QtMessageHandler g_handlerBefore = nullptr;
@@ -47,6 +49,11 @@ void logProgramVersion(const char* program)
 
 std::unique_ptr<QApplication> startApplication(const char* program, int& argumentCount, char* arguments[])
 {
+    // The form is laid out in pixels. The attribute reaches the fonts that belong to no
+    // widget; a widget asks its screen, whose resolution only the variable decides.
+    QCoreApplication::setAttribute(Qt::AA_Use96Dpi);
+    qputenv("QT_FONT_DPI", QByteArray::number(kPointsPerInch));
+
     g_program = program;
     g_handlerBefore = qInstallMessageHandler(endWithoutScreen);
     auto application = std::make_unique<QApplication>(argumentCount, arguments);

@@ -4,9 +4,10 @@
 #include <QProcess>
 
 #include "shipped/Expectations.h"
+#include "support/XServer.h"
 
 /// What both programs do before their window: questions that are answered at once, options that
-/// they do not know, screens that are missing.
+/// they do not know, screens that are missing or of another resolution.
 class TestStart : public QObject
 {
     Q_OBJECT
@@ -28,6 +29,8 @@ private slots:
     void withoutAScreenTheSimulatorLeavesNothing();
     void theVersionIsLoggedOnce();
     void theSimulatorLogsTheVersionOnce();
+    void pointsAreAsLargeOnEveryScreen();
+    void pointsAreAsLargeOnEveryScreenOfTheSimulator();
 };
 
 namespace {
@@ -87,6 +90,25 @@ void screenRows()
     QTest::newRow("DISPLAY is empty") << Variables{{"QT_QPA_PLATFORM", "xcb"}, {"DISPLAY", ""}};
     QTest::newRow("no frame buffer") << Variables{{"QT_QPA_PLATFORM", "linuxfb:fb=/dev/no-such-buffer"}};
     QTest::newRow("no such platform") << Variables{{"QT_QPA_PLATFORM", "nonsense"}};
+}
+
+/// The controls beside the live view, whose picture never changes by itself.
+QImage controls(const QImage& window)
+{
+    constexpr int liveViewWidth_px = 640;
+    return window.copy(liveViewWidth_px, 0, window.width() - liveViewWidth_px, window.height());
+}
+
+/// Whether the text cursor is just to be seen makes so many pixels at the most.
+constexpr int kBlinking_px = 32;
+
+int differentPixels(const QImage& one, const QImage& other)
+{
+    int count = 0;
+    for (int y = 0; y < one.height(); ++y)
+        for (int x = 0; x < one.width(); ++x)
+            count += one.pixel(x, y) != other.pixel(x, y) ? 1 : 0;
+    return count;
 }
 
 } // namespace
@@ -240,6 +262,49 @@ void TestStart::theSimulatorLogsTheVersionOnce()
     QFile log(out.filePath("verifier.log"));
     QVERIFY(log.open(QIODevice::ReadOnly));
     QCOMPARE(QString(log.readAll()).split('\n').count(kSimulatorNameAndVersion), 1);
+}
+
+void TestStart::pointsAreAsLargeOnEveryScreen()
+{
+    QImage usual;
+    for (const int resolution_dpi : {96, 144, 60}) {
+        const XServer server(800, 480, resolution_dpi);
+        if (server.display().empty())
+            QSKIP("no X server here");
+        ShippedProgram program;
+        program.setVariables(
+            {{"QT_QPA_PLATFORM", "xcb"}, {"DISPLAY", QString::fromStdString(server.display())}});
+        QVERIFY2(program.start(), program.output());
+        QTRY_COMPARE(program.text("EDIT_Z_REFERENCE"), "30000");
+        const QImage seen = controls(program.picture());
+        QCOMPARE(program.exit(), 0);
+        QVERIFY(!seen.isNull());
+        if (usual.isNull())
+            usual = seen;
+        QCOMPARE(seen.size(), usual.size());
+        QVERIFY(differentPixels(seen, usual) <= kBlinking_px);
+    }
+}
+
+void TestStart::pointsAreAsLargeOnEveryScreenOfTheSimulator()
+{
+    QImage usual;
+    for (const int resolution_dpi : {96, 144, 60}) {
+        const XServer server(800, 480, resolution_dpi);
+        if (server.display().empty())
+            QSKIP("no X server here");
+        const QTemporaryDir out;
+        const Ended ended = runSimulator(
+            {"--visit", "--instant", "--steps", "window,exit,ended", "--out", "."},
+            {{"QT_QPA_PLATFORM", "xcb"}, {"DISPLAY", QString::fromStdString(server.display())}}, out.path());
+        QVERIFY2(ended.status == 0, qPrintable(ended.output + ended.errors));
+        const QImage seen = controls(QImage(out.filePath("01-window.png")));
+        QVERIFY(!seen.isNull());
+        if (usual.isNull())
+            usual = seen;
+        QCOMPARE(seen.size(), usual.size());
+        QVERIFY(differentPixels(seen, usual) <= kBlinking_px);
+    }
 }
 
 QTEST_GUILESS_MAIN(TestStart)
