@@ -113,6 +113,8 @@ const std::vector<OptionRow>& optionRows()
         {"out", "DIR", "where pictures, log and report go (default out)",
          [](SimulatorOptions& options, const QString& value) { options.outDirectory = value; }},
         {"faults", "", "lists the faults and ends", nullptr},
+        {"check-screen", "", "tells by the exit status whether a screen can be used, and ends",
+         [](SimulatorOptions& options, const QString&) { options.screenCheck = true; }},
         {"help", "", "shows this text and ends; -h, --help-all", nullptr, false, {"h", "help-all"}},
         {"version", "", "shows name and version and ends; -v", nullptr, false, {"v"}},
     };

@@ -33,6 +33,8 @@ struct SimulatorOptions
     QStringList faultNames;   ///< as they were given
     QStringList ofInstrument; ///< the arguments that describe the instrument, without its seed
 
+    /// Only asks whether a window could be shown.
+    bool screenCheck = false;
     /// A text that was asked for instead of a run.
     QString textToPrint;
     /// What is wrong with the command line, in a sentence; empty when nothing is.

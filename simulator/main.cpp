@@ -55,6 +55,8 @@ int main(int argc, char* argv[])
         startApplication(kSimulatorProgram, argumentCount, argv);
     if (!application)
         return kProgramFailed;
+    if (options.screenCheck)
+        return 0;
     SimulatedInstrument instrument(options.parameters, options.place, options.faults);
     if (!instrument.error().isEmpty()) {
         std::fprintf(stderr, "%s\n", qPrintable(instrument.error()));
