@@ -27,6 +27,7 @@ needed_packages() {
     fi
 }
 
+# install_packages LOG
 install_packages() {
     command -v dpkg-query >/dev/null && command -v apt-get >/dev/null ||
         give_up "This needs Debian 12 (or a relative of it): apt-get and dpkg-query were not found." \
@@ -47,17 +48,14 @@ install_packages() {
     as_root+=(env DEBIAN_FRONTEND=noninteractive)
 
     say "Installing from the distribution: ${missing[*]}"
-    local log
-    log="$(mktemp)"
-    "${as_root[@]}" apt-get -q update </dev/null >"$log" 2>&1 ||
+    local log="$1"
+    "${as_root[@]}" apt-get -q update </dev/null >>"$log" 2>&1 ||
         say "The list of packages could not be brought up to date; trying with the one at hand."
     if ! "${as_root[@]}" apt-get -q -y install --no-install-recommends "${missing[@]}" </dev/null >>"$log" 2>&1; then
         tail -n "$shown_log_lines" "$log" >&2
-        rm -f "$log"
         mapfile -t missing < <(missing_packages "${missing[@]}")
         give_up "These packages could not be installed: ${missing[*]}"
     fi
-    rm -f "$log"
 }
 
 # quietly LOG COMMAND...: shows the command's output only when it fails, and while it runs
@@ -78,18 +76,27 @@ quietly() {
     return 1
 }
 
+# check_folders BUILD_DIR: what a shell, a compiler or a package would complain about at length.
+check_folders() {
+    local build_dir="$1" temporary="${TMPDIR:-/tmp}"
+    [[ -d $temporary && -w $temporary && -x $temporary ]] ||
+        give_up "The folder for temporary files, $temporary, cannot be written; TMPDIR names it."
+    { mkdir -p "$build_dir" && : >>"$build_dir/prepare.lock" && : >>"$build_dir/prepare.log"; } 2>/dev/null ||
+        give_up "The build folder, $build_dir, cannot be written."
+}
+
 # prepare PRESET [TARGET...]: leaves build/PRESET up to date; without targets, all of it.
 prepare() {
     local preset="$1"
     shift
     local build_dir="$project_dir/build/$preset" log
     log="$build_dir/prepare.log"
-    install_packages
-    mkdir -p "$build_dir"
+    check_folders "$build_dir"
     # Two calls at the same time build one after the other.
     exec {lock_fd}>"$build_dir/prepare.lock"
     flock "$lock_fd"
     : >"$log"
+    install_packages "$log"
     if [[ ! -f "$build_dir/build.ninja" ]]; then
         say "Configuring (preset $preset) ..."
         quietly "$log" cmake -S "$project_dir" --preset "$preset" ||

@@ -1,0 +1,285 @@
+#include <csignal>
+#include <functional>
+
+#include <QtTest>
+
+#include <QDir>
+#include <QProcess>
+
+/// The two commands of the project's folder, ./run and ./test, on a copy of their scripts with
+/// nothing to install or build: what they say, what they leave behind, what they fall back to.
+class TestCommands : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void aQuestionIsAnswered_data();
+    void aQuestionIsAnswered();
+    void aWrongArgumentShowsTheUsage();
+    void aFolderThatCannotBeWrittenIsOneLine_data();
+    void aFolderThatCannotBeWrittenIsOneLine();
+    void aReadOnlyFileSystemIsOneLine();
+    void aVirtualDisplayTakesThePlaceOfAnUnusableOne_data();
+    void aVirtualDisplayTakesThePlaceOfAnUnusableOne();
+    void anInterruptedRunLeavesNothing_data();
+    void anInterruptedRunLeavesNothing();
+};
+
+namespace {
+
+constexpr int kRunLimit_ms = 120000;
+constexpr int kUsageError = 2;
+
+const QStringList kAll{"*"};
+constexpr QDir::Filters kEverything = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
+
+struct Ended
+{
+    int status = -1;
+    QString output;
+    QString errors;
+};
+
+/// A copy of the commands in a folder of its own; cmake and ctest do nothing there, for the
+/// program is built already.
+class Copy
+{
+public:
+    Copy()
+    {
+        const QDir source(PROJECT_FOLDER);
+        for (const char* folder :
+             {"project/scripts", "project/build/release/simulator", "tools", "temporary"})
+            QDir(m_folder.path()).mkpath(folder);
+        for (const char* script : {"run", "test", "scripts/prepare.sh"})
+            QFile::copy(source.filePath(script), file(script));
+        for (const char* list : {"scripts/packages.txt", "scripts/test-packages.txt"})
+            write(file(list), "# none\n");
+        for (const char* tool : {"cmake", "ctest"}) {
+            write(tools() + '/' + tool, "#!/bin/sh\nexit 0\n");
+            QFile::setPermissions(tools() + '/' + tool,
+                                  QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        }
+        QFile::link(SIMULATOR_PROGRAM, file("build/release/simulator/orla-verifier-simulator"));
+        m_environment.insert("PATH", tools() + ':' + m_environment.value("PATH"));
+        m_environment.insert("TMPDIR", temporary());
+        for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM", "XDG_RUNTIME_DIR"})
+            m_environment.remove(name);
+    }
+
+    QString folder() const { return m_folder.filePath("project"); }
+    QString file(const QString& path) const { return folder() + '/' + path; }
+    QString temporary() const { return m_folder.filePath("temporary"); }
+    QStringList leftInTemporary() const { return QDir(temporary()).entryList(kAll, kEverything); }
+    void setVariable(const QString& name, const QString& value) { m_environment.insert(name, value); }
+
+    static void write(const QString& path, const QByteArray& text)
+    {
+        QFile written(path);
+        if (!written.open(QIODevice::WriteOnly) || written.write(text) != text.size())
+            qFatal("cannot write %s", qPrintable(path));
+    }
+
+    void start(QProcess& process, const QStringList& command) const
+    {
+        process.setProcessEnvironment(m_environment);
+        process.setWorkingDirectory(folder());
+        process.start(command.first(), command.mid(1));
+    }
+
+    Ended run(const QStringList& command) const
+    {
+        QProcess process;
+        start(process, command);
+        Ended ended;
+        if (!process.waitForFinished(kRunLimit_ms)) {
+            process.kill();
+            process.waitForFinished();
+        } else if (process.exitStatus() == QProcess::NormalExit) {
+            ended.status = process.exitCode();
+        }
+        ended.output = QString::fromLocal8Bit(process.readAllStandardOutput());
+        ended.errors = QString::fromLocal8Bit(process.readAllStandardError());
+        return ended;
+    }
+
+    /// Processes that the commands have started and that are still there, by their environment.
+    QStringList leftProcesses() const
+    {
+        QStringList left;
+        const QByteArray mark = "TMPDIR=" + temporary().toLocal8Bit();
+        for (const QString& process : QDir("/proc").entryList({"[1-9]*"}, QDir::Dirs)) {
+            QFile environment("/proc/" + process + "/environ"), line("/proc/" + process + "/cmdline");
+            if (environment.open(QIODevice::ReadOnly) && environment.readAll().split('\0').contains(mark) &&
+                line.open(QIODevice::ReadOnly))
+                left.append(line.readAll().replace('\0', ' '));
+        }
+        return left;
+    }
+
+private:
+    QString tools() const { return m_folder.filePath("tools"); }
+
+    QTemporaryDir m_folder;
+    QProcessEnvironment m_environment = QProcessEnvironment::systemEnvironment();
+};
+
+using Prepare = std::function<void(Copy&)>;
+
+} // namespace
+
+Q_DECLARE_METATYPE(Prepare)
+
+void TestCommands::aQuestionIsAnswered_data()
+{
+    QTest::addColumn<QStringList>("command");
+    QTest::addColumn<QString>("firstWords");
+    for (const char* option : {"-h", "--help", "--help-all"})
+        QTest::addRow("run %s", option) << QStringList{"./run", option} << "Usage: ./run ";
+    for (const char* option : {"-v", "--version"})
+        QTest::addRow("run %s", option) << QStringList{"./run", option} << "orla-verifier-simulator ";
+    QTest::newRow("run --faults") << QStringList{"./run", "--faults"} << "Faults, ";
+    for (const char* option : {"-h", "--help"})
+        QTest::addRow("test %s", option) << QStringList{"./test", option} << "Usage: ./test ";
+}
+
+void TestCommands::aQuestionIsAnswered()
+{
+    QFETCH(QStringList, command);
+    QFETCH(QString, firstWords);
+    const Copy copy;
+    const Ended ended = copy.run(command);
+    QVERIFY2(ended.status == 0, qPrintable(ended.errors));
+    QVERIFY2(ended.output.startsWith(firstWords), qPrintable(ended.output));
+}
+
+void TestCommands::aWrongArgumentShowsTheUsage()
+{
+    const Copy copy;
+    const Ended test = copy.run({"./test", "no-such-preset"});
+    QCOMPARE(test.status, kUsageError);
+    QCOMPARE(test.output, QString());
+    QVERIFY2(test.errors.startsWith("Usage: ./test "), qPrintable(test.errors));
+    QCOMPARE(copy.run({"./run", "--no-such-option"}).status, kUsageError);
+}
+
+void TestCommands::aFolderThatCannotBeWrittenIsOneLine_data()
+{
+    QTest::addColumn<Prepare>("prepare");
+    QTest::addColumn<QString>("named"); // in what is said
+    // What root cannot write either.
+    QTest::newRow("the build folder is a file") << Prepare([](Copy& copy) {
+        QDir(copy.file("build")).removeRecursively();
+        Copy::write(copy.file("build"), "");
+    }) << "build/release";
+    QTest::newRow("the preset's folder is a file") << Prepare([](Copy& copy) {
+        QDir(copy.file("build/release")).removeRecursively();
+        Copy::write(copy.file("build/release"), "");
+    }) << "build/release";
+    QTest::newRow("the lock is a folder")
+        << Prepare([](Copy& copy) { QDir().mkpath(copy.file("build/release/prepare.lock")); })
+        << "build/release";
+    QTest::newRow("the log is a folder")
+        << Prepare([](Copy& copy) { QDir().mkpath(copy.file("build/release/prepare.log")); })
+        << "build/release";
+    QTest::newRow("no temporary folder")
+        << Prepare([](Copy& copy) { copy.setVariable("TMPDIR", "/no/such/folder"); }) << "/no/such/folder";
+    QTest::newRow("the temporary folder is a file")
+        << Prepare([](Copy& copy) { copy.setVariable("TMPDIR", copy.file("run")); }) << "project/run";
+}
+
+void TestCommands::aFolderThatCannotBeWrittenIsOneLine()
+{
+    QFETCH(Prepare, prepare);
+    QFETCH(QString, named);
+    for (const char* command : {"./run", "./test"}) {
+        Copy copy;
+        prepare(copy);
+        const Ended ended = copy.run({command});
+        QCOMPARE(ended.status, 1);
+        QCOMPARE(ended.output, QString());
+        QVERIFY2(ended.errors.contains(named) && ended.errors.contains("cannot be written"),
+                 qPrintable(ended.errors));
+        QVERIFY2(ended.errors.count('\n') == 1, qPrintable(ended.errors));
+    }
+}
+
+void TestCommands::aReadOnlyFileSystemIsOneLine()
+{
+    const QString readOnly = "mount --bind . . && mount -o remount,bind,ro . && cd \"$PWD\" && exec \"$@\"";
+    const QStringList command{"unshare", "--mount", "--propagation", "private", "sh", "-c", readOnly, "sh"};
+    const Copy copy;
+    if (copy.run(command + QStringList("true")).status != 0)
+        QSKIP("nothing can be mounted here");
+    QVERIFY(copy.run(command + QStringList{"touch", "run"}).status != 0);
+    for (const char* own : {"./run", "./test"}) {
+        const Ended ended = copy.run(command + QStringList(own));
+        QCOMPARE(ended.status, 1);
+        QCOMPARE(ended.output, QString());
+        QCOMPARE(ended.errors,
+                 QString("The build folder, %1/build/release, cannot be written.\n").arg(copy.folder()));
+    }
+}
+
+void TestCommands::aVirtualDisplayTakesThePlaceOfAnUnusableOne_data()
+{
+    QTest::addColumn<QString>("display");
+    QTest::addColumn<QString>("wayland");
+    QTest::newRow("X server that is not there") << QString(":32123") << QString();
+    QTest::newRow("no name of a display") << QString("nonsense") << QString();
+    QTest::newRow("Wayland that is not there either") << QString(":32123") << QString("wayland-9");
+    QTest::newRow("none") << QString() << QString();
+}
+
+void TestCommands::aVirtualDisplayTakesThePlaceOfAnUnusableOne()
+{
+    QFETCH(QString, display);
+    QFETCH(QString, wayland);
+    Copy copy;
+    copy.setVariable("DISPLAY", display);
+    copy.setVariable("WAYLAND_DISPLAY", wayland);
+    const Ended ended = copy.run({"./run", "--visit", "--instant", "--steps", "window,exit,ended"});
+    QVERIFY2(ended.status == 0, qPrintable(ended.output + ended.errors));
+    const QString unusable = wayland.isEmpty() ? display : wayland;
+    QVERIFY2(unusable.isEmpty() || ended.errors.contains("The display " + unusable + " cannot be used"),
+             qPrintable(ended.errors));
+    QVERIFY(QFile::exists(copy.file("out/01-window.png")));
+    QCOMPARE(copy.leftInTemporary(), QStringList());
+    QCOMPARE(copy.leftProcesses(), QStringList());
+}
+
+void TestCommands::anInterruptedRunLeavesNothing_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::addColumn<bool>("inTheSession"); // or as soon as there is anything to leave
+    for (const bool inTheSession : {false, true}) {
+        const char* const when = inTheSession ? "in the session" : "while the display starts";
+        QTest::addRow("SIGINT %s", when) << SIGINT << inTheSession;
+        QTest::addRow("SIGTERM %s", when) << SIGTERM << inTheSession;
+        QTest::addRow("SIGHUP %s", when) << SIGHUP << inTheSession;
+    }
+}
+
+void TestCommands::anInterruptedRunLeavesNothing()
+{
+    QFETCH(int, signal);
+    QFETCH(bool, inTheSession);
+    const Copy copy;
+    QProcess process;
+    copy.start(process, {"./run", "--session"});
+    if (inTheSession) {
+        while (!process.canReadLine() && process.waitForReadyRead(kRunLimit_ms)) {
+        }
+        QVERIFY(process.canReadLine());
+    } else {
+        QTRY_VERIFY_WITH_TIMEOUT(!copy.leftInTemporary().isEmpty(), kRunLimit_ms);
+    }
+    QCOMPARE(::kill(pid_t(process.processId()), signal), 0);
+    QVERIFY(process.waitForFinished(kRunLimit_ms));
+    QVERIFY(process.exitStatus() == QProcess::NormalExit && process.exitCode() != 0);
+    QCOMPARE(copy.leftInTemporary(), QStringList());
+    QCOMPARE(copy.leftProcesses(), QStringList());
+}
+
+QTEST_GUILESS_MAIN(TestCommands)
+#include "test_commands.moc"
