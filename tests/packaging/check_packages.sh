@@ -48,13 +48,33 @@ for document in "$out"/files/usr/share/doc/*/*.md; do
 done
 [ "$shown" -gt 10 ] || complain "only $shown pictures are shown"
 
-# A removal stops the service, an update does not; both without a service manager do nothing.
+# A removal stops the service, an update does not; without a service manager nothing is done.
 dpkg-deb -e "$verifier" "$out/control"
-for script in prerm postinst postrm; do
-    [ -x "$out/control/$script" ] || complain "$script is missing"
-    sh -n "$out/control/$script" || complain "$script is no shell script"
+mkdir "$out/tools"
+for tool in deb-systemd-invoke systemctl; do
+    printf '#!/bin/sh\necho "%s $*" >>"%s"\n' "$tool" "$out/asked" >"$out/tools/$tool"
+    chmod +x "$out/tools/$tool"
 done
-grep -q 'stop orla-verifier.service' "$out/control/prerm" || complain "a removal does not stop the service"
+managed='mount -t tmpfs none /run && mkdir -p $MANAGER && PATH="$OUT/tools:$PATH" && exec "$@"'
+asked() { # MANAGER SCRIPT ARGUMENT: what a maintainer script asks the service manager for
+    : >"$out/asked"
+    MANAGER=$1 OUT=$out unshare --mount --propagation private sh -c "$managed" sh "$out/control/$2" "$3" ||
+        echo "and fails" >>"$out/asked"
+    cat "$out/asked"
+}
+expect() { # MANAGER SCRIPT ARGUMENT EXPECTED
+    [ "$(asked "$1" "$2" "$3")" = "$4" ] || complain "$2 $3 asks for \"$(cat "$out/asked")\", not \"$4\""
+}
+if unshare --mount --propagation private mount -t tmpfs none /run 2>/dev/null; then
+    expect /run/systemd/system prerm remove 'deb-systemd-invoke stop orla-verifier.service'
+    expect /run/systemd/system prerm upgrade ''
+    expect /run/systemd/system postinst configure 'systemctl --system daemon-reload'
+    expect /run/systemd/system postrm remove 'systemctl --system daemon-reload'
+    expect /run/other prerm remove ''
+    expect /run/other postinst configure ''
+else
+    echo "nothing can be mounted here: maintainer scripts not tried"
+fi
 
 if command -v lintian >/dev/null; then
     lintian --allow-root --fail-on error,warning "$verifier" "$simulator" || complain "lintian has findings"
