@@ -40,6 +40,7 @@ private slots:
         QVERIFY(!bench.controller.m_skipProbe);
         QVERIFY(!bench.controller.m_bZigMode);
         QVERIFY(!bench.controller.isSerialPortOpen());
+        QVERIFY(!bench.controller.answers());
     }
 
     void openingProbesTheBoard()
@@ -169,7 +170,24 @@ private slots:
         bench.peer.answer(reply);
         bench.controller.openSerialPort();
         QVERIFY(!bench.controller.isSerialPortOpen());
+        QVERIFY2(!bench.controller.answers(), "a closed port brings no answers");
         QCOMPARE(connected.count(), 0);
+    }
+
+    // Neither the answer to a command that nobody waits for, nor a port opened without a probe.
+    void onlyAnExchangeThatWasWaitedForShowsThatTheBoardAnswers()
+    {
+        ControllerBench bench;
+        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
+        bench.open();
+        bench.controller.setPortListener(true);
+        bench.peer.answer("$OK,STM1,MVP,5,\r\n");
+        bench.controller.z_stage_mvp(SERIAL_NON_BLOCKING, 5);
+        QTRY_COMPARE(moved.count(), 1);
+        QVERIFY(!bench.controller.answers());
+        bench.peer.answer("not a reply at all\r\n");
+        bench.controller.z_stage_pos();
+        QVERIFY2(bench.controller.answers(), "any line is an answer");
     }
 
     void anUnparsableReplyLetsTheProbePassOnThePreviousOk()

@@ -56,6 +56,42 @@ private slots:
         QCOMPARE(bench.controller.m_zStagePosition, 640);
     }
 
+    // ...but not by the probe: a board that has died since is not connected.
+    void aSilentBoardFailsTheProbeWhateverItSaidBefore()
+    {
+        ControllerBench bench;
+        QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
+        bench.peer.answer("$OK,DEVICE,READY,,\r\n");
+        QVERIFY(bench.controller.trySerialPort());
+        QVERIFY(bench.controller.answers());
+        QVERIFY(!bench.controller.trySerialPort());
+        QCOMPARE(connected.count(), 1);
+        QVERIFY(!bench.controller.isSerialPortOpen());
+        QVERIFY(!bench.controller.answers());
+        QCOMPARE(bench.controller.responseInfo().result, QString("OK"));
+
+        bench.peer.answer("$OK,DEVICE,READY,,\r\n");
+        QVERIFY(bench.controller.trySerialPort());
+        QCOMPARE(connected.count(), 2);
+        QVERIFY(bench.controller.answers());
+    }
+
+    void aBoardThatFallsSilentAnswersNoMore()
+    {
+        ControllerBench bench;
+        bench.open();
+        QVERIFY(!bench.controller.answers());
+        bench.peer.answer("$OK,LED4,ON,,\r\n");
+        QVERIFY(bench.controller.led_on());
+        QVERIFY(bench.controller.answers());
+        QVERIFY2(bench.controller.led_off(), "the previous outcome");
+        QVERIFY(!bench.controller.answers());
+        QVERIFY(bench.controller.isSerialPortOpen());
+        bench.peer.answer("$NG,LED4,OFF,,\r\n");
+        QVERIFY(!bench.controller.led_off());
+        QVERIFY2(bench.controller.answers(), "a refusal is an answer");
+    }
+
     // A line that takes nothing, too: the time-out of writing comes first.
     void aLineThatIsStuckCostsBothTimeouts_data()
     {

@@ -53,6 +53,11 @@ bool Controller::isSerialPortOpen() const
     return m_serialPort->isOpen();
 }
 
+bool Controller::answers() const
+{
+    return m_answered && m_serialPort->isOpen();
+}
+
 void Controller::openSerialPort()
 {
     qDebug() << "openSerialPort";
@@ -81,6 +86,12 @@ void Controller::configureSerialPort()
     m_serialPort->setFlowControl(QSerialPort::NoFlowControl);
 }
 
+void Controller::closeSerialPort()
+{
+    m_serialPort->close();
+    m_answered = false;
+}
+
 bool Controller::reopenSerialPort()
 {
     if (m_serialPort->isOpen())
@@ -99,8 +110,9 @@ bool Controller::trySerialPort()
         return false;
     }
     writeAndRead_Blocking(kProbeLine, kProbeWriteTimeout_ms, kProbeReadTimeout_ms);
-    if (!isOk()) {
-        m_serialPort->close();
+    // The record may hold the "OK" of a board that has died since.
+    if (!m_answered || !isOk()) {
+        closeSerialPort();
         return false;
     }
     qDebug() << "opened serial port" << kPortName;
@@ -146,9 +158,11 @@ void Controller::readAvailableData_Blocking(int msecs)
             qDebug() << "readAvailableData_Blocking"
                      << "errorDataReadingTimeout";
             m_commandResponse = QString();
+            m_answered = false;
             return;
         }
     } while (!m_serialPort->canReadLine());
+    m_answered = true;
     m_commandResponse = readLine();
     qDebug() << "readAvailableData_Blocking"
              << "m_commandResponse:" << m_commandResponse;

@@ -27,8 +27,9 @@ struct responseInfo_t
 /// plus its read time-out (1 s + 5 s; 25 s for the self-diagnosis).
 ///
 /// A read time-out leaves the record of the previous reply in place, so a command that got
-/// no answer reports the previous command's success; a caller that must know asks the board
-/// again. Commands on a port that is not open fail the same way, but without the wait.
+/// no answer reports the previous command's success; a caller that must know asks answers().
+/// Commands on a port that is not open fail the same way, but without the wait. The probe
+/// alone does not believe an old reply: a board that stays silent is not connected.
 class Controller : public QObject
 {
     Q_OBJECT
@@ -45,10 +46,15 @@ public:
     void openSerialPort();
 
     /// Asks the board whether it is ready. True, with sig_connected_controller() emitted and
-    /// the listener on, when the last reply said "OK"; false, with the port closed, otherwise.
+    /// the listener on, when it answered and the last reply that could be parsed said "OK";
+    /// false, with the port closed, otherwise.
     /// A port that an earlier failure closed is opened again first; if that is not possible,
     /// returns false at once instead of waiting out the time-outs.
     bool trySerialPort();
+
+    /// Gives the line back: its lock file goes, its settings are again what they were before.
+    /// Unread and unsent bytes are lost. trySerialPort() opens it again.
+    void closeSerialPort();
 
     /// Connects or disconnects slot_readyRead(); connecting twice changes nothing.
     void setPortListener(bool on);
@@ -110,6 +116,9 @@ public:
     const QString& commandResponse() const { return m_commandResponse; }
     /// The fields of the last reply that could be parsed.
     const responseInfo_t& responseInfo() const { return m_responseInfo; }
+    /// Whether the board answered the last exchange that was waited for, with whatever line.
+    /// False before the first one, after a read time-out, and while the port is closed.
+    bool answers() const;
     /// Whether the serial line is open, probed or not.
     bool isSerialPortOpen() const;
 
@@ -153,6 +162,7 @@ private:
     QString m_startMark = QStringLiteral("$");
     QString m_lineEnd = QStringLiteral("\r\n");
     QString m_commandResponse;
+    bool m_answered = false; ///< whether the last wait brought a line
     responseInfo_t m_responseInfo;
 
 public:
