@@ -165,6 +165,7 @@ void ORLA_II_Plus_Verifier::markButton(QPushButton* button, bool highlighted)
 
 void ORLA_II_Plus_Verifier::slot_Timer_sync()
 {
+    m_mediaMonitor.keepWatching();
     if (m_mediaMonitor.searchUSB())
         deviceCalls().syncFileSystems();
 }

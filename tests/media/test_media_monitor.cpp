@@ -421,6 +421,161 @@ private slots:
         QVERIFY(!monitor.searchUSB());
     }
 
+    // udev makes the directory with the first link and removes it with the last.
+    void aDirectoryThatComesWithTheDiskIsWatchedAndItsDiskMounted()
+    {
+        removeLinkDirectory();
+        MediaMonitor monitor;
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        monitor.keepWatching();
+        QVERIFY2(m_port->commands().isEmpty(), "nothing has come");
+        makeLinkDirectory();
+        QVERIFY(m_port->plug(kFirst));
+        monitor.keepWatching();
+        QCOMPARE(statesOf(spy), QList<int>({0}));
+        QCOMPARE(m_port->commands(), QStringList({"umount", "mount /dev/sda1 /mnt"}));
+        QVERIFY(monitor.searchUSB());
+
+        // From now on the directory tells by itself.
+        QVERIFY(m_port->pull("sda1"));
+        QTRY_COMPARE(statesOf(spy), QList<int>({0, 1}));
+        QVERIFY(m_port->plug(kSecond));
+        QTRY_COMPARE(statesOf(spy), QList<int>({0, 1, 0}));
+        QVERIFY(monitor.searchUSB());
+    }
+
+    void aDirectoryThatGoesWithTheDiskIsWatchedAgainWhenItComesBack()
+    {
+        QVERIFY(m_port->plug(kFirst));
+        MediaMonitor monitor;
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        for (int times = 1; times <= 3; ++times) {
+            spy.clear();
+            QVERIFY(m_port->pull("sda1"));
+            removeLinkDirectory();
+            QTRY_COMPARE(statesOf(spy), QList<int>({1}));
+            QCoreApplication::processEvents();
+            monitor.keepWatching();
+            QVERIFY(!monitor.searchUSB());
+            makeLinkDirectory();
+            QVERIFY(m_port->plug(kFirst));
+            monitor.keepWatching();
+            QCOMPARE(statesOf(spy), QList<int>({1, 0}));
+            QVERIFY(monitor.searchUSB());
+        }
+    }
+
+    void aDirectoryThatComesEmptyIsWatched()
+    {
+        removeLinkDirectory();
+        MediaMonitor monitor;
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        makeLinkDirectory();
+        monitor.keepWatching();
+        QVERIFY(m_port->commands().isEmpty());
+        QVERIFY(m_port->plug(kFirst));
+        QTRY_COMPARE(statesOf(spy), QList<int>({0}));
+        QVERIFY(monitor.searchUSB());
+    }
+
+    // A press that asks for the disk may have its turn before the directory's notification.
+    void aDiskThatAQuestionHadAlreadyCountedIsMounted()
+    {
+        MediaMonitor monitor;
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        QVERIFY(m_port->plug(kFirst));
+        QVERIFY(!monitor.searchUSB());
+        notify(monitor);
+        QVERIFY2(spy.isEmpty(), "the notification finds as many disks as before");
+        monitor.keepWatching();
+        QCOMPARE(statesOf(spy), QList<int>({0}));
+        QVERIFY(monitor.searchUSB());
+
+        // The same again: also after it went unnoticed.
+        QVERIFY(m_port->pull("sda1"));
+        QVERIFY(!monitor.searchUSB());
+        notify(monitor);
+        QVERIFY(m_port->plug(kSecond));
+        QVERIFY(!monitor.searchUSB());
+        notify(monitor);
+        monitor.keepWatching();
+        QVERIFY(monitor.checkMountedUSB("/dev/sdb1"));
+        QVERIFY(monitor.searchUSB());
+    }
+
+    void theDiskThatIsLeftIsMountedThoughAQuestionHadAlreadyMissedTheOther()
+    {
+        QVERIFY(m_port->plug(kFirst));
+        MediaMonitor monitor;
+        QVERIFY(m_port->plug(kSecond));
+        notify(monitor);
+        QVERIFY(m_port->pull("sda1"));
+        QVERIFY(!monitor.searchUSB());
+        notify(monitor);
+        QVERIFY(!monitor.searchUSB());
+        monitor.keepWatching();
+        QVERIFY(monitor.checkMountedUSB("/dev/sdb1"));
+        QVERIFY(monitor.searchUSB());
+    }
+
+    // The second of the poll may come before the notification, which then has nothing to do.
+    void aDiskIsMountedOnceHoweverItIsNoticed()
+    {
+        MediaMonitor monitor;
+        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        QVERIFY(m_port->plug(kFirst));
+        monitor.keepWatching();
+        notify(monitor);
+        monitor.keepWatching();
+        QCOMPARE(statesOf(spy), QList<int>({0}));
+        QCOMPARE(m_port->commands(), QStringList({"umount", "mount /dev/sda1 /mnt"}));
+
+        QVERIFY(m_port->pull("sda1"));
+        monitor.keepWatching();
+        QTRY_COMPARE(m_port->commands().mid(2), QStringList("umount /dev/sda1"));
+        QCoreApplication::processEvents();
+        monitor.keepWatching();
+        QCOMPARE(m_port->commands().mid(2), QStringList("umount /dev/sda1"));
+    }
+
+    void whatWasDealtWithIsNotTriedEverySecond_data()
+    {
+        QTest::addColumn<int>("scene");
+        QTest::newRow("does not mount") << 0;
+        QTest::newRow("swapped") << 1;
+        QTest::newRow("unmounted by hand") << 2;
+        QTest::newRow("second disk") << 3;
+        QTest::newRow("no directory") << 4;
+    }
+
+    void whatWasDealtWithIsNotTriedEverySecond()
+    {
+        QFETCH(int, scene);
+        if (scene == 0)
+            QVERIFY(m_port->plug({"sda1", "1111-1111", UsbDiskCondition::Unmountable}));
+        else if (scene < 4)
+            QVERIFY(m_port->plug(kFirst));
+        else
+            removeLinkDirectory();
+        MediaMonitor monitor;
+        if (scene == 1) {
+            QVERIFY(m_port->pull("sda1"));
+            QVERIFY(m_port->plug(kSecond));
+            notify(monitor);
+        } else if (scene == 2) {
+            monitor.unmount("/dev/sda1");
+        } else if (scene == 3) {
+            QVERIFY(m_port->plug(kSecond));
+            notify(monitor);
+        }
+        const QStringList before = m_port->commands();
+        for (int second = 0; second < 3; ++second) {
+            monitor.keepWatching();
+            monitor.searchUSB();
+        }
+        QCOMPARE(m_port->commands(), before);
+    }
+
     void aDiskThatDoesNotMountIsNotReadyForFiles()
     {
         MediaMonitor monitor;
@@ -543,6 +698,16 @@ private:
     {
         const QString path = instrumentPath(QStringLiteral("/dev/disk/by-uuid/")) + name;
         QCOMPARE(::symlink(qPrintable(target), qPrintable(path)), 0);
+    }
+
+    static void removeLinkDirectory()
+    {
+        QVERIFY(QDir(instrumentPath(QStringLiteral("/dev/disk/by-uuid"))).removeRecursively());
+    }
+
+    static void makeLinkDirectory()
+    {
+        QVERIFY(QDir().mkpath(instrumentPath(QStringLiteral("/dev/disk/by-uuid"))));
     }
 
     static QList<int> statesOf(const QSignalSpy& spy)

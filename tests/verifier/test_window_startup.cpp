@@ -2,6 +2,7 @@
 // process, so one process sees one start-up.
 
 #include <QApplication>
+#include <QDir>
 #include <QFile>
 #include <QMetaMethod>
 #include <QTabWidget>
@@ -248,6 +249,25 @@ private slots:
             QTest::qWait(1500);
             return syncs() == now;
         }));
+    }
+
+    // The first link makes the directory and the last one takes it away, where no other file
+    // system of the machine has a link there.
+    void theDiskIsFoundThoughItsDirectoryComesAndGoesWithIt()
+    {
+        QDir links(m_fixture->machinePath("/dev/disk/by-uuid"));
+        const auto syncs = [this] { return m_fixture->camera().counters().fileSystemSyncs; };
+        for (int times = 0; times < 2; ++times) {
+            QVERIFY(links.removeRecursively());
+            QTest::qWait(1200);
+            QVERIFY(links.mkpath("."));
+            const auto before = syncs();
+            QVERIFY(m_fixture->usb().plug());
+            QVERIFY(m_fixture->waitUntil([&] { return syncs() > before; }));
+            QVERIFY(m_fixture->usb().isMounted());
+            QVERIFY(m_fixture->usb().pull());
+        }
+        QVERIFY(m_fixture->waitUntil([this] { return !m_fixture->usb().isMounted(); }));
     }
 
     void thePasswordScriptRunsWithoutArguments()

@@ -61,6 +61,7 @@ void MediaMonitor::initialize()
         mountFirstOf(devices);
     else
         emit detectSignal(kNoDisk);
+    m_settledCount = devices.size();
 }
 
 bool MediaMonitor::searchConnectedDevList(QStringList& list)
@@ -115,21 +116,44 @@ bool MediaMonitor::searchUSB()
 
 void MediaMonitor::directoryChanged(QString)
 {
-    const QStringList before = m_devList;
+    const int countBefore = m_devList.size();
     QStringList now;
     searchConnectedDevList(now);
-    if (checkMountedUSB(m_mountedDev))
+    followChange(countBefore, now);
+}
+
+// NOLINTEND(performance-unnecessary-value-param)
+
+// udev makes the directory with the first link and removes it with the last.
+void MediaMonitor::keepWatching()
+{
+    const bool watched = !m_watcher->directories().isEmpty();
+    if (!watched)
+        m_watcher->addPath(instrumentPath(kLinkDirectory));
+    QStringList now;
+    const bool present = searchConnectedDevList(now);
+    // Of a disk that went from a watched directory, the notification tells without fail.
+    if (now.size() != m_settledCount && (present || !watched))
+        followChange(m_settledCount, now);
+}
+
+void MediaMonitor::followChange(int countBefore, const QStringList& now)
+{
+    if (checkMountedUSB(m_mountedDev)) {
+        m_settledCount = now.size();
         return;
+    }
     unmount(m_mountedDev);
-    if (now.size() == before.size())
+    if (now.isEmpty())
+        m_settledCount = 0;
+    if (now.size() == countBefore)
         return;
+    m_settledCount = now.size();
     if (now.isEmpty())
         emit detectSignal(kNoDisk);
     else
         mountFirstOf(now);
 }
-
-// NOLINTEND(performance-unnecessary-value-param)
 
 void MediaMonitor::mountFirstOf(const QStringList& devices)
 {

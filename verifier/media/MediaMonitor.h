@@ -18,7 +18,7 @@ class MediaMonitor : public QObject
 
 public:
     /// Cleans up and mounts (see initialize()), then watches "/dev/disk/by-uuid". A directory
-    /// that does not exist at this moment is not watched.
+    /// that does not exist at this moment is watched from the next keepWatching() on.
     explicit MediaMonitor(QObject* parent = nullptr);
 
     /// Unmounts "/mnt" once for every "/mnt" in the mount table, then mounts the first disk
@@ -41,6 +41,13 @@ public:
     /// unless the mount table cannot be read.
     bool checkMountedUSB(QString dev);
 
+    /// Makes up for changes that no notification tells of; to be called every second or so. Where
+    /// "/dev/disk/by-uuid" is not watched (it came after the start, or went with its last link
+    /// and came back), it is watched again, and what came or went meanwhile is handled as by
+    /// directoryChanged(). A disk that is present but was passed over, because a question such
+    /// as searchUSB() had already counted it when the notification came, is mounted.
+    void keepWatching();
+
     /// Whether the disk that was mounted last is present and mounted: ask before writing to it.
     bool searchUSB();
 
@@ -54,9 +61,11 @@ public slots:
     void directoryChanged(QString path);
 
 private:
+    void followChange(int countBefore, const QStringList& now);
     void mountFirstOf(const QStringList& devices);
 
     std::unique_ptr<QFileSystemWatcher> m_watcher;
-    QStringList m_devList; ///< of the last search, and what was mounted since; no duplicates
-    QString m_mountedDev;  ///< passed to mount last; empty at start
+    QStringList m_devList;  ///< of the last search, and what was mounted since; no duplicates
+    QString m_mountedDev;   ///< passed to mount last; empty at start
+    int m_settledCount = 0; ///< devices present when a change was last dealt with
 };
