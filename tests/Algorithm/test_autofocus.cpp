@@ -50,7 +50,7 @@ private slots:
     void deletingTheSequencerDuringARunLeavesNothingBehind();
     void deletingTheSequencerInItsEndIsSafe();
     void theLogNamesEveryStep();
-    void everySampleIsReachedSavedAndReportedInThatOrder();
+    void everySampleIsLoggedReachedSavedAndReportedInThatOrder();
 
     void savedFramesScoreAsTheTableSays();
     void withoutADiskTheRunEndsAndEachFailureIsLoggedOnce();
@@ -333,7 +333,7 @@ void TestAutofocus::theLogNamesEveryStep()
     }
 }
 
-void TestAutofocus::everySampleIsReachedSavedAndReportedInThatOrder()
+void TestAutofocus::everySampleIsLoggedReachedSavedAndReportedInThatOrder()
 {
     QVERIFY(m_rig->putStage(10000));
     m_rig->show(peakAt(9360));
@@ -348,6 +348,11 @@ void TestAutofocus::everySampleIsReachedSavedAndReportedInThatOrder()
             if (parts.first().contains(name))
                 events << name;
     });
+    connect(Controller::getInstance(), &Controller::sig_debug_Controller, sequencer.get(),
+            [&](const QString& line) {
+                if (line.startsWith("$,STM1,MV"))
+                    events << line.section(',', 2, 3);
+            });
     connect(sequencer.get(), &alg_Autofocus::sig_move_z_position, this,
             [&](int z) { events << QString("at %1").arg(z); });
     connect(sequencer.get(), &alg_Autofocus::sig_progress_AutoFocusing, this,
@@ -359,11 +364,13 @@ void TestAutofocus::everySampleIsReachedSavedAndReportedInThatOrder()
     sequencer->process();
     QTRY_VERIFY_WITH_TIMEOUT(events.contains("end 9360"), kEnd_ms);
 
-    QStringList expected;
+    // The log says when a step begins, and then the step is made.
+    const QStringList nextStep{"dispatch_proc", "MVP,640"};
+    QStringList expected{"MVN,4480", "MVP,640"};
     for (int i = 0; i < 15; ++i) {
         expected << "slot_z_stage_moved" << QString("at %1").arg(6160 + 640 * i)
                  << QString("taken, saved %1").arg(i + 1);
-        expected << (i < 14 ? "dispatch_proc" : "review, tables 1");
+        expected << (i < 14 ? nextStep : QStringList{"review, tables 1", "MVN,5760"});
     }
     expected << "slot_z_stage_moved"
              << "at 9360"

@@ -106,9 +106,14 @@ private slots:
     void withoutADiskNothingIsWrittenOrCounted()
     {
         const auto syncs = m_fixture->camera().counters().fileSystemSyncs;
+        // What a disk would be mounted over is a folder like any other.
+        const QDir folder(m_fixture->machinePath("/mnt"));
+        QVERIFY(folder.exists());
+        QVERIFY(folder.isEmpty());
         print();
         expectBox("Error", "Please insert USB disk !!!", QMessageBox::Critical);
         QCOMPARE(m_fixture->camera().counters().fileSystemSyncs, syncs);
+        QCOMPARE(folder.entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
     }
 
     void aFailureKeepsTheNumber()
