@@ -248,6 +248,7 @@ private slots:
 
 private:
     void connectAutofocus(bool on);
+    void enableRunControls(bool on);
     void paintFocusGraph(QPainter& painter);
 
     // ORLA_II_Plus_Verifier_QC.cpp

@@ -12,6 +12,7 @@
 #include "FocusGraph.h"
 #include "WindowStyle.h"
 #include "platform/DebugLog.h"
+#include "settings/GlobalIni.h"
 #include "ui_ORLA_II_Plus_Verifier.h"
 
 namespace {
@@ -40,11 +41,17 @@ void ORLA_II_Plus_Verifier::on_BUTTON_AUTOFOCUS_clicked()
         samples.clear();
     m_reviewBestIndex.fill(0);
 
-    // All that can move the stage or restart the camera; Exit and the consoles stay usable
-    // should the run never end.
-    m_form->TAB_MENU->setEnabled(false);
+    enableRunControls(false);
     QCoreApplication::processEvents();
     m_autofocus->process();
+}
+
+/// All that can move the stage or restart the camera; Exit and the consoles stay usable should
+/// the run never end.
+void ORLA_II_Plus_Verifier::enableRunControls(bool on)
+{
+    m_form->TAB_MENU->setEnabled(on);
+    m_form->BUTTON_CONNECT->setEnabled(on && global_ini()->bZig_mode);
 }
 
 void ORLA_II_Plus_Verifier::connectAutofocus(bool on)
@@ -115,7 +122,7 @@ void ORLA_II_Plus_Verifier::slot_endAutoFocusing(int position_steps)
         m_autofocus->deleteLater();
         m_autofocus = nullptr;
     }
-    m_form->TAB_MENU->setEnabled(true);
+    enableRunControls(true);
     QMessageBox::information(this, kMessageTitle, "Finish AutoFocus !", QMessageBox::Ok);
 }
 

@@ -219,6 +219,29 @@ private slots:
         QCOMPARE(m_fixture->takeBoardLines().mid(0, 2), QStringList({"$,DEVICE,READY,,", "$,STM1,ORIGIN,,"}));
     }
 
+    // A press would home the stage under the sweep.
+    void connectIsLockedDuringARunAndIsWhatItWasAfterwards()
+    {
+        m_fixture->board().withBoard([](Board& board, InstrumentTime) {
+            board.addFault({LineFault::NoAnswer, "MVP", 1});
+        });
+        const QString look = connectButton()->text() + connectButton()->styleSheet();
+        m_fixture->click("BUTTON_AUTOFOCUS");
+        QVERIFY(!m_fixture->isEnabled("TAB_MENU"));
+        QVERIFY(!m_fixture->isEnabled("BUTTON_CONNECT"));
+        // The move that the run waits for is on its way.
+        QVERIFY(
+            m_fixture->waitUntil([this] { return m_fixture->takeBoardLines().contains("$,STM1,MVP,640,"); }));
+        connectButton()->click();
+        QTest::mouseClick(connectButton(), Qt::LeftButton);
+        QTest::keyClick(connectButton(), Qt::Key_Space);
+        QCOMPARE(m_fixture->takeBoardLines(), QStringList());
+        m_fixture->window().slot_endAutoFocusing(0);
+        QVERIFY(m_fixture->isEnabled("TAB_MENU"));
+        QCOMPARE(m_fixture->isEnabled("BUTTON_CONNECT"), kZigMode);
+        QCOMPARE(connectButton()->text() + connectButton()->styleSheet(), look);
+    }
+
     void everyAcknowledgementHomesAndAppliesAgain()
     {
         m_fixture->takeBoardLines();
