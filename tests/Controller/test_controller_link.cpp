@@ -1,3 +1,7 @@
+#include <fcntl.h>
+#include <termios.h>
+
+#include <QDir>
 #include <QSignalSpy>
 #include <QtTest>
 
@@ -13,6 +17,39 @@ QStringList fieldsOf(const Controller& controller)
 {
     const responseInfo_t& info = controller.responseInfo();
     return {info.result, info.target, info.command, info.value};
+}
+
+termios settingsOf(const QByteArray& device)
+{
+    termios settings = {};
+    const FileDescriptor line(::open(device.constData(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    if (::tcgetattr(line.get(), &settings) != 0)
+        qFatal("the line cannot be asked");
+    return settings;
+}
+
+/// Sets a line as a login would leave it, and returns that.
+termios setUpForATerminal(const QByteArray& device)
+{
+    termios settings = settingsOf(device);
+    settings.c_iflag |= ICRNL | IXON;
+    settings.c_oflag |= OPOST | ONLCR;
+    settings.c_lflag |= ISIG | ECHOE;
+    ::cfsetspeed(&settings, B9600);
+    const FileDescriptor line(::open(device.constData(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    if (::tcsetattr(line.get(), TCSANOW, &settings) != 0)
+        qFatal("the line cannot be set");
+    return settingsOf(device);
+}
+
+/// The lock files of the serial port of this path, wherever the system keeps them.
+QStringList portLocks(QString port)
+{
+    const QString name = "LCK.." + port.replace('/', '_');
+    QStringList locks;
+    for (const char* folder : {"/var/lock", "/etc/locks", "/var/spool/locks", "/var/spool/uucp", "/tmp"})
+        locks += QDir(folder).entryList({name}, QDir::Files | QDir::Hidden);
+    return locks;
 }
 
 } // namespace
@@ -172,6 +209,32 @@ private slots:
         QVERIFY(!bench.controller.isSerialPortOpen());
         QVERIFY2(!bench.controller.answers(), "a closed port brings no answers");
         QCOMPARE(connected.count(), 0);
+    }
+
+    // For whoever uses the line next, on the instrument or beside it.
+    void aClosedPortLeavesTheLineAsItWasFound()
+    {
+        ControllerBench bench;
+        const QByteArray device = QFile::encodeName(bench.root.path() + "/dev/ttyS2");
+        const termios found = setUpForATerminal(device);
+        bench.peer.answer(kReady);
+        QVERIFY(bench.controller.trySerialPort());
+        bench.controller.closeSerialPort();
+        QVERIFY(!bench.controller.isSerialPortOpen());
+        QVERIFY(!bench.controller.answers());
+        QCOMPARE(portLocks(device), QStringList());
+        const termios left = settingsOf(device);
+        QCOMPARE(left.c_iflag, found.c_iflag);
+        QCOMPARE(left.c_oflag, found.c_oflag);
+        QCOMPARE(left.c_lflag, found.c_lflag);
+        QCOMPARE(left.c_cflag, found.c_cflag);
+        QCOMPARE(::cfgetospeed(&left), ::cfgetospeed(&found));
+
+        bench.controller.closeSerialPort();
+        bench.peer.answer(kReady);
+        QVERIFY(bench.controller.trySerialPort());
+        QCOMPARE(portLocks(device).size(), 1);
+        bench.controller.closeSerialPort();
     }
 
     // Neither the answer to a command that nobody waits for, nor a port opened without a probe.

@@ -219,6 +219,27 @@ private slots:
         QCOMPARE(m_fixture->takeBoardLines().mid(0, 2), QStringList({"$,DEVICE,READY,,", "$,STM1,ORIGIN,,"}));
     }
 
+    // An "OK" of before is still in the record when the board says nothing any more.
+    void aBoardThatDiedLeavesTheXAndMayBeTriedAgain()
+    {
+        if (!kZigMode)
+            QSKIP("outside Zig mode the button is disabled");
+        QVERIFY(Controller::getInstance()->z_stage_stop());
+        m_fixture->takeBoardLines();
+        m_fixture->board().withBoard([](Board& board, InstrumentTime) {
+            board.addFault({LineFault::NoAnswer, "READY", 1});
+        });
+        m_fixture->click("BUTTON_CONNECT");
+        QCOMPARE(connectButton()->text(), QString("X"));
+        QCOMPARE(m_fixture->style("BUTTON_CONNECT"), QString(kPlain));
+        QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,DEVICE,READY,,"));
+        QVERIFY(m_fixture->isEnabled("BUTTON_CONNECT"));
+        m_fixture->click("BUTTON_CONNECT");
+        QCOMPARE(connectButton()->text(), QString("O"));
+        QCOMPARE(m_fixture->style("BUTTON_CONNECT"), QString(kHighlight));
+        QCOMPARE(m_fixture->takeBoardLines().mid(0, 2), QStringList({"$,DEVICE,READY,,", "$,STM1,ORIGIN,,"}));
+    }
+
     // A press would home the stage under the sweep.
     void connectIsLockedDuringARunAndIsWhatItWasAfterwards()
     {
