@@ -13,7 +13,7 @@
 
 #include "ORLA_II_Plus_Verifier.h"
 #include "ProgramStart.h"
-#include "simulator/QuitOnSignal.h"
+#include "platform/TerminationSignal.h"
 #include "simulator/SimulatedInstrument.h"
 #include "simulator/SimulatorOptions.h"
 #include "simulator/session/Operator.h"
@@ -87,10 +87,13 @@ public:
         m_runner.setLastWords([this](const std::string& what) { report(QString::fromStdString(what)); });
     }
 
-    int run(const QuitOnSignal& signalled)
+    int run(const TerminationSignal& signalled)
     {
         m_window->show();
-        QObject::connect(&signalled, &QuitOnSignal::quitting, &m_hand, &Operator::giveUp);
+        QObject::connect(&signalled, &TerminationSignal::received, &m_hand, [this] {
+            m_hand.giveUp();
+            QCoreApplication::quit();
+        });
         QTimer::singleShot(0, &m_hand, [this] {
             m_runner.runInEventLoop();
             m_runner.expectEnd();
@@ -103,7 +106,7 @@ public:
         m_window.reset();
         m_runner.runAfterEventLoop();
         const bool reported = report({});
-        return signalled.received() ? signalled.exitStatus() : reported ? m_runner.exitStatus() : kFailure;
+        return signalled.isReceived() ? signalled.exitStatus() : reported ? m_runner.exitStatus() : kFailure;
     }
 
 private:
@@ -175,7 +178,8 @@ private:
 
 } // namespace
 
-int runDriven(const SimulatorOptions& options, SimulatedInstrument& instrument, const QuitOnSignal& signalled)
+int runDriven(const SimulatorOptions& options, SimulatedInstrument& instrument,
+              const TerminationSignal& signalled)
 {
     if (!prepareOutDirectory(options.outDirectory)) {
         std::fprintf(stderr, "The directory %s cannot be written.\n", qPrintable(options.outDirectory));

@@ -1,6 +1,6 @@
 #pragma once
 
-class QuitOnSignal;
+class TerminationSignal;
 class SimulatedInstrument;
 struct SimulatorOptions;
 
@@ -9,4 +9,4 @@ struct SimulatorOptions;
 /// options' directory. Returns the process's exit status: 0 only when every step was as it
 /// should be, the signal's status when one stopped it. GUI thread, with an application.
 int runDriven(const SimulatorOptions& options, SimulatedInstrument& instrument,
-              const QuitOnSignal& signalled);
+              const TerminationSignal& signalled);

@@ -4,8 +4,8 @@
 
 #include "ORLA_II_Plus_Verifier.h"
 #include "ProgramStart.h"
+#include "platform/TerminationSignal.h"
 #include "simulator/DrivenRun.h"
-#include "simulator/QuitOnSignal.h"
 #include "simulator/Repetition.h"
 #include "simulator/SimulatedInstrument.h"
 #include "simulator/SimulatorOptions.h"
@@ -13,13 +13,14 @@
 
 namespace {
 
-int runWindow(const QuitOnSignal& signalled)
+int runWindow(const TerminationSignal& signalled)
 {
     logProgramVersion(kSimulatorProgram);
     ORLA_II_Plus_Verifier window;
+    QObject::connect(&signalled, &TerminationSignal::received, &window, &QCoreApplication::quit);
     window.show();
     const int status = QApplication::exec();
-    return signalled.received() ? signalled.exitStatus() : status;
+    return signalled.isReceived() ? signalled.exitStatus() : status;
 }
 
 } // namespace
@@ -67,7 +68,7 @@ int main(int argc, char* argv[])
         std::fprintf(stderr, "%s\n", qPrintable(error));
         return kProgramFailed;
     }
-    const QuitOnSignal signalled;
+    const TerminationSignal signalled(TerminationSignal::Second::EndsTheProcess);
     sockets.listen();
     return driven ? runDriven(options, instrument, signalled) : runWindow(signalled);
 }

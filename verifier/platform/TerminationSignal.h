@@ -1,0 +1,53 @@
+#pragma once
+
+#include <csignal>
+#include <vector>
+
+#include <QObject>
+#include <QSocketNotifier>
+
+/// Tells, from the event loop, that the process was asked from outside to end: SIGTERM of a
+/// service manager, SIGINT of a keyboard, SIGHUP of a terminal that goes away. A signal that
+/// the process was started to ignore (nohup) stays ignored.
+///
+/// What comes before the event loop runs, or while a handler blocks it, is told when the loop
+/// runs again, once. One object at a time, on the GUI thread, made after the application, whose
+/// platform plugin may have handlers of its own: they are back in force when the object goes.
+class TerminationSignal : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// What a second signal does, of the same kind or another.
+    enum class Second {
+        IsAbsorbed,     ///< nothing: the end that is under way is waited for
+        EndsTheProcess, ///< ends it at once if of the same kind, in case a handler blocks
+    };
+
+    explicit TerminationSignal(Second second);
+    ~TerminationSignal() override;
+
+    /// Whether received() has been emitted.
+    bool isReceived() const { return m_number != 0; }
+    /// What a shell reports for a process that the signal ended.
+    int exitStatus() const;
+
+signals:
+    /// A signal has come; emitted for the first one only.
+    void received();
+
+private:
+    struct Handler
+    {
+        int number;
+        struct sigaction before;
+    };
+
+    void takeOver(int number, Second second);
+    void readPipe();
+
+    std::vector<Handler> m_handlers; ///< of the signals taken, to be put back
+    int m_number = 0;                ///< of the signal that came first
+    int m_pipe[2] = {-1, -1};
+    QSocketNotifier* m_notifier = nullptr;
+};
