@@ -17,7 +17,8 @@ int runWindow(const TerminationSignal& signalled)
 {
     logProgramVersion(kSimulatorProgram);
     ORLA_II_Plus_Verifier window;
-    QObject::connect(&signalled, &TerminationSignal::received, &window, &QCoreApplication::quit);
+    QObject::connect(&signalled, &TerminationSignal::received, &window,
+                     &ORLA_II_Plus_Verifier::slot_terminate);
     window.show();
     const int status = QApplication::exec();
     return signalled.isReceived() ? signalled.exitStatus() : status;

@@ -163,6 +163,21 @@ void ORLA_II_Plus_Verifier::markButton(QPushButton* button, bool highlighted)
     button->setStyleSheet(highlighted ? kHighlightStyle : kPlainStyle);
 }
 
+/// Before a step that may block for many seconds: highlights the button and locks the whole
+/// window, so that no press gets in when the events are processed, nor waits for the end.
+void ORLA_II_Plus_Verifier::showBusy(QPushButton* button)
+{
+    markButton(button, true);
+    button->setEnabled(false);
+    disableAndPaint();
+}
+
+void ORLA_II_Plus_Verifier::endBusy(QPushButton* button, const QString& style)
+{
+    button->setStyleSheet(style);
+    button->setEnabled(true);
+}
+
 void ORLA_II_Plus_Verifier::slot_Timer_sync()
 {
     m_mediaMonitor.keepWatching();
@@ -200,22 +215,46 @@ void ORLA_II_Plus_Verifier::on_BUTTON_CONNECT_clicked()
     markButton(m_form->BUTTON_CONNECT, false);
     m_form->BUTTON_CONNECT->setText("X");
     QCoreApplication::processEvents();
-    Controller::getInstance()->trySerialPort();
+    // It would open the port again.
+    if (!m_quitting)
+        Controller::getInstance()->trySerialPort();
 }
 
 void ORLA_II_Plus_Verifier::on_BUTTON_EXIT_clicked()
 {
     logMessage(this, {Q_FUNC_INFO});
     if (QMessageBox::question(this, kMessageTitle, "Are you sure quit ?", QMessageBox::Yes | QMessageBox::No,
-                              QMessageBox::NoButton) != QMessageBox::Yes)
-        return;
+                              QMessageBox::NoButton) == QMessageBox::Yes)
+        shutDown(Q_FUNC_INFO);
+}
 
-    logMessage(this, {Q_FUNC_INFO, "shutdown hardware"});
+void ORLA_II_Plus_Verifier::slot_terminate()
+{
+    logMessage(this, {Q_FUNC_INFO});
+    shutDown(Q_FUNC_INFO);
+}
+
+/// Parks the hardware and ends the event loop, once. The window stays locked: what was pressed
+/// meanwhile is not to be carried out between here and the end.
+void ORLA_II_Plus_Verifier::shutDown(const char* signature)
+{
+    if (m_quitting)
+        return;
+    m_quitting = true;
+    logMessage(this, {signature, "shutdown hardware"});
+    Controller* controller = Controller::getInstance();
+    // A reply or a frame that comes now does not carry on what is waiting for it.
+    controller->setPortListener(false);
+    m_fullSizeTimer->stop();
+    const QString style = m_form->BUTTON_EXIT->styleSheet();
+    showBusy(m_form->BUTTON_EXIT);
     if (!global_ini()->bZig_mode) {
-        Controller::getInstance()->led_off();
-        Controller::getInstance()->z_stage_origin(SERIAL_BLOCKING);
+        controller->led_off();
+        controller->z_stage_origin(SERIAL_BLOCKING);
     }
     stopCamera();
+    controller->closeSerialPort();
+    endBusy(m_form->BUTTON_EXIT, style);
     QCoreApplication::quit();
 }
 
@@ -223,7 +262,13 @@ void ORLA_II_Plus_Verifier::on_BUTTON_PASSWORD_clicked()
 {
     logMessage(this, {Q_FUNC_INFO});
     const QString script = QString("%1%2/set_password.sh").arg(kInstrumentDirectory, kScriptDirectory);
+    showBusy(m_form->BUTTON_PASSWORD);
+    if (m_quitting)
+        return;
     runChildProcess(instrumentPath(script), QStringList());
+    endBusy(m_form->BUTTON_PASSWORD, kPlainStyle);
+    setEnabled(true);
+    repaint();
     QMessageBox::information(this, kMessageTitle, "The serial number has been set as the password!",
                              QMessageBox::Ok);
 }

@@ -65,6 +65,8 @@ public slots:
     void slot_debug_Message(const QStringList& parts);
     /// Shows one line of controller traffic as sent or received.
     void slot_debug_Controller(const QString& line);
+    /// The process was asked from outside to end: as Exit answered with Yes.
+    void slot_terminate();
 
 private slots:
     void on_BUTTON_CONNECT_clicked();
@@ -82,7 +84,10 @@ private:
     void createFrames();
     void connectController();
     void connectQC();
+    void shutDown(const char* signature);
     void disableAndPaint();
+    void showBusy(QPushButton* button);
+    void endBusy(QPushButton* button, const QString& style);
     void markButton(QPushButton* button, bool highlighted);
     template <class Work>
     void runBusy(QPushButton* button, Work work);
@@ -306,6 +311,8 @@ private:
     DebugMessage* m_messageConsole = nullptr;
     DebugController* m_controllerConsole = nullptr;
     int m_consoleState = 0;
+    // Once set, nothing moves the stage, opens a device or begins anything any more.
+    bool m_quitting = false;
     OV5642Camera* m_camera = nullptr;
     GrabThread* m_grabThread = nullptr;
     // 0 VGA, 1 1280, 2 5M; -1 until a camera is started.

@@ -43,7 +43,9 @@ void ORLA_II_Plus_Verifier::on_BUTTON_AUTOFOCUS_clicked()
 
     enableRunControls(false);
     QCoreApplication::processEvents();
-    m_autofocus->process();
+    // The stage that Exit has just parked stays where it is.
+    if (!m_quitting)
+        m_autofocus->process();
 }
 
 /// All that can move the stage or restart the camera; Exit and the consoles stay usable should

@@ -67,6 +67,8 @@ void ORLA_II_Plus_Verifier::stopForSwitch()
 /// that cannot be opened starts it all the same: the view shows what its buffer holds.
 void ORLA_II_Plus_Verifier::openCamera(int mode)
 {
+    if (m_quitting)
+        return;
     m_registerFile = m_stained ? kCusCalibrationFile : kBfnCalibrationFile;
     m_camera->open(mode, m_registerFile, false);
     m_frameWidth_px = m_camera->width();

@@ -5,6 +5,7 @@
 
 #include "ORLA_II_Plus_Verifier.h"
 #include "ProgramStart.h"
+#include "platform/TerminationSignal.h"
 
 namespace {
 
@@ -14,7 +15,7 @@ constexpr const char* kHelp =
     "Usage: orla-verifier [options]\n\n"
     "Verifies and calibrates an image-based cell-counting instrument, full screen on its\n"
     "panel. Without an option the window opens and the instrument's hardware is driven: LED,\n"
-    "stage, camera. Only the window's button Exit ends the program in order.\n\n"
+    "stage, camera. The window's button Exit ends the program in order, and so does SIGTERM.\n\n"
     "Options:\n"
     "  -h, --help, --help-all  shows this text and ends\n"
     "  -v, --version           shows name and version and ends\n\n"
@@ -59,7 +60,11 @@ int main(int argc, char* argv[])
         return kCommandLineWrong;
     }
     logProgramVersion(kProgram);
+    // Before the window: its start takes seconds, and a signal is not to leave the LED on.
+    const TerminationSignal termination(TerminationSignal::Second::IsAbsorbed);
     ORLA_II_Plus_Verifier window;
+    QObject::connect(&termination, &TerminationSignal::received, &window,
+                     &ORLA_II_Plus_Verifier::slot_terminate);
     window.show();
     return application->exec();
 }

@@ -37,6 +37,8 @@ public:
 
     /// Queues the answer to the next box; a box without a queued answer gets its Ok or No.
     void next(QMessageBox::StandardButton button) { m_answers.append(button); }
+    /// From now on boxes stay open, and are not met.
+    void stop() { m_timer.stop(); }
     /// Forgets the boxes met so far.
     void clear() { m_met.clear(); }
     const QVector<MetBox>& met() const { return m_met; }

@@ -1,6 +1,7 @@
-#include <QtTest>
+#include <csignal>
 
 #include <QDir>
+#include <QtTest>
 
 #include "shipped/Expectations.h"
 
@@ -16,6 +17,8 @@ private slots:
     void theBoardIsGreetedHomedAndSetUp();
     void leavingParksTheBoardUnlessInZigMode_data();
     void leavingParksTheBoardUnlessInZigMode();
+    void aSignalFromOutsideParksTheBoardToo_data();
+    void aSignalFromOutsideParksTheBoardToo();
     void noIsNoAndTheCameraGoesOn();
     void stageButtonsSendTheirLineAndShowThePosition();
     void theWindowWaitsForAnAbsoluteMove();
@@ -146,6 +149,39 @@ void TestShippedProgram::leavingParksTheBoardUnlessInZigMode()
     QCOMPARE(program.boardLines(before), parking);
     QCOMPARE(only(program.calls(), "video ").mid(2 + opening(1280, 960).size()), closing(1280, 960)
                                                                                      << "close");
+}
+
+void TestShippedProgram::aSignalFromOutsideParksTheBoardToo_data()
+{
+    QTest::addColumn<QByteArray>("zigMode");
+    QTest::addColumn<bool>("questionOpen");
+    QTest::addColumn<QStringList>("parking");
+    const QStringList parked{"LED4,OFF,,", "STM1,ORIGIN,,"};
+    QTest::newRow("parks") << QByteArray("Off") << false << parked;
+    QTest::newRow("beneath the question of Exit") << QByteArray("Off") << true << parked;
+    QTest::newRow("in Zig mode") << QByteArray("On") << false << QStringList();
+}
+
+// The service manager's way to end the program.
+void TestShippedProgram::aSignalFromOutsideParksTheBoardToo()
+{
+    QFETCH(QByteArray, zigMode);
+    QFETCH(bool, questionOpen);
+    QFETCH(QStringList, parking);
+    ShippedProgram program;
+    program.write(kMainSettings, "[ORLA-III]\nZig%20mode=" + zigMode + '\n');
+    QVERIFY(program.start());
+    QVERIFY(!QDir(program.file("lock")).isEmpty());
+    if (questionOpen)
+        program.boxOf("BUTTON_EXIT");
+    const int before = program.board().lines().size();
+    for (int times = 0; times < 2; ++times)
+        QCOMPARE(::kill(static_cast<pid_t>(program.processId()), SIGTERM), 0);
+    QCOMPARE(program.waitForEnd(), 0);
+    QCOMPARE(program.board().lines(before), parking);
+    QCOMPARE(only(program.calls(), "video ").mid(2 + opening(1280, 960).size()), closing(1280, 960)
+                                                                                     << "close");
+    QVERIFY2(QDir(program.file("lock")).isEmpty(), "the serial port is given back");
 }
 
 void TestShippedProgram::noIsNoAndTheCameraGoesOn()

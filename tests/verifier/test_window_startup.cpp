@@ -326,12 +326,49 @@ private slots:
         expectPasswordBox();
     }
 
+    void thePasswordButtonShowsThatItIsAtWorkAndKeepsPressesOut()
+    {
+        const auto runs = [this] { return m_fixture->tree().passwordRuns().size(); };
+        m_fixture->openTab(2);
+        auto* button = m_fixture->find<QPushButton>("BUTTON_PASSWORD");
+        const int before = runs();
+        m_fixture->takeBoardLines();
+        m_fixture->boxes().clear();
+        EventWatch watch;
+        watch.watch(button);
+        QStringList wrong;
+        watch.atChange([&](const QString& change) {
+            if (change != "paint BUTTON_PASSWORD" || !m_fixture->boxes().met().isEmpty())
+                return;
+            if (runs() == before && (button->isEnabled() || button->styleSheet() != kHighlight))
+                wrong << "painted as free before the script ran";
+        });
+        for (const char* other : {"BUTTON_Z_POSITION", "BUTTON_SAVE_INI", "BUTTON_PASSWORD", "BUTTON_EXIT"})
+            QMetaObject::invokeMethod(m_fixture->find<QPushButton>(other), "click", Qt::QueuedConnection);
+        m_fixture->clearConsoles();
+        QVERIFY(QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_PASSWORD_clicked"));
+        QCOMPARE(wrong, QStringList());
+        const QStringList until = watch.before("enabled BUTTON_PASSWORD");
+        QCOMPARE(until.count("disabled BUTTON_PASSWORD"), 1);
+        QCOMPARE(until.count("turn"), 1);
+        QVERIFY(until.mid(until.indexOf("turn")).contains("paint BUTTON_PASSWORD"));
+        QCOMPARE(runs(), before + 1);
+        QCOMPARE(button->styleSheet(), QString(kPlain));
+        QVERIFY(button->isEnabled());
+        expectPasswordBox();
+        QVERIFY(m_fixture->boxes().met().first().windowWasEnabled);
+        QCOMPARE(m_fixture->takeBoardLines(), QStringList());
+        QCOMPARE(m_fixture->messages(),
+                 QString("void ORLA_II_Plus_Verifier::on_BUTTON_PASSWORD_clicked()() \n"));
+    }
+
     void aMissingPasswordScriptIsNotToldApart()
     {
+        const int before = m_fixture->tree().passwordRuns().size();
         QVERIFY(QFile::remove(m_fixture->machinePath("/opt/ORLA3/bin/set_password.sh")));
         m_fixture->boxes().clear();
         m_fixture->click("BUTTON_PASSWORD");
-        QCOMPARE(m_fixture->tree().passwordRuns().size(), 1);
+        QCOMPARE(m_fixture->tree().passwordRuns().size(), before);
         expectPasswordBox();
     }
 

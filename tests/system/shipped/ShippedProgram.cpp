@@ -246,6 +246,11 @@ int ShippedProgram::exit()
 {
     boxOf("BUTTON_EXIT");
     answer("Yes");
+    return waitForEnd();
+}
+
+int ShippedProgram::waitForEnd()
+{
     const bool ended = m_program.waitForFinished(kAnswerLimit_ms);
     return ended && m_program.exitStatus() == QProcess::NormalExit ? m_program.exitCode() : -1;
 }

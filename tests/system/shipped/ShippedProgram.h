@@ -62,6 +62,8 @@ public:
     QByteArray output() const { return content("debug.log"); }
     /// Presses Exit, then Yes; the exit status, -1 when it does not come to an end.
     int exit();
+    /// Waits for its end; the exit status, -1 when it does not come or is a crash.
+    int waitForEnd();
     qint64 processId() const { return m_program.processId(); }
 
     /// Calls on the devices and files so far, from this one on, without their times.

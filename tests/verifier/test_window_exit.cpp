@@ -1,0 +1,400 @@
+// How the program ends: by Exit, and by a signal from outside. Each case has a window and an
+// event loop of its own.
+
+#include <csignal>
+
+#include <QApplication>
+#include <QDir>
+#include <QProgressBar>
+#include <QRegularExpression>
+#include <QThread>
+#include <QTimer>
+#include <QtTest>
+
+#include "Algorithm/alg_Autofocus.h"
+#include "Controller/Controller.h"
+#include "camera/OV5642Camera.h"
+#include "platform/TerminationSignal.h"
+#include "support/EventWatch.h"
+#include "support/WindowFixture.h"
+
+namespace {
+
+const QString kExitStyle = "background-color: rgb(255, 85, 0);";
+const QString kBusyStyle = "background-color: rgb(0, 170, 255);";
+const QString kQuit = "Are you sure quit ?";
+const QStringList kParking{"$,LED4,OFF,,", "$,STM1,ORIGIN,,"};
+constexpr int kEndless_ms = 60000;
+constexpr int kNeverEnded = 77;
+
+/// The lock files of the serial port of this path, wherever the system keeps them.
+QStringList portLocks(QString port)
+{
+    const QString name = "LCK.." + port.replace('/', '_');
+    QStringList locks;
+    for (const char* folder : {"/var/lock", "/etc/locks", "/var/spool/locks", "/var/spool/uucp", "/tmp"})
+        locks += QDir(folder).entryList({name}, QDir::Files | QDir::Hidden);
+    return locks;
+}
+
+} // namespace
+
+class TestWindowExit : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void cleanup()
+    {
+        m_fixture.reset();
+        m_termination.reset();
+        // Where a case did not get that far.
+        Controller::getInstance()->closeSerialPort();
+    }
+
+    void thePortIsGivenBack_data() { zigRows(); }
+
+    void thePortIsGivenBack()
+    {
+        QFETCH(bool, zigMode);
+        makeWindow(zigMode);
+        const QString port = m_fixture->machinePath("/dev/ttyS2");
+        QCOMPARE(portLocks(port).size(), 1);
+        m_fixture->takeBoardLines();
+        pressExit();
+        QCOMPARE(loop(), 0);
+        QVERIFY(!Controller::getInstance()->isSerialPortOpen());
+        QVERIFY(!Controller::getInstance()->answers());
+        QCOMPARE(portLocks(port), QStringList());
+        QCOMPARE(m_fixture->takeBoardLines(), zigMode ? QStringList() : kParking);
+        QVERIFY(!isStreaming());
+    }
+
+    // The board takes its time, and so do the camera's pauses; all of it is seen.
+    void exitShowsThatItIsAtWork_data() { zigRows(); }
+
+    void exitShowsThatItIsAtWork()
+    {
+        QFETCH(bool, zigMode);
+        makeWindow(zigMode);
+        QCOMPARE(m_fixture->style("BUTTON_EXIT"), kExitStyle);
+        EventWatch watch;
+        watch.watch(m_fixture->find<QWidget>("BUTTON_EXIT"));
+        const auto connection =
+            connect(&m_fixture->window(), &ORLA_II_Plus_Verifier::sig_debug_Message,
+                    [&](const QStringList& parts) { watch.note(parts.mid(0, 2).join(' ')); });
+        const auto traffic = connect(Controller::getInstance(), &Controller::sig_debug_Controller,
+                                     [&](const QString& line) { watch.note(line.trimmed()); });
+        QStringList looks;
+        watch.atChange([&](const QString& change) {
+            if (change.startsWith("paint") || change.startsWith("$"))
+                looks << m_fixture->style("BUTTON_EXIT") +
+                             (m_fixture->isEnabled("BUTTON_EXIT") ? " free" : "");
+        });
+        m_fixture->boxes().next(QMessageBox::Yes);
+        QTimer::singleShot(
+            0, this, [&] { QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_EXIT_clicked"); });
+        QCOMPARE(loop(), 0);
+        disconnect(connection);
+        disconnect(traffic);
+
+        const QString asked = "void ORLA_II_Plus_Verifier::on_BUTTON_EXIT_clicked() shutdown hardware";
+        const QString stop = "void ORLA_II_Plus_Verifier::stopCamera()";
+        const QStringList after = watch.after(asked);
+        const QStringList until = after.mid(0, after.indexOf(zigMode ? stop : kParking.first()));
+        QCOMPARE(until.count("turn"), 1);
+        QCOMPARE(until.first(), QString("disabled BUTTON_EXIT"));
+        QVERIFY2(until.mid(until.indexOf("turn")).contains("paint BUTTON_EXIT"), "it is seen to be at work");
+        QVERIFY(after.contains(stop));
+        QVERIFY2(looks.contains(kBusyStyle), qPrintable(looks.join('\n')));
+        if (!zigMode) {
+            const QStringList lines = after.filter("$,");
+            QCOMPARE(lines.filter(QRegularExpression("^\\$,")), kParking);
+            QVERIFY(after.indexOf(kParking.last()) < after.indexOf(stop));
+        }
+        QCOMPARE(m_fixture->style("BUTTON_EXIT"), kExitStyle);
+        QVERIFY(m_fixture->find<QWidget>("BUTTON_EXIT")->isEnabledTo(&m_fixture->window()));
+    }
+
+    void noAtExitLeavesTheButtonAsItWas()
+    {
+        makeWindow(false);
+        m_fixture->boxes().next(QMessageBox::No);
+        m_fixture->click("BUTTON_EXIT");
+        QCOMPARE(m_fixture->style("BUTTON_EXIT"), kExitStyle);
+        QVERIFY(m_fixture->isEnabled("BUTTON_EXIT"));
+        QVERIFY(Controller::getInstance()->isSerialPortOpen());
+        QVERIFY(m_fixture->waitForFrames(2));
+    }
+
+    // Presses that wait while the program shuts down are not carried out any more.
+    void noPressGetsInBetweenTheAnswerAndTheEnd_data() { zigRows(); }
+
+    void noPressGetsInBetweenTheAnswerAndTheEnd()
+    {
+        QFETCH(bool, zigMode);
+        makeWindow(zigMode);
+        m_fixture->takeBoardLines();
+        QStringList log;
+        connect(&m_fixture->window(), &ORLA_II_Plus_Verifier::sig_debug_Message, this,
+                [&](const QStringList& parts) {
+                    log << parts;
+                    if (!parts.contains("shutdown hardware"))
+                        return;
+                    for (const char* name : {"BUTTON_AUTOFOCUS", "BUTTON_Z_MOVE_PLUS", "BUTTON_CONNECT",
+                                             "BUTTON_RESOLUTION_VGA", "BUTTON_EXIT", "BUTTON_PASSWORD"})
+                        QMetaObject::invokeMethod(m_fixture->find<QPushButton>(name), "click",
+                                                  Qt::QueuedConnection);
+                });
+        pressExit();
+        QCOMPARE(loop(), 0);
+        QCoreApplication::processEvents();
+        disconnect(&m_fixture->window(), nullptr, this, nullptr);
+        QCOMPARE(m_fixture->takeBoardLines(), zigMode ? QStringList() : kParking);
+        QVERIFY(!isStreaming());
+        QVERIFY(!Controller::getInstance()->isSerialPortOpen());
+        QCOMPARE(m_fixture->boxes().texts(), QStringList(kQuit));
+        QCOMPARE(log.filter("_clicked()").size(), 2);
+    }
+
+    // The stage is parked and stays there; the run's own turn of the event loop let Exit in.
+    void aRunDoesNotStartOnceExitWasAnswered()
+    {
+        makeWindow(false);
+        m_fixture->setText("EDIT_Z_POSITION", "31500");
+        m_fixture->takeBoardLines();
+        auto* bar = m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS");
+        bar->setValue(50);
+        m_fixture->boxes().next(QMessageBox::Yes);
+        connect(bar, &QProgressBar::valueChanged, &m_fixture->window(), [this](int value) {
+            if (value == 0)
+                QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_EXIT_clicked",
+                                          Qt::QueuedConnection);
+        });
+        QTimer::singleShot(0, this, [this] { m_fixture->click("BUTTON_AUTOFOCUS"); });
+        QCOMPARE(loop(), 0);
+        QCOMPARE(m_fixture->boxes().texts(), QStringList(kQuit));
+        QCOMPARE(m_fixture->takeBoardLines(), kParking);
+        QVERIFY(!m_fixture->messages().contains("alg_Autofocus::process"));
+        QCOMPARE(m_fixture->board().light().stagePosition_steps, 0.0);
+    }
+
+    // The answer that a run waits for may lie ready when Exit is answered.
+    void aRunThatWaitsIsNotCarriedOnByExit()
+    {
+        makeWindow(false);
+        m_fixture->setText("EDIT_Z_POSITION", "31500");
+        m_fixture->board().withBoard([](Board& board, InstrumentTime) {
+            board.addFault({LineFault::NoAnswer, "MVP", 1});
+        });
+        QTimer::singleShot(0, this, [this] {
+            m_fixture->click("BUTTON_AUTOFOCUS");
+            m_fixture->waitUntil([this] { return m_fixture->takeBoardLines().contains("$,STM1,MVP,640,"); });
+            connect(&m_fixture->window(), &ORLA_II_Plus_Verifier::sig_debug_Message, this,
+                    [this](const QStringList& parts) {
+                        if (parts.contains("shutdown hardware"))
+                            answerAtLast();
+                    });
+            m_fixture->boxes().next(QMessageBox::Yes);
+            m_fixture->click("BUTTON_EXIT");
+        });
+        QCOMPARE(loop(), 0);
+        disconnect(&m_fixture->window(), nullptr, this, nullptr);
+        QCOMPARE(m_fixture->takeBoardLines(), kParking);
+    }
+
+    void aSignalIsTakenAsExitAnsweredWithYes_data()
+    {
+        QTest::addColumn<int>("number");
+        QTest::addColumn<bool>("zigMode");
+        QTest::newRow("SIGTERM") << SIGTERM << false;
+        QTest::newRow("SIGTERM in Zig mode") << SIGTERM << true;
+        QTest::newRow("SIGINT") << SIGINT << false;
+        QTest::newRow("SIGHUP") << SIGHUP << false;
+    }
+
+    void aSignalIsTakenAsExitAnsweredWithYes()
+    {
+        QFETCH(int, number);
+        QFETCH(bool, zigMode);
+        makeWindow(zigMode);
+        m_fixture->takeBoardLines();
+        m_fixture->clearConsoles();
+        QTimer::singleShot(0, this, [number] { ::raise(number); });
+        QCOMPARE(loop(), 0);
+        expectEnded(zigMode ? QStringList() : kParking);
+        QVERIFY(m_fixture->boxes().met().isEmpty());
+        const QString log = m_fixture->messages();
+        const QString head = "void ORLA_II_Plus_Verifier::slot_terminate()() ";
+        QVERIFY2(log.startsWith(head + '\n' + head + "shutdown hardware"), qPrintable(log));
+        QCOMPARE(m_fixture->style("BUTTON_EXIT"), kExitStyle);
+    }
+
+    void aSignalEndsTheProgramBeneathABox_data()
+    {
+        QTest::addColumn<QString>("button");
+        QTest::newRow("question of Exit") << "BUTTON_EXIT";
+        QTest::newRow("critical") << "BUTTON_SKIP_FRAME";
+        QTest::newRow("information") << "BUTTON_PASSWORD";
+    }
+
+    void aSignalEndsTheProgramBeneathABox()
+    {
+        QFETCH(QString, button);
+        makeWindow(false);
+        m_fixture->setText("EDIT_SKIP_FRAME", "0");
+        m_fixture->takeBoardLines();
+        // Nobody answers this box.
+        m_fixture->boxes().stop();
+        bool open = false;
+        QTimer::singleShot(300, this, [&] {
+            open = QApplication::activeModalWidget() != nullptr;
+            ::raise(SIGTERM);
+        });
+        QTimer::singleShot(0, this, [&] { m_fixture->click(qPrintable(button)); });
+        QCOMPARE(loop(), 0);
+        QVERIFY(open);
+        QVERIFY(QApplication::activeModalWidget() == nullptr);
+        expectEnded(kParking);
+    }
+
+    void aSignalDuringABlockingExchangeWaitsForItsEnd()
+    {
+        makeWindow(false);
+        m_fixture->setText("EDIT_Z_DIAGNOSIS", "");
+        m_fixture->takeBoardLines();
+        const auto connection =
+            connect(Controller::getInstance(), &Controller::sig_debug_Controller, [](const QString& line) {
+                if (line.startsWith("$,STM1,SELF_DIAG"))
+                    ::raise(SIGTERM);
+            });
+        QTimer::singleShot(0, this, [this] { m_fixture->click("BUTTON_Z_DIAGNOSIS"); });
+        const int status = loop();
+        disconnect(connection);
+        QCOMPARE(status, 0);
+        expectEnded(QStringList("$,STM1,SELF_DIAG,,") + kParking);
+        QCOMPARE(m_fixture->text("EDIT_Z_DIAGNOSIS"), QString("0"));
+    }
+
+    void moreSignalsChangeNothing()
+    {
+        makeWindow(false);
+        m_fixture->takeBoardLines();
+        const auto connection = connect(Controller::getInstance(), &Controller::sig_debug_Controller, [] {
+            ::raise(SIGTERM);
+            ::raise(SIGINT);
+        });
+        QTimer::singleShot(0, this, [] {
+            for (int i = 0; i < 3; ++i)
+                ::raise(SIGTERM);
+        });
+        const int status = loop();
+        disconnect(connection);
+        QCOMPARE(status, 0);
+        expectEnded(kParking);
+        QCOMPARE(m_fixture->messages().count("shutdown hardware"), 1);
+    }
+
+    void aSignalBeforeTheEventLoopEndsTheProgramAsSoonAsItRuns()
+    {
+        makeWindow(false);
+        m_fixture->takeBoardLines();
+        ::raise(SIGTERM);
+        QCOMPARE(loop(), 0);
+        expectEnded(kParking);
+    }
+
+    // A handler processes events before it begins, and then finds that the end has been asked for.
+    void nothingIsOpenedOnceASignalHasCome_data()
+    {
+        QTest::addColumn<QString>("handler");
+        QTest::addColumn<QString>("button");
+        QTest::newRow("connect") << "on_BUTTON_CONNECT_clicked"
+                                 << "";
+        QTest::newRow("live view again") << "on_BUTTON_QC_CAPTURE_clicked"
+                                         << "BUTTON_QC_CAPTURE";
+        QTest::newRow("password") << "on_BUTTON_PASSWORD_clicked"
+                                  << "";
+        QTest::newRow("autofocus") << "on_BUTTON_AUTOFOCUS_clicked"
+                                   << "";
+        QTest::newRow("origin") << "on_BUTTON_Z_ORIGIN_clicked"
+                                << "";
+    }
+
+    void nothingIsOpenedOnceASignalHasCome()
+    {
+        QFETCH(QString, handler);
+        QFETCH(QString, button);
+        makeWindow(true);
+        if (!button.isEmpty()) {
+            m_fixture->click("BUTTON_RESOLUTION_5M");
+            m_fixture->click(qPrintable(button));
+            QTRY_VERIFY(m_fixture->window().isEnabled());
+            QVERIFY(!isStreaming());
+        }
+        m_fixture->takeBoardLines();
+        QTimer::singleShot(0, this, [&] {
+            ::raise(SIGTERM);
+            QMetaObject::invokeMethod(&m_fixture->window(), qPrintable(handler));
+        });
+        QCOMPARE(loop(), 0);
+        expectEnded({});
+        QCOMPARE(m_fixture->tree().passwordRuns().size(), 0);
+    }
+
+private:
+    static void zigRows()
+    {
+        QTest::addColumn<bool>("zigMode");
+        QTest::newRow("parks") << false;
+        QTest::newRow("Zig mode") << true;
+    }
+
+    void makeWindow(bool zigMode)
+    {
+        WindowFixture::Options options;
+        options.zigMode = zigMode;
+        m_termination = std::make_unique<TerminationSignal>(TerminationSignal::Second::IsAbsorbed);
+        m_fixture = std::make_unique<WindowFixture>(options);
+        connect(m_termination.get(), &TerminationSignal::received, &m_fixture->window(),
+                &ORLA_II_Plus_Verifier::slot_terminate);
+    }
+
+    /// The board sends the answer that it owes, and the line is given the time to bring it.
+    void answerAtLast()
+    {
+        m_fixture->board().withBoard(
+            [](Board& board, InstrumentTime now) { board.sendUnasked("$OK,STM1,MVP,640,\r\n", now); });
+        QThread::msleep(200);
+    }
+
+    bool isStreaming() const { return m_fixture->window().findChild<OV5642Camera*>()->isStreaming(); }
+
+    void pressExit()
+    {
+        m_fixture->boxes().next(QMessageBox::Yes);
+        QTimer::singleShot(0, this, [this] { m_fixture->click("BUTTON_EXIT"); });
+    }
+
+    /// The program's event loop up to its end.
+    static int loop()
+    {
+        QTimer limit;
+        limit.callOnTimeout([] { QCoreApplication::exit(kNeverEnded); });
+        limit.start(kEndless_ms);
+        return QApplication::exec();
+    }
+
+    void expectEnded(const QStringList& lines)
+    {
+        QCOMPARE(m_fixture->takeBoardLines(), lines);
+        QVERIFY(!isStreaming());
+        QVERIFY(!Controller::getInstance()->isSerialPortOpen());
+    }
+
+    std::unique_ptr<TerminationSignal> m_termination;
+    std::unique_ptr<WindowFixture> m_fixture;
+};
+
+QTEST_MAIN(TestWindowExit)
+#include "test_window_exit.moc"
