@@ -87,6 +87,8 @@ void ORLA_II_Plus_Verifier::logSavedQC(const char* signature, const QString& ser
 {
     logMessage(this, {signature, "------> Serial number :", serial});
     const global_ini_t& record = *global_ini();
+    if (isMeasurementWithoutResult(record))
+        logMessage(this, {signature, "[Error] magnification and volume factor not saved: not measured"});
     if (!hasOpticalCalibration(record))
         return;
     logMessage(this, {signature, "------> global_ini()->System.Magnification :",

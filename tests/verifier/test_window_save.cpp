@@ -1,5 +1,6 @@
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <utility>
 
@@ -272,6 +273,38 @@ private slots:
         QVERIFY2(saved.contains("\nSkip%20frame=12\n"), saved);
         QVERIFY2(saved.contains("\nSerial=OR3-07-00042\n"), saved);
         QCOMPARE(m_fixture->messages().contains("global_ini()->System."), !savedFactor.isEmpty());
+    }
+
+    void aMeasurementThatIsNoNumberLeavesTheSavedOneAndIsTold_data()
+    {
+        QTest::addColumn<double>("magnification");
+        QTest::addColumn<double>("factor");
+        const double infinite = std::numeric_limits<double>::infinity();
+        const double none = std::numeric_limits<double>::quiet_NaN();
+        QTest::newRow("equal points") << none << none;
+        QTest::newRow("points too close") << infinite << 0.0;
+        QTest::newRow("infinite factor") << 3.5 << infinite;
+        QTest::newRow("minus infinite") << -infinite << -infinite;
+        QTest::newRow("factor no number") << 3.5 << none;
+        QTest::newRow("magnification no number") << none << 0.5;
+    }
+
+    void aMeasurementThatIsNoNumberLeavesTheSavedOneAndIsTold()
+    {
+        QFETCH(double, magnification);
+        QFETCH(double, factor);
+        global_ini()->System = {magnification, factor};
+        global_ini()->Skip_frame = 12;
+        save(kQC);
+        expectSavedBox();
+        const QByteArray saved = m_folder->content(kMainSettingsFile);
+        QVERIFY2(saved.contains("\nMagnification=3.5\n") && !saved.contains("Volume"), saved);
+        QVERIFY2(saved.contains("\nSkip%20frame=12\n"), saved);
+        QVERIFY(!m_fixture->messages().contains("global_ini()->System."));
+        QVERIFY2(
+            m_fixture->messages().contains("void ORLA_II_Plus_Verifier::set_INI_value(QSettings&)() [Error] "
+                                           "magnification and volume factor not saved: not measured \n"),
+            qPrintable(m_fixture->messages()));
     }
 
     void missingFilesAreCreated()

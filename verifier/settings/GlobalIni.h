@@ -19,8 +19,8 @@ struct global_ini_t
     int Z_reference;        ///< motor steps
     struct
     {
-        double Magnification; ///< 0 until measured
-        double Volume_factor; ///< 0 until measured
+        double Magnification; ///< 0 until measured; no number after a measurement without points
+        double Volume_factor; ///< the same
     } System;
     bool bZig_mode; ///< Connect is usable, and Exit leaves the instrument unparked
     int Skip_frame; ///< 1..30, used by the instrument's cell counting

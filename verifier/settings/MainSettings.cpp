@@ -73,7 +73,13 @@ void saveMainSettings(QSettings& settings, const global_ini_t& record, int tab,
 
 bool hasOpticalCalibration(const global_ini_t& record)
 {
-    return record.System.Magnification != 0 && record.System.Volume_factor != 0;
+    return record.System.Magnification != 0 && record.System.Volume_factor != 0 &&
+           !isMeasurementWithoutResult(record);
+}
+
+bool isMeasurementWithoutResult(const global_ini_t& record)
+{
+    return !std::isfinite(record.System.Magnification) || !std::isfinite(record.System.Volume_factor);
 }
 
 double savedMagnification(const global_ini_t& record)

@@ -24,8 +24,12 @@ MainSettingsTexts loadMainSettings(QSettings& settings, global_ini_t& record);
 void saveMainSettings(QSettings& settings, const global_ini_t& record, int tab,
                       const MainSettingsTexts& texts);
 
-/// Whether magnification and volume factor are both known: saved together or not at all.
+/// Whether magnification and volume factor were both measured, neither of them being 0,
+/// infinite or not-a-number: saved together or not at all.
 bool hasOpticalCalibration(const global_ini_t& record);
+
+/// Whether the last measurement gave infinities or not-a-number, as one without points does.
+bool isMeasurementWithoutResult(const global_ini_t& record);
 
 /// The record's value as it is saved: rounded to 4 decimals, half away from zero.
 double savedMagnification(const global_ini_t& record);
