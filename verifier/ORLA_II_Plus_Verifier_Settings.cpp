@@ -55,6 +55,7 @@ void ORLA_II_Plus_Verifier::apply_INI_value()
 void ORLA_II_Plus_Verifier::on_BUTTON_SAVE_INI_clicked()
 {
     logMessage(this, {Q_FUNC_INFO});
+    settleTypedNumbers();
     SafeSettingsFile file(m_settingsFile);
     set_INI_value(file.settings());
     // A failure is in the log; the box only says that Save is over.

@@ -32,6 +32,14 @@ void ORLA_II_Plus_Verifier::queryStagePosition()
     showStagePosition(Controller::getInstance()->z_stage_pos());
 }
 
+/// Takes the numbers that stand in the boxes, one out of range as the nearest within. The
+/// buttons take no focus, so that a box is not told that typing is over.
+void ORLA_II_Plus_Verifier::settleTypedNumbers()
+{
+    m_form->SPIN_Z_STEP->interpretText();
+    m_form->SPIN_Z_SPEED->interpretText();
+}
+
 void ORLA_II_Plus_Verifier::on_SPIN_Z_STEP_valueChanged(int steps)
 {
     global_ini()->Z_step = steps;
@@ -51,6 +59,7 @@ void ORLA_II_Plus_Verifier::on_BUTTON_Z_POSITION_clicked()
 void ORLA_II_Plus_Verifier::on_BUTTON_Z_MOVE_PLUS_clicked()
 {
     logMessage(this, {Q_FUNC_INFO});
+    settleTypedNumbers();
     Controller* controller = Controller::getInstance();
     if (controller->z_stage_mvp(SERIAL_BLOCKING, global_ini()->Z_step))
         showStagePosition(controller->m_zStagePosition);
@@ -59,6 +68,7 @@ void ORLA_II_Plus_Verifier::on_BUTTON_Z_MOVE_PLUS_clicked()
 void ORLA_II_Plus_Verifier::on_BUTTON_Z_MOVE_MINUS_clicked()
 {
     logMessage(this, {Q_FUNC_INFO});
+    settleTypedNumbers();
     Controller* controller = Controller::getInstance();
     if (!controller->z_stage_mvn(SERIAL_BLOCKING, global_ini()->Z_step))
         return;
@@ -72,12 +82,14 @@ void ORLA_II_Plus_Verifier::on_BUTTON_Z_MOVE_MINUS_clicked()
 void ORLA_II_Plus_Verifier::on_BUTTON_Z_ROTATE_PLUS_pressed()
 {
     logMessage(this, {Q_FUNC_INFO});
+    settleTypedNumbers();
     Controller::getInstance()->z_stage_rop(m_form->SPIN_Z_SPEED->value());
 }
 
 void ORLA_II_Plus_Verifier::on_BUTTON_Z_ROTATE_MINUS_pressed()
 {
     logMessage(this, {Q_FUNC_INFO});
+    settleTypedNumbers();
     Controller::getInstance()->z_stage_ron(m_form->SPIN_Z_SPEED->value());
 }
 

@@ -140,6 +140,55 @@ private slots:
         QCOMPARE(global_ini()->Z_speed, 10);
     }
 
+    void aTypedNumberBelowTheRangeIsPutRightBeforeItActs_data()
+    {
+        QTest::addColumn<QString>("box");
+        QTest::addColumn<QString>("button");
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QString>("shown");
+        QTest::addColumn<QString>("line");
+        const auto row = [](const char* box, const char* button, const char* typed, const char* shown,
+                            const char* line) {
+            QTest::addRow("%s, typed \"%s\"", button, typed)
+                << QString(box) << QString(button) << QString(typed) << QString(shown) << QString(line);
+        };
+        row("SPIN_Z_STEP", "BUTTON_Z_MOVE_PLUS", "5", "10", "$,STM1,MVP,10,");
+        row("SPIN_Z_STEP", "BUTTON_Z_MOVE_PLUS", "", "10", "$,STM1,MVP,10,");
+        row("SPIN_Z_STEP", "BUTTON_Z_MOVE_PLUS", "0640", "640", "$,STM1,MVP,640,");
+        row("SPIN_Z_STEP", "BUTTON_Z_MOVE_MINUS", "9", "10", "$,STM1,MVN,10,");
+        row("SPIN_Z_SPEED", "BUTTON_Z_ROTATE_PLUS", "3", "10", "$,STM1,ROP,10,");
+        row("SPIN_Z_SPEED", "BUTTON_Z_ROTATE_MINUS", "", "10", "$,STM1,RON,10,");
+    }
+
+    void aTypedNumberBelowTheRangeIsPutRightBeforeItActs()
+    {
+        QFETCH(QString, box);
+        QFETCH(QString, button);
+        QFETCH(QString, typed);
+        QFETCH(QString, shown);
+        QFETCH(QString, line);
+        type(box, typed);
+        m_fixture->press(qPrintable(button));
+        m_fixture->release(qPrintable(button));
+        QCOMPARE(m_fixture->find<QSpinBox>(qPrintable(box))->text(), shown);
+        QCOMPARE(m_fixture->takeBoardLines().first(), line);
+        const bool isStep = box == "SPIN_Z_STEP";
+        QCOMPARE(isStep ? global_ini()->Z_step : global_ini()->Z_speed, shown.toInt());
+    }
+
+    void whatIsSavedIsWhatTheBoxesShow()
+    {
+        type("SPIN_Z_STEP", "5");
+        type("SPIN_Z_SPEED", "4");
+        m_fixture->click("BUTTON_SAVE_INI");
+        QCOMPARE(m_fixture->find<QSpinBox>("SPIN_Z_STEP")->text(), QString("10"));
+        QCOMPARE(m_fixture->find<QSpinBox>("SPIN_Z_SPEED")->text(), QString("10"));
+        QFile file(m_fixture->machinePath("/root/Orla2/Orla2.ini"));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray saved = file.readAll();
+        QVERIFY2(saved.contains("Step=10\n") && saved.contains("Speed=10\n"), saved);
+    }
+
     void theSpeedIsStored()
     {
         m_fixture->find<QSpinBox>("SPIN_Z_SPEED")->setValue(500);
@@ -493,6 +542,17 @@ private:
         QString style;
         bool enabled = true;
     };
+
+    /// Puts a text in the place of a spin box's number, key by key, and leaves it there.
+    void type(const QString& box, const QString& text)
+    {
+        auto* spin = m_fixture->find<QSpinBox>(qPrintable(box));
+        spin->setFocus();
+        spin->selectAll();
+        QTest::keyClick(spin, Qt::Key_Delete);
+        QTest::keyClicks(spin, text);
+        QCOMPARE(spin->text(), text);
+    }
 
     /// How a busy button looks at the moment when its command goes out.
     Look lookDuring(const char* button, const QString& command)
