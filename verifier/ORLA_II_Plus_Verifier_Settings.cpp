@@ -40,7 +40,9 @@ void ORLA_II_Plus_Verifier::apply_INI_value()
     const global_ini_t& record = *global_ini();
     m_form->EDIT_LED->setText(QString::number(record.LED_brightness));
     Controller::getInstance()->led_brightness(record.LED_brightness);
-    enableLedSteps(record.LED_brightness);
+    // The steps of an LED that is switched off stay locked.
+    if (!m_form->BUTTON_LED->isChecked())
+        enableLedSteps(record.LED_brightness);
 
     m_form->SPIN_Z_STEP->setValue(record.Z_step);
     {

@@ -2,6 +2,8 @@
 
 #include "ORLA_II_Plus_Verifier.h"
 
+#include <algorithm>
+
 #include "Controller/Controller.h"
 #include "camera/OV5642Camera.h"
 #include "platform/DebugLog.h"
@@ -140,8 +142,10 @@ void ORLA_II_Plus_Verifier::stepLED(SettingStep step)
     if (level > 0 || !down) {
         const unsigned int from = level > 0 ? static_cast<unsigned int>(level) : 0u;
         if (const auto stepped = steppedValue(from, step, kLedCoarseStep, kLedMaximum)) {
-            level = static_cast<int>(*stepped);
-            set_LED(*stepped);
+            // Down from a level beyond the range, typed without Return, ends at most at its top.
+            const unsigned int sent = std::min(*stepped, kLedMaximum);
+            level = static_cast<int>(sent);
+            set_LED(sent);
         }
     }
     enableLedSteps(level);

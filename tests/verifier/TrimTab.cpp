@@ -67,6 +67,8 @@ void TrimTab::reset()
     window().set_LED(225);
     for (const Family& f : kFamilies)
         enableAll(f);
+    for (const char* widget : kLedWidgets)
+        m_fixture->find<QWidget>(widget)->setEnabled(true);
     m_fixture->openTab(1);
     m_fixture->clearConsoles();
     m_fixture->takeBoardLines();

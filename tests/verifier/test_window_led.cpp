@@ -82,6 +82,13 @@ private slots:
         row("COARSE_DOWN", 9, 0);
         row("COARSE_DOWN", 1, 0);
         row("COARSE_DOWN", 0, kNothing);
+        // Typed without Return: nothing that the board refuses is sent.
+        row("FINE_DOWN", 1001, 1000);
+        row("FINE_DOWN", 1002, 1000);
+        row("FINE_DOWN", 99999, 1000);
+        row("COARSE_DOWN", 1005, 995);
+        row("COARSE_DOWN", 1010, 1000);
+        row("COARSE_DOWN", 1500, 1000);
     }
 
     void aPressStepsTheLevel()
@@ -151,6 +158,21 @@ private slots:
         QCOMPARE(tab()->takeBoardLines(), QStringList("$,LED4,ON,,"));
         QVERIFY(tab()->board().light().ledOn);
         QCOMPARE(tab()->board().light().ledLevel, 225);
+        for (const char* widget : kLedWidgets)
+            QVERIFY2(tab()->isEnabled(widget), widget);
+    }
+
+    void aDarkLedStaysLockedWhenTheBoardIsConnectedAnew()
+    {
+        tab()->click("BUTTON_LED");
+        tab()->takeBoardLines();
+        QVERIFY(QMetaObject::invokeMethod(Controller::getInstance(), "sig_connected_controller"));
+        QCOMPARE(tab()->takeBoardLines().filter("BRT"), QStringList("$,LED4,BRT,225,"));
+        QVERIFY(tab()->find<QPushButton>("BUTTON_LED")->isChecked());
+        for (const char* widget : kLedWidgets)
+            QVERIFY2(!tab()->isEnabled(widget), widget);
+
+        tab()->click("BUTTON_LED");
         for (const char* widget : kLedWidgets)
             QVERIFY2(tab()->isEnabled(widget), widget);
     }
