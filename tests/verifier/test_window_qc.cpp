@@ -20,6 +20,7 @@ namespace {
 
 constexpr SlidePoint kDots[] = {{800.3, 900.6}, {1800.2, 930.4}};
 constexpr int kFullSizeDelay_ms = 2500;
+constexpr QRect kBelowTheNotice(0, 80, 640, 400);
 constexpr const char* kMainFile = "/opt/ORLA3/conf/ORLA3.ini";
 
 constexpr const char* kControls[] = {"CHECK_TARGET", "BUTTON_POINT_1", "BUTTON_POINT_2", "BUTTON_QC_MEASURE"};
@@ -266,6 +267,11 @@ private slots:
         QVERIFY(m_fixture->window().isEnabled());
         compareControls({true, false, false, true});
         QVERIFY(m_fixture->messages().contains("[Error] no 5M frame"));
+        // Nor does what the live view showed last shine through.
+        const QImage view = m_fixture->window().grab(kBelowTheNotice).toImage();
+        QImage plain(view.size(), view.format());
+        plain.fill(m_fixture->window().palette().color(QPalette::Window));
+        QCOMPARE(view, plain);
         expectNoCell();
 
         m_fixture->camera().faults().clear();

@@ -47,6 +47,8 @@ QC_measure::QC_measure(QWidget* parent) : QFrame(parent), m_imageSize(kFrameWidt
 {
     qRegisterMetaType<MeasureInfo_t>("MeasureInfo_t");
     qRegisterMetaType<TargetingError_e>("TargetingError_e");
+    // What lies below, a live view at its dearest, is not painted.
+    setAttribute(Qt::WA_OpaquePaintEvent);
     m_navigation.setNavigationColor(255, 255, 0);
     m_navigation.setNavigationSize(kNavigatorWidth_px, kNavigatorHeight_px);
     m_navigation.setImageSize(kFrameWidth_px, kFrameHeight_px);
@@ -78,7 +80,6 @@ void QC_measure::dropFrame()
 {
     m_image.reset();
     m_bitsPerPixel = 0;
-    setAttribute(Qt::WA_OpaquePaintEvent, false);
     update();
 }
 
@@ -122,9 +123,12 @@ void QC_measure::showOffset(QPoint offset)
 
 void QC_measure::paintEvent(QPaintEvent*)
 {
+    QPainter painter(this);
+    // Nothing of an older picture below may be taken for the frozen one.
+    if (!m_image || !m_picture.rect().contains(rect()))
+        painter.fillRect(rect(), window()->palette().window());
     if (!m_image)
         return;
-    QPainter painter(this);
     painter.save();
     if (m_scale >= 1.0)
         painter.scale(m_scale, m_scale);
@@ -188,8 +192,6 @@ void QC_measure::makePicture()
     const QImage frame(m_image.get(), m_imageSize.width(), m_imageSize.height(),
                        m_imageSize.width() * kBytesPerPixel, QImage::Format_RGB888);
     m_picture = QPixmap::fromImage(frame);
-    // What lies below, a live view of the same frame at its dearest, is then not painted.
-    setAttribute(Qt::WA_OpaquePaintEvent, m_picture.rect().contains(rect()));
     m_markedAreas.clear();
 }
 

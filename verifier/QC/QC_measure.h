@@ -38,7 +38,7 @@ public:
 
     /// Stores a copy of a frame of 2592 x 1944 pixels, RGB24, rows without padding
     /// (15,116,544 bytes), and shows its top left corner. The measurement points stay.
-    /// A null pointer takes the frame away: nothing is shown, and no cell is found.
+    /// A null pointer takes the frame away: the window's colour is shown, and no cell is found.
     void setImageData(unsigned char* rgb);
     /// Sets the image size in pixels, here and in the navigator.
     void setImageSize(unsigned int width, unsigned int height);
