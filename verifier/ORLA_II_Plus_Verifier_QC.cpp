@@ -20,12 +20,17 @@ namespace {
 /// What the sensor needs after a switch to 5M until it delivers full-size frames.
 constexpr int kFullSizeDelay_ms = 2500;
 
-/// Waits until a running grab thread has a whole frame in its buffer, which takes it at most
-/// a round and a conversion: it then leaves the buffer alone until the next repaint.
-void waitForDelivery(const GrabThread* grabThread)
+/// Has a running grab thread fill its buffer with the frame of now and waits for it, at most
+/// a round and two conversions. Elsewhere a repaint of the live view asks for the next frame.
+/// Under the frozen frame and behind the graph none comes: the buffer would keep the frame
+/// that was the newest when the camera started, none at all.
+void fetchNewestFrame(GrabThread* grabThread)
 {
     constexpr unsigned long kPause_ms = 1;
-    while (grabThread != nullptr && !grabThread->frameDelivered())
+    if (grabThread == nullptr || !grabThread->isRunning())
+        return;
+    grabThread->grab();
+    while (grabThread->isRunning() && !grabThread->frameDelivered())
         QThread::msleep(kPause_ms);
 }
 
@@ -170,7 +175,7 @@ void ORLA_II_Plus_Verifier::on_BUTTON_INTENSITY_clicked()
 {
     logMessage(this, {Q_FUNC_INFO});
     Q_ASSERT(m_cameraMode >= 0); // the constructor starts the camera before anything is pressed
-    waitForDelivery(m_grabThread);
+    fetchNewestFrame(m_grabThread);
     float red = 0.0F;
     float green = 0.0F;
     float blue = 0.0F;

@@ -7,6 +7,7 @@
 #include <QElapsedTimer>
 #include <QLineEdit>
 #include <QSettings>
+#include <QSpinBox>
 #include <QtTest>
 
 #include "QC/CalibrationFrame.h"
@@ -684,6 +685,49 @@ private slots:
         QVERIFY(found(1));
     }
 
+    void theIntensityIsTheOneOfNowWhateverCoversTheLiveView_data()
+    {
+        QTest::addColumn<QString>("cover");
+        QTest::newRow("frozen frame") << "frozen frame";
+        QTest::newRow("message console") << "1";
+        QTest::newRow("controller console") << "2";
+        QTest::newRow("graph") << "3";
+    }
+
+    void theIntensityIsTheOneOfNowWhateverCoversTheLiveView()
+    {
+        QFETCH(QString, cover);
+        const bool frozen = cover == "frozen frame";
+        if (frozen) {
+            QVERIFY(m_qc->freeze());
+        } else {
+            m_fixture->find<QSpinBox>("SPIN_DEBUG")->setValue(cover.toInt());
+            m_fixture->click("BUTTON_DEBUG");
+        }
+        // The camera starts anew under the cover: no repaint asks for a second frame.
+        m_fixture->click("BUTTON_RESOLUTION_1280");
+        QVERIFY(waitForDeliveries(3));
+        const double lit = measuredGreen();
+        m_fixture->window().set_LED(0);
+        QVERIFY(waitForDeliveries(6));
+        const double dark = measuredGreen();
+        m_fixture->window().set_LED(225);
+        if (!frozen)
+            m_fixture->click("BUTTON_DEBUG");
+        QVERIFY2(lit > 150.0 && dark < 20.0, qPrintable(QString("%1 and %2").arg(lit).arg(dark)));
+    }
+
+    void theIntensityOfACameraThatCannotBeOpenedDoesNotHang()
+    {
+        m_fixture->camera().faults().enable("ioctl:VIDIOC_S_FMT:EIO");
+        m_fixture->click("BUTTON_RESOLUTION_1280");
+        QVERIFY(!camera().isStreaming());
+        m_fixture->setText("EDIT_INTENSITY_GREEN", "");
+        m_fixture->click("BUTTON_INTENSITY");
+        QVERIFY(!m_fixture->text("EDIT_INTENSITY_GREEN").isEmpty());
+        QVERIFY(m_fixture->window().isEnabled());
+    }
+
     /// Last, because an event loop that has been left once stays so.
     void theProgramCanBeLeftWhileAFrameIsWaitedFor()
     {
@@ -768,6 +812,19 @@ private:
         m_qc->findPoint(0);
         QCOMPARE(m_fixture->boxes().texts(), QStringList("Cell not detected !"));
         QVERIFY(m_fixture->window().isEnabled());
+    }
+
+    /// Waits for frames of the device, whether they are painted or not.
+    bool waitForDeliveries(unsigned count)
+    {
+        const auto target = m_fixture->camera().counters().framesDelivered + count;
+        return m_fixture->waitUntil([&] { return m_fixture->camera().counters().framesDelivered >= target; });
+    }
+
+    double measuredGreen()
+    {
+        m_fixture->click("BUTTON_INTENSITY");
+        return m_fixture->text("EDIT_INTENSITY_GREEN").toDouble();
     }
 
     bool found(int index)
