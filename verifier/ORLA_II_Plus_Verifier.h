@@ -316,7 +316,8 @@ private:
     bool m_quitting = false;
     OV5642Camera* m_camera = nullptr;
     GrabThread* m_grabThread = nullptr;
-    // 0 VGA, 1 1280, 2 5M; -1 until a camera is started.
+    // 0 VGA, 1 1280, 2 5M; -1 until the constructor starts the camera, when only a repaint
+    // can come: no handler meets it.
     int m_cameraMode = -1;
     // False NTB, true TB.
     bool m_stained = false;

@@ -95,11 +95,6 @@ void ORLA_II_Plus_Verifier::switchStaining(bool stained)
     markButton(m_form->BUTTON_STAINING_NTB, !stained);
     markButton(m_form->BUTTON_STAINING_TB, stained);
     m_stained = stained;
-    if (m_cameraMode < 0) {
-        // No mode chosen yet: the one that the program starts with.
-        switchResolution(kMode1280);
-        return;
-    }
     openCamera(m_cameraMode);
     setEnabled(true);
 }

@@ -1,3 +1,4 @@
+#include <QApplication>
 #include <QCheckBox>
 #include <QMouseEvent>
 #include <QPainter>
@@ -27,6 +28,33 @@ struct PaintWatcher : QObject
     QRegion painted;
 };
 
+QtMessageHandler messageHandlerBefore = nullptr;
+QImage viewBeforeTheStart;
+
+/// Takes a picture of the window, without what lies on it, from within its constructor: the
+/// only time at which everything stands and no camera has been started.
+void lookBeforeTheCameraStarts(QtMsgType type, const QMessageLogContext& context, const QString& text)
+{
+    if (viewBeforeTheStart.isNull() && text.contains("on_BUTTON_RESOLUTION_1280_clicked()")) {
+        QImage view(640, 480, QImage::Format_RGB32);
+        view.fill(Qt::magenta);
+        for (QWidget* window : QApplication::topLevelWidgets()) {
+            auto* cross = window->findChild<QCheckBox*>("CHECK_CROSS_LINE");
+            auto* scaled = window->findChild<QCheckBox*>("CHECK_SCALED_TO_FIT");
+            if (cross == nullptr || scaled == nullptr)
+                continue;
+            // With every mark that is painted beside the picture.
+            cross->setChecked(true);
+            scaled->setChecked(false);
+            window->render(&view, QPoint(), QRegion(0, 0, 640, 480), QWidget::DrawWindowBackground);
+            cross->setChecked(false);
+            scaled->setChecked(true);
+        }
+        viewBeforeTheStart = view;
+    }
+    messageHandlerBefore(type, context, text);
+}
+
 } // namespace
 
 class TestWindowLiveView : public QObject
@@ -34,7 +62,12 @@ class TestWindowLiveView : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { m_fixture = std::make_unique<WindowFixture>(); }
+    void initTestCase()
+    {
+        messageHandlerBefore = qInstallMessageHandler(lookBeforeTheCameraStarts);
+        m_fixture = std::make_unique<WindowFixture>();
+        qInstallMessageHandler(messageHandlerBefore);
+    }
 
     void cleanupTestCase() { m_fixture.reset(); }
 
@@ -44,6 +77,14 @@ private slots:
         setChecked("CHECK_SCALED_TO_FIT", false);
         setChecked("CHECK_SCALED_TO_FIT", true); // resets the view offset
         setChecked("CHECK_CROSS_LINE", false);
+    }
+
+    void beforeACameraIsStartedTheViewIsBare()
+    {
+        QImage bare(viewBeforeTheStart.size(), QImage::Format_RGB32);
+        QCOMPARE(bare.size(), QSize(640, 480));
+        bare.fill(m_fixture->window().palette().color(QPalette::Window));
+        QCOMPARE(viewBeforeTheStart, bare);
     }
 
     void aFrameIsPaintedOverAndOver() { QVERIFY(m_fixture->waitForFrames(5)); }
