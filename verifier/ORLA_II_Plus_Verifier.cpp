@@ -77,6 +77,7 @@ ORLA_II_Plus_Verifier::ORLA_II_Plus_Verifier(QWidget* parent)
 
     setState_QC_widget(QC_WIDGET_HIDDEN);
     connectQC();
+    createNotice();
 }
 
 ORLA_II_Plus_Verifier::~ORLA_II_Plus_Verifier()

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include <QElapsedTimer>
 #include <QMainWindow>
 #include <QPixmap>
 #include <QPoint>
@@ -12,6 +13,7 @@
 #include <QStringList>
 
 #include "Algorithm/AutoFocusingData.h"
+#include "NoticeLines.h"
 #include "QC/QC_measure.h"
 #include "RegisterSteps.h"
 #include "media/MediaMonitor.h"
@@ -19,6 +21,7 @@
 class DebugController;
 class DebugMessage;
 class GrabThread;
+class LiveViewNotice;
 class OV5642Camera;
 class QLineEdit;
 class QPainter;
@@ -228,6 +231,13 @@ private:
     void paintNavigator(QPainter& painter);
     void paintCrossLine(QPainter& painter);
 
+    // ORLA_II_Plus_Verifier_Notice.cpp: what the instrument is missing
+private slots:
+    void refreshNotice();
+
+private:
+    void createNotice();
+
     // ORLA_II_Plus_Verifier_Capture.cpp: TIFF capture, screenshot, skip frame
 protected:
     void keyPressEvent(QKeyEvent* event) override;
@@ -345,6 +355,12 @@ private:
     QString m_settingsFile;
     // 1 while a frame is frozen, or about to be.
     std::int32_t m_QC_mode = 0;
+    // True from a capture that found no 5M frame to freeze until the live view is back.
+    bool m_fullSizeFrameMissing = false;
     // Runs from a capture in a smaller mode until the 5M frame is frozen.
     QTimer* m_fullSizeTimer = nullptr;
+
+    LiveViewNotice* m_notice = nullptr;
+    FrameWatch m_frameWatch;
+    QElapsedTimer m_noticeClock;
 };

@@ -82,12 +82,14 @@ void ORLA_II_Plus_Verifier::slot_prepare_QC_measure()
 {
     m_form->BUTTON_QC_CAPTURE->setText("Live");
     unsigned char* frame = m_camera->mode() == kMode5M ? m_camera->getFrame() : nullptr;
-    if (frame == nullptr)
+    m_fullSizeFrameMissing = frame == nullptr;
+    if (m_fullSizeFrameMissing)
         logMessage(this, {Q_FUNC_INFO, "[Error] no 5M frame"});
     m_form->QC_MEASURE->setImageData(frame);
     m_form->QC_MEASURE->setTargetingMode(false);
     stopCamera();
     setState_QC_widget(QC_WIDGET_POINTS);
+    refreshNotice();
     setEnabled(true);
 }
 
@@ -100,6 +102,8 @@ void ORLA_II_Plus_Verifier::leaveQC()
     stopForSwitch();
     openCamera(m_cameraMode);
     setState_QC_widget(QC_WIDGET_HIDDEN);
+    m_fullSizeFrameMissing = false;
+    refreshNotice();
     setEnabled(true);
 }
 

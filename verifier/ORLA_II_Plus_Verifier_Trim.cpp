@@ -41,6 +41,7 @@ void ORLA_II_Plus_Verifier::setSensorSetting(SensorSetting setting, unsigned int
     const int column = sensorSettingInfo(setting).column;
     m_camera->set(g_RegIdx[column], high);
     m_camera->set(g_RegIdx[column + 1], low);
+    refreshNotice();
 
     Q_ASSERT(m_cameraMode >= 0); // the constructor starts the camera before anything is trimmed
     auto& table = m_stained ? global_ini()->CUS_reg : global_ini()->BFN_reg;
@@ -113,6 +114,7 @@ void ORLA_II_Plus_Verifier::getCamera_reg()
         widgets.edit->setText(QString::asprintf("0x%02X%02X", high, low));
         enableSteps(widgets, stepsEnabledAfterRead(high * 256u + low, info.maximum));
     }
+    refreshNotice();
 }
 
 void ORLA_II_Plus_Verifier::set_LED(unsigned int level)

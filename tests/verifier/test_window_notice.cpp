@@ -1,0 +1,349 @@
+#include <memory>
+
+#include <QCheckBox>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QPaintEvent>
+#include <QSpinBox>
+#include <QWindow>
+#include <QtTest>
+
+#include "camera/OV5642Camera.h"
+#include "support/LayoutChecks.h"
+#include "support/WindowFixture.h"
+
+namespace {
+
+const QRect kView(0, 0, 640, 480);
+/// Black on white is 21.
+constexpr double kReadable = 7.0;
+constexpr int kPatience_ms = 3000;
+/// The window looks once a second.
+constexpr int kLooks_ms = 2500;
+
+enum class Cause { NotOpened, Unplugged, NoFrames, SilentSensor, SilentBoard, No5M };
+
+/// Counts events of a widget, and gathers what is painted of it.
+struct Watch : QObject
+{
+    explicit Watch(QWidget& widget) { widget.installEventFilter(this); }
+
+    bool eventFilter(QObject*, QEvent* event) override
+    {
+        if (event->type() == QEvent::Paint) {
+            ++paints;
+            painted |= static_cast<QPaintEvent*>(event)->region();
+        }
+        layouts += event->type() == QEvent::LayoutRequest || event->type() == QEvent::Resize ? 1 : 0;
+        return false;
+    }
+
+    int paints = 0;
+    int layouts = 0;
+    QRegion painted;
+};
+
+} // namespace
+Q_DECLARE_METATYPE(Cause)
+
+/// The band over the live view.
+class TestWindowNotice : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { m_fixture = std::make_unique<WindowFixture>(); }
+
+    void cleanupTestCase() { m_fixture.reset(); }
+
+    /// Every test begins at 1280 x 960, live, with all being well and no notice.
+    void init()
+    {
+        clearFaults();
+        if (m_fixture->find<QPushButton>("BUTTON_QC_CAPTURE")->text() == "Live")
+            m_fixture->click("BUTTON_QC_CAPTURE");
+        m_fixture->click("BUTTON_RESOLUTION_1280");
+        m_fixture->click("BUTTON_Z_POSITION");
+        m_fixture->find<QCheckBox>("CHECK_SCALED_TO_FIT")->setChecked(true);
+        m_fixture->openTab(0);
+        QVERIFY(m_fixture->waitForFrames(2));
+        QVERIFY(m_fixture->waitUntil([this] { return notice()->isHidden(); }));
+        m_fixture->boxes().clear();
+    }
+
+    void whenAllIsWellNothingIsSaid()
+    {
+        QVERIFY(notice()->isHidden());
+        QTest::qWait(kLooks_ms);
+        QVERIFY(notice()->isHidden());
+        QCOMPARE(notice()->text(), QString());
+    }
+
+    void aCauseIsToldAndTheNoticeGoesWithIt_data() { causes(); }
+
+    void aCauseIsToldAndTheNoticeGoesWithIt()
+    {
+        QFETCH(Cause, cause);
+        QFETCH(QString, text);
+        bring(cause);
+        QVERIFY(m_fixture->waitUntil([this] { return notice()->isVisible(); }));
+        QVERIFY2(notice()->text().startsWith(text), qPrintable(notice()->text()));
+        QCOMPARE(notice()->text().count('\n'), 0);
+        take(cause);
+        QVERIFY(m_fixture->waitUntil([this] { return notice()->isHidden(); }));
+        QCOMPARE(notice()->text(), QString());
+    }
+
+    void theNoticeIsReadAtAGlance_data() { causes(); }
+
+    void theNoticeIsReadAtAGlance()
+    {
+        QFETCH(Cause, cause);
+        bring(cause);
+        QVERIFY(m_fixture->waitUntil([this] { return notice()->isVisible(); }));
+        QCOMPARE(notice()->geometry().topLeft(), QPoint(0, 0));
+        QCOMPARE(notice()->width(), kView.width());
+        QVERIFY(notice()->height() <= 30);
+        QVERIFY(notice()->font().pointSize() >= 9);
+        QCOMPARE(layout::clippedTexts(&m_fixture->window()).filter("LABEL_NOTICE").join("; "), QString());
+        QCOMPARE(layout::faintTexts(&m_fixture->window(), kReadable).filter("LABEL_NOTICE").join("; "),
+                 QString());
+        QCOMPARE(m_fixture->window().childAt(0, notice()->height()) == notice(), false);
+        keepPicture(QTest::currentDataTag());
+    }
+
+    void whatHappensAtOnceIsToldAtOnce_data()
+    {
+        QTest::addColumn<Cause>("cause");
+        QTest::newRow("not opened") << Cause::NotOpened;
+        QTest::newRow("silent sensor") << Cause::SilentSensor;
+    }
+
+    void whatHappensAtOnceIsToldAtOnce()
+    {
+        QFETCH(Cause, cause);
+        bring(cause);
+        QVERIFY(notice()->isVisible());
+        take(cause);
+        QVERIFY(notice()->isHidden());
+    }
+
+    void anExchangeWithTheBoardIsToldAsSoonAsItIsOver()
+    {
+        bring(Cause::SilentBoard);
+        QCoreApplication::processEvents();
+        QVERIFY(notice()->isVisible());
+        take(Cause::SilentBoard);
+        QCoreApplication::processEvents();
+        QVERIFY(notice()->isHidden());
+    }
+
+    void aStallIsToldAfterThreeSeconds()
+    {
+        QElapsedTimer time;
+        time.start();
+        bring(Cause::NoFrames);
+        QVERIFY(m_fixture->waitUntil([this] { return notice()->isVisible(); }));
+        QVERIFY2(time.elapsed() >= kPatience_ms - 100, qPrintable(QString::number(time.elapsed())));
+    }
+
+    void twoCausesHaveTwoLines()
+    {
+        bring(Cause::SilentBoard);
+        bring(Cause::NotOpened);
+        QVERIFY(m_fixture->waitUntil([this] { return notice()->text().contains('\n'); }));
+        QVERIFY(notice()->text().startsWith("Camera could not be opened"));
+        QVERIFY(notice()->text().contains("\nController board does not answer"));
+        for (const QString& line : notice()->text().split('\n'))
+            QVERIFY2(notice()->fontMetrics().horizontalAdvance(line) < kView.width() - 16, qPrintable(line));
+        QVERIFY(notice()->height() >= 2 * notice()->fontMetrics().height());
+        QVERIFY(notice()->height() <= 50);
+        keepPicture("camera and board");
+        take(Cause::NotOpened);
+        QVERIFY(notice()->text().startsWith("Controller board does not answer"));
+        QVERIFY(notice()->height() <= 30);
+    }
+
+    void framesThatNobodySeesAreNotMissed_data()
+    {
+        QTest::addColumn<bool>("frozen");
+        QTest::newRow("frozen frame") << true;
+        QTest::newRow("graph") << false;
+    }
+
+    void framesThatNobodySeesAreNotMissed()
+    {
+        QFETCH(bool, frozen);
+        if (frozen) {
+            m_fixture->click("BUTTON_RESOLUTION_5M");
+            QVERIFY(m_fixture->waitForFrames(2));
+            m_fixture->click("BUTTON_QC_CAPTURE");
+            // The camera runs below the frozen frame.
+            m_fixture->click("BUTTON_RESOLUTION_1280");
+            QVERIFY(m_fixture->find<QWidget>("QC_MEASURE")->isVisible());
+        } else {
+            m_fixture->find<QSpinBox>("SPIN_DEBUG")->setValue(3);
+            m_fixture->click("BUTTON_DEBUG");
+        }
+        bring(Cause::NoFrames);
+        QTest::qWait(kPatience_ms + kLooks_ms);
+        const bool told = notice()->isVisible();
+        m_fixture->click(frozen ? "BUTTON_QC_CAPTURE" : "BUTTON_DEBUG");
+        QVERIFY(!told);
+        // Seen again, they are.
+        QVERIFY(m_fixture->waitUntil([this] { return notice()->isVisible(); }));
+    }
+
+    void thePictureBelowTheBandStaysAsItIs()
+    {
+        QVERIFY(m_fixture->waitForFrames(3));
+        const QImage without = m_fixture->window().grab().toImage();
+        bring(Cause::SilentSensor);
+        // The button that was pressed to ask the sensor is on another page.
+        m_fixture->openTab(0);
+        QVERIFY(m_fixture->waitForFrames(3));
+        QVERIFY(notice()->isVisible());
+        const QImage with = m_fixture->window().grab().toImage();
+        const QRect below(0, notice()->height(), 640, 480 - notice()->height());
+        QCOMPARE(with.copy(below), without.copy(below));
+        QVERIFY(with.copy(notice()->geometry()) != without.copy(notice()->geometry()));
+    }
+
+    void aFramePaintsNeitherTheBandNorMore()
+    {
+        bring(Cause::SilentSensor);
+        QVERIFY(notice()->isVisible());
+        QVERIFY(m_fixture->waitForFrames(3));
+        const Watch ofNotice(*notice());
+        const Watch ofWindow(m_fixture->window());
+        // More than two looks of the window at its instrument.
+        QTest::qWait(kLooks_ms);
+        QVERIFY(m_fixture->waitForFrames(3));
+        QVERIFY(ofWindow.paints > 10);
+        QCOMPARE(ofNotice.paints, 0);
+        QCOMPARE(ofNotice.layouts, 0);
+        QCOMPARE(ofWindow.layouts, 0);
+        QCOMPARE(ofWindow.painted.boundingRect(),
+                 QRect(0, notice()->height(), 640, 480 - notice()->height()));
+    }
+
+    void theViewIsDraggedThroughTheBand()
+    {
+        m_fixture->click("CHECK_SCALED_TO_FIT");
+        bring(Cause::SilentSensor);
+        QVERIFY(notice()->isVisible());
+        QRect before;
+        m_fixture->window().SetNavigatorRect(before);
+        QWindow* window = m_fixture->window().windowHandle();
+        QTest::mousePress(window, Qt::LeftButton, Qt::NoModifier, QPoint(400, 8));
+        QTest::mouseMove(window, QPoint(240, 8));
+        QTest::mouseRelease(window, Qt::LeftButton, Qt::NoModifier, QPoint(240, 8));
+        QRect after;
+        m_fixture->window().SetNavigatorRect(after);
+        // 160 of 1280 pixels, on a navigator of 80.
+        QCOMPARE(after.left() - before.left(), 10);
+        m_fixture->click("CHECK_SCALED_TO_FIT");
+    }
+
+    void aConsoleLiesOverTheBand()
+    {
+        bring(Cause::NotOpened);
+        m_fixture->find<QSpinBox>("SPIN_DEBUG")->setValue(1);
+        m_fixture->click("BUTTON_DEBUG");
+        const QWidget* console = m_fixture->find<QWidget>("PLAIN_DEBUG_MESSAGE");
+        const QWidget* top = m_fixture->window().childAt(100, notice()->height() / 2);
+        const bool covered = console->window() == &m_fixture->window() && top != nullptr &&
+                             console->parentWidget()->isAncestorOf(top);
+        m_fixture->click("BUTTON_DEBUG");
+        QVERIFY(covered);
+    }
+
+private:
+    static void causes()
+    {
+        QTest::addColumn<Cause>("cause");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("not opened") << Cause::NotOpened
+                                    << "Camera could not be opened: VIDIOC_STREAMON failed.";
+        QTest::newRow("unplugged") << Cause::Unplugged << "Camera was unplugged.";
+        QTest::newRow("no frames") << Cause::NoFrames << "No picture from the camera for 3 seconds.";
+        QTest::newRow("silent sensor") << Cause::SilentSensor << "Image sensor does not answer:";
+        QTest::newRow("silent board") << Cause::SilentBoard << "Controller board does not answer:";
+        QTest::newRow("no 5M frame") << Cause::No5M << "No 5M picture to measure.";
+    }
+
+    void bring(Cause cause)
+    {
+        switch (cause) {
+        case Cause::NotOpened:
+            QVERIFY(m_fixture->camera().faults().enable("ioctl:VIDIOC_STREAMON:EIO"));
+            m_fixture->click("BUTTON_RESOLUTION_VGA");
+            break;
+        case Cause::Unplugged:
+            QVERIFY(m_fixture->camera().faults().enable("ioctl:VIDIOC_DQBUF:ENODEV"));
+            break;
+        case Cause::NoFrames:
+            QVERIFY(m_fixture->camera().faults().enable("stall"));
+            break;
+        case Cause::SilentSensor:
+            QVERIFY(m_fixture->camera().faults().enable("i2c-nack"));
+            m_fixture->window().getCamera_reg();
+            break;
+        case Cause::SilentBoard:
+            m_fixture->board().withBoard([](Board& board, InstrumentTime) {
+                board.addFault({LineFault::NoAnswer, "GET_POS", 0});
+            });
+            m_fixture->click("BUTTON_Z_POSITION");
+            break;
+        case Cause::No5M:
+            m_fixture->click("BUTTON_QC_CAPTURE");
+            // A smaller mode while the frame is waited for.
+            QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_RESOLUTION_VGA_clicked");
+            break;
+        }
+    }
+
+    /// Takes the cause away, with what a technician would press.
+    void take(Cause cause)
+    {
+        clearFaults();
+        switch (cause) {
+        case Cause::NotOpened:
+        case Cause::Unplugged:
+            m_fixture->click("BUTTON_RESOLUTION_1280");
+            break;
+        case Cause::NoFrames:
+            break;
+        case Cause::SilentSensor:
+            m_fixture->click("BUTTON_EXPOSURE_FINE_UP");
+            break;
+        case Cause::SilentBoard:
+            m_fixture->click("BUTTON_Z_POSITION");
+            break;
+        case Cause::No5M:
+            m_fixture->click("BUTTON_QC_CAPTURE");
+            break;
+        }
+    }
+
+    void clearFaults()
+    {
+        m_fixture->camera().faults().clear();
+        m_fixture->board().withBoard([](Board& board, InstrumentTime) { board.clearFaults(); });
+    }
+
+    /// Pictures for the eye, when a directory for them is named.
+    void keepPicture(const QString& name)
+    {
+        const QString directory = qEnvironmentVariable("ORLA_TEST_PICTURES");
+        if (!directory.isEmpty())
+            QVERIFY(m_fixture->window().grab().save(directory + "/notice " + name + ".png"));
+    }
+
+    QLabel* notice() { return m_fixture->find<QLabel>("LABEL_NOTICE"); }
+
+    std::unique_ptr<WindowFixture> m_fixture;
+};
+
+QTEST_MAIN(TestWindowNotice)
+#include "test_window_notice.moc"

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+
+#include <QStringList>
+
+/// What the program knows of the instrument behind the live view. As made: all is well.
+struct InstrumentCondition
+{
+    QString cameraOpenFailure; ///< the call that the camera's last opening failed with, or empty
+    bool cameraGone = false;   ///< unplugged since it was opened
+    bool framesOverdue = false;
+    bool sensorAnswers = true;
+    bool boardAnswers = true;
+    bool fullSizeFrameMissing = false; ///< a frame was to be frozen for QC, and there was none
+};
+
+/// What the technician has to be told, in plain words, one short line for each cause that
+/// something can be done about; empty when all is well. What only follows from another cause
+/// is left out: a camera that is not open delivers no frames. Pure, any thread.
+QStringList noticeLines(const InstrumentCondition& condition);
+
+/// Notices that frames no longer come. The time is an argument: milliseconds of any clock
+/// that never goes back.
+class FrameWatch
+{
+public:
+    /// How long no frame may come before they count as overdue.
+    static constexpr std::int64_t kPatience_ms = 3000;
+
+    /// Takes the number of frames that have come so far, and whether some should come; true
+    /// when none has for kPatience_ms in which they should have. To be called about once a second.
+    bool isOverdue(bool expected, std::uint64_t frames, std::int64_t now_ms);
+
+private:
+    bool m_expected = false;
+    std::uint64_t m_frames = 0;
+    std::int64_t m_quietSince_ms = 0;
+};

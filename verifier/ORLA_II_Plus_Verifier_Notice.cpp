@@ -1,0 +1,41 @@
+// The band over the live view that says what the instrument is missing.
+
+#include "ORLA_II_Plus_Verifier.h"
+
+#include <QTimer>
+
+#include "Controller/Controller.h"
+#include "LiveViewNotice.h"
+#include "WindowStyle.h"
+#include "camera/OV5642Camera.h"
+#include "ui_ORLA_II_Plus_Verifier.h"
+
+void ORLA_II_Plus_Verifier::createNotice()
+{
+    m_notice = new LiveViewNotice(kLiveViewRect.width(), this);
+    m_noticeClock.start();
+    connect(m_syncTimer, SIGNAL(timeout()), this, SLOT(refreshNotice()));
+    // Queued: a line is told when it goes out; by then it has been answered, or has not.
+    connect(Controller::getInstance(), SIGNAL(sig_debug_Controller(QString)), this, SLOT(refreshNotice()),
+            Qt::QueuedConnection);
+    refreshNotice();
+}
+
+void ORLA_II_Plus_Verifier::refreshNotice()
+{
+    // The constructor opens the camera before it makes the notice.
+    if (m_notice == nullptr)
+        return;
+    // Over a frozen frame or the graph nobody waits for the live picture.
+    const bool framesExpected =
+        m_camera->isStreaming() && !m_graphDisplayed && m_form->QC_MEASURE->isHidden();
+    InstrumentCondition condition;
+    condition.cameraOpenFailure = m_camera->openFailure();
+    condition.cameraGone = m_camera->isGone();
+    condition.framesOverdue =
+        m_frameWatch.isOverdue(framesExpected, m_camera->framesCaptured(), m_noticeClock.elapsed());
+    condition.sensorAnswers = m_camera->sensorAnswers();
+    condition.boardAnswers = Controller::getInstance()->answers();
+    condition.fullSizeFrameMissing = m_fullSizeFrameMissing;
+    m_notice->showLines(noticeLines(condition));
+}
