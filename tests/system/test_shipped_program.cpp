@@ -174,11 +174,11 @@ void TestShippedProgram::aSignalFromOutsideParksTheBoardToo()
     QVERIFY(!QDir(program.file("lock")).isEmpty());
     if (questionOpen)
         program.boxOf("BUTTON_EXIT");
-    const int before = program.board().lines().size();
+    const int before = program.boardLines().size();
     for (int times = 0; times < 2; ++times)
         QCOMPARE(::kill(static_cast<pid_t>(program.processId()), SIGTERM), 0);
     QCOMPARE(program.waitForEnd(), 0);
-    QCOMPARE(program.board().lines(before), parking);
+    QCOMPARE(program.boardLines(before), parking);
     QCOMPARE(only(program.calls(), "video ").mid(2 + opening(1280, 960).size()), closing(1280, 960)
                                                                                      << "close");
     QVERIFY2(QDir(program.file("lock")).isEmpty(), "the serial port is given back");
