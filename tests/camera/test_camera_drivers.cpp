@@ -194,7 +194,7 @@ private slots:
         QVERIFY(!camera.open(1, "", false));
         QVERIFY(camera.open(0, "", false));
         QVERIFY(deliver(machine, {70, 640 * 480 * 2}));
-        QCOMPARE(shown(camera), expected(640, 480, 70, 640 * 480 * 2));
+        QCOMPARE(shown(camera), expected(640, 480, 70, std::size_t(640) * 480 * 2));
     }
 
     void anotherSizeOrPixelFormatIsAFailure_data()
@@ -277,7 +277,7 @@ private slots:
         machine.setFormatAdjustment({});
         QVERIFY(camera.open(1, "", false));
         QVERIFY(deliver(machine, {90, 1280 * 960 * 2}));
-        QVERIFY(shown(camera) == expected(1280, 960, 90, 1280 * 960 * 2));
+        QVERIFY(shown(camera) == expected(1280, 960, 90, std::size_t(1280) * 960 * 2));
         QCOMPARE(machine.misuses(), QStringList());
     }
 };
