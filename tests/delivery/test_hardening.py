@@ -54,6 +54,12 @@ class Hardening(unittest.TestCase):
         for program in PROGRAMS:
             self.assertEqual(weaknesses(program), [], program)
 
+    def test_devices_are_opened_by_the_call_that_tools_watch(self):
+        for program in PROGRAMS:
+            symbols = readelf("--dyn-syms", program)
+            self.assertRegex(symbols, r"\bopen@", program)
+            self.assertNotRegex(symbols, r"\b__open(64)?_2\b", program)
+
     def test_a_program_without_any_of_it_is_told(self):
         with tempfile.TemporaryDirectory() as directory:
             source, program = Path(directory, "bare.c"), Path(directory, "bare")
