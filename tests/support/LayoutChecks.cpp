@@ -109,6 +109,8 @@ QVector<Text> textsOf(const QWidget* widget)
         return {{button->text(), buttonText(button), button->font()}};
     if (const auto* line = qobject_cast<const QLineEdit*>(widget))
         return {{line->text(), lineText(line), line->font()}};
+    if (const auto* bar = qobject_cast<const QProgressBar*>(widget); bar && bar->isTextVisible())
+        return {{bar->text(), bar->rect().adjusted(1, 1, -1, -1), bar->font()}};
     if (qobject_cast<const QAbstractSpinBox*>(widget)) {
         const auto* line = widget->findChild<QLineEdit*>();
         return {{line->text(), lineText(line).translated(line->pos()), line->font()}};
@@ -218,7 +220,8 @@ QStringList overlaps(const QWidget* container)
     const QVector<QWidget*> parts = visibleParts(container);
     for (int i = 0; i < parts.size(); ++i)
         for (int j = i + 1; j < parts.size(); ++j)
-            if (inWindow(parts.at(i)).intersects(inWindow(parts.at(j))))
+            if (inWindow(parts.at(i)).intersects(inWindow(parts.at(j))) &&
+                !parts.at(i)->isAncestorOf(parts.at(j)))
                 faults += nameOf(parts.at(i)) + " and " + nameOf(parts.at(j));
     return faults;
 }
@@ -254,25 +257,35 @@ QStringList covered(const QWidget* container)
     QStringList faults;
     for (const QWidget* widget : visibleParts(container)) {
         const QWidget* top = widget->window()->childAt(inWindow(widget).center());
-        if (top != widget && !widget->isAncestorOf(top))
+        const bool letsThrough =
+            widget->testAttribute(Qt::WA_TransparentForMouseEvents) && widget->parentWidget() == top;
+        if (top != widget && !widget->isAncestorOf(top) && !letsThrough)
             faults += nameOf(widget) + (top ? " by " + nameOf(top) : QString());
     }
     return faults;
 }
 
-QStringList faintTexts(const QWidget* container, double least)
+QVector<PaintedText> paintedTexts(const QWidget* container)
 {
-    QStringList faults;
+    QVector<PaintedText> texts;
     const QImage picture = container->window()->grab().toImage().convertToFormat(QImage::Format_RGB32);
     for (const QWidget* widget : visibleParts(container)) {
         for (const Text& text : textsOf(widget)) {
             if (text.text.trimmed().isEmpty())
                 continue;
-            const double found = paintedContrast(picture, text.place.translated(inWindow(widget).topLeft()));
-            if (found < least)
-                faults += QString("%1: \"%2\" %3").arg(nameOf(widget), text.text).arg(found, 0, 'f', 2);
+            const QRect place = text.place.translated(inWindow(widget).topLeft());
+            texts.append({nameOf(widget), text.text, widget->isEnabled(), paintedContrast(picture, place)});
         }
     }
+    return texts;
+}
+
+QStringList faintTexts(const QWidget* container, double least)
+{
+    QStringList faults;
+    for (const PaintedText& text : paintedTexts(container))
+        if (text.contrast < least)
+            faults += QString("%1: \"%2\" %3").arg(text.name, text.text).arg(text.contrast, 0, 'f', 2);
     return faults;
 }
 

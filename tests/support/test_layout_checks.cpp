@@ -5,6 +5,7 @@
 #include <QFrame>
 #include <QLabel>
 #include <QLineEdit>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QSpinBox>
 #include <QTabBar>
@@ -206,6 +207,49 @@ private slots:
         QCOMPARE(layout::faintTexts(m_window.get(), 4.5).size(), 1);
         button->setText(QString());
         QCOMPARE(layout::faintTexts(m_window.get(), 4.5).join("; "), QString());
+    }
+
+    void paintedTextsTellWhatIsOff()
+    {
+        m_window->setStyleSheet("QPushButton { color: #000000; background-color: #ffffff; border: 0px; }"
+                                "QPushButton:disabled { color: #949494; }");
+        auto* on = put<QPushButton>(m_window.get(), "ON", {0, 0, 80, 30});
+        auto* off = put<QPushButton>(m_window.get(), "OFF", {0, 40, 80, 30});
+        for (QPushButton* button : {on, off})
+            button->setText("Stop");
+        put<QLabel>(m_window.get(), "BLANK", {0, 80, 80, 30})->setText(" ");
+        off->setEnabled(false);
+        m_window->show();
+        const auto texts = layout::paintedTexts(m_window.get());
+        QCOMPARE(texts.size(), 2);
+        QCOMPARE(texts.at(0).name, QString("ON"));
+        QCOMPARE(texts.at(0).text, QString("Stop"));
+        QVERIFY(texts.at(0).enabled && !texts.at(1).enabled);
+        QVERIFY(texts.at(0).contrast > 15.0);
+        QVERIFY2(texts.at(1).contrast > 2.0 && texts.at(1).contrast < 3.1,
+                 qPrintable(QString::number(texts.at(1).contrast)));
+    }
+
+    void aCaptionMayLieInItsButton()
+    {
+        auto* button = put<QPushButton>(m_window.get(), "BUTTON", {0, 0, 80, 30});
+        auto* caption = put<QLabel>(button, "CAPTION", {0, 0, 60, 30});
+        m_window->show();
+        QCOMPARE(layout::overlaps(m_window.get()).join("; "), QString());
+        caption->setAttribute(Qt::WA_TransparentForMouseEvents);
+        QCOMPARE(layout::covered(m_window.get()).join("; "), QString());
+    }
+
+    void theNumberOfAProgressBarMustFit()
+    {
+        auto* bar = put<QProgressBar>(m_window.get(), "BAR", {0, 0, 80, 30});
+        bar->setValue(46);
+        m_window->show();
+        QCOMPARE(layout::clippedTexts(m_window.get()).join("; "), QString());
+        bar->resize(80, 8);
+        QCOMPARE(layout::clippedTexts(m_window.get()).size(), 1);
+        bar->setTextVisible(false);
+        QCOMPARE(layout::clippedTexts(m_window.get()).join("; "), QString());
     }
 
     void contrastFollowsTheLuminance()
