@@ -1,13 +1,17 @@
+#include <cmath>
 #include <memory>
 
+#include <QElapsedTimer>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QTextBlock>
 #include <QtTest>
 
 #include "debug/DebugController.h"
 #include "debug/DebugFormat.h"
 #include "debug/DebugMessage.h"
+#include "support/LayoutChecks.h"
 
 namespace {
 
@@ -49,6 +53,57 @@ void addConsoles()
                              << "PLAIN_DEBUG_MESSAGE";
     QTest::newRow("controller") << kControllerConsole << "DebugController"
                                 << "PLAIN_DEBUG_CONTROLLER";
+}
+
+/// As a finger does that reads while it moves: without a flick at the end. By the window, as the
+/// platform delivers it: a mouse event for a widget alone has no button on its way.
+void dragSlowly(QWidget* viewport, int distance_px)
+{
+    constexpr int kMove_px = 10;
+    QWindow* window = viewport->window()->windowHandle();
+    const QPoint start =
+        viewport->mapTo(viewport->window(), viewport->rect().center()) - QPoint(0, distance_px / 2);
+    const int moves = std::abs(distance_px) / kMove_px;
+    const int direction = distance_px < 0 ? -1 : 1;
+    QTest::mousePress(window, Qt::LeftButton, {}, start);
+    for (int i = 1; i <= moves; ++i) {
+        QTest::mouseMove(window, start + QPoint(0, direction * i * kMove_px));
+        QTest::qWait(5);
+    }
+    const QPoint end = start + QPoint(0, distance_px);
+    // The speed of the last moves is what the scroller would throw the text with.
+    for (int i = 0; i < 20; ++i) {
+        QTest::mouseMove(window, end + QPoint(i % 2, 0));
+        QTest::qWait(10);
+    }
+    QTest::mouseRelease(window, Qt::LeftButton, {}, end);
+    QTest::qWait(100);
+}
+
+/// The colour that stands out most in the line.
+QColor colorOfLine(QPlainTextEdit* area, int line)
+{
+    const QRect rect = area->cursorRect(QTextCursor(area->document()->findBlockByNumber(line)));
+    const QImage picture = area->viewport()->grab().toImage();
+    const QColor ground = picture.pixelColor(picture.width() - 5, rect.center().y());
+    QColor most = ground;
+    for (int y = rect.top(); y <= rect.bottom(); ++y)
+        for (int x = 0; x < picture.width(); ++x)
+            if (layout::contrast(picture.pixelColor(x, y), ground) > layout::contrast(most, ground))
+                most = picture.pixelColor(x, y);
+    return most;
+}
+
+/// As the window writes them: formatted, inserted, scrolled to.
+qint64 timeOfThousandLines_us(const Console& console)
+{
+    QElapsedTimer timer;
+    timer.start();
+    for (int i = 0; i < 1000; ++i) {
+        console.insert(formatDebugMessage({"void f()", "value", QString::number(i)}));
+        console.showCursor();
+    }
+    return timer.nsecsElapsed() / 1000;
 }
 
 } // namespace
@@ -178,6 +233,128 @@ private slots:
         QVERIFY(!console.area()->viewport()->rect().intersects(console.area()->cursorRect()));
         console.showCursor();
         QVERIFY(console.area()->viewport()->rect().contains(console.area()->cursorRect()));
+    }
+
+    void aTapMovesNoCursorAndMarksNothing_data() { addConsoles(); }
+
+    void aTapMovesNoCursorAndMarksNothing()
+    {
+        QFETCH(int, kind);
+        Console console(kind);
+        console.insert("first\r\nsecond\r\n");
+        console.widget()->show();
+        QVERIFY(QTest::qWaitForWindowExposed(console.widget()));
+        QWidget* viewport = console.area()->viewport();
+        const QPoint first = console.area()->cursorRect(QTextCursor(console.area()->document())).center();
+        QTest::mouseClick(viewport, Qt::LeftButton, {}, first);
+        QTest::mouseDClick(viewport, Qt::LeftButton, {}, first + QPoint(5, 0));
+        QWindow* window = console.widget()->windowHandle();
+        QTest::mousePress(window, Qt::LeftButton, {}, first);
+        QTest::mouseMove(window, first + QPoint(60, 20));
+        QTest::mouseRelease(window, Qt::LeftButton, {}, first + QPoint(60, 20));
+        QTest::mouseClick(viewport, Qt::MiddleButton, {}, first);
+        QVERIFY(!console.area()->textCursor().hasSelection());
+        QVERIFY(console.area()->textCursor().atEnd());
+        QCOMPARE(console.area()->contextMenuPolicy(), Qt::NoContextMenu);
+        console.insert("third\r\n");
+        QCOMPARE(console.area()->toPlainText(), QString("first\nsecond\nthird\n"));
+    }
+
+    void keysChangeNoTextAndMoveNoCursor_data() { addConsoles(); }
+
+    void keysChangeNoTextAndMoveNoCursor()
+    {
+        QFETCH(int, kind);
+        Console console(kind);
+        console.insert("first\r\nsecond\r\n");
+        console.widget()->show();
+        QTest::keyClicks(console.area(), "abc");
+        for (const int key : {Qt::Key_Home, Qt::Key_Up, Qt::Key_Left, Qt::Key_Backspace, Qt::Key_Delete,
+                              Qt::Key_Return, Qt::Key_PageUp})
+            QTest::keyClick(console.area(), Qt::Key(key));
+        QTest::keyClick(console.area(), Qt::Key_A, Qt::ControlModifier);
+        QTest::keyClick(console.area(), Qt::Key_Z, Qt::ControlModifier);
+        QVERIFY(!console.area()->textCursor().hasSelection());
+        console.insert("third");
+        QCOMPARE(console.area()->toPlainText(), QString("first\nsecond\nthird"));
+    }
+
+    void theTextGoesToTheCursorWhereverTheProgramPutsIt_data() { addConsoles(); }
+
+    void theTextGoesToTheCursorWhereverTheProgramPutsIt()
+    {
+        QFETCH(int, kind);
+        Console console(kind);
+        console.insert("ad");
+        QTextCursor cursor = console.area()->textCursor();
+        cursor.setPosition(1);
+        console.area()->setTextCursor(cursor);
+        console.insert("b");
+        console.insert("c");
+        QCOMPARE(console.area()->toPlainText(), QString("abcd"));
+    }
+
+    void aFingerDragsTheTextLineByLine_data() { addConsoles(); }
+
+    void aFingerDragsTheTextLineByLine()
+    {
+        QFETCH(int, kind);
+        Console console(kind);
+        console.insert(QString("line\r\n").repeated(500));
+        console.widget()->show();
+        QVERIFY(QTest::qWaitForWindowExposed(console.widget()));
+        console.showCursor();
+        QScrollBar* bar = console.area()->verticalScrollBar();
+        const int end = bar->value();
+        const int line_px = console.area()->fontMetrics().lineSpacing();
+        dragSlowly(console.area()->viewport(), 20 * line_px);
+        const int lines = end - bar->value();
+        // What the finger moves before the drag begins is not scrolled.
+        QVERIFY2(lines >= 14 && lines <= 20, qPrintable(QString::number(lines)));
+        dragSlowly(console.area()->viewport(), -20 * line_px);
+        QVERIFY2(std::abs(bar->value() - end) <= 2, qPrintable(QString::number(bar->value() - end)));
+        QVERIFY(console.area()->textCursor().atEnd());
+    }
+
+    void linesWithAnErrorStandOut_data() { addConsoles(); }
+
+    void linesWithAnErrorStandOut()
+    {
+        QFETCH(int, kind);
+        Console console(kind);
+        console.insert(formatDebugMessage({"open", "plain"}));
+        console.insert(formatDebugMessage({"open", "[Error] VIDIOC_S_FMT !"}));
+        console.insert(formatDebugMessage({"open", "Error without brackets"}));
+        // Also where the mark comes in pieces.
+        console.insert("open [Err");
+        console.insert("or] late\r\n");
+        console.widget()->show();
+        QVERIFY(QTest::qWaitForWindowExposed(console.widget()));
+        const QColor ground(0x1f, 0x29, 0x30);
+        const QColor plain = colorOfLine(console.area(), 0);
+        const QColor error = colorOfLine(console.area(), 1);
+        QVERIFY(layout::contrast(error, ground) > 4.5);
+        QVERIFY2(error != plain && error.red() - error.blue() > 50, qPrintable(error.name()));
+        QCOMPARE(colorOfLine(console.area(), 2), plain);
+        QCOMPARE(colorOfLine(console.area(), 3), error);
+        QCOMPARE(console.area()->toPlainText(),
+                 QString("open() plain \nopen() [Error] VIDIOC_S_FMT ! \n"
+                         "open() Error without brackets \nopen [Error] late\n"));
+    }
+
+    void aLineCostsNoMoreWhenAMillionAreHeld()
+    {
+        Console console(kMessageConsole);
+        console.widget()->show();
+        QVERIFY(QTest::qWaitForWindowExposed(console.widget()));
+        const qint64 empty_us = timeOfThousandLines_us(console);
+        console.insert(formatDebugMessage({"f", "held"}).repeated(1000000));
+        const qint64 full_us = timeOfThousandLines_us(console);
+        QCOMPARE(console.area()->blockCount(), 1000000 + 2 * 1000 + 1);
+        QCOMPARE(console.area()->document()->availableUndoSteps(), 0);
+        qInfo("1000 lines: %lld us at first, %lld us with a million held", empty_us, full_us);
+        QVERIFY2(full_us < 10 * empty_us + 100000,
+                 qPrintable(QString("%1 us, %2 us").arg(empty_us).arg(full_us)));
     }
 
     void aHiddenConsoleKeepsItsText_data() { addConsoles(); }

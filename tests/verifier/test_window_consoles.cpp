@@ -159,6 +159,17 @@ private slots:
         QVERIFY(area->viewport()->rect().contains(area->cursorRect()));
     }
 
+    void aTapOnAConsoleLeavesEveryNewLineAtItsEnd()
+    {
+        for (int i = 0; i < 5; ++i)
+            m_fixture->window().slot_debug_Message({"before"});
+        m_fixture->click("BUTTON_DEBUG");
+        QTest::mouseClick(m_fixture->window().windowHandle(), Qt::LeftButton, {}, QPoint(30, 20));
+        QTest::mouseDClick(m_fixture->window().windowHandle(), Qt::LeftButton, {}, QPoint(30, 20));
+        m_fixture->window().slot_debug_Message({"after"});
+        QVERIFY2(m_fixture->messages().endsWith("before() \nafter() \n"), qPrintable(m_fixture->messages()));
+    }
+
     void changingTheSelectorWhileShownHasNoEffect()
     {
         m_fixture->click("BUTTON_DEBUG");

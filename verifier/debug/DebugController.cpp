@@ -1,11 +1,13 @@
 #include "debug/DebugController.h"
 
+#include "debug/ConsoleText.h"
 #include "ui_DebugController.h"
 
 DebugController::DebugController(QWidget* parent)
     : QWidget(parent), m_ui(std::make_unique<Ui_DebugController>())
 {
     m_ui->setupUi(this);
+    setUpConsoleText(m_ui->PLAIN_DEBUG_CONTROLLER);
 }
 
 DebugController::~DebugController() = default;

@@ -1,10 +1,12 @@
 #include "debug/DebugMessage.h"
 
+#include "debug/ConsoleText.h"
 #include "ui_DebugMessage.h"
 
 DebugMessage::DebugMessage(QWidget* parent) : QWidget(parent), m_ui(std::make_unique<Ui_DebugMessage>())
 {
     m_ui->setupUi(this);
+    setUpConsoleText(m_ui->PLAIN_DEBUG_MESSAGE);
 }
 
 DebugMessage::~DebugMessage() = default;
