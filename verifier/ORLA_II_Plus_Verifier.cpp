@@ -9,6 +9,7 @@
 #include <QSettings>
 #include <QTimer>
 
+#include "BoardState.h"
 #include "Controller/Controller.h"
 #include "FrameModes.h"
 #include "WindowStyle.h"
@@ -73,6 +74,8 @@ ORLA_II_Plus_Verifier::ORLA_II_Plus_Verifier(QWidget* parent)
     on_BUTTON_RESOLUTION_1280_clicked();
 
     m_form->BUTTON_CONNECT->setEnabled(global_ini()->bZig_mode);
+    if (global_ini()->bZig_mode)
+        showBoardState(m_form->BUTTON_CONNECT);
     connectController();
 
     setState_QC_widget(QC_WIDGET_HIDDEN);

@@ -2,10 +2,12 @@
 #include <cstring>
 #include <memory>
 
+#include <QAccessible>
 #include <QSet>
 #include <QTabBar>
 #include <QtTest>
 
+#include "BoardState.h"
 #include "tests/verifier/Panel.h"
 
 namespace {
@@ -256,7 +258,8 @@ private slots:
                                                                 {"BUTTON_SKIP_FRAME", "Skipframe"},
                                                                 {"LABEL_VERSION", ORLA_VERSION},
                                                                 {"BUTTON_SAVE_INI", "Save"},
-                                                                {"BUTTON_CONNECT", "X"}};
+                                                                {"BUTTON_CONNECT", "X"},
+                                                                {"BUTTON_DEBUG", "Console"}};
         for (const auto& text : texts)
             QTest::newRow(text.first) << text.first << text.second;
     }
@@ -326,14 +329,81 @@ private slots:
             const bool steps = name.contains("_FINE_") || name.contains("_COARSE_") ||
                                name.contains("Z_MOVE_MINUS") || name.contains("Z_MOVE_PLUS");
             QVERIFY2(button->autoRepeat() == steps, qPrintable(name));
+            if (steps)
+                QVERIFY2(button->autoRepeatInterval() >= 30 && button->autoRepeatInterval() <= 40,
+                         qPrintable(name));
         }
     }
 
-    void buttonsTakeNoKeyboardFocus()
+    void pressesNeverTakeTheKeyboardFromAField()
     {
         QCOMPARE(m_panel->buttons().size(), 55);
-        for (const QPushButton* button : m_panel->buttons())
-            QVERIFY2(button->focusPolicy() == Qt::NoFocus, qPrintable(button->objectName()));
+        for (const QPushButton* button : m_panel->buttons()) {
+            const bool stage = m_panel->ui.TAB_STAGE->isAncestorOf(button);
+            QVERIFY2(button->focusPolicy() == (stage ? Qt::NoFocus : Qt::TabFocus),
+                     qPrintable(button->objectName()));
+        }
+    }
+
+    void theTabKeyVisitsEachControlOfThePageInReadingOrder_data()
+    {
+        QTest::addColumn<int>("page");
+        for (int page = 0; page < kPages; ++page)
+            QTest::addRow("page %d", page) << page;
+    }
+
+    void theTabKeyVisitsEachControlOfThePageInReadingOrder()
+    {
+        QFETCH(int, page);
+        m_panel->ui.TAB_MENU->setCurrentIndex(page);
+        m_panel->show();
+        m_panel->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(m_panel.get()));
+        QStringList expected;
+        for (const Expected& expectedWidget : kWidgets) {
+            const QWidget* widget = m_panel->get(expectedWidget.name);
+            const bool passesItOn = widget->focusProxy() != nullptr;
+            if (widget->isVisible() && (widget->focusPolicy() & Qt::TabFocus) && !passesItOn)
+                expected += widget->objectName();
+        }
+        m_panel->ui.TAB_MENU->tabBar()->setFocus();
+        QStringList visited;
+        QPoint last(0, 0);
+        for (int i = 0; i < expected.size(); ++i) {
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+            QWidget* focused = QApplication::focusWidget();
+            visited += focused->objectName();
+            const QPoint place = focused->mapTo(m_panel.get(), QPoint());
+            QVERIFY2(place.y() > last.y() || (place.y() == last.y() && place.x() > last.x()),
+                     qPrintable(focused->objectName()));
+            last = place;
+        }
+        visited.sort();
+        expected.sort();
+        QCOMPARE(visited, expected);
+    }
+
+    void everyControlHasANameOfItsOwnForAScreenReader()
+    {
+        showBoardState(m_panel->ui.BUTTON_CONNECT);
+        QSet<QString> names;
+        for (const Expected& widget : kWidgets) {
+            QWidget* control = m_panel->get(widget.name);
+            if (QString(widget.className) == "QWidget" || qobject_cast<QLabel*>(control))
+                continue;
+            const QString name = QAccessible::queryAccessibleInterface(control)->text(QAccessible::Name);
+            QVERIFY2(!name.isEmpty() && !names.contains(name), widget.name);
+            names += name;
+        }
+        QCOMPARE(names.size(), 85);
+    }
+
+    void theBoardsStateIsReadWithWhatItIsAbout()
+    {
+        showBoardState(m_panel->ui.BUTTON_CONNECT);
+        QAccessibleInterface* board = QAccessible::queryAccessibleInterface(m_panel->ui.BUTTON_CONNECT);
+        QCOMPARE(board->text(QAccessible::Name), QString("X"));
+        QVERIFY(board->text(QAccessible::Description).startsWith("Controller board: "));
     }
 
     void onlyTheTwoTogglesStayDown()
@@ -374,6 +444,8 @@ private slots:
             QVERIFY2(font.pointSize() >= 7 && font.pointSize() <= 10, expected.name);
             if (QString(expected.name).contains("_COARSE_"))
                 QCOMPARE(font.pointSize(), 7);
+            if (QString(expected.name).startsWith("LABEL_"))
+                QVERIFY2(font.pointSize() >= 8, expected.name);
         }
     }
 };

@@ -4,6 +4,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QLabel>
 #include <QMetaMethod>
 #include <QTabWidget>
 #include <QtTest>
@@ -169,6 +170,14 @@ private slots:
         QCOMPARE(Controller::getInstance()->m_bZigMode, kZigMode);
         QCOMPARE(connectButton()->text(), QString(kZigMode ? "O" : "X"));
         QCOMPARE(m_fixture->style("BUTTON_CONNECT") == kHighlight, kZigMode);
+    }
+
+    void theBoardsStateIsShownInZigModeOnly()
+    {
+        QCOMPARE(connectButton()->isFlat(), !kZigMode);
+        const auto* caption = connectButton()->findChild<QLabel*>();
+        QCOMPARE(caption != nullptr, kZigMode);
+        QVERIFY(!caption || caption->text() == "Board");
     }
 
     void connectShowsXUntilTheAnswerCame()
