@@ -6,12 +6,11 @@
 #include <QApplication>
 #include <QScreen>
 
+#include "PanelSetup.h"
 #include "Version.h"
 #include "platform/DebugLog.h"
 
 namespace {
-
-constexpr int kPointsPerInch = 96;
 
 // A message handler takes no argument of its own.
 const char* g_program = nullptr;
@@ -49,10 +48,9 @@ void logProgramVersion(const char* program)
 
 std::unique_ptr<QApplication> startApplication(const char* program, int& argumentCount, char* arguments[])
 {
-    // The form is laid out in pixels. The attribute reaches the fonts that belong to no
-    // widget; a widget asks its screen, whose resolution only the variable decides.
+    // The attribute reaches the fonts that belong to no widget.
     QCoreApplication::setAttribute(Qt::AA_Use96Dpi);
-    qputenv("QT_FONT_DPI", QByteArray::number(kPointsPerInch));
+    setUpPanel();
 
     g_program = program;
     g_handlerBefore = qInstallMessageHandler(endWithoutScreen);

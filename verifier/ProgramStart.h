@@ -17,9 +17,9 @@ QString programAndVersion(const char* program);
 /// Logs name and version, so that a log that is sent in tells what it is the log of.
 void logProgramVersion(const char* program);
 
-/// Makes the application, with points of the same number of pixels on every screen, whatever its
-/// resolution. Takes Qt's own options out of the arguments; argumentCount has to outlive what
-/// is returned. Without a screen that can be used a line on standard error says so, and either
+/// Makes the application, with the same number of pixels on every screen, whatever its resolution
+/// and the environment's scale factors. Takes Qt's own options out of the arguments; argumentCount has to
+/// outlive what is returned. Without a screen that can be used a line on standard error says so, and either
 /// nothing is returned or the process ends with kProgramFailed right here, for Qt leaves no way
 /// back from a platform that fails: call it before any device or file is touched. Main thread.
 std::unique_ptr<QApplication> startApplication(const char* program, int& argumentCount, char* arguments[]);

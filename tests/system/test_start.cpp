@@ -140,7 +140,7 @@ void TestStart::aQuestionIsAnsweredWithoutScreenAndDevices()
         QVERIFY2(program.output().startsWith("Usage: orla-verifier [options]\n"), program.output());
     QCOMPARE(program.calls(), QStringList());
     QCOMPARE(program.commands(), QByteArray());
-    QCOMPARE(program.board().lines(), QStringList());
+    QCOMPARE(program.boardLines(), QStringList());
 }
 
 void TestStart::theSimulatorAnswersWithoutAScreen_data()
@@ -221,7 +221,7 @@ void TestStart::withoutAScreenNoDeviceIsTouched()
     QVERIFY2(lastLine.startsWith("orla-verifier: no screen can be used"), program.output());
     QCOMPARE(program.calls(), QStringList());
     QCOMPARE(program.commands(), QByteArray());
-    QCOMPARE(program.board().lines(), QStringList());
+    QCOMPARE(program.boardLines(), QStringList());
 }
 
 void TestStart::withoutAScreenTheSimulatorLeavesNothing_data()
