@@ -1,7 +1,22 @@
 #include "simulator/session/PictureMeasures.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+
+namespace {
+
+constexpr int kLeastDepth_levels = 50;
+constexpr int kLeastDistance_px = 25;
+
+bool isFarFrom(const QVector<QPoint>& spots, int x, int y)
+{
+    return std::all_of(spots.begin(), spots.end(), [&](const QPoint& spot) {
+        return std::hypot(spot.x() - x, spot.y() - y) >= kLeastDistance_px;
+    });
+}
+
+} // namespace
 
 PictureMeasures measurePicture(const QImage& picture)
 {
@@ -68,4 +83,27 @@ std::array<double, 3> meanColour(const QImage& picture)
     for (double& sum : sums)
         sum = pixels > 0.0 ? sum / pixels : 0.0;
     return sums;
+}
+
+QVector<QPoint> darkSpots(const QImage& picture, int most)
+{
+    const QImage grey = picture.convertToFormat(QImage::Format_Grayscale8);
+    const double limit = measurePicture(grey).brightness - kLeastDepth_levels;
+    QVector<QPoint> spots;
+    while (spots.size() < most) {
+        int darkest = 256;
+        QPoint place;
+        for (int y = 0; y < grey.height(); ++y) {
+            const uchar* row = grey.constScanLine(y);
+            for (int x = 0; x < grey.width(); ++x)
+                if (row[x] < darkest && row[x] <= limit && isFarFrom(spots, x, y)) {
+                    darkest = row[x];
+                    place = {x, y};
+                }
+        }
+        if (darkest > 255)
+            break;
+        spots.append(place);
+    }
+    return spots;
 }

@@ -116,6 +116,7 @@ private slots:
     void pictureMeasuresOfKnownPictures();
     void sharperPicturesMeasureSharper();
     void differencesNeedTheSameSize();
+    void darkSpotsAreFoundApart();
     void aStepWithTroubleFails();
     void stepsThatWereNotMadeFailTheSession();
     void everyParameterTakesItsDefault();
@@ -312,6 +313,21 @@ void TestSessionParts::differencesNeedTheSameSize()
     QCOMPARE(pictureDifference(first, second), 20.0);
     QCOMPARE(pictureDifference(first, QImage(4, 5, QImage::Format_RGB32)), -1.0);
     QCOMPARE(pictureDifference(QImage(), QImage()), -1.0);
+}
+
+void TestSessionParts::darkSpotsAreFoundApart()
+{
+    QImage picture(200, 100, QImage::Format_RGB32);
+    picture.fill(qRgb(180, 180, 180));
+    QCOMPARE(darkSpots(picture, 2), QVector<QPoint>());
+    picture.setPixel(40, 50, qRgb(60, 60, 60));
+    picture.setPixel(42, 50, qRgb(70, 70, 70));
+    picture.setPixel(100, 10, qRgb(150, 150, 150));
+    QCOMPARE(darkSpots(picture, 2), QVector<QPoint>({{40, 50}}));
+    picture.setPixel(150, 20, qRgb(30, 30, 30));
+    QCOMPARE(darkSpots(picture, 2), QVector<QPoint>({{150, 20}, {40, 50}}));
+    QCOMPARE(darkSpots(picture, 1), QVector<QPoint>({{150, 20}}));
+    QCOMPARE(darkSpots(QImage(), 2), QVector<QPoint>());
 }
 
 void TestSessionParts::aStepWithTroubleFails()
