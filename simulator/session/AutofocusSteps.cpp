@@ -77,12 +77,12 @@ StepResult AutofocusSteps::autofocus()
     m_bench.findings.trueFocus_steps = m_instrument.bestFocus_steps();
     QString log;
     const bool logged = !m_hand.isChecked("CHECK_DEBUG_AUTOFOCUS") || logHolds(log);
-    return {
-        finished && logged && progress.startsWith("100") && position == QString::number(stage),
-        QStringLiteral("position %1, progress %2%3").arg(position, progress, log),
-        QStringLiteral("stage at %1, focus at %2")
-            .arg(QString::number(stage), number(m_bench.findings.trueFocus_steps)),
-        {{"best Z", "steps", position.toDouble(), m_bench.findings.trueFocus_steps, kFocusTolerance_steps}}};
+    return {finished && logged && progress.startsWith("100") && position == QString::number(stage),
+            QStringLiteral("position %1, progress %2%3").arg(position, progress, log),
+            QStringLiteral("stage at %1, focus at %2")
+                .arg(QString::number(stage), number(m_bench.findings.trueFocus_steps)),
+            {{"best Z", "steps", finished ? m_bench.numberShown("EDIT_Z_POSITION") : kNotTaken,
+              m_bench.findings.trueFocus_steps, kFocusTolerance_steps}}};
 }
 
 QString AutofocusSteps::newestLog() const

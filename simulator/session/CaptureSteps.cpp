@@ -1,6 +1,6 @@
 #include "simulator/session/CaptureSteps.h"
 
-#include <cmath>
+#include <array>
 
 #include <QFile>
 #include <QGuiApplication>
@@ -16,6 +16,7 @@ namespace {
 
 constexpr QSize kFrame(1280, 960);
 constexpr double kBrightnessTolerance = 4.0;
+constexpr std::array<double, 3> kNoColour{kNotTaken, kNotTaken, kNotTaken};
 const QString kCaptureName = QStringLiteral("sample");
 const QString kScreenshotName = QStringLiteral("KorvexCap-0001.png");
 
@@ -33,16 +34,13 @@ std::vector<SessionStep> CaptureSteps::steps()
 
 StepResult CaptureSteps::capture()
 {
-    const auto live = meanColour([this] {
-        m_bench.settle();
-        return m_hand.liveView();
-    }());
+    const std::array<double, 3> live = m_bench.settle() ? meanColour(m_hand.liveView()) : kNoColour;
     m_hand.expectFileDialog(kCaptureName);
     m_hand.click("BUTTON_CAPTURE");
     m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after the capture"));
     const QString file = m_instrument.usb().filesOf() + '/' + kCaptureName + ".tif";
     const cv::Mat saved = QFile::exists(file) ? cv::imread(QFile::encodeName(file).toStdString()) : cv::Mat();
-    const cv::Scalar mean = saved.empty() ? cv::Scalar() : cv::mean(saved);
+    const cv::Scalar mean = saved.empty() ? cv::Scalar::all(kNotTaken) : cv::mean(saved);
     return {saved.cols == kFrame.width() && saved.rows == kFrame.height(),
             QStringLiteral("%1.tif of %2 x %3").arg(kCaptureName).arg(saved.cols).arg(saved.rows),
             QStringLiteral("frames of %1 x %2").arg(kFrame.width()).arg(kFrame.height()),

@@ -1,8 +1,10 @@
 #include "simulator/session/QcSteps.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "simulator/SimulatedInstrument.h"
+#include "simulator/session/PictureMeasures.h"
 
 namespace {
 
@@ -17,6 +19,8 @@ constexpr QPoint kWideOfTheDot(0, 120);
 constexpr double kPointTolerance_px = 1.5;
 constexpr double kLengthTolerance_px = 1.5;
 constexpr double kIntensityTolerance = 3.0;
+// A dot covers about four pixels of the live view.
+constexpr double kSpotTolerance_px = 4.0;
 
 constexpr double kPixelPitch_um = 1.4;
 constexpr double kPixelsPerMm = 1000.0;
@@ -32,6 +36,18 @@ QPoint clamped(const QPoint& offset)
 QPoint nearest(const SlidePoint& place)
 {
     return {qRound(place.x_px), qRound(place.y_px)};
+}
+
+// Where the live view of the whole field, scaled to fit, shows a place.
+QPointF inLiveView(const SlidePoint& place)
+{
+    const double scale = static_cast<double>(kView.width()) / kFrame.width();
+    return {(place.x_px + 0.5) * scale - 0.5, (place.y_px + 0.5) * scale - 0.5};
+}
+
+QString placeText(const QPointF& place)
+{
+    return QStringLiteral("(%1, %2)").arg(number(place.x()), number(place.y()));
 }
 
 double magnification(double length_px, double length_mm)
@@ -65,10 +81,29 @@ std::vector<SessionStep> QcSteps::steps()
 StepResult QcSteps::slide()
 {
     m_instrument.putSlide(SlideKind::Target);
+    m_hand.click("BUTTON_RESOLUTION_1280");
+    m_hand.setChecked("CHECK_SCALED_TO_FIT", true);
     const bool running = m_bench.settle();
     m_hand.takePicture("target");
-    return {running, running ? "live view shows the target" : "live view stands still",
-            QStringLiteral("dots %1 pixels apart").arg(number(m_instrument.slide().targetDistance_px(), 1))};
+    const QVector<QPoint> spots = running ? darkSpots(m_hand.liveView(), 2) : QVector<QPoint>();
+    bool found = spots.size() == 2;
+    QStringList truth;
+    for (const SlidePoint& dot : m_instrument.slide().targetDots()) {
+        const QPointF place = inLiveView(dot);
+        truth.append(placeText(place));
+        found = found && std::any_of(spots.begin(), spots.end(), [&](const QPoint& spot) {
+                    return std::hypot(spot.x() - place.x(), spot.y() - place.y()) <= kSpotTolerance_px;
+                });
+    }
+    QStringList seen;
+    for (const QPoint& spot : spots)
+        seen.append(placeText(spot));
+    return {found,
+            !running         ? QStringLiteral("live view stands still")
+            : seen.isEmpty() ? QStringLiteral("no dot in the live view")
+                             : QStringLiteral("dots at %1 of the live view").arg(seen.join(" and ")),
+            QStringLiteral("dots at %1, %2 pixels of the sensor apart")
+                .arg(truth.join(" and "), number(m_instrument.slide().targetDistance_px(), 1))};
 }
 
 StepResult QcSteps::freeze()
@@ -107,8 +142,16 @@ void QcSteps::aimAt(const QPoint& place)
 QPointF QcSteps::pointShown(const QString& edit)
 {
     const QStringList parts = m_hand.text(edit).split(", ");
-    const double nowhere = std::nan("");
-    return parts.size() == 2 ? QPointF(parts[0].toInt(), parts[1].toInt()) : QPointF(nowhere, nowhere);
+    bool isNumber[2] = {};
+    const QPointF point(parts.value(0).toInt(&isNumber[0]), parts.value(1).toInt(&isNumber[1]));
+    return isNumber[0] && isNumber[1] ? point : QPointF(kNotTaken, kNotTaken);
+}
+
+// A box instead of a result leaves what was shown before.
+bool QcSteps::pressWithoutBox(const QString& button)
+{
+    const int boxesBefore = m_hand.boxes().size();
+    return m_hand.click(button) && m_hand.boxes().size() == boxesBefore;
 }
 
 StepResult QcSteps::miss()
@@ -133,10 +176,10 @@ StepResult QcSteps::points()
         const QString digit = QString::number(index + 1);
         aimAt(nearest(dots.at(index)) + kBesideTheDot);
         m_hand.takePicture("aim-" + digit);
-        m_hand.click("BUTTON_POINT_" + digit);
+        const bool searched = pressWithoutBox("BUTTON_POINT_" + digit);
         m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after a search"));
         m_hand.takePicture("point-" + digit);
-        found[index] = pointShown("EDIT_POINT_" + digit);
+        found[index] = searched ? pointShown("EDIT_POINT_" + digit) : QPointF(kNotTaken, kNotTaken);
         figures.push_back(
             {"point " + digit + " x", "px", found[index].x(), dots[index].x_px, kPointTolerance_px});
         figures.push_back(
@@ -157,7 +200,7 @@ StepResult QcSteps::points()
 
 StepResult QcSteps::measure()
 {
-    m_hand.click("BUTTON_QC_MEASURE");
+    const bool measured = pressWithoutBox("BUTTON_QC_MEASURE");
     m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after the measurement"));
     m_hand.takePicture("measured");
     const double length_px = m_instrument.slide().targetDistance_px();
@@ -169,13 +212,14 @@ StepResult QcSteps::measure()
     const double part = kLengthTolerance_px / length_px;
     const QString magnificationText = m_hand.text("EDIT_MAGNIFICATION");
     const QString volumeText = m_hand.text("EDIT_VOLUME_FACTOR");
-    return {
-        true,
-        QStringLiteral("magnification %1, volume factor %2").arg(magnificationText, volumeText),
-        QStringLiteral("magnification %1, volume factor %2")
-            .arg(number(magnificationTruth, 4), number(volumeTruth, 5)),
-        {{"magnification", "", magnificationText.toDouble(), magnificationTruth, magnificationTruth * part},
-         {"volume factor", "mm\u00B3", volumeText.toDouble(), volumeTruth, volumeTruth * 2.0 * part}}};
+    const double magnificationFound = measured ? m_bench.numberShown("EDIT_MAGNIFICATION") : kNotTaken;
+    const double volumeFound = measured ? m_bench.numberShown("EDIT_VOLUME_FACTOR") : kNotTaken;
+    return {true,
+            QStringLiteral("magnification %1, volume factor %2").arg(magnificationText, volumeText),
+            QStringLiteral("magnification %1, volume factor %2")
+                .arg(number(magnificationTruth, 4), number(volumeTruth, 5)),
+            {{"magnification", "", magnificationFound, magnificationTruth, magnificationTruth * part},
+             {"volume factor", "mm\u00B3", volumeFound, volumeTruth, volumeTruth * 2.0 * part}}};
 }
 
 StepResult QcSteps::live()
@@ -193,7 +237,7 @@ StepResult QcSteps::live()
 StepResult QcSteps::intensity()
 {
     m_bench.settle();
-    m_hand.click("BUTTON_INTENSITY");
+    const bool measured = pressWithoutBox("BUTTON_INTENSITY");
     m_hand.takePicture("intensity");
     const auto truth = m_instrument.fieldColour();
     const QString names[] = {"red", "green", "blue"};
@@ -201,10 +245,11 @@ StepResult QcSteps::intensity()
     QStringList seen;
     QStringList known;
     for (std::size_t channel = 0; channel < 3; ++channel) {
-        const QString text = m_hand.text("EDIT_INTENSITY_" + names[channel].toUpper());
-        figures.push_back({"intensity " + names[channel], "", text.isEmpty() ? std::nan("") : text.toDouble(),
-                           truth[channel], kIntensityTolerance});
-        seen.append(text);
+        const QString edit = "EDIT_INTENSITY_" + names[channel].toUpper();
+        figures.push_back({"intensity " + names[channel], "",
+                           measured ? m_bench.numberShown(edit) : kNotTaken, truth[channel],
+                           kIntensityTolerance});
+        seen.append(m_hand.text(edit));
         known.append(number(truth[channel], 1));
     }
     return {true, seen.join(", "), known.join(", "), figures};

@@ -26,8 +26,9 @@ private:
 
     void panTo(const QPoint& place);
     void aimAt(const QPoint& place);
+    bool pressWithoutBox(const QString& button);
     QPointF pointShown(const QString& edit);
 
     QPoint m_offset; ///< top left pixel of the frozen frame's part on the screen
-    double m_foundLength_px = 0.0;
+    double m_foundLength_px = kNotTaken;
 };

@@ -1,5 +1,6 @@
 #include "simulator/session/SessionBench.h"
 
+#include <cmath>
 #include <cstdint>
 
 #include "simulator/SimulatedInstrument.h"
@@ -7,7 +8,7 @@
 
 QString number(double value, int decimals)
 {
-    return QString::number(value, 'f', decimals);
+    return std::isfinite(value) ? QString::number(value, 'f', decimals) : QStringLiteral("none");
 }
 
 QString onOff(bool on)
@@ -50,8 +51,14 @@ void SessionBench::moveTo(int position_steps)
 
 double SessionBench::brightness()
 {
-    settle();
-    return measurePicture(hand.liveView()).brightness;
+    return settle() ? measurePicture(hand.liveView()).brightness : kNotTaken;
+}
+
+double SessionBench::numberShown(const QString& name)
+{
+    bool ok = false;
+    const double value = hand.text(name).toDouble(&ok);
+    return ok ? value : kNotTaken;
 }
 
 bool SessionBench::boxWas(const QString& title, const QString& text) const

@@ -43,8 +43,10 @@ struct SessionBench
     void moveTo(int position_steps);
     /// Waits until the window takes presses; not long for one that was locked the last time.
     bool waitUntilEnabled(const QString& otherwise);
-    /// Mean grey level 0..255 of the live view on the screen.
+    /// Mean grey level 0..255 of the live view on the screen; kNotTaken while it stands still.
     double brightness();
+    /// The number that a widget shows; kNotTaken where it shows none.
+    double numberShown(const QString& name);
     /// Whether the box that was announced last came up with this title and text.
     bool boxWas(const QString& title, const QString& text) const;
 
@@ -65,7 +67,7 @@ inline constexpr int kFramesOfBefore = 2;
 /// The paintings that may still do so: of what is in the grab thread and on the screen.
 inline constexpr int kFramesUnderWay = 8;
 
-/// Texts of results.
+/// Texts of results; "none" for a number that is none.
 QString number(double value, int decimals = 0);
 QString onOff(bool on);
 QString lightText(const BoardLight& light);

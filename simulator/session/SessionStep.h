@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <limits>
 #include <vector>
 
 #include <QString>
@@ -11,17 +12,25 @@
 
 #include "simulator/session/BoxWatcher.h"
 
+/// Stands for a number that nobody took: the press before it was refused, or no number is shown.
+inline constexpr double kNotTaken = std::numeric_limits<double>::quiet_NaN();
+
 /// A number that the window gave, beside the one that the instrument knows to be true.
 struct Figure
 {
     QString name; ///< "best Z"
     QString unit; ///< empty for a plain number
-    double found = 0.0;
+    double found = kNotTaken;
     double truth = 0.0;
     double tolerance = 0.0; ///< largest difference that is still right
 
     double error() const { return found - truth; }
-    bool holds() const { return std::abs(error()) <= tolerance; } // false for no number
+    /// Never without three finite numbers: a limit without end would let everything pass.
+    bool holds() const
+    {
+        return std::isfinite(found) && std::isfinite(truth) && std::isfinite(tolerance) &&
+               std::abs(error()) <= tolerance;
+    }
 };
 
 /// What a step found.

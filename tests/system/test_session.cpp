@@ -125,6 +125,11 @@ void TestSession::aFaultySessionEndsWithAReport_data()
         << QStringList{"--fault", "no-settings", "--steps", "window,handshake,save-qc,exit,ended"}
         << "save-qc"
         << "";
+    // A dark picture, which no TIFF and no dot was ever taken from.
+    QTest::newRow("no power") << QStringList{"--fault", "no-power", "--steps",
+                                             "window,capture,slide,points,measure,exit,ended"}
+                              << "slide"
+                              << "";
 }
 
 void TestSession::aFaultySessionEndsWithAReport()
@@ -140,9 +145,13 @@ void TestSession::aFaultySessionEndsWithAReport()
     QCOMPARE(textsOf(session["settingsHarm"]), QStringList());
     bool found = false;
     const QJsonArray steps = session["steps"].toArray();
-    for (const QJsonValue& step : steps)
+    for (const QJsonValue& step : steps) {
         if (step.toObject()["name"].toString() == failed)
             found = !step.toObject()["holds"].toBool();
+        const QJsonArray figures = step.toObject()["figures"].toArray();
+        for (const QJsonValue& figure : figures)
+            QVERIFY2(!figure.toObject()["holds"].toBool(), qPrintable(figure.toObject()["name"].toString()));
+    }
     QVERIFY2(found, run.all());
     QVERIFY(session["steps"].toArray().last().toObject()["holds"].toBool());
     if (!error.isEmpty())

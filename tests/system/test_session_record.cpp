@@ -1,4 +1,5 @@
 #include <cmath>
+#include <limits>
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -17,6 +18,8 @@ class TestSessionRecord : public QObject
 private slots:
     void aFigureOutsideItsToleranceFailsItsStep();
     void aNumberThatIsNoneFailsItsStep();
+    void aFigureWithoutThreeFiniteNumbersNeverHolds_data();
+    void aFigureWithoutThreeFiniteNumbersNeverHolds();
     void settingsFilesTellWhatChanged();
     void settingsFilesTellWhatTheySuffered();
     void errorLinesAreToldOnce();
@@ -59,6 +62,31 @@ void TestSessionRecord::aNumberThatIsNoneFailsItsStep()
     const QJsonObject figure = steps[0].toObject()["figures"].toArray()[0].toObject();
     QVERIFY(figure["found"].isNull());
     QCOMPARE(figure["truth"].toDouble(), 10.0);
+}
+
+void TestSessionRecord::aFigureWithoutThreeFiniteNumbersNeverHolds_data()
+{
+    QTest::addColumn<double>("found");
+    QTest::addColumn<double>("truth");
+    QTest::addColumn<double>("tolerance");
+    QTest::addColumn<bool>("holds");
+    const double endless = std::numeric_limits<double>::infinity();
+    QTest::newRow("three numbers") << 10.0 << 10.5 << 1.0 << true;
+    QTest::newRow("endless truth and limit") << 0.0 << endless << endless << false;
+    QTest::newRow("endless limit") << 0.0 << 10.0 << endless << false;
+    QTest::newRow("endless result") << endless << 10.0 << endless << false;
+    QTest::newRow("no truth") << 10.0 << kNotTaken << 1.0 << false;
+    QTest::newRow("no limit") << 10.0 << 10.0 << kNotTaken << false;
+    QTest::newRow("never taken") << Figure().found << 0.0 << 4.0 << false;
+}
+
+void TestSessionRecord::aFigureWithoutThreeFiniteNumbersNeverHolds()
+{
+    QFETCH(double, found);
+    QFETCH(double, truth);
+    QFETCH(double, tolerance);
+    QFETCH(bool, holds);
+    QCOMPARE((Figure{"length", "px", found, truth, tolerance}.holds()), holds);
 }
 
 void TestSessionRecord::settingsFilesTellWhatChanged()
