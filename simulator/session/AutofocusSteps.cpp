@@ -27,17 +27,6 @@ constexpr int kGraphPaint_ms = 300;
 
 } // namespace
 
-const StepRow<AutofocusSteps> AutofocusSteps::kSteps[] = {
-    {"disk", "asks for a log without a USB disk, and plugs one in", &AutofocusSteps::disk},
-    {"autofocus", "runs the autofocus", &AutofocusSteps::autofocus},
-    {"graph", "looks at the focus graph", &AutofocusSteps::graph},
-};
-
-std::vector<SessionStep> AutofocusSteps::steps()
-{
-    return stepsOf(*this, kSteps);
-}
-
 StepResult AutofocusSteps::disk()
 {
     m_hand.setChecked("CHECK_DEBUG_AUTOFOCUS", true);

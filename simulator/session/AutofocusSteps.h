@@ -8,10 +8,8 @@ class AutofocusSteps : public StepGroup
 public:
     explicit AutofocusSteps(SessionBench& bench) : StepGroup(bench) {}
 
-    std::vector<SessionStep> steps() override;
-
 private:
-    static const StepRow<AutofocusSteps> kSteps[];
+    friend class Session; // whose table names the steps
 
     StepResult disk();
     StepResult autofocus();

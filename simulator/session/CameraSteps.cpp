@@ -30,21 +30,6 @@ struct CameraSteps::Control
     std::uint16_t highRegister;
 };
 
-const StepRow<CameraSteps> CameraSteps::kSteps[] = {
-    {"led", "switches the LED off and on, and brings the picture to the stated brightness",
-     &CameraSteps::led},
-    {"gain", "raises the gain by one step", &CameraSteps::gain},
-    {"exposure", "trims the exposure until the picture has the stated brightness again",
-     &CameraSteps::exposure},
-    {"colours", "makes each colour stronger, and takes it back", &CameraSteps::colours},
-    {"staining", "changes the staining and back, and reads the saved registers", &CameraSteps::staining},
-};
-
-std::vector<SessionStep> CameraSteps::steps()
-{
-    return stepsOf(*this, kSteps);
-}
-
 int CameraSteps::shownRegisters(const QString& edit)
 {
     bool ok = false;

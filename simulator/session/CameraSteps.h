@@ -8,10 +8,8 @@ class CameraSteps : public StepGroup
 public:
     explicit CameraSteps(SessionBench& bench) : StepGroup(bench) {}
 
-    std::vector<SessionStep> steps() override;
-
 private:
-    static const StepRow<CameraSteps> kSteps[];
+    friend class Session; // whose table names the steps
 
     StepResult led();
     StepResult gain();

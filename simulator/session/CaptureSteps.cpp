@@ -22,16 +22,6 @@ const QString kScreenshotName = QStringLiteral("KorvexCap-0001.png");
 
 } // namespace
 
-const StepRow<CaptureSteps> CaptureSteps::kSteps[] = {
-    {"capture", "saves the picture as TIFF, and answers the file dialog", &CaptureSteps::capture},
-    {"screenshot", "saves the screen by the Print key", &CaptureSteps::screenshot},
-};
-
-std::vector<SessionStep> CaptureSteps::steps()
-{
-    return stepsOf(*this, kSteps);
-}
-
 StepResult CaptureSteps::capture()
 {
     const std::array<double, 3> live = m_bench.settle() ? meanColour(m_hand.liveView()) : kNoColour;

@@ -8,10 +8,8 @@ class CaptureSteps : public StepGroup
 public:
     explicit CaptureSteps(SessionBench& bench) : StepGroup(bench) {}
 
-    std::vector<SessionStep> steps() override;
-
 private:
-    static const StepRow<CaptureSteps> kSteps[];
+    friend class Session; // whose table names the steps
 
     StepResult capture();
     StepResult screenshot();

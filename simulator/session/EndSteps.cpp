@@ -2,19 +2,6 @@
 
 #include "simulator/SimulatedInstrument.h"
 
-const StepRow<EndSteps> EndSteps::kSteps[] = {
-    {"consoles", "reads both consoles", &EndSteps::consoles},
-    {"stay", "presses Exit, and answers No", &EndSteps::stay},
-    {"exit", "presses Exit, and answers Yes", &EndSteps::exit},
-    {"ended", "waits for the program's end", &EndSteps::ended, true},
-    {"parked", "looks at the instrument that is left behind", &EndSteps::parked, true},
-};
-
-std::vector<SessionStep> EndSteps::steps()
-{
-    return stepsOf(*this, kSteps);
-}
-
 QString EndSteps::showConsole(const QString& number, const QString& name, const QString& textArea)
 {
     m_hand.type("SPIN_DEBUG", number);

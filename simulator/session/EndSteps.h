@@ -8,10 +8,8 @@ class EndSteps : public StepGroup
 public:
     explicit EndSteps(SessionBench& bench) : StepGroup(bench) {}
 
-    std::vector<SessionStep> steps() override;
-
 private:
-    static const StepRow<EndSteps> kSteps[];
+    friend class Session; // whose table names the steps
 
     StepResult consoles();
     StepResult stay();

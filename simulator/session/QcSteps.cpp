@@ -63,21 +63,6 @@ double volumeFactor(double length_px, double length_mm)
 
 } // namespace
 
-const StepRow<QcSteps> QcSteps::kSteps[] = {
-    {"slide", "lays the calibration target under the microscope", &QcSteps::slide},
-    {"freeze", "freezes a full-size picture of the target", &QcSteps::freeze},
-    {"miss", "marks a place without a dot, and is told so", &QcSteps::miss},
-    {"points", "marks both dots", &QcSteps::points},
-    {"measure", "measures magnification and volume factor", &QcSteps::measure},
-    {"live", "goes back to the live view", &QcSteps::live},
-    {"intensity", "measures the intensity of the clear field", &QcSteps::intensity},
-};
-
-std::vector<SessionStep> QcSteps::steps()
-{
-    return stepsOf(*this, kSteps);
-}
-
 StepResult QcSteps::slide()
 {
     m_instrument.putSlide(SlideKind::Target);

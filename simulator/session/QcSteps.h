@@ -11,10 +11,8 @@ class QcSteps : public StepGroup
 public:
     explicit QcSteps(SessionBench& bench) : StepGroup(bench) {}
 
-    std::vector<SessionStep> steps() override;
-
 private:
-    static const StepRow<QcSteps> kSteps[];
+    friend class Session; // whose table names the steps
 
     StepResult slide();
     StepResult freeze();

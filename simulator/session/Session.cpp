@@ -1,6 +1,6 @@
 #include "simulator/session/Session.h"
 
-#include <algorithm>
+#include <tuple>
 
 #include "simulator/session/AutofocusSteps.h"
 #include "simulator/session/CameraSteps.h"
@@ -12,70 +12,124 @@
 #include "simulator/session/StartSteps.h"
 #include "simulator/session/ViewSteps.h"
 
+struct Session::Groups
+{
+    explicit Groups(SessionBench& bench) : all(bench, bench, bench, bench, bench, bench, bench, bench, bench)
+    {
+    }
+
+    std::tuple<StartSteps, ViewSteps, CameraSteps, StageSteps, AutofocusSteps, CaptureSteps, QcSteps,
+               SettingsSteps, EndSteps>
+        all;
+};
+
+/// A row of the table.
+struct Session::Row
+{
+    const char* name;
+    const char* text; ///< what the operator does
+    unsigned plans;   ///< a bit for each
+    StepResult (*make)(Groups&);
+    bool afterEventLoop = false;
+};
+
 namespace {
 
-const QStringList kVisit{"window", "tabs", "handshake", "vga",  "1280", "5m",    "jog",   "focus",
-                         "rotate", "home", "consoles",  "stay", "exit", "ended", "parked"};
-
-// The order of the technician's day: the picture first, then the focus with it, then the
-// calibration at that focus, and what is known is saved before it can be lost.
-const QStringList kDay{
-    "window",     "tabs",    "handshake", "vga",         "1280",      "5m",         "led",       "gain",
-    "exposure",   "colours", "jog",       "save-camera", "staining",  "focus",      "rotate",    "home",
-    "centre",     "disk",    "autofocus", "graph",       "reference", "save-stage", "capture",   "screenshot",
-    "slide",      "freeze",  "miss",      "points",      "measure",   "live",       "intensity", "serial",
-    "skip-frame", "save-qc", "password",  "consoles",    "stay",      "exit",       "ended",     "parked"};
-
-const QStringList kCalibration{"window", "handshake", "centre", "autofocus", "slide", "freeze",
-                               "points", "measure",   "live",   "exit",      "ended"};
-
-const QStringList& planned(SessionPlan plan)
+constexpr unsigned bitOf(SessionPlan plan)
 {
-    switch (plan) {
-    case SessionPlan::Visit:
-        return kVisit;
-    case SessionPlan::Calibration:
-        return kCalibration;
-    case SessionPlan::Day:
-        break;
-    }
-    return kDay;
+    return 1U << static_cast<unsigned>(plan);
+}
+
+constexpr unsigned kDay = bitOf(SessionPlan::Day);
+constexpr unsigned kVisitAndDay = bitOf(SessionPlan::Visit) | kDay;
+constexpr unsigned kDayAndCalibration = kDay | bitOf(SessionPlan::Calibration);
+constexpr unsigned kAll = kVisitAndDay | kDayAndCalibration;
+
+template <class Group>
+Group& groupOf(StepResult (Group::*)(), Session::Groups& groups)
+{
+    return std::get<Group>(groups.all);
+}
+
+template <auto Step>
+StepResult made(Session::Groups& groups)
+{
+    return (groupOf(Step, groups).*Step)();
 }
 
 } // namespace
 
-Session::Session(SessionBench& bench)
-{
-    m_groups.push_back(std::make_unique<StartSteps>(bench));
-    m_groups.push_back(std::make_unique<ViewSteps>(bench));
-    m_groups.push_back(std::make_unique<CameraSteps>(bench));
-    m_groups.push_back(std::make_unique<StageSteps>(bench));
-    m_groups.push_back(std::make_unique<AutofocusSteps>(bench));
-    m_groups.push_back(std::make_unique<CaptureSteps>(bench));
-    m_groups.push_back(std::make_unique<QcSteps>(bench));
-    m_groups.push_back(std::make_unique<SettingsSteps>(bench));
-    m_groups.push_back(std::make_unique<EndSteps>(bench));
-}
+// The order of the technician's day: the picture first, then the focus with it, then the
+// calibration at that focus, and what is known is saved before it can be lost.
+const Session::Row Session::kRows[] = {
+    {"window", "waits for the window, and reads title and version", kAll, made<&StartSteps::window>},
+    {"tabs", "opens each tab", kVisitAndDay, made<&StartSteps::tabs>},
+    {"handshake", "compares what the window shows with the board, after the handshake", kAll,
+     made<&StartSteps::handshake>},
+    {"vga", "looks at the live view in 640 x 480", kVisitAndDay, made<&ViewSteps::viewVga>},
+    {"1280", "looks at the live view in 1280 x 960", kVisitAndDay, made<&ViewSteps::view1280>},
+    {"5m", "looks at the live view in 2592 x 1944", kVisitAndDay, made<&ViewSteps::view5M>},
+    {"led", "switches the LED off and on, and brings the picture to the stated brightness", kDay,
+     made<&CameraSteps::led>},
+    {"gain", "raises the gain by one step", kDay, made<&CameraSteps::gain>},
+    {"exposure", "trims the exposure until the picture has the stated brightness again", kDay,
+     made<&CameraSteps::exposure>},
+    {"colours", "makes each colour stronger, and takes it back", kDay, made<&CameraSteps::colours>},
+    {"jog", "moves the stage up and down by one step width", kVisitAndDay, made<&StageSteps::jog>},
+    {"save-camera", "saves on the camera tab, and reads the files", kDay, made<&SettingsSteps::saveCamera>},
+    {"staining", "changes the staining and back, and reads the saved registers", kDay,
+     made<&CameraSteps::staining>},
+    {"focus", "goes through the focus, and looks where the picture is sharpest", kVisitAndDay,
+     made<&StageSteps::focus>},
+    {"rotate", "lets the stage run while a button is held", kVisitAndDay, made<&StageSteps::rotate>},
+    {"home", "sends the stage to its origin", kVisitAndDay, made<&StageSteps::home>},
+    {"centre", "sends the stage to where the focus is expected", kDayAndCalibration,
+     made<&StageSteps::centre>},
+    {"disk", "asks for a log without a USB disk, and plugs one in", kDay, made<&AutofocusSteps::disk>},
+    {"autofocus", "runs the autofocus", kDayAndCalibration, made<&AutofocusSteps::autofocus>},
+    {"graph", "looks at the focus graph", kDay, made<&AutofocusSteps::graph>},
+    {"reference", "sets the Z reference to the focus, goes away and comes back to it", kDay,
+     made<&StageSteps::reference>},
+    {"save-stage", "saves on the stage tab, and reads the files", kDay, made<&SettingsSteps::saveStage>},
+    {"capture", "saves the picture as TIFF, and answers the file dialog", kDay, made<&CaptureSteps::capture>},
+    {"screenshot", "saves the screen by the Print key", kDay, made<&CaptureSteps::screenshot>},
+    {"slide", "lays the calibration target under the microscope", kDayAndCalibration, made<&QcSteps::slide>},
+    {"freeze", "freezes a full-size picture of the target", kDayAndCalibration, made<&QcSteps::freeze>},
+    {"miss", "marks a place without a dot, and is told so", kDay, made<&QcSteps::miss>},
+    {"points", "marks both dots", kDayAndCalibration, made<&QcSteps::points>},
+    {"measure", "measures magnification and volume factor", kDayAndCalibration, made<&QcSteps::measure>},
+    {"live", "goes back to the live view", kDayAndCalibration, made<&QcSteps::live>},
+    {"intensity", "measures the intensity of the clear field", kDay, made<&QcSteps::intensity>},
+    {"serial", "types the serial number", kDay, made<&SettingsSteps::serial>},
+    {"skip-frame", "sets the skip frame count, at first too high", kDay, made<&SettingsSteps::skipFrame>},
+    {"save-qc", "saves on the QC tab, and reads the files", kDay, made<&SettingsSteps::saveQc>},
+    {"password", "sets the serial number as the password", kDay, made<&SettingsSteps::password>},
+    {"consoles", "reads both consoles", kVisitAndDay, made<&EndSteps::consoles>},
+    {"stay", "presses Exit, and answers No", kVisitAndDay, made<&EndSteps::stay>},
+    {"exit", "presses Exit, and answers Yes", kAll, made<&EndSteps::exit>},
+    {"ended", "waits for the program's end", kAll, made<&EndSteps::ended>, true},
+    {"parked", "looks at the instrument that is left behind", kVisitAndDay, made<&EndSteps::parked>, true},
+};
+
+Session::Session(SessionBench& bench) : m_groups(std::make_unique<Groups>(bench)) {}
 
 Session::~Session() = default;
 
 std::vector<SessionStep> Session::steps(SessionPlan plan, const QStringList& names)
 {
-    std::vector<SessionStep> all;
-    for (const auto& group : m_groups)
-        for (SessionStep& step : group->steps())
-            all.push_back(std::move(step));
     std::vector<SessionStep> chosen;
-    for (const QString& name : planned(plan)) {
-        const auto found =
-            std::find_if(all.begin(), all.end(), [&](const SessionStep& step) { return name == step.name; });
-        if (found != all.end() && (names.isEmpty() || names.contains(name)))
-            chosen.push_back(*found);
-    }
+    for (const Row& row : kRows)
+        if ((row.plans & bitOf(plan)) != 0 && (names.isEmpty() || names.contains(row.name)))
+            chosen.push_back({row.name, row.text, row.afterEventLoop,
+                              [&groups = *m_groups, &row] { return row.make(groups); }});
     return chosen;
 }
 
 QStringList Session::stepNames(SessionPlan plan)
 {
-    return planned(plan);
+    QStringList names;
+    for (const Row& row : kRows)
+        if ((row.plans & bitOf(plan)) != 0)
+            names.append(row.name);
+    return names;
 }

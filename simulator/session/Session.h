@@ -14,8 +14,9 @@ enum class SessionPlan {
     Calibration ///< handshake, autofocus and calibration target only
 };
 
-/// A session: the groups of steps, and the order in which a plan makes them. The steps lead
-/// from the window's start to the program's end; a choice of them may also be made.
+/// A session: one table of steps in the order in which they are made, each with the plans that
+/// make it. They lead from the window's start to the program's end; a choice of them may also
+/// be made.
 class Session
 {
 public:
@@ -28,6 +29,12 @@ public:
     /// The names of a plan's steps in their order.
     static QStringList stepNames(SessionPlan plan);
 
+    /// The objects whose functions the rows name.
+    struct Groups;
+
 private:
-    std::vector<std::unique_ptr<StepGroup>> m_groups;
+    struct Row;
+    static const Row kRows[];
+
+    std::unique_ptr<Groups> m_groups;
 };

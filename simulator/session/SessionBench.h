@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <vector>
 
 #include <QPointF>
@@ -72,45 +71,22 @@ QString number(double value, int decimals = 0);
 QString onOff(bool on);
 QString lightText(const BoardLight& light);
 
-/// Steps that belong together, as a class with one function for each.
+/// Steps that belong together, as a class with a function for each that the session's table
+/// names; what one of them leaves for the next is kept here.
 class StepGroup
 {
 public:
-    virtual ~StepGroup() = default;
     StepGroup(const StepGroup&) = delete;
     StepGroup& operator=(const StepGroup&) = delete;
-
-    /// All steps of the group; they call it, so it has to outlive them.
-    virtual std::vector<SessionStep> steps() = 0;
 
 protected:
     explicit StepGroup(SessionBench& bench)
         : m_bench(bench), m_hand(bench.hand), m_instrument(bench.instrument)
     {
     }
+    ~StepGroup() = default;
 
     SessionBench& m_bench;
     Operator& m_hand;
     SimulatedInstrument& m_instrument;
 };
-
-/// A row of a group's table.
-template <class Group>
-struct StepRow
-{
-    const char* name;
-    const char* text;
-    StepResult (Group::*run)();
-    bool afterEventLoop = false;
-};
-
-/// The steps that a group's table describes.
-template <class Group, std::size_t Size>
-std::vector<SessionStep> stepsOf(Group& group, const StepRow<Group> (&rows)[Size])
-{
-    std::vector<SessionStep> steps;
-    for (const StepRow<Group>& row : rows)
-        steps.push_back(
-            {row.name, row.text, row.afterEventLoop, [&group, &row] { return (group.*row.run)(); }});
-    return steps;
-}

@@ -24,20 +24,6 @@ const QString kMessage = QStringLiteral("ORLA-III");
 
 } // namespace
 
-const StepRow<SettingsSteps> SettingsSteps::kSteps[] = {
-    {"serial", "types the serial number", &SettingsSteps::serial},
-    {"skip-frame", "sets the skip frame count, at first too high", &SettingsSteps::skipFrame},
-    {"save-stage", "saves on the stage tab, and reads the files", &SettingsSteps::saveStage},
-    {"save-camera", "saves on the camera tab, and reads the files", &SettingsSteps::saveCamera},
-    {"save-qc", "saves on the QC tab, and reads the files", &SettingsSteps::saveQc},
-    {"password", "sets the serial number as the password", &SettingsSteps::password},
-};
-
-std::vector<SessionStep> SettingsSteps::steps()
-{
-    return stepsOf(*this, kSteps);
-}
-
 bool SettingsSteps::boxAfter(const QString& button, const QString& title, const QString& text)
 {
     m_hand.expectBox("OK");

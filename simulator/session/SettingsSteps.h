@@ -10,10 +10,8 @@ class SettingsSteps : public StepGroup
 public:
     explicit SettingsSteps(SessionBench& bench) : StepGroup(bench) {}
 
-    std::vector<SessionStep> steps() override;
-
 private:
-    static const StepRow<SettingsSteps> kSteps[];
+    friend class Session; // whose table names the steps
 
     StepResult serial();
     StepResult skipFrame();

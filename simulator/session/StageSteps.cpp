@@ -18,21 +18,6 @@ constexpr int kAwayFromReference = 20000;
 
 } // namespace
 
-const StepRow<StageSteps> StageSteps::kSteps[] = {
-    {"jog", "moves the stage up and down by one step width", &StageSteps::jog},
-    {"focus", "goes through the focus, and looks where the picture is sharpest", &StageSteps::focus},
-    {"rotate", "lets the stage run while a button is held", &StageSteps::rotate},
-    {"home", "sends the stage to its origin", &StageSteps::home},
-    {"centre", "sends the stage to where the focus is expected", &StageSteps::centre},
-    {"reference", "sets the Z reference to the focus, goes away and comes back to it",
-     &StageSteps::reference},
-};
-
-std::vector<SessionStep> StageSteps::steps()
-{
-    return stepsOf(*this, kSteps);
-}
-
 StepResult StageSteps::jog()
 {
     m_hand.type("SPIN_Z_STEP", QString::number(kJogStep));

@@ -8,10 +8,8 @@ class StageSteps : public StepGroup
 public:
     explicit StageSteps(SessionBench& bench) : StepGroup(bench) {}
 
-    std::vector<SessionStep> steps() override;
-
 private:
-    static const StepRow<StageSteps> kSteps[];
+    friend class Session; // whose table names the steps
 
     StepResult jog();
     StepResult focus();

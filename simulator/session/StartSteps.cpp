@@ -11,18 +11,6 @@ const QString kVersionWithoutSettings = QStringLiteral("0.0.1");
 
 } // namespace
 
-const StepRow<StartSteps> StartSteps::kSteps[] = {
-    {"window", "waits for the window, and reads title and version", &StartSteps::window},
-    {"tabs", "opens each tab", &StartSteps::tabs},
-    {"handshake", "compares what the window shows with the board, after the handshake",
-     &StartSteps::handshake},
-};
-
-std::vector<SessionStep> StartSteps::steps()
-{
-    return stepsOf(*this, kSteps);
-}
-
 StepResult StartSteps::window()
 {
     m_hand.waitUntil([this] { return m_hand.windowIsEnabled(); }, kAnswer_ms,

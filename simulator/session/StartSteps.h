@@ -8,10 +8,8 @@ class StartSteps : public StepGroup
 public:
     explicit StartSteps(SessionBench& bench) : StepGroup(bench) {}
 
-    std::vector<SessionStep> steps() override;
-
 private:
-    static const StepRow<StartSteps> kSteps[];
+    friend class Session; // whose table names the steps
 
     StepResult window();
     StepResult tabs();

@@ -33,17 +33,6 @@ struct ViewSteps::View
     QPoint navigatorCorner;
 };
 
-const StepRow<ViewSteps> ViewSteps::kSteps[] = {
-    {"vga", "looks at the live view in 640 x 480", &ViewSteps::viewVga},
-    {"1280", "looks at the live view in 1280 x 960", &ViewSteps::view1280},
-    {"5m", "looks at the live view in 2592 x 1944", &ViewSteps::view5M},
-};
-
-std::vector<SessionStep> ViewSteps::steps()
-{
-    return stepsOf(*this, kSteps);
-}
-
 StepResult ViewSteps::viewVga()
 {
     return lookAt({"BUTTON_RESOLUTION_VGA", "vga", {80, 60}});

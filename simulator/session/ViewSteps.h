@@ -10,10 +10,8 @@ class ViewSteps : public StepGroup
 public:
     explicit ViewSteps(SessionBench& bench) : StepGroup(bench) {}
 
-    std::vector<SessionStep> steps() override;
-
 private:
-    static const StepRow<ViewSteps> kSteps[];
+    friend class Session; // whose table names the steps
 
     StepResult viewVga();
     StepResult view1280();

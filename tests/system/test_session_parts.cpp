@@ -1,4 +1,4 @@
-#include <random>
+#include <map>
 
 #include <QCheckBox>
 #include <QFileDialog>
@@ -127,7 +127,7 @@ private slots:
     void aFileDialogGetsItsName();
     void anUnexpectedFileDialogIsCancelledAndIsTrouble();
     void disabledControlsAreNamed();
-    void everyPlannedStepExists();
+    void oneTableOrdersThePlans();
 
 private:
     std::unique_ptr<PracticeWindow> m_window;
@@ -508,7 +508,7 @@ void TestSessionParts::disabledControlsAreNamed()
     QCOMPARE(m_hand->disabledControls(), QStringList("the whole window"));
 }
 
-void TestSessionParts::everyPlannedStepExists()
+void TestSessionParts::oneTableOrdersThePlans()
 {
     InstrumentParameters parameters;
     parameters.instant = true;
@@ -516,16 +516,27 @@ void TestSessionParts::everyPlannedStepExists()
     QCOMPARE(instrument.error(), QString());
     SessionBench bench(*m_hand, instrument);
     Session session(bench);
-    for (const SessionPlan plan : {SessionPlan::Visit, SessionPlan::Day, SessionPlan::Calibration}) {
+    const std::map<SessionPlan, int> sizes{
+        {SessionPlan::Visit, 15}, {SessionPlan::Day, 40}, {SessionPlan::Calibration, 11}};
+    for (const auto& [plan, size] : sizes) {
         QStringList names;
         for (const SessionStep& step : session.steps(plan)) {
             names.append(step.name);
             QVERIFY(*step.text != '\0');
+            QCOMPARE(step.afterEventLoop, names.last() == "ended" || names.last() == "parked");
         }
+        QCOMPARE(names.size(), size);
         QCOMPARE(names, Session::stepNames(plan));
         QCOMPARE(names.removeDuplicates(), 0);
         QCOMPARE(session.steps(plan, {"exit", "window"}).size(), std::size_t(2));
+        QCOMPARE(QString(session.steps(plan, {"exit", "window"})[0].name), QString("window"));
     }
+    // A plan leaves steps out, and never makes them in another order.
+    QStringList day = Session::stepNames(SessionPlan::Day);
+    for (const QString& name : Session::stepNames(SessionPlan::Day))
+        if (!Session::stepNames(SessionPlan::Calibration).contains(name))
+            day.removeAll(name);
+    QCOMPARE(day, Session::stepNames(SessionPlan::Calibration));
 }
 
 QTEST_MAIN(TestSessionParts)
