@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <utility>
 
 #include <QApplication>
 #include <QDateTime>
@@ -17,6 +18,7 @@
 #include "simulator/SimulatedInstrument.h"
 #include "simulator/SimulatorOptions.h"
 #include "simulator/session/Operator.h"
+#include "simulator/session/RunFolder.h"
 #include "simulator/session/Session.h"
 #include "simulator/session/SessionRecord.h"
 #include "simulator/session/SessionReport.h"
@@ -42,17 +44,10 @@ void writeToLogFile(QtMsgType, const QMessageLogContext&, const QString& message
     logFile().write((message + QLatin1Char('\n')).toLocal8Bit());
 }
 
-/// Makes the directory ready: nothing of an earlier run, the debug stream in a file.
-bool prepareOutDirectory(const QString& path)
+/// Sends the debug stream into a file of the run's folder.
+bool beginLog(const QString& folder)
 {
-    QDir directory(path);
-    if (!directory.mkpath(QStringLiteral(".")))
-        return false;
-    const QStringList old =
-        directory.entryList({"[0-9][0-9]-*.png", "report.html", "session.json"}, QDir::Files);
-    for (const QString& name : old)
-        directory.remove(name);
-    logFile().setFileName(directory.filePath(kLogName));
+    logFile().setFileName(QDir(folder).filePath(kLogName));
     if (!logFile().open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         return false;
     qInstallMessageHandler(writeToLogFile);
@@ -70,21 +65,26 @@ SessionPlan planOf(const SimulatorOptions& options)
 class DrivenRun
 {
 public:
-    DrivenRun(const SimulatorOptions& options, SimulatedInstrument& instrument)
+    DrivenRun(const SimulatorOptions& options, SimulatedInstrument& instrument, QString folder,
+              const QDateTime& begun)
         : m_options(options),
-          m_begun(QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm"))),
-          m_root(instrument.root()),
+          m_folder(std::move(folder)),
+          m_begun(begun),
+          m_instrument(instrument),
           m_settingsBefore(readSettings()),
+          m_serialBefore(serialNumber()),
           m_output(stdout),
           m_window(std::make_unique<ORLA_II_Plus_Verifier>()),
-          m_hand(*m_window, options.outDirectory),
-          m_bench(m_hand, instrument),
+          m_hand(*m_window, m_folder),
+          m_bench(m_hand, instrument, !options.plainAnswers),
           m_session(m_bench),
           m_runner(m_hand, m_session.steps(planOf(options), options.steps), m_output)
     {
         m_clock.start();
         m_runner.showProgress();
-        m_runner.setLastWords([this](const std::string& what) { report(QString::fromStdString(what)); });
+        m_runner.setLastWords([this](const std::string& what) {
+            report(QString::fromStdString(what) + " did not end in time, and the program was stopped.");
+        });
     }
 
     int run(const TerminationSignal& signalled)
@@ -97,6 +97,8 @@ public:
         QTimer::singleShot(0, &m_hand, [this] {
             m_runner.runInEventLoop();
             m_runner.expectEnd();
+            if (m_hand.hasGivenUp())
+                QCoreApplication::quit();
             QTimer::singleShot(kEndPatience_ms, &m_hand, [this] {
                 m_bench.findings.forcedEnd = true;
                 QCoreApplication::quit();
@@ -105,29 +107,49 @@ public:
         QApplication::exec();
         m_window.reset();
         m_runner.runAfterEventLoop();
-        const bool reported = report({});
+        const bool reported =
+            report(signalled.isReceived() ? signalled.name() + " ended the run before its time." : QString());
         return signalled.isReceived() ? signalled.exitStatus() : reported ? m_runner.exitStatus() : kFailure;
     }
 
 private:
     SettingsFiles readSettings() const
     {
-        return SettingsFiles::read(m_root, SimulatedInstrument::settingsFiles());
+        return SettingsFiles::read(m_instrument.root(), SimulatedInstrument::settingsFiles());
+    }
+
+    QString serialNumber() const
+    {
+        return m_instrument.setting(QStringLiteral("ORLA-III/Serial"), QStringLiteral("none"));
+    }
+
+    RunFacts facts() const
+    {
+        RunFacts facts;
+        facts.version = programAndVersion(kSimulatorProgram);
+        facts.host = QSysInfo::machineHostName();
+        facts.begun = m_begun;
+        facts.seed = m_options.seed;
+        facts.faults = m_options.faultNames;
+        facts.options = m_options.given;
+        facts.parameters = changedParameters(m_options.parameters);
+        facts.answersHeldBack = !m_options.plainAnswers;
+        return facts;
     }
 
     SessionRecord record(const QString& stopped) const
     {
         const SettingsFiles settingsAfter = readSettings();
         SessionRecord record;
-        record.begun = m_begun;
+        record.facts = facts();
         record.elapsed_s = static_cast<double>(m_clock.elapsed()) / kMsPerSecond;
-        record.seed = m_options.seed;
-        record.faults = m_options.faultNames;
+        record.serialBefore = m_serialBefore;
+        record.serialAfter = serialNumber();
         record.stopped = stopped;
-        record.plannedSteps = m_runner.stepCount();
+        record.plannedSteps = m_runner.stepNames();
         record.steps = m_runner.reports();
         record.findings = m_bench.findings;
-        record.errorLines = errorLinesOf(QDir(m_options.outDirectory).filePath(kLogName));
+        record.errorLines = errorLinesOf(QDir(m_folder).filePath(kLogName));
         record.harm = SettingsFiles::harm(m_settingsBefore, settingsAfter);
         record.settings = SettingsFiles::differences(m_settingsBefore, settingsAfter);
         return record;
@@ -140,23 +162,23 @@ private:
         if (!m_options.session)
             return true;
         const SessionRecord written = record(stopped);
-        const QString& directory = m_options.outDirectory;
-        if (!writeSessionJson(written, directory) || !writeSessionReport(written, directory)) {
-            std::fprintf(stderr, "The report cannot be written to %s.\n", qPrintable(directory));
+        if (!writeSessionJson(written, m_folder) || !writeSessionReport(written, m_folder)) {
+            std::fprintf(stderr, "The report cannot be written to %s.\n", qPrintable(m_folder));
             return false;
         }
         for (const QString& harm : written.harm)
             std::printf("settings file harmed: %s\n", qPrintable(harm));
-        std::printf("unexpected boxes and logged errors: %d; controls left locked: %d; report: %s\n",
-                    unexpected(written), written.findings.lockedControls.size(),
-                    qPrintable(QDir(directory).filePath("report.html")));
+        std::printf(
+            "unexpected boxes and logged errors: %d; controls left locked: %d; report: %s\n",
+            unexpected(written), written.findings.lockedControls.size(),
+            qPrintable(showResults(m_options.outDirectory, m_folder, {"report.html", "session.json"})));
         std::fflush(stdout);
         return written.harm.isEmpty();
     }
 
     static int unexpected(const SessionRecord& record)
     {
-        int count = record.errorLines.size();
+        int count = record.errorLines.value_or(QStringList()).size();
         for (const StepReport& step : record.steps)
             for (const SeenBox& box : step.boxes)
                 count += box.expected ? 0 : 1;
@@ -164,9 +186,11 @@ private:
     }
 
     const SimulatorOptions& m_options;
-    const QString m_begun;
-    const QString m_root;
+    const QString m_folder;
+    const QDateTime m_begun;
+    SimulatedInstrument& m_instrument;
     const SettingsFiles m_settingsBefore;
+    const QString m_serialBefore;
     QElapsedTimer m_clock;
     QTextStream m_output;
     std::unique_ptr<ORLA_II_Plus_Verifier> m_window;
@@ -181,12 +205,15 @@ private:
 int runDriven(const SimulatorOptions& options, SimulatedInstrument& instrument,
               const TerminationSignal& signalled)
 {
-    if (!prepareOutDirectory(options.outDirectory)) {
+    const QDateTime begun = QDateTime::currentDateTime();
+    const QString folder = makeRunFolder(options.outDirectory, begun);
+    if (folder.isEmpty() || !beginLog(folder)) {
         std::fprintf(stderr, "The directory %s cannot be written.\n", qPrintable(options.outDirectory));
         return kFailure;
     }
     logProgramVersion(kSimulatorProgram);
-    const int status = DrivenRun(options, instrument).run(signalled);
+    showResults(options.outDirectory, folder, {});
+    const int status = DrivenRun(options, instrument, folder, begun).run(signalled);
     qInstallMessageHandler(nullptr);
     return status;
 }

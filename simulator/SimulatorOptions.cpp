@@ -16,6 +16,9 @@ const QString kSignalHelp =
                    "  USR1 plugs the disk of the first USB socket in, or pulls it; USR2 that of the second.\n"
                    "  The disks are those of --disk in order, and otherwise good ones.\n");
 
+/// Options of which a record tells what they led to.
+const QStringList kToldApart{"seed", "fault", "parameter"};
+
 using Apply = std::function<void(SimulatorOptions&, const QString& value)>;
 
 /// One option: how it is written, what the help says, and what it does.
@@ -106,6 +109,10 @@ const std::vector<OptionRow>& optionRows()
          [](SimulatorOptions& options, const QString&) { options.session = true; }},
         {"repeat", "N", "makes the session's calibration with N seeds, on a stage with play and ringing",
          readRepeat},
+        {"plain-answers", "",
+         "the session does not hold the board's answers back until fresh frames are in; a repetition makes "
+         "each seed both ways",
+         [](SimulatorOptions& options, const QString&) { options.plainAnswers = true; }},
         {"calibration", "", "of the session only the autofocus and the calibration",
          [](SimulatorOptions& options, const QString&) { options.session = options.calibration = true; }},
         {"steps", "NAME,...", "only these steps of the visit or session",
@@ -211,12 +218,15 @@ SimulatorOptions parseSimulatorOptions(const QStringList& arguments, const Simul
         const QString written = QStringLiteral("--") + option.name;
         if (*option.value == '\0') {
             option.apply(options, {});
+            options.given.append(written);
             if (option.ofInstrument)
                 options.ofInstrument.append(written);
         }
         const QStringList values = parser.values(option.name);
         for (const QString& value : values) {
             option.apply(options, value);
+            if (!kToldApart.contains(option.name))
+                options.given.append(written + QLatin1Char(' ') + value);
             if (option.ofInstrument)
                 options.ofInstrument.append({written, value});
         }

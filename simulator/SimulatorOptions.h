@@ -30,8 +30,10 @@ struct SimulatorOptions
     int repeat = 0;           ///< seeds to repeat the session's calibration with; 0: no repetition
     QStringList steps;        ///< of the visit or session; empty: all
     QString outDirectory = QStringLiteral("out");
-    QStringList faultNames;   ///< as they were given
-    QStringList ofInstrument; ///< the arguments that describe the instrument, without its seed
+    bool plainAnswers = false; ///< the session does not hold the board's answers back
+    QStringList faultNames;    ///< as they were given
+    QStringList given;         ///< all options but seed, faults and parameters, as they were given
+    QStringList ofInstrument;  ///< the arguments that describe the instrument, without its seed
 
     /// Only asks whether a window could be shown.
     bool screenCheck = false;

@@ -50,7 +50,7 @@ StepResult AutofocusSteps::autofocus()
     // A sample belongs to its place only if frames pass while the stage moves, and if the
     // machine is not too busy to take them in.
     m_instrument.setRealTimeMotion(true);
-    m_instrument.answerMovesWithFreshFrames(true);
+    m_instrument.answerMovesWithFreshFrames(m_bench.answersHeldBack);
     m_hand.expectBox("OK");
     if (m_hand.click("BUTTON_AUTOFOCUS"))
         m_hand.waitUntil([this] { return m_hand.boxSinceExpected() != nullptr; }, kRun_ms,
@@ -112,7 +112,10 @@ bool AutofocusSteps::logHolds(QString& text)
     text = QStringLiteral(", %1 pictures and %2 on the disk")
                .arg(pictures)
                .arg(curve ? "the values" : "no right values");
-    return pictures == kSamples && curve;
+    const bool whole = pictures == kSamples && curve;
+    if (!whole)
+        m_bench.findings.failedSaves.append(QStringLiteral("The log of the autofocus is not whole"));
+    return whole;
 }
 
 StepResult AutofocusSteps::graph()

@@ -31,6 +31,8 @@ StepResult CaptureSteps::capture()
     const QString file = m_instrument.usb().filesOf() + '/' + kCaptureName + ".tif";
     const cv::Mat saved = QFile::exists(file) ? cv::imread(QFile::encodeName(file).toStdString()) : cv::Mat();
     const cv::Scalar mean = saved.empty() ? cv::Scalar::all(kNotTaken) : cv::mean(saved);
+    if (saved.empty())
+        m_bench.findings.failedSaves.append(QStringLiteral("%1.tif is not there").arg(kCaptureName));
     return {saved.cols == kFrame.width() && saved.rows == kFrame.height(),
             QStringLiteral("%1.tif of %2 x %3").arg(kCaptureName).arg(saved.cols).arg(saved.rows),
             QStringLiteral("frames of %1 x %2").arg(kFrame.width()).arg(kFrame.height()),
@@ -51,6 +53,8 @@ StepResult CaptureSteps::screenshot()
         return {told && picture.isNull(), told ? "told that it failed" : "not told that it failed",
                 QStringLiteral("no display here")};
     }
+    if (picture.isNull())
+        m_bench.findings.failedSaves.append(kScreenshotName + " is not there");
     const bool told = m_bench.boxWas("ORLA-III", onDisk + " saved !");
     const QSize screen = QGuiApplication::primaryScreen()->size();
     return {told && picture.size() == screen && measurePicture(picture).contrast > 1.0,

@@ -8,8 +8,12 @@
 #include <QJsonObject>
 #include <QString>
 
+/// How the board answered the autofocus's moves: when fresh frames were in, or as it does by itself.
+enum class Answers { HeldBack, Plain };
+
 /// What sessions with different seeds found, beside the truth: spread and bias of the best Z,
-/// the target's length, magnification and volume factor. Any thread.
+/// the target's length, magnification and volume factor, in a column for each way in which the
+/// board answered. Any thread.
 class RepeatabilityTable
 {
 public:
@@ -25,39 +29,43 @@ public:
         double error() const { return found - truth; }
     };
 
-    /// Mean and standard deviation (of a sample; 0 for a single one) of a quantity's errors.
+    /// Mean and standard deviation (of a sample; 0 for a single one) of a quantity's errors,
+    /// and the largest error that is allowed.
     struct Statistics
     {
         std::size_t count = 0;
         double bias = 0.0;
         double spread = 0.0;
+        double allowed = 0.0;
     };
 
     /// Takes a run's record as "session.json" holds it; a quantity that it does not have stays
     /// empty.
-    void add(std::uint32_t seed, bool holds, const QJsonObject& session);
+    void add(std::uint32_t seed, Answers answers, bool holds, const QJsonObject& session);
 
-    /// Over the runs so far that have the quantity.
-    Statistics statistics(std::size_t quantity) const;
+    /// Over the runs so far that have the quantity; nothing where none has.
+    std::optional<Statistics> statistics(std::size_t quantity, Answers answers) const;
     /// The run added last, in a line for people.
     QString lastRunText() const;
-    /// A line for each quantity, with bias and spread.
+    /// A line for each quantity and column, with bias and spread, or "none".
     QString summary() const;
-    /// A line of names, then one for each run: seed, "ok" or "failed", and found, true and
-    /// error of each quantity, empty where there is none.
+    /// A line of names, then one for each run: seed, "ok" or "failed", found, true and error of
+    /// each quantity, empty where there is none, and how the board answered.
     QString csv() const;
-    /// The errors of all runs with bias, spread and what is allowed, as an SVG document.
-    QString svg() const;
+    /// All of it for the report.
+    QJsonObject toJson() const;
 
 private:
     struct Run
     {
         std::uint32_t seed;
+        Answers answers;
         bool holds;
         std::array<std::optional<Value>, kQuantities> values;
     };
 
-    QString panel(std::size_t quantity) const;
+    std::vector<Value> valuesOf(std::size_t quantity, Answers answers) const;
+    std::vector<Answers> columns() const;
 
     std::vector<Run> m_runs;
 };

@@ -22,6 +22,8 @@ struct SessionFindings
     QStringList disabledAtStart;
     /// Controls that took presses at the start, and no longer when the program was left.
     QStringList lockedControls;
+    /// What should have been written, and was not, in sentences.
+    QStringList failedSaves;
     int linesBeforeExit = 0;
     bool forcedEnd = false; ///< the program had to be made to leave its event loop
 };
@@ -30,8 +32,10 @@ struct SessionFindings
 /// and habits that they share. Outlives the steps. GUI thread.
 struct SessionBench
 {
-    SessionBench(Operator& theHand, SimulatedInstrument& theInstrument)
-        : hand(theHand), instrument(theInstrument)
+    /// holdAnswersBack: whether the board answers the autofocus's moves only when fresh frames
+    /// are in, which keeps a busy machine out of its result.
+    SessionBench(Operator& theHand, SimulatedInstrument& theInstrument, bool holdAnswersBack = true)
+        : hand(theHand), instrument(theInstrument), answersHeldBack(holdAnswersBack)
     {
     }
 
@@ -51,6 +55,7 @@ struct SessionBench
 
     Operator& hand;
     SimulatedInstrument& instrument;
+    const bool answersHeldBack;
     SessionFindings findings;
 
 private:

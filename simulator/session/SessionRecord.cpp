@@ -12,17 +12,30 @@ namespace {
 
 QJsonObject toJson(const StepReport& step);
 QJsonObject toJson(const FileDifference& file);
+QJsonObject toJson(const ChangedParameter& parameter);
 
 QJsonArray toJson(const QStringList& texts)
 {
     return QJsonArray::fromStringList(texts);
 }
 
+QString passOrFail(bool holds)
+{
+    return holds ? QStringLiteral("pass") : QStringLiteral("fail");
+}
+
 QJsonObject toJson(const Figure& figure)
 {
-    return {{"name", figure.name},    {"unit", figure.unit},     {"found", figure.found},
-            {"truth", figure.truth},  {"error", figure.error()}, {"tolerance", figure.tolerance},
-            {"holds", figure.holds()}};
+    return {{"name", figure.name},
+            {"unit", figure.unit},
+            {"found", figure.found},
+            {"truth", figure.truth},
+            {"error", figure.error()},
+            {"tolerance", figure.tolerance},
+            {"lowest", figure.truth - figure.tolerance},
+            {"highest", figure.truth + figure.tolerance},
+            {"holds", figure.holds()},
+            {"verdict", passOrFail(figure.holds())}};
 }
 
 QJsonObject toJson(const SeenBox& box)
@@ -45,20 +58,34 @@ QJsonArray listOf(const Container& items)
 
 QJsonObject toJson(const StepReport& step)
 {
-    return {{"name", step.name},           {"text", step.text},
-            {"seconds", step.elapsed_s},   {"holds", step.holds()},
-            {"seen", step.result.seen},    {"truth", step.result.truth},
-            {"trouble", step.trouble},     {"figures", listOf(step.result.figures)},
-            {"boxes", listOf(step.boxes)}, {"pictures", toJson(step.pictures)}};
+    return {{"name", step.name},
+            {"text", step.text},
+            {"seconds", step.elapsed_s},
+            {"holds", step.holds()},
+            {"verdict", step.interrupted ? QStringLiteral("interrupted") : passOrFail(step.holds())},
+            {"seen", step.result.seen},
+            {"truth", step.result.truth},
+            {"trouble", step.trouble},
+            {"figures", listOf(step.result.figures)},
+            {"boxes", listOf(step.boxes)},
+            {"pictures", toJson(step.pictures)}};
 }
 
 QJsonObject toJson(const FileDifference& file)
 {
+    constexpr char kMarks[] = {' ', '-', '+'};
     QStringList lines;
     for (const DifferenceLine& line : file.lines)
-        if (line.kind != DifferenceLine::Same)
-            lines.append((line.kind == DifferenceLine::Added ? "+" : "-") + line.text);
+        lines.append(QLatin1Char(kMarks[line.kind]) + line.text);
     return {{"file", file.fixedPath}, {"changed", !file.isSame()}, {"difference", toJson(lines)}};
+}
+
+QJsonObject toJson(const ChangedParameter& parameter)
+{
+    return {{"name", parameter.name},
+            {"unit", parameter.unit},
+            {"value", parameter.value},
+            {"default", parameter.byDefault}};
 }
 
 QJsonObject focusCurve(const SessionFindings& findings)
@@ -72,6 +99,37 @@ QJsonObject focusCurve(const SessionFindings& findings)
 
 } // namespace
 
+QJsonObject RunFacts::toJson() const
+{
+    return {{"simulated", true},
+            {"version", version},
+            {"host", host},
+            {"begun", begun.toOffsetFromUtc(begun.offsetFromUtc()).toString(Qt::ISODate)},
+            {"timeZone", begun.timeZoneAbbreviation()},
+            {"seed", static_cast<qint64>(seed)},
+            {"faults", ::toJson(faults)},
+            {"options", ::toJson(options)},
+            {"parameters", listOf(parameters)},
+            {"answersHeldBack", answersHeldBack},
+            // To be filled in by whoever files it.
+            {"signedBy", QJsonObject{{"name", ""}, {"date", ""}, {"signature", ""}}}};
+}
+
+std::vector<ChangedParameter> changedParameters(const InstrumentParameters& parameters)
+{
+    InstrumentParameters given = parameters;
+    InstrumentParameters defaults;
+    std::vector<ChangedParameter> changed;
+    for (const InstrumentParameter& each : instrumentParameters()) {
+        const std::string value = parameterValue(each, given);
+        const std::string byDefault = parameterValue(each, defaults);
+        if (value != byDefault)
+            changed.push_back(
+                {each.name, each.unit, QString::fromStdString(value), QString::fromStdString(byDefault)});
+    }
+    return changed;
+}
+
 std::size_t SessionRecord::stepsThatHold() const
 {
     return static_cast<std::size_t>(
@@ -80,34 +138,70 @@ std::size_t SessionRecord::stepsThatHold() const
 
 bool SessionRecord::holds() const
 {
-    return stopped.isEmpty() && harm.isEmpty() && plannedSteps > 0 && stepsThatHold() == plannedSteps;
+    return stopped.isEmpty() && harm.isEmpty() && !plannedSteps.isEmpty() &&
+           stepsThatHold() == static_cast<std::size_t>(plannedSteps.size());
+}
+
+QStringList SessionRecord::stepsNotMade() const
+{
+    QStringList names = plannedSteps;
+    for (const StepReport& step : steps)
+        names.removeAll(step.name);
+    return names;
+}
+
+QString SessionRecord::logVerdict() const
+{
+    if (!errorLines)
+        return QStringLiteral("The log cannot be read.");
+    if (!errorLines->isEmpty())
+        return QStringLiteral("Lines that tell an error: %1.").arg(errorLines->size());
+    return findings.failedSaves.isEmpty() ? QStringLiteral("No line tells an error.")
+                                          : QStringLiteral("A save failed, and no line tells it.");
+}
+
+QString SessionRecord::settingsVerdict() const
+{
+    if (!harm.isEmpty())
+        return QStringLiteral("Settings files suffered.");
+    return findings.failedSaves.isEmpty()
+               ? QStringLiteral("Every file is as it was, or was changed as it should be.")
+               : QStringLiteral("No settings file was lost or cut off, but not all was saved.");
 }
 
 QJsonObject SessionRecord::toJson() const
 {
-    return {{"begun", begun},
-            {"seconds", elapsed_s},
-            {"seed", static_cast<qint64>(seed)},
-            {"faults", ::toJson(faults)},
-            {"holds", holds()},
-            {"stopped", stopped},
-            {"plannedSteps", static_cast<int>(plannedSteps)},
-            {"stepsThatHold", static_cast<int>(stepsThatHold())},
-            {"steps", listOf(steps)},
-            {"focusCurve", focusCurve(findings)},
-            {"lockedControls", ::toJson(findings.lockedControls)},
-            {"errorLines", ::toJson(errorLines)},
-            {"settingsHarm", ::toJson(harm)},
-            {"settings", listOf(settings)}};
+    QJsonObject json = facts.toJson();
+    const QJsonObject found{{"kind", "session"},
+                            {"seconds", elapsed_s},
+                            {"serialBefore", serialBefore},
+                            {"serialAfter", serialAfter},
+                            {"holds", holds()},
+                            {"stopped", stopped},
+                            {"plannedSteps", plannedSteps.size()},
+                            {"stepsThatHold", static_cast<int>(stepsThatHold())},
+                            {"stepsNotMade", ::toJson(stepsNotMade())},
+                            {"steps", listOf(steps)},
+                            {"focusCurve", focusCurve(findings)},
+                            {"lockedControls", ::toJson(findings.lockedControls)},
+                            {"failedSaves", ::toJson(findings.failedSaves)},
+                            {"errorLines", ::toJson(errorLines.value_or(QStringList()))},
+                            {"logVerdict", logVerdict()},
+                            {"settingsHarm", ::toJson(harm)},
+                            {"settingsVerdict", settingsVerdict()},
+                            {"settings", listOf(settings)}};
+    for (auto entry = found.begin(); entry != found.end(); ++entry)
+        json[entry.key()] = entry.value();
+    return json;
 }
 
-QStringList errorLinesOf(const QString& logFile)
+std::optional<QStringList> errorLinesOf(const QString& logFile)
 {
     constexpr int kMostLines = 100;
-    QStringList errors;
     QFile file(logFile);
     if (!file.open(QIODevice::ReadOnly))
-        return errors;
+        return std::nullopt;
+    QStringList errors;
     while (!file.atEnd() && errors.size() < kMostLines) {
         const QString line = QString::fromLocal8Bit(file.readLine()).trimmed();
         if (line.contains("[Error]") && !errors.contains(line))

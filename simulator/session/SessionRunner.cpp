@@ -65,26 +65,43 @@ void SessionRunner::run(const SessionStep& step)
     report.text = step.text;
     printProgress(
         QStringLiteral("[%1/%2] %3 ...").arg(m_reports.size() + 1).arg(m_steps.size()).arg(step.text));
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_underWay = report;
+        m_underWay->interrupted = true;
+    }
     const qint64 start = m_clock.elapsed();
     report.result = step.run();
-    if (m_hand.hasGivenUp()) {
-        m_output << "stopped in step " << step.name << '\n';
-        return;
-    }
+    report.interrupted = m_hand.hasGivenUp();
     report.elapsed_s = static_cast<double>(m_clock.elapsed() - start) / kMsPerSecond;
     report.trouble = m_hand.takeTrouble();
     report.pictures = m_hand.takePictures();
     report.boxes = m_hand.boxes().mid(m_reportedBoxes);
     m_reportedBoxes = m_hand.boxes().size();
-    print(report);
+    if (report.interrupted)
+        m_output << "stopped in step " << step.name << '\n';
+    else
+        print(report);
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_reports.push_back(std::move(report));
+    m_underWay.reset();
 }
 
 std::vector<StepReport> SessionRunner::reports() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_reports;
+    std::vector<StepReport> reports = m_reports;
+    if (m_underWay)
+        reports.push_back(*m_underWay);
+    return reports;
+}
+
+QStringList SessionRunner::stepNames() const
+{
+    QStringList names;
+    for (const SessionStep& step : m_steps)
+        names.append(step.name);
+    return names;
 }
 
 void SessionRunner::printProgress(const QString& text) const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <mutex>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -35,9 +36,10 @@ public:
 
     /// 0 when every step was made and held, 1 otherwise.
     int exitStatus() const;
-    /// The steps made so far. Any thread.
+    /// The steps made so far, and as interrupted the one that is under way. Any thread.
     std::vector<StepReport> reports() const;
-    std::size_t stepCount() const { return m_steps.size(); }
+    /// The names of all steps that are to be made, in order. Any thread.
+    QStringList stepNames() const;
 
 private:
     void runSteps(bool afterEventLoop);
@@ -51,7 +53,8 @@ private:
     QElapsedTimer m_clock;
     int m_reportedBoxes = 0;
     bool m_showProgress = false;
-    mutable std::mutex m_mutex;        // guards the reports
+    mutable std::mutex m_mutex;        // guards the reports and the step under way
     std::vector<StepReport> m_reports; // written by the GUI thread only
+    std::optional<StepReport> m_underWay;
     Watchdog m_watchdog;
 };

@@ -61,11 +61,12 @@ struct StepReport
     QString trouble; ///< what could not be done; empty when all could
     QStringList pictures;
     QVector<SeenBox> boxes;
+    bool interrupted = false; ///< it was not made to its end
 
-    /// Whether the step found what it should, and could be made without trouble.
+    /// Whether the step found what it should, and could be made to its end without trouble.
     bool holds() const
     {
-        return result.holds && trouble.isEmpty() &&
+        return !interrupted && result.holds && trouble.isEmpty() &&
                std::all_of(result.figures.begin(), result.figures.end(),
                            [](const Figure& figure) { return figure.holds(); });
     }

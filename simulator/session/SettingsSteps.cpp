@@ -56,7 +56,11 @@ StepResult SettingsSteps::save(const QString& page, const Entries& expected)
         if (expected.count(key) == 0)
             wrong.append(QStringLiteral("%1 became %2").arg(key, value));
     }
-    return {told && wrong.isEmpty(),
+    if (!told)
+        wrong.prepend(QStringLiteral("not told that it is saved"));
+    for (const QString& each : qAsConst(wrong))
+        m_bench.findings.failedSaves.append(QStringLiteral("%1: %2").arg(page, each));
+    return {wrong.isEmpty(),
             QStringLiteral("%1, %2 of %3 values new")
                 .arg(told ? "told" : "not told")
                 .arg(changed)

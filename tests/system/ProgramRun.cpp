@@ -26,13 +26,19 @@ ProgramRun::ProgramRun(const QStringList& arguments, int limit_ms)
 
 QString ProgramRun::log() const
 {
-    QFile file(out.filePath(QStringLiteral("verifier.log")));
-    return file.open(QIODevice::ReadOnly) ? QString::fromLocal8Bit(file.readAll()) : QString();
+    return QString::fromLocal8Bit(contentOf(QStringLiteral("verifier.log")));
+}
+
+QByteArray ProgramRun::contentOf(const QString& name) const
+{
+    QFile file(filePath(name));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 QStringList ProgramRun::pictures() const
 {
-    return QDir(out.path()).entryList({QStringLiteral("*.png")}, QDir::Files, QDir::Name);
+    return QDir(out.filePath(QStringLiteral("latest")))
+        .entryList({QStringLiteral("*.png")}, QDir::Files, QDir::Name);
 }
 
 QByteArray ProgramRun::all() const

@@ -11,6 +11,9 @@ struct ProgramRun
     /// end by force after limit_ms leaves exitStatus at -1.
     explicit ProgramRun(const QStringList& arguments, int limit_ms = 240000);
 
+    /// A file of the run's own folder.
+    QString filePath(const QString& name) const { return out.filePath("latest/" + name); }
+    QByteArray contentOf(const QString& name) const;
     /// The program's debug stream of a visit.
     QString log() const;
     /// Names of the pictures of a visit, in order.

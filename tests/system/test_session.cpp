@@ -1,11 +1,14 @@
+#include <algorithm>
 #include <cmath>
-
-#include <QtTest>
+#include <csignal>
+#include <memory>
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QtTest>
 
+#include "Browser.h"
 #include "ProgramRun.h"
 
 /// The unattended session, its report and record, on a good and on faulty instruments, and
@@ -15,29 +18,36 @@ class TestSession : public QObject
     Q_OBJECT
 
 private slots:
-    void everyStepHoldsAndIsReported();
+    void initTestCase();
+    void cleanupTestCase();
+    void everyStepHolds();
+    void everyFigureHasLimitsAndAVerdict();
+    void theSettingsFilesChangeAsTheyShould();
+    void theRecordCanBeFiledAndRepeated();
+    void theReportShowsTheRecordInABrowser();
+    void theReportIsReadWithoutScripts();
+    void theReportPrintsOnADozenPages();
     void aFaultySessionEndsWithAReport_data();
     void aFaultySessionEndsWithAReport();
+    void whatIsNotOfARunStays();
+    void ctrlCIsTold();
     void aRepetitionTellsBiasAndSpread();
+    void aRepetitionEndsItsRun_data();
+    void aRepetitionEndsItsRun();
     void wrongOptionsGetOneSentenceAndStatus2_data();
     void wrongOptionsGetOneSentenceAndStatus2();
 
 private:
-    static void judgeFigures(const QJsonObject& session);
-    static void judgeSettings(const QJsonObject& session);
+    /// A technician's day, made once for all that is asked of it.
+    std::unique_ptr<ProgramRun> m_day;
+    QJsonObject m_session;
 };
 
 namespace {
 
-QByteArray fileOf(const ProgramRun& run, const QString& name)
-{
-    QFile file(run.out.filePath(name));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 QJsonObject sessionOf(const ProgramRun& run)
 {
-    return QJsonDocument::fromJson(fileOf(run, "session.json")).object();
+    return QJsonDocument::fromJson(run.contentOf("session.json")).object();
 }
 
 QStringList textsOf(const QJsonValue& list)
@@ -49,46 +59,85 @@ QStringList textsOf(const QJsonValue& list)
     return texts;
 }
 
-} // namespace
-
-void TestSession::everyStepHoldsAndIsReported()
-{
-    const ProgramRun run({"--session", "--instant", "--seed", "4"});
-    QVERIFY2(run.exitStatus == 0, run.all());
-    QVERIFY2(run.output.contains("40 of 40 steps as they should be"), run.all());
-    const QJsonObject session = sessionOf(run);
-    QVERIFY(session["holds"].toBool());
-    QCOMPARE(session["seed"].toInt(), 4);
-    QCOMPARE(session["steps"].toArray().size(), 40);
-    QCOMPARE(session["focusCurve"].toObject()["samples"].toArray().size(), 15);
-    QCOMPARE(textsOf(session["lockedControls"]), QStringList());
-    QCOMPARE(textsOf(session["settingsHarm"]), QStringList());
-    judgeFigures(session);
-    judgeSettings(session);
-
-    const QByteArray report = fileOf(run, "report.html");
-    QVERIFY(report.size() > 300'000 && report.size() < 6'500'000);
-    QVERIFY(report.contains("<svg class=\"curve\""));
-    QVERIFY(!report.contains("src=\"http") && !report.contains("href=\"http"));
-    const int pictures = run.pictures().size();
-    QVERIFY(pictures > 30);
-    QCOMPARE(report.count("src=\"data:image/jpeg;base64,/9j/"), pictures);
-    const QJsonArray steps = session["steps"].toArray();
-    for (const QJsonValue& step : steps)
-        QVERIFY(report.contains("id=\"" + step.toObject()["name"].toString().toUtf8() + '"'));
-}
-
-void TestSession::judgeFigures(const QJsonObject& session)
+QStringList stepsOf(const QJsonObject& session)
 {
     QStringList names;
     const QJsonArray steps = session["steps"].toArray();
+    for (const QJsonValue& step : steps)
+        names.append(step.toObject()["name"].toString());
+    return names;
+}
+
+/// The processes whose command line has this text in it.
+QVector<pid_t> processesWith(const QString& text)
+{
+    QVector<pid_t> found;
+    const QStringList processes = QDir("/proc").entryList(QDir::Dirs);
+    for (const QString& process : processes) {
+        QFile file("/proc/" + process + "/cmdline");
+        if (process.toInt() > 0 && file.open(QIODevice::ReadOnly) &&
+            file.readAll().contains(text.toLocal8Bit()))
+            found.append(process.toInt());
+    }
+    return found;
+}
+
+void startProgram(QProcess& program, const QStringList& arguments)
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("QT_QPA_PLATFORM", "offscreen");
+    program.setProcessEnvironment(environment);
+    program.start(SIMULATOR_PROGRAM, arguments);
+}
+
+/// False, and no signal, where the program has ended: number 0 is this test's own group.
+bool signalTo(const QProcess& program, int number)
+{
+    const auto process = static_cast<pid_t>(program.processId());
+    return process > 0 && ::kill(process, number) == 0;
+}
+
+} // namespace
+
+void TestSession::initTestCase()
+{
+    m_day = std::make_unique<ProgramRun>(
+        QStringList{"--session", "--instant", "--seed", "4", "--parameter", "noise=1.5", "--slide", "cells"});
+    m_session = sessionOf(*m_day);
+}
+
+void TestSession::cleanupTestCase()
+{
+    m_day.reset();
+}
+
+void TestSession::everyStepHolds()
+{
+    QVERIFY2(m_day->exitStatus == 0, m_day->all());
+    QVERIFY2(m_day->output.contains("40 of 40 steps as they should be"), m_day->all());
+    QVERIFY(m_session["holds"].toBool());
+    QCOMPARE(m_session["steps"].toArray().size(), 40);
+    QCOMPARE(m_session["focusCurve"].toObject()["samples"].toArray().size(), 15);
+    for (const char* nothing : {"lockedControls", "settingsHarm", "stepsNotMade", "failedSaves"})
+        QCOMPARE(textsOf(m_session[nothing]), QStringList());
+    QVERIFY(m_day->pictures().size() > 30);
+}
+
+void TestSession::everyFigureHasLimitsAndAVerdict()
+{
+    QStringList names;
+    const QJsonArray steps = m_session["steps"].toArray();
     for (const QJsonValue& step : steps) {
+        QCOMPARE(step.toObject()["verdict"].toString(), QString("pass"));
         const QJsonArray figures = step.toObject()["figures"].toArray();
         for (const QJsonValue& each : figures) {
             const QJsonObject figure = each.toObject();
             names.append(figure["name"].toString());
-            const double error = figure["found"].toDouble() - figure["truth"].toDouble();
-            QVERIFY2(std::abs(error) <= figure["tolerance"].toDouble(), qPrintable(names.last()));
+            const double found = figure["found"].toDouble();
+            QVERIFY2(found >= figure["lowest"].toDouble(), qPrintable(names.last()));
+            QVERIFY2(found <= figure["highest"].toDouble(), qPrintable(names.last()));
+            QVERIFY(figure["highest"].toDouble() > figure["lowest"].toDouble());
+            QCOMPARE(figure["verdict"].toString(), QString("pass"));
         }
     }
     for (const char* expected : {"brightness", "best Z", "length", "magnification", "volume factor",
@@ -96,10 +145,10 @@ void TestSession::judgeFigures(const QJsonObject& session)
         QVERIFY2(names.contains(expected), expected);
 }
 
-void TestSession::judgeSettings(const QJsonObject& session)
+void TestSession::theSettingsFilesChangeAsTheyShould()
 {
     QStringList lines;
-    const QJsonArray files = session["settings"].toArray();
+    const QJsonArray files = m_session["settings"].toArray();
     QCOMPARE(files.size(), 4);
     for (const QJsonValue& file : files)
         lines += textsOf(file.toObject()["difference"]);
@@ -108,28 +157,133 @@ void TestSession::judgeSettings(const QJsonObject& session)
         QVERIFY2(lines.contains(expected), expected);
 }
 
+void TestSession::theRecordCanBeFiledAndRepeated()
+{
+    QCOMPARE(m_session["kind"].toString(), QString("session"));
+    QVERIFY(m_session["simulated"].toBool());
+    QCOMPARE(m_session["version"].toString(), QString("orla-verifier-simulator " ORLA_VERSION));
+    QCOMPARE(m_session["host"].toString(), QSysInfo::machineHostName());
+    const QDateTime begun = QDateTime::fromString(m_session["begun"].toString(), Qt::ISODate);
+    QVERIFY(begun.isValid() && begun.timeSpec() != Qt::LocalTime);
+    QVERIFY(qAbs(begun.secsTo(QDateTime::currentDateTime())) < 24 * 3600);
+    QVERIFY(!m_session["timeZone"].toString().isEmpty());
+    QCOMPARE(m_session["serialBefore"].toString(), QString("OR3-01-00042"));
+    QCOMPARE(m_session["serialAfter"].toString(), QString("OR3-07-01234"));
+    QCOMPARE(m_session["seed"].toInt(), 4);
+    QCOMPARE(textsOf(m_session["options"]),
+             QStringList({"--slide cells", "--instant", "--session", "--out " + m_day->out.path()}));
+    QCOMPARE(m_session["parameters"].toArray(),
+             QJsonArray({QJsonObject{{"name", "noise"}, {"unit", ""}, {"value", "1.5"}, {"default", "1"}}}));
+    QVERIFY(m_session["answersHeldBack"].toBool());
+    QCOMPARE(m_session["stopped"].toString(), QString());
+    QCOMPARE(m_session["signedBy"].toObject().size(), 3);
+    QCOMPARE(m_session["settingsVerdict"].toString(),
+             QString("Every file is as it was, or was changed as it should be."));
+    // Where the directory of all runs was looked into before, the newest one is found.
+    for (const char* name : {"report.html", "session.json"})
+        QCOMPARE(QFileInfo(m_day->out.filePath(name)).canonicalFilePath(),
+                 QFileInfo(m_day->filePath(name)).canonicalFilePath());
+}
+
+void TestSession::theReportShowsTheRecordInABrowser()
+{
+    const QByteArray report = m_day->contentOf("report.html");
+    QVERIFY(report.size() > 300'000 && report.size() < 6'500'000);
+    QVERIFY(!report.contains("src=\"http") && !report.contains("href=\"http"));
+    const int pictures = m_day->pictures().size();
+    QCOMPARE(report.count("\"data:image/jpeg;base64,/9j/"), pictures);
+    if (!Browser::isThere())
+        QSKIP("chromium and poppler-utils are not installed");
+
+    constexpr int kNarrow_px = 400;
+    const QByteArray page = Browser::elementsOf(m_day->filePath("report.html"), kNarrow_px);
+    const QString ends = QString::fromUtf8(page.left(1000));
+    QVERIFY2(ends.contains("data-window=\"400\""), qPrintable(ends));
+    const QRegularExpressionMatch right = QRegularExpression("data-right=\"(\\d+)\"").match(ends);
+    QVERIFY(right.hasMatch());
+    QVERIFY2(right.captured(1).toInt() <= kNarrow_px, qPrintable(right.captured(1)));
+
+    QCOMPARE(page.count("<img alt="), pictures);
+    QCOMPARE(page.count("<circle"), 15);
+    for (const QString& step : stepsOf(m_session))
+        QVERIFY2(page.contains("class=\"step\" id=\"" + step.toUtf8() + '"'), qPrintable(step));
+    for (const char* expected :
+         {"40 of 40 steps as they should be", "simulated; no real instrument was verified",
+          "OR3-01-00042, at the end OR3-07-01234", "orla-verifier-simulator " ORLA_VERSION,
+          "noise = 1.5 (default 1)", "<div>Name </div>", "<div>Signature </div>", "158.00 to 162.00",
+          "<span class=\"add\">+Serial=OR3-07-01234</span>", "held back in the autofocus"})
+        QVERIFY2(page.contains(expected), expected);
+    QCOMPARE(page.count("\u2717 fail"), 0);
+}
+
+void TestSession::theReportIsReadWithoutScripts()
+{
+    const QByteArray report = m_day->contentOf("report.html");
+    const int begin = report.indexOf("<noscript>");
+    const QString table = QString::fromUtf8(report.mid(begin, report.indexOf("</noscript>") - begin));
+    for (const QString& step : stepsOf(m_session))
+        QVERIFY2(table.contains("<tr><td>" + step + "</td>"), qPrintable(step));
+    for (const char* expected : {"<td>OR3-07-01234</td>", "<td>simulated</td><td>true</td>",
+                                 "<td>volume factor</td>", "<td>mm\u00B3</td>"})
+        QVERIFY2(table.contains(QString::fromUtf8(expected)), expected);
+}
+
+void TestSession::theReportPrintsOnADozenPages()
+{
+    if (!Browser::isThere())
+        QSKIP("chromium and poppler-utils are not installed");
+    const QStringList pages = Browser::printedPages(m_day->filePath("report.html"));
+    QVERIFY2(pages.size() >= 6 && pages.size() <= 14, qPrintable(QString::number(pages.size())));
+    const auto pageWith = [&pages](const QRegularExpression& text) {
+        const auto page = std::find_if(pages.begin(), pages.end(),
+                                       [&text](const QString& each) { return each.contains(text); });
+        return page == pages.end() ? -1 : static_cast<int>(page - pages.begin());
+    };
+    // A step's heading, and the names under its pictures, are on one page.
+    const QJsonArray steps = m_session["steps"].toArray();
+    for (const QJsonValue& each : steps) {
+        const QJsonObject step = each.toObject();
+        const int heading = pageWith(QRegularExpression(
+            "(^|\n)" + QRegularExpression::escape(step["name"].toString() + ' ' + step["text"].toString()) +
+            " *[^\n]*pass\\n *window"));
+        QVERIFY2(heading >= 0, qPrintable(step["name"].toString()));
+        for (const QString& picture : textsOf(step["pictures"]))
+            QCOMPARE(pageWith(QRegularExpression(QRegularExpression::escape(picture))), heading);
+    }
+    // The table of steps goes over a page's end with two rows at least on either side.
+    const QRegularExpression row("\n *[a-z0-9-]+ {2,}\\S[^\n]* \\d+\\.\\d s +\\S+ pass");
+    int rows = 0;
+    for (const QString& page : pages) {
+        const int onPage = page.count(row);
+        QVERIFY2(onPage != 1, qPrintable(page));
+        rows += onPage;
+    }
+    QCOMPARE(rows, 40);
+}
+
 void TestSession::aFaultySessionEndsWithAReport_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("failed"); // step
     QTest::addColumn<QString>("error");  // in the log; none: no matter
+    QTest::addColumn<bool>("saveFails");
     QTest::newRow("refused moves") << QStringList{"--fault", "failure:MVP", "--steps",
                                                   "window,jog,serial,save-stage,stay,exit,ended"}
                                    << "jog"
-                                   << "";
+                                   << "" << false;
     QTest::newRow("no camera") << QStringList{"--fault", "no-camera", "--steps",
                                               "window,vga,save-camera,stay,exit,ended"}
                                << "vga"
-                               << "[Error] VIDIOC_S_FMT";
+                               << "[Error] VIDIOC_S_FMT" << true;
     QTest::newRow("no settings files")
         << QStringList{"--fault", "no-settings", "--steps", "window,handshake,save-qc,exit,ended"}
         << "save-qc"
-        << "";
+        << "" << true;
     // A dark picture, which no TIFF and no dot was ever taken from.
     QTest::newRow("no power") << QStringList{"--fault", "no-power", "--steps",
                                              "window,capture,slide,points,measure,exit,ended"}
                               << "slide"
-                              << "";
+                              << "" << true;
 }
 
 void TestSession::aFaultySessionEndsWithAReport()
@@ -156,35 +310,148 @@ void TestSession::aFaultySessionEndsWithAReport()
     QVERIFY(session["steps"].toArray().last().toObject()["holds"].toBool());
     if (!error.isEmpty())
         QVERIFY(textsOf(session["errorLines"]).join('\n').contains(error));
-    const QByteArray report = fileOf(run, "report.html");
-    QVERIFY(report.contains("fault: " + arguments[1].toUtf8()));
-    QVERIFY(report.contains("not as it should be"));
+    QVERIFY(run.contentOf("report.html").contains("<td>" + arguments[1].toUtf8() + "</td>"));
+    QFETCH(bool, saveFails);
+    QCOMPARE(!textsOf(session["failedSaves"]).isEmpty(), saveFails);
+    if (saveFails) {
+        QVERIFY(!session["settingsVerdict"].toString().startsWith("Every file"));
+        QVERIFY(!session["logVerdict"].toString().startsWith("No line"));
+    }
+}
+
+void TestSession::whatIsNotOfARunStays()
+{
+    QTemporaryDir out;
+    const QStringList own{"report.html", "session.json", "01-mine.png", "verifier.log"};
+    for (const QString& name : own) {
+        QFile file(out.filePath(name));
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(name.toUtf8()) == name.size());
+    }
+    // Two at once, which begin in the same second more often than not.
+    const QStringList arguments{"--session",         "--instant", "--steps",
+                                "window,exit,ended", "--out",     out.path()};
+    QProcess runs[2];
+    for (QProcess& run : runs)
+        startProgram(run, arguments);
+    for (QProcess& run : runs) {
+        QVERIFY(run.waitForFinished(120000));
+        QCOMPARE(run.exitCode(), 0);
+    }
+    for (const QString& name : own) {
+        QFile file(out.filePath(name));
+        QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(name));
+        QCOMPARE(file.readAll(), name.toUtf8());
+    }
+    const QStringList folders = QDir(out.path()).entryList({"20*"}, QDir::Dirs);
+    QCOMPARE(folders.size(), 2);
+    for (const QString& folder : folders)
+        for (const char* name : {"/report.html", "/session.json", "/verifier.log", "/01-window.png"})
+            QVERIFY2(QFile::exists(out.filePath(folder + name)), name);
+    QVERIFY(folders.contains(QFileInfo(QFile::symLinkTarget(out.filePath("latest"))).fileName()));
+}
+
+void TestSession::ctrlCIsTold()
+{
+    QTemporaryDir out;
+    QProcess program;
+    startProgram(program, {"--session", "--instant", "--out", out.path()});
+    QByteArray output;
+    while (!output.contains("[ 2/40]") && program.waitForReadyRead(120000))
+        output += program.readAllStandardOutput();
+    QVERIFY(signalTo(program, SIGINT));
+    QVERIFY(program.waitForFinished(120000));
+    QCOMPARE(program.exitCode(), 128 + SIGINT);
+    QFile file(out.filePath("session.json"));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QJsonObject session = QJsonDocument::fromJson(file.readAll()).object();
+    QVERIFY(!session["holds"].toBool());
+    QCOMPARE(session["stopped"].toString(), QString("Ctrl-C (SIGINT) ended the run before its time."));
+    const QStringList made = stepsOf(session);
+    const QStringList left = textsOf(session["stepsNotMade"]);
+    QVERIFY(made.size() >= 2 && left.size() >= 20 && made.size() + left.size() == 40);
+    QVERIFY(left.contains("exit"));
+    const QString last = session["steps"].toArray().last().toObject()["verdict"].toString();
+    // Those behind the event loop are not made either; so the last one is what was interrupted,
+    // unless the signal met the moment between two.
+    QVERIFY2(last == "interrupted" || last == "pass", qPrintable(last));
+    QFile report(out.filePath("report.html"));
+    QVERIFY(report.open(QIODevice::ReadOnly));
+    QVERIFY(report.readAll().contains("<td>stopped</td><td>Ctrl-C (SIGINT) ended the run"));
 }
 
 void TestSession::aRepetitionTellsBiasAndSpread()
 {
-    const ProgramRun run({"--repeat", "2", "--seed", "5", "--instant"});
-    QVERIFY2(run.exitStatus == 0, run.all());
-    QVERIFY2(run.output.contains("2 of 2 runs as they should be"), run.all());
-    const QStringList lines = QString::fromLatin1(fileOf(run, "repeatability.csv")).split('\n');
+    const ProgramRun run({"--repeat", "1", "--seed", "5", "--instant", "--plain-answers"});
+    const QStringList lines = QString::fromLatin1(run.contentOf("repeatability.csv")).split('\n');
     QCOMPARE(lines.size(), 4);
     const int columns = lines[0].split(',').size();
-    QCOMPARE(columns, 14);
+    QCOMPARE(columns, 15);
+    int good = 0;
     for (int i = 0; i < 2; ++i) {
         const QStringList fields = lines[i + 1].split(',');
         QCOMPARE(fields.size(), columns);
-        QCOMPARE(fields[0], QString::number(5 + i));
-        QCOMPARE(fields[1], QString("ok"));
-        for (int first = 2; first < columns; first += 3) {
+        QCOMPARE(fields[0], QString("5"));
+        QCOMPARE(fields.last(), QString(i == 0 ? "held back" : "plain"));
+        good += fields[1] == "ok" ? 1 : 0;
+        // A machine that is too busy for the camera's pace may spoil what is not held back.
+        if (i == 0)
+            QVERIFY2(fields[1] == "ok", run.all());
+        for (int first = 2; first + 3 < columns && !fields[first].isEmpty(); first += 3) {
             const double error = fields[first].toDouble() - fields[first + 1].toDouble();
             QVERIFY(std::abs(error - fields[first + 2].toDouble()) < 0.01);
         }
-        QVERIFY(fields[2].toDouble() > 20000.0 && fields[5].toDouble() > 100.0);
+        QVERIFY(fields[2].toDouble() > 20000.0);
     }
-    QVERIFY(lines[1].section(',', 2) != lines[2].section(',', 2));
-    const QByteArray picture = fileOf(run, "repeatability.svg");
-    QCOMPARE(picture.count("<circle"), 8);
-    QVERIFY(!QJsonDocument::fromJson(fileOf(run, "seed-6/session.json")).isEmpty());
+    QCOMPARE(run.exitStatus, good == 2 ? 0 : 1);
+    QVERIFY2(run.output.contains(QString("%1 of 2 runs as they should be").arg(good)), run.all());
+    QVERIFY(run.output.contains("best Z         plain answers: bias "));
+
+    const QJsonObject record = QJsonDocument::fromJson(run.contentOf("repeatability.json")).object();
+    QCOMPARE(record["plannedRuns"].toInt(), 2);
+    QCOMPARE(record["runs"].toArray().size(), 2);
+    QCOMPARE(record["parameters"].toArray().size(), 3);
+    const auto answersHeldBackIn = [&run](const QString& name) -> QJsonValue {
+        return QJsonDocument::fromJson(run.contentOf(name + "/session.json")).object()["answersHeldBack"];
+    };
+    QCOMPARE(answersHeldBackIn("seed-5"), QJsonValue(true));
+    QCOMPARE(answersHeldBackIn("seed-5-plain"), QJsonValue(false));
+    if (!Browser::isThere())
+        QSKIP("chromium and poppler-utils are not installed");
+    const QByteArray page = Browser::elementsOf(run.out.filePath("report.html"), 400);
+    for (const char* expected : {"held back until fresh frames are in", "plain answers",
+                                 "both ways, seed by seed", "runs as they should be",
+                                 "volume factor: found minus true", "stage-backlash = 40 steps (default 0)"})
+        QVERIFY2(page.contains(expected), expected);
+    QVERIFY(page.count("<circle") >= 4);
+}
+
+void TestSession::aRepetitionEndsItsRun_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::newRow("Ctrl-C") << SIGINT;
+    QTest::newRow("by force") << SIGKILL;
+}
+
+void TestSession::aRepetitionEndsItsRun()
+{
+    QFETCH(int, signal);
+    QTemporaryDir out;
+    QProcess program;
+    startProgram(program, {"--repeat", "2", "--instant", "--out", out.path()});
+    const QString childsDirectory = out.path() + "/20";
+    QTRY_VERIFY_WITH_TIMEOUT(!processesWith(childsDirectory).isEmpty(), 60000);
+    // The run is in its event loop, where a signal is met in order.
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(out.filePath("latest/seed-1/latest/01-window.png")), 60000);
+    QVERIFY(signalTo(program, signal));
+    QVERIFY(program.waitForFinished(120000));
+    QTRY_COMPARE_WITH_TIMEOUT(processesWith(childsDirectory).size(), 0, 60000);
+    if (signal != SIGINT)
+        return;
+    QCOMPARE(program.exitCode(), 128 + SIGINT);
+    const QString output = QString::fromLocal8Bit(program.readAllStandardOutput());
+    QVERIFY2(output.contains("Ctrl-C (SIGINT) ended the repetition with seed 1"), qPrintable(output));
+    QVERIFY(output.contains("best Z         none\n") && !output.contains("bias"));
+    QVERIFY(QFile::exists(out.filePath("report.html")));
 }
 
 void TestSession::wrongOptionsGetOneSentenceAndStatus2_data()

@@ -372,9 +372,12 @@ void TestSessionParts::stepsThatWereNotMadeFailTheSession()
     SessionRunner whole(*m_hand, {{"one", "", false, fine}, {"two", "", false, fine}}, output);
     whole.runInEventLoop();
     QCOMPARE(whole.exitStatus(), 0);
+    std::vector<StepReport> duringStep;
     SessionRunner stopped(*m_hand,
                           {{"one", "", false,
                             [&] {
+                                // What asks from another thread sees it already.
+                                duringStep = stopped.reports();
                                 m_hand->giveUp();
                                 return fine();
                             }},
@@ -382,7 +385,12 @@ void TestSessionParts::stepsThatWereNotMadeFailTheSession()
                           output);
     stopped.runInEventLoop();
     stopped.runAfterEventLoop();
-    QCOMPARE(stopped.reports().size(), std::size_t(0));
+    QCOMPARE(stopped.reports().size(), std::size_t(1));
+    QVERIFY(stopped.reports()[0].interrupted);
+    QVERIFY(!stopped.reports()[0].holds());
+    QCOMPARE(stopped.stepNames(), QStringList({"one", "two"}));
+    QCOMPARE(duringStep.size(), std::size_t(1));
+    QVERIFY(duringStep[0].interrupted && duringStep[0].name == "one");
     QVERIFY(text.endsWith("stopped in step one\n0 of 2 steps as they should be\n"));
     QCOMPARE(stopped.exitStatus(), 1);
 }

@@ -7,6 +7,7 @@
 #include <QtTest>
 
 #include "simulator/session/RepeatabilityTable.h"
+#include "simulator/session/RunFolder.h"
 #include "simulator/session/SessionRecord.h"
 #include "simulator/session/SettingsFiles.h"
 
@@ -24,6 +25,12 @@ private slots:
     void settingsFilesTellWhatTheySuffered();
     void errorLinesAreToldOnce();
     void repeatabilityIsBiasAndSpread();
+    void aQuantityThatNoRunHasIsNone();
+    void plainAnswersHaveAColumnOfTheirOwn();
+    void theFactsTellWhatIsNotByDefault();
+    void nothingIsWellBesideAFailedSave();
+    void everyRunHasAFolderOfItsOwn();
+    void onlyLinksToRunsAreReplaced();
     void aFailedRunLeavesItsFieldsEmpty();
     void theRecordHoldsOnlyWhenAllDoes();
 };
@@ -61,6 +68,9 @@ void TestSessionRecord::aNumberThatIsNoneFailsItsStep()
     const QJsonArray steps = QJsonDocument::fromJson(text).object()["steps"].toArray();
     const QJsonObject figure = steps[0].toObject()["figures"].toArray()[0].toObject();
     QVERIFY(figure["found"].isNull());
+    QCOMPARE(figure["lowest"].toDouble(), 9.5);
+    QCOMPARE(figure["highest"].toDouble(), 10.5);
+    QCOMPARE(figure["verdict"].toString(), QString("fail"));
     QCOMPARE(figure["truth"].toDouble(), 10.0);
 }
 
@@ -136,8 +146,10 @@ void TestSessionRecord::errorLinesAreToldOnce()
 {
     QTemporaryDir directory;
     writeFile(directory.filePath("log"), "fine\nf() [Error] one\nf() [Error] two\nf() [Error] one\n");
-    QCOMPARE(errorLinesOf(directory.filePath("log")), QStringList({"f() [Error] one", "f() [Error] two"}));
-    QCOMPARE(errorLinesOf(directory.filePath("none")), QStringList());
+    const auto lines = errorLinesOf(directory.filePath("log"));
+    QVERIFY(lines.has_value());
+    QCOMPARE(*lines, QStringList({"f() [Error] one", "f() [Error] two"}));
+    QVERIFY(!errorLinesOf(directory.filePath("none")).has_value());
 }
 
 void TestSessionRecord::repeatabilityIsBiasAndSpread()
@@ -146,25 +158,153 @@ void TestSessionRecord::repeatabilityIsBiasAndSpread()
     for (const double found : {101.0, 103.0, 105.0}) {
         const QJsonObject figure{{"name", "length"}, {"found", found}, {"truth", 100.0}, {"tolerance", 9.0}};
         const QJsonObject step{{"figures", QJsonArray{figure}}};
-        table.add(7, true, {{"steps", QJsonArray{step}}});
+        table.add(7, Answers::HeldBack, true, {{"steps", QJsonArray{step}}});
     }
-    const RepeatabilityTable::Statistics length = table.statistics(1);
-    QCOMPARE(length.count, std::size_t(3));
-    QCOMPARE(length.bias, 3.0);
-    QCOMPARE(length.spread, 2.0);
-    QCOMPARE(table.statistics(0).count, std::size_t(0));
+    const auto length = table.statistics(1, Answers::HeldBack);
+    QVERIFY(length.has_value());
+    QCOMPARE(length->count, std::size_t(3));
+    QCOMPARE(length->bias, 3.0);
+    QCOMPARE(length->spread, 2.0);
+    QCOMPARE(length->allowed, 9.0);
     QVERIFY(table.summary().contains("bias 3.00, spread 2.00 px over 3 runs"));
-    QCOMPARE(table.csv().split('\n')[3], QString("7,ok,,,,105.000,100.000,5.000,,,,,,"));
-    QCOMPARE(table.svg().count("<circle"), 3);
+    QCOMPARE(table.csv().split('\n')[3], QString("7,ok,,,,105.000,100.000,5.000,,,,,,,held back"));
+    const QJsonObject json = table.toJson();
+    QCOMPARE(json["runs"].toArray().size(), 3);
+    QCOMPARE(json["quantities"].toArray()[1].toObject()["columns"].toArray()[0].toObject()["bias"].toDouble(),
+             3.0);
+}
+
+void TestSessionRecord::aQuantityThatNoRunHasIsNone()
+{
+    RepeatabilityTable table;
+    table.add(7, Answers::HeldBack, false, {});
+    QVERIFY(!table.statistics(0, Answers::HeldBack).has_value());
+    QCOMPARE(table.summary(), QString("best Z         none\nlength         none\nmagnification  none\n"
+                                      "volume factor  none\n"));
+}
+
+void TestSessionRecord::plainAnswersHaveAColumnOfTheirOwn()
+{
+    RepeatabilityTable table;
+    const auto add = [&table](Answers answers, double found) {
+        const QJsonObject figure{{"name", "best Z"}, {"found", found}, {"truth", 100.0}, {"tolerance", 9.0}};
+        table.add(7, answers, true, {{"steps", QJsonArray{QJsonObject{{"figures", QJsonArray{figure}}}}}});
+    };
+    add(Answers::HeldBack, 101.0);
+    add(Answers::Plain, 104.0);
+    QCOMPARE(table.statistics(0, Answers::HeldBack)->bias, 1.0);
+    QCOMPARE(table.statistics(0, Answers::Plain)->bias, 4.0);
+    QVERIFY(table.summary().startsWith("best Z         bias 1.0, spread 0.0 steps over 1 runs\n"
+                                       "best Z         plain answers: bias 4.0, spread 0.0 steps over 1"));
+    QVERIFY(table.csv().contains(",held back\n7,ok,104.00,100.00,4.00,"));
+    QVERIFY(table.csv().endsWith(",plain\n"));
+    const QJsonArray columns = table.toJson()["quantities"].toArray()[0].toObject()["columns"].toArray();
+    QCOMPARE(columns.size(), 2);
+    QCOMPARE(columns[1].toObject()["answers"].toString(), QString("plain"));
+}
+
+void TestSessionRecord::theFactsTellWhatIsNotByDefault()
+{
+    InstrumentParameters parameters;
+    QVERIFY(changedParameters(parameters).empty());
+    parameters.setSeed(9);
+    QVERIFY(changedParameters(parameters).empty());
+    QCOMPARE(setParameter(parameters, "noise=2.5"), std::string());
+    QCOMPARE(setParameter(parameters, "best-focus=31000"), std::string());
+    RunFacts facts;
+    facts.version = "program 1.2.3";
+    facts.host = "desk";
+    facts.seed = 4000000000U;
+    facts.begun = QDateTime(QDate(2026, 11, 21), QTime(19, 30, 5), Qt::OffsetFromUTC, 3600);
+    facts.parameters = changedParameters(parameters);
+    facts.answersHeldBack = false;
+    const QJsonObject json = facts.toJson();
+    QCOMPARE(json["simulated"].toBool(), true);
+    QCOMPARE(json["version"].toString(), QString("program 1.2.3"));
+    QCOMPARE(json["host"].toString(), QString("desk"));
+    QCOMPARE(json["begun"].toString(), QString("2026-11-21T19:30:05+01:00"));
+    QCOMPARE(json["seed"].toDouble(), 4e9);
+    QCOMPARE(json["answersHeldBack"].toBool(true), false);
+    QCOMPARE(json["signedBy"].toObject().keys(), QStringList({"date", "name", "signature"}));
+    const QJsonArray changed = json["parameters"].toArray();
+    QCOMPARE(changed.size(), 2);
+    QCOMPARE(
+        changed[0].toObject(),
+        QJsonObject(
+            {{"name", "best-focus"}, {"unit", "steps"}, {"value", "31000"}, {"default", "from the seed"}}));
+    QCOMPARE(changed[1].toObject()["value"].toString(), QString("2.5"));
+}
+
+void TestSessionRecord::nothingIsWellBesideAFailedSave()
+{
+    SessionRecord record;
+    record.errorLines = QStringList();
+    QCOMPARE(record.logVerdict(), QString("No line tells an error."));
+    QCOMPARE(record.settingsVerdict(), QString("Every file is as it was, or was changed as it should be."));
+    record.findings.failedSaves = QStringList("TAB_QC: not told that it is saved");
+    QCOMPARE(record.logVerdict(), QString("A save failed, and no line tells it."));
+    QCOMPARE(record.settingsVerdict(),
+             QString("No settings file was lost or cut off, but not all was saved."));
+    record.errorLines->append("f() [Error] disk");
+    QCOMPARE(record.logVerdict(), QString("Lines that tell an error: 1."));
+    record.harm = QStringList("a file is gone");
+    QCOMPARE(record.settingsVerdict(), QString("Settings files suffered."));
+    record.errorLines.reset();
+    QCOMPARE(record.logVerdict(), QString("The log cannot be read."));
+    QCOMPARE(record.toJson()["failedSaves"].toArray().size(), 1);
+}
+
+void TestSessionRecord::everyRunHasAFolderOfItsOwn()
+{
+    QTemporaryDir directory;
+    const QString out = directory.filePath("new/out");
+    const QDateTime begun(QDate(2026, 11, 21), QTime(19, 30, 0));
+    QCOMPARE(makeRunFolder(out, begun), out + "/2026-11-21_193000");
+    QCOMPARE(makeRunFolder(out, begun), out + "/2026-11-21_193000_2");
+    QCOMPARE(makeRunFolder(out, begun), out + "/2026-11-21_193000_3");
+    writeFile(directory.filePath("file"), "mine");
+    QCOMPARE(makeRunFolder(directory.filePath("file"), begun), QString());
+    QCOMPARE(makeRunFolder("/proc", begun), QString());
+}
+
+void TestSessionRecord::onlyLinksToRunsAreReplaced()
+{
+    QTemporaryDir directory;
+    const QString out = directory.path();
+    const QDateTime begun(QDate(2026, 11, 21), QTime(19, 30, 0));
+    const QString first = makeRunFolder(out, begun);
+    const QString second = makeRunFolder(out, begun);
+    for (const QString& folder : {first, second})
+        writeFile(folder + "/report.html", folder.toUtf8());
+    const auto shown = [&out] {
+        QFile file(out + "/report.html");
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    };
+    QCOMPARE(showResults(out, first, {"report.html"}), out + "/report.html");
+    QCOMPARE(shown(), first.toUtf8());
+    QCOMPARE(showResults(out, second, {"report.html"}), out + "/report.html");
+    QCOMPARE(shown(), second.toUtf8());
+    QCOMPARE(QFileInfo(out + "/latest").canonicalFilePath(), QFileInfo(second).canonicalFilePath());
+    // What a run did not make stays: a file, a folder, a link to elsewhere.
+    QFile::remove(out + "/report.html");
+    writeFile(out + "/report.html", "mine");
+    QFile::remove(out + "/latest");
+    QVERIFY(QDir(out).mkdir("latest"));
+    QCOMPARE(showResults(out, first, {"report.html"}), first + "/report.html");
+    QCOMPARE(shown(), QByteArray("mine"));
+    QVERIFY(!QFileInfo(out + "/latest").isSymLink());
+    QVERIFY(QFile::link("elsewhere", out + "/session.json"));
+    QVERIFY(!linkToRun(out, "session.json", "2026-11-21_193000/session.json"));
+    QCOMPARE(QDir(out).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size(), 5);
 }
 
 void TestSessionRecord::aFailedRunLeavesItsFieldsEmpty()
 {
     RepeatabilityTable table;
-    table.add(5, false, {});
-    QCOMPARE(table.csv().split('\n')[1], QString("5,failed,,,,,,,,,,,,"));
+    table.add(5, Answers::HeldBack, false, {});
+    QCOMPARE(table.csv().split('\n')[1], QString("5,failed,,,,,,,,,,,,,held back"));
     QVERIFY(table.lastRunText().startsWith("seed 5 FAILED"));
-    QCOMPARE(table.svg().count("<circle"), 0);
+    QVERIFY(table.toJson()["runs"].toArray()[0].toObject()["values"].toArray()[0].isNull());
 }
 
 void TestSessionRecord::theRecordHoldsOnlyWhenAllDoes()
@@ -173,8 +313,10 @@ void TestSessionRecord::theRecordHoldsOnlyWhenAllDoes()
     QVERIFY(!record.holds());
     StepReport good;
     good.result.holds = true;
+    good.name = "one";
     record.steps = {good, good};
-    record.plannedSteps = 2;
+    record.steps[1].name = "two";
+    record.plannedSteps = QStringList{"one", "two"};
     QVERIFY(record.holds());
     record.harm = QStringList("a file is gone");
     QVERIFY(!record.holds());
@@ -182,8 +324,15 @@ void TestSessionRecord::theRecordHoldsOnlyWhenAllDoes()
     record.stopped = "Step x";
     QVERIFY(!record.holds());
     record.stopped.clear();
-    record.plannedSteps = 3;
+    record.plannedSteps.append("three");
     QVERIFY(!record.holds());
+    QCOMPARE(record.stepsNotMade(), QStringList("three"));
+    record.steps[1].interrupted = true;
+    record.plannedSteps.removeLast();
+    QVERIFY(!record.holds());
+    const QJsonObject json = record.toJson();
+    QCOMPARE(json["steps"].toArray()[0].toObject()["verdict"].toString(), QString("pass"));
+    QCOMPARE(json["steps"].toArray()[1].toObject()["verdict"].toString(), QString("interrupted"));
 }
 
 QTEST_GUILESS_MAIN(TestSessionRecord)

@@ -39,7 +39,7 @@ void TestVisit::everyStepHoldsOnAnInstrumentInGoodOrder()
     for (int i = 0; i < pictures.size(); ++i) {
         QVERIFY2(pictures[i].startsWith(QString("%1-").arg(i + 1, 2, 10, QChar('0'))),
                  qPrintable(pictures[i]));
-        QCOMPARE(QImage(run.out.filePath(pictures[i])).size(), QSize(800, 480));
+        QCOMPARE(QImage(run.filePath(pictures[i])).size(), QSize(800, 480));
     }
     QVERIFY(run.log().contains("slot_connected_controller"));
 }

@@ -65,6 +65,20 @@ int TerminationSignal::exitStatus() const
     return kShellSignalBase + m_number;
 }
 
+QString TerminationSignal::name() const
+{
+    switch (m_number) {
+    case 0:
+        return {};
+    case SIGINT:
+        return QStringLiteral("Ctrl-C (SIGINT)");
+    case SIGTERM:
+        return QStringLiteral("The signal SIGTERM");
+    default:
+        return QStringLiteral("The end of the terminal (SIGHUP)");
+    }
+}
+
 void TerminationSignal::readPipe()
 {
     unsigned char number = 0;

@@ -5,6 +5,7 @@
 
 #include <QObject>
 #include <QSocketNotifier>
+#include <QString>
 
 /// Tells, from the event loop, that the process was asked from outside to end: SIGTERM of a
 /// service manager, SIGINT of a keyboard, SIGHUP of a terminal that goes away. A signal that
@@ -31,6 +32,8 @@ public:
     bool isReceived() const { return m_number != 0; }
     /// What a shell reports for a process that the signal ended.
     int exitStatus() const;
+    /// The signal as people know it, such as "Ctrl-C (SIGINT)"; empty before one has come.
+    QString name() const;
 
 signals:
     /// A signal has come; emitted for the first one only.
