@@ -52,12 +52,21 @@ struct Yuv
     int chromaRed;
 };
 
-// BT.601, limited range.
+// BT.601, limited range: what red, green and blue add.
+constexpr std::array<double, 3> kToLuma{0.257, 0.504, 0.098};
+constexpr std::array<double, 3> kToChromaBlue{-0.148, -0.291, 0.439};
+constexpr std::array<double, 3> kToChromaRed{0.439, -0.368, -0.071};
+
+double weighed(const std::array<double, 3>& weights, const std::array<double, 3>& rgb)
+{
+    return weights[kRed] * rgb[kRed] + weights[kGreen] * rgb[kGreen] + weights[kBlue] * rgb[kBlue];
+}
+
 Yuv yuvOf(const std::array<double, 3>& rgb)
 {
-    const double luma = 0.257 * rgb[kRed] + 0.504 * rgb[kGreen] + 0.098 * rgb[kBlue];
-    const double blue = -0.148 * rgb[kRed] - 0.291 * rgb[kGreen] + 0.439 * rgb[kBlue];
-    const double red = 0.439 * rgb[kRed] - 0.368 * rgb[kGreen] - 0.071 * rgb[kBlue];
+    const double luma = weighed(kToLuma, rgb);
+    const double blue = weighed(kToChromaBlue, rgb);
+    const double red = weighed(kToChromaRed, rgb);
     return {static_cast<int>(std::lround(luma)), kChromaZero + static_cast<int>(std::lround(blue)),
             kChromaZero + static_cast<int>(std::lround(red))};
 }
@@ -83,7 +92,31 @@ void developRow(const std::uint8_t* absorption, const std::uint32_t* noise, std:
     }
 }
 
+// Whole numbers count so many parts of a level.
+constexpr int kPartsOfALevel = 256;
+
+using PartTable = std::array<std::array<std::int32_t, 256>, 3>;
+
+std::int32_t partsOf(const PartTable& table, const std::uint8_t* rgb)
+{
+    return table[kRed][rgb[kRed]] + table[kGreen][rgb[kGreen]] + table[kBlue][rgb[kBlue]];
+}
+
+std::int32_t levelOf(std::int32_t parts)
+{
+    return (parts + kPartsOfALevel / 2) / kPartsOfALevel;
+}
+
 } // namespace
+
+// What each value of a picture's red, green and blue adds to luma (without its offset) and
+// chroma, in parts of a level.
+struct Optics::PictureTones
+{
+    PartTable luma;
+    PartTable chromaBlue;
+    PartTable chromaRed;
+};
 
 // What a pixel of each absorption adds to the word Y0 U Y1 V of its pair, as the left and as
 // the right pixel: its own luma, and half of the pair's chroma.
@@ -115,23 +148,43 @@ double Optics::blur_px(double stagePosition_steps, const SlideDisc& disc) const
     return std::min(blur, m_parameters.largestBlur_px);
 }
 
-std::array<double, 3> Optics::colour(const PictureInputs& inputs, double absorption) const
+// Level 0..255 of a colour where this part of its light passes.
+double Optics::level(const PictureInputs& inputs, std::size_t channel, double passed) const
 {
     const double led = inputs.light.ledOn ? inputs.light.ledLevel / m_parameters.nominalLedLevel : 0.0;
     const double light =
         led * inputs.sensor.gain * inputs.sensor.exposure_lines / m_parameters.nominalExposure_lines;
+    const double lit = (m_parameters.fieldLevel - m_parameters.darkLevel) * light *
+                       inputs.sensor.colourGains[channel] * passed;
+    return std::clamp(m_parameters.darkLevel + lit, 0.0, 255.0);
+}
+
+std::array<double, 3> Optics::colour(const PictureInputs& inputs, double absorption) const
+{
     std::array<double, 3> rgb{};
-    for (std::size_t channel = 0; channel < rgb.size(); ++channel) {
-        const double passed = 1.0 - absorption * m_slide.stainColour()[channel];
-        const double level = (m_parameters.fieldLevel - m_parameters.darkLevel) * light *
-                             inputs.sensor.colourGains[channel] * passed;
-        rgb[channel] = std::clamp(m_parameters.darkLevel + level, 0.0, 255.0);
-    }
+    for (std::size_t channel = 0; channel < rgb.size(); ++channel)
+        rgb[channel] = level(inputs, channel, 1.0 - absorption * m_slide.stainColour()[channel]);
     return rgb;
 }
 
 void Optics::draw(const PictureMode& mode, const PictureInputs& inputs, std::uint64_t noiseNumber,
                   std::uint8_t* yuyv)
+{
+    scaleNoise(inputs.sensor.gain);
+    const std::uint64_t noiseSeed = mixed(noiseNumber + (std::uint64_t{m_parameters.seed} << 32U));
+    if (m_slide.picture() != nullptr)
+        drawPicture(mode, inputs, noiseSeed, yuyv);
+    else
+        drawDiscs(mode, inputs, noiseSeed, yuyv);
+}
+
+const std::uint32_t* Optics::noiseOfRow(std::uint64_t noiseSeed, int y) const
+{
+    return m_noiseWords.data() + mixed(noiseSeed + static_cast<std::uint64_t>(y)) % kNoiseTileWords;
+}
+
+void Optics::drawDiscs(const PictureMode& mode, const PictureInputs& inputs, std::uint64_t noiseSeed,
+                       std::uint8_t* yuyv)
 {
     const double stage_steps = inputs.light.stagePosition_steps;
     std::vector<BlurredDisc> discs;
@@ -144,19 +197,53 @@ void Optics::draw(const PictureMode& mode, const PictureInputs& inputs, std::uin
     }
     m_painter.prepare(discs, mode.width_px);
     const ToneTables tones = toneTables(inputs);
-    scaleNoise(inputs.sensor.gain);
-
     const std::size_t pairs = static_cast<std::size_t>(mode.width_px) / 2;
-    const std::uint64_t noiseSeed = mixed(noiseNumber + (std::uint64_t{m_parameters.seed} << 32U));
     for (int y = 0; y < mode.height_px; ++y) {
         const int stripRow = y % BlurredDiscs::kStripRows;
         if (stripRow == 0) {
             m_painter.paintStrip(y);
         }
-        const std::size_t offset = mixed(noiseSeed + static_cast<std::uint64_t>(y)) % kNoiseTileWords;
-        developRow(m_painter.row(stripRow), m_noiseWords.data() + offset, pairs, tones.left, tones.right,
+        developRow(m_painter.row(stripRow), noiseOfRow(noiseSeed, y), pairs, tones.left, tones.right,
                    yuyv + static_cast<std::size_t>(y) * pairs * sizeof(std::uint32_t));
     }
+}
+
+void Optics::drawPicture(const PictureMode& mode, const PictureInputs& inputs, std::uint64_t noiseSeed,
+                         std::uint8_t* yuyv)
+{
+    m_blurredPicture.prepare(*m_slide.picture(), mode, blur_px(inputs.light.stagePosition_steps, {}));
+    const PictureTones tones = pictureTones(inputs);
+    const std::size_t pairs = static_cast<std::size_t>(mode.width_px) / 2;
+    for (int y = 0; y < mode.height_px; ++y) {
+        const std::uint8_t* left = m_blurredPicture.row(y);
+        const std::uint32_t* noise = noiseOfRow(noiseSeed, y);
+        for (std::size_t i = 0; i < pairs; ++i, left += 6, yuyv += sizeof(std::uint32_t)) {
+            const std::uint8_t* right = left + 3;
+            const int blue = (partsOf(tones.chromaBlue, left) + partsOf(tones.chromaBlue, right)) / 2;
+            const int red = (partsOf(tones.chromaRed, left) + partsOf(tones.chromaRed, right)) / 2;
+            const std::uint32_t word =
+                wordOf(levelOf(partsOf(tones.luma, left)), levelOf(kChromaZero * kPartsOfALevel + blue),
+                       levelOf(partsOf(tones.luma, right)), levelOf(kChromaZero * kPartsOfALevel + red)) +
+                noise[i];
+            std::memcpy(yuyv, &word, sizeof word);
+        }
+    }
+}
+
+Optics::PictureTones Optics::pictureTones(const PictureInputs& inputs) const
+{
+    PictureTones tones{};
+    for (std::size_t channel = 0; channel < 3; ++channel) {
+        for (std::size_t value = 0; value < 256; ++value) {
+            const double parts = level(inputs, channel, static_cast<double>(value) / 255.0) * kPartsOfALevel;
+            tones.luma[channel][value] = static_cast<std::int32_t>(std::lround(kToLuma[channel] * parts));
+            tones.chromaBlue[channel][value] =
+                static_cast<std::int32_t>(std::lround(kToChromaBlue[channel] * parts));
+            tones.chromaRed[channel][value] =
+                static_cast<std::int32_t>(std::lround(kToChromaRed[channel] * parts));
+        }
+    }
+    return tones;
 }
 
 Optics::ToneTables Optics::toneTables(const PictureInputs& inputs) const

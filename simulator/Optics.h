@@ -6,32 +6,11 @@
 #include <vector>
 
 #include "simulator/BlurredDiscs.h"
+#include "simulator/BlurredPicture.h"
 #include "simulator/LightPath.h"
+#include "simulator/PictureMode.h"
 #include "simulator/SensorRegisters.h"
 #include "simulator/Slide.h"
-
-/// One picture format of the camera and the part of the full frame that it shows.
-struct PictureMode
-{
-    int width_px;
-    int height_px;
-    int framesPerSecond;
-    /// Full-frame pixels per picture pixel, and the full-frame place of the picture's
-    /// left and upper edge (edge of the first pixel, not its centre).
-    double scale;
-    double left_px;
-    double top_px;
-
-    int frameBytes() const { return width_px * height_px * 2; }
-};
-
-/// The camera's three formats: the whole field in 1280 x 960 and in 2592 x 1944, and in
-/// 640 x 480 the unscaled centre of the 1280 x 960 picture.
-inline constexpr std::array<PictureMode, 3> kPictureModes{{
-    {640, 480, 30, 2.025, 648.0, 486.0},
-    {1280, 960, 30, 2.025, 0.0, 0.0},
-    {2592, 1944, 15, 1.0, 0.0, 0.0},
-}};
 
 /// Focus, light and noise.
 struct OpticsParameters
@@ -94,14 +73,23 @@ public:
 
 private:
     struct ToneTables;
+    struct PictureTones;
 
+    void drawDiscs(const PictureMode& mode, const PictureInputs& inputs, std::uint64_t noiseSeed,
+                   std::uint8_t* yuyv);
+    void drawPicture(const PictureMode& mode, const PictureInputs& inputs, std::uint64_t noiseSeed,
+                     std::uint8_t* yuyv);
+    double level(const PictureInputs& inputs, std::size_t channel, double passed) const;
+    const std::uint32_t* noiseOfRow(std::uint64_t noiseSeed, int y) const;
     ToneTables toneTables(const PictureInputs& inputs) const;
+    PictureTones pictureTones(const PictureInputs& inputs) const;
     void scaleNoise(double gain);
 
     OpticsParameters m_parameters;
     Slide m_slide;
     double m_bestFocus_steps;
     BlurredDiscs m_painter;
+    BlurredPicture m_blurredPicture;
     /// Noise of two neighbouring pixels per word: unit (thousandths) and as last scaled.
     std::vector<std::int16_t> m_unitNoise;
     std::vector<std::uint32_t> m_noiseWords;

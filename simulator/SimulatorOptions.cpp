@@ -3,6 +3,9 @@
 #include <functional>
 
 #include <QCommandLineParser>
+#include <QFile>
+
+#include "simulator/SlidePicture.h"
 
 #include "ProgramStart.h"
 
@@ -65,12 +68,23 @@ void readFault(SimulatorOptions& options, const QString& value)
     noteError(options, addFault(options.faults, value.toStdString()));
 }
 
+void readSlidePicture(SimulatorOptions& options, const QString& value)
+{
+    SlideParameters& slide = options.parameters.camera.slide;
+    std::string error;
+    slide.picture = SlidePicture::read(QFile::encodeName(value).toStdString(), error);
+    if (slide.picture)
+        slide.kind = SlideKind::Picture;
+    else
+        noteError(options, "The slide is cells, target, empty or a picture's file. " + error);
+}
+
 void readSlide(SimulatorOptions& options, const QString& value)
 {
     if (const std::optional<SlideKind> kind = slideKindNamed(value.toStdString()))
         options.parameters.camera.slide.kind = *kind;
     else
-        noteError(options, "The slide is cells, target or empty, not \"" + value.toStdString() + "\".");
+        readSlidePicture(options, value);
 }
 
 void readDisk(SimulatorOptions& options, const QString& value)
@@ -85,7 +99,9 @@ void readDisk(SimulatorOptions& options, const QString& value)
 const std::vector<OptionRow>& optionRows()
 {
     static const std::vector<OptionRow> rows = {
-        {"slide", "cells|target|empty", "what lies under the microscope (default cells)", readSlide, true},
+        {"slide", "cells|target|empty|FILE",
+         "what lies under the microscope (default cells); a file is a picture, PNG, TIFF or JPEG", readSlide,
+         true},
         {"seed", "N", "chooses slide, focus and noise (default 1)", readSeed},
         {"parameter", "NAME=VALUE", "changes one of the parameters below; may be given often",
          [](SimulatorOptions& options, const QString& value) {

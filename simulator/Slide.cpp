@@ -137,6 +137,9 @@ Slide::Slide(const SlideParameters& parameters)
         break;
     case SlideKind::Empty:
         break;
+    case SlideKind::Picture:
+        m_picture = parameters.picture;
+        break;
     }
     for (SlideDisc& disc : m_discs) {
         disc.focusOffset_steps += parameters.tiltAcross_steps * (disc.centre.x_px / kFullWidth_px - 0.5) +

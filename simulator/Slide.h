@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -30,13 +31,18 @@ struct SlideDisc
     double focusOffset_steps = 0.0;
 };
 
-/// What a slide carries: stained cells, the two dots of the calibration target, or nothing.
-enum class SlideKind { Cells, Target, Empty };
+class SlidePicture;
+
+/// What a slide carries: stained cells, the two dots of the calibration target, nothing, or
+/// what a picture shows.
+enum class SlideKind { Cells, Target, Empty, Picture };
 
 /// What is on a slide, and how it lies.
 struct SlideParameters
 {
     SlideKind kind = SlideKind::Cells;
+    /// What a slide of the kind Picture shows; the seed and all below are for the other kinds.
+    std::shared_ptr<const SlidePicture> picture;
     std::uint32_t seed = 1;
     /// Cells in the whole field, denser towards its middle; about half of them lie in the
     /// central quarter, which is what the 640 x 480 picture shows.
@@ -56,7 +62,7 @@ struct SlideParameters
     int dustCount = 130;
 };
 
-/// What lies under the microscope: a seeded scene of discs that do not overlap.
+/// What lies under the microscope: a seeded scene of discs that do not overlap, or a picture.
 class Slide
 {
 public:
@@ -64,6 +70,8 @@ public:
 
     SlideKind kind() const { return m_kind; }
     const std::vector<SlideDisc>& discs() const { return m_discs; }
+    /// The picture that is shown instead of discs; null on a slide of another kind.
+    const SlidePicture* picture() const { return m_picture.get(); }
     /// How much of a disc's absorption red, green and blue light get, 0..1.
     const std::array<double, 3>& stainColour() const { return m_stainColour; }
     /// The target's dots; none on any other slide.
@@ -75,6 +83,7 @@ private:
     SlideKind m_kind;
     std::array<double, 3> m_stainColour;
     std::vector<SlideDisc> m_discs;
+    std::shared_ptr<const SlidePicture> m_picture;
 };
 
 /// The kind named "cells", "target" or "empty"; nothing for any other name.

@@ -4,7 +4,11 @@
 #include <atomic>
 #include <thread>
 
+#include <QImage>
+#include <QTemporaryDir>
+
 #include "SimulatedCameraBench.h"
+#include "simulator/SlidePicture.h"
 
 using Bench = SimulatedCameraBench;
 
@@ -72,6 +76,29 @@ private slots:
                  Bench(parametersWithSeed9()).calls.slide().discs().size());
     }
 
+    void aPictureIsDrawnAgainOnlyWhenSomethingChanges()
+    {
+        SimulatedCameraParameters parameters = quickParameters();
+        parameters.slide = pictureSlide();
+        QVERIFY(parameters.slide.picture != nullptr);
+        Bench bench(parameters);
+        const int fd = bench.startStream();
+        QVERIFY(fd >= 0);
+        int darkest = -1;
+        for (int frame = 0; frame < 12; ++frame)
+            darkest = darkestOfNextFrame(bench, fd);
+        QVERIFY(darkest >= 0 && darkest < 60);
+        QCOMPARE(bench.calls.counters().drawings, std::uint64_t(1));
+        // The calibration takes it away, and it may come back.
+        bench.calls.changeSlide(another(parameters.slide, SlideKind::Target));
+        QCOMPARE(bench.calls.slide().targetDots().size(), std::size_t(2));
+        QVERIFY(bench.calls.slide().picture() == nullptr);
+        bench.calls.changeSlide(parameters.slide);
+        QVERIFY(bench.calls.slide().picture() != nullptr);
+        QCOMPARE(bench.calls.slide().targetDots().size(), std::size_t(0));
+        bench.stopStream(fd);
+    }
+
     void theFieldHasTheColourThatThePictureShows()
     {
         Bench bench;
@@ -109,6 +136,19 @@ private slots:
     }
 
 private:
+    static SlideParameters pictureSlide()
+    {
+        const QTemporaryDir directory;
+        QImage picture(80, 60, QImage::Format_RGB32);
+        picture.fill(qRgb(20, 30, 40));
+        const QString file = directory.filePath("slide.png");
+        std::string error;
+        SlideParameters slide;
+        slide.kind = SlideKind::Picture;
+        slide.picture = picture.save(file) ? SlidePicture::read(file.toStdString(), error) : nullptr;
+        return slide;
+    }
+
     static SimulatedCameraParameters parametersWithSeed9()
     {
         SimulatedCameraParameters parameters = quickParameters();

@@ -1,6 +1,7 @@
 #include <csignal>
 
 #include <QImage>
+#include <QPainter>
 #include <QtTest>
 
 #include "ProgramRun.h"
@@ -17,6 +18,7 @@ private slots:
     void aVisitToABrokenInstrumentFails();
     void onlyTheChosenStepsAreMade();
     void anotherSeedHasAnotherFocus();
+    void aPictureMayLieUnderTheMicroscope();
     void theCalibrationIsJudgedByTheTarget_data();
     void theCalibrationIsJudgedByTheTarget();
     void wrongOptionsGetOneSentenceAndStatus2_data();
@@ -97,6 +99,26 @@ void TestVisit::anotherSeedHasAnotherFocus()
     QVERIFY(positions[0] != positions[1]);
 }
 
+void TestVisit::aPictureMayLieUnderTheMicroscope()
+{
+    QTemporaryDir directory;
+    const QString file = directory.filePath("micrograph.png");
+    QImage picture(1296, 972, QImage::Format_RGB32);
+    picture.fill(qRgb(240, 235, 245));
+    {
+        QPainter painter(&picture);
+        painter.setBrush(QColor(90, 60, 150));
+        for (int cell = 0; cell < 150; ++cell)
+            painter.drawEllipse(QPoint(cell * 397 % 1296, cell * 641 % 972), 14, 11);
+    }
+    QVERIFY(picture.save(file));
+    const ProgramRun run({"--session", "--instant", "--slide", file, "--steps",
+                          "window,1280,focus,centre,autofocus,exit,ended"});
+    QVERIFY2(run.exitStatus == 0, run.all());
+    QVERIFY2(run.output.contains("7 of 7 steps as they should be"), run.all());
+    QVERIFY(run.contentOf("session.json").contains("--slide " + file.toUtf8()));
+}
+
 void TestVisit::theCalibrationIsJudgedByTheTarget_data()
 {
     QTest::addColumn<QStringList>("options");
@@ -132,6 +154,8 @@ void TestVisit::wrongOptionsGetOneSentenceAndStatus2_data()
     QTest::newRow("seed") << QStringList{"--seed", "one"} << "\"one\"";
     QTest::newRow("negative seed") << QStringList{"--seed=-1"} << "\"-1\"";
     QTest::newRow("slide") << QStringList{"--slide", "blood"} << "\"blood\"";
+    QTest::newRow("slide's folder") << QStringList{"--slide", "/"} << "\"/\"";
+    QTest::newRow("slide's text") << QStringList{"--slide", "/proc/version"} << "\"/proc/version\"";
     QTest::newRow("fault") << QStringList{"--fault", "rain"} << "\"rain\"";
     QTest::newRow("fault's count") << QStringList{"--fault", "mmap:0"} << "\"mmap:0\"";
     QTest::newRow("fault's command count") << QStringList{"--fault", "late:MVP:x"} << "\"late:MVP:x\"";
