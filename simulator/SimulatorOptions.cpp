@@ -181,10 +181,13 @@ QString stepList(const char* of, const QStringList& names)
 }
 
 constexpr const char* kReportText = R"(
-A session writes report.html, the report for people with all pictures in it, and
-session.json, the same for machines. A repetition writes repeatability.csv and
-repeatability.svg. With a fault, the report tells what the operator saw and whether a
-settings file suffered. The exit status is 0 only when every step was as it should be.
+Each run has a folder of its own below the directory of --out, named by date and time;
+"latest" there leads to the newest. A session writes report.html, the report for people
+with all pictures in it, and session.json, the same for machines; a repetition writes
+report.html, repeatability.csv and repeatability.json. The names of the newest lead there
+from the directory of --out as well. With a fault, the report tells what the operator saw
+and whether a settings file suffered. The exit status is 0 only when every step was as it
+should be; a run that Ctrl-C ended says so, and has 130.
 )";
 
 QString helpText(const SimulatorStepNames& stepNames)
