@@ -75,6 +75,7 @@ class House:
         data = tomllib.loads((self.root / FLOORS).read_text(encoding="utf-8"))
         self.above = data["above"]
         self.never = data["never"]
+        self.apart = data.get("apart", [])
         self.floors = data["floor"]
         self.floor_of = {name: i for i, floor in enumerate(self.floors) for name in floor["targets"]}
         self.beside = {tuple(pair) for floor in self.floors for pair in floor.get("beside", [])}
@@ -174,13 +175,17 @@ class House:
     def check_files(self):
         return [f"{file}: no target names this file" for file in self.files() if file not in self.owners]
 
+    def is_apart(self, path):
+        """Whether a file belongs to a project of its own within the tree, which a test builds."""
+        return any(path.relative_to(self.root).is_relative_to(folder) for folder in self.apart)
+
     def files(self):
         tops = {target.folder.split("/")[0] for target in self.targets.values() if target.has_code()}
         return sorted(
             path.relative_to(self.root).as_posix()
             for top in tops
             for path in (self.root / top).rglob("*")
-            if path.suffix in SOURCE_ENDINGS
+            if path.suffix in SOURCE_ENDINGS and not self.is_apart(path)
         )
 
     def check_links(self):

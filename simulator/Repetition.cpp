@@ -15,7 +15,8 @@
 #include <QProcess>
 #include <QTimer>
 
-#include "simulator/QuitOnSignal.h"
+#include "ProgramStart.h"
+#include "platform/TerminationSignal.h"
 #include "simulator/SimulatorOptions.h"
 #include "simulator/session/RepeatabilityTable.h"
 #include "simulator/session/RunFolder.h"
@@ -94,7 +95,9 @@ public:
     Repetition(const SimulatorOptions& options, const QDateTime& begun, const QString& folder)
         : m_options(options), m_folder(folder), m_planned(options.repeat * (options.plainAnswers ? 2 : 1))
     {
-        m_facts.version = QStringLiteral("orla-verifier-simulator " ORLA_VERSION);
+        m_facts.version = programAndVersion(kSimulatorProgram);
+        // Ends the loop that a run is waited for in.
+        QObject::connect(&m_signalled, &TerminationSignal::received, qApp, &QCoreApplication::quit);
         m_facts.host = QSysInfo::machineHostName();
         m_facts.begun = begun;
         m_facts.seed = options.seed;
@@ -105,7 +108,7 @@ public:
 
     int run()
     {
-        for (int i = 0; i < m_options.repeat && !m_signalled.received(); ++i) {
+        for (int i = 0; i < m_options.repeat && !m_signalled.isReceived(); ++i) {
             const std::uint32_t seed = m_options.seed + static_cast<std::uint32_t>(i);
             make(seed, Answers::HeldBack, QStringLiteral("seed-%1").arg(seed));
             if (m_options.plainAnswers)
@@ -114,7 +117,7 @@ public:
         std::printf("%s%d of %d runs as they should be\n", qPrintable(m_table.summary()), m_good, m_planned);
         if (!write())
             return kFailure;
-        if (m_signalled.received())
+        if (m_signalled.isReceived())
             return m_signalled.exitStatus();
         return m_good == m_planned ? 0 : kFailure;
     }
@@ -122,12 +125,12 @@ public:
 private:
     void make(std::uint32_t seed, Answers answers, const QString& name)
     {
-        if (m_signalled.received())
+        if (m_signalled.isReceived())
             return;
         const QString directory = m_folder.filePath(name);
         const bool good = runSeed(m_options, seed, answers, directory);
         // What a run left that was ended is not what it would have found.
-        if (m_signalled.received()) {
+        if (m_signalled.isReceived()) {
             std::printf("%s ended the repetition with seed %u\n", qPrintable(m_signalled.name()), seed);
             return;
         }
@@ -150,7 +153,7 @@ private:
         record["plannedRuns"] = m_planned;
         record["runsThatHold"] = m_good;
         record["holds"] = m_good == m_planned;
-        record["stopped"] = m_signalled.received()
+        record["stopped"] = m_signalled.isReceived()
                                 ? m_signalled.name() + " ended the repetition before its time."
                                 : QString();
         if (!writeText(m_folder.filePath("repeatability.csv"), m_table.csv().toUtf8()) ||
@@ -168,7 +171,7 @@ private:
     const SimulatorOptions& m_options;
     const QDir m_folder;
     const int m_planned;
-    const QuitOnSignal m_signalled;
+    const TerminationSignal m_signalled{TerminationSignal::Second::EndsTheProcess};
     RunFacts m_facts;
     RepeatabilityTable m_table;
     QJsonValue m_parameters;
