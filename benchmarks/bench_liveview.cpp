@@ -41,7 +41,7 @@ extern "C" {
 #include "ORLA_II_Plus_Verifier.h"
 #include "camera/YuvConversion.h"
 #include "platform/DeviceCalls.h"
-#include "simulator/SimulatedInstrument.h"
+#include "simulator/instrument/SimulatedInstrument.h"
 
 namespace {
 

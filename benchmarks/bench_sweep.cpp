@@ -27,9 +27,9 @@
 #include "Controller/Controller.h"
 #include "camera/OV5642Camera.h"
 #include "platform/InstrumentPath.h"
-#include "simulator/BoardPort.h"
-#include "simulator/InstrumentTree.h"
-#include "simulator/SimulatedDeviceCalls.h"
+#include "simulator/board/BoardPort.h"
+#include "simulator/camera/SimulatedDeviceCalls.h"
+#include "simulator/instrument/InstrumentTree.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <QDir>
 #include <QFile>
 
-#include "simulator/SimulatedInstrument.h"
+#include "simulator/instrument/SimulatedInstrument.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "simulator/SimulatedInstrument.h"
+#include "simulator/instrument/SimulatedInstrument.h"
 #include "simulator/session/PictureMeasures.h"
 
 namespace {

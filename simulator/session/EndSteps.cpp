@@ -1,6 +1,6 @@
 #include "simulator/session/EndSteps.h"
 
-#include "simulator/SimulatedInstrument.h"
+#include "simulator/instrument/SimulatedInstrument.h"
 
 QString EndSteps::showConsole(const QString& number, const QString& name, const QString& textArea)
 {

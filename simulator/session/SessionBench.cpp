@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "simulator/SimulatedInstrument.h"
+#include "simulator/instrument/SimulatedInstrument.h"
 #include "simulator/session/PictureMeasures.h"
 
 QString number(double value, int decimals)

@@ -6,8 +6,8 @@
 #include <QString>
 #include <QStringList>
 
-#include "simulator/BoardPort.h"
-#include "simulator/session/Operator.h"
+#include "simulator/board/BoardPort.h"
+#include "simulator/operator/Operator.h"
 #include "simulator/session/SessionStep.h"
 
 class SimulatedInstrument;

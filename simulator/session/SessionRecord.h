@@ -9,7 +9,7 @@
 #include <QString>
 #include <QStringList>
 
-#include "simulator/InstrumentParameters.h"
+#include "simulator/instrument/InstrumentParameters.h"
 #include "simulator/session/SessionBench.h"
 #include "simulator/session/SessionStep.h"
 #include "simulator/session/SettingsFiles.h"

@@ -9,7 +9,7 @@
 #include <QString>
 #include <QTextStream>
 
-#include "simulator/session/Operator.h"
+#include "simulator/operator/Operator.h"
 #include "simulator/session/SessionStep.h"
 #include "simulator/session/Watchdog.h"
 

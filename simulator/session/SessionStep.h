@@ -10,7 +10,7 @@
 #include <QStringList>
 #include <QVector>
 
-#include "simulator/session/BoxWatcher.h"
+#include "simulator/operator/BoxWatcher.h"
 
 /// Stands for a number that nobody took: the press before it was refused, or no number is shown.
 inline constexpr double kNotTaken = std::numeric_limits<double>::quiet_NaN();

@@ -1,6 +1,6 @@
 #include "simulator/session/SettingsSteps.h"
 
-#include "simulator/SimulatedInstrument.h"
+#include "simulator/instrument/SimulatedInstrument.h"
 #include "simulator/session/SettingsFiles.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <map>
 
-#include "simulator/SimulatedInstrument.h"
+#include "simulator/instrument/SimulatedInstrument.h"
 #include "simulator/session/PictureMeasures.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #include "simulator/session/StartSteps.h"
 
-#include "simulator/SimulatedInstrument.h"
+#include "simulator/instrument/SimulatedInstrument.h"
 
 namespace {
 

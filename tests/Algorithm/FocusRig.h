@@ -11,7 +11,7 @@
 #include "Algorithm/alg_Autofocus.h"
 #include "FocusCapture.h"
 #include "camera/OV5642Camera.h"
-#include "simulator/BoardPort.h"
+#include "simulator/board/BoardPort.h"
 
 /// Size of the frames that the rig's camera delivers.
 constexpr int kWidth = 640;

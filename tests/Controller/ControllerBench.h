@@ -4,7 +4,7 @@
 
 #include "Controller/Controller.h"
 #include "platform/InstrumentPath.h"
-#include "simulator/BoardPort.h"
+#include "simulator/board/BoardPort.h"
 #include "support/LogRecorder.h"
 
 /// A controller that is not the process's one, so that every test begins with a fresh one.

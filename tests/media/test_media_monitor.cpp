@@ -20,7 +20,7 @@
 
 #include "media/MediaMonitor.h"
 #include "platform/InstrumentPath.h"
-#include "simulator/UsbPort.h"
+#include "simulator/disk/UsbPort.h"
 
 namespace {
 

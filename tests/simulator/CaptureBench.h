@@ -8,7 +8,7 @@
 
 #include <QtTest>
 
-#include "simulator/CaptureDevice.h"
+#include "simulator/camera/CaptureDevice.h"
 
 /// Pictures whose bytes all hold the picture's number.
 class NumberedPictures : public FrameSource

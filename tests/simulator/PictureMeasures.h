@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "simulator/Optics.h"
+#include "simulator/optics/Optics.h"
 
 /// A drawn picture, looked at in red, green and blue (BT.601, limited range, each pixel with
 /// its pair's chroma), independently of how it was drawn.

@@ -10,7 +10,7 @@
 
 #include <QtTest>
 
-#include "simulator/SimulatedDeviceCalls.h"
+#include "simulator/camera/SimulatedDeviceCalls.h"
 
 inline constexpr unsigned long kForcedAddress = 0x0706;
 inline constexpr unsigned long kPlainAddress = 0x0703;

@@ -2,7 +2,7 @@
 
 #include <QtTest>
 
-#include "simulator/Board.h"
+#include "simulator/board/Board.h"
 
 Q_DECLARE_METATYPE(std::string)
 

@@ -18,7 +18,7 @@
 
 #include "Controller/Controller.h"
 #include "platform/InstrumentPath.h"
-#include "simulator/BoardPort.h"
+#include "simulator/board/BoardPort.h"
 
 namespace {
 

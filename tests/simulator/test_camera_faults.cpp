@@ -1,7 +1,7 @@
 #include <QtTest>
 
-#include "simulator/CallTrace.h"
-#include "simulator/CameraFaults.h"
+#include "simulator/camera/CallTrace.h"
+#include "simulator/camera/CameraFaults.h"
 
 class TestCameraFaults : public QObject
 {

@@ -5,8 +5,8 @@
 #include <QtTest>
 
 #include "PictureMeasures.h"
-#include "simulator/Optics.h"
-#include "simulator/PictureSource.h"
+#include "simulator/optics/Optics.h"
+#include "simulator/optics/PictureSource.h"
 
 namespace {
 

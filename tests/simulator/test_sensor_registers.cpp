@@ -1,6 +1,6 @@
 #include <QtTest>
 
-#include "simulator/SensorRegisters.h"
+#include "simulator/camera/SensorRegisters.h"
 
 namespace {
 

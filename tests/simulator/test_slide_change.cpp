@@ -8,7 +8,7 @@
 #include <QTemporaryDir>
 
 #include "SimulatedCameraBench.h"
-#include "simulator/SlidePicture.h"
+#include "simulator/optics/SlidePicture.h"
 
 using Bench = SimulatedCameraBench;
 

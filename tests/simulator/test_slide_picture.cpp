@@ -11,8 +11,8 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "PictureMeasures.h"
-#include "simulator/Optics.h"
-#include "simulator/SlidePicture.h"
+#include "simulator/optics/Optics.h"
+#include "simulator/optics/SlidePicture.h"
 
 namespace {
 

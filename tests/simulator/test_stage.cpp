@@ -2,7 +2,7 @@
 
 #include <QtTest>
 
-#include "simulator/Stage.h"
+#include "simulator/board/Stage.h"
 
 namespace {
 

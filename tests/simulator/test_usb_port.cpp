@@ -10,8 +10,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-#include "simulator/InstrumentTree.h"
-#include "simulator/UsbPort.h"
+#include "simulator/disk/UsbPort.h"
+#include "simulator/instrument/InstrumentTree.h"
 
 namespace {
 

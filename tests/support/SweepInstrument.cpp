@@ -12,7 +12,7 @@
 #include "camera/OV5642Camera.h"
 #include "platform/InstrumentPath.h"
 #include "settings/CalibrationFile.h"
-#include "simulator/InstrumentTree.h"
+#include "simulator/instrument/InstrumentTree.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <QTemporaryDir>
 
 #include "Algorithm/AutoFocusingData.h"
-#include "simulator/BoardPort.h"
-#include "simulator/SimulatedDeviceCalls.h"
+#include "simulator/board/BoardPort.h"
+#include "simulator/camera/SimulatedDeviceCalls.h"
 
 /// What a sweep finds: the slide, the eye that looks at it, the stage under it.
 struct SweepScene

@@ -13,7 +13,7 @@
 #include <QtTest>
 
 #include "platform/InstrumentPath.h"
-#include "simulator/FreshFrames.h"
+#include "simulator/instrument/FreshFrames.h"
 
 namespace {
 

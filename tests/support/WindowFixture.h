@@ -11,10 +11,10 @@
 #include <QVector>
 
 #include "ORLA_II_Plus_Verifier.h"
-#include "simulator/BoardPort.h"
-#include "simulator/InstrumentTree.h"
-#include "simulator/SimulatedDeviceCalls.h"
-#include "simulator/UsbPort.h"
+#include "simulator/board/BoardPort.h"
+#include "simulator/camera/SimulatedDeviceCalls.h"
+#include "simulator/disk/UsbPort.h"
+#include "simulator/instrument/InstrumentTree.h"
 
 /// A message box as it was met: what stood on it, and that it was answered.
 struct MetBox

@@ -11,10 +11,10 @@
 #include <QTextStream>
 #include <QtTest>
 
-#include "simulator/InstrumentFaults.h"
-#include "simulator/InstrumentParameters.h"
-#include "simulator/SimulatedInstrument.h"
-#include "simulator/session/Operator.h"
+#include "simulator/instrument/InstrumentFaults.h"
+#include "simulator/instrument/InstrumentParameters.h"
+#include "simulator/instrument/SimulatedInstrument.h"
+#include "simulator/operator/Operator.h"
 #include "simulator/session/PictureMeasures.h"
 #include "simulator/session/Session.h"
 #include "simulator/session/SessionRunner.h"

@@ -8,7 +8,7 @@
 #include <QTemporaryDir>
 
 #include "DeviceScene.h"
-#include "simulator/BoardPort.h"
+#include "simulator/board/BoardPort.h"
 
 /// A message box or file dialog as the operator reads it.
 struct SeenBox

@@ -1,0 +1,215 @@
+#include "simulator/camera/CameraFaults.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+
+#include <linux/i2c-dev.h>
+#include <linux/videodev2.h>
+
+namespace {
+
+template <class Value>
+struct Named
+{
+    const char* name;
+    Value value;
+};
+
+constexpr Named<unsigned long> kRequests[] = {
+    {"VIDIOC_QUERYCAP", VIDIOC_QUERYCAP}, {"VIDIOC_ENUM_FMT", VIDIOC_ENUM_FMT},
+    {"VIDIOC_G_FMT", VIDIOC_G_FMT},       {"VIDIOC_TRY_FMT", VIDIOC_TRY_FMT},
+    {"VIDIOC_S_FMT", VIDIOC_S_FMT},       {"VIDIOC_G_PARM", VIDIOC_G_PARM},
+    {"VIDIOC_REQBUFS", VIDIOC_REQBUFS},   {"VIDIOC_QUERYBUF", VIDIOC_QUERYBUF},
+    {"VIDIOC_QBUF", VIDIOC_QBUF},         {"VIDIOC_DQBUF", VIDIOC_DQBUF},
+    {"VIDIOC_STREAMON", VIDIOC_STREAMON}, {"VIDIOC_STREAMOFF", VIDIOC_STREAMOFF},
+    {"I2C_SLAVE_FORCE", I2C_SLAVE_FORCE}, {"I2C_SLAVE", I2C_SLAVE},
+};
+
+constexpr Named<int> kErrors[] = {
+    {"EACCES", EACCES}, {"EAGAIN", EAGAIN}, {"EBUSY", EBUSY},   {"EINTR", EINTR},
+    {"EINVAL", EINVAL}, {"EIO", EIO},       {"ENODEV", ENODEV}, {"ENOMEM", ENOMEM},
+    {"ENOSPC", ENOSPC}, {"ENOTTY", ENOTTY}, {"EPERM", EPERM},   {"EREMOTEIO", EREMOTEIO},
+    {"ENXIO", ENXIO},   {"EPIPE", EPIPE},   {"EFAULT", EFAULT}, {"ETIMEDOUT", ETIMEDOUT},
+};
+
+template <class Value, std::size_t Size>
+std::optional<Value> valueNamed(const Named<Value> (&table)[Size], const std::string& name)
+{
+    for (const Named<Value>& entry : table) {
+        if (name == entry.name) {
+            return entry.value;
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<int> callNumber(const std::string& text)
+{
+    int number = 0;
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, number);
+    if (result.ec != std::errc() || result.ptr != end || number < 1) {
+        return std::nullopt;
+    }
+    return number;
+}
+
+std::vector<std::string> splitAtColons(const std::string& text)
+{
+    std::vector<std::string> parts;
+    std::size_t start = 0;
+    while (true) {
+        const std::size_t colon = text.find(':', start);
+        parts.push_back(text.substr(start, colon - start));
+        if (colon == std::string::npos) {
+            return parts;
+        }
+        start = colon + 1;
+    }
+}
+
+const CameraFaultText* faultNamed(const std::string& name)
+{
+    for (const CameraFaultText& text : cameraFaultTexts()) {
+        if (name == text.name) {
+            return &text;
+        }
+    }
+    return nullptr;
+}
+
+std::optional<CameraFaultRule> requestRule(const std::vector<std::string>& parts)
+{
+    CameraFaultRule rule{CameraFault::RequestFails};
+    if (parts.size() < 2 || parts.size() > 4) {
+        return std::nullopt;
+    }
+    const std::optional<unsigned long> request = valueNamed(kRequests, parts[1]);
+    const std::optional<int> error = parts.size() > 2 ? valueNamed(kErrors, parts[2]) : EIO;
+    const std::optional<int> nthCall = parts.size() > 3 ? callNumber(parts[3]) : 0;
+    if (!request || !error || !nthCall) {
+        return std::nullopt;
+    }
+    rule.request = *request;
+    rule.error = *error;
+    rule.nthCall = *nthCall;
+    return rule;
+}
+
+std::optional<CameraFaultRule> ruleOf(const std::string& text)
+{
+    const std::vector<std::string> parts = splitAtColons(text);
+    const CameraFaultText* fault = faultNamed(parts.front());
+    if (fault == nullptr) {
+        return std::nullopt;
+    }
+    if (fault->fault == CameraFault::RequestFails) {
+        return requestRule(parts);
+    }
+    const bool countsCalls = fault->arguments[0] != '\0';
+    const std::optional<int> nthCall = parts.size() > 1 ? callNumber(parts[1]) : 0;
+    if (!nthCall || parts.size() > (countsCalls ? 2U : 1U)) {
+        return std::nullopt;
+    }
+    return CameraFaultRule{fault->fault, *nthCall};
+}
+
+} // namespace
+
+const std::array<CameraFaultText, 12>& cameraFaultTexts()
+{
+    static constexpr std::array<CameraFaultText, 12> kTexts{{
+        {CameraFault::NoVideoDevice, "no-camera", "", "/dev/video0 is missing"},
+        {CameraFault::NoBus, "no-i2c", "", "/dev/i2c-1 is missing"},
+        {CameraFault::RequestFails, "ioctl", ":REQUEST[:ERRNO[:N]]",
+         "an ioctl such as VIDIOC_QBUF fails, with EIO unless given, at its N-th call or at every call"},
+        {CameraFault::MappingFails, "mmap", "[:N]",
+         "mapping a buffer fails, at the N-th call or at every call"},
+        {CameraFault::BusNack, "i2c-nack", "[:N]",
+         "the sensor does not acknowledge the N-th transfer, or any"},
+        {CameraFault::BusShort, "i2c-short", "[:N]", "the N-th transfer, or every one, is one byte short"},
+        {CameraFault::StalledStream, "stall", "", "no frame arrives"},
+        {CameraFault::ShortFrames, "short-frames", "", "frames hold half of their bytes"},
+        {CameraFault::OversizedFrames, "oversized-frames", "",
+         "frames claim more bytes than their buffer has"},
+        {CameraFault::MoreBuffers, "more-buffers", "", "eight buffers are granted"},
+        {CameraFault::FewerBuffers, "fewer-buffers", "", "two buffers are granted"},
+        {CameraFault::Unplugged, "unplugged", "", "the camera goes away: every call on it answers ENODEV"},
+    }};
+    return kTexts;
+}
+
+void CameraFaults::enable(const CameraFaultRule& rule)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_rules.push_back({rule, 0});
+}
+
+bool CameraFaults::enable(const std::string& text)
+{
+    const std::optional<CameraFaultRule> rule = ruleOf(text);
+    if (rule) {
+        enable(*rule);
+    }
+    return rule.has_value();
+}
+
+void CameraFaults::disable(CameraFault fault)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_rules.erase(std::remove_if(m_rules.begin(), m_rules.end(),
+                                 [fault](const Counted& counted) { return counted.rule.fault == fault; }),
+                  m_rules.end());
+}
+
+void CameraFaults::clear()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_rules.clear();
+}
+
+bool CameraFaults::isOn(CameraFault fault) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return std::any_of(m_rules.begin(), m_rules.end(),
+                       [fault](const Counted& counted) { return counted.rule.fault == fault; });
+}
+
+bool CameraFaults::strikes(CameraFault fault)
+{
+    return struckBy(fault, 0).has_value();
+}
+
+std::optional<int> CameraFaults::strikesRequest(unsigned long request)
+{
+    return struckBy(CameraFault::RequestFails, request);
+}
+
+// Every rule counts the call, so that two rules for one kind of call strike independently.
+std::optional<int> CameraFaults::struckBy(CameraFault fault, unsigned long request)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    std::optional<int> error;
+    for (Counted& counted : m_rules) {
+        if (counted.rule.fault == fault && counted.rule.request == request) {
+            ++counted.calls;
+            if (counted.rule.nthCall == 0 || counted.rule.nthCall == counted.calls) {
+                error = counted.rule.error;
+            }
+        }
+    }
+    return error;
+}
+
+std::string requestName(unsigned long request)
+{
+    for (const Named<unsigned long>& entry : kRequests) {
+        if (entry.value == request) {
+            return entry.name;
+        }
+    }
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "0x%08lX", request);
+    return text.data();
+}

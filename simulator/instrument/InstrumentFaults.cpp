@@ -1,0 +1,95 @@
+#include "simulator/instrument/InstrumentFaults.h"
+
+#include "simulator/board/BoardLine.h"
+
+namespace {
+
+struct TreeFault
+{
+    const char* name;
+    const char* text;
+    bool InstrumentFaults::*flag;
+};
+
+constexpr TreeFault kTreeFaults[] = {
+    {"no-serial", "/dev/ttyS2 is missing", &InstrumentFaults::noSerialDevice},
+    {"no-power", "the board has no power: it neither moves nor answers", &InstrumentFaults::noBoardPower},
+    {"no-settings", "the settings files are missing", &InstrumentFaults::noSettingsFiles},
+    {"unreadable-settings", "the settings files cannot be read or written",
+     &InstrumentFaults::unreadableSettingsFiles},
+    {"no-display-parameter", "the display driver's parameter file is missing",
+     &InstrumentFaults::noDisplayParameter},
+};
+
+struct DiskFault
+{
+    const char* name;
+    const char* text;
+    UsbDiskCondition condition;
+};
+
+constexpr DiskFault kDiskFaults[] = {
+    {"unmountable-disk", "a USB disk cannot be mounted", UsbDiskCondition::Unmountable},
+    {"full-disk", "nothing fits on a USB disk", UsbDiskCondition::Full},
+    {"read-only-disk", "a USB disk cannot be written", UsbDiskCondition::ReadOnly},
+    {"pulled-disk", "a USB disk is pulled some seconds after it was plugged in", UsbDiskCondition::Pulled},
+};
+
+/// "name[:COMMAND[:N]]"; false where it is no fault of the line.
+bool addLineFault(InstrumentFaults& faults, const std::string& text)
+{
+    const std::size_t first = text.find(':');
+    const std::optional<LineFault> fault = lineFaultNamed(text.substr(0, first));
+    if (!fault)
+        return false;
+    LineFaultRule rule{*fault, {}, 0};
+    if (first != std::string::npos) {
+        const std::size_t second = text.find(':', first + 1);
+        rule.command = text.substr(first + 1, second - first - 1);
+        if (second != std::string::npos) {
+            const std::optional<int> nth = parseInteger(text.substr(second + 1));
+            if (!nth || *nth < 1)
+                return false;
+            rule.nth = *nth;
+        }
+    }
+    faults.line.push_back(rule);
+    return true;
+}
+
+} // namespace
+
+std::vector<InstrumentFaultText> instrumentFaultTexts()
+{
+    std::vector<InstrumentFaultText> texts;
+    for (const TreeFault& fault : kTreeFaults)
+        texts.push_back({fault.name, "", fault.text});
+    for (const DiskFault& fault : kDiskFaults)
+        texts.push_back({fault.name, "", fault.text});
+    for (const LineFaultText& fault : kLineFaults)
+        texts.push_back({fault.name, "[:COMMAND[:N]]", fault.text});
+    for (const CameraFaultText& fault : cameraFaultTexts())
+        texts.push_back({fault.name, fault.arguments, fault.text});
+    return texts;
+}
+
+std::string addFault(InstrumentFaults& faults, const std::string& text)
+{
+    for (const TreeFault& fault : kTreeFaults)
+        if (text == fault.name) {
+            faults.*fault.flag = true;
+            return {};
+        }
+    for (const DiskFault& fault : kDiskFaults)
+        if (text == fault.name) {
+            faults.disk = fault.condition;
+            return {};
+        }
+    if (addLineFault(faults, text))
+        return {};
+    if (CameraFaults trial; trial.enable(text)) {
+        faults.camera.push_back(text);
+        return {};
+    }
+    return "There is no fault \"" + text + "\"; --faults lists them.";
+}

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "simulator/board/Board.h"
+#include "simulator/camera/SimulatedDeviceCalls.h"
+
+/// Everything about the simulated instrument that can be chosen, with the values of an
+/// instrument in good order.
+struct InstrumentParameters
+{
+    BoardParameters board;
+    SimulatedCameraParameters camera;
+    /// How the main settings file starts: in Zig mode the exit leaves LED and stage alone.
+    bool zigMode = false;
+    /// Motion, pauses and diagnosis take no time.
+    bool instant = false;
+
+    /// Chooses slide, focus and noise.
+    void setSeed(std::uint32_t seed);
+};
+
+using TargetDots = std::array<SlidePoint, 2>;
+
+/// Where a parameter is kept in the struct.
+using ParameterPlace = std::variant<int& (*)(InstrumentParameters&), double& (*)(InstrumentParameters&),
+                                    bool& (*)(InstrumentParameters&), std::string& (*)(InstrumentParameters&),
+                                    std::optional<double>& (*)(InstrumentParameters&),
+                                    std::optional<TargetDots>& (*)(InstrumentParameters&)>;
+
+/// One parameter as the command line and the help know it.
+struct InstrumentParameter
+{
+    const char* name;
+    const char* unit; ///< empty for a plain number or a text
+    const char* text;
+    double least; ///< smallest and largest number that makes sense
+    double most;
+    ParameterPlace place;
+};
+
+/// All parameters, grouped as the help shows them.
+const std::vector<InstrumentParameter>& instrumentParameters();
+
+/// The value that a parameter has in the struct, as the command line takes it; "from the
+/// seed" for one that is not given.
+std::string parameterValue(const InstrumentParameter& parameter, InstrumentParameters& parameters);
+
+/// Sets a parameter by "name=value". Returns what is wrong with it in a sentence, empty if
+/// nothing is; then, and only then, the struct has changed.
+std::string setParameter(InstrumentParameters& parameters, const std::string& assignment);

@@ -1,0 +1,210 @@
+#include "simulator/instrument/SimulatedInstrument.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSettings>
+
+#include "platform/InstrumentPath.h"
+#include "simulator/instrument/FreshFrames.h"
+
+namespace {
+
+const QString kMainSettings = QStringLiteral("/opt/ORLA3/conf/ORLA3.ini");
+const QString kDisplayParameter = QStringLiteral("/sys/module/disp/parameters/disp_layer_protect");
+constexpr const char* kSerialDevice = "/dev/ttyS2";
+
+const QStringList kSettingsFiles = {
+    kMainSettings,
+    QStringLiteral("/opt/ORLA3/conf/Calibration_CUS.ini"),
+    QStringLiteral("/opt/ORLA3/conf/Calibration_BFN.ini"),
+    QStringLiteral("/root/Orla2/Orla2.ini"),
+};
+
+bool replaceInFile(const QString& path, const QByteArray& before, const QByteArray& after)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    QByteArray content = file.readAll();
+    file.close();
+    content.replace(before, after);
+    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && file.flush();
+}
+
+// What no user may read, root included, is a directory.
+bool makeUnreadable(const QString& path)
+{
+    return QFile::remove(path) && QDir().mkpath(path);
+}
+
+} // namespace
+
+SimulatedInstrument::SimulatedInstrument(const InstrumentParameters& parameters, const InstrumentPlace& place,
+                                         const InstrumentFaults& faults)
+    : m_instant(parameters.instant)
+{
+    if (!createRoot(place.root) || !createFiles(parameters, place, faults))
+        return;
+    createBoard(parameters, faults);
+    createCamera(parameters, faults);
+    setInstrumentRoot(m_root);
+}
+
+SimulatedInstrument::~SimulatedInstrument()
+{
+    if (m_camera == nullptr)
+        return;
+    answerMovesWithFreshFrames(false);
+    installDeviceCalls(m_callsBefore);
+    setInstrumentRoot(QString());
+}
+
+bool SimulatedInstrument::createRoot(const QString& root)
+{
+    if (root.isEmpty()) {
+        m_privateRoot = std::make_unique<QTemporaryDir>();
+        m_root = m_privateRoot->path();
+    } else if (QDir().mkpath(root)) {
+        m_root = root;
+    }
+    m_root = QFileInfo(m_root).canonicalFilePath();
+    if (m_root.isEmpty())
+        m_error = QStringLiteral("The instrument's directory cannot be created: %1.").arg(root);
+    else if (m_root == QLatin1String("/"))
+        m_error = QStringLiteral("The simulated instrument does not take \"/\" as its directory.");
+    return m_error.isEmpty();
+}
+
+bool SimulatedInstrument::createFiles(const InstrumentParameters& parameters, const InstrumentPlace& place,
+                                      const InstrumentFaults& faults)
+{
+    m_tree = std::make_unique<InstrumentTree>(m_root);
+    m_usb = std::make_unique<UsbPort>(m_root);
+    const bool givenMainSettings = QFile::exists(m_root + kMainSettings) ||
+                                   (!place.settingsFolder.isEmpty() &&
+                                    QFile::exists(place.settingsFolder + QStringLiteral("/ORLA3.ini")));
+    if (!place.settingsFolder.isEmpty() && !QDir(place.settingsFolder).isReadable()) {
+        m_error =
+            QStringLiteral("The folder of settings files cannot be read: %1.").arg(place.settingsFolder);
+        return false;
+    }
+    if (!m_tree->create(place.settingsFolder) || !m_usb->install()) {
+        m_error = QStringLiteral("The instrument's files cannot be written below %1.").arg(m_root);
+        return false;
+    }
+    if (faults.disk && !m_usb->spoilDisks(*faults.disk)) {
+        m_error = QStringLiteral("Full and read-only USB disks need the right to mount.");
+        return false;
+    }
+    if (!givenMainSettings && !parameters.zigMode)
+        replaceInFile(m_root + kMainSettings, "mode=On", "mode=Off");
+    for (const QString& file : kSettingsFiles) {
+        if (faults.noSettingsFiles)
+            QFile::remove(m_root + file);
+        else if (faults.unreadableSettingsFiles)
+            makeUnreadable(m_root + file);
+    }
+    if (faults.noDisplayParameter)
+        QFile::remove(m_root + kDisplayParameter);
+    return true;
+}
+
+void SimulatedInstrument::createBoard(const InstrumentParameters& parameters, const InstrumentFaults& faults)
+{
+    m_board = std::make_unique<BoardPort>(QFile::encodeName(m_root).toStdString(), parameters.board,
+                                          parameters.instant ? BoardPace::Instant : BoardPace::RealTime);
+    m_board->withBoard([&](Board& board, InstrumentTime now) {
+        for (const LineFaultRule& fault : faults.line)
+            board.addFault(fault);
+        if (faults.noBoardPower)
+            board.setPowered(false, now);
+    });
+    if (faults.noSerialDevice)
+        QFile::remove(m_root + QLatin1String(kSerialDevice));
+}
+
+void SimulatedInstrument::createCamera(const InstrumentParameters& parameters, const InstrumentFaults& faults)
+{
+    SimulatedCameraParameters cameraParameters = parameters.camera;
+    cameraParameters.instantPauses = parameters.instant;
+    // What the picture shows is where the carriage stands and how the LED shines when the
+    // frame is taken off the sensor, which is now.
+    const auto lightPath = [this](InstrumentTime) {
+        const BoardLight light = m_board->light();
+        return LightPath{light.stagePosition_steps, light.ledOn, light.ledLevel};
+    };
+    m_slide = cameraParameters.slide;
+    m_camera = std::make_unique<SimulatedDeviceCalls>(cameraParameters, lightPath);
+    for (const std::string& fault : faults.camera)
+        m_camera->faults().enable(fault);
+    m_callsBefore = installDeviceCalls(m_camera.get());
+}
+
+int SimulatedInstrument::stagePosition_steps()
+{
+    int position = 0;
+    m_board->withBoard([&](Board& board, InstrumentTime now) {
+        position = static_cast<int>(board.stage().position_steps(now));
+    });
+    return position;
+}
+
+bool SimulatedInstrument::stageIsMoving()
+{
+    bool moving = false;
+    m_board->withBoard([&](Board& board, InstrumentTime now) { moving = board.stage().isMoving(now); });
+    return moving;
+}
+
+void SimulatedInstrument::putSlide(SlideKind kind)
+{
+    m_slide.kind = kind;
+    m_camera->changeSlide(m_slide);
+}
+
+void SimulatedInstrument::setRealTimeMotion(bool on)
+{
+    m_board->setPace(on ? BoardPace::RealTime : BoardPace::Instant);
+}
+
+void SimulatedInstrument::answerMovesWithFreshFrames(bool on)
+{
+    if (on)
+        ::answerMovesWithFreshFrames(*m_board, *m_camera);
+    else
+        m_board->setArrivalWatcher({});
+}
+
+std::array<double, 3> SimulatedInstrument::fieldColour() const
+{
+    const BoardLight light = m_board->light();
+    return m_camera->fieldColour({light.stagePosition_steps, light.ledOn, light.ledLevel});
+}
+
+QStringList SimulatedInstrument::boardLines()
+{
+    QStringList lines;
+    m_board->withBoard([&](Board& board, InstrumentTime) {
+        for (const std::string& line : board.receivedLines())
+            lines.append(QString::fromStdString(line));
+    });
+    return lines;
+}
+
+QString SimulatedInstrument::setting(const QString& key, const QString& byDefault) const
+{
+    const QSettings settings(m_root + kMainSettings, QSettings::IniFormat);
+    return settings.value(key, byDefault).toString();
+}
+
+const QStringList& SimulatedInstrument::settingsFiles()
+{
+    return kSettingsFiles;
+}
+
+bool SimulatedInstrument::zigMode() const
+{
+    const QString on = QStringLiteral("On");
+    return setting(QStringLiteral("ORLA-III/Zig mode"), on) == on;
+}

@@ -1,0 +1,352 @@
+#include "simulator/operator/Operator.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QCheckBox>
+#include <QCursor>
+#include <QDir>
+#include <QLineEdit>
+#include <QPainter>
+#include <QScreen>
+#include <QSpinBox>
+#include <QStyle>
+#include <QStyleOptionButton>
+#include <QTabBar>
+#include <QTabWidget>
+#include <QWindow>
+#include <QtTest>
+
+namespace {
+
+constexpr int kLiveViewWidth_px = 640;
+constexpr int kLiveViewHeight_px = 480;
+
+// A check box reacts at its mark and its caption, not all over its width.
+QPoint pressPoint(QWidget& widget)
+{
+    if (const auto* box = qobject_cast<QCheckBox*>(&widget)) {
+        QStyleOptionButton option;
+        option.initFrom(box);
+        return box->style()->subElementRect(QStyle::SE_CheckBoxIndicator, &option, box).center();
+    }
+    return widget.rect().center();
+}
+
+QPixmap onScreen(QWidget& window)
+{
+    return window.screen()->grabWindow(window.winId());
+}
+
+} // namespace
+
+Operator::Operator(QWidget& window, const QString& pictureDirectory)
+    : m_window(window), m_pictureDirectory(pictureDirectory)
+{
+    connect(&window, SIGNAL(updateFrameDone()), this, SLOT(countFrame()));
+    connect(&m_boxes, &BoxWatcher::boxShown, this, [this] { takePicture(QStringLiteral("box")); });
+}
+
+QWidget* Operator::find(const QString& name)
+{
+    auto* widget = m_window.findChild<QWidget*>(name);
+    if (widget == nullptr)
+        noteTrouble(QStringLiteral("there is no %1").arg(name));
+    return widget;
+}
+
+bool Operator::openTabsAround(QWidget& widget)
+{
+    for (QWidget* parent = widget.parentWidget(); parent != nullptr; parent = parent->parentWidget()) {
+        auto* tabs = qobject_cast<QTabWidget*>(parent);
+        if (tabs == nullptr)
+            continue;
+        for (int page = 0; page < tabs->count(); ++page) {
+            if (!tabs->widget(page)->isAncestorOf(&widget) || tabs->currentIndex() == page)
+                continue;
+            const QPoint place = tabs->tabBar()->tabRect(page).center();
+            QTest::mouseClick(m_window.windowHandle(), Qt::LeftButton, {},
+                              tabs->tabBar()->mapTo(&m_window, place));
+            if (tabs->currentIndex() != page)
+                return false;
+        }
+    }
+    return true;
+}
+
+bool Operator::uncovered(const QWidget& widget, const QPoint& position)
+{
+    const QWidget* top = m_window.childAt(position);
+    if (top == &widget || widget.isAncestorOf(top))
+        return true;
+    noteTrouble(QStringLiteral("%1 is covered by %2")
+                    .arg(widget.objectName(), top ? top->objectName() : QStringLiteral("nothing")));
+    return false;
+}
+
+bool Operator::reach(const QString& name, QPoint& position)
+{
+    QWidget* widget = find(name);
+    if (widget == nullptr)
+        return false;
+    if (!openTabsAround(*widget) || !widget->isVisible()) {
+        noteTrouble(QStringLiteral("%1 cannot be seen").arg(name));
+        return false;
+    }
+    if (!widget->isEnabled()) {
+        noteTrouble(QStringLiteral("%1 is disabled").arg(name));
+        return false;
+    }
+    position = widget->mapTo(&m_window, pressPoint(*widget));
+    return uncovered(*widget, position);
+}
+
+bool Operator::click(const QString& name)
+{
+    return press(name) && release(name);
+}
+
+bool Operator::press(const QString& name)
+{
+    QPoint position;
+    if (!reach(name, position))
+        return false;
+    pointAt(position);
+    QTest::mousePress(m_window.windowHandle(), Qt::LeftButton, {}, position);
+    return true;
+}
+
+// Where somebody may be looking, the pointer goes to the place before it is pressed.
+void Operator::pointAt(const QPoint& position)
+{
+    constexpr int kPointing_ms = 40;
+    if (!m_window.isVisible() || QGuiApplication::platformName() == QLatin1String("offscreen"))
+        return;
+    QCursor::setPos(m_window.mapToGlobal(position));
+    wait(kPointing_ms);
+}
+
+bool Operator::dragOn(const QString& name, const QPoint& place, const QPoint& by)
+{
+    constexpr int kMoves = 3;
+    QPoint middle;
+    if (!reach(name, middle))
+        return false;
+    const QPoint start = find(name)->mapTo(&m_window, place);
+    pointAt(start);
+    QWindow* window = m_window.windowHandle();
+    QTest::mousePress(window, Qt::LeftButton, {}, start);
+    for (int move = 1; move <= kMoves && !by.isNull(); ++move)
+        QTest::mouseMove(window, start + by * move / kMoves);
+    QTest::mouseRelease(window, Qt::LeftButton, {}, start + by);
+    return true;
+}
+
+void Operator::pressKey(Qt::Key key)
+{
+    QTest::keyClick(m_window.windowHandle(), key);
+}
+
+// A finger can be lifted from a widget that has been disabled under it.
+bool Operator::release(const QString& name)
+{
+    QWidget* widget = find(name);
+    if (widget == nullptr)
+        return false;
+    QTest::mouseRelease(m_window.windowHandle(), Qt::LeftButton, {},
+                        widget->mapTo(&m_window, pressPoint(*widget)));
+    return true;
+}
+
+bool Operator::hold(const QString& name, int duration_ms)
+{
+    if (!press(name))
+        return false;
+    wait(duration_ms);
+    return release(name);
+}
+
+bool Operator::type(const QString& name, const QString& text)
+{
+    if (!click(name))
+        return false;
+    QWidget* target = find(name);
+    if (auto* spin = qobject_cast<QSpinBox*>(target))
+        target = spin->findChild<QLineEdit*>();
+    QTest::keyClick(target, Qt::Key_A, Qt::ControlModifier);
+    QTest::keyClicks(target, text);
+    QTest::keyClick(target, Qt::Key_Return);
+    return true;
+}
+
+bool Operator::openTab(const QString& pageName)
+{
+    QWidget* page = find(pageName);
+    if (page == nullptr)
+        return false;
+    // A page lies in its tab widget's stack; anything on it opens it.
+    QWidget* content = page->findChild<QWidget*>();
+    if (content != nullptr && openTabsAround(*content) && page->isVisible())
+        return true;
+    noteTrouble(QStringLiteral("%1 does not open").arg(pageName));
+    return false;
+}
+
+bool Operator::setChecked(const QString& name, bool checked)
+{
+    if (isChecked(name) == checked)
+        return true;
+    if (!click(name))
+        return false;
+    if (isChecked(name) == checked)
+        return true;
+    noteTrouble(QStringLiteral("%1 does not change").arg(name));
+    return false;
+}
+
+QString Operator::text(const QString& name)
+{
+    const QWidget* widget = find(name);
+    if (widget == nullptr)
+        return {};
+    for (const char* property : {"plainText", "text", "value"}) {
+        const QVariant shown = widget->property(property);
+        if (shown.isValid())
+            return shown.toString();
+    }
+    return {};
+}
+
+bool Operator::isEnabled(const QString& name)
+{
+    const QWidget* widget = find(name);
+    return widget != nullptr && widget->isEnabled();
+}
+
+bool Operator::isShown(const QString& name)
+{
+    const QWidget* widget = find(name);
+    return widget != nullptr && widget->isVisible();
+}
+
+bool Operator::isChecked(const QString& name)
+{
+    const QWidget* widget = find(name);
+    return widget != nullptr && widget->property("checked").toBool();
+}
+
+QStringList Operator::disabledControls() const
+{
+    if (!m_window.isEnabled())
+        return {QStringLiteral("the whole window")};
+    QStringList names;
+    const QList<QWidget*> widgets = m_window.findChildren<QWidget*>();
+    for (const QWidget* widget : widgets) {
+        const bool control = qobject_cast<const QAbstractButton*>(widget) != nullptr ||
+                             qobject_cast<const QTabWidget*>(widget) != nullptr;
+        // A tab bar has arrows of its own, for more tabs than it has room for.
+        const bool ofTabBar = qobject_cast<const QTabBar*>(widget->parentWidget()) != nullptr;
+        if (control && !ofTabBar && !widget->isEnabled())
+            names.append(widget->objectName());
+    }
+    names.removeAll(QString());
+    return names;
+}
+
+bool Operator::windowIsEnabled() const
+{
+    return m_window.isVisible() && m_window.isEnabled();
+}
+
+QString Operator::windowTitle() const
+{
+    return m_window.windowTitle();
+}
+
+bool Operator::waitUntil(const std::function<bool()>& condition, int timeout_ms, const QString& otherwise)
+{
+    const auto done = [&] { return m_givenUp || condition(); };
+    if (QTest::qWaitFor(done, timeout_ms) && !m_givenUp)
+        return true;
+    if (!otherwise.isEmpty())
+        noteTrouble(otherwise);
+    return false;
+}
+
+void Operator::wait(int duration_ms)
+{
+    waitUntil([] { return false; }, duration_ms);
+}
+
+bool Operator::waitForFrames(int count, int timeout_ms)
+{
+    const int wanted = m_paintedFrames + count;
+    return waitUntil([&] { return m_paintedFrames >= wanted; }, timeout_ms,
+                     QStringLiteral("the live view stands still"));
+}
+
+QImage Operator::liveView()
+{
+    return onScreen(m_window).toImage().copy(0, 0, kLiveViewWidth_px, kLiveViewHeight_px);
+}
+
+QImage Operator::screen()
+{
+    QPixmap picture = onScreen(m_window);
+    QPainter painter(&picture);
+    const QWidgetList windows = QApplication::topLevelWidgets();
+    for (QWidget* over : windows)
+        if (over != &m_window && over->isVisible() && over->windowHandle() != nullptr)
+            painter.drawPixmap(over->geometry().topLeft() - m_window.geometry().topLeft(), onScreen(*over));
+    painter.end();
+    return picture.toImage();
+}
+
+void Operator::takePicture(const QString& name)
+{
+    if (m_pictureDirectory.isEmpty())
+        return;
+    const QString file =
+        QStringLiteral("%1-%2.png").arg(++m_pictureNumber, 2, 10, QLatin1Char('0')).arg(name);
+    if (screen().save(QDir(m_pictureDirectory).filePath(file)))
+        m_pictures.append(file);
+    else
+        noteTrouble(QStringLiteral("%1 cannot be written").arg(file));
+}
+
+QStringList Operator::takePictures()
+{
+    QStringList taken;
+    taken.swap(m_pictures);
+    return taken;
+}
+
+void Operator::expectBox(const QString& buttonCaption)
+{
+    m_boxesWhenExpected = boxes().size();
+    m_boxes.answerNextWith(buttonCaption);
+}
+
+const SeenBox* Operator::boxSinceExpected() const
+{
+    return boxes().size() > m_boxesWhenExpected ? &boxes().last() : nullptr;
+}
+
+void Operator::noteTrouble(const QString& trouble)
+{
+    if (!m_trouble.contains(trouble))
+        m_trouble.append(trouble);
+}
+
+QString Operator::takeTrouble()
+{
+    for (; m_judgedBoxes < boxes().size(); ++m_judgedBoxes) {
+        const SeenBox& box = boxes().at(m_judgedBoxes);
+        if (!box.expected)
+            noteTrouble(QStringLiteral("unexpected box \"%1\": \"%2\"").arg(box.title, box.text));
+    }
+    if (m_boxes.forgetAwaited() > 0)
+        noteTrouble(QStringLiteral("an expected box did not come up"));
+    QStringList trouble;
+    trouble.swap(m_trouble);
+    return trouble.join(QStringLiteral("; "));
+}

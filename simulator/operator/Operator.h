@@ -1,0 +1,117 @@
+#pragma once
+
+#include <functional>
+
+#include <QElapsedTimer>
+#include <QImage>
+#include <QObject>
+#include <QPoint>
+#include <QString>
+#include <QStringList>
+
+#include "simulator/operator/BoxWatcher.h"
+
+class QWidget;
+
+/// Sits in front of the verifier's window: presses, types, reads and looks, through the
+/// window system's event path, so that a widget that is disabled, covered or on a closed tab
+/// does not react. Widgets are known by their object names only.
+///
+/// What cannot be done is noted as trouble, and the rest goes on: the caller asks for the
+/// trouble at the end of a step. All functions run on the GUI thread, and the handlers that
+/// they set off run inside them.
+class Operator : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// window: the verifier's top-level window, shown. pictureDirectory: where pictures go;
+    /// empty: nowhere.
+    Operator(QWidget& window, const QString& pictureDirectory);
+
+    /// Presses and releases a button, a check box or any other widget at its middle. Opens
+    /// the tab that it lies on first. False, with trouble noted, if it cannot be reached.
+    bool click(const QString& name);
+    bool press(const QString& name);
+    bool release(const QString& name);
+    /// Presses a widget for a time, with events going on.
+    bool hold(const QString& name, int duration_ms);
+    /// Presses at a place of a widget, in its own pixels, and drags by a distance with the
+    /// button down before it is released; without a distance it is a click.
+    bool dragOn(const QString& name, const QPoint& place, const QPoint& by = {});
+    /// Presses and releases a key, wherever the keyboard leads to.
+    void pressKey(Qt::Key key);
+    /// Replaces the text of a line edit or a spin box, and ends with Return.
+    bool type(const QString& name, const QString& text);
+    /// Opens the page with this object name of the tab widget that holds it.
+    bool openTab(const QString& pageName);
+    /// Sets a check box or a checkable button.
+    bool setChecked(const QString& name, bool checked);
+
+    /// What a widget shows: a label's, button's or edit's text, a spin box's number.
+    QString text(const QString& name);
+    bool isEnabled(const QString& name);
+    bool isShown(const QString& name);
+    bool isChecked(const QString& name);
+    /// Names of the buttons and edits, the window itself included, that take no presses.
+    QStringList disabledControls() const;
+    /// Whether the window as a whole takes presses.
+    bool windowIsEnabled() const;
+    QString windowTitle() const;
+
+    /// Goes on with events until the condition holds; false when the time is up. A condition
+    /// that should hold is worth a word: `otherwise`, if not empty, is then noted as trouble.
+    bool waitUntil(const std::function<bool()>& condition, int timeout_ms, const QString& otherwise = {});
+    void wait(int duration_ms);
+    /// Waits until that many more live view frames have been painted.
+    bool waitForFrames(int count, int timeout_ms);
+    /// Live view frames painted so far.
+    int paintedFrames() const { return m_paintedFrames; }
+
+    /// The live view as it is on the screen, 640 x 480.
+    QImage liveView();
+    /// The whole window as it is on the screen with the boxes over it.
+    QImage screen();
+    /// Saves the screen as "NN-name.png"; the name is also kept for takePictures().
+    void takePicture(const QString& name);
+    QStringList takePictures();
+
+    /// Announces a message box and the button that will answer it.
+    void expectBox(const QString& buttonCaption);
+    /// The last box, if it came up since one was announced; otherwise null.
+    const SeenBox* boxSinceExpected() const;
+    const QVector<SeenBox>& boxes() const { return m_boxes.boxes(); }
+    /// Announces a dialog for a file's name, and the name that will be given to it.
+    void expectFileDialog(const QString& fileName) { m_boxes.giveNextFileName(fileName); }
+
+    /// Adds a sentence to the trouble of the step under way.
+    void noteTrouble(const QString& trouble);
+    /// The trouble since the last call, unexpected boxes and expected ones that never came
+    /// included; empty when all went well.
+    QString takeTrouble();
+
+    /// Makes every wait end at once, for when the program is to stop.
+    void giveUp() { m_givenUp = true; }
+    bool hasGivenUp() const { return m_givenUp; }
+
+private slots:
+    void countFrame() { ++m_paintedFrames; }
+
+private:
+    QWidget* find(const QString& name);
+    bool reach(const QString& name, QPoint& position);
+    bool openTabsAround(QWidget& widget);
+    bool uncovered(const QWidget& widget, const QPoint& position);
+    void pointAt(const QPoint& position);
+
+    QWidget& m_window;
+    const QString m_pictureDirectory;
+    BoxWatcher m_boxes;
+    int m_judgedBoxes = 0;
+    int m_boxesWhenExpected = 0;
+    int m_paintedFrames = 0;
+    int m_pictureNumber = 0;
+    QStringList m_pictures;
+    QStringList m_trouble;
+    bool m_givenUp = false;
+};

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "simulator/optics/PictureMode.h"
+#include "simulator/optics/SlidePicture.h"
+
+/// A slide's picture as one format of the camera shows it, out of focus. What has been worked
+/// out is kept, so that another light on the same picture costs nothing here. A strong blur is
+/// made at 1/2, 1/4 or 1/8 of the size and interpolated, like that of the drawn slides.
+class BlurredPicture
+{
+public:
+    /// Takes a picture, which has to outlive its use here, with a blur (sigma of a Gaussian in
+    /// full-frame pixels).
+    void prepare(const SlidePicture& picture, const PictureMode& mode, double sigma_px);
+
+    /// Row y: red, green and blue, 0..255, of each of the mode's pixels.
+    const std::uint8_t* row(int y) const;
+
+private:
+    const SlidePicture* m_picture = nullptr;
+    PictureMode m_mode{};
+    double m_sigma_px = 0.0;
+    /// The mode's part of the picture in the mode's size, sharp and blurred.
+    std::vector<std::uint8_t> m_sharp;
+    std::vector<std::uint8_t> m_blurred;
+};
