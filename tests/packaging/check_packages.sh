@@ -26,7 +26,7 @@ dpkg-deb -f "$verifier" Maintainer | grep -q '^.* <.*@.*>$' || complain "no main
 holds() { # PACKAGE PATH
     dpkg-deb --fsys-tarfile "$1" | tar -t | grep -qx "\./$2" || complain "$1 has no $2"
 }
-for path in usr/bin/orla-verifier lib/systemd/system/orla-verifier.service \
+for path in usr/bin/orla-verifier usr/lib/systemd/system/orla-verifier.service \
     usr/share/man/man1/orla-verifier.1.gz usr/share/doc/orla-verifier/manual.md \
     usr/share/doc/orla-verifier/install.md; do
     holds "$verifier" "$path"

@@ -243,7 +243,7 @@ void TestCommands::aVirtualDisplayTakesThePlaceOfAnUnusableOne()
     const QString unusable = wayland.isEmpty() ? display : wayland;
     QVERIFY2(unusable.isEmpty() || ended.errors.contains("The display " + unusable + " cannot be used"),
              qPrintable(ended.errors));
-    QVERIFY(QFile::exists(copy.file("out/01-window.png")));
+    QVERIFY(QFile::exists(copy.file("out/latest/01-window.png")));
     QCOMPARE(copy.leftInTemporary(), QStringList());
     QCOMPARE(copy.leftProcesses(), QStringList());
 }

@@ -259,7 +259,7 @@ void TestStart::theSimulatorLogsTheVersionOnce()
     const Ended ended = runSimulator({"--visit", "--instant", "--steps", "window,exit,ended", "--out", "."},
                                      {{"QT_QPA_PLATFORM", "offscreen"}}, out.path());
     QVERIFY2(ended.status == 0, qPrintable(ended.output + ended.errors));
-    QFile log(out.filePath("verifier.log"));
+    QFile log(out.filePath("latest/verifier.log"));
     QVERIFY(log.open(QIODevice::ReadOnly));
     QCOMPARE(QString(log.readAll()).split('\n').count(kSimulatorNameAndVersion), 1);
 }
@@ -298,7 +298,7 @@ void TestStart::pointsAreAsLargeOnEveryScreenOfTheSimulator()
             {"--visit", "--instant", "--steps", "window,exit,ended", "--out", "."},
             {{"QT_QPA_PLATFORM", "xcb"}, {"DISPLAY", QString::fromStdString(server.display())}}, out.path());
         QVERIFY2(ended.status == 0, qPrintable(ended.output + ended.errors));
-        const QImage seen = controls(QImage(out.filePath("01-window.png")));
+        const QImage seen = controls(QImage(out.filePath("latest/01-window.png")));
         QVERIFY(!seen.isNull());
         if (usual.isNull())
             usual = seen;
