@@ -4,6 +4,7 @@
 #include <QtTest>
 
 #include <QDir>
+#include <QFileInfo>
 #include <QProcess>
 
 /// The two commands of the project's folder, ./run and ./test, on a copy of their scripts with
@@ -48,8 +49,7 @@ public:
     Copy()
     {
         const QDir source(PROJECT_FOLDER);
-        for (const char* folder :
-             {"project/scripts", "project/build/release/simulator", "tools", "temporary"})
+        for (const char* folder : {"project/scripts", "tools", "temporary"})
             QDir(m_folder.path()).mkpath(folder);
         for (const char* script : {"run", "test", "scripts/prepare.sh"})
             QFile::copy(source.filePath(script), file(script));
@@ -60,7 +60,11 @@ public:
             QFile::setPermissions(tools() + '/' + tool,
                                   QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         }
-        QFile::link(SIMULATOR_PROGRAM, file("build/release/simulator/orla-verifier-simulator"));
+        // Where the build has put it, which is where ./run has to look.
+        const QString program =
+            file("build/release/" + QDir(BUILD_FOLDER).relativeFilePath(SIMULATOR_PROGRAM));
+        QDir().mkpath(QFileInfo(program).path());
+        QFile::link(SIMULATOR_PROGRAM, program);
         m_environment.insert("PATH", tools() + ':' + m_environment.value("PATH"));
         m_environment.insert("TMPDIR", temporary());
         for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM", "XDG_RUNTIME_DIR"})
