@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -334,6 +335,8 @@ private:
     int m_frameWidth_px = 0;
     int m_frameHeight_px = 0;
     std::array<QPixmap, kModes> m_framePictures;
+    // Number of the frame that each picture was made from; none: of a buffer of nobody's.
+    std::array<std::optional<std::uint64_t>, kModes> m_pictureContents;
     // RGB24, rows top to bottom, no padding. One set for the process, never freed: they
     // outlive the window because a frame may be under way until the very end.
     std::array<unsigned char*, kModes> m_frameBuffers{};

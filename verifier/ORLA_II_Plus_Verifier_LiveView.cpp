@@ -36,11 +36,19 @@ void ORLA_II_Plus_Verifier::SetNavigatorRect(QRect& rectangle)
 /// Turns the mode's buffer into its picture, while the buffer is this thread's: from the
 /// delivery of a frame to updateFrameDone(), or when nothing grabs. A repaint in between
 /// (a drag, an uncovered part) shows the last picture again instead of a half filled buffer.
+/// So does one that the hand-shake asks for without a new frame: it comes three times as
+/// often as the camera's frames. Without a grab thread nobody knows what the buffer holds.
 void ORLA_II_Plus_Verifier::makeFramePicture()
 {
     if (m_grabThread != nullptr && !m_grabThread->frameDelivered())
         return;
     const auto mode = static_cast<std::size_t>(m_cameraMode);
+    std::optional<std::uint64_t> content;
+    if (m_grabThread != nullptr)
+        content = m_grabThread->deliveredNumber();
+    if (content && content == m_pictureContents[mode])
+        return;
+    m_pictureContents[mode] = content;
     const QImage frame(m_frameBuffers[mode], m_frameWidth_px, m_frameHeight_px, m_frameWidth_px * 3,
                        QImage::Format_RGB888);
     // Gone before its successor is made: its memory serves again, still warm.

@@ -817,8 +817,9 @@ private:
     /// Waits for frames of the device, whether they are painted or not.
     bool waitForDeliveries(unsigned count)
     {
-        const auto target = m_fixture->camera().counters().framesDelivered + count;
-        return m_fixture->waitUntil([&] { return m_fixture->camera().counters().framesDelivered >= target; });
+        // Frames that the program has taken in: the device fills its first buffers by itself.
+        const auto target = m_fixture->camera().counters().framesReturned + count;
+        return m_fixture->waitUntil([&] { return m_fixture->camera().counters().framesReturned >= target; });
     }
 
     double measuredGreen()

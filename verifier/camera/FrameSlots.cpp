@@ -24,11 +24,17 @@ unsigned int FrameSlots::Reader::bufferIndex() const
     return m_owner.m_slots[m_slot].bufferIndex;
 }
 
+std::uint64_t FrameSlots::Reader::number() const
+{
+    return m_owner.m_slots[m_slot].number;
+}
+
 void FrameSlots::allocate(const Rows& rows)
 {
     for (unsigned int i = 0; i < kCount; ++i) {
         m_slots[i].bytes = allocateZeroed(rows.count * rows.size_bytes);
         m_slots[i].bufferIndex = i;
+        m_slots[i].number = ++m_lastNumber;
     }
     m_rows = rows;
     m_newest.store(0, std::memory_order_release);
@@ -51,6 +57,7 @@ bool FrameSlots::write(unsigned int bufferIndex, const uchar* frame, std::size_t
         return false;
     copyRows(slot.bytes.get(), frame, size_bytes);
     slot.bufferIndex = bufferIndex;
+    slot.number = ++m_lastNumber;
     slot.state.store(0, std::memory_order_release);
     m_newest.store(index, std::memory_order_release);
     m_framesWritten.fetch_add(1, std::memory_order_release);

@@ -45,6 +45,8 @@ public:
         const uchar* bytes() const;
         /// The driver's number of the buffer that the frame came in.
         unsigned int bufferIndex() const;
+        /// Tells this content from every other that was ever in the slots; never 0.
+        std::uint64_t number() const;
 
     private:
         friend class FrameSlots;
@@ -87,10 +89,11 @@ private:
     {
         // Readers at work, or kBeingWritten. Changed by the writing thread and the reading
         // ones; taking it is an acquire, giving it back a release, and that orders every
-        // access to the other two members.
+        // access to the other members.
         std::atomic<int> state{0};
         ZeroedBytes bytes;
         unsigned int bufferIndex = 0;
+        std::uint64_t number = 0;
     };
 
     static constexpr int kBeingWritten = -1;
@@ -99,6 +102,8 @@ private:
     void copyRows(uchar* destination, const uchar* frame, std::size_t size_bytes) const;
 
     std::array<Slot, kCount> m_slots;
+    // Of the content that came last; of the writing thread, and of allocate() before it runs.
+    std::uint64_t m_lastNumber = 0;
     Rows m_rows{};
     // Written by the writing thread after the slot is complete, read by the reading ones.
     std::atomic<unsigned int> m_newest{0};

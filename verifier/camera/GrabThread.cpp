@@ -30,6 +30,7 @@ void GrabThread::registerCamera(OV5642Camera* camera, uchar* destination)
     m_camera = camera;
     m_destination = destination;
     m_copySize_bytes = camera->rgbFrameSize();
+    m_deliveredNumber = 0;
     m_stop.store(false, std::memory_order_release);
     m_grab.store(true, std::memory_order_release);
 }
@@ -85,8 +86,12 @@ void GrabThread::deliverFrame(Progress& progress)
     // A camera that could not be opened has no frame; the window then shows its buffer as
     // it is, and the hand-shake goes on.
     const uchar* frame = m_camera->getFrame();
-    if (frame != nullptr)
+    // What the buffer holds already is only told again, for the hand-shake goes on.
+    const std::uint64_t number = m_camera->frameNumber();
+    if (frame != nullptr && number != m_deliveredNumber) {
         std::memcpy(m_destination, frame, m_copySize_bytes);
+        m_deliveredNumber = number;
+    }
     m_grab.store(false, std::memory_order_release);
     emit grabDone();
 }

@@ -37,6 +37,9 @@ public:
     /// thread has ended: the buffer is complete and belongs to the caller. While false the grab thread may be
     /// writing into it. GUI thread.
     bool frameDelivered() const;
+    /// Number of the frame in the buffer, as OV5642Camera::frameNumber() tells it; 0 when this
+    /// thread has not filled it yet. While frameDelivered(), on the GUI thread.
+    std::uint64_t deliveredNumber() const { return m_deliveredNumber; }
 
 public slots:
     /// Hands the buffer back and asks for the next frame. GUI thread.
@@ -71,6 +74,8 @@ private:
 
     // Written by the GUI thread, read by run().
     std::atomic<bool> m_stop{false};
+    // Of the destination buffer's content; belongs to whom the buffer belongs.
+    std::uint64_t m_deliveredNumber = 0;
     // Also says who owns the destination buffer. Set (release) by the GUI thread when it has
     // done with the buffer, cleared (release) by run() when the frame is complete in it or
     // when it ends; each side reads it with acquire before it touches the buffer.

@@ -97,9 +97,13 @@ public:
     /// Any thread. The object's own thread has a buffer of its own and all other threads
     /// share a second one, so that the grab thread and the GUI may fetch at the same time. A buffer stays
     /// untouched until the next call from the same side or close(). The arguments are accepted and ignored.
+    /// A frame that the side has already is not converted again: its buffer holds it.
     uchar* getFrame(bool = false, uchar = 0, uchar = 0, uchar = 0);
     /// The same; bufferIndex receives the driver's number of the buffer the frame came in.
     uchar* getFrame(unsigned int& bufferIndex, bool = false, uchar = 0, uchar = 0, uchar = 0);
+    /// Number of the frame that the calling side's last getFrame() returned: another one for
+    /// every frame since construction, 0 for null. As getFrame(), of the caller's side.
+    std::uint64_t frameNumber() { return frameOfCaller().number; }
 
     /// Current resolution mode, 0 to 2; 0 before the first open().
     int mode() const { return m_mode; }
@@ -150,6 +154,13 @@ private:
         pthread_cond_t condition;
     };
 
+    /// A frame as it is handed out, and the number of what it was converted from; 0: of nothing.
+    struct RgbFrame
+    {
+        ZeroedBytes bytes;
+        std::uint64_t number = 0;
+    };
+
     static constexpr const char* kCaptureDevice = "/dev/video0";
 
     void openDevice();
@@ -171,7 +182,7 @@ private:
     int captureFrame();
     void restWithoutDevice();
     static QString errorText(const char* device, int error);
-    ZeroedBytes& rgbBufferOfCaller();
+    RgbFrame& frameOfCaller();
 
     // Written by open() while no other thread runs; the start of the capture and grab
     // threads orders them before their use there.
@@ -192,8 +203,8 @@ private:
     // answers ENODEV, read by any. It orders nothing else.
     std::atomic<bool> m_gone{false};
     // One for the object's own thread, one for the grab thread; each touched by its side only.
-    ZeroedBytes m_ownRgb;
-    ZeroedBytes m_grabRgb;
+    RgbFrame m_ownFrame;
+    RgbFrame m_grabFrame;
     // Whether the absence is told or on its way. Of the capture thread, and of open() before.
     bool m_goneTold = false;
     bool m_openFailed = false;

@@ -188,8 +188,8 @@ const char* OV5642Camera::startStream()
     if (!setFormat())
         return "VIDIOC_S_FMT";
 
-    m_ownRgb = allocateZeroed(m_rgbFrameSize_bytes);
-    m_grabRgb = allocateZeroed(m_rgbFrameSize_bytes);
+    m_ownFrame = {allocateZeroed(m_rgbFrameSize_bytes)};
+    m_grabFrame = {allocateZeroed(m_rgbFrameSize_bytes)};
 
     v4l2_requestbuffers buffers = {};
     buffers.count = FrameSlots::kCount;
@@ -257,8 +257,8 @@ void OV5642Camera::freeFrames()
 {
     m_buffers.unmapAll();
     m_frames.release();
-    m_ownRgb.reset();
-    m_grabRgb.reset();
+    m_ownFrame = {};
+    m_grabFrame = {};
     m_workTable.clear();
 }
 
@@ -340,17 +340,19 @@ uchar* OV5642Camera::getFrame(bool first, uchar second, uchar third, uchar fourt
 uchar* OV5642Camera::getFrame(unsigned int& bufferIndex, bool /*first*/, uchar /*second*/, uchar /*third*/,
                               uchar /*fourth*/)
 {
-    const FrameSlots::Reader frame = m_frames.readNewest();
-    bufferIndex = frame.bufferIndex();
-    ZeroedBytes& rgb = rgbBufferOfCaller();
-    if (frame.bytes() == nullptr)
-        rgb.reset();
-    else
-        sws_yuv2rgb24(m_width_px, static_cast<int>(m_height_px), frame.bytes(), rgb.get());
-    return rgb.get();
+    const FrameSlots::Reader newest = m_frames.readNewest();
+    bufferIndex = newest.bufferIndex();
+    RgbFrame& frame = frameOfCaller();
+    if (newest.bytes() == nullptr)
+        frame = {};
+    else if (frame.number != newest.number()) {
+        sws_yuv2rgb24(m_width_px, static_cast<int>(m_height_px), newest.bytes(), frame.bytes.get());
+        frame.number = newest.number();
+    }
+    return frame.bytes.get();
 }
 
-ZeroedBytes& OV5642Camera::rgbBufferOfCaller()
+OV5642Camera::RgbFrame& OV5642Camera::frameOfCaller()
 {
-    return QThread::currentThread() == thread() ? m_ownRgb : m_grabRgb;
+    return QThread::currentThread() == thread() ? m_ownFrame : m_grabFrame;
 }

@@ -1,0 +1,111 @@
+// What the hand-shake shows again is not worked out again.
+
+#include <atomic>
+
+#include <QtTest>
+
+extern "C" {
+#include <libswscale/swscale.h>
+}
+
+#include "camera/OV5642Camera.h"
+#include "support/WindowFixture.h"
+
+namespace {
+
+// Each conversion has a context of its own.
+std::atomic<int> g_conversions{0};
+
+} // namespace
+
+// The linker sends every conversion through here (-Wl,--wrap), by names of its own making.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+extern "C" SwsContext* __real_sws_getContext(int, int, AVPixelFormat, int, int, AVPixelFormat, int,
+                                             SwsFilter*, SwsFilter*, const double*);
+extern "C" SwsContext* __wrap_sws_getContext(int sourceWidth, int sourceHeight, AVPixelFormat sourceFormat,
+                                             int width, int height, AVPixelFormat format, int flags,
+                                             SwsFilter* sourceFilter, SwsFilter* filter,
+                                             const double* parameters)
+{
+    ++g_conversions;
+    return __real_sws_getContext(sourceWidth, sourceHeight, sourceFormat, width, height, format, flags,
+                                 sourceFilter, filter, parameters);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
+class TestWindowFrameOnce : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { m_fixture = std::make_unique<WindowFixture>(); }
+    void cleanupTestCase() { m_fixture.reset(); }
+
+    void eachDeliveredFrameIsConvertedOnceHoweverOftenItIsShown_data()
+    {
+        QTest::addColumn<QString>("button");
+        QTest::newRow("VGA") << "BUTTON_RESOLUTION_VGA";
+        QTest::newRow("1280") << "BUTTON_RESOLUTION_1280";
+        QTest::newRow("5M") << "BUTTON_RESOLUTION_5M";
+    }
+
+    void eachDeliveredFrameIsConvertedOnceHoweverOftenItIsShown()
+    {
+        QFETCH(QString, button);
+        m_fixture->click(qPrintable(button));
+        QVERIFY(m_fixture->waitForFrames(2));
+        constexpr int kPaints = 40;
+        const int before = g_conversions;
+        const std::uint64_t framesBefore = m_fixture->camera().counters().framesDelivered;
+        QVERIFY(m_fixture->waitForPaints(kPaints));
+        const auto frames = static_cast<int>(m_fixture->camera().counters().framesDelivered - framesBefore);
+        // One frame may have been on its way when the counting began.
+        QVERIFY2(g_conversions - before <= frames + 1,
+                 qPrintable(QString("%1 conversions of %2 frames").arg(g_conversions - before).arg(frames)));
+        QVERIFY(g_conversions > before);
+    }
+
+    /// A stream that stands still is shown on and on, and costs no conversion.
+    void aFrameThatNoOtherFollowsIsNotConvertedAgain()
+    {
+        m_fixture->click("BUTTON_RESOLUTION_VGA");
+        QVERIFY(m_fixture->waitForFrames(2));
+        m_fixture->camera().faults().enable("stall");
+        // What was filled before the stream stood still is taken in first.
+        QVERIFY(m_fixture->waitForPaints(20));
+        const int before = g_conversions;
+        QVERIFY(m_fixture->waitForPaints(20));
+        QCOMPARE(int(g_conversions), before);
+
+        // The side of the window has a buffer of its own, which is filled once as well.
+        auto* camera = m_fixture->window().findChild<OV5642Camera*>();
+        const uchar* first = camera->getFrame();
+        const std::uint64_t number = camera->frameNumber();
+        QCOMPARE(int(g_conversions), before + 1);
+        QCOMPARE(static_cast<const uchar*>(camera->getFrame()), first);
+        QCOMPARE(camera->frameNumber(), number);
+        QCOMPARE(int(g_conversions), before + 1);
+        m_fixture->camera().faults().clear();
+    }
+
+    void aCameraOpenedAnewShowsNothingOfTheStreamBefore()
+    {
+        auto* camera = m_fixture->window().findChild<OV5642Camera*>();
+        m_fixture->click("BUTTON_RESOLUTION_VGA");
+        QVERIFY(m_fixture->waitForFrames(2));
+        camera->getFrame();
+        const std::uint64_t number = camera->frameNumber();
+        m_fixture->click("BUTTON_RESOLUTION_VGA");
+        QVERIFY(m_fixture->waitForFrames(2));
+        const int before = g_conversions;
+        camera->getFrame();
+        QVERIFY(camera->frameNumber() > number);
+        QVERIFY(g_conversions > before);
+    }
+
+private:
+    std::unique_ptr<WindowFixture> m_fixture;
+};
+
+QTEST_MAIN(TestWindowFrameOnce)
+#include "test_window_frame_once.moc"
