@@ -1,7 +1,7 @@
 # Cross build for the instrument's 32-bit ARM board, with Debian's compiler and libraries:
 #   dpkg --add-architecture armhf && apt-get update
 #   apt-get install g++-arm-linux-gnueabihf and each -dev package of scripts/packages.txt as NAME:armhf
-# The code generators of Qt (moc, uic, rcc) and Python run on the building machine.
+# The code generators of Qt (moc, uic, rcc) run on the building machine.
 # A root file system of another kind is named by -DCMAKE_SYSROOT=DIRECTORY.
 
 set(CMAKE_SYSTEM_NAME Linux)

@@ -67,6 +67,9 @@ class Configured(unittest.TestCase):
         for entry in own:
             self.assertIn("-ffp-contract=off", shlex.split(entry["command"]), entry["file"])
 
+    def test_only_tests_and_documents_need_python(self):
+        self.configure("-DCMAKE_DISABLE_FIND_PACKAGE_Python3=ON")
+
     def test_the_service_starts_the_program_from_the_prefix(self):
         self.configure("-DCMAKE_INSTALL_PREFIX=/opt/orla", "-DCMAKE_INSTALL_BINDIR=sbin")
         unit = (self.directory / "packaging" / "orla-verifier.service").read_text(encoding="utf-8")
