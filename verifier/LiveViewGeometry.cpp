@@ -2,15 +2,13 @@
 
 #include <algorithm>
 
-#include "FrameModes.h"
 #include "WindowStyle.h"
-#include "camera/CalibrationRegisters.h"
 
 namespace {
 
 bool isMode(int mode)
 {
-    return mode >= 0 && mode < static_cast<int>(kFrameModes.size());
+    return mode >= 0 && mode < static_cast<int>(kCaptureModes.size());
 }
 
 int clampedOffset(int offset, int frame_px, int view_px)
@@ -28,7 +26,7 @@ QRect navigatorPosition(int mode, const QPoint& viewOffset)
         return {};
     if (mode == kModeVga)
         return kNavigatorRect;
-    const FrameMode& frame = kFrameModes[static_cast<std::size_t>(mode)];
+    const CaptureMode& frame = kCaptureModes[static_cast<std::size_t>(mode)];
     const int x = std::max(0, viewOffset.x() * kNavigatorRect.width() / frame.width_px);
     const int y = std::max(0, viewOffset.y() * kNavigatorRect.height() / frame.height_px);
     return {x, y, frame.navigatorWidth_px, frame.navigatorHeight_px};
@@ -45,6 +43,6 @@ QSize modeFrameSize(int mode)
 {
     if (!isMode(mode))
         return {0, 0};
-    const FrameMode& frame = kFrameModes[static_cast<std::size_t>(mode)];
+    const CaptureMode& frame = kCaptureModes[static_cast<std::size_t>(mode)];
     return {frame.width_px, frame.height_px};
 }

@@ -4,8 +4,10 @@
 #include <QRect>
 #include <QSize>
 
+#include "settings/CaptureModes.h"
+
 /// The navigator's frame: the whole picture at the top left of the live view.
-constexpr QRect kNavigatorRect(0, 0, 80, 60);
+constexpr QRect kNavigatorRect(0, 0, kNavigatorWidth_px, kNavigatorHeight_px);
 
 /// Which part of the navigator the 1:1 view shows: mode 0 to 2 (anything else: an empty
 /// rectangle), viewOffset = top-left frame pixel on screen. Pure, any thread.

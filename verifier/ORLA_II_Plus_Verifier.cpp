@@ -11,7 +11,6 @@
 
 #include "BoardState.h"
 #include "Controller/Controller.h"
-#include "FrameModes.h"
 #include "WindowStyle.h"
 #include "camera/OV5642Camera.h"
 #include "debug/DebugController.h"
@@ -114,9 +113,9 @@ void ORLA_II_Plus_Verifier::createConsoles()
 
 void ORLA_II_Plus_Verifier::createFrames()
 {
-    static std::array<unsigned char*, kModes> processBuffers{};
-    for (int mode = 0; mode < kModes; ++mode) {
-        const FrameMode& frame = kFrameModes[mode];
+    static std::array<unsigned char*, kCameraModeCount> processBuffers{};
+    for (int mode = 0; mode < kCameraModeCount; ++mode) {
+        const CaptureMode& frame = kCaptureModes[mode];
         m_framePictures[mode] = QPixmap(frame.width_px, frame.height_px);
         m_framePictures[mode].fill(Qt::black);
         if (processBuffers[mode] == nullptr)

@@ -18,6 +18,7 @@
 #include "QC/QC_measure.h"
 #include "RegisterSteps.h"
 #include "media/MediaMonitor.h"
+#include "settings/CaptureModes.h"
 
 class DebugController;
 class DebugMessage;
@@ -129,7 +130,7 @@ private:
 
     // ORLA_II_Plus_Verifier_Camera.cpp: start and stop, resolution and staining
 public:
-    /// Creates, wires and starts the grab thread for the mode (0 VGA, 1 1280, 2 5M).
+    /// Creates, wires and starts the grab thread for the mode (a CameraMode).
     void startCamera(int mode);
     /// Stops the grab thread and closes a streaming camera, then leaves the sensor half a second.
     void stopCamera();
@@ -311,7 +312,6 @@ private:
     void logUnsaved(const char* signature, const QString& fixedPath);
 
 private:
-    static constexpr int kModes = 3;
     static constexpr int kReviewSteps = 3;
 
     MediaMonitor m_mediaMonitor;
@@ -327,19 +327,19 @@ private:
     bool m_quitting = false;
     OV5642Camera* m_camera = nullptr;
     GrabThread* m_grabThread = nullptr;
-    // 0 VGA, 1 1280, 2 5M; -1 until the constructor starts the camera, when only a repaint
+    // A CameraMode; -1 until the constructor starts the camera, when only a repaint
     // can come: no handler meets it.
     int m_cameraMode = -1;
     // False NTB, true TB.
     bool m_stained = false;
     int m_frameWidth_px = 0;
     int m_frameHeight_px = 0;
-    std::array<QPixmap, kModes> m_framePictures;
+    std::array<QPixmap, kCameraModeCount> m_framePictures;
     // Number of the frame that each picture was made from; none: of a buffer of nobody's.
-    std::array<std::optional<std::uint64_t>, kModes> m_pictureContents;
+    std::array<std::optional<std::uint64_t>, kCameraModeCount> m_pictureContents;
     // RGB24, rows top to bottom, no padding. One set for the process, never freed: they
     // outlive the window because a frame may be under way until the very end.
-    std::array<unsigned char*, kModes> m_frameBuffers{};
+    std::array<unsigned char*, kCameraModeCount> m_frameBuffers{};
 
     QRect m_viewRect;
     bool m_dragging = false;

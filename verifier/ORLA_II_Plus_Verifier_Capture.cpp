@@ -86,7 +86,7 @@ void ORLA_II_Plus_Verifier::writeFrame(const QString& fileName)
 {
     try {
         const cv::Mat frame(m_frameHeight_px, m_frameWidth_px, CV_8UC3, m_camera->getFrame(),
-                            static_cast<std::size_t>(m_frameWidth_px) * 3);
+                            static_cast<std::size_t>(m_frameWidth_px) * kRgbBytesPerPixel);
         cv::Mat bgr;
         cv::cvtColor(frame, bgr, cv::COLOR_RGB2BGR);
         if (!cv::imwrite(QFile::encodeName(fileName).toStdString(), bgr))

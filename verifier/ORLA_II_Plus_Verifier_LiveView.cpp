@@ -49,8 +49,8 @@ void ORLA_II_Plus_Verifier::makeFramePicture()
     if (content && content == m_pictureContents[mode])
         return;
     m_pictureContents[mode] = content;
-    const QImage frame(m_frameBuffers[mode], m_frameWidth_px, m_frameHeight_px, m_frameWidth_px * 3,
-                       QImage::Format_RGB888);
+    const QImage frame(m_frameBuffers[mode], m_frameWidth_px, m_frameHeight_px,
+                       m_frameWidth_px * kRgbBytesPerPixel, QImage::Format_RGB888);
     // Gone before its successor is made: its memory serves again, still warm.
     m_framePictures[mode] = QPixmap();
     m_framePictures[mode] = QPixmap::fromImage(frame);

@@ -5,6 +5,8 @@
 /// One picture format of the camera and the part of the full frame that it shows.
 struct PictureMode
 {
+    static constexpr int kBytesPerPixel = 2; ///< YUYV
+
     int width_px;
     int height_px;
     int framesPerSecond;
@@ -14,7 +16,7 @@ struct PictureMode
     double left_px;
     double top_px;
 
-    int frameBytes() const { return width_px * height_px * 2; }
+    int frameBytes() const { return width_px * height_px * kBytesPerPixel; }
     bool operator==(const PictureMode& other) const
     {
         return width_px == other.width_px && height_px == other.height_px &&
@@ -24,7 +26,8 @@ struct PictureMode
 };
 
 /// The camera's three formats: the whole field in 1280 x 960 and in 2592 x 1944, and in
-/// 640 x 480 the unscaled centre of the 1280 x 960 picture.
+/// 640 x 480 the unscaled centre of the 1280 x 960 picture. The instrument's own truth: the
+/// program's table of capture modes is held against it, not taken from it.
 inline constexpr std::array<PictureMode, 3> kPictureModes{{
     {640, 480, 30, 2.025, 648.0, 486.0},
     {1280, 960, 30, 2.025, 0.0, 0.0},

@@ -116,8 +116,8 @@ private slots:
         QCOMPARE(texts.serial.suffix, QString("00000"));
         QCOMPARE(texts.version, QString("0.0.1"));
         for (const auto& table : {record.CUS_reg, record.BFN_reg, record.AE_reg})
-            for (int i = 0; i < kResolutionCount * kRegisterCount; ++i)
-                QCOMPARE(table[i / kRegisterCount][i % kRegisterCount], quint16(0));
+            for (int i = 0; i < kCameraModeCount * kCalibrationRegisterCount; ++i)
+                QCOMPARE(table[i / kCalibrationRegisterCount][i % kCalibrationRegisterCount], quint16(0));
         QVERIFY(QDir(m_directory->path()).isEmpty());
     }
 
@@ -128,16 +128,16 @@ private slots:
         QFETCH(QString, name);
         const QStringList rows =
             QString::fromLatin1(bytesOf(name.chopped(4) + ".expected")).split('\n', Qt::SkipEmptyParts);
-        QCOMPARE(rows.size(), kResolutionCount);
+        QCOMPARE(rows.size(), kCameraModeCount);
         for (const CalibrationFile& file : kCalibrationFiles) {
             put(file.fileName, bytesOf(name));
             global_ini_t record{};
             QStringList lines;
             loadCalibration(file, kRegisters, record, [&lines](const QString& line) { lines.append(line); });
-            QCOMPARE(lines.size(), kResolutionCount * kRegisterCount);
+            QCOMPARE(lines.size(), kCameraModeCount * kCalibrationRegisterCount);
             for (int i = 0; i < lines.size(); ++i) {
-                const int row = i / kRegisterCount;
-                const int column = i % kRegisterCount;
+                const int row = i / kCalibrationRegisterCount;
+                const int column = i % kCalibrationRegisterCount;
                 const QString value = rows[row].split(' ')[column];
                 QCOMPARE((record.*file.table)[row][column], value.toUShort(nullptr, 16));
                 QCOMPARE(lines[i],

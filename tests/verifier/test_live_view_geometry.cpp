@@ -1,8 +1,8 @@
 #include <QtTest>
 
-#include "FrameModes.h"
 #include "LiveViewGeometry.h"
 #include "WindowStyle.h"
+#include "settings/CaptureModes.h"
 
 class TestLiveViewGeometry : public QObject
 {
@@ -95,9 +95,9 @@ private slots:
 
     void frameBuffersHoldPackedRgb()
     {
-        QCOMPARE(kFrameModes[0].rgbBytes(), std::size_t(921600));
-        QCOMPARE(kFrameModes[1].rgbBytes(), std::size_t(3686400));
-        QCOMPARE(kFrameModes[2].rgbBytes(), std::size_t(15116544));
+        QCOMPARE(kCaptureModes[0].rgbBytes(), std::size_t(921600));
+        QCOMPARE(kCaptureModes[1].rgbBytes(), std::size_t(3686400));
+        QCOMPARE(kCaptureModes[2].rgbBytes(), std::size_t(15116544));
         QCOMPARE(kLiveViewRect.bottomRight(), QPoint(639, 479));
     }
 };

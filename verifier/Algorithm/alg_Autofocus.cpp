@@ -11,14 +11,13 @@
 #include "Controller/Controller.h"
 #include "camera/OV5642Camera.h"
 #include "platform/DebugLog.h"
+#include "settings/CaptureModes.h"
 
 using focus_sweep::Action;
 using focus_sweep::boundedSteps;
 using focus_sweep::State;
 
 namespace {
-
-constexpr int kBytesPerPixel = 3;
 
 // compare_focus(): a peak is believed in from this sample on, and after this much of a fall.
 constexpr int kFirstPeakIndex = 7;
@@ -243,7 +242,7 @@ void alg_Autofocus::trigger_image_grab()
     cv::Mat frame;
     uchar* data = m_camera != nullptr ? m_camera->getFrame() : nullptr;
     if (data != nullptr && holdsWholeFrame()) {
-        const std::size_t rowStep = static_cast<std::size_t>(m_frameWidth_px) * kBytesPerPixel;
+        const std::size_t rowStep = static_cast<std::size_t>(m_frameWidth_px) * kRgbBytesPerPixel;
         frame = cv::Mat(m_frameHeight_px, m_frameWidth_px, CV_8UC3, data, rowStep);
     }
     analyze_grabbed_image_bG(frame);
@@ -253,7 +252,7 @@ bool alg_Autofocus::holdsWholeFrame() const
 {
     return m_frameWidth_px > 0 && m_frameHeight_px > 0 &&
            std::uint64_t{m_camera->rgbFrameSize()} >=
-               std::uint64_t(m_frameWidth_px) * std::uint64_t(m_frameHeight_px) * kBytesPerPixel;
+               std::uint64_t(m_frameWidth_px) * std::uint64_t(m_frameHeight_px) * kRgbBytesPerPixel;
 }
 
 void alg_Autofocus::analyze_grabbed_image_bG(cv::Mat& frame)
@@ -365,7 +364,7 @@ double alg_Autofocus::find_focus_value(unsigned char* data, int width, int heigh
 {
     const std::int64_t start = cv::getTickCount();
     if (criteria == FOCUS_VALUE_DARK_PIXELS) {
-        const std::size_t rowStep = static_cast<std::size_t>(width) * kBytesPerPixel;
+        const std::size_t rowStep = static_cast<std::size_t>(width) * kRgbBytesPerPixel;
         cv::Mat frame(height, width, CV_8UC3, data, rowStep);
         value = find_fv_korvex_dark_edge(frame, channelMode, window);
         m_focusValues.push_back(value);

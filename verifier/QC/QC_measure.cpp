@@ -15,16 +15,14 @@
 #include "QC/TargetSearch.h"
 #include "QC/ViewOffset.h"
 #include "platform/DebugLog.h"
+#include "settings/CaptureModes.h"
 
 namespace {
 
-constexpr int kFrameWidth_px = 2592;
-constexpr int kFrameHeight_px = 1944;
-constexpr int kBytesPerPixel = 3;
-constexpr int kBitsPerPixel = 24;
-constexpr std::size_t kFrameBytes = std::size_t(kFrameWidth_px) * kFrameHeight_px * kBytesPerPixel;
-constexpr unsigned int kNavigatorWidth_px = 80;
-constexpr unsigned int kNavigatorHeight_px = 60;
+constexpr int kFrameWidth_px = kCaptureModes[kMode5M].width_px;
+constexpr int kFrameHeight_px = kCaptureModes[kMode5M].height_px;
+constexpr std::size_t kFrameBytes = kCaptureModes[kMode5M].rgbBytes();
+constexpr int kBitsPerPixel = kRgbBytesPerPixel * 8;
 constexpr int kHalfMarker_px = 20;
 constexpr int kPointCount = 2;
 
@@ -184,13 +182,13 @@ bool QC_measure::holdsWholeFrame() const
     if (!m_image || m_imageSize.isEmpty())
         return false;
     const auto pixels = std::size_t(m_imageSize.width()) * std::size_t(m_imageSize.height());
-    return pixels <= kFrameBytes / kBytesPerPixel;
+    return pixels <= kFrameBytes / kRgbBytesPerPixel;
 }
 
 void QC_measure::makePicture()
 {
     const QImage frame(m_image.get(), m_imageSize.width(), m_imageSize.height(),
-                       m_imageSize.width() * kBytesPerPixel, QImage::Format_RGB888);
+                       m_imageSize.width() * kRgbBytesPerPixel, QImage::Format_RGB888);
     m_picture = QPixmap::fromImage(frame);
     m_markedAreas.clear();
 }

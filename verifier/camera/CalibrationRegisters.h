@@ -4,16 +4,7 @@
 
 #include <QtGlobal>
 
-/// Sensor resolution modes: index of the mode table, of the calibration sets and of the
-/// settings record's register blocks.
-enum CameraMode : int {
-    kModeVga = 0,
-    kMode1280 = 1,
-    kMode5M = 2,
-};
-constexpr int kCameraModeCount = 3;
-
-constexpr int kCalibrationRegisterCount = 10;
+#include "settings/GlobalIni.h"
 
 /// Addresses of the ten sensor registers that are calibrated per resolution mode, in the
 /// column order of every register table: exposure, analogue gain, white-balance red,

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <iterator>
 
 #include <QThread>
 
@@ -13,23 +12,6 @@
 v4l2_buffer g_v4l2_buffer = {};
 
 namespace {
-
-struct CameraModeRecord
-{
-    quint32 width_px;
-    quint32 height_px;
-    const char* busFailure;
-};
-
-constexpr CameraModeRecord kCameraModes[] = {
-    {640, 480, "[Error] I2C failed: VGA"},
-    {1280, 960, "[Error] I2C failed: 1280"},
-    {2592, 1944, "[Error] I2C failed: 5M"},
-};
-static_assert(std::size(kCameraModes) == kCameraModeCount, "one record per mode");
-
-constexpr quint32 kYuyvBytesPerPixel = 2;
-constexpr quint32 kRgbBytesPerPixel = 3;
 
 constexpr unsigned int kCapturePause_us = 10000;
 constexpr int kFrameTimeout_ms = 1000;
@@ -92,7 +74,7 @@ bool OV5642Camera::open(int mode, std::string settingsFile, bool withInitTable)
         return failOpen(m_fd < 0 ? QString("open ") + kCaptureDevice : QString(call));
     }
     if (setRegisters(m_workTable.size()) < 0)
-        logMessage(this, {Q_FUNC_INFO, kCameraModes[m_mode].busFailure});
+        logMessage(this, {Q_FUNC_INFO, QString("[Error] I2C failed: %1").arg(kCaptureModes[m_mode].name)});
     m_frames.allocate({m_height_px, std::size_t(m_width_px) * kYuyvBytesPerPixel, m_rowDistance_bytes});
     if (!startCaptureThread()) {
         // Without this the driver would refuse every later change of format.
@@ -107,9 +89,9 @@ bool OV5642Camera::open(int mode, std::string settingsFile, bool withInitTable)
 void OV5642Camera::selectMode(int mode)
 {
     m_mode = mode;
-    m_width_px = kCameraModes[mode].width_px;
-    m_height_px = kCameraModes[mode].height_px;
-    m_rgbFrameSize_bytes = m_width_px * m_height_px * kRgbBytesPerPixel;
+    m_width_px = kCaptureModes[mode].width_px;
+    m_height_px = kCaptureModes[mode].height_px;
+    m_rgbFrameSize_bytes = kCaptureModes[mode].rgbBytes();
 }
 
 void OV5642Camera::buildWorkTable(const std::string& settingsFile, bool withInitTable)

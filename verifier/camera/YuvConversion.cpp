@@ -7,6 +7,8 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include "settings/CaptureModes.h"
+
 namespace {
 
 // libswscale is built without ThreadSanitizer, which would not see its reads: a frame that is
@@ -36,11 +38,11 @@ void sws_yuv2rgb24(unsigned int width, int height, const uchar* source, uchar* d
                                          AV_PIX_FMT_RGB24, SWS_BILINEAR, nullptr, nullptr, nullptr);
     if (context == nullptr)
         return;
-    showReads(source, std::size_t(width) * 2 * std::size_t(height));
+    showReads(source, std::size_t(width) * kYuyvBytesPerPixel * std::size_t(height));
     const uchar* const sourcePlanes[] = {source};
-    const int sourceStrides[] = {columns * 2};
+    const int sourceStrides[] = {columns * kYuyvBytesPerPixel};
     uchar* const destinationPlanes[] = {destination};
-    const int destinationStrides[] = {columns * 3};
+    const int destinationStrides[] = {columns * kRgbBytesPerPixel};
     sws_scale(context, sourcePlanes, sourceStrides, 0, height, destinationPlanes, destinationStrides);
     sws_freeContext(context);
 }

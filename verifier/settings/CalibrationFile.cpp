@@ -7,9 +7,6 @@
 
 namespace {
 
-constexpr const char* kSections[] = {"VGA", "1280", "5M"};
-static_assert(std::size(kSections) == kResolutionCount);
-
 constexpr char kDefaultValue[] = "0x0000";
 
 QString address(quint16 registerAddress)
@@ -22,11 +19,11 @@ QString address(quint16 registerAddress)
 void loadCalibration(const CalibrationFile& file, const RegisterIndex& registers, global_ini_t& record,
                      const std::function<void(const QString& line)>& log)
 {
-    for (int row = 0; row < kResolutionCount; ++row) {
-        for (int column = 0; column < kRegisterCount; ++column) {
+    for (int row = 0; row < kCameraModeCount; ++row) {
+        for (int column = 0; column < kCalibrationRegisterCount; ++column) {
             const QString key = address(registers[column]);
             std::string value;
-            ini_read(kSections[row], key.toStdString(), kDefaultValue, value, file.fileName);
+            ini_read(kCaptureModes[row].name, key.toStdString(), kDefaultValue, value, file.fileName);
             const quint16 byte = QString::fromStdString(value).toUShort(nullptr, 16);
             (record.*file.table)[row][column] = byte;
             log(QStringLiteral("%1 %2, %3").arg(QLatin1String(file.logTag), key, address(byte)));
@@ -37,9 +34,9 @@ void loadCalibration(const CalibrationFile& file, const RegisterIndex& registers
 bool saveCalibration(const CalibrationFile& file, const RegisterIndex& registers, const global_ini_t& record)
 {
     std::vector<IniEntry> entries;
-    for (int row = 0; row < kResolutionCount; ++row)
-        for (int column = 0; column < kRegisterCount; ++column)
-            entries.push_back({kSections[row], address(registers[column]).toStdString(),
+    for (int row = 0; row < kCameraModeCount; ++row)
+        for (int column = 0; column < kCalibrationRegisterCount; ++column)
+            entries.push_back({kCaptureModes[row].name, address(registers[column]).toStdString(),
                                QString::asprintf("0x%02X", (record.*file.table)[row][column]).toStdString()});
     return writeIniEntries(entries, file.fileName);
 }

@@ -7,19 +7,17 @@
 #include "settings/GlobalIni.h"
 #include "settings/SettingsFiles.h"
 
-constexpr int kResolutionCount = 3;
-constexpr int kRegisterCount = 10;
-
 /// The sensor registers in the column order of the record's tables: g_RegIdx.
-using RegisterIndex = quint16[kRegisterCount];
+using RegisterIndex = quint16[kCalibrationRegisterCount];
 
-/// A calibration file and the table of the record that it fills. Sections "VGA", "1280" and
-/// "5M" are the rows; the keys are register addresses ("0x3501"), the values register bytes.
+/// A calibration file and the table of the record that it fills. Sections are the
+/// rows, under the names of the capture modes ("VGA", "1280", "5M"); the keys are register addresses
+/// ("0x3501"), the values register bytes.
 struct CalibrationFile
 {
     const char* fileName;
     const char* logTag;
-    quint16 (global_ini_t::*table)[kResolutionCount][kRegisterCount];
+    quint16 (global_ini_t::*table)[kCameraModeCount][kCalibrationRegisterCount];
 };
 
 /// In the order in which they are loaded and saved.
