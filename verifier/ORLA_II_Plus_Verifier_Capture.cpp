@@ -24,8 +24,7 @@
 
 namespace {
 
-constexpr const char* kDiskDirectory = "/mnt";
-constexpr const char* kScreenshotName = "/mnt/KorvexCap-%04d.png";
+constexpr const char* kScreenshotName = "%s/KorvexCap-%04d.png";
 constexpr const char* kCaptureEnding = ".tif";
 
 constexpr int kSkipFrameMinimum = 1;
@@ -53,7 +52,7 @@ void ORLA_II_Plus_Verifier::keyPressEvent(QKeyEvent* event)
         return;
 
     const QPixmap screen = QGuiApplication::primaryScreen()->grabWindow(0);
-    const QString fileName = QString::asprintf(kScreenshotName, m_screenshotNumber);
+    const QString fileName = QString::asprintf(kScreenshotName, kDiskMountPoint, m_screenshotNumber);
     QImageWriter writer(instrumentPath(fileName), "png");
     if (!writer.write(screen.toImage())) {
         logMessage(this, {Q_FUNC_INFO, "[Error]", fileName, writer.errorString()});
@@ -72,7 +71,7 @@ void ORLA_II_Plus_Verifier::on_BUTTON_CAPTURE_clicked()
     if (!isUsbDiskMounted())
         return;
     const QString fileName = QFileDialog::getSaveFileName(
-        this, tr("Save image"), instrumentPath(QString(kDiskDirectory)), tr("TIFF image (*.tif)"));
+        this, tr("Save image"), instrumentPath(QString(kDiskMountPoint)), tr("TIFF image (*.tif)"));
     if (fileName.isEmpty())
         return;
     disableAndPaint();

@@ -15,7 +15,8 @@ namespace focus_log {
 
 QString directoryOf(const QDateTime& start)
 {
-    return QStringLiteral("/mnt/ORLA-II/Autofocus/%1").arg(start.toString(QStringLiteral("yyyyMMdd_hhmmss")));
+    return QStringLiteral("%1/ORLA-II/Autofocus/%2")
+        .arg(QLatin1String(kDiskMountPoint), start.toString(QStringLiteral("yyyyMMdd_hhmmss")));
 }
 
 QString stepDirectory(const QString& directory, int step)

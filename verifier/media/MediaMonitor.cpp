@@ -10,7 +10,7 @@ namespace {
 
 const QString kLinkDirectory = QStringLiteral("/dev/disk/by-uuid");
 const QString kMountTable = QStringLiteral("/etc/mtab");
-const QString kMountPoint = QStringLiteral("/mnt");
+const QString kMountPoint = QLatin1String(kDiskMountPoint);
 // USB disks show up as "sd", or as "ub" under the older block driver.
 const QString kUsbDevicePrefixes[] = {QStringLiteral("/dev/ub"), QStringLiteral("/dev/sd")};
 

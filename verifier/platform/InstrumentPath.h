@@ -12,6 +12,9 @@
 /// whole instrument is simulated. Any thread may translate; the root is set before any
 /// other use.
 
+/// Fixed path at which a USB disk is mounted.
+constexpr char kDiskMountPoint[] = "/mnt";
+
 /// fixedPath below the root; an empty path stays empty.
 std::string instrumentPath(const std::string& fixedPath);
 QString instrumentPath(const QString& fixedPath);
