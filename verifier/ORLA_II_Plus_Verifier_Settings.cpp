@@ -2,6 +2,8 @@
 
 #include "ORLA_II_Plus_Verifier.h"
 
+#include <iterator>
+
 #include <QMessageBox>
 #include <QSettings>
 #include <QSignalBlocker>
@@ -15,6 +17,17 @@
 #include "settings/SafeSettingsFile.h"
 #include "settings/StageFile.h"
 #include "ui_ORLA_II_Plus_Verifier.h"
+
+namespace {
+
+/// What the pages of TAB_MENU show.
+SettingsPart partOfTab(int tab)
+{
+    static constexpr SettingsPart kParts[] = {SettingsPart::Stage, SettingsPart::Camera, SettingsPart::Qc};
+    return tab >= 0 && tab < static_cast<int>(std::size(kParts)) ? kParts[tab] : SettingsPart::None;
+}
+
+} // namespace
 
 void ORLA_II_Plus_Verifier::get_INI_value(QSettings& settings)
 {
@@ -73,17 +86,18 @@ void ORLA_II_Plus_Verifier::set_INI_value(QSettings& settings)
     const global_ini_t& record = *global_ini();
     const MainSettingsTexts texts{{m_form->EDIT_SERIAL_MIDFIX->text(), m_form->EDIT_SERIAL_SUFFIX->text()},
                                   m_form->LABEL_VERSION->text()};
-    if (tab == kTabStage) {
+    const SettingsPart part = partOfTab(tab);
+    if (part == SettingsPart::Stage) {
         if (!saveStageFile(record))
             logUnsaved(Q_FUNC_INFO, kStageFile);
-    } else if (tab == kTabCamera) {
+    } else if (part == SettingsPart::Camera) {
         for (const CalibrationFile& file : kCalibrationFiles)
             if (!saveCalibration(file, g_RegIdx, record))
                 logUnsaved(Q_FUNC_INFO, file.fileName);
-    } else if (tab == kTabQc) {
+    } else if (part == SettingsPart::Qc) {
         logSavedQC(Q_FUNC_INFO, composeSerialNumber(texts.serial));
     }
-    saveMainSettings(settings, record, tab, texts);
+    saveMainSettings(settings, record, part, texts);
 }
 
 void ORLA_II_Plus_Verifier::logSavedQC(const char* signature, const QString& serial)

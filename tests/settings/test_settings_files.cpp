@@ -50,15 +50,15 @@ global_ini_t loadAll(MainSettingsTexts& texts)
 }
 
 // What the Save button leads to, without its window.
-void saveTab(int tab, const global_ini_t& record, const MainSettingsTexts& texts)
+void savePart(SettingsPart part, const global_ini_t& record, const MainSettingsTexts& texts)
 {
     SafeSettingsFile file(kMainSettingsFile);
-    if (tab == kTabStage)
+    if (part == SettingsPart::Stage)
         QVERIFY(saveStageFile(record));
     for (const CalibrationFile& calibration : kCalibrationFiles)
-        if (tab == kTabCamera)
+        if (part == SettingsPart::Camera)
             QVERIFY(saveCalibration(calibration, kRegisters, record));
-    saveMainSettings(file.settings(), record, tab, texts);
+    saveMainSettings(file.settings(), record, part, texts);
     QVERIFY(file.commit());
 }
 
@@ -73,6 +73,8 @@ QString described(const global_ini_t& record, const MainSettingsTexts& texts)
 }
 
 } // namespace
+
+Q_DECLARE_METATYPE(SettingsPart)
 
 class TestSettingsFiles : public QObject
 {
@@ -290,7 +292,7 @@ private slots:
     {
         global_ini_t record{};
         record.Z_reference = 30000;
-        saveTab(kTabStage, record, {});
+        savePart(SettingsPart::Stage, record, {});
         QCOMPARE(content(kMainSettingsFile), QByteArray("[Calibration]\n"
                                                         "Z%20ref%202ch=32560\n"
                                                         "Z%20ref%20Reusable=35120\n"
@@ -304,7 +306,7 @@ private slots:
     {
         global_ini_t record{};
         record.Z_reference = std::numeric_limits<int>::max();
-        saveTab(kTabStage, record, {});
+        savePart(SettingsPart::Stage, record, {});
         QVERIFY(content(kMainSettingsFile).contains("Z%20ref%20Reusable=2147488767\n"));
     }
 
@@ -333,7 +335,7 @@ private slots:
         QFETCH(QByteArray, savedFactorText);
         global_ini_t record{};
         record.System = {magnification, factor};
-        saveTab(kTabQc, record, {});
+        savePart(SettingsPart::Qc, record, {});
         const QByteArray saved = content(kMainSettingsFile);
         QVERIFY2(saved.contains("\nMagnification=" + savedMagnificationText + "\n"), saved);
         QVERIFY2(saved.contains("\nVolume%20factor=" + savedFactorText + "\n"), saved);
@@ -363,28 +365,27 @@ private slots:
         record.System = {magnification, factor};
         record.Skip_frame = 12;
         QVERIFY(!hasOpticalCalibration(record));
-        saveTab(kTabQc, record, {{"3", "4"}, "0.0.2"});
+        savePart(SettingsPart::Qc, record, {{"3", "4"}, "0.0.2"});
         QCOMPARE(content(kMainSettingsFile), QByteArray("[Cell%20counting]\nSkip%20frame=12\n"
                                                         "\n[ORLA-III]\nMagnification=9.9\n"
                                                         "Serial=OR3-03-00004\nVolume%20factor=8.8\n"
                                                         "\n[Software]\nVersion%20QC=0.0.2\n"));
     }
 
-    void loadingAndSavingATabChangesOnlyWhatBelongsToIt_data()
+    void loadingAndSavingAPartChangesOnlyWhatBelongsToIt_data()
     {
-        QTest::addColumn<int>("tab");
-        QTest::newRow("stage") << kTabStage;
-        QTest::newRow("camera") << kTabCamera;
-        QTest::newRow("qc") << kTabQc;
-        QTest::newRow("none") << -1;
-        QTest::newRow("unknown") << 3;
+        QTest::addColumn<SettingsPart>("part");
+        QTest::newRow("stage") << SettingsPart::Stage;
+        QTest::newRow("camera") << SettingsPart::Camera;
+        QTest::newRow("qc") << SettingsPart::Qc;
+        QTest::newRow("none") << SettingsPart::None;
     }
 
-    void loadingAndSavingATabChangesOnlyWhatBelongsToIt()
+    void loadingAndSavingAPartChangesOnlyWhatBelongsToIt()
     {
-        QFETCH(int, tab);
+        QFETCH(SettingsPart, part);
         const QString before = QFINDTESTDATA("data/roundtrip/before");
-        const QString after = QFINDTESTDATA("data/roundtrip/") + QString::number(tab);
+        const QString after = QFINDTESTDATA("data/roundtrip/") + QTest::currentDataTag();
         const char* const files[] = {kMainSettingsFile, kCusCalibrationFile, kBfnCalibrationFile, kStageFile};
         for (const char* file : files)
             put(file, bytesOf(before + '/' + QFileInfo(file).fileName()));
@@ -399,7 +400,7 @@ private slots:
         record.BFN_reg[2][9] = 0xF0;
         record.System = {3.70004, 0.912346};
         texts.version = "0.0.2";
-        saveTab(tab, record, texts);
+        savePart(part, record, texts);
 
         // A file without an expected one of its own stays as it was.
         for (const char* file : files) {
@@ -409,14 +410,14 @@ private slots:
         }
         MainSettingsTexts textsAgain;
         const global_ini_t again = loadAll(textsAgain);
-        QCOMPARE(again.Z_reference, tab == kTabStage ? 31999 : 30000);
-        QCOMPARE(again.Z_step, tab == kTabStage ? 640 : 128);
-        QCOMPARE(again.Z_speed, tab == kTabStage ? 1000 : 90);
-        QCOMPARE(again.LED_brightness, tab == kTabCamera ? 1000 : 310);
-        QCOMPARE(again.CUS_reg[1][0], quint16(tab == kTabCamera ? 0x0F : 0x11));
-        QCOMPARE(again.BFN_reg[2][9], quint16(tab == kTabCamera ? 0xF0 : 0x22));
-        QCOMPARE(again.Skip_frame, tab == kTabQc ? 30 : 7);
-        QCOMPARE(textsAgain.serial.midfix, QString(tab == kTabQc ? "07" : "7"));
+        QCOMPARE(again.Z_reference, part == SettingsPart::Stage ? 31999 : 30000);
+        QCOMPARE(again.Z_step, part == SettingsPart::Stage ? 640 : 128);
+        QCOMPARE(again.Z_speed, part == SettingsPart::Stage ? 1000 : 90);
+        QCOMPARE(again.LED_brightness, part == SettingsPart::Camera ? 1000 : 310);
+        QCOMPARE(again.CUS_reg[1][0], quint16(part == SettingsPart::Camera ? 0x0F : 0x11));
+        QCOMPARE(again.BFN_reg[2][9], quint16(part == SettingsPart::Camera ? 0xF0 : 0x22));
+        QCOMPARE(again.Skip_frame, part == SettingsPart::Qc ? 30 : 7);
+        QCOMPARE(textsAgain.serial.midfix, QString(part == SettingsPart::Qc ? "07" : "7"));
         QCOMPARE(textsAgain.version, QString("0.0.2"));
     }
 

@@ -15,17 +15,17 @@ struct IntegerKey
     int global_ini_t::*field;
     int defaultValue;
     int offset; // saved is the field plus this
-    int tab;
+    SettingsPart part;
 };
 
 constexpr IntegerKey kIntegerKeys[] = {
-    {"Cell counting/Skip frame", &global_ini_t::Skip_frame, 5, 0, kTabQc},
-    {"Ch. BF/LED", &global_ini_t::LED_brightness, 225, 0, kTabCamera},
-    {"Calibration/Z reference", &global_ini_t::Z_reference, 32000, 0, kTabStage},
-    {"Calibration/Z reset pos", &global_ini_t::Z_reference, kNotLoaded, 0, kTabStage},
-    {"Calibration/Z ref 2ch", &global_ini_t::Z_reference, kNotLoaded, 2560, kTabStage},
-    {"Calibration/Z ref Reusable", &global_ini_t::Z_reference, kNotLoaded, 5120, kTabStage},
-    {"Calibration/Z ref Validation", &global_ini_t::Z_reference, kNotLoaded, 0, kTabStage},
+    {"Cell counting/Skip frame", &global_ini_t::Skip_frame, 5, 0, SettingsPart::Qc},
+    {"Ch. BF/LED", &global_ini_t::LED_brightness, 225, 0, SettingsPart::Camera},
+    {"Calibration/Z reference", &global_ini_t::Z_reference, 32000, 0, SettingsPart::Stage},
+    {"Calibration/Z reset pos", &global_ini_t::Z_reference, kNotLoaded, 0, SettingsPart::Stage},
+    {"Calibration/Z ref 2ch", &global_ini_t::Z_reference, kNotLoaded, 2560, SettingsPart::Stage},
+    {"Calibration/Z ref Reusable", &global_ini_t::Z_reference, kNotLoaded, 5120, SettingsPart::Stage},
+    {"Calibration/Z ref Validation", &global_ini_t::Z_reference, kNotLoaded, 0, SettingsPart::Stage},
 };
 
 struct TextKey
@@ -56,17 +56,17 @@ MainSettingsTexts loadMainSettings(QSettings& settings, global_ini_t& record)
     return {splitSerialNumber(loadText(settings, kSerial)), loadText(settings, kVersion)};
 }
 
-void saveMainSettings(QSettings& settings, const global_ini_t& record, int tab,
+void saveMainSettings(QSettings& settings, const global_ini_t& record, SettingsPart part,
                       const MainSettingsTexts& texts)
 {
-    if (tab == kTabQc)
+    if (part == SettingsPart::Qc)
         settings.setValue(QLatin1String(kSerial.key), composeSerialNumber(texts.serial));
-    if (tab == kTabQc && hasOpticalCalibration(record)) {
+    if (part == SettingsPart::Qc && hasOpticalCalibration(record)) {
         settings.setValue(QLatin1String(kMagnification), savedMagnification(record));
         settings.setValue(QLatin1String(kVolumeFactor), savedVolumeFactor(record));
     }
     for (const IntegerKey& key : kIntegerKeys)
-        if (key.tab == tab)
+        if (key.part == part)
             settings.setValue(QLatin1String(key.key), qint64(record.*key.field) + key.offset);
     settings.setValue(QLatin1String(kVersion.key), texts.version);
 }

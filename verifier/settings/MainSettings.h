@@ -6,6 +6,14 @@
 #include "settings/GlobalIni.h"
 #include "settings/SerialNumber.h"
 
+/// The part of the settings that a save is about.
+enum class SettingsPart {
+    None,   ///< nothing beyond what every save writes
+    Stage,  ///< Z reference and the four values derived from it
+    Camera, ///< LED
+    Qc,     ///< serial number, skip frame; magnification and volume factor if both were measured
+};
+
 /// What the main settings file holds beyond the record: texts that only the window shows.
 struct MainSettingsTexts
 {
@@ -18,10 +26,8 @@ struct MainSettingsTexts
 /// on), version "0.0.1". An integer that is no number becomes 0. GUI thread.
 MainSettingsTexts loadMainSettings(QSettings& settings, global_ini_t& record);
 
-/// Sets what belongs to the open page of TAB_MENU (kTabStage: Z reference and the four values
-/// derived from it; kTabCamera: LED; kTabQc: serial number, magnification and volume factor
-/// if both were measured, skip frame), and the version in any case. GUI thread.
-void saveMainSettings(QSettings& settings, const global_ini_t& record, int tab,
+/// Sets what belongs to the part, and the version in any case. GUI thread.
+void saveMainSettings(QSettings& settings, const global_ini_t& record, SettingsPart part,
                       const MainSettingsTexts& texts);
 
 /// Whether magnification and volume factor were both measured, neither of them being 0,

@@ -6,8 +6,3 @@ constexpr char kCusCalibrationFile[] = "/opt/ORLA3/conf/Calibration_CUS.ini";
 constexpr char kBfnCalibrationFile[] = "/opt/ORLA3/conf/Calibration_BFN.ini";
 constexpr char kAutoExposureFile[] = "/opt/ORLA3/conf/AutoExposure.ini"; ///< loaded by nothing so far
 constexpr char kStageFile[] = "/root/Orla2/Orla2.ini"; ///< kept by the instrument's previous generation
-
-/// Pages of TAB_MENU: Save writes what belongs to the open one.
-constexpr int kTabStage = 0;
-constexpr int kTabCamera = 1;
-constexpr int kTabQc = 2;
