@@ -55,7 +55,7 @@ ORLA_II_Plus_Verifier::ORLA_II_Plus_Verifier(QWidget* parent)
     m_settingsState = 1;
 
     m_syncTimer = new QTimer(this);
-    connect(m_syncTimer, SIGNAL(timeout()), this, SLOT(slot_Timer_sync()));
+    connect(m_syncTimer, &QTimer::timeout, this, &ORLA_II_Plus_Verifier::slot_Timer_sync);
     m_syncTimer->setInterval(kSyncInterval_ms);
     m_syncTimer->start();
 
@@ -65,7 +65,7 @@ ORLA_II_Plus_Verifier::ORLA_II_Plus_Verifier(QWidget* parent)
     createFrames();
 
     m_camera = new OV5642Camera(this);
-    connect(m_camera, SIGNAL(sig_debug_Message(QStringList)), this, SLOT(slot_debug_Message(QStringList)));
+    connect(m_camera, &OV5642Camera::sig_debug_Message, this, &ORLA_II_Plus_Verifier::slot_debug_Message);
     m_cameraMode = -1;
     markButton(m_form->BUTTON_STAINING_NTB, true);
     markButton(m_form->BUTTON_STAINING_TB, false);
@@ -108,7 +108,8 @@ void ORLA_II_Plus_Verifier::createConsoles()
     m_controllerConsole->setGeometry(kLiveViewRect);
     m_controllerConsole->hide();
     m_consoleState = 0;
-    connect(this, SIGNAL(sig_debug_Message(QStringList)), this, SLOT(slot_debug_Message(QStringList)));
+    connect(this, &ORLA_II_Plus_Verifier::sig_debug_Message, this,
+            &ORLA_II_Plus_Verifier::slot_debug_Message);
 }
 
 void ORLA_II_Plus_Verifier::createFrames()
@@ -128,13 +129,14 @@ void ORLA_II_Plus_Verifier::connectController()
 {
     Controller* controller = Controller::getInstance();
     // Before the port is opened, so that the handshake can be read in the console.
-    connect(controller, SIGNAL(sig_debug_Controller(QString)), this, SLOT(slot_debug_Controller(QString)));
-    connect(controller, SIGNAL(sig_connected_controller()), this, SLOT(slot_connected_controller()),
-            Qt::UniqueConnection);
-    connect(controller, SIGNAL(sig_z_stage_origin()), this, SLOT(slot_z_stage_origin()));
-    connect(controller, SIGNAL(sig_z_stage_mvn()), this, SLOT(slot_z_stage_mvn()));
-    connect(controller, SIGNAL(sig_z_stage_mvp()), this, SLOT(slot_z_stage_mvp()));
-    connect(controller, SIGNAL(sig_z_stage_abs()), this, SLOT(slot_z_stage_abs()));
+    connect(controller, &Controller::sig_debug_Controller, this,
+            &ORLA_II_Plus_Verifier::slot_debug_Controller);
+    connect(controller, &Controller::sig_connected_controller, this,
+            &ORLA_II_Plus_Verifier::slot_connected_controller, Qt::UniqueConnection);
+    connect(controller, &Controller::sig_z_stage_origin, this, &ORLA_II_Plus_Verifier::slot_z_stage_origin);
+    connect(controller, &Controller::sig_z_stage_mvn, this, &ORLA_II_Plus_Verifier::slot_z_stage_mvn);
+    connect(controller, &Controller::sig_z_stage_mvp, this, &ORLA_II_Plus_Verifier::slot_z_stage_mvp);
+    connect(controller, &Controller::sig_z_stage_abs, this, &ORLA_II_Plus_Verifier::slot_z_stage_abs);
     controller->m_bZigMode = global_ini()->bZig_mode;
     controller->openSerialPort();
 }
@@ -142,16 +144,14 @@ void ORLA_II_Plus_Verifier::connectController()
 void ORLA_II_Plus_Verifier::connectQC()
 {
     QC_measure* measure = m_form->QC_MEASURE;
-    connect(measure, SIGNAL(sig_measure_point(int, int, int)), this, SLOT(slot_measure_point(int, int, int)));
-    connect(measure, SIGNAL(sig_measure_result(MeasureInfo_t)), this,
-            SLOT(slot_measure_result(MeasureInfo_t)));
-    connect(measure, SIGNAL(sig_measure_error(TargetingError_e)), this,
-            SLOT(slot_measure_error(TargetingError_e)));
+    connect(measure, &QC_measure::sig_measure_point, this, &ORLA_II_Plus_Verifier::slot_measure_point);
+    connect(measure, &QC_measure::sig_measure_result, this, &ORLA_II_Plus_Verifier::slot_measure_result);
+    connect(measure, &QC_measure::sig_measure_error, this, &ORLA_II_Plus_Verifier::slot_measure_error);
     m_fullSizeTimer = new QTimer(this);
     m_fullSizeTimer->setSingleShot(true);
     // A coarse timer of this length may be up to 125 ms early.
     m_fullSizeTimer->setTimerType(Qt::PreciseTimer);
-    connect(m_fullSizeTimer, SIGNAL(timeout()), this, SLOT(slot_prepare_QC_measure()));
+    connect(m_fullSizeTimer, &QTimer::timeout, this, &ORLA_II_Plus_Verifier::slot_prepare_QC_measure);
 }
 
 /// Locks the window against presses and shows it before a step that blocks.

@@ -265,7 +265,7 @@ private slots:
     void on_BUTTON_AUTOFOCUS_clicked();
 
 private:
-    void connectAutofocus(bool on);
+    void connectAutofocus();
     void enableRunControls(bool on);
     void paintFocusGraph(QPainter& painter);
 

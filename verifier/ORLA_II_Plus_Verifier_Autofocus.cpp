@@ -34,7 +34,7 @@ void ORLA_II_Plus_Verifier::on_BUTTON_AUTOFOCUS_clicked()
     delete m_autofocus;
     m_autofocus =
         new alg_Autofocus(this, m_camera, centre_steps, m_frameWidth_px, m_frameHeight_px, saveImages);
-    connectAutofocus(true);
+    connectAutofocus();
     m_autofocusProgress = 0;
     m_form->PROGRESS_AUTOFOCUS->setValue(0);
     for (auto& samples : m_reviewSamples)
@@ -56,27 +56,15 @@ void ORLA_II_Plus_Verifier::enableRunControls(bool on)
     m_form->BUTTON_CONNECT->setEnabled(on && global_ini()->bZig_mode);
 }
 
-void ORLA_II_Plus_Verifier::connectAutofocus(bool on)
+void ORLA_II_Plus_Verifier::connectAutofocus()
 {
-    struct Wire
-    {
-        const char* signal;
-        const char* slot;
-    };
-    static const std::array<Wire, 5> kWires{{
-        {SIGNAL(sig_move_z_position(int)), SLOT(slot_move_z_position(int))},
-        {SIGNAL(sig_endAutoFocusing(int)), SLOT(slot_endAutoFocusing(int))},
-        {SIGNAL(sig_debug_Message(QStringList)), SLOT(slot_debug_Message(QStringList))},
-        {SIGNAL(sig_progress_AutoFocusing(int)), SLOT(slot_progress_AutoFocusing(int))},
-        {SIGNAL(sig_review_AutoFocusing(int, std::vector<AutoFocusingData_t>, int)),
-         SLOT(slot_review_AutoFocusing(int, std::vector<AutoFocusingData_t>, int))},
-    }};
-    for (const Wire& wire : kWires) {
-        if (on)
-            connect(m_autofocus, wire.signal, this, wire.slot);
-        else
-            disconnect(m_autofocus, wire.signal, this, wire.slot);
-    }
+    using Window = ORLA_II_Plus_Verifier;
+    connect(m_autofocus, &alg_Autofocus::sig_move_z_position, this, &Window::slot_move_z_position);
+    connect(m_autofocus, &alg_Autofocus::sig_endAutoFocusing, this, &Window::slot_endAutoFocusing);
+    connect(m_autofocus, &alg_Autofocus::sig_debug_Message, this, &Window::slot_debug_Message);
+    connect(m_autofocus, &alg_Autofocus::sig_progress_AutoFocusing, this,
+            &Window::slot_progress_AutoFocusing);
+    connect(m_autofocus, &alg_Autofocus::sig_review_AutoFocusing, this, &Window::slot_review_AutoFocusing);
 }
 
 void ORLA_II_Plus_Verifier::slot_move_z_position(int position_steps)
@@ -119,7 +107,7 @@ void ORLA_II_Plus_Verifier::slot_endAutoFocusing(int position_steps)
 {
     logMessage(this, {Q_FUNC_INFO, QString::number(position_steps)});
     if (m_autofocus != nullptr) {
-        connectAutofocus(false);
+        m_autofocus->disconnect(this);
         // It is still in the middle of telling us.
         m_autofocus->deleteLater();
         m_autofocus = nullptr;

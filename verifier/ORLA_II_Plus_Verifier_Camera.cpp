@@ -21,10 +21,9 @@ void ORLA_II_Plus_Verifier::startCamera(int mode)
     logMessage(this, {Q_FUNC_INFO, QString::number(mode)});
     m_cameraMode = mode;
     m_grabThread = new GrabThread(nullptr);
-    connect(m_grabThread, SIGNAL(grabDone()), this, SLOT(updateFrame()));
-    connect(this, SIGNAL(updateFrameDone()), m_grabThread, SLOT(grab()));
-    connect(m_grabThread, SIGNAL(sig_debug_Message(QStringList)), this,
-            SLOT(slot_debug_Message(QStringList)));
+    connect(m_grabThread, &GrabThread::grabDone, this, &ORLA_II_Plus_Verifier::updateFrame);
+    connect(this, &ORLA_II_Plus_Verifier::updateFrameDone, m_grabThread, &GrabThread::grab);
+    connect(m_grabThread, &GrabThread::sig_debug_Message, this, &ORLA_II_Plus_Verifier::slot_debug_Message);
     m_grabThread->registerCamera(m_camera, m_frameBuffers[static_cast<std::size_t>(mode)]);
     m_grabThread->start(QThread::InheritPriority);
 }
@@ -47,8 +46,8 @@ void ORLA_II_Plus_Verifier::discardGrabThread()
         m_grabThread->stop();
         m_grabThread->wait();
     }
-    disconnect(m_grabThread, SIGNAL(sig_debug_Message(QStringList)), this,
-               SLOT(slot_debug_Message(QStringList)));
+    disconnect(m_grabThread, &GrabThread::sig_debug_Message, this,
+               &ORLA_II_Plus_Verifier::slot_debug_Message);
     delete m_grabThread;
     m_grabThread = nullptr;
 }

@@ -14,10 +14,10 @@ void ORLA_II_Plus_Verifier::createNotice()
 {
     m_notice = new LiveViewNotice(kLiveViewRect.width(), this);
     m_noticeClock.start();
-    connect(m_syncTimer, SIGNAL(timeout()), this, SLOT(refreshNotice()));
+    connect(m_syncTimer, &QTimer::timeout, this, &ORLA_II_Plus_Verifier::refreshNotice);
     // Queued: a line is told when it goes out; by then it has been answered, or has not.
-    connect(Controller::getInstance(), SIGNAL(sig_debug_Controller(QString)), this, SLOT(refreshNotice()),
-            Qt::QueuedConnection);
+    connect(Controller::getInstance(), &Controller::sig_debug_Controller, this,
+            &ORLA_II_Plus_Verifier::refreshNotice, Qt::QueuedConnection);
     refreshNotice();
 }
 
