@@ -12,6 +12,7 @@
 #include "BoardState.h"
 #include "Controller/Controller.h"
 #include "WindowStyle.h"
+#include "camera/GrabThread.h"
 #include "camera/OV5642Camera.h"
 #include "debug/DebugController.h"
 #include "debug/DebugFormat.h"
@@ -40,7 +41,7 @@ enum DebugDisplay { kShowMessages = 1, kShowController = 2, kShowFocusGraph = 3 
 } // namespace
 
 ORLA_II_Plus_Verifier::ORLA_II_Plus_Verifier(QWidget* parent)
-    : QMainWindow(parent), m_form(new Ui_ORLA_II_Plus_Verifier)
+    : QMainWindow(parent), m_form(std::make_unique<Ui_ORLA_II_Plus_Verifier>())
 {
     Q_INIT_RESOURCE(GUI);
     m_form->setupUi(this);
@@ -87,7 +88,6 @@ ORLA_II_Plus_Verifier::~ORLA_II_Plus_Verifier()
     // Exit stops the camera before the event loop ends. Should the window go another way,
     // its grab thread must not outlive the camera that goes with it.
     discardGrabThread();
-    delete m_form;
 }
 
 /// Lets the video layer of the panel through; the parameter exists only with its driver.

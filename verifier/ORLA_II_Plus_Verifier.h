@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -326,7 +327,7 @@ private:
     // Once set, nothing moves the stage, opens a device or begins anything any more.
     bool m_quitting = false;
     OV5642Camera* m_camera = nullptr;
-    GrabThread* m_grabThread = nullptr;
+    std::unique_ptr<GrabThread> m_grabThread;
     // A CameraMode; -1 until the constructor starts the camera, when only a repaint
     // can come: no handler meets it.
     int m_cameraMode = -1;
@@ -354,7 +355,7 @@ private:
     std::array<std::vector<AutoFocusingData_t>, kReviewSteps> m_reviewSamples;
     std::array<int, kReviewSteps> m_reviewBestIndex{};
 
-    Ui_ORLA_II_Plus_Verifier* m_form = nullptr;
+    std::unique_ptr<Ui_ORLA_II_Plus_Verifier> m_form;
     QString m_settingsFile;
     // 1 while a frame is frozen, or about to be.
     std::int32_t m_QC_mode = 0;

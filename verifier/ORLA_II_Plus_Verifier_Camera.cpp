@@ -20,10 +20,11 @@ void ORLA_II_Plus_Verifier::startCamera(int mode)
 {
     logMessage(this, {Q_FUNC_INFO, QString::number(mode)});
     m_cameraMode = mode;
-    m_grabThread = new GrabThread(nullptr);
-    connect(m_grabThread, &GrabThread::grabDone, this, &ORLA_II_Plus_Verifier::updateFrame);
-    connect(this, &ORLA_II_Plus_Verifier::updateFrameDone, m_grabThread, &GrabThread::grab);
-    connect(m_grabThread, &GrabThread::sig_debug_Message, this, &ORLA_II_Plus_Verifier::slot_debug_Message);
+    m_grabThread = std::make_unique<GrabThread>(nullptr);
+    connect(m_grabThread.get(), &GrabThread::grabDone, this, &ORLA_II_Plus_Verifier::updateFrame);
+    connect(this, &ORLA_II_Plus_Verifier::updateFrameDone, m_grabThread.get(), &GrabThread::grab);
+    connect(m_grabThread.get(), &GrabThread::sig_debug_Message, this,
+            &ORLA_II_Plus_Verifier::slot_debug_Message);
     m_grabThread->registerCamera(m_camera, m_frameBuffers[static_cast<std::size_t>(mode)]);
     m_grabThread->start(QThread::InheritPriority);
 }
@@ -46,10 +47,9 @@ void ORLA_II_Plus_Verifier::discardGrabThread()
         m_grabThread->stop();
         m_grabThread->wait();
     }
-    disconnect(m_grabThread, &GrabThread::sig_debug_Message, this,
+    disconnect(m_grabThread.get(), &GrabThread::sig_debug_Message, this,
                &ORLA_II_Plus_Verifier::slot_debug_Message);
-    delete m_grabThread;
-    m_grabThread = nullptr;
+    m_grabThread.reset();
 }
 
 /// Makes sure that nothing reads the camera's buffers while it is opened anew. A failed

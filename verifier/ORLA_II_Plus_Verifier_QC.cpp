@@ -179,7 +179,7 @@ void ORLA_II_Plus_Verifier::on_BUTTON_INTENSITY_clicked()
 {
     logMessage(this, {Q_FUNC_INFO});
     Q_ASSERT(m_cameraMode >= 0); // the constructor starts the camera before anything is pressed
-    fetchNewestFrame(m_grabThread);
+    fetchNewestFrame(m_grabThread.get());
     float red = 0.0F;
     float green = 0.0F;
     float blue = 0.0F;
