@@ -318,11 +318,13 @@ private:
     MediaMonitor m_mediaMonitor;
     // The calibration file last chosen by the staining flag.
     std::string m_registerFile;
-    // 1 once the settings are loaded.
+    // 1 once the settings are loaded. No code asks: it is for whoever looks into the memory
+    // image of a start that hangs or dies, as is m_consoleState.
     std::int32_t m_settingsState = 0;
     QTimer* m_syncTimer = nullptr;
     DebugMessage* m_messageConsole = nullptr;
     DebugController* m_controllerConsole = nullptr;
+    // 0 once the consoles are there and hidden; which one is shown later, they say themselves.
     int m_consoleState = 0;
     // Once set, nothing moves the stage, opens a device or begins anything any more.
     bool m_quitting = false;

@@ -184,6 +184,8 @@ void ORLA_II_Plus_Verifier::on_BUTTON_INTENSITY_clicked()
     float green = 0.0F;
     float blue = 0.0F;
     try {
+        // Not the form's widget: the mean is of the live frame, and what that one holds, a frozen
+        // frame with its points, has no part in it.
         QC_measure(nullptr).getIntensityMean(m_frameBuffers[static_cast<std::size_t>(m_cameraMode)],
                                              m_frameWidth_px, m_frameHeight_px, red, green, blue);
     } catch (const cv::Exception& exception) {

@@ -11,6 +11,7 @@ ZeroedBytes allocateZeroed(std::size_t size)
 
 FrameSlots::Reader::~Reader()
 {
+    // Other readers may be left; none of them waits for the last.
     m_owner.m_slots[m_slot].state.fetch_sub(1, std::memory_order_release);
 }
 

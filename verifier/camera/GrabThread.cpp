@@ -20,7 +20,8 @@ GrabThread::~GrabThread()
 {
     stop();
     wait();
-    // Puts all that run() did before whatever is freed from here on.
+    // The value is of no interest; the acquire is: it puts all that run() did before whatever
+    // is freed from here on.
     m_grab.load(std::memory_order_acquire);
 }
 
@@ -47,6 +48,8 @@ bool GrabThread::frameDelivered() const
 
 void GrabThread::grab()
 {
+    // An exchange, whose result nobody wants, instead of a store: besides handing the buffer
+    // back it puts the last delivery before this, also for a caller that has not asked for it.
     m_grab.exchange(true, std::memory_order_acq_rel);
 }
 
