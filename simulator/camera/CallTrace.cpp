@@ -1,10 +1,55 @@
 #include "simulator/camera/CallTrace.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
+
+std::string callName(const TracedCall& call)
+{
+    switch (call.kind) {
+    case CallKind::Open:
+        return "open";
+    case CallKind::Close:
+        return "close";
+    case CallKind::BusWrite:
+        return "write";
+    case CallKind::BusRead:
+        return "read";
+    case CallKind::Map:
+        return "mmap";
+    case CallKind::Unmap:
+        return "munmap";
+    case CallKind::Wait:
+        return "select";
+    case CallKind::Pause:
+        return "pause";
+    case CallKind::Fcntl:
+    case CallKind::BusAddress:
+    case CallKind::Request:
+        break;
+    }
+    return call.name;
+}
+
+std::string callLine(const TracedCall& call)
+{
+    std::string line = callName(call);
+    if (line != call.name && !call.name.empty()) {
+        line += " " + call.name;
+    }
+    return call.details.empty() ? line : line + " " + call.details;
+}
 
 void CallTrace::add(TracedCall call)
 {
+    if (!m_withWaits && (call.kind == CallKind::Wait || call.kind == CallKind::Pause)) {
+        return;
+    }
+    call.onOwnThread = std::this_thread::get_id() == m_ownThread;
     const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_listener) {
+        m_listener(call);
+    }
     m_calls.push_back(std::move(call));
     if (m_calls.size() > m_limit) {
         m_calls.pop_front();
@@ -21,11 +66,8 @@ std::vector<TracedCall> CallTrace::calls(CallKind kind) const
 {
     std::vector<TracedCall> chosen;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    for (const TracedCall& call : m_calls) {
-        if (call.kind == kind) {
-            chosen.push_back(call);
-        }
-    }
+    std::copy_if(m_calls.begin(), m_calls.end(), std::back_inserter(chosen),
+                 [kind](const TracedCall& call) { return call.kind == kind; });
     return chosen;
 }
 
@@ -33,4 +75,22 @@ void CallTrace::clear()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_calls.clear();
+}
+
+void CallTrace::setListener(std::function<void(const TracedCall&)> listener)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_listener = std::move(listener);
+}
+
+void CallTrace::addMisuse(std::string misuse)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_misuses.push_back(std::move(misuse));
+}
+
+std::vector<std::string> CallTrace::misuses() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_misuses;
 }

@@ -1,33 +1,45 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 /// What a traced call asked for.
-enum class CallKind { Open, Close, Fcntl, BusAddress, BusWrite, BusRead, Request, Map, Unmap };
+enum class CallKind { Open, Close, Fcntl, BusAddress, BusWrite, BusRead, Request, Map, Unmap, Wait, Pause };
 
 /// One call that the program made of a simulated device.
 struct TracedCall
 {
     CallKind kind;
-    /// The request's name for Request, the path for Open, empty otherwise.
+    /// The request's name for BusAddress and Request, the command's for Fcntl, the path for
+    /// Open and Close, the count for BusRead, empty otherwise.
     std::string name;
-    /// BusWrite, BusRead: the bytes in hexadecimal, "35 01 30". Request: "640x480" of a
-    /// format, "index 2" of a buffer, "count 4" of a request for buffers. Map: the offset.
+    /// What the call was made with: bytes as "35 01 30" (BusRead: those that came), a format as
+    /// "640x480 YUYV type 1", a buffer as "2 type 1 memory 1".
     std::string details;
     /// 0, or the errno that the call failed with.
     int error = 0;
+    /// Whether the thread that made the trace made the call.
+    bool onOwnThread = true;
 };
 
-/// The newest calls, oldest first; the oldest are forgotten beyond the limit. Waits and
-/// pauses are not calls in this sense. Any thread.
+/// What a call is called: "open", "write", "VIDIOC_QBUF", "select", ...
+std::string callName(const TracedCall& call);
+
+/// A call in one line: its name, and what it was made with.
+std::string callLine(const TracedCall& call);
+
+/// The newest calls, oldest first; the oldest are forgotten beyond the limit. Any thread.
 class CallTrace
 {
 public:
-    explicit CallTrace(std::size_t limit) : m_limit(limit) {}
+    /// Waits and pauses, of which there are many, are traced only if they are asked for.
+    CallTrace(std::size_t limit, bool withWaits) : m_limit(limit), m_withWaits(withWaits) {}
 
     /// Remembers a call.
     void add(TracedCall call);
@@ -35,9 +47,19 @@ public:
     /// The calls of one kind only, oldest first.
     std::vector<TracedCall> calls(CallKind kind) const;
     void clear();
+    /// Has every call from now on told to a listener, on the thread that makes it.
+    void setListener(std::function<void(const TracedCall&)> listener);
+
+    /// Remembers something that a program must not do, whether or not a driver lets it pass.
+    void addMisuse(std::string misuse);
+    std::vector<std::string> misuses() const;
 
 private:
     const std::size_t m_limit;
+    const bool m_withWaits;
+    const std::thread::id m_ownThread = std::this_thread::get_id();
     mutable std::mutex m_mutex;
     std::deque<TracedCall> m_calls;
+    std::vector<std::string> m_misuses;
+    std::function<void(const TracedCall&)> m_listener;
 };

@@ -17,13 +17,10 @@ struct Named
 };
 
 constexpr Named<unsigned long> kRequests[] = {
-    {"VIDIOC_QUERYCAP", VIDIOC_QUERYCAP}, {"VIDIOC_ENUM_FMT", VIDIOC_ENUM_FMT},
-    {"VIDIOC_G_FMT", VIDIOC_G_FMT},       {"VIDIOC_TRY_FMT", VIDIOC_TRY_FMT},
-    {"VIDIOC_S_FMT", VIDIOC_S_FMT},       {"VIDIOC_G_PARM", VIDIOC_G_PARM},
-    {"VIDIOC_REQBUFS", VIDIOC_REQBUFS},   {"VIDIOC_QUERYBUF", VIDIOC_QUERYBUF},
-    {"VIDIOC_QBUF", VIDIOC_QBUF},         {"VIDIOC_DQBUF", VIDIOC_DQBUF},
-    {"VIDIOC_STREAMON", VIDIOC_STREAMON}, {"VIDIOC_STREAMOFF", VIDIOC_STREAMOFF},
-    {"I2C_SLAVE_FORCE", I2C_SLAVE_FORCE}, {"I2C_SLAVE", I2C_SLAVE},
+    {"VIDIOC_S_FMT", VIDIOC_S_FMT},         {"VIDIOC_REQBUFS", VIDIOC_REQBUFS},
+    {"VIDIOC_QUERYBUF", VIDIOC_QUERYBUF},   {"VIDIOC_QBUF", VIDIOC_QBUF},
+    {"VIDIOC_DQBUF", VIDIOC_DQBUF},         {"VIDIOC_STREAMON", VIDIOC_STREAMON},
+    {"VIDIOC_STREAMOFF", VIDIOC_STREAMOFF}, {"I2C_SLAVE_FORCE", I2C_SLAVE_FORCE},
 };
 
 constexpr Named<int> kErrors[] = {
@@ -81,17 +78,16 @@ const CameraFaultText* faultNamed(const std::string& name)
 
 std::optional<CameraFaultRule> requestRule(const std::vector<std::string>& parts)
 {
-    CameraFaultRule rule{CameraFault::RequestFails};
+    CameraFaultRule rule{CameraFault::CallFails};
     if (parts.size() < 2 || parts.size() > 4) {
         return std::nullopt;
     }
-    const std::optional<unsigned long> request = valueNamed(kRequests, parts[1]);
     const std::optional<int> error = parts.size() > 2 ? valueNamed(kErrors, parts[2]) : EIO;
     const std::optional<int> nthCall = parts.size() > 3 ? callNumber(parts[3]) : 0;
-    if (!request || !error || !nthCall) {
+    if (!valueNamed(kRequests, parts[1]) || !error || !nthCall) {
         return std::nullopt;
     }
-    rule.request = *request;
+    rule.call = parts[1];
     rule.error = *error;
     rule.nthCall = *nthCall;
     return rule;
@@ -104,7 +100,7 @@ std::optional<CameraFaultRule> ruleOf(const std::string& text)
     if (fault == nullptr) {
         return std::nullopt;
     }
-    if (fault->fault == CameraFault::RequestFails) {
+    if (fault->fault == CameraFault::CallFails) {
         return requestRule(parts);
     }
     const bool countsCalls = fault->arguments[0] != '\0';
@@ -122,7 +118,7 @@ const std::array<CameraFaultText, 12>& cameraFaultTexts()
     static constexpr std::array<CameraFaultText, 12> kTexts{{
         {CameraFault::NoVideoDevice, "no-camera", "", "/dev/video0 is missing"},
         {CameraFault::NoBus, "no-i2c", "", "/dev/i2c-1 is missing"},
-        {CameraFault::RequestFails, "ioctl", ":REQUEST[:ERRNO[:N]]",
+        {CameraFault::CallFails, "ioctl", ":REQUEST[:ERRNO[:N]]",
          "an ioctl such as VIDIOC_QBUF fails, with EIO unless given, at its N-th call or at every call"},
         {CameraFault::MappingFails, "mmap", "[:N]",
          "mapping a buffer fails, at the N-th call or at every call"},
@@ -178,28 +174,28 @@ bool CameraFaults::isOn(CameraFault fault) const
 
 bool CameraFaults::strikes(CameraFault fault)
 {
-    return struckBy(fault, 0).has_value();
+    return struckBy(fault, {}).has_value();
 }
 
-std::optional<int> CameraFaults::strikesRequest(unsigned long request)
+std::optional<CallEnd> CameraFaults::strikesCall(const std::string& call)
 {
-    return struckBy(CameraFault::RequestFails, request);
+    return struckBy(CameraFault::CallFails, call);
 }
 
 // Every rule counts the call, so that two rules for one kind of call strike independently.
-std::optional<int> CameraFaults::struckBy(CameraFault fault, unsigned long request)
+std::optional<CallEnd> CameraFaults::struckBy(CameraFault fault, const std::string& call)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    std::optional<int> error;
+    std::optional<CallEnd> end;
     for (Counted& counted : m_rules) {
-        if (counted.rule.fault == fault && counted.rule.request == request) {
+        if (counted.rule.fault == fault && counted.rule.call == call) {
             ++counted.calls;
             if (counted.rule.nthCall == 0 || counted.rule.nthCall == counted.calls) {
-                error = counted.rule.error;
+                end = CallEnd{counted.rule.result, counted.rule.error};
             }
         }
     }
-    return error;
+    return end;
 }
 
 std::string requestName(unsigned long request)

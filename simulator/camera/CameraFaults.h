@@ -11,7 +11,7 @@
 enum class CameraFault {
     NoVideoDevice,
     NoBus,
-    RequestFails,
+    CallFails,
     MappingFails,
     BusNack,
     BusShort,
@@ -41,9 +41,18 @@ struct CameraFaultRule
     CameraFault fault;
     /// Which call it strikes, counted from 1 since it was switched on; 0 strikes every call.
     int nthCall = 0;
-    /// RequestFails only: the request, and the errno that it fails with.
-    unsigned long request = 0;
+    /// CallFails only: which call (callName()), and what it returns instead of having an effect:
+    /// -1 and an errno, or a count that is too small.
+    std::string call{};
     int error = EIO;
+    int result = -1;
+};
+
+/// How a call ends: what it returns, and the errno, which counts only beside -1.
+struct CallEnd
+{
+    int result = 0;
+    int error = 0;
 };
 
 /// The faults that are on. Any thread.
@@ -63,8 +72,8 @@ public:
     bool isOn(CameraFault fault) const;
     /// Counts one call of a fault's kind and tells whether it is struck.
     bool strikes(CameraFault fault);
-    /// Counts one ioctl and gives the errno that it has to fail with, if it has to.
-    std::optional<int> strikesRequest(unsigned long request);
+    /// Counts one call of that name and tells how it has to fail, if it has to.
+    std::optional<CallEnd> strikesCall(const std::string& call);
 
 private:
     struct Counted
@@ -73,7 +82,7 @@ private:
         int calls = 0;
     };
 
-    std::optional<int> struckBy(CameraFault fault, unsigned long request);
+    std::optional<CallEnd> struckBy(CameraFault fault, const std::string& call);
 
     mutable std::mutex m_mutex;
     std::vector<Counted> m_rules;

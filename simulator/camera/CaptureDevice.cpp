@@ -15,7 +15,7 @@ constexpr unsigned kOversize_bytes = 65536;
 // What a driver that is short of memory, or generous, grants at once.
 constexpr unsigned kFewerBuffers = 2;
 constexpr unsigned kMoreBuffers = 8;
-constexpr int kBytesPerPixel = 2;
+constexpr unsigned kBytesPerPixel = 2;
 
 const PictureMode& nearestMode(unsigned width_px, unsigned height_px)
 {
@@ -40,12 +40,6 @@ void describeFormat(const CaptureFormat& format, v4l2_pix_format& pix)
     pix.colorspace = V4L2_COLORSPACE_SRGB;
 }
 
-template <std::size_t Size>
-void copyText(__u8 (&destination)[Size], const char* text)
-{
-    std::snprintf(reinterpret_cast<char*>(destination), Size, "%s", text);
-}
-
 } // namespace
 
 CaptureDevice::CaptureDevice(const CaptureParameters& parameters, FrameSource& source)
@@ -60,18 +54,8 @@ int CaptureDevice::handle(unsigned long request, void* argument, InstrumentTime 
     }
     advance(now);
     switch (request) {
-    case VIDIOC_QUERYCAP:
-        return queryCapabilities(*static_cast<v4l2_capability*>(argument));
-    case VIDIOC_ENUM_FMT:
-        return enumerateFormats(*static_cast<v4l2_fmtdesc*>(argument));
-    case VIDIOC_G_FMT:
-        return getFormat(*static_cast<v4l2_format*>(argument));
-    case VIDIOC_TRY_FMT:
-        return tryFormat(*static_cast<v4l2_format*>(argument));
     case VIDIOC_S_FMT:
         return setFormat(*static_cast<v4l2_format*>(argument));
-    case VIDIOC_G_PARM:
-        return getParameters(*static_cast<v4l2_streamparm*>(argument));
     case VIDIOC_REQBUFS:
         return requestBuffers(*static_cast<v4l2_requestbuffers*>(argument));
     case VIDIOC_QUERYBUF:
@@ -89,59 +73,22 @@ int CaptureDevice::handle(unsigned long request, void* argument, InstrumentTime 
     }
 }
 
-int CaptureDevice::queryCapabilities(v4l2_capability& record) const
-{
-    record = {};
-    copyText(record.driver, "orla-simulator");
-    copyText(record.card, "Simulated OV5642");
-    copyText(record.bus_info, "platform:orla-simulator");
-    record.version = 0x00050A00;
-    record.device_caps = V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_STREAMING;
-    record.capabilities = record.device_caps | V4L2_CAP_DEVICE_CAPS;
-    return 0;
-}
-
-int CaptureDevice::enumerateFormats(v4l2_fmtdesc& record) const
-{
-    if (record.type != V4L2_BUF_TYPE_VIDEO_CAPTURE || record.index != 0) {
-        return EINVAL;
-    }
-    record = {};
-    record.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    record.pixelformat = V4L2_PIX_FMT_YUYV;
-    copyText(record.description, "YUYV 4:2:2");
-    return 0;
-}
-
-int CaptureDevice::getFormat(v4l2_format& record) const
-{
-    if (record.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
-        return EINVAL;
-    }
-    describeFormat(m_format, record.fmt.pix);
-    return 0;
-}
-
-int CaptureDevice::tryFormat(v4l2_format& record) const
-{
-    if (record.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
-        return EINVAL;
-    }
-    describeFormat(formatFor(nearestMode(record.fmt.pix.width, record.fmt.pix.height)), record.fmt.pix);
-    return 0;
-}
-
 int CaptureDevice::setFormat(v4l2_format& record)
 {
     const PictureMode& mode = nearestMode(record.fmt.pix.width, record.fmt.pix.height);
-    const int error = tryFormat(record);
-    if (error != 0) {
-        return error;
+    if (record.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
+        return EINVAL;
     }
     if (m_streaming || isMapped() || (m_parameters.formatHeldByBuffers && !m_buffers.empty())) {
         return EBUSY;
     }
     m_format = formatFor(mode);
+    v4l2_pix_format& pix = record.fmt.pix;
+    describeFormat(m_format, pix);
+    if (m_parameters.adjustFormat) {
+        m_parameters.adjustFormat(pix);
+        m_format.bytesPerLine = std::max(pix.bytesperline, m_format.width_px * kBytesPerPixel);
+    }
     return 0;
 }
 
@@ -151,19 +98,8 @@ CaptureFormat CaptureDevice::formatFor(const PictureMode& mode) const
     const int width = std::min(mode.width_px, m_parameters.mostColumns_px) / 2 * 2;
     const int height = std::min(mode.height_px, m_parameters.mostRows_px);
     return {&mode, static_cast<unsigned>(width), static_cast<unsigned>(height),
-            static_cast<unsigned>(width * kBytesPerPixel + m_parameters.rowPadding_bytes)};
-}
-
-int CaptureDevice::getParameters(v4l2_streamparm& record) const
-{
-    if (record.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
-        return EINVAL;
-    }
-    record.parm.capture = {};
-    record.parm.capture.capability = V4L2_CAP_TIMEPERFRAME;
-    record.parm.capture.timeperframe = {1, static_cast<unsigned>(m_format.mode->framesPerSecond)};
-    record.parm.capture.readbuffers = m_parameters.fewestBuffers;
-    return 0;
+            static_cast<unsigned>(width) * kBytesPerPixel +
+                static_cast<unsigned>(m_parameters.rowPadding_bytes)};
 }
 
 int CaptureDevice::requestBuffers(v4l2_requestbuffers& record)
@@ -183,7 +119,7 @@ int CaptureDevice::requestBuffers(v4l2_requestbuffers& record)
     const unsigned granted = grantedCount(record.count);
     for (unsigned index = 0; index < granted; ++index) {
         Buffer buffer;
-        buffer.memory = std::make_shared<FrameMemory>(m_format.frameBytes());
+        buffer.memory = std::make_shared<FrameMemory>(bufferBytes());
         if (buffer.memory->data() == nullptr) {
             m_buffers.clear();
             return ENOMEM;
@@ -192,6 +128,11 @@ int CaptureDevice::requestBuffers(v4l2_requestbuffers& record)
     }
     record.count = granted;
     return 0;
+}
+
+std::size_t CaptureDevice::bufferBytes() const
+{
+    return m_parameters.bufferLength_bytes != 0 ? m_parameters.bufferLength_bytes : m_format.frameBytes();
 }
 
 unsigned CaptureDevice::grantedCount(unsigned asked) const
@@ -219,7 +160,7 @@ int CaptureDevice::queueBuffer(v4l2_buffer& record)
         return EINVAL;
     }
     Buffer& buffer = m_buffers[record.index];
-    if (buffer.owner != Owner::Program || buffer.memory->bytes() < m_format.frameBytes()) {
+    if (buffer.owner != Owner::Program || buffer.memory->bytes() < bufferBytes()) {
         return EINVAL;
     }
     buffer.owner = Owner::Queue;
@@ -243,6 +184,7 @@ int CaptureDevice::dequeueBuffer(v4l2_buffer& record)
     m_buffers[index].owner = Owner::Program;
     m_buffers[index].taken = true;
     describe(index, record);
+    record.index = m_buffers[index].toldIndex;
     return 0;
 }
 
@@ -295,7 +237,7 @@ bool CaptureDevice::readable(InstrumentTime now)
 
 std::optional<InstrumentTime> CaptureDevice::nextFrameTime() const
 {
-    if (!m_streaming || m_flaws.stalled) {
+    if (!m_streaming || m_queued.empty() || isStandingStill()) {
         return std::nullopt;
     }
     return endOfTick(m_ticks + 1);
@@ -309,7 +251,7 @@ void CaptureDevice::advance(InstrumentTime now)
         return;
     }
     const std::int64_t latest = ticksAt(now);
-    while (m_ticks < latest && !m_queued.empty() && !m_flaws.stalled) {
+    while (m_ticks < latest && !m_queued.empty() && !isStandingStill()) {
         ++m_ticks;
         const unsigned index = m_queued.front();
         m_queued.pop_front();
@@ -317,7 +259,7 @@ void CaptureDevice::advance(InstrumentTime now)
         m_done.push_back(index);
     }
     if (latest > m_ticks) {
-        m_sequence += m_flaws.stalled ? 0U : static_cast<unsigned>(latest - m_ticks);
+        m_sequence += isStandingStill() ? 0U : static_cast<unsigned>(latest - m_ticks);
         m_ticks = latest;
     }
 }
@@ -325,13 +267,14 @@ void CaptureDevice::advance(InstrumentTime now)
 void CaptureDevice::fill(Buffer& buffer, InstrumentTime time)
 {
     const std::uint64_t picture = m_source.look(time, *m_format.mode);
+    const FrameReport report = m_source.report();
     const auto frameBytes = static_cast<unsigned>(m_format.frameBytes());
     if (buffer.picture != picture) {
         if (const Buffer* holder = holderOf(picture)) {
-            std::memcpy(buffer.memory->data(), holder->memory->data(), frameBytes);
+            std::memcpy(buffer.memory->data(), holder->memory->data(), buffer.memory->bytes());
             ++m_copies;
         } else {
-            draw(buffer.memory->data());
+            draw(*buffer.memory);
             ++m_drawings;
         }
         buffer.picture = picture;
@@ -339,7 +282,9 @@ void CaptureDevice::fill(Buffer& buffer, InstrumentTime time)
     buffer.owner = Owner::Done;
     buffer.time = time;
     buffer.sequence = m_sequence++;
-    buffer.bytesUsed = frameBytes;
+    buffer.bytesUsed = report.bytesUsed.value_or(frameBytes);
+    const auto index = static_cast<unsigned>(&buffer - m_buffers.data());
+    buffer.toldIndex = report.bufferIndex.value_or(index);
     if (m_flaws.shortFrames) {
         buffer.bytesUsed = frameBytes / 2;
     } else if (m_flaws.oversizedFrames) {
@@ -348,19 +293,24 @@ void CaptureDevice::fill(Buffer& buffer, InstrumentTime time)
     ++m_framesDelivered;
 }
 
-void CaptureDevice::draw(std::uint8_t* frame)
+void CaptureDevice::draw(FrameMemory& memory)
 {
     const std::size_t wholeRow = static_cast<std::size_t>(m_format.mode->width_px) * kBytesPerPixel;
     const auto wholePicture = static_cast<std::size_t>(m_format.mode->frameBytes());
-    if (m_format.bytesPerLine == wholeRow && m_format.frameBytes() == wholePicture) {
-        m_source.draw(frame);
+    if (m_format.bytesPerLine == wholeRow && m_format.frameBytes() == wholePicture &&
+        memory.bytes() >= wholePicture) {
+        m_source.draw(memory.data());
         return;
     }
     m_picture.resize(wholePicture);
     m_source.draw(m_picture.data());
+    const std::size_t shownRow = std::size_t(m_format.width_px) * kBytesPerPixel;
     for (std::size_t row = 0; row < m_format.height_px; ++row) {
-        std::memcpy(frame + row * m_format.bytesPerLine, m_picture.data() + row * wholeRow,
-                    std::size_t(m_format.width_px) * kBytesPerPixel);
+        const std::size_t start = row * m_format.bytesPerLine;
+        if (start < memory.bytes()) {
+            std::memcpy(memory.data() + start, m_picture.data() + row * wholeRow,
+                        std::min(shownRow, memory.bytes() - start));
+        }
     }
 }
 
@@ -379,18 +329,23 @@ bool CaptureDevice::isMapped() const
                        [](const Buffer& buffer) { return buffer.memory.use_count() > 1; });
 }
 
-std::shared_ptr<FrameMemory> CaptureDevice::memoryAt(off_t offset, std::size_t length) const
+std::optional<unsigned> CaptureDevice::bufferAt(off_t offset) const
 {
-    if (length == 0) {
-        return nullptr;
-    }
     for (unsigned index = 0; index < m_buffers.size(); ++index) {
-        const std::shared_ptr<FrameMemory>& memory = m_buffers[index].memory;
-        if (offset == offsetOf(index) && length <= FrameMemory::inWholePages(memory->bytes())) {
-            return memory;
+        if (offset == offsetOf(index)) {
+            return index;
         }
     }
-    return nullptr;
+    return std::nullopt;
+}
+
+std::shared_ptr<FrameMemory> CaptureDevice::memoryAt(off_t offset, std::size_t length) const
+{
+    const std::optional<unsigned> index = bufferAt(offset);
+    if (!index || length == 0 || length > FrameMemory::inWholePages(m_buffers[*index].memory->bytes())) {
+        return nullptr;
+    }
+    return m_buffers[*index].memory;
 }
 
 off_t CaptureDevice::offsetOf(unsigned index) const
@@ -398,15 +353,20 @@ off_t CaptureDevice::offsetOf(unsigned index) const
     return static_cast<off_t>(index * FrameMemory::inWholePages(m_buffers[index].memory->bytes()));
 }
 
+int CaptureDevice::framesPerSecond() const
+{
+    return m_parameters.framesPerSecond != 0 ? m_parameters.framesPerSecond : m_format.mode->framesPerSecond;
+}
+
 std::int64_t CaptureDevice::ticksAt(InstrumentTime now) const
 {
-    return (now - m_streamStart).count() * m_format.mode->framesPerSecond / kMicrosecondsPerSecond;
+    return (now - m_streamStart).count() * framesPerSecond() / kMicrosecondsPerSecond;
 }
 
 // Rounded up, so that at that time the tick has been reached.
 InstrumentTime CaptureDevice::endOfTick(std::int64_t tick) const
 {
-    const std::int64_t rate = m_format.mode->framesPerSecond;
+    const std::int64_t rate = framesPerSecond();
     return m_streamStart + InstrumentTime((tick * kMicrosecondsPerSecond + rate - 1) / rate);
 }
 

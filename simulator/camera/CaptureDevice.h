@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -30,7 +31,16 @@ struct CaptureParameters
     int mostRows_px = 1944;
     /// Bytes behind the pixels of each row.
     int rowPadding_bytes = 0;
+    /// Frames a second in every mode; 0: as many as the mode has.
+    int framesPerSecond = 0;
+    /// Bytes of each buffer, of which a frame fills what it can; 0: as many as the format needs.
+    std::size_t bufferLength_bytes = 0;
+    /// What else the driver does to a format that it grants.
+    std::function<void(v4l2_pix_format&)> adjustFormat;
 };
+
+/// A frame rate at which a frame ends as soon as there are a picture and a buffer for it.
+inline constexpr int kFramesAtOnce_hz = 1000000;
 
 /// A format as it was granted: the picture's upper left part, in rows of that length.
 struct CaptureFormat
@@ -70,9 +80,11 @@ public:
     /// Whether a wait for readability ends at `now`: a finished frame, or no stream to wait
     /// for, which poll reports as an error and select as readable.
     bool readable(InstrumentTime now);
-    /// When the next frame will end; nothing while not streaming or stalled.
+    /// When the next frame will end; nothing while none will.
     std::optional<InstrumentTime> nextFrameTime() const;
 
+    /// The index of the buffer at a mapping offset, if there is one.
+    std::optional<unsigned> bufferAt(off_t offset) const;
     /// The memory of the buffer at a mapping offset; nullptr where a mapping of that many
     /// bytes is refused with EINVAL. It counts as mapped for as long as a copy is held.
     std::shared_ptr<FrameMemory> memoryAt(off_t offset, std::size_t length) const;
@@ -80,6 +92,8 @@ public:
     /// What the kernel does when the last descriptor is closed: stops and frees the buffers.
     void release();
     void setFlaws(const CaptureFlaws& flaws) { m_flaws = flaws; }
+    /// Has the driver answer otherwise from the next request on.
+    void setParameters(const CaptureParameters& parameters) { m_parameters = parameters; }
 
     bool isStreaming() const { return m_streaming; }
     /// Frames put into buffers so far, and for how many of these the picture had to be copied
@@ -103,16 +117,13 @@ private:
         /// Number of the picture that the memory holds whole; 0 for none.
         std::uint64_t picture = 0;
         unsigned bytesUsed = 0;
+        /// The index that a dequeue gives.
+        unsigned toldIndex = 0;
         unsigned sequence = 0;
         InstrumentTime time{0};
     };
 
-    int queryCapabilities(v4l2_capability& record) const;
-    int enumerateFormats(v4l2_fmtdesc& record) const;
-    int getFormat(v4l2_format& record) const;
-    int tryFormat(v4l2_format& record) const;
     int setFormat(v4l2_format& record);
-    int getParameters(v4l2_streamparm& record) const;
     int requestBuffers(v4l2_requestbuffers& record);
     int queryBuffer(v4l2_buffer& record) const;
     int queueBuffer(v4l2_buffer& record);
@@ -124,7 +135,10 @@ private:
     void advance(InstrumentTime now);
     CaptureFormat formatFor(const PictureMode& mode) const;
     void fill(Buffer& buffer, InstrumentTime time);
-    void draw(std::uint8_t* frame);
+    void draw(FrameMemory& memory);
+    std::size_t bufferBytes() const;
+    int framesPerSecond() const;
+    bool isStandingStill() const { return m_flaws.stalled || !m_source.hasFrame(); }
     const Buffer* holderOf(std::uint64_t picture) const;
     unsigned grantedCount(unsigned asked) const;
     bool isMapped() const;

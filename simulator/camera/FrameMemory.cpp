@@ -3,10 +3,19 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+namespace {
+
+std::size_t withGuard(std::size_t length)
+{
+    return FrameMemory::inWholePages(length) + FrameMemory::inWholePages(1);
+}
+
+} // namespace
+
 FrameMemory::FrameMemory(std::size_t bytes) : m_bytes(bytes), m_data(nullptr)
 {
     void* address =
-        ::mmap(nullptr, inWholePages(bytes), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        ::mmap(nullptr, inWholePages(bytes), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (address != MAP_FAILED) {
         m_data = static_cast<std::uint8_t*>(address);
     }
@@ -17,6 +26,27 @@ FrameMemory::~FrameMemory()
     if (m_data != nullptr) {
         ::munmap(m_data, inWholePages(m_bytes));
     }
+}
+
+void* FrameMemory::map(std::size_t length) const
+{
+    // The second mapping of shared pages takes the place of the first of those that are kept
+    // free; what remains of these catches an access behind its end.
+    void* const place =
+        ::mmap(nullptr, withGuard(length), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (place == MAP_FAILED) {
+        return nullptr;
+    }
+    if (::mremap(m_data, 0, inWholePages(length), MREMAP_MAYMOVE | MREMAP_FIXED, place) == MAP_FAILED) {
+        ::munmap(place, withGuard(length));
+        return nullptr;
+    }
+    return place;
+}
+
+void FrameMemory::unmap(void* address, std::size_t length)
+{
+    ::munmap(address, withGuard(length));
 }
 
 std::size_t FrameMemory::inWholePages(std::size_t bytes)

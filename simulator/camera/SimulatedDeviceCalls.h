@@ -1,94 +1,36 @@
 #pragma once
 
-#include <atomic>
-#include <chrono>
-#include <condition_variable>
-#include <cstdint>
-#include <functional>
-#include <map>
-#include <memory>
-#include <mutex>
-#include <optional>
+#include <array>
 
-#include "platform/DeviceCalls.h"
-#include "simulator/camera/CallTrace.h"
-#include "simulator/camera/CameraFaults.h"
-#include "simulator/camera/CaptureDevice.h"
-#include "simulator/camera/SensorRegisters.h"
+#include "simulator/camera/CameraDevices.h"
 #include "simulator/optics/LightPath.h"
 #include "simulator/optics/Optics.h"
 #include "simulator/optics/PictureSource.h"
 #include "simulator/optics/Slide.h"
 
 /// All parameters of the simulated camera.
-struct SimulatedCameraParameters
+struct SimulatedCameraParameters : CameraDeviceParameters
 {
     SlideParameters slide;
     OpticsParameters optics;
-    SensorParameters sensor;
     PictureSourceParameters picture;
-    CaptureParameters capture;
-    /// Whether pause() returns at once instead of sleeping.
-    bool instantPauses = false;
-    /// Calls that the trace remembers.
-    std::size_t traceLimit = 20000;
 };
 
-/// The clock that frames are counted by; any thread, never decreasing, in real time.
-using InstrumentClock = std::function<InstrumentTime()>;
+/// What the simulated camera looks at; made before the devices that draw from it.
+struct SimulatedScene
+{
+    Optics m_optics;
+    PictureSource m_pictures;
+};
 
-/// The simulated camera in place of the machine's devices: "/dev/video0" and "/dev/i2c-1".
-/// Behaves as the kernel does: results, errno, blocking, ownership of buffers. The GUI
-/// thread's bus calls never wait while the capture thread has a picture drawn.
-class SimulatedDeviceCalls : public DeviceCalls
+/// The simulated camera: its devices, and a slide under the objective that they show.
+class SimulatedDeviceCalls : private SimulatedScene, public CameraDevices
 {
 public:
-    /// What has happened since the construction.
-    struct Counters
-    {
-        std::uint64_t framesDelivered = 0;
-        std::uint64_t framesReturned = 0; ///< taken in by the program, and given back
-        std::uint64_t copies = 0;
-        std::uint64_t drawings = 0;
-        std::uint64_t fileSystemSyncs = 0;
-        std::uint64_t pauses = 0;
-        std::uint64_t paused_us = 0;
-    };
-
     /// lightPath is asked by the thread that uses the capture device. Without a clock,
     /// frames are counted from the construction on.
     SimulatedDeviceCalls(const SimulatedCameraParameters& parameters, LightPathSource lightPath,
                          InstrumentClock clock = {});
-    ~SimulatedDeviceCalls() override;
-
-    int open(const char* path, int flags) override;
-    int close(int fd) override;
-    ssize_t read(int fd, void* buffer, std::size_t count) override;
-    ssize_t write(int fd, const void* buffer, std::size_t count) override;
-    int fcntl(int fd, int command, int argument) override;
-    int ioctl(int fd, unsigned long request, unsigned long argument) override;
-    int captureIoctl(int fd, unsigned long request, void* argument) override;
-    void* mmap(std::size_t length, int protection, int flags, int fd, off_t offset) override;
-    int munmap(void* address, std::size_t length) override;
-    int waitReadable(int fd, int timeout_ms) override;
-    void pause(unsigned int duration_us) override;
-    void syncFileSystems() override;
-
-    /// Waits, in real time, until the program has taken in that many frames which it had not
-    /// been given yet; false when the time is up or nothing streams. Any thread but the
-    /// program's capture thread.
-    bool waitForFreshFrames(unsigned count, std::chrono::milliseconds timeout);
-
-    /// Tells whoever waits for a frame that the clock was moved on. Any thread.
-    void clockMoved();
-
-    /// The faults in force, and the calls so far. Any thread.
-    CameraFaults& faults() { return m_faults; }
-    CallTrace& trace() { return m_trace; }
-    Counters counters() const;
-    /// Descriptors and mappings that the program holds at the moment.
-    std::size_t openDescriptors() const;
-    std::size_t openMappings() const;
 
     /// Puts another slide under the objective, for the frames from now on.
     void changeSlide(const SlideParameters& parameters);
@@ -101,61 +43,4 @@ public:
         return m_optics.colour({light, sensorSettings()}, 0.0);
     }
     double bestFocus_steps() const { return m_optics.bestFocus_steps(); }
-    /// The sensor's settings, and one of its registers, at this moment. Any thread.
-    SensorSettings sensorSettings() const;
-    std::uint8_t sensorRegister(std::uint16_t address) const;
-
-private:
-    enum class Device { Video, Bus };
-
-    struct Descriptor
-    {
-        Device device = Device::Video;
-        int statusFlags = 0;
-        int descriptorFlags = 0;
-        /// Bus only: the device address that transfers go to.
-        unsigned long busAddress = 0;
-        /// Video only: opened before the camera was unplugged, and dead since then.
-        bool unplugged = false;
-    };
-
-    struct Mapping
-    {
-        std::shared_ptr<FrameMemory> memory;
-        std::size_t length = 0;
-    };
-
-    bool findDescriptor(int fd, Descriptor& found);
-    static const char* pathOf(Device device);
-    std::optional<std::size_t> beginTransfer(int fd, std::size_t count, int& error);
-    void applyFlaws();
-    int requestError(unsigned long request, void* argument, bool nonBlocking);
-    void waitForChange(std::unique_lock<std::mutex>& lock, InstrumentTime deadline);
-
-    const bool m_instantPauses;
-    const InstrumentClock m_clock;
-    CameraFaults m_faults;
-    CallTrace m_trace;
-
-    /// Guards the descriptors.
-    mutable std::mutex m_descriptorMutex;
-    std::map<int, Descriptor> m_descriptors;
-    int m_nextDescriptor;
-
-    /// Guards the sensor; held for the length of a register access only.
-    mutable std::mutex m_sensorMutex;
-    SensorRegisters m_sensor;
-
-    /// Guards the capture device, all that draws for it, and the mappings; held while a
-    /// frame is drawn. Taken before m_sensorMutex, never after it.
-    mutable std::mutex m_captureMutex;
-    std::condition_variable m_captureChanged;
-    Optics m_optics;
-    PictureSource m_pictures;
-    CaptureDevice m_capture;
-    std::multimap<void*, Mapping> m_mappings;
-
-    std::atomic<std::uint64_t> m_fileSystemSyncs{0};
-    std::atomic<std::uint64_t> m_pauses{0};
-    std::atomic<std::uint64_t> m_paused_us{0};
 };

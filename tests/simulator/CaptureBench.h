@@ -57,12 +57,14 @@ inline v4l2_requestbuffers requestOf(unsigned count)
     return request;
 }
 
-/// A capture device in one of the states that a program brings it into.
-struct CaptureBench
+/// The requests by which a program brings a capture device into its states. Each gives 0 or
+/// the errno that it failed with.
+class CaptureRequests
 {
-    explicit CaptureBench(const CaptureParameters& parameters = {}) : device(parameters, pictures) {}
+public:
+    virtual ~CaptureRequests() = default;
 
-    int call(unsigned long request, void* argument) { return device.handle(request, argument, now); }
+    virtual int call(unsigned long request, void* argument) = 0;
     int format(unsigned width, unsigned height)
     {
         v4l2_format record = formatOf(width, height);
@@ -95,6 +97,21 @@ struct CaptureBench
             QCOMPARE(queue(index), 0);
         QCOMPARE(stream(true), 0);
     }
+    /// Who has a buffer: V4L2_BUF_FLAG_QUEUED, V4L2_BUF_FLAG_DONE, or neither.
+    unsigned ownerFlags(unsigned index)
+    {
+        v4l2_buffer buffer = bufferOf(index);
+        call(VIDIOC_QUERYBUF, &buffer);
+        return buffer.flags & (V4L2_BUF_FLAG_QUEUED | V4L2_BUF_FLAG_DONE);
+    }
+};
+
+/// A capture device of the simulator's, with time as the test sets it.
+struct CaptureBench : CaptureRequests
+{
+    explicit CaptureBench(const CaptureParameters& parameters = {}) : device(parameters, pictures) {}
+
+    int call(unsigned long request, void* argument) override { return device.handle(request, argument, now); }
     std::shared_ptr<FrameMemory> map(unsigned index)
     {
         v4l2_buffer buffer = bufferOf(index);

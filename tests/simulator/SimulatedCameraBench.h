@@ -13,7 +13,6 @@
 #include "simulator/camera/SimulatedDeviceCalls.h"
 
 inline constexpr unsigned long kForcedAddress = 0x0706;
-inline constexpr unsigned long kPlainAddress = 0x0703;
 inline constexpr unsigned long kSensor = 0x3C;
 inline constexpr std::size_t kVgaBytes = 640UL * 480UL * 2UL;
 
@@ -52,9 +51,9 @@ struct SimulatedCameraBench
         return value;
     }
     /// Opens the video device, maps and queues four buffers and starts; -1 if a step fails.
-    int startStream(int flags = O_RDWR | O_NONBLOCK)
+    int startStream()
     {
-        const int fd = calls.open("/dev/video0", flags);
+        const int fd = calls.open("/dev/video0", O_RDWR | O_NONBLOCK);
         v4l2_requestbuffers request{};
         request.count = 4;
         request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;

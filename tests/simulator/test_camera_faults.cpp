@@ -13,7 +13,7 @@ private slots:
         QTest::addColumn<QByteArray>("text");
         QTest::addColumn<bool>("isFault");
         for (const CameraFaultText& fault : cameraFaultTexts()) {
-            const bool isRequest = fault.fault == CameraFault::RequestFails;
+            const bool isRequest = fault.fault == CameraFault::CallFails;
             QTest::newRow(fault.name) << QByteArray(fault.name) << !isRequest;
         }
         QTest::newRow("request only") << QByteArray("ioctl:VIDIOC_QBUF") << true;
@@ -47,7 +47,7 @@ private slots:
 
     void theTraceForgetsTheOldest()
     {
-        CallTrace trace(3);
+        CallTrace trace(3, false);
         for (int i = 0; i < 5; ++i)
             trace.add({CallKind::BusWrite, {}, std::to_string(i), 0});
         QCOMPARE(trace.calls().size(), std::size_t(3));
