@@ -4,14 +4,15 @@
 #include <QSignalSpy>
 #include <QtTest>
 
+#include "ScriptedCamera.h"
 #include "camera/OV5642Camera.h"
 #include "settings/SettingsFiles.h"
-#include "tests/support/CameraCalls.h"
 
 namespace {
 
 const QStringList kRefused = {"bool OV5642Camera::close()", "[Error] VIDIOC_STREAMOFF"};
-const QString kUnmap = QString("munmap %1").arg(640 * 480 * 2);
+const QStringList kUnmaps = {"munmap 0 of 614400 bytes", "munmap 1 of 614400 bytes",
+                             "munmap 2 of 614400 bytes", "munmap 3 of 614400 bytes"};
 
 // What the process has allocated. A sanitizer's allocator tells nothing here, but of leaks.
 std::size_t allocatedBytes()
@@ -34,24 +35,24 @@ class TestCameraClose : public QObject
 private slots:
     void closingStopsTheStreamThenUnmapsAndKeepsTheDevice()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.clearLog();
+        machine.trace().clear();
         QVERIFY(camera.close());
-        QCOMPARE(machine.calls(), QStringList({"STREAMOFF", kUnmap, kUnmap, kUnmap, kUnmap}));
+        QCOMPARE(machine.calls(), QStringList("VIDIOC_STREAMOFF type 1") + kUnmaps);
         QCOMPARE(spy.count(), 0);
         QVERIFY(!camera.isStreaming());
         QVERIFY(!camera.openFailed());
         QCOMPARE(camera.getFrame(), nullptr);
-        QCOMPARE(machine.openDescriptors(CameraCalls::kVideo), 1);
+        QCOMPARE(machine.openDescriptors(ScriptedCamera::kVideo), std::size_t(1));
         QCOMPARE(machine.misuses(), QStringList());
     }
 
     void nothingOfTheWorkTableOutlivesTheStream()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.open(0, kBfnCalibrationFile, false));
         QVERIFY(camera.close());
@@ -60,9 +61,9 @@ private slots:
 
     void theCaptureThreadIsGoneOnceTheStreamIsStopped()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
-        machine.deliverEndlessly(true);
+        machine.deliverEndlessly();
         QVERIFY(camera.open(0, "", false));
         QTRY_VERIFY(machine.requeued() > 3);
         QVERIFY(camera.close());
@@ -73,30 +74,30 @@ private slots:
 
     void aRefusedStopIsReportedAndEverythingIsFreedAllTheSame()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.failCall("STREAMOFF", 1);
+        machine.failCall("VIDIOC_STREAMOFF", 1);
         QVERIFY(!camera.close());
         QCOMPARE(spy.count(), 1);
         QCOMPARE(spy.at(0).at(0).toStringList(), kRefused);
         QVERIFY(!camera.isStreaming());
-        QCOMPARE(machine.liveMappings(), 0);
+        QCOMPARE(machine.openMappings(), std::size_t(0));
         QCOMPARE(camera.getFrame(), nullptr);
     }
 
     void closingWithoutAStreamStillStopsIt()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.clearLog();
+        machine.trace().clear();
         QVERIFY(camera.close());
-        QCOMPARE(machine.calls(), QStringList({"STREAMOFF"}));
+        QCOMPARE(machine.calls(), QStringList({"VIDIOC_STREAMOFF type 1"}));
         QCOMPARE(spy.count(), 0);
 
-        machine.failCall("STREAMOFF", 1);
+        machine.failCall("VIDIOC_STREAMOFF", 1);
         QVERIFY(!camera.close());
         QCOMPARE(spy.count(), 1);
         QCOMPARE(spy.at(0).at(0).toStringList(), kRefused);
@@ -104,8 +105,8 @@ private slots:
 
     void closingWithoutADeviceIsReported()
     {
-        CameraCalls machine;
-        machine.setMissing(CameraCalls::kVideo, true);
+        ScriptedCamera machine;
+        machine.setMissing(ScriptedCamera::kVideo, true);
         OV5642Camera camera;
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
         QVERIFY(!camera.close());
@@ -114,20 +115,20 @@ private slots:
 
     void aCameraMayGoWhileItStreamsAndThenSaysNothing()
     {
-        CameraCalls machine;
-        machine.deliverEndlessly(true);
+        ScriptedCamera machine;
+        machine.deliverEndlessly();
         int messages = 0;
         {
             OV5642Camera camera;
             QVERIFY(camera.open(0, "", false));
             connect(&camera, &OV5642Camera::sig_debug_Message, this, [&messages] { ++messages; });
-            machine.failCall("STREAMOFF", 1);
-            machine.clearLog();
+            machine.failCall("VIDIOC_STREAMOFF", 1);
+            machine.trace().clear();
         }
         QCOMPARE(messages, 0);
         QCOMPARE(machine.calls(),
-                 QStringList({"STREAMOFF", kUnmap, kUnmap, kUnmap, kUnmap, "close /dev/video0"}));
-        QCOMPARE(machine.liveMappings(), 0);
+                 QStringList("VIDIOC_STREAMOFF type 1") + kUnmaps + QStringList("close /dev/video0"));
+        QCOMPARE(machine.openMappings(), std::size_t(0));
         QCOMPARE(machine.misuses(), QStringList());
     }
 
@@ -135,14 +136,15 @@ private slots:
     {
         QTest::addColumn<QString>("refused");
         QTest::newRow("closed") << "";
-        for (const char* call : {"S_FMT", "REQBUFS", "QUERYBUF", "mmap", "QBUF", "STREAMON"})
+        for (const char* call :
+             {"VIDIOC_S_FMT", "VIDIOC_REQBUFS", "VIDIOC_QUERYBUF", "mmap", "VIDIOC_QBUF", "VIDIOC_STREAMON"})
             QTest::newRow(call) << call;
     }
 
     void noFrameOutlivesTheStreamOrARefusal()
     {
         QFETCH(QString, refused);
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         const std::size_t before = allocatedBytes();
         if (!refused.isEmpty())
@@ -163,9 +165,10 @@ private slots:
 #else
         constexpr int kSwitches = 3000;
 #endif
-        CameraCalls machine;
+        ScriptedCamera machine;
         // Small, so that the switches and not the frames take the time.
-        machine.setBufferLength(4096);
+        machine.driver.bufferLength_bytes = 4096;
+        machine.applyDriver();
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
         QVERIFY(camera.close());
@@ -173,13 +176,13 @@ private slots:
         const int descriptors = entriesOf("/proc/self/fd");
         for (int i = 0; i < kSwitches; ++i) {
             QVERIFY(camera.open(i % 2, "", false));
-            QCOMPARE(machine.liveMappings(), 4);
+            QCOMPARE(machine.openMappings(), std::size_t(4));
             QVERIFY(camera.close());
-            machine.clearLog();
+            machine.trace().clear();
         }
-        QCOMPARE(machine.liveMappings(), 0);
-        QCOMPARE(machine.openDescriptors(CameraCalls::kVideo), 1);
-        QCOMPARE(machine.openDescriptors(CameraCalls::kBus), 0);
+        QCOMPARE(machine.openMappings(), std::size_t(0));
+        QCOMPARE(machine.openDescriptors(ScriptedCamera::kVideo), std::size_t(1));
+        QCOMPARE(machine.openDescriptors(ScriptedCamera::kBus), std::size_t(0));
         // A joined thread's entry may outlive it by a moment.
         QTRY_COMPARE(entriesOf("/proc/self/task"), threads);
         QCOMPARE(entriesOf("/proc/self/fd"), descriptors);

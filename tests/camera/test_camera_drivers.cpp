@@ -7,26 +7,27 @@
 #include <QSignalSpy>
 #include <QtTest>
 
+#include "ScriptedCamera.h"
 #include "camera/OV5642Camera.h"
 #include "camera/YuvConversion.h"
-#include "tests/support/CameraCalls.h"
 
 namespace {
 
 const QString kOpenText = "bool OV5642Camera::open(int, std::string, bool)";
 const QStringList kRefused = {kOpenText, "[Error] VIDIOC_S_FMT !"};
-const QString kFormat = "S_FMT 640x480 56595559";
-const QStringList kReopen = {"close /dev/video0", QString("open /dev/video0 %1").arg(O_RDWR | O_NONBLOCK),
-                             QString("fcntl %1 %2").arg(F_SETFD).arg(FD_CLOEXEC)};
+const QString kFormat = "VIDIOC_S_FMT 640x480 YUYV type 1";
+const QString kGiveBack = "VIDIOC_REQBUFS count 0 type 1 memory 1";
+const QStringList kReopen = {"close /dev/video0", QString("open /dev/video0 read-write non-blocking"),
+                             QString("F_SETFD FD_CLOEXEC")};
 
 using Bytes = std::vector<uchar>;
 using Adjustment = std::function<void(v4l2_pix_format&)>;
 
 // The calls that decide over the format: everything before the buffers are asked for.
-QStringList formatCalls(const CameraCalls& machine)
+QStringList formatCalls(const ScriptedCamera& machine)
 {
     const QStringList calls = machine.calls();
-    return calls.mid(0, calls.indexOf("REQBUFS 4"));
+    return calls.mid(0, calls.indexOf("VIDIOC_REQBUFS count 4 type 1 memory 1"));
 }
 
 QStringList errors(const QSignalSpy& spy)
@@ -35,13 +36,6 @@ QStringList errors(const QSignalSpy& spy)
     for (const QList<QVariant>& signal : spy)
         lines << signal.at(0).toStringList().join(' ');
     return lines.filter("[Error]");
-}
-
-bool deliver(CameraCalls& machine, const CameraCalls::Frame& frame)
-{
-    const int before = machine.requeued();
-    machine.deliver(frame);
-    return QTest::qWaitFor([&] { return machine.requeued() > before; });
 }
 
 // The camera's frame, and that of a frame copy whose first bytes hold the value, the others 0.
@@ -80,18 +74,19 @@ private slots:
     void everyModeStreamsAfterEveryOther()
     {
         QFETCH(bool, held);
-        CameraCalls machine;
-        machine.setFormatHeld(held);
-        machine.deliverEndlessly(true);
+        ScriptedCamera machine;
+        machine.driver.formatHeldByBuffers = held;
+        machine.applyDriver();
+        machine.deliverEndlessly();
         OV5642Camera camera;
         bool first = true;
         for (const int mode : {1, 1, 0, 2, 1}) {
             QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-            machine.clearLog();
+            machine.trace().clear();
             QVERIFY(camera.open(mode, "", false));
             const QString format = machine.calls().at(0);
             QCOMPARE(formatCalls(machine),
-                     first || !held ? QStringList(format) : QStringList({format, "REQBUFS 0", format}));
+                     first || !held ? QStringList(format) : QStringList({format, kGiveBack, format}));
             QCOMPARE(spy.count(), first || !held ? 1 : 2);
             QCOMPARE(errors(spy), QStringList());
             const std::uint64_t before = camera.framesCaptured();
@@ -108,9 +103,9 @@ private slots:
         QTest::addColumn<bool>("buffersRefused");
         QTest::addColumn<QStringList>("calls");
         QTest::newRow("buffers refused")
-            << 1 << true << QStringList({kFormat, "REQBUFS 0"}) + kReopen + QStringList(kFormat);
+            << 1 << true << QStringList({kFormat, kGiveBack}) + kReopen + QStringList(kFormat);
         QTest::newRow("busy all the same")
-            << 2 << false << QStringList({kFormat, "REQBUFS 0", kFormat}) + kReopen + QStringList(kFormat);
+            << 2 << false << QStringList({kFormat, kGiveBack, kFormat}) + kReopen + QStringList(kFormat);
     }
 
     void aDriverThatDoesNotTakeItsBuffersBackIsOpenedAnew()
@@ -118,33 +113,33 @@ private slots:
         QFETCH(int, busyFormats);
         QFETCH(bool, buffersRefused);
         QFETCH(QStringList, calls);
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.clearLog();
+        machine.trace().clear();
         for (int n = 1; n <= busyFormats; ++n)
-            machine.failCall("S_FMT", n, -1, EBUSY);
+            machine.failCall("VIDIOC_S_FMT", n, -1, EBUSY);
         if (buffersRefused)
-            machine.failCall("REQBUFS", 1, -1, EINVAL);
+            machine.failCall("VIDIOC_REQBUFS", 1, -1, EINVAL);
         QVERIFY(camera.open(0, "", false));
         QCOMPARE(formatCalls(machine), calls);
         QCOMPARE(spy.count(), 3);
         QCOMPARE(errors(spy), QStringList());
-        QCOMPARE(machine.openDescriptors(CameraCalls::kVideo), 1);
-        QVERIFY(deliver(machine, {70, 640 * 480 * 2}));
+        QCOMPARE(machine.openDescriptors(ScriptedCamera::kVideo), std::size_t(1));
+        QVERIFY(machine.deliver({70, 640 * 480 * 2}));
         QVERIFY(camera.close());
     }
 
     void aDriverThatStaysBusyIsAFailure()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.clearLog();
-        machine.failCall("S_FMT", CameraCalls::kAlways, -1, EBUSY);
+        machine.trace().clear();
+        machine.failCall("VIDIOC_S_FMT", ScriptedCamera::kAlways, -1, EBUSY);
         QVERIFY(!camera.open(0, "", false));
         QCOMPARE(machine.calls(),
-                 QStringList({kFormat, "REQBUFS 0", kFormat}) + kReopen + QStringList(kFormat));
+                 QStringList({kFormat, kGiveBack, kFormat}) + kReopen + QStringList(kFormat));
         QCOMPARE(errors(spy), QStringList(kRefused.join(' ')));
         QCOMPARE(spy.last().at(0).toStringList(), kRefused);
         QCOMPARE(camera.openFailure(), QString("VIDIOC_S_FMT"));
@@ -154,26 +149,26 @@ private slots:
 
     void aDeviceThatCannotBeOpenedAnewIsAFailure()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.failCall("S_FMT", CameraCalls::kAlways, -1, EBUSY);
-        machine.setMissing(CameraCalls::kVideo, true);
+        machine.failCall("VIDIOC_S_FMT", ScriptedCamera::kAlways, -1, EBUSY);
+        machine.setMissing(ScriptedCamera::kVideo, true);
         QVERIFY(!camera.open(0, "", false));
         QCOMPARE(spy.last().at(0).toStringList(), kRefused);
         QCOMPARE(camera.openFailure(), QString("open /dev/video0"));
         machine.healCalls();
-        machine.setMissing(CameraCalls::kVideo, false);
+        machine.setMissing(ScriptedCamera::kVideo, false);
         QVERIFY(camera.open(0, "", false));
         QCOMPARE(machine.misuses(), QStringList());
     }
 
     void anotherRefusalOfTheFormatIsTakenAsItIs()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
-        machine.clearLog();
-        machine.failCall("S_FMT", 1, -1, EINVAL);
+        machine.trace().clear();
+        machine.failCall("VIDIOC_S_FMT", 1, -1, EINVAL);
         QVERIFY(!camera.open(0, "", false));
         QCOMPARE(machine.calls(), QStringList(kFormat));
     }
@@ -181,19 +176,19 @@ private slots:
     void whatARefusedStartLeavesBehindDoesNotBlockTheNext_data()
     {
         QTest::addColumn<QString>("refused");
-        for (const char* call : {"QUERYBUF", "mmap", "QBUF", "STREAMON"})
+        for (const char* call : {"VIDIOC_QUERYBUF", "mmap", "VIDIOC_QBUF", "VIDIOC_STREAMON"})
             QTest::newRow(call) << call;
     }
 
     void whatARefusedStartLeavesBehindDoesNotBlockTheNext()
     {
         QFETCH(QString, refused);
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         machine.failCall(refused, 1);
         QVERIFY(!camera.open(1, "", false));
         QVERIFY(camera.open(0, "", false));
-        QVERIFY(deliver(machine, {70, 640 * 480 * 2}));
+        QVERIFY(machine.deliver({70, 640 * 480 * 2}));
         QCOMPARE(shown(camera), expected(640, 480, 70, std::size_t(640) * 480 * 2));
     }
 
@@ -219,13 +214,13 @@ private slots:
     {
         QFETCH(Adjustment, adjust);
         QFETCH(QString, granted);
-        CameraCalls machine;
+        ScriptedCamera machine;
         machine.setFormatAdjustment(adjust);
         OV5642Camera camera;
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.clearLog();
+        machine.trace().clear();
         QVERIFY(!camera.open(1, "", false));
-        QCOMPARE(machine.calls(), QStringList("S_FMT 1280x960 56595559"));
+        QCOMPARE(machine.calls(), QStringList("VIDIOC_S_FMT 1280x960 YUYV type 1"));
         const QStringList lines = errors(spy);
         QCOMPARE(lines.size(), 2);
         QVERIFY(lines.at(0).endsWith("[Error] asked: 1280 x 960 YUYV , granted: " + granted));
@@ -259,7 +254,7 @@ private slots:
         QFETCH(quint32, bytesPerLine);
         QFETCH(quint32, bytesUsed);
         QFETCH(int, copied);
-        CameraCalls machine;
+        ScriptedCamera machine;
         machine.setFormatAdjustment([&](v4l2_pix_format& pix) { pix.bytesperline = bytesPerLine; });
         OV5642Camera camera;
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
@@ -271,12 +266,12 @@ private slots:
             const QString line = spy.at(1).at(0).toStringList().join(' ');
             QVERIFY(line.endsWith(QString("granted: 640 x 480 YUYV , bytes per line: %1").arg(bytesPerLine)));
         }
-        QVERIFY(deliver(machine, {200, bytesUsed}));
+        QVERIFY(machine.deliver({200, bytesUsed}));
         QVERIFY(shown(camera) == expected(640, 480, 200, std::size_t(copied)));
         // The next mode's rows are its own.
         machine.setFormatAdjustment({});
         QVERIFY(camera.open(1, "", false));
-        QVERIFY(deliver(machine, {90, 1280 * 960 * 2}));
+        QVERIFY(machine.deliver({90, 1280 * 960 * 2}));
         QVERIFY(shown(camera) == expected(1280, 960, 90, std::size_t(1280) * 960 * 2));
         QCOMPARE(machine.misuses(), QStringList());
     }

@@ -6,9 +6,9 @@
 
 #include <QtTest>
 
+#include "ScriptedCamera.h"
 #include "camera/OV5642Camera.h"
 #include "camera/YuvConversion.h"
-#include "tests/support/CameraCalls.h"
 
 namespace {
 
@@ -44,19 +44,10 @@ class TestCameraFrames : public QObject
 {
     Q_OBJECT
 
-private:
-    // Lets the driver fill one buffer and waits until the camera has given it back.
-    static bool deliver(CameraCalls& machine, const CameraCalls::Frame& frame)
-    {
-        const int before = machine.requeued();
-        machine.deliver(frame);
-        return QTest::qWaitFor([&] { return machine.requeued() > before; });
-    }
-
 private slots:
     void beforeAnyFrameTheEmptyCopyOfIndexZeroIsConverted()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
         unsigned int index = 99;
@@ -66,7 +57,7 @@ private slots:
 
     void aClosedCameraHasNoFrame()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QCOMPARE(camera.getFrame(), nullptr);
         unsigned int index = 99;
@@ -79,12 +70,12 @@ private slots:
 
     void theNewestFrameIsConvertedAndItsBufferNamed()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
         for (unsigned int i = 0; i < 6; ++i) {
             const auto value = quint8(40 + 30 * i);
-            QVERIFY(deliver(machine, {value, kVgaSize}));
+            QVERIFY(machine.deliver({value, kVgaSize}));
             unsigned int index = 99;
             QCOMPARE(copyOf(camera.getFrame(index)), rgbOf(value));
             QCOMPARE(index, i % 4);
@@ -94,10 +85,10 @@ private slots:
 
     void theIgnoredArgumentsChangeNothing()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
-        QVERIFY(deliver(machine, {77, kVgaSize}));
+        QVERIFY(machine.deliver({77, kVgaSize}));
         const Bytes expected = rgbOf(77);
         unsigned int index = 99;
         QCOMPARE(copyOf(camera.getFrame(true, 1, 2, 3)), expected);
@@ -107,11 +98,11 @@ private slots:
 
     void oneRoundPausesWaitsTakesAndGivesBack()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
-        QVERIFY(deliver(machine, {10, kVgaSize}));
-        QVERIFY(deliver(machine, {20, kVgaSize}));
+        QVERIFY(machine.deliver({10, kVgaSize}));
+        QVERIFY(machine.deliver({20, kVgaSize}));
         QVERIFY(camera.close());
         QStringList rounds = machine.captureCalls();
         for (int i = 1; i < rounds.size();) {
@@ -124,8 +115,9 @@ private slots:
                 ++i;
             }
         }
-        const QStringList expected = {"pause 10000", "select 1000", "DQBUF", "QBUF 0",
-                                      "pause 10000", "select 1000", "DQBUF", "QBUF 1"};
+        const QStringList expected = {
+            "pause 10000", "select 1000", "VIDIOC_DQBUF", "VIDIOC_QBUF 0 type 1 memory 1",
+            "pause 10000", "select 1000", "VIDIOC_DQBUF", "VIDIOC_QBUF 1 type 1 memory 1"};
         QCOMPARE(rounds.mid(0, 8), expected);
         QVERIFY(rounds.size() <= 10);
     }
@@ -136,18 +128,18 @@ private slots:
         QTest::addColumn<int>("result");
         QTest::newRow("wait fails") << "select" << -1;
         QTest::newRow("wait ends empty") << "select" << 0;
-        QTest::newRow("no buffer to be had") << "DQBUF" << -1;
+        QTest::newRow("no buffer to be had") << "VIDIOC_DQBUF" << -1;
     }
 
     void aFailureInTheLoopCostsOneRound()
     {
         QFETCH(QString, call);
         QFETCH(int, result);
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
         machine.failCall(call, 1, result);
-        QVERIFY(deliver(machine, {123, kVgaSize}));
+        QVERIFY(machine.deliver({123, kVgaSize}));
         QCOMPARE(copyOf(camera.getFrame()), rgbOf(123));
         QCOMPARE(machine.misuses(), QStringList());
         QVERIFY(camera.close());
@@ -155,12 +147,12 @@ private slots:
 
     void aDriverThatTakesNoBufferBackRunsDryButTheCameraCloses()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
-        machine.failCall("QBUF", CameraCalls::kAlways);
-        machine.deliverEndlessly(true);
-        QTRY_COMPARE(machine.captureCalls().filter("QBUF ").size(), 4);
+        machine.failCall("VIDIOC_QBUF", ScriptedCamera::kAlways);
+        machine.deliverEndlessly();
+        QTRY_COMPARE(machine.captureCalls().filter("VIDIOC_QBUF ").size(), 4);
         QVERIFY(camera.getFrame() != nullptr);
         QVERIFY(camera.close());
     }
@@ -183,23 +175,24 @@ private slots:
         QFETCH(quint32, bytesUsed);
         QFETCH(quint32, bufferLength);
         QFETCH(quint32, copied);
-        CameraCalls machine;
-        machine.setBufferLength(bufferLength);
+        ScriptedCamera machine;
+        machine.driver.bufferLength_bytes = bufferLength;
+        machine.applyDriver();
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
-        QVERIFY(deliver(machine, {200, bytesUsed}));
+        QVERIFY(machine.deliver({200, bytesUsed}));
         QCOMPARE(copyOf(camera.getFrame()), rgbOf(0, copied, 200));
     }
 
     void moreBuffersThanCopiesShareThem()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         machine.grantBuffers(8);
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
         for (unsigned int i = 0; i < 10; ++i) {
             const auto value = quint8(20 * (i + 1));
-            QVERIFY(deliver(machine, {value, kVgaSize}));
+            QVERIFY(machine.deliver({value, kVgaSize}));
             unsigned int index = 99;
             QCOMPARE(copyOf(camera.getFrame(index)), rgbOf(value));
             QCOMPARE(index, i % 8);
@@ -210,12 +203,12 @@ private slots:
 
     void oneBufferIsEnough()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         machine.grantBuffers(1);
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
         for (quint8 value : {50, 100, 150}) {
-            QVERIFY(deliver(machine, {value, kVgaSize}));
+            QVERIFY(machine.deliver({value, kVgaSize}));
             unsigned int index = 99;
             QCOMPARE(copyOf(camera.getFrame(index)), rgbOf(value));
             QCOMPARE(index, 0u);
@@ -232,25 +225,25 @@ private slots:
     void anIndexThatWasNeverGrantedIsIgnored()
     {
         QFETCH(int, index);
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
-        QVERIFY(deliver(machine, {90, kVgaSize}));
-        QVERIFY(deliver(machine, {180, kVgaSize, index}));
+        QVERIFY(machine.deliver({90, kVgaSize}));
+        QVERIFY(machine.deliver({180, kVgaSize, unsigned(index)}));
         unsigned int newest = 99;
         QCOMPARE(copyOf(camera.getFrame(newest)), rgbOf(90));
         QCOMPARE(newest, 0u);
-        QVERIFY(deliver(machine, {210, kVgaSize}));
+        QVERIFY(machine.deliver({210, kVgaSize}));
         QCOMPARE(copyOf(camera.getFrame()), rgbOf(210));
     }
 
     void reopeningStartsFromAnEmptyFrame()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
-        QVERIFY(deliver(machine, {90, kVgaSize}));
-        QVERIFY(deliver(machine, {91, kVgaSize}));
+        QVERIFY(machine.deliver({90, kVgaSize}));
+        QVERIFY(machine.deliver({91, kVgaSize}));
         QVERIFY(camera.close());
         QVERIFY(camera.open(0, "", false));
         unsigned int index = 99;
@@ -260,18 +253,18 @@ private slots:
 
     void theGuiAndOtherThreadsHaveBuffersOfTheirOwn()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
-        QVERIFY(deliver(machine, {60, kVgaSize}));
+        QVERIFY(machine.deliver({60, kVgaSize}));
         const uchar* own = camera.getFrame();
-        QVERIFY(deliver(machine, {160, kVgaSize}));
+        QVERIFY(machine.deliver({160, kVgaSize}));
         const uchar* others = nullptr;
         std::thread([&] { others = camera.getFrame(); }).join();
         QVERIFY(own != others);
         QCOMPARE(copyOf(own), rgbOf(60));
         QCOMPARE(copyOf(others), rgbOf(160));
-        QVERIFY(deliver(machine, {240, kVgaSize}));
+        QVERIFY(machine.deliver({240, kVgaSize}));
         QCOMPARE(copyOf(camera.getFrame()), rgbOf(240));
         QCOMPARE(copyOf(others), rgbOf(160));
     }
@@ -288,9 +281,9 @@ private slots:
     {
         QFETCH(int, buffers);
         constexpr int kFetches = 150;
-        CameraCalls machine;
+        ScriptedCamera machine;
         machine.grantBuffers(unsigned(buffers));
-        machine.deliverEndlessly(true);
+        machine.deliverEndlessly();
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
         std::atomic<int> torn{0};

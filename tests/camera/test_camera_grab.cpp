@@ -4,10 +4,10 @@
 
 #include <QtTest>
 
+#include "ScriptedCamera.h"
 #include "camera/GrabThread.h"
 #include "camera/OV5642Camera.h"
 #include "camera/YuvConversion.h"
-#include "tests/support/CameraCalls.h"
 
 namespace {
 
@@ -38,7 +38,7 @@ private:
     // A streaming camera, the window's buffer and a grab thread that fills it.
     struct Bench
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         Bytes buffer = Bytes(kVgaRgbSize, kUntouched);
         GrabThread grabber;
@@ -61,12 +61,7 @@ private:
             grabber.wait();
         }
 
-        bool deliver(quint8 value)
-        {
-            const int before = machine.requeued();
-            machine.deliver({value, kVgaSize});
-            return QTest::qWaitFor([&] { return machine.requeued() > before; });
-        }
+        bool deliver(quint8 value) { return machine.deliver({value, kVgaSize}); }
     };
 
 private slots:
@@ -124,7 +119,7 @@ private slots:
     void theHandShakeRunsAsLongAsItIsAnswered()
     {
         Bench bench;
-        bench.machine.deliverEndlessly(true);
+        bench.machine.deliverEndlessly();
         int torn = 0;
         connect(&bench.grabber, &GrabThread::grabDone, &bench.camera, [&] {
             const Bytes& rgb = bench.buffer;
@@ -158,7 +153,7 @@ private slots:
     void aCameraWithoutAFrameIsSurvivedAndAnswered()
     {
         Bench bench(false);
-        bench.machine.failCall("S_FMT", 1);
+        bench.machine.failCall("VIDIOC_S_FMT", 1);
         QVERIFY(!bench.camera.open(0, "", false));
         bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
         bench.grabber.start(QThread::InheritPriority);
@@ -177,7 +172,7 @@ private slots:
         bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
         bench.grabber.start(QThread::InheritPriority);
         QTRY_COMPARE(bench.delivered, 1);
-        bench.machine.failCall("select", CameraCalls::kAlways, -1, ENODEV);
+        bench.machine.failCall("select", ScriptedCamera::kAlways, -1, ENODEV);
         QTRY_VERIFY(bench.camera.isGone());
 
         // The buffer comes back as it was, with nothing to be drawn.
@@ -203,7 +198,7 @@ private slots:
     {
         Bench bench;
         QVERIFY(bench.deliver(70));
-        bench.machine.failCall("select", CameraCalls::kAlways, -1, ENODEV);
+        bench.machine.failCall("select", ScriptedCamera::kAlways, -1, ENODEV);
         QTRY_VERIFY(bench.camera.isGone());
         bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
         bench.grabber.start(QThread::InheritPriority);

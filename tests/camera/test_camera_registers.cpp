@@ -4,23 +4,23 @@
 
 #include <QtTest>
 
+#include "ScriptedCamera.h"
 #include "camera/OV5642Camera.h"
 #include "settings/GlobalIni.h"
 #include "settings/SettingsFiles.h"
-#include "tests/support/CameraCalls.h"
 
 namespace {
 
 constexpr quint16 kOutsideTheTen = 0x3500;
 
-const QString kOpenBus = QString("open /dev/i2c-1 %1").arg(O_RDWR);
-const QString kAddress = "ioctl 0706 3C";
+const QString kOpenBus = QString("open /dev/i2c-1 read-write");
+const QString kAddress = "I2C_SLAVE_FORCE 3C";
 const QString kCloseBus = "close /dev/i2c-1";
 const QString kPause = "pause 5000";
 
-QStringList getCalls(const QString& addressBytes)
+QStringList getCalls(const QString& addressBytes, const QString& read = "read 1")
 {
-    return {kOpenBus, kAddress, "write " + addressBytes, kPause, "read 1", kPause, kCloseBus};
+    return {kOpenBus, kAddress, "write " + addressBytes, kPause, read, kPause, kCloseBus};
 }
 
 QStringList setCalls(const QString& bytes)
@@ -29,10 +29,10 @@ QStringList setCalls(const QString& bytes)
 }
 
 // Streams in a mode, so that the register operations work on its set.
-void openMode(OV5642Camera& camera, CameraCalls& machine, int mode, const std::string& file = {})
+void openMode(OV5642Camera& camera, ScriptedCamera& machine, int mode, const std::string& file = {})
 {
     QVERIFY(camera.open(mode, file, false));
-    machine.clearLog();
+    machine.trace().clear();
 }
 
 } // namespace
@@ -70,7 +70,7 @@ private slots:
     {
         QFETCH(int, reg);
         QFETCH(int, index);
-        CameraCalls machine;
+        ScriptedCamera machine;
         const OV5642Camera camera;
         QCOMPARE(camera.getRegisterIndex(reg), index);
         // The table that the window fills later is not what decides.
@@ -80,7 +80,7 @@ private slots:
 
     void allCalibrationRecordsAreZeroAtFirst()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         const OV5642Camera camera;
         QCOMPARE(camera.mode(), 0);
         for (int mode = 0; mode < 3; ++mode) {
@@ -93,15 +93,15 @@ private slots:
 
     void readingSendsTheAddressHighByteFirstAndPausesTwice()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         machine.setRegister(0x350A, 0xA5);
-        machine.clearLog();
+        machine.trace().clear();
         quint16 value = 0xFFFF;
         QVERIFY(camera.get(0x350A, value));
         QCOMPARE(value, quint16(0xA5));
-        QCOMPARE(machine.calls(), getCalls("35 0A"));
-        QCOMPARE(machine.openDescriptors(CameraCalls::kBus), 0);
+        QCOMPARE(machine.calls(), getCalls("35 0A", "read 1 A5"));
+        QCOMPARE(machine.openDescriptors(ScriptedCamera::kBus), std::size_t(0));
     }
 
     void aFailedReadGoesThroughAllItsStepsAndYieldsTheCachedByte_data()
@@ -109,8 +109,8 @@ private slots:
         QTest::addColumn<QString>("call");
         QTest::addColumn<int>("result");
         QTest::newRow("no bus") << "open" << -1;
-        QTest::newRow("no such address") << "ioctl" << -1;
-        QTest::newRow("address answers oddly") << "ioctl" << 1;
+        QTest::newRow("no such address") << "I2C_SLAVE_FORCE" << -1;
+        QTest::newRow("address answers oddly") << "I2C_SLAVE_FORCE" << 1;
         QTest::newRow("not acknowledged") << "write" << -1;
         QTest::newRow("one address byte") << "write" << 1;
         QTest::newRow("nothing sent") << "write" << 0;
@@ -122,21 +122,22 @@ private slots:
     {
         QFETCH(QString, call);
         QFETCH(int, result);
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.set(0x3501, 0x1E));
         machine.setRegister(0x3501, 0x77);
-        machine.clearLog();
+        machine.trace().clear();
 
         machine.failCall(call, 1, result);
         quint16 value = 0xFFFF;
         QVERIFY(!camera.get(0x3501, value));
         QCOMPARE(value, quint16(0x1E));
-        QStringList expected = getCalls("35 01");
+        // An address that did not arrive leaves the sensor at the register written last.
+        QStringList expected = getCalls("35 01", call == "write" ? "read 1 77" : "read 1");
         if (call == "open")
             expected.removeLast(); // nothing to close
         QCOMPARE(machine.calls(), expected);
-        QCOMPARE(machine.openDescriptors(CameraCalls::kBus), 0);
+        QCOMPARE(machine.openDescriptors(ScriptedCamera::kBus), std::size_t(0));
 
         machine.failCall(call, 1, result);
         value = 0xFFFF;
@@ -146,10 +147,10 @@ private slots:
 
     void readingWithoutABusYieldsTheCacheOfTheCurrentMode()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         openMode(camera, machine, kMode1280, kBfnCalibrationFile);
-        machine.setMissing(CameraCalls::kBus, true);
+        machine.setMissing(ScriptedCamera::kBus, true);
         for (int i = 0; i < 10; ++i) {
             quint16 value = 0xFFFF;
             QVERIFY(!camera.get(kCalibrationRegisters[i], value));
@@ -162,23 +163,23 @@ private slots:
 
     void writingSendsThreeBytesAndCachesThemInTheCurrentModeOnly()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         openMode(camera, machine, kMode1280);
         QVERIFY(camera.set(0x3501, 0x1E));
         QCOMPARE(machine.calls(), setCalls("35 01 1E"));
-        QCOMPARE(machine.registerValue(0x3501), quint8(0x1E));
+        QCOMPARE(machine.sensorRegister(0x3501), quint8(0x1E));
         for (int mode = 0; mode < 3; ++mode) {
             const CalibrationRecord& record = camera.calibrationRecord(mode, 0);
             QCOMPARE(record.address, quint16(mode == kMode1280 ? 0x3501 : 0));
             QCOMPARE(record.value, quint16(mode == kMode1280 ? 0x1E : 0));
         }
-        QCOMPARE(machine.openDescriptors(CameraCalls::kBus), 0);
+        QCOMPARE(machine.openDescriptors(ScriptedCamera::kBus), std::size_t(0));
     }
 
     void everyCalibrationRegisterIsCachedAtItsIndex()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         for (int i = 0; i < 10; ++i)
             QVERIFY(camera.set(kCalibrationRegisters[i], 0x40 + i));
@@ -190,9 +191,9 @@ private slots:
 
     void onlyTheLowByteOfAValueCounts()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
-        machine.clearLog();
+        machine.trace().clear();
         QVERIFY(camera.set(0x3405, 0x12AB));
         QCOMPARE(machine.calls(), setCalls("34 05 AB"));
         QCOMPARE(camera.calibrationRecord(kModeVga, 9).value, quint16(0xAB));
@@ -200,10 +201,10 @@ private slots:
 
     void writingAnotherRegisterSucceedsAndCachesNothing()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.set(kOutsideTheTen, 0x0F));
-        QCOMPARE(machine.registerValue(kOutsideTheTen), quint8(0x0F));
+        QCOMPARE(machine.sensorRegister(kOutsideTheTen), quint8(0x0F));
         for (int i = 0; i < 10; ++i)
             QCOMPARE(camera.calibrationRecord(kModeVga, i).address, quint16(0));
     }
@@ -213,8 +214,8 @@ private slots:
         QTest::addColumn<QString>("call");
         QTest::addColumn<int>("result");
         QTest::newRow("no bus") << "open" << -1;
-        QTest::newRow("no such address") << "ioctl" << -1;
-        QTest::newRow("address answers oddly") << "ioctl" << 1;
+        QTest::newRow("no such address") << "I2C_SLAVE_FORCE" << -1;
+        QTest::newRow("address answers oddly") << "I2C_SLAVE_FORCE" << 1;
         QTest::newRow("not acknowledged") << "write" << -1;
         QTest::newRow("two of three bytes") << "write" << 2;
     }
@@ -223,10 +224,10 @@ private slots:
     {
         QFETCH(QString, call);
         QFETCH(int, result);
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.set(0x350B, 0x11));
-        machine.clearLog();
+        machine.trace().clear();
         machine.failCall(call, 1, result);
         QVERIFY(!camera.set(0x350B, 0x22));
         QStringList expected = setCalls("35 0B 22");
@@ -234,7 +235,7 @@ private slots:
             expected.removeLast();
         QCOMPARE(machine.calls(), expected);
         QCOMPARE(camera.calibrationRecord(kModeVga, 3).value, quint16(0x11));
-        QCOMPARE(machine.openDescriptors(CameraCalls::kBus), 0);
+        QCOMPARE(machine.openDescriptors(ScriptedCamera::kBus), std::size_t(0));
     }
 
     void eachSettingsFileFillsTheSetFromItsBlock_data()
@@ -257,7 +258,7 @@ private slots:
         QFETCH(QString, file);
         QFETCH(int, mode);
         QFETCH(int, firstValue);
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         openMode(camera, machine, mode);
         QVERIFY(camera.loadRegisters(file.toStdString()));
@@ -273,7 +274,7 @@ private slots:
 
     void theAddressesOfALoadedSetComeFromTheIndexTable()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         for (int i = 0; i < 10; ++i)
             g_RegIdx[i] = 0x5000 + i;
@@ -295,7 +296,7 @@ private slots:
     void anUnknownPathLoadsNothing()
     {
         QFETCH(QString, file);
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.set(0x3501, 0x55));
         QVERIFY(!camera.loadRegisters(file.toStdString()));
@@ -305,7 +306,7 @@ private slots:
 
     void theWorkTableGoesOutRecordByRecord()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         openMode(camera, machine, kModeVga, kCusCalibrationFile);
         QCOMPARE(camera.setRegisters(3), 3);
@@ -317,7 +318,7 @@ private slots:
 
     void noRecordsStillOpenAndCloseTheBus()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         openMode(camera, machine, kModeVga, kCusCalibrationFile);
         QCOMPARE(camera.setRegisters(0), 0);
@@ -326,12 +327,12 @@ private slots:
 
     void theWorkTableIsNeverReadBeyondItsEnd()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QCOMPARE(camera.setRegisters(5), 0);
         openMode(camera, machine, kModeVga, kCusCalibrationFile);
         QCOMPARE(camera.setRegisters(1000), 10);
-        QCOMPARE(machine.calls().filter("write").size(), 10);
+        QCOMPARE(machine.trace().calls(CallKind::BusWrite).size(), std::size_t(10));
     }
 
     void oneFailingWriteOfATableFailsItButTheRestIsWritten_data()
@@ -348,35 +349,35 @@ private slots:
     {
         QFETCH(int, n);
         QFETCH(int, result);
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         openMode(camera, machine, kModeVga, kAutoExposureFile);
         machine.failCall("write", n, result);
         QCOMPARE(camera.setRegisters(10), -1);
-        QCOMPARE(machine.calls().filter("write").size(), 10);
+        QCOMPARE(machine.trace().calls(CallKind::BusWrite).size(), std::size_t(10));
         QCOMPARE(machine.calls().filter(kPause).size(), 10);
         QCOMPARE(machine.calls().last(), kCloseBus);
     }
 
     void aTableWithoutABusWritesNothing()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         openMode(camera, machine, kModeVga, kCusCalibrationFile);
-        machine.setMissing(CameraCalls::kBus, true);
+        machine.setMissing(ScriptedCamera::kBus, true);
         QCOMPARE(camera.setRegisters(10), 0);
         QCOMPARE(machine.calls(), QStringList({kOpenBus}));
     }
 
     void aTableForASensorThatIsNotThereLeavesTheBusOpen()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         openMode(camera, machine, kModeVga, kCusCalibrationFile);
-        machine.failCall("ioctl", 1);
+        machine.failCall("I2C_SLAVE_FORCE", 1);
         QCOMPARE(camera.setRegisters(10), 0);
         QCOMPARE(machine.calls(), QStringList({kOpenBus, kAddress}));
-        QCOMPARE(machine.openDescriptors(CameraCalls::kBus), 1);
+        QCOMPARE(machine.openDescriptors(ScriptedCamera::kBus), std::size_t(1));
     }
 
     void croppingWritesTheWindowOfTheMode_data()
@@ -403,7 +404,7 @@ private slots:
         for (int i = 0; i < values.size(); ++i)
             expected << setCalls(QString("%1 %2").arg(addresses[i], values[i]));
 
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         openMode(camera, machine, mode);
         camera.setCrop(on);

@@ -7,9 +7,9 @@
 #include <QSignalSpy>
 #include <QtTest>
 
+#include "ScriptedCamera.h"
 #include "camera/OV5642Camera.h"
 #include "settings/SettingsFiles.h"
-#include "tests/support/CameraCalls.h"
 
 namespace {
 
@@ -36,17 +36,17 @@ private slots:
     {
         QTest::addColumn<QString>("refused");
         QTest::addColumn<QString>("failure");
-        QTest::newRow("format") << "S_FMT"
+        QTest::newRow("format") << "VIDIOC_S_FMT"
                                 << "VIDIOC_S_FMT";
-        QTest::newRow("buffers") << "REQBUFS"
+        QTest::newRow("buffers") << "VIDIOC_REQBUFS"
                                  << "VIDIOC_REQBUFS";
-        QTest::newRow("query") << "QUERYBUF"
+        QTest::newRow("query") << "VIDIOC_QUERYBUF"
                                << "VIDIOC_QUERYBUF";
         QTest::newRow("mapping") << "mmap"
                                  << "mmap";
-        QTest::newRow("queueing") << "QBUF"
+        QTest::newRow("queueing") << "VIDIOC_QBUF"
                                   << "VIDIOC_QBUF";
-        QTest::newRow("stream") << "STREAMON"
+        QTest::newRow("stream") << "VIDIOC_STREAMON"
                                 << "VIDIOC_STREAMON";
         QTest::newRow("no device") << "open"
                                    << "open /dev/video0";
@@ -56,8 +56,8 @@ private slots:
     {
         QFETCH(QString, refused);
         QFETCH(QString, failure);
-        CameraCalls machine;
-        machine.failCall(refused, CameraCalls::kAlways);
+        ScriptedCamera machine;
+        machine.failCall(refused, ScriptedCamera::kAlways);
         OV5642Camera camera;
         QCOMPARE(camera.openFailure(), QString());
         QVERIFY(!camera.open(0, "", false));
@@ -69,7 +69,7 @@ private slots:
 
     void aMissingModeAndAMissingThreadAreFailuresToo()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(!camera.open(3, "", false));
         QCOMPARE(camera.openFailure(), QString("no such mode"));
@@ -90,14 +90,14 @@ private slots:
 
     void capturedFramesAreCountedOverAllStreams()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QCOMPARE(camera.framesCaptured(), std::uint64_t(0));
         for (std::uint64_t stream = 0; stream < 2; ++stream) {
             QVERIFY(camera.open(0, "", false));
             QCOMPARE(camera.framesCaptured(), 3 * stream);
             for (int frame = 0; frame < 3; ++frame)
-                machine.deliver({50, kVgaSize});
+                machine.hand({50, kVgaSize});
             QTRY_COMPARE(camera.framesCaptured(), 3 * (stream + 1));
             QVERIFY(camera.close());
         }
@@ -108,7 +108,7 @@ private slots:
         QTest::addColumn<QString>("call");
         QTest::addColumn<int>("result");
         QTest::newRow("no bus") << "open" << -1;
-        QTest::newRow("no address") << "ioctl" << -1;
+        QTest::newRow("no address") << "I2C_SLAVE_FORCE" << -1;
         QTest::newRow("no write") << "write" << -1;
         QTest::newRow("short write") << "write" << 1;
     }
@@ -117,7 +117,7 @@ private slots:
     {
         QFETCH(QString, call);
         QFETCH(int, result);
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.sensorAnswers());
         quint16 value = 0;
@@ -127,7 +127,7 @@ private slots:
             std::function<void()>([&] { camera.open(0, kBfnCalibrationFile, false); }),
         };
         for (const auto& access : accesses) {
-            machine.failCall(call, CameraCalls::kAlways, result);
+            machine.failCall(call, ScriptedCamera::kAlways, result);
             access();
             QVERIFY(!camera.sensorAnswers());
             machine.healCalls();
@@ -147,8 +147,8 @@ private slots:
     void aBusThatCannotBeOpenedIsToldOnceUntilItCanAgain()
     {
         const QString told = "[Error] /dev/i2c-1: No such file or directory";
-        CameraCalls machine;
-        machine.setMissing(CameraCalls::kBus, true);
+        ScriptedCamera machine;
+        machine.setMissing(ScriptedCamera::kBus, true);
         OV5642Camera camera;
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
         quint16 value = 0;
@@ -160,9 +160,9 @@ private slots:
         QVERIFY(camera.open(0, kBfnCalibrationFile, false));
         QCOMPARE(toldOf(spy), QStringList(told));
 
-        machine.setMissing(CameraCalls::kBus, false);
+        machine.setMissing(ScriptedCamera::kBus, false);
         QVERIFY(camera.set(0x3501, 1));
-        machine.setMissing(CameraCalls::kBus, true);
+        machine.setMissing(ScriptedCamera::kBus, true);
         QVERIFY(camera.open(1, kBfnCalibrationFile, false));
         QVERIFY(!camera.set(0x3501, 1));
         QCOMPARE(toldOf(spy), QStringList({told, told}));
@@ -170,7 +170,7 @@ private slots:
 
     void theBusIsNamedOnTheDebugStreamToo()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         machine.failCall("open", 2, -1, EACCES);
         OV5642Camera camera;
         QTest::ignoreMessage(QtDebugMsg, QRegularExpression("\\[Error\\] /dev/i2c-1: Permission denied$"));
@@ -180,28 +180,28 @@ private slots:
     void aCameraThatGoesAwayIsToldOnceAndLeftAlone_data()
     {
         QTest::addColumn<QString>("call");
-        QTest::newRow("frame") << "DQBUF";
+        QTest::newRow("frame") << "VIDIOC_DQBUF";
         QTest::newRow("wait") << "select";
-        QTest::newRow("buffer") << "QBUF";
+        QTest::newRow("buffer") << "VIDIOC_QBUF";
     }
 
     void aCameraThatGoesAwayIsToldOnceAndLeftAlone()
     {
         QFETCH(QString, call);
         constexpr int kWatch_ms = 400;
-        CameraCalls machine;
-        machine.deliverEndlessly(true);
+        ScriptedCamera machine;
+        machine.deliverEndlessly();
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
         QTRY_VERIFY(camera.framesCaptured() > 0);
         QVERIFY(!camera.isGone());
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.failCall(call, CameraCalls::kAlways, -1, ENODEV);
+        machine.failCall(call, ScriptedCamera::kAlways, -1, ENODEV);
         QTRY_VERIFY(camera.isGone());
         QTRY_COMPARE(spy.count(), 1);
         QCOMPARE(spy.at(0).at(0).toStringList(),
                  QStringList({"void OV5642Camera::tellGone()", "[Error] /dev/video0: No such device"}));
-        machine.clearLog();
+        machine.trace().clear();
         QTest::qWait(kWatch_ms);
         // One more look may have fallen into that time, not one every 10 ms.
         QVERIFY(machine.captureCalls().filter("select").size() <= 1);
@@ -212,11 +212,11 @@ private slots:
 
     void aFrameAfterAllIsTaken()
     {
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
-        machine.failCall("DQBUF", 1, -1, ENODEV);
-        machine.deliver({50, kVgaSize});
+        machine.failCall("VIDIOC_DQBUF", 1, -1, ENODEV);
+        machine.hand({50, kVgaSize});
         QTRY_VERIFY(camera.isGone());
         QTRY_COMPARE(camera.framesCaptured(), std::uint64_t(1));
         QVERIFY(camera.close());
@@ -232,14 +232,14 @@ private slots:
     void aCameraThatIsBackIsOpenedAnew()
     {
         QFETCH(bool, whileStreaming);
-        CameraCalls machine;
+        ScriptedCamera machine;
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
         if (!whileStreaming)
             QVERIFY(camera.close());
-        for (const char* call : {"DQBUF", "S_FMT", "STREAMOFF"})
-            machine.failCall(call, CameraCalls::kAlways, -1, ENODEV);
-        machine.deliverEndlessly(true);
+        for (const char* call : {"VIDIOC_DQBUF", "VIDIOC_S_FMT", "VIDIOC_STREAMOFF"})
+            machine.failCall(call, ScriptedCamera::kAlways, -1, ENODEV);
+        machine.deliverEndlessly();
         if (whileStreaming) {
             QTRY_VERIFY(camera.isGone());
             QVERIFY(!camera.close());
@@ -249,13 +249,13 @@ private slots:
         QCOMPARE(camera.openFailure(), QString("VIDIOC_S_FMT"));
 
         machine.healCalls();
-        machine.clearLog();
+        machine.trace().clear();
         QVERIFY(camera.open(0, "", false));
         QCOMPARE(machine.calls().at(0), QString("close /dev/video0"));
         QVERIFY(machine.calls().at(1).startsWith("open /dev/video0"));
         QVERIFY(!camera.isGone());
         QTRY_VERIFY(camera.framesCaptured() > 0);
-        QCOMPARE(machine.openDescriptors(CameraCalls::kVideo), 1);
+        QCOMPARE(machine.openDescriptors(ScriptedCamera::kVideo), std::size_t(1));
     }
 };
 
