@@ -3,6 +3,7 @@
 // library calls that it is made of. Prints the ratios and fails when one misses its goal.
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -21,7 +22,8 @@ extern "C" {
 #include "Algorithm/FocusMeasures.h"
 #include "Algorithm/alg_Autofocus.h"
 #include "camera/OV5642Camera.h"
-#include "tests/Algorithm/FocusCapture.h"
+#include "simulator/camera/CameraDevices.h"
+#include "simulator/camera/ScriptedFrames.h"
 
 namespace {
 
@@ -114,21 +116,29 @@ struct StillCamera
 {
     StillCamera()
     {
-        good = camera.open(kMode5M, "", false);
-        capture.show(kContrast);
-        capture.holdFrames();
+        frames.showStripes(kContrast);
+        devices.faults().enable({CameraFault::NoBus});
+        installDeviceCalls(&devices);
+        camera = std::make_unique<OV5642Camera>();
+        good = camera->open(kMode5M, "", false) && devices.waitForFreshFrames(1, std::chrono::seconds(10));
+        devices.faults().enable({CameraFault::StalledStream});
     }
-    ~StillCamera() { camera.close(); }
+    ~StillCamera()
+    {
+        camera.reset();
+        installDeviceCalls(nullptr);
+    }
 
-    FocusCapture capture;
-    OV5642Camera camera;
+    ScriptedFrames frames;
+    CameraDevices devices{{}, frames};
+    std::unique_ptr<OV5642Camera> camera;
     bool good = false;
 };
 
 void sample(benchmark::State& state)
 {
     StillCamera still;
-    alg_Autofocus autofocus(nullptr, &still.camera, 0, kWidth, kHeight, false);
+    alg_Autofocus autofocus(nullptr, still.camera.get(), 0, kWidth, kHeight, false);
     if (!still.good) {
         state.SkipWithError("no camera");
         return;

@@ -1,6 +1,7 @@
 #include "FocusRig.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <utility>
 
@@ -19,6 +20,18 @@ constexpr int kPeakContrast = 85;
 // Some runs begin below the instrument's own travel.
 constexpr int kLowest_steps = -20000;
 
+// So many frames a second that a sweep need not wait, and the capture thread yet rests.
+constexpr int kFrameRate_hz = 1000;
+constexpr std::chrono::seconds kFrameLimit(20);
+
+CameraDeviceParameters quickCamera()
+{
+    CameraDeviceParameters parameters;
+    parameters.capture.framesPerSecond = kFrameRate_hz;
+    parameters.instantPauses = true;
+    return parameters;
+}
+
 } // namespace
 
 std::function<int(int)> peakAt(int peak)
@@ -35,8 +48,11 @@ QStringList repeated(const QString& line, int times)
     return lines;
 }
 
-FocusRig::FocusRig()
+FocusRig::FocusRig() : m_devices(quickCamera(), m_frames)
 {
+    m_frames.showStripes(0);
+    m_devices.faults().enable({CameraFault::NoBus});
+    installDeviceCalls(&m_devices);
     setInstrumentRoot(m_root.path());
     BoardParameters parameters;
     parameters.stage.minimum_steps = kLowest_steps;
@@ -51,7 +67,8 @@ FocusRig::FocusRig()
 FocusRig::~FocusRig()
 {
     m_board->setArrivalWatcher({});
-    m_camera->close();
+    m_camera.reset();
+    installDeviceCalls(nullptr);
     setInstrumentRoot({});
 }
 
@@ -101,7 +118,10 @@ void FocusRig::release()
 
 void FocusRig::show(const std::function<int(int)>& contrastAt)
 {
-    m_board->setArrivalWatcher([this, contrastAt](InstrumentTime) { m_capture.show(contrastAt(stage())); });
+    m_board->setArrivalWatcher([this, contrastAt](InstrumentTime) {
+        m_frames.showStripes(contrastAt(stage()));
+        m_devices.waitForFreshFrames(1, kFrameLimit);
+    });
 }
 
 std::unique_ptr<alg_Autofocus> FocusRig::autofocus(int centre, bool save)

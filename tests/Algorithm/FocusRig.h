@@ -9,9 +9,10 @@
 #include <QVector>
 
 #include "Algorithm/alg_Autofocus.h"
-#include "FocusCapture.h"
 #include "camera/OV5642Camera.h"
 #include "simulator/board/BoardPort.h"
+#include "simulator/camera/CameraDevices.h"
+#include "simulator/camera/ScriptedFrames.h"
 
 /// Size of the frames that the rig's camera delivers.
 constexpr int kWidth = 640;
@@ -88,7 +89,8 @@ public:
 
 private:
     QTemporaryDir m_root;
-    FocusCapture m_capture;
+    ScriptedFrames m_frames;
+    CameraDevices m_devices;
     std::unique_ptr<BoardPort> m_board;
     std::size_t m_firstLine = 0;
     std::unique_ptr<OV5642Camera> m_camera;
