@@ -25,8 +25,6 @@ private slots:
 
 namespace {
 
-constexpr int kStreamOn = 18; // the request's last byte, by which the stand-in knows it
-
 /// What the picture's four fields look like, converted as television does it.
 QRgb shown(int luma, int u, int v)
 {
@@ -92,11 +90,11 @@ void TestShippedCamera::aModeSwitchClosesPausesAndOpens()
         for (const Mode& other : modes)
             QCOMPARE(program.style(other.button), &other == &mode ? kChosen : kNotChosen);
         // Every frame is fetched: in a second as many as the device makes.
-        const int frames = program.scene().framesDelivered;
+        const int frames = program.scene().framesTaken;
         QElapsedTimer time;
         time.start();
         QTest::qWait(700);
-        const double rate = (program.scene().framesDelivered - frames) * 1000.0 / time.elapsed();
+        const double rate = (program.scene().framesTaken - frames) * 1000.0 / time.elapsed();
         QVERIFY2(rate > mode.framesASecond * 0.8, qPrintable(QString::number(rate)));
         running = QSize(mode.width, mode.height);
     }
@@ -119,16 +117,15 @@ void TestShippedCamera::manySwitchesLeaveNothingBehind()
     QVERIFY(descriptors > 0 && threads > 0);
     for (int i = 0; i < 4; ++i)
         program.click(i % 2 ? "BUTTON_RESOLUTION_VGA" : "BUTTON_STAINING_TB");
-    program.scene().failingErrno = EIO;
-    program.scene().failingRequest = kStreamOn;
+    program.setCameraFaults({"ioctl:VIDIOC_STREAMON"});
     for (int i = 0; i < 10; ++i)
         program.click("BUTTON_RESOLUTION_5M");
-    program.scene().failingRequest = 0;
+    program.setCameraFaults({});
     program.click("BUTTON_RESOLUTION_VGA");
     QCOMPARE(entries("fd"), descriptors);
     QCOMPARE(entries("task"), threads);
-    const int frames = program.scene().framesDelivered;
-    QTRY_VERIFY(program.scene().framesDelivered > frames + 5);
+    const int frames = program.scene().framesTaken;
+    QTRY_VERIFY(program.scene().framesTaken > frames + 5);
     QCOMPARE(program.exit(), 0);
 }
 
@@ -188,8 +185,8 @@ void TestShippedCamera::captureWritesTheFrameOntoTheDisk()
     program.plugDisk();
     QVERIFY(program.start());
     program.chooseTab(1);
-    const int frames = program.scene().framesDelivered;
-    QTRY_VERIFY(program.scene().framesDelivered > frames + 2);
+    const int frames = program.scene().framesTaken;
+    QTRY_VERIFY(program.scene().framesTaken > frames + 2);
     const SeenBox dialog = program.boxOf("BUTTON_CAPTURE");
     QCOMPARE(dialog.title, "Save image");
     QCOMPARE(dialog.folder, "/mnt");
@@ -217,8 +214,8 @@ void TestShippedCamera::autofocusSweepsPicksAndLogs()
         const int position = static_cast<int>(program.board().light().stagePosition_steps);
         scene.contrast = qMax(2, largest - std::abs(position - focus) / fall_steps);
         // A frame of the new place is there when the answer comes.
-        const int frames = scene.framesDelivered;
-        for (int i = 0; i < 100 && scene.framesDelivered < frames + 3; ++i)
+        const int frames = scene.framesTaken;
+        for (int i = 0; i < 100 && scene.framesTaken < frames + 3; ++i)
             QThread::msleep(5);
     });
     program.plugDisk();
@@ -288,7 +285,7 @@ void TestShippedCamera::theTargetIsMeasuredOnAFrozenFrame()
     QCOMPARE(program.text("BUTTON_QC_CAPTURE"), "Live");
     QVERIFY(program.look("QC_MEASURE")["visible"].toBool());
     QCOMPARE(enabled(), QList<bool>({true, false, false, true}));
-    const int frames = program.scene().framesDelivered;
+    const int frames = program.scene().framesTaken;
 
     const auto pan = [&program](int x, int y) { // within one drag's reach
         program.mouse("press", 620, 460);
@@ -324,7 +321,7 @@ void TestShippedCamera::theTargetIsMeasuredOnAFrozenFrame()
     program.answer("OK");
     QVERIFY(program.content(kMainSettings).contains("Magnification=1.4\n"));
     QVERIFY(program.content(kMainSettings).contains("Volume%20factor=0.50388\n"));
-    QCOMPARE(int(program.scene().framesDelivered), frames); // the camera has rested
+    QCOMPARE(int(program.scene().framesTaken), frames); // the camera has rested
 
     const int before = program.calls().size();
     program.click("BUTTON_QC_CAPTURE");

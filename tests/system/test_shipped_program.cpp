@@ -37,7 +37,6 @@ const QString kTbRegisters = "opt/ORLA3/conf/Calibration_CUS.ini";
 const QString kNtbRegisters = "opt/ORLA3/conf/Calibration_BFN.ini";
 const QString kStageSettings = "root/Orla2/Orla2.ini";
 // The last byte of a request, by which the stand-in knows it.
-constexpr int kSetFormat = 5, kQueueBuffer = 15, kStreamOn = 18, kStreamOff = 19;
 
 } // namespace
 
@@ -54,7 +53,7 @@ void TestShippedProgram::theStartComesToEachDeviceInItsTurn()
     QVERIFY(program.start());
 
     const QStringList calls = program.calls();
-    const QStringList devices{"video open read-write non-blocking", "video F_SETFD FD_CLOEXEC"};
+    const QStringList devices{"video open /dev/video0 read-write non-blocking", "video F_SETFD FD_CLOEXEC"};
     QStringList expected{"file read /etc/mtab",
                          "file written /sys/module/disp/parameters/disp_layer_protect",
                          "file read /opt/ORLA3/conf/ORLA3.ini",
@@ -64,10 +63,10 @@ void TestShippedProgram::theStartComesToEachDeviceInItsTurn()
     expected += devices;
     for (const QString& call : opening(1280, 960))
         expected += "video " + call;
-    expected += {"i2c open", "i2c ioctl 0x706 0x3c"};
+    expected += {"i2c open /dev/i2c-1 read-write", "i2c I2C_SLAVE_FORCE 3C"};
     for (const QString& bytes : registerWrites(0x10 + 10))
         expected += "i2c write " + bytes;
-    expected += "i2c close";
+    expected += "i2c close /dev/i2c-1";
     QCOMPARE(calls.mid(0, expected.size()), expected);
     QVERIFY(program.shortestPause_s("i2c write") >= 0.005);
     QVERIFY(program.shortestPause_s("i2c read") >= 0.005);
@@ -75,7 +74,7 @@ void TestShippedProgram::theStartComesToEachDeviceInItsTurn()
     // Only then the port; between, the registers are read back for the screen.
     const int port = calls.indexOf("file written /dev/ttyS2");
     QVERIFY(port > expected.size());
-    QCOMPARE(only(calls.mid(expected.size(), port - expected.size()), "i2c read 1: "),
+    QCOMPARE(only(calls.mid(expected.size(), port - expected.size()), "i2c read 1 "),
              QStringList({"1A", "1B", "1C", "1D", "1E", "1F", "20", "21", "22", "23"}));
 
     QCOMPARE(program.content("sys/module/disp/parameters/disp_layer_protect"), "0");
@@ -148,7 +147,7 @@ void TestShippedProgram::leavingParksTheBoardUnlessInZigMode()
     QCOMPARE(program.exit(), 0);
     QCOMPARE(program.boardLines(before), parking);
     QCOMPARE(only(program.calls(), "video ").mid(2 + opening(1280, 960).size()), closing(1280, 960)
-                                                                                     << "close");
+                                                                                     << "close /dev/video0");
 }
 
 void TestShippedProgram::aSignalFromOutsideParksTheBoardToo_data()
@@ -180,7 +179,7 @@ void TestShippedProgram::aSignalFromOutsideParksTheBoardToo()
     QCOMPARE(program.waitForEnd(), 0);
     QCOMPARE(program.boardLines(before), parking);
     QCOMPARE(only(program.calls(), "video ").mid(2 + opening(1280, 960).size()), closing(1280, 960)
-                                                                                     << "close");
+                                                                                     << "close /dev/video0");
     QVERIFY2(QDir(program.file("lock")).isEmpty(), "the serial port is given back");
 }
 
@@ -191,8 +190,8 @@ void TestShippedProgram::noIsNoAndTheCameraGoesOn()
     const int before = program.boardLines().size();
     VERIFY_BOX(program.boxOf("BUTTON_EXIT"), "question: ORLA-III", "Are you sure quit ?", "No Yes");
     program.answer("No");
-    const int frames = program.scene().framesDelivered;
-    QTRY_VERIFY(program.scene().framesDelivered > frames + 10);
+    const int frames = program.scene().framesTaken;
+    QTRY_VERIFY(program.scene().framesTaken > frames + 10);
     QCOMPARE(program.boardLines(before), QStringList());
     QCOMPARE(program.exit(), 0);
 }
@@ -417,38 +416,34 @@ void TestShippedProgram::thePasswordScriptHasRunWhenTheBoxComes()
 
 void TestShippedProgram::itStartsAndLeavesWhateverFails_data()
 {
-    QTest::addColumn<int>("request");    // that fails
+    QTest::addColumn<QString>("fault");  // of the camera
     QTest::addColumn<QString>("broken"); // what else is
     QTest::addColumn<QString>("error");  // among the messages; none: no error at all
     const QString open = "bool OV5642Camera::open(int, std::string, bool)() [Error] ";
-    const auto row = [](const char* name, int request, const char* broken, const QString& message = {}) {
-        QTest::newRow(name) << request << QString(broken) << message;
+    const auto row = [](const char* name, const char* fault, const char* broken,
+                        const QString& message = {}) {
+        QTest::newRow(name) << QString(fault) << QString(broken) << message;
     };
-    row("format", kSetFormat, "", open + "VIDIOC_S_FMT !");
-    row("queueing", kQueueBuffer, "", open + "VIDIOC_QBUF !");
-    row("streaming", kStreamOn, "", open + "VIDIOC_STREAMON !");
-    row("stopping", kStreamOff, "");
-    row("no camera", 0, "camera", open + "VIDIOC_S_FMT !");
-    row("no frames", 0, "frames");
-    row("no bus", 0, "bus", "[Error] /dev/i2c-1: No such file or directory");
-    row("sensor does not acknowledge", 0, "sensor", open + "I2C failed: 1280");
-    row("no board", 0, "port");
-    row("silent board", 0, "board");
-    row("no settings", 0, "settings");
+    row("format", "ioctl:VIDIOC_S_FMT", "", open + "VIDIOC_S_FMT !");
+    row("queueing", "ioctl:VIDIOC_QBUF", "", open + "VIDIOC_QBUF !");
+    row("streaming", "ioctl:VIDIOC_STREAMON", "", open + "VIDIOC_STREAMON !");
+    row("stopping", "ioctl:VIDIOC_STREAMOFF", "");
+    row("no camera", "unplugged", "", open + "VIDIOC_S_FMT !");
+    row("no frames", "stall", "");
+    row("no bus", "no-i2c", "", "[Error] /dev/i2c-1: No such file or directory");
+    row("sensor does not acknowledge", "i2c-nack", "", open + "I2C failed: 1280");
+    row("no board", "", "port");
+    row("silent board", "", "board");
+    row("no settings", "", "settings");
 }
 
 void TestShippedProgram::itStartsAndLeavesWhateverFails()
 {
-    QFETCH(int, request);
+    QFETCH(QString, fault);
     QFETCH(QString, broken);
     QFETCH(QString, error);
     ShippedProgram program;
-    program.scene().failingErrno = EIO;
-    program.scene().failingRequest = request;
-    program.scene().noCaptureDevice = broken == "camera";
-    program.scene().noFrames = broken == "frames";
-    program.scene().noBus = broken == "bus";
-    program.scene().busNack = broken == "sensor";
+    program.setCameraFaults({fault});
     program.silenceBoard(broken == "board");
     if (broken == "port")
         QFile::remove(program.file("dev/ttyS2"));
@@ -459,7 +454,7 @@ void TestShippedProgram::itStartsAndLeavesWhateverFails()
     const QString messages = program.text("PLAIN_DEBUG_MESSAGE");
     QVERIFY2(error.isEmpty() ? !messages.contains("[Error]") : messages.contains(error),
              qPrintable(messages));
-    if (broken == "bus" || broken == "sensor")
+    if (fault == "no-i2c" || fault == "i2c-nack")
         QCOMPARE(program.text("EDIT_EXPOSURE"), "0x1A1B"); // what has been meant for the sensor
     if (broken == "port" || broken == "board") {
         program.click("BUTTON_Z_MOVE_PLUS");
@@ -470,7 +465,7 @@ void TestShippedProgram::itStartsAndLeavesWhateverFails()
         QCOMPARE(program.text("EDIT_Z_POSITION"), broken == "settings" ? "32256" : "30512");
     }
     QCOMPARE(program.exit(), 0);
-    QCOMPARE(program.calls().filter("video close").size(), broken == "camera" ? 0 : 1);
+    QCOMPARE(program.calls().filter("video close").size(), fault == "unplugged" ? 0 : 1);
 }
 
 QTEST_GUILESS_MAIN(TestShippedProgram)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 
@@ -7,17 +8,15 @@
 /// instrument in order that shows plain fields.
 struct DeviceScene
 {
-    /// The capture request that fails with failingErrno, by its last byte (VIDIOC_S_FMT: 5); 0: none.
-    std::atomic<std::int32_t> failingRequest;
-    std::atomic<std::int32_t> failingErrno;
-    std::atomic<std::int32_t> noCaptureDevice; // its open: ENODEV
-    std::atomic<std::int32_t> noBus;           // its open: ENOENT
-    std::atomic<std::int32_t> busNack;         // transfers: EREMOTEIO
-    std::atomic<std::int32_t> noFrames;
+    /// The simulated camera's faults by their names, with blanks between; they are looked at
+    /// anew whenever the number beside them changes.
+    std::array<char, 200> faults;
+    std::atomic<std::int32_t> faultsChanged;
     std::atomic<std::int32_t> formatIsFree; // of buffers that are only allocated
     /// Height of the squares' edge over the grey ground, 0..100: more is sharper.
     std::atomic<std::int32_t> contrast;
-    std::atomic<std::int32_t> framesDelivered;
-    /// The sensor's register file.
+    /// Frames that the program has taken in.
+    std::atomic<std::int32_t> framesTaken;
+    /// The sensor's registers that the program has written, as they are.
     std::atomic<std::uint8_t> registers[0x10000];
 };

@@ -1,14 +1,15 @@
-// Preloaded into the shipped program: takes the kernel's place for the capture device and
-// the sensor's bus, and writes a line for every call on them into $STAND_IN_LOG. Every other
-// call, and every other descriptor, goes on to the C library.
+// Preloaded into the shipped program: leads its calls on the capture device and the sensor's
+// bus to the simulator's, and writes a line for each of the program's main thread into
+// $STAND_IN_LOG. Every other call, and every other descriptor, goes on to the C library.
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <mutex>
+#include <sstream>
+#include <string>
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -16,37 +17,101 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "CaptureNode.h"
 #include "StandInCalls.h"
+#include "simulator/camera/CameraDevices.h"
 
 namespace {
 
-constexpr unsigned long kI2cSlave = 0x0706;
-constexpr int kSensorAddress = 0x3C;
+constexpr const char* kVideo = "/dev/video0";
+constexpr const char* kBus = "/dev/i2c-1";
 
-struct Bus
+/// Four fields in red, green, blue and grey, in each a grid of bright squares whose height
+/// over the ground is the contrast; two dark discs of 5M size where the target is looked for.
+class ScenePictures : public FrameSource
 {
-    bool open = false;
-    bool addressed = false;
-    unsigned int reg = 0;
+public:
+    std::uint64_t look(InstrumentTime /*time*/, const PictureMode& mode) override
+    {
+        m_width = mode.width_px;
+        m_height = mode.height_px;
+        m_contrast = scene()->contrast;
+        return static_cast<std::uint64_t>(m_contrast) + 1;
+    }
+    void draw(std::uint8_t* yuyv) override
+    {
+        constexpr int fields[4][2] = {{90, 240}, {54, 34}, {240, 110}, {128, 128}}; // U, V
+        for (int y = 0; y < m_height; ++y) {
+            for (int x = 0; x < m_width; ++x) {
+                const int field = (x < m_width / 2 ? 0 : 1) + (y < m_height / 2 ? 0 : 2);
+                const bool square = (x * 64 / m_width) % 2 && (y * 48 / m_height) % 2;
+                int luma = 110 + (square ? m_contrast : 0);
+                int tint = fields[field][x % 2];
+                for (const int left : {796, 1796}) {
+                    const int distance2 = (x - left) * (x - left) + (y - 972) * (y - 972);
+                    if (m_width == 2592 && distance2 <= 100 * 100)
+                        tint = 128; // grey around the disc, so that it alone is dark
+                    if (m_width == 2592 && distance2 <= 12 * 12)
+                        luma = 16;
+                }
+                *yuyv++ = static_cast<std::uint8_t>(luma);
+                *yuyv++ = static_cast<std::uint8_t>(tint);
+            }
+        }
+    }
+
+private:
+    int m_width = 0;
+    int m_height = 0;
+    int m_contrast = 0;
 };
 
-std::mutex deviceLock;
-CaptureNode capture;
-int captureFd = -1;
-std::array<Bus, 1024> buses; // by descriptor
-
-int openBus()
+void recordCall(const TracedCall& call)
 {
-    if (scene()->noBus) {
-        record("i2c open fails");
-        return failed(ENOENT);
+    const bool ofBus = call.name == kBus || call.kind == CallKind::BusAddress ||
+                       call.kind == CallKind::BusWrite || call.kind == CallKind::BusRead;
+    if (call.onOwnThread)
+        record("%s %s", ofBus ? "i2c" : "video", callLine(call).c_str());
+}
+
+CameraDevices& devices()
+{
+    static ScenePictures pictures;
+    static CameraDevices simulated = [] {
+        CameraDeviceParameters parameters;
+        parameters.capture.formatHeldByBuffers = !scene()->formatIsFree;
+        return CameraDevices(parameters, pictures);
+    }();
+    [[maybe_unused]] static const bool listening = [] {
+        simulated.trace().setListener(recordCall);
+        return true;
+    }();
+    static std::atomic<std::int32_t> faultsSeen{0};
+    const std::int32_t changed = scene()->faultsChanged;
+    if (faultsSeen.exchange(changed) != changed) {
+        simulated.faults().clear();
+        std::istringstream names(scene()->faults.data());
+        for (std::string name; names >> name;)
+            if (!simulated.faults().enable(name))
+                record("no such fault: %s", name.c_str());
     }
-    const int fd = realOpen("/dev/null", O_RDWR);
-    if (Bus* const bus = fd >= 0 && std::size_t(fd) < buses.size() ? &buses[fd] : nullptr)
-        *bus = Bus{true, false, 0};
-    record("i2c open");
-    return fd;
+    return simulated;
+}
+
+// The simulated descriptor behind each of the program's own, 0 where there is none.
+std::array<std::atomic<int>, 1024> descriptors;
+std::array<std::atomic<void*>, 64> mappings;
+
+int simulated(int fd)
+{
+    return fd >= 0 && std::size_t(fd) < descriptors.size() ? descriptors[std::size_t(fd)].load() : 0;
+}
+
+int captureControl(int descriptor, unsigned long request, void* argument)
+{
+    const int result = devices().captureIoctl(descriptor, request, argument);
+    if (std::uint32_t(request) == VIDIOC_QBUF)
+        scene()->framesTaken = std::int32_t(devices().counters().framesReturned);
+    return result;
 }
 
 /// A line for a file of the instrument, to see the order of the start.
@@ -59,77 +124,20 @@ void recordFile(const char* path, int flags)
             record("file %s %s", (flags & O_ACCMODE) == O_RDONLY ? "read" : "written", path);
 }
 
-/// A descriptor of the stand-in for one of its nodes; -2 for any other path.
+/// A descriptor for one of the devices; -2 for any other path.
 int openNode(const char* path, int flags)
 {
-    const bool node = std::strcmp(path, "/dev/video0") == 0;
-    const bool bus = std::strcmp(path, "/dev/i2c-1") == 0;
-    if ((!node && !bus) || !scene()) {
+    if ((std::strcmp(path, kVideo) != 0 && std::strcmp(path, kBus) != 0) || !scene()) {
         recordFile(path, flags);
         return -2;
     }
-    const std::lock_guard<std::mutex> hold(deviceLock);
-    if (bus) {
-        if ((flags & O_ACCMODE) != O_RDWR)
-            record("i2c flags %#x", flags);
-        return openBus();
-    }
-    record("video open%s%s", (flags & O_ACCMODE) == O_RDWR ? " read-write" : "",
-           flags & O_NONBLOCK ? " non-blocking" : "");
-    if (scene()->noCaptureDevice)
-        return failed(ENODEV);
-    captureFd = realOpen("/dev/null", flags);
-    return captureFd;
-}
-
-bool isCapture(int fd)
-{
-    return fd >= 0 && fd == captureFd;
-}
-
-Bus* busOf(int fd)
-{
-    return fd >= 0 && std::size_t(fd) < buses.size() && buses[fd].open ? &buses[fd] : nullptr;
-}
-
-int busControl(Bus& bus, unsigned long request, long argument)
-{
-    record("i2c ioctl %#lx %#lx", request, static_cast<unsigned long>(argument));
-    if (request != kI2cSlave)
-        return failed(ENOTTY);
-    bus.addressed = argument == kSensorAddress;
-    return 0;
-}
-
-ssize_t busWrite(Bus& bus, const unsigned char* bytes, std::size_t count)
-{
-    if (scene()->busNack || !bus.addressed) {
-        record("i2c write %zu not acknowledged", count);
-        return failed(EREMOTEIO);
-    }
-    if (count == 3)
-        record("i2c write %02X %02X %02X", bytes[0], bytes[1], bytes[2]);
-    else if (count == 2)
-        record("i2c write %02X %02X", bytes[0], bytes[1]);
-    else
-        record("i2c write of %zu bytes", count);
-    if (count >= 2)
-        bus.reg = bytes[0] * 256U + bytes[1];
-    for (std::size_t i = 2; i < count; ++i)
-        scene()->registers[(bus.reg + i - 2) & 0xFFFF] = bytes[i];
-    return ssize_t(count);
-}
-
-ssize_t busRead(Bus& bus, unsigned char* bytes, std::size_t count)
-{
-    if (scene()->busNack || !bus.addressed) {
-        record("i2c read %zu not acknowledged", count);
-        return failed(EREMOTEIO);
-    }
-    for (std::size_t i = 0; i < count; ++i)
-        bytes[i] = scene()->registers[(bus.reg + i) & 0xFFFF];
-    record("i2c read %zu: %02X", count, count ? bytes[0] : 0);
-    return ssize_t(count);
+    const int descriptor = devices().open(path, flags);
+    if (descriptor < 0)
+        return -1;
+    const int fd = realOpen("/dev/null", flags);
+    if (fd >= 0 && std::size_t(fd) < descriptors.size())
+        descriptors[std::size_t(fd)] = descriptor;
+    return fd;
 }
 
 } // namespace
@@ -170,38 +178,31 @@ int open64(const char* path, int flags, ...)
 
 int close(int fd)
 {
-    {
-        const std::lock_guard<std::mutex> hold(deviceLock);
-        if (isCapture(fd)) {
-            record("video close");
-            captureFd = -1;
-            capture.closed();
-        } else if (Bus* const bus = busOf(fd)) {
-            record("i2c close");
-            *bus = Bus();
-        }
+    if (const int descriptor = simulated(fd)) {
+        descriptors[std::size_t(fd)] = 0;
+        devices().close(descriptor);
     }
     return realClose(fd);
 }
 
 ssize_t read(int fd, void* buffer, size_t count)
 {
-    {
-        const std::lock_guard<std::mutex> hold(deviceLock);
-        if (Bus* const bus = busOf(fd))
-            return busRead(*bus, static_cast<unsigned char*>(buffer), count);
-    }
-    return realRead(fd, buffer, count);
+    const int descriptor = simulated(fd);
+    return descriptor ? devices().read(descriptor, buffer, count) : realRead(fd, buffer, count);
 }
 
 ssize_t write(int fd, const void* buffer, size_t count)
 {
-    {
-        const std::lock_guard<std::mutex> hold(deviceLock);
-        if (Bus* const bus = busOf(fd))
-            return busWrite(*bus, static_cast<const unsigned char*>(buffer), count);
+    const int descriptor = simulated(fd);
+    if (!descriptor)
+        return realWrite(fd, buffer, count);
+    const ssize_t written = devices().write(descriptor, buffer, count);
+    if (written > 2) {
+        const auto* bytes = static_cast<const std::uint8_t*>(buffer);
+        const auto address = static_cast<std::uint16_t>(bytes[0] << 8U | bytes[1]);
+        scene()->registers[address] = devices().sensorRegister(address);
     }
-    return realWrite(fd, buffer, count);
+    return written;
 }
 
 int ioctl(int fd, unsigned long request, ...)
@@ -210,16 +211,9 @@ int ioctl(int fd, unsigned long request, ...)
     va_start(arguments, request);
     const long argument = va_arg(arguments, long);
     va_end(arguments);
-    {
-        const std::lock_guard<std::mutex> hold(deviceLock);
-        if (Bus* const bus = busOf(fd))
-            return busControl(*bus, request, argument);
-        if (isCapture(fd)) {
-            record("video plain ioctl");
-            return capture.control(request, reinterpret_cast<void*>(argument));
-        }
-    }
-    return realIoctl(fd, request, argument);
+    const int descriptor = simulated(fd);
+    return descriptor ? devices().ioctl(descriptor, request, static_cast<unsigned long>(argument))
+                      : realIoctl(fd, request, argument);
 }
 
 // libv4l2 asks the kernel in this way, around ioctl().
@@ -231,11 +225,9 @@ long syscall(long number, ...)
     for (long& argument : arguments)
         argument = va_arg(list, long);
     va_end(list);
-    if (number == SYS_ioctl) {
-        const std::lock_guard<std::mutex> hold(deviceLock);
-        if (isCapture(int(arguments[0])))
-            return capture.control(arguments[1], reinterpret_cast<void*>(arguments[2]));
-    }
+    if (const int descriptor = number == SYS_ioctl ? simulated(int(arguments[0])) : 0)
+        return captureControl(descriptor, static_cast<unsigned long>(arguments[1]),
+                              reinterpret_cast<void*>(arguments[2]));
     return realSyscall(number, arguments[0], arguments[1], arguments[2], arguments[3], arguments[4],
                        arguments[5]);
 }
@@ -246,27 +238,31 @@ int fcntl(int fd, int command, ...)
     va_start(arguments, command);
     const long argument = va_arg(arguments, long);
     va_end(arguments);
-    if (isCapture(fd) && command == F_SETFD)
-        record("video F_SETFD%s", argument & FD_CLOEXEC ? " FD_CLOEXEC" : "");
+    if (const int descriptor = command == F_SETFD ? simulated(fd) : 0)
+        devices().fcntl(descriptor, command, int(argument));
     return realFcntl(fd, command, argument);
 }
 
 void* mmap(void* address, size_t length, int protection, int flags, int fd, off_t offset)
 {
-    if (isCapture(fd)) {
-        const std::lock_guard<std::mutex> hold(deviceLock);
-        if (protection != (PROT_READ | PROT_WRITE) || flags != MAP_SHARED)
-            record("video mmap with protection %#x flags %#x", protection, flags);
-        return capture.map(length, offset);
-    }
-    return realMmap(address, length, protection, flags, fd, offset);
+    const int descriptor = simulated(fd);
+    if (!descriptor)
+        return realMmap(address, length, protection, flags, fd, offset);
+    void* const mapped = devices().mmap(length, protection, flags, descriptor, offset);
+    const auto place =
+        std::find_if(mappings.begin(), mappings.end(), [](const auto& entry) { return !entry.load(); });
+    if (mapped != MAP_FAILED && place != mappings.end())
+        *place = mapped;
+    return mapped;
 }
 
+// The simulated devices unmap their memory in this way themselves, when it is theirs no more.
 int munmap(void* address, size_t length)
 {
-    if (captureFd >= 0) {
-        const std::lock_guard<std::mutex> hold(deviceLock);
-        capture.unmap(address, length);
+    for (std::atomic<void*>& mapping : mappings) {
+        void* mapped = address;
+        if (address && mapping.compare_exchange_strong(mapped, nullptr))
+            return devices().munmap(address, length);
     }
     return realMunmap(address, length);
 }
@@ -278,26 +274,17 @@ void sync()
 
 int select(int count, fd_set* readable, fd_set* writable, fd_set* special, timeval* timeout)
 {
-    if (captureFd < 0 || !readable || captureFd >= count || !FD_ISSET(captureFd, readable))
-        return realSelect(count, readable, writable, special, timeout);
-    const std::int64_t end = now_ns() + timeout->tv_sec * kSecond_ns + timeout->tv_usec * 1000LL;
-    for (;;) {
-        const std::int64_t now = now_ns();
-        std::int64_t due = -1;
-        {
-            const std::lock_guard<std::mutex> hold(deviceLock);
-            due = capture.nextFrame_ns();
-        }
-        if (due >= 0 && now >= due)
-            return 1;
-        if (now >= end) {
+    for (int fd = 0; readable && fd < count; ++fd) {
+        const int descriptor = FD_ISSET(fd, readable) ? simulated(fd) : 0;
+        if (!descriptor)
+            continue;
+        const int ready =
+            devices().waitReadable(descriptor, int(timeout->tv_sec * 1000 + timeout->tv_usec / 1000));
+        if (ready <= 0)
             FD_ZERO(readable);
-            return 0;
-        }
-        const std::int64_t rest = std::min<std::int64_t>({end - now, due < 0 ? 5000000 : due - now, 5000000});
-        const timespec pause{0, rest};
-        nanosleep(&pause, nullptr);
+        return ready;
     }
+    return realSelect(count, readable, writable, special, timeout);
 }
 
 } // extern "C"

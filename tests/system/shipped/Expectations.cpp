@@ -11,7 +11,7 @@ QStringList only(const QStringList& calls, const QString& start)
 
 QStringList opening(int width, int height)
 {
-    QStringList calls{QString("VIDIOC_S_FMT type 1 %1x%2 YUYV").arg(width).arg(height),
+    QStringList calls{QString("VIDIOC_S_FMT %1x%2 YUYV type 1").arg(width).arg(height),
                       "VIDIOC_REQBUFS count 4 type 1 memory 1"};
     for (int i = 0; i < 4; ++i)
         calls += {QString("VIDIOC_QUERYBUF %1 type 1 memory 1").arg(i),

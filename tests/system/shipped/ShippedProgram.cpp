@@ -186,6 +186,12 @@ void ShippedProgram::sayUnasked(const QByteArray& line)
         [&line](Board& board, InstrumentTime now) { board.sendUnasked(line.toStdString(), now); });
 }
 
+void ShippedProgram::setCameraFaults(const QStringList& faults)
+{
+    qstrncpy(m_scene->faults.data(), faults.join(' ').toLatin1().constData(), m_scene->faults.size());
+    ++m_scene->faultsChanged;
+}
+
 bool ShippedProgram::portIsSetAsTheBoardExpects() const
 {
     const FileDescriptor port(::open(m_board->terminalPath().c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));

@@ -41,6 +41,8 @@ public:
     void pullDisk() const;
 
     DeviceScene& scene() { return *m_scene; }
+    /// Gives the simulated camera these faults, by their names, and no other.
+    void setCameraFaults(const QStringList& faults);
     BoardPort& board() { return *m_board; }
     /// The lines that the board has received, without "$," and line end, from this one on.
     QStringList boardLines(int from = 0);

@@ -21,13 +21,6 @@ Real<int(void*, size_t)> realMunmap("munmap");
 Real<int(int, fd_set*, fd_set*, fd_set*, timeval*)> realSelect("select");
 Real<long(long, ...)> realSyscall("syscall");
 
-std::int64_t now_ns()
-{
-    timespec time{};
-    clock_gettime(CLOCK_MONOTONIC, &time);
-    return time.tv_sec * kSecond_ns + time.tv_nsec;
-}
-
 DeviceScene* scene()
 {
     static DeviceScene* const mapped = [] {
@@ -57,7 +50,10 @@ void record(const char* format, ...)
     }();
     if (log < 0)
         return;
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC, &time);
     char line[512];
-    const int length = snprintf(line, sizeof line, "%.6f %s\n", double(now_ns()) / kSecond_ns, text);
+    const int length = snprintf(line, sizeof line, "%lld.%06ld %s\n", static_cast<long long>(time.tv_sec),
+                                time.tv_nsec / 1000, text);
     [[maybe_unused]] const ssize_t written = realWrite(log, line, std::size_t(length));
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 
@@ -49,16 +48,7 @@ extern Real<int(void*, size_t)> realMunmap;
 extern Real<int(int, fd_set*, fd_set*, fd_set*, timeval*)> realSelect;
 extern Real<long(long, ...)> realSyscall;
 
-constexpr std::int64_t kSecond_ns = 1000000000;
-
-std::int64_t now_ns();
 /// Null in a process that is not to be stood in for.
 DeviceScene* scene();
 /// Writes a line with the time into $STAND_IN_LOG.
 __attribute__((format(printf, 1, 2))) void record(const char* format, ...);
-
-inline int failed(int error)
-{
-    errno = error;
-    return -1;
-}
