@@ -32,6 +32,5 @@ std::uint64_t PictureSource::look(InstrumentTime time, const PictureMode& mode)
 
 void PictureSource::draw(std::uint8_t* yuyv)
 {
-    ++m_drawCount;
     m_optics.draw(*m_mode, m_shown, m_picture, yuyv);
 }

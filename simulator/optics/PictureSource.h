@@ -28,9 +28,6 @@ public:
     /// Tells that the optics show something else from the next look on.
     void sceneChanged() { m_sceneChanged = true; }
 
-    /// Pictures drawn so far.
-    std::uint64_t drawCount() const { return m_drawCount; }
-
 private:
     PictureSourceParameters m_parameters;
     Optics& m_optics;
@@ -42,5 +39,4 @@ private:
     PictureInputs m_shown;
     bool m_sceneChanged = false;
     std::uint64_t m_picture = 0;
-    std::uint64_t m_drawCount = 0;
 };
