@@ -13,19 +13,9 @@
 
 #include "Controller/Controller.h"
 #include "FocusRig.h"
+#include "support/LogRecorder.h"
 
 using focus_sweep::State;
-
-namespace {
-
-QStringList g_debugStream;
-
-void keepDebugStream(QtMsgType /*type*/, const QMessageLogContext& /*context*/, const QString& text)
-{
-    g_debugStream << text;
-}
-
-} // namespace
 
 class TestAutofocus : public QObject
 {
@@ -34,7 +24,6 @@ class TestAutofocus : public QObject
 private slots:
     void initTestCase();
     void init();
-    void cleanup();
     void cleanupTestCase();
 
     void aRunScoresFifteenPositionsAndGoesToTheBest();
@@ -74,11 +63,6 @@ void TestAutofocus::init()
 {
     m_rig->reset();
     QVERIFY(m_rig->putStage(0));
-}
-
-void TestAutofocus::cleanup()
-{
-    qInstallMessageHandler(nullptr);
 }
 
 void TestAutofocus::cleanupTestCase()
@@ -304,11 +288,10 @@ void TestAutofocus::theLogNamesEveryStep()
     m_rig->show(peakAt(9360));
     const auto sequencer = m_rig->autofocus(10000);
     Run run(*sequencer);
-    g_debugStream.clear();
-    qInstallMessageHandler(keepDebugStream);
+    const LogRecorder log;
     sequencer->process();
     QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
-    qInstallMessageHandler(nullptr);
+    const QStringList debugStream = log.messages();
 
     const QString name = QStringLiteral("void alg_Autofocus::");
     QCOMPARE(run.log.first(), name + "process()");
@@ -324,11 +307,11 @@ void TestAutofocus::theLogNamesEveryStep()
 
     // The same messages stand in the debug stream, and four more that are for it alone.
     for (QString message : qAsConst(run.log)) {
-        QVERIFY2(g_debugStream.contains(message.replace('|', ' ')), qPrintable(message));
+        QVERIFY2(debugStream.contains(message.replace('|', ' ')), qPrintable(message));
     }
     for (const char* line : {"------------> target :  5520", "------------> current :  10000",
                              "After move m_current_pos  :  10000", "After move Real current :  5520"}) {
-        QCOMPARE(g_debugStream.count(line), 1);
+        QCOMPARE(debugStream.count(line), 1);
         QVERIFY(run.logOf(QString(line).left(12)).isEmpty());
     }
 }

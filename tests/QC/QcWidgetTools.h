@@ -11,34 +11,11 @@
 
 #include "CalibrationFrame.h"
 #include "QC/QC_measure.h"
+#include "support/LogRecorder.h"
 
 constexpr QSize kFrame(2592, 1944);
 constexpr QSize kView(640, 480);
 inline const QColor kNavigatorColor(255, 255, 0);
-
-inline QStringList loggedLines;
-
-inline void keepLogged(QtMsgType, const QMessageLogContext&, const QString& text)
-{
-    loggedLines.append(text);
-}
-
-/// Collects what is logged while it lives.
-class LogCatcher
-{
-public:
-    LogCatcher()
-    {
-        loggedLines.clear();
-        m_before = qInstallMessageHandler(keepLogged);
-    }
-    ~LogCatcher() { qInstallMessageHandler(m_before); }
-    LogCatcher(const LogCatcher&) = delete;
-    LogCatcher& operator=(const LogCatcher&) = delete;
-
-private:
-    QtMessageHandler m_before;
-};
 
 inline void send(QWidget& widget, QEvent::Type type, QPointF position)
 {
@@ -143,7 +120,7 @@ inline QPoint aimAt(QC_measure& widget, QPoint place)
 /// Length that the widget measures between its points.
 inline float measuredLength(QC_measure& widget)
 {
-    const LogCatcher catcher;
+    const LogRecorder silence;
     QSignalSpy results(&widget, &QC_measure::sig_measure_result);
     widget.measure2Point();
     return results.at(0).at(0).value<MeasureInfo_t>().length_pixel;

@@ -19,7 +19,7 @@ private slots:
         widget.setPoint(0);
         aimAt(widget, {1500, 500});
         widget.setPoint(1);
-        const LogCatcher catcher;
+        const LogRecorder silence;
         QSignalSpy results(&widget, &QC_measure::sig_measure_result);
         widget.measure2Point();
         QCOMPARE(results.count(), 1);
@@ -43,7 +43,7 @@ private slots:
     void aMeasurementWithoutPointsIsNotRefused()
     {
         QC_measure widget;
-        const LogCatcher catcher;
+        const LogRecorder silence;
         QSignalSpy results(&widget, &QC_measure::sig_measure_result);
         widget.measure2Point();
         QCOMPARE(results.count(), 1);
@@ -87,12 +87,11 @@ private slots:
         aimAt(widget, {1549, 500});
         widget.setPoint(1);
         bool loggedBeforeTheSignal = false;
+        const LogRecorder log;
         connect(&widget, &QC_measure::sig_measure_result, this,
-                [&] { loggedBeforeTheSignal = loggedLines.size() == 10; });
-        {
-            const LogCatcher catcher;
-            widget.measure2Point();
-        }
+                [&] { loggedBeforeTheSignal = log.messages().size() == 10; });
+        widget.measure2Point();
+        const QStringList loggedLines = log.messages();
         QVERIFY(loggedBeforeTheSignal);
         const QStringList expected = {
             "----->Before Magnification : 1.4686",
@@ -150,7 +149,7 @@ private slots:
     void aMissingFrameHasNoMeanIntensity()
     {
         const QC_measure widget;
-        const LogCatcher catcher;
+        const LogRecorder silence;
         float red = 1;
         float green = 2;
         float blue = 3;

@@ -268,15 +268,17 @@ private slots:
         widget.setImageData(frame.data());
         QSignalSpy points(&widget, &QC_measure::sig_measure_point);
         QSignalSpy errors(&widget, &QC_measure::sig_measure_error);
+        QStringList logged;
         {
-            const LogCatcher catcher;
+            const LogRecorder log;
             cv::parallel::setParallelForBackend(std::make_shared<NoThreads>(), false);
             widget.setPoint(0);
             cv::parallel::setParallelForBackend(std::shared_ptr<cv::parallel::ParallelForAPI>(), false);
+            logged = log.messages();
         }
         QCOMPARE(errors.count(), 1);
         QCOMPARE(errors.at(0).at(0).value<TargetingError_e>(), TARGETING_NO_CELL);
-        QCOMPARE(loggedLines.filter("[Error]").filter("no threads left").size(), 1);
+        QCOMPARE(logged.filter("[Error]").filter("no threads left").size(), 1);
         // The next search works again.
         widget.setPoint(0);
         QCOMPARE(points.count(), 1);

@@ -15,17 +15,12 @@
 #include "settings/GlobalIni.h"
 #include "settings/IniFile.h"
 #include "settings/SafeSettingsFile.h"
+#include "support/FileBytes.h"
 #include "tests/settings/QuickDirectory.h"
 
 namespace {
 
 const QString kFile = QStringLiteral("/conf/Settings.ini");
-
-QByteArray bytesOf(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(cannot be read)");
-}
 
 void put(const QString& path, const QByteArray& bytes)
 {

@@ -16,6 +16,8 @@
 #include "platform/InstrumentPath.h"
 #include "settings/IniFile.h"
 #include "settings/SafeSettingsFile.h"
+#include "support/FileBytes.h"
+#include "support/LogRecorder.h"
 #include "tests/settings/FaultyFileCalls.h"
 #include "tests/settings/QuickDirectory.h"
 
@@ -45,19 +47,6 @@ bool save(Save way)
     file.settings().setValue("Calibration/Z reference", 31000);
     file.settings().setValue("ORLA-III/Serial", "OR3-07-00042");
     return file.commit();
-}
-
-QStringList g_messages;
-
-void collectMessage(QtMsgType, const QMessageLogContext&, const QString& text)
-{
-    g_messages.append(text);
-}
-
-QByteArray bytesOf(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(cannot be read)");
 }
 
 // Runs work in a process of its own and returns its exit status, -1 if it crashed.
@@ -100,10 +89,10 @@ Outcome saveOnSmallDisk(const QString& directory, Save way, const QByteArray& op
         ::mount("none", qPrintable(directory), nullptr, MS_REMOUNT | MS_RDONLY, options.constData()) != 0)
         return NotPermitted;
 
-    g_messages.clear();
+    const LogRecorder log;
     save(way);
     const bool isOld = bytesOf(instrumentPath(kFile)) == kOld;
-    const int lines = g_messages.filter("[Error] not saved: /conf/Settings.ini").size();
+    const int lines = log.messages().filter("[Error] not saved: /conf/Settings.ini").size();
     if (isOld)
         return lines == 1 ? OldContent : Damaged;
     return lines == 0 ? NewContent : Damaged;
@@ -121,7 +110,6 @@ private slots:
         m_directory = std::make_unique<QuickDirectory>();
         QVERIFY(m_directory->isValid());
         setInstrumentRoot(m_directory->path());
-        g_messages.clear();
     }
 
     void cleanup() { setInstrumentRoot("/"); }
@@ -193,17 +181,16 @@ private slots:
         bool hit = true;
         for (int number = 1; hit; ++number) {
             putOld(true);
-            g_messages.clear();
-            const QtMessageHandler handler = qInstallMessageHandler(collectMessage);
+            const LogRecorder log;
             FaultyFileCalls::arm(Fault::Error, number, errorNumber, lasting);
             const bool saved = save(Save(way));
             hit = FaultyFileCalls::disarm() >= number;
-            qInstallMessageHandler(handler);
+            const QStringList messages = log.messages();
 
             const QByteArray found = bytesOf(path());
-            const int lines = g_messages.filter("[Error] not saved: /conf/Settings.ini").size();
+            const int lines = messages.filter("[Error] not saved: /conf/Settings.ini").size();
             const QByteArray what = "failure " + QByteArray::number(number) + ": " +
-                                    g_messages.join('\n').toUtf8() + "\n" + found + "\n" +
+                                    messages.join('\n').toUtf8() + "\n" + found + "\n" +
                                     FaultyFileCalls::calls().join('\n');
             QVERIFY2(found == (lines == 0 ? fresh : QByteArray(kOld)), what);
             QVERIFY2(lines <= 1, what);
@@ -345,10 +332,7 @@ private:
     int smallDisk(Save way, const QByteArray& options, bool readOnly, int spare_bytes)
     {
         const QString directory = m_directory->path();
-        return inChild([=] {
-            qInstallMessageHandler(collectMessage);
-            return int(saveOnSmallDisk(directory, way, options, readOnly, spare_bytes));
-        });
+        return inChild([=] { return int(saveOnSmallDisk(directory, way, options, readOnly, spare_bytes)); });
     }
 
     std::unique_ptr<QuickDirectory> m_directory;

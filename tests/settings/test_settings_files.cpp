@@ -11,18 +11,13 @@
 #include "settings/MainSettings.h"
 #include "settings/SafeSettingsFile.h"
 #include "settings/StageFile.h"
+#include "support/FileBytes.h"
 #include "tests/settings/QuickDirectory.h"
 
 namespace {
 
 constexpr RegisterIndex kRegisters = {0x3501, 0x3502, 0x350A, 0x350B, 0x3400,
                                       0x3401, 0x3402, 0x3403, 0x3404, 0x3405};
-
-QByteArray bytesOf(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(cannot be read)");
-}
 
 void put(const QString& fixedPath, const QByteArray& bytes)
 {

@@ -12,17 +12,12 @@
 
 #include "simulator/disk/UsbPort.h"
 #include "simulator/instrument/InstrumentTree.h"
+#include "support/FileBytes.h"
 
 namespace {
 
 constexpr int kWrongUse = 1;
 constexpr int kFailed = 32;
-
-QByteArray bytesOf(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(cannot be read)");
-}
 
 bool put(const QString& path, const QByteArray& bytes)
 {

@@ -1,22 +1,16 @@
 #pragma once
 
-#include <QByteArray>
 #include <QFile>
 #include <QFileInfo>
 #include <QSettings>
 
 #include "settings/SettingsFiles.h"
+#include "support/FileBytes.h"
 #include "support/WindowFixture.h"
 
 /// The instrument's settings files, in the order of SettingsFiles.h.
 inline constexpr const char* kSettingsFiles[] = {kMainSettingsFile, kCusCalibrationFile, kBfnCalibrationFile,
                                                  kStageFile};
-
-inline QByteArray bytesOf(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(cannot be read)");
-}
 
 /// The settings files of a running window's instrument, as a test lays them down and reads
 /// them. Files go by their fixed paths.

@@ -13,6 +13,8 @@
 #include "camera/OV5642Camera.h"
 #include "settings/GlobalIni.h"
 #include "support/EventWatch.h"
+#include "support/FileBytes.h"
+#include "support/LogRecorder.h"
 #include "support/WindowFixture.h"
 
 namespace {
@@ -20,19 +22,6 @@ namespace {
 constexpr bool kZigMode = ORLA_TEST_ZIG_MODE;
 constexpr const char* kHighlight = "background-color: rgb(0, 170, 255);";
 constexpr const char* kPlain = "background-color: none;";
-
-QStringList g_stream;
-
-void keepMessage(QtMsgType, const QMessageLogContext&, const QString& text)
-{
-    g_stream.append(text);
-}
-
-QByteArray contentOf(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
-}
 
 } // namespace
 
@@ -43,11 +32,11 @@ class TestWindowStartup : public QObject
 private slots:
     void initTestCase()
     {
-        qInstallMessageHandler(keepMessage);
+        const LogRecorder log;
         WindowFixture::Options options;
         options.zigMode = kZigMode;
         m_fixture = std::make_unique<WindowFixture>(options);
-        qInstallMessageHandler(nullptr);
+        m_stream = log.messages();
     }
 
     void cleanupTestCase() { m_fixture.reset(); }
@@ -74,7 +63,7 @@ private slots:
     void theVideoLayerIsReleased()
     {
         QCOMPARE(m_fixture->tree().displayLayerProtect(), QString("0"));
-        QCOMPARE(contentOf(m_fixture->machinePath("/sys/module/disp/parameters/disp_layer_protect")),
+        QCOMPARE(bytesOf(m_fixture->machinePath("/sys/module/disp/parameters/disp_layer_protect")),
                  QByteArray("0"));
     }
 
@@ -88,11 +77,11 @@ private slots:
 
     void theSettingsAreLoadedBeforeThereIsAConsole()
     {
-        QVERIFY(g_stream.contains("void ORLA_II_Plus_Verifier::get_INI_value(QSettings&)"));
-        QCOMPARE(g_stream.filter("[CUS_CAL_INI]").size(), 30);
-        QCOMPARE(g_stream.filter("[BFN_CAL_INI]").size(), 30);
+        QVERIFY(m_stream.contains("void ORLA_II_Plus_Verifier::get_INI_value(QSettings&)"));
+        QCOMPARE(m_stream.filter("[CUS_CAL_INI]").size(), 30);
+        QCOMPARE(m_stream.filter("[BFN_CAL_INI]").size(), 30);
         QVERIFY(
-            g_stream.contains(QString("----> global_ini()->bZig_mode : ") + (kZigMode ? "true" : "false")));
+            m_stream.contains(QString("----> global_ini()->bZig_mode : ") + (kZigMode ? "true" : "false")));
         QVERIFY(!m_fixture->messages().contains("CAL_INI"));
     }
 
@@ -112,9 +101,9 @@ private slots:
                                 "z_stage_abs"};
         int from = 0;
         for (const QString& step : steps) {
-            while (from < g_stream.size() && !g_stream[from].contains(step))
+            while (from < m_stream.size() && !m_stream[from].contains(step))
                 ++from;
-            QVERIFY2(from < g_stream.size(), qPrintable(step));
+            QVERIFY2(from < m_stream.size(), qPrintable(step));
         }
     }
 
@@ -476,6 +465,7 @@ private:
     }
 
     std::unique_ptr<WindowFixture> m_fixture;
+    QStringList m_stream; ///< what the start wrote to the debug stream
 };
 
 QTEST_MAIN(TestWindowStartup)
