@@ -20,16 +20,12 @@
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QLoggingCategory>
-#include <QTemporaryDir>
 #include <QTimer>
 
 #include "Algorithm/alg_Autofocus.h"
 #include "Controller/Controller.h"
 #include "camera/OV5642Camera.h"
-#include "platform/InstrumentPath.h"
-#include "simulator/board/BoardPort.h"
-#include "simulator/camera/SimulatedDeviceCalls.h"
-#include "simulator/instrument/InstrumentTree.h"
+#include "simulator/instrument/SimulatedInstrument.h"
 
 namespace {
 
@@ -192,20 +188,12 @@ int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
     QLoggingCategory::setFilterRules("default.debug=false");
-    const QTemporaryDir root;
-    setInstrumentRoot(root.path());
-    InstrumentTree(root.path()).create();
-    BoardPort board(root.path().toStdString());
-    const SimulatedCameraParameters parameters;
-    SimulatedDeviceCalls calls(parameters, [&board](InstrumentTime) {
-        const BoardLight light = board.light();
-        return LightPath{light.stagePosition_steps, light.ledOn, light.ledLevel};
-    });
-    installDeviceCalls(&calls);
+    SimulatedInstrument instrument(InstrumentParameters{});
+    if (!instrument.error().isEmpty())
+        giveUp(qPrintable(instrument.error()));
     Controller::getInstance()->openSerialPort();
     bool good = true;
     for (const int mode : kModes)
-        good = measure(mode, board.devicePath(), calls.bestFocus_steps()) && good;
-    installDeviceCalls(nullptr);
+        good = measure(mode, instrument.board().devicePath(), instrument.bestFocus_steps()) && good;
     return good ? 0 : 1;
 }

@@ -357,9 +357,13 @@ void CameraDevices::setCapture(const CaptureParameters& parameters)
 
 bool CameraDevices::waitForFreshFrames(unsigned count, std::chrono::milliseconds timeout)
 {
+    return waitForReturnedFrames(counters().framesDelivered + count, timeout);
+}
+
+bool CameraDevices::waitForReturnedFrames(std::uint64_t total, std::chrono::milliseconds timeout)
+{
     std::unique_lock<std::mutex> lock(m_captureMutex);
-    const std::uint64_t wanted = m_capture.framesDelivered() + count;
-    const auto taken = [&] { return !m_capture.isStreaming() || m_capture.framesReturned() >= wanted; };
+    const auto taken = [&] { return !m_capture.isStreaming() || m_capture.framesReturned() >= total; };
     return m_captureChanged.wait_for(lock, timeout, taken) && m_capture.isStreaming();
 }
 

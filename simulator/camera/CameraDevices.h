@@ -74,6 +74,8 @@ public:
     /// been given yet; false when the time is up or nothing streams. Any thread but the
     /// program's capture thread.
     bool waitForFreshFrames(unsigned count, std::chrono::milliseconds timeout);
+    /// The same until Counters::framesReturned has come to a total.
+    bool waitForReturnedFrames(std::uint64_t total, std::chrono::milliseconds timeout);
 
     /// Tells whoever waits for a frame that the clock was moved on, or that the source has
     /// something to show. Any thread.

@@ -1,5 +1,7 @@
 #include "simulator/instrument/SimulatedInstrument.h"
 
+#include <utility>
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -41,13 +43,19 @@ bool makeUnreadable(const QString& path)
 } // namespace
 
 SimulatedInstrument::SimulatedInstrument(const InstrumentParameters& parameters, const InstrumentPlace& place,
-                                         const InstrumentFaults& faults)
-    : m_instant(parameters.instant)
+                                         const InstrumentFaults& faults, InstrumentAssembly assembly)
+    : m_instant(parameters.instant), m_assembly(std::move(assembly))
 {
     if (!createRoot(place.root) || !createFiles(parameters, place, faults))
         return;
-    createBoard(parameters, faults);
-    createCamera(parameters, faults);
+    if (m_assembly.beforePowerOn)
+        m_assembly.beforePowerOn(m_root);
+    if (!createBoard(parameters, faults))
+        return;
+    m_callsBefore = installDeviceCalls(nullptr);
+    changeCamera(parameters.camera);
+    for (const std::string& fault : faults.camera)
+        m_camera->faults().enable(fault);
     setInstrumentRoot(m_root);
 }
 
@@ -110,10 +118,14 @@ bool SimulatedInstrument::createFiles(const InstrumentParameters& parameters, co
     return true;
 }
 
-void SimulatedInstrument::createBoard(const InstrumentParameters& parameters, const InstrumentFaults& faults)
+bool SimulatedInstrument::createBoard(const InstrumentParameters& parameters, const InstrumentFaults& faults)
 {
-    m_board = std::make_unique<BoardPort>(QFile::encodeName(m_root).toStdString(), parameters.board,
-                                          parameters.instant ? BoardPace::Instant : BoardPace::RealTime);
+    m_board = m_assembly.sharedBoard;
+    if (m_board != nullptr)
+        return linkSharedBoard();
+    m_ownBoard = std::make_unique<BoardPort>(QFile::encodeName(m_root).toStdString(), parameters.board,
+                                             parameters.instant ? BoardPace::Instant : BoardPace::RealTime);
+    m_board = m_ownBoard.get();
     m_board->withBoard([&](Board& board, InstrumentTime now) {
         for (const LineFaultRule& fault : faults.line)
             board.addFault(fault);
@@ -122,23 +134,34 @@ void SimulatedInstrument::createBoard(const InstrumentParameters& parameters, co
     });
     if (faults.noSerialDevice)
         QFile::remove(m_root + QLatin1String(kSerialDevice));
+    return true;
 }
 
-void SimulatedInstrument::createCamera(const InstrumentParameters& parameters, const InstrumentFaults& faults)
+bool SimulatedInstrument::linkSharedBoard()
 {
-    SimulatedCameraParameters cameraParameters = parameters.camera;
-    cameraParameters.instantPauses = parameters.instant;
+    const QString device = m_root + QLatin1String(kSerialDevice);
+    if (!QDir().mkpath(QFileInfo(device).path()) ||
+        !QFile::link(QString::fromStdString(m_board->devicePath()), device))
+        m_error = QStringLiteral("The shared board's device cannot be linked at %1.").arg(device);
+    return m_error.isEmpty();
+}
+
+void SimulatedInstrument::changeCamera(const SimulatedCameraParameters& parameters)
+{
+    SimulatedCameraParameters cameraParameters = parameters;
+    cameraParameters.instantPauses = m_instant;
+    LightPathSource lightPath = m_assembly.lightPath;
     // What the picture shows is where the carriage stands and how the LED shines when the
     // frame is taken off the sensor, which is now.
-    const auto lightPath = [this](InstrumentTime) {
-        const BoardLight light = m_board->light();
-        return LightPath{light.stagePosition_steps, light.ledOn, light.ledLevel};
-    };
+    if (!lightPath)
+        lightPath = [this](InstrumentTime) {
+            const BoardLight light = m_board->light();
+            return LightPath{light.stagePosition_steps, light.ledOn, light.ledLevel};
+        };
     m_slide = cameraParameters.slide;
-    m_camera = std::make_unique<SimulatedDeviceCalls>(cameraParameters, lightPath);
-    for (const std::string& fault : faults.camera)
-        m_camera->faults().enable(fault);
-    m_callsBefore = installDeviceCalls(m_camera.get());
+    installDeviceCalls(nullptr);
+    m_camera = std::make_unique<SimulatedDeviceCalls>(cameraParameters, lightPath, m_assembly.frameClock);
+    installDeviceCalls(m_camera.get());
 }
 
 int SimulatedInstrument::stagePosition_steps()

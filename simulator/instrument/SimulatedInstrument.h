@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <memory>
 
 #include <QString>
@@ -21,6 +22,20 @@ struct InstrumentPlace
     QString settingsFolder; ///< the user's own settings files to start with; empty: none
 };
 
+/// What a test does otherwise than the instrument does it by itself.
+struct InstrumentAssembly
+{
+    /// In place of a board of the instrument's own; outlives the instrument. The program's
+    /// controller keeps its port, so that only the first board of a process is reached.
+    BoardPort* sharedBoard = nullptr;
+    /// Runs when the files stand and nothing is powered; root: machine path for "/".
+    std::function<void(const QString& root)> beforePowerOn;
+    /// Where the carriage stands and how the LED shines for a frame; empty: as on the board now.
+    LightPathSource lightPath;
+    /// What the camera's frames are counted by; empty: the time since it was made.
+    InstrumentClock frameClock;
+};
+
 /// A whole instrument below the program's own device code: files, board, stage, LED,
 /// camera, sensor, optics and USB port, connected by light. While it lives, the process's
 /// device calls, fixed paths and PATH lead to it; afterwards they are as before.
@@ -30,7 +45,7 @@ class SimulatedInstrument
 {
 public:
     explicit SimulatedInstrument(const InstrumentParameters& parameters, const InstrumentPlace& place = {},
-                                 const InstrumentFaults& faults = {});
+                                 const InstrumentFaults& faults = {}, InstrumentAssembly assembly = {});
     ~SimulatedInstrument();
     SimulatedInstrument(const SimulatedInstrument&) = delete;
     SimulatedInstrument& operator=(const SimulatedInstrument&) = delete;
@@ -69,6 +84,10 @@ public:
     /// Puts a slide of that kind under the microscope, made by the parameters' seed and values.
     void putSlide(SlideKind kind);
 
+    /// Takes the camera away and connects another one, which knows nothing of the first. The
+    /// program must have closed it.
+    void changeCamera(const SimulatedCameraParameters& parameters);
+
     /// The parts, for their faults and for more of the truth. Only of an instrument without error().
     BoardPort& board() { return *m_board; }
     SimulatedDeviceCalls& camera() { return *m_camera; }
@@ -79,8 +98,8 @@ private:
     bool createRoot(const QString& root);
     bool createFiles(const InstrumentParameters& parameters, const InstrumentPlace& place,
                      const InstrumentFaults& faults);
-    void createBoard(const InstrumentParameters& parameters, const InstrumentFaults& faults);
-    void createCamera(const InstrumentParameters& parameters, const InstrumentFaults& faults);
+    bool createBoard(const InstrumentParameters& parameters, const InstrumentFaults& faults);
+    bool linkSharedBoard();
 
     bool m_instant = false;
     QString m_error;
@@ -89,7 +108,9 @@ private:
     std::unique_ptr<QTemporaryDir> m_privateRoot;
     std::unique_ptr<InstrumentTree> m_tree;
     std::unique_ptr<UsbPort> m_usb;
-    std::unique_ptr<BoardPort> m_board;
+    const InstrumentAssembly m_assembly;
+    std::unique_ptr<BoardPort> m_ownBoard;
+    BoardPort* m_board = nullptr; ///< its own or the shared one
     std::unique_ptr<SimulatedDeviceCalls> m_camera;
     DeviceCalls* m_callsBefore = nullptr;
 };

@@ -3,16 +3,12 @@
 #include <algorithm>
 #include <chrono>
 
-#include <QDir>
-#include <QSettings>
 #include <QtTest>
 
 #include "Algorithm/alg_Autofocus.h"
 #include "Controller/Controller.h"
 #include "camera/OV5642Camera.h"
-#include "platform/InstrumentPath.h"
 #include "settings/CalibrationFile.h"
-#include "simulator/instrument/InstrumentTree.h"
 
 namespace {
 
@@ -26,42 +22,14 @@ InstrumentTime periodOf(int mode)
     return InstrumentTime(1000000 / kPictureModes[static_cast<std::size_t>(mode)].framesPerSecond + 1);
 }
 
-} // namespace
-
-/// Knows when the program has done with a frame: it gives the buffer back.
-class SweepInstrument::WatchedCalls : public SimulatedDeviceCalls
+InstrumentParameters instantInstrument()
 {
-public:
-    using SimulatedDeviceCalls::SimulatedDeviceCalls;
+    InstrumentParameters parameters;
+    parameters.instant = true;
+    return parameters;
+}
 
-    int captureIoctl(int fd, unsigned long request, void* argument) override
-    {
-        const int result = SimulatedDeviceCalls::captureIoctl(fd, request, argument);
-        if (result == 0 && (request & 0xFFFFFFFFUL) == VIDIOC_QBUF) {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            ++m_returned;
-            m_changed.notify_all();
-        }
-        return result;
-    }
-
-    std::uint64_t returned() const
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        return m_returned;
-    }
-
-    void awaitReturned(std::uint64_t count)
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait_for(lock, kLongestFrame, [&] { return m_returned >= count; });
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::uint64_t m_returned = 0;
-};
+} // namespace
 
 std::vector<double> SweepResult::values() const
 {
@@ -71,22 +39,23 @@ std::vector<double> SweepResult::values() const
     return values;
 }
 
-SweepInstrument::SweepInstrument()
+SweepInstrument::SweepInstrument() : m_instrument(instantInstrument(), {}, {}, assembly())
 {
-    setInstrumentRoot(m_root.path());
-    const bool good = InstrumentTree(m_root.path()).create() && QDir(m_root.path()).mkpath("mnt");
+    if (!m_instrument.error().isEmpty())
+        return;
     std::copy(kCalibrationRegisters.begin(), kCalibrationRegisters.end(), g_RegIdx);
     for (const CalibrationFile& file : kCalibrationFiles)
         loadCalibration(file, g_RegIdx, *global_ini(), [](const QString&) {});
-    m_board = std::make_unique<BoardPort>(m_root.path().toStdString(), BoardParameters(), BoardPace::Instant);
     Controller::getInstance()->openSerialPort();
-    m_up = good && Controller::getInstance()->z_stage_pos() == kStart_steps;
+    m_up = Controller::getInstance()->z_stage_pos() == kStart_steps;
 }
 
-SweepInstrument::~SweepInstrument()
+InstrumentAssembly SweepInstrument::assembly()
 {
-    m_board.reset();
-    setInstrumentRoot("/");
+    InstrumentAssembly assembly;
+    assembly.lightPath = [this](InstrumentTime) { return lightPath(); };
+    assembly.frameClock = [this] { return frameClock(); };
+    return assembly;
 }
 
 void SweepInstrument::prepareBoard(const SweepScene& scene)
@@ -94,13 +63,14 @@ void SweepInstrument::prepareBoard(const SweepScene& scene)
     BoardParameters parameters;
     parameters.stage.start_steps = kStart_steps;
     parameters.stage.backlash_steps = scene.backlash_steps;
-    m_board->withBoard([&](Board& board, InstrumentTime) { board = Board(parameters); });
+    BoardPort& board = m_instrument.board();
+    board.withBoard([&](Board& served, InstrumentTime) { served = Board(parameters); });
     Controller::getInstance()->z_stage_pos();
     m_framePeriod = periodOf(scene.mode);
     m_framesPerMove = scene.frameDelay_frames + 1;
     m_oldestFrames = scene.oldestFrames;
     m_chance.seed(scene.optics.seed);
-    m_board->setArrivalWatcher([this](InstrumentTime arrival) { photograph(arrival); });
+    board.setArrivalWatcher([this](InstrumentTime arrival) { photograph(arrival); });
 }
 
 // The frames are a frame time apart and as many as it takes for what they show to come out.
@@ -108,12 +78,13 @@ void SweepInstrument::photograph(InstrumentTime arrival)
 {
     std::uniform_int_distribution<std::int64_t> age_us(0, m_framePeriod.count());
     const InstrumentTime age = m_oldestFrames ? m_framePeriod : InstrumentTime(age_us(m_chance));
+    SimulatedDeviceCalls& camera = m_instrument.camera();
     for (int later = m_framesPerMove - 1; later >= 0; --later) {
-        const std::uint64_t returned = m_calls->returned();
+        const std::uint64_t returned = camera.counters().framesReturned;
         m_lookAt_us = (arrival - kDelivery - age - later * m_framePeriod).count();
         m_clock_us += m_framePeriod.count();
-        m_calls->clockMoved();
-        m_calls->awaitReturned(returned + 1);
+        camera.clockMoved();
+        camera.waitForReturnedFrames(returned + 1, kLongestFrame);
     }
 }
 
@@ -126,9 +97,9 @@ InstrumentTime SweepInstrument::frameClock() const
     return held + std::chrono::duration_cast<InstrumentTime>(std::chrono::steady_clock::now() - start);
 }
 
-LightPath SweepInstrument::lightPath() const
+LightPath SweepInstrument::lightPath()
 {
-    const BoardLight light = m_board->light(InstrumentTime(m_lookAt_us));
+    const BoardLight light = m_instrument.board().light(InstrumentTime(m_lookAt_us));
     return {light.stagePosition_steps, light.ledOn, light.ledLevel};
 }
 
@@ -138,14 +109,11 @@ SweepResult SweepInstrument::run(const SweepScene& scene, int centre_steps)
     parameters.slide = scene.slide;
     parameters.optics = scene.optics;
     parameters.picture.frameDelay_frames = scene.frameDelay_frames;
-    parameters.instantPauses = true;
-    m_calls = std::make_unique<WatchedCalls>(
-        parameters, [this](InstrumentTime) { return lightPath(); }, [this] { return frameClock(); });
+    m_instrument.changeCamera(parameters);
     m_clockRuns = false;
-    installDeviceCalls(m_calls.get());
 
     SweepResult result;
-    result.trueFocus_steps = m_calls->bestFocus_steps();
+    result.trueFocus_steps = m_instrument.bestFocus_steps();
     {
         OV5642Camera camera;
         if (camera.open(scene.mode, kBfnCalibrationFile, false)) {
@@ -167,13 +135,11 @@ SweepResult SweepInstrument::run(const SweepScene& scene, int centre_steps)
             };
             result.finished = QTest::qWaitFor(isFinished, kLongestRun_ms);
             result.chosen_steps = autofocus.resultZ();
-            m_board->setArrivalWatcher({});
-            result.carriage_steps = m_board->light().stagePosition_steps;
+            m_instrument.board().setArrivalWatcher({});
+            result.carriage_steps = m_instrument.light().stagePosition_steps;
         }
         m_clockRuns = true;
         camera.close();
     }
-    installDeviceCalls(nullptr);
-    m_calls.reset();
     return result;
 }

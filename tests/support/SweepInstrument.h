@@ -1,19 +1,12 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
-#include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <mutex>
 #include <random>
 #include <vector>
 
-#include <QTemporaryDir>
-
 #include "Algorithm/AutoFocusingData.h"
-#include "simulator/board/BoardPort.h"
-#include "simulator/camera/SimulatedDeviceCalls.h"
+#include "simulator/instrument/SimulatedInstrument.h"
 
 /// What a sweep finds: the slide, the eye that looks at it, the stage under it.
 struct SweepScene
@@ -62,26 +55,21 @@ public:
     static constexpr InstrumentTime kDelivery{20000};
 
     SweepInstrument();
-    ~SweepInstrument();
 
     /// Whether the board answered.
     bool isUp() const { return m_up; }
     /// Runs an autofocus around a centre position. The scene's seeds decide everything.
     SweepResult run(const SweepScene& scene, int centre_steps);
     /// Machine path of a fixed path.
-    QString machinePath(const QString& fixedPath) const { return m_root.path() + fixedPath; }
+    QString machinePath(const QString& fixedPath) const { return m_instrument.root() + fixedPath; }
 
 private:
-    class WatchedCalls;
-
+    InstrumentAssembly assembly();
     void prepareBoard(const SweepScene& scene);
     void photograph(InstrumentTime arrival);
     InstrumentTime frameClock() const;
-    LightPath lightPath() const;
+    LightPath lightPath();
 
-    QTemporaryDir m_root;
-    std::unique_ptr<BoardPort> m_board;
-    std::unique_ptr<WatchedCalls> m_calls;
     bool m_up = false;
     // Of the scene under way; the board's thread reads it during a run only.
     InstrumentTime m_framePeriod{0};
@@ -93,4 +81,5 @@ private:
     std::atomic<std::int64_t> m_lookAt_us{0};
     // Whether the frame clock goes by itself, so that the capture thread comes to an end.
     std::atomic<bool> m_clockRuns{false};
+    SimulatedInstrument m_instrument; ///< whose threads ask for the above
 };
