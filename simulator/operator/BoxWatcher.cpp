@@ -2,52 +2,32 @@
 
 #include <QAbstractButton>
 #include <QApplication>
-#include <QDir>
-#include <QFileDialog>
-#include <QLineEdit>
-#include <QMessageBox>
-#include <QtTest>
-
-#include "platform/InstrumentPath.h"
+#include <QDialog>
 
 namespace {
 
 constexpr int kLookInterval_ms = 50;
-// A box is given this many looks until it is painted and can be seen in a picture.
-constexpr int kLooksUntilAnswer = 4;
+constexpr int kLooksUntilPainted = 4;
+constexpr int kShortInterval_ms = 5;
 
-QString captionOf(const QAbstractButton& button)
+/// The caption of the button that lets the program go on.
+QString wayOutOf(const QDialog& dialog, const SeenBox& record)
 {
-    return button.text().remove(QLatin1Char('&'));
-}
-
-QAbstractButton* buttonFor(QMessageBox& box, const QString& caption)
-{
-    const QList<QAbstractButton*> buttons = box.buttons();
-    for (QAbstractButton* button : buttons)
-        if (captionOf(*button) == caption)
-            return button;
-    if (box.escapeButton() != nullptr)
-        return box.escapeButton();
-    return buttons.isEmpty() ? nullptr : buttons.last();
+    const auto* box = qobject_cast<const QMessageBox*>(&dialog);
+    if (box != nullptr && box->escapeButton() != nullptr)
+        return box->escapeButton()->text().remove(QLatin1Char('&'));
+    return record.buttons.isEmpty() ? QString() : record.buttons.last();
 }
 
 } // namespace
 
-BoxWatcher::BoxWatcher(QObject* parent) : QObject(parent)
+BoxWatcher::BoxWatcher(QWidget& window, OperatorPace pace, QObject* parent)
+    : QObject(parent),
+      m_window(window),
+      m_looksUntilAnswer(pace == OperatorPace::ToBeSeen ? kLooksUntilPainted : 1)
 {
     connect(&m_timer, &QTimer::timeout, this, &BoxWatcher::look);
-    m_timer.start(kLookInterval_ms);
-}
-
-void BoxWatcher::answerNextWith(const QString& caption)
-{
-    m_answers.append(caption);
-}
-
-void BoxWatcher::giveNextFileName(const QString& fileName)
-{
-    m_fileNames.append(fileName);
+    m_timer.start(pace == OperatorPace::ToBeSeen ? kLookInterval_ms : kShortInterval_ms);
 }
 
 int BoxWatcher::forgetAwaited()
@@ -58,58 +38,44 @@ int BoxWatcher::forgetAwaited()
     return count;
 }
 
+QStringList BoxWatcher::texts() const
+{
+    QStringList texts;
+    for (const SeenBox& box : m_boxes)
+        if (!box.isFileDialog)
+            texts.append(box.text);
+    return texts;
+}
+
 void BoxWatcher::look()
 {
     auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
-    if (dialog == nullptr || !dialog->isVisible())
+    if (dialog == nullptr || !dialog->isVisible()) {
+        m_current.clear();
         return;
+    }
     if (dialog != m_current) {
         m_current = dialog;
         m_looksAtCurrent = 0;
     }
-    if (++m_looksAtCurrent == kLooksUntilAnswer)
+    if (++m_looksAtCurrent == m_looksUntilAnswer)
         answer(*dialog);
 }
 
+// The record comes first: a press does not return before what it sets off has ended.
 void BoxWatcher::answer(QDialog& dialog)
 {
-    if (auto* box = qobject_cast<QMessageBox*>(&dialog))
-        answerBox(*box);
-    else if (auto* fileDialog = qobject_cast<QFileDialog*>(&dialog))
-        answerFileDialog(*fileDialog);
-    else
-        dialog.reject();
-}
-
-void BoxWatcher::answerFileDialog(QFileDialog& dialog)
-{
-    const bool expected = !m_fileNames.isEmpty();
-    const QString name = expected ? m_fileNames.takeFirst() : QString();
-    m_boxes.append({dialog.windowTitle(), fixedPathOf(dialog.directory().path()), {}, name, expected});
-    auto* edit = dialog.findChild<QLineEdit*>();
-    if (!expected || edit == nullptr) {
-        emit boxShown();
-        dialog.reject();
-        return;
-    }
-    edit->selectAll();
-    QTest::keyClicks(edit, name);
+    SeenBox record = recordOf(dialog, m_window);
+    QStringList& announced = record.isFileDialog ? m_fileNames : m_answers;
+    record.expected = !announced.isEmpty();
+    if (record.expected)
+        record.answer = announced.takeFirst();
+    if (!record.isFileDialog && !record.buttons.contains(record.answer))
+        record.answer = wayOutOf(dialog, record);
+    m_boxes.append(record);
     emit boxShown();
-    QTest::keyClick(edit, Qt::Key_Return);
-}
-
-void BoxWatcher::answerBox(QMessageBox& box)
-{
-    const bool expected = !m_answers.isEmpty();
-    QAbstractButton* button = buttonFor(box, expected ? m_answers.takeFirst() : QString());
-    SeenBox seen{box.windowTitle(), box.text(), {}, button ? captionOf(*button) : QString(), expected};
-    for (const QAbstractButton* each : box.buttons())
-        seen.buttons.append(captionOf(*each));
-    m_boxes.append(seen);
-    emit boxShown();
-    if (button == nullptr)
-        box.reject();
-    else
-        QTest::mouseClick(box.windowHandle(), Qt::LeftButton, {},
-                          button->mapTo(&box, button->rect().center()));
+    const bool done = record.isFileDialog ? record.expected && giveFileName(dialog, record.answer)
+                                          : pressButton(dialog, record.answer);
+    if (!done)
+        dialog.reject();
 }

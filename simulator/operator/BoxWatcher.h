@@ -7,40 +7,44 @@
 #include <QTimer>
 #include <QVector>
 
-class QDialog;
-class QFileDialog;
-class QMessageBox;
+#include "simulator/operator/BoxRecord.h"
 
-/// A message box or a dialog for a file's name that came up, and what was done about it.
-struct SeenBox
-{
-    QString title;
-    QString text;        ///< of a dialog for a file's name: the directory it starts in
-    QStringList buttons; ///< their captions without mnemonics, in the box's order
-    QString answer;      ///< caption of the button that was pressed, or the name that was given
-    bool expected;
+/// How an operator works.
+enum class OperatorPace {
+    ToBeSeen, ///< a box is painted before it is answered, and the program runs between two presses
+    AtOnce    ///< a press is followed by the next one before anything that waits for its turn
 };
 
-/// Looks for message boxes while the handler that opened one is blocked in it, and presses a
-/// button as a finger would. A box that nobody announced is answered as well, by its escape
-/// button or else its last one, so that the program goes on. GUI thread.
+/// Looks for message boxes and dialogs for a file's name while the handler that opened one is
+/// blocked in it, and presses a button as a finger would. A box that nobody announced is
+/// answered as well, by its escape button or else its last one, so that the program goes on.
+/// GUI thread.
 class BoxWatcher : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit BoxWatcher(QObject* parent = nullptr);
+    /// window: the one that the boxes come up over.
+    explicit BoxWatcher(QWidget& window, OperatorPace pace = OperatorPace::ToBeSeen,
+                        QObject* parent = nullptr);
 
     /// The next box is answered by the button with this caption (without mnemonic).
-    void answerNextWith(const QString& caption);
+    void answerNextWith(const QString& caption) { m_answers.append(caption); }
     /// The next dialog that asks for a file's name is given this one; without one it is
     /// cancelled.
-    void giveNextFileName(const QString& fileName);
+    void giveNextFileName(const QString& fileName) { m_fileNames.append(fileName); }
     /// Forgets the announced boxes and names that have
     /// not come up, and returns their number.
     int forgetAwaited();
+    /// From now on boxes stay open, and are not recorded.
+    void stop() { m_timer.stop(); }
+
     /// The boxes so far, oldest first.
-    const QVector<SeenBox>& boxes() const { return m_boxes; }
+    const QVector<SeenBox>& seen() const { return m_boxes; }
+    /// The texts of the message boxes so far.
+    QStringList texts() const;
+    /// Forgets the boxes so far.
+    void clear() { m_boxes.clear(); }
 
 signals:
     /// The box is on the screen and is about to be answered.
@@ -49,9 +53,9 @@ signals:
 private:
     void look();
     void answer(QDialog& dialog);
-    void answerBox(QMessageBox& box);
-    void answerFileDialog(QFileDialog& dialog);
 
+    QWidget& m_window;
+    const int m_looksUntilAnswer;
     QTimer m_timer;
     QStringList m_answers;
     QStringList m_fileNames;

@@ -13,7 +13,6 @@
 #include <QStyleOptionButton>
 #include <QTabBar>
 #include <QTabWidget>
-#include <QWindow>
 #include <QtTest>
 
 namespace {
@@ -39,8 +38,8 @@ QPixmap onScreen(QWidget& window)
 
 } // namespace
 
-Operator::Operator(QWidget& window, const QString& pictureDirectory)
-    : m_window(window), m_pictureDirectory(pictureDirectory)
+Operator::Operator(QWidget& window, const QString& pictureDirectory, OperatorPace pace)
+    : m_window(window), m_pictureDirectory(pictureDirectory), m_pace(pace), m_boxes(window, pace)
 {
     connect(&window, SIGNAL(updateFrameDone()), this, SLOT(countFrame()));
     connect(&m_boxes, &BoxWatcher::boxShown, this, [this] { takePicture(QStringLiteral("box")); });
@@ -48,7 +47,7 @@ Operator::Operator(QWidget& window, const QString& pictureDirectory)
 
 QWidget* Operator::find(const QString& name)
 {
-    auto* widget = m_window.findChild<QWidget*>(name);
+    auto* widget = m_window.objectName() == name ? &m_window : m_window.findChild<QWidget*>(name);
     if (widget == nullptr)
         noteTrouble(QStringLiteral("there is no %1").arg(name));
     return widget;
@@ -61,16 +60,21 @@ bool Operator::openTabsAround(QWidget& widget)
         if (tabs == nullptr)
             continue;
         for (int page = 0; page < tabs->count(); ++page) {
-            if (!tabs->widget(page)->isAncestorOf(&widget) || tabs->currentIndex() == page)
-                continue;
-            const QPoint place = tabs->tabBar()->tabRect(page).center();
-            QTest::mouseClick(m_window.windowHandle(), Qt::LeftButton, {},
-                              tabs->tabBar()->mapTo(&m_window, place));
-            if (tabs->currentIndex() != page)
+            if (tabs->widget(page)->isAncestorOf(&widget) && !openPage(*tabs, page))
                 return false;
         }
     }
     return true;
+}
+
+bool Operator::openPage(QTabWidget& tabs, int page)
+{
+    if (tabs.currentIndex() == page)
+        return true;
+    const QPoint place = tabs.tabBar()->tabRect(page).center();
+    pressAt(tabs.tabBar()->mapTo(&m_window, place));
+    releaseAt(tabs.tabBar()->mapTo(&m_window, place));
+    return tabs.currentIndex() == page;
 }
 
 bool Operator::uncovered(const QWidget& widget, const QPoint& position)
@@ -92,27 +96,63 @@ bool Operator::reach(const QString& name, QPoint& position)
         noteTrouble(QStringLiteral("%1 cannot be seen").arg(name));
         return false;
     }
-    if (!widget->isEnabled()) {
+    // A finger presses it all the same, and the window makes nothing of it.
+    if (!widget->isEnabled())
         noteTrouble(QStringLiteral("%1 is disabled").arg(name));
-        return false;
-    }
     position = widget->mapTo(&m_window, pressPoint(*widget));
     return uncovered(*widget, position);
 }
 
 bool Operator::click(const QString& name)
 {
-    return press(name) && release(name);
+    bool enabled = false;
+    return pressWidget(name, enabled) && release(name) && enabled;
 }
 
 bool Operator::press(const QString& name)
 {
+    bool enabled = false;
+    return pressWidget(name, enabled) && enabled;
+}
+
+bool Operator::pressWidget(const QString& name, bool& enabled)
+{
     QPoint position;
     if (!reach(name, position))
         return false;
-    pointAt(position);
-    QTest::mousePress(m_window.windowHandle(), Qt::LeftButton, {}, position);
+    enabled = isEnabled(name);
+    pressAt(position);
     return true;
+}
+
+void Operator::pressAt(const QPoint& position)
+{
+    pointAt(position);
+    sendMouse(QEvent::MouseButtonPress, position);
+}
+
+void Operator::moveTo(const QPoint& position)
+{
+    sendMouse(QEvent::MouseMove, position);
+}
+
+void Operator::releaseAt(const QPoint& position)
+{
+    sendMouse(QEvent::MouseButtonRelease, position);
+    // The next press is not the second one of a double click.
+    QTest::lastMouseTimestamp += QTest::mouseDoubleClickInterval;
+}
+
+// The test library's own functions run the event loop after each event, asked or not.
+void Operator::sendMouse(QEvent::Type type, const QPoint& position)
+{
+    const bool isUp = type == QEvent::MouseButtonRelease;
+    const auto button = type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton;
+    qt_handleMouseEvent(m_window.windowHandle(), position, m_window.mapToGlobal(position),
+                        isUp ? Qt::NoButton : Qt::LeftButton, button, type, Qt::NoModifier,
+                        ++QTest::lastMouseTimestamp);
+    if (m_pace == OperatorPace::ToBeSeen)
+        QCoreApplication::processEvents();
 }
 
 // Where somebody may be looking, the pointer goes to the place before it is pressed.
@@ -131,14 +171,13 @@ bool Operator::dragOn(const QString& name, const QPoint& place, const QPoint& by
     QPoint middle;
     if (!reach(name, middle))
         return false;
+    const bool enabled = isEnabled(name);
     const QPoint start = find(name)->mapTo(&m_window, place);
-    pointAt(start);
-    QWindow* window = m_window.windowHandle();
-    QTest::mousePress(window, Qt::LeftButton, {}, start);
+    pressAt(start);
     for (int move = 1; move <= kMoves && !by.isNull(); ++move)
-        QTest::mouseMove(window, start + by * move / kMoves);
-    QTest::mouseRelease(window, Qt::LeftButton, {}, start + by);
-    return true;
+        moveTo(start + by * move / kMoves);
+    releaseAt(start + by);
+    return enabled;
 }
 
 void Operator::pressKey(Qt::Key key)
@@ -152,20 +191,21 @@ bool Operator::release(const QString& name)
     QWidget* widget = find(name);
     if (widget == nullptr)
         return false;
-    QTest::mouseRelease(m_window.windowHandle(), Qt::LeftButton, {},
-                        widget->mapTo(&m_window, pressPoint(*widget)));
+    releaseAt(widget->mapTo(&m_window, pressPoint(*widget)));
     return true;
 }
 
 bool Operator::hold(const QString& name, int duration_ms)
 {
-    if (!press(name))
+    bool enabled = false;
+    if (!pressWidget(name, enabled))
         return false;
-    wait(duration_ms);
-    return release(name);
+    if (enabled)
+        wait(duration_ms);
+    return release(name) && enabled;
 }
 
-bool Operator::type(const QString& name, const QString& text)
+bool Operator::type(const QString& name, const QString& text, bool endWithReturn)
 {
     if (!click(name))
         return false;
@@ -173,8 +213,10 @@ bool Operator::type(const QString& name, const QString& text)
     if (auto* spin = qobject_cast<QSpinBox*>(target))
         target = spin->findChild<QLineEdit*>();
     QTest::keyClick(target, Qt::Key_A, Qt::ControlModifier);
+    QTest::keyClick(target, Qt::Key_Delete);
     QTest::keyClicks(target, text);
-    QTest::keyClick(target, Qt::Key_Return);
+    if (endWithReturn)
+        QTest::keyClick(target, Qt::Key_Return);
     return true;
 }
 
@@ -188,6 +230,15 @@ bool Operator::openTab(const QString& pageName)
     if (content != nullptr && openTabsAround(*content) && page->isVisible())
         return true;
     noteTrouble(QStringLiteral("%1 does not open").arg(pageName));
+    return false;
+}
+
+bool Operator::openTab(const QString& tabsName, int index)
+{
+    auto* tabs = qobject_cast<QTabWidget*>(find(tabsName));
+    if (tabs != nullptr && openPage(*tabs, index))
+        return true;
+    noteTrouble(QStringLiteral("tab %1 of %2 does not open").arg(index).arg(tabsName));
     return false;
 }
 
@@ -214,6 +265,12 @@ QString Operator::text(const QString& name)
             return shown.toString();
     }
     return {};
+}
+
+QString Operator::style(const QString& name)
+{
+    const QWidget* widget = find(name);
+    return widget != nullptr ? widget->styleSheet() : QString();
 }
 
 bool Operator::isEnabled(const QString& name)

@@ -2,7 +2,7 @@
 
 #include <functional>
 
-#include <QElapsedTimer>
+#include <QEvent>
 #include <QImage>
 #include <QObject>
 #include <QPoint>
@@ -11,6 +11,7 @@
 
 #include "simulator/operator/BoxWatcher.h"
 
+class QTabWidget;
 class QWidget;
 
 /// Sits in front of the verifier's window: presses, types, reads and looks, through the
@@ -27,10 +28,11 @@ class Operator : public QObject
 public:
     /// window: the verifier's top-level window, shown. pictureDirectory: where pictures go;
     /// empty: nowhere.
-    Operator(QWidget& window, const QString& pictureDirectory);
+    Operator(QWidget& window, const QString& pictureDirectory, OperatorPace pace = OperatorPace::ToBeSeen);
 
     /// Presses and releases a button, a check box or any other widget at its middle. Opens
-    /// the tab that it lies on first. False, with trouble noted, if it cannot be reached.
+    /// the tab that it lies on first. False, with trouble noted, if it is not pressed as it
+    /// cannot be seen, or if it is disabled.
     bool click(const QString& name);
     bool press(const QString& name);
     bool release(const QString& name);
@@ -39,17 +41,25 @@ public:
     /// Presses at a place of a widget, in its own pixels, and drags by a distance with the
     /// button down before it is released; without a distance it is a click.
     bool dragOn(const QString& name, const QPoint& place, const QPoint& by = {});
+    /// The same in single steps at a place of the window, whatever is there.
+    void pressAt(const QPoint& position);
+    void moveTo(const QPoint& position);
+    void releaseAt(const QPoint& position);
     /// Presses and releases a key, wherever the keyboard leads to.
     void pressKey(Qt::Key key);
-    /// Replaces the text of a line edit or a spin box, and ends with Return.
-    bool type(const QString& name, const QString& text);
+    /// Replaces the text of a line edit or a spin box, and usually ends with Return.
+    bool type(const QString& name, const QString& text, bool endWithReturn = true);
     /// Opens the page with this object name of the tab widget that holds it.
     bool openTab(const QString& pageName);
+    /// Opens a page of the tab widget with this object name, counted from 0.
+    bool openTab(const QString& tabsName, int index);
     /// Sets a check box or a checkable button.
     bool setChecked(const QString& name, bool checked);
 
     /// What a widget shows: a label's, button's or edit's text, a spin box's number.
     QString text(const QString& name);
+    /// A widget's own style sheet.
+    QString style(const QString& name);
     bool isEnabled(const QString& name);
     bool isShown(const QString& name);
     bool isChecked(const QString& name);
@@ -80,7 +90,8 @@ public:
     void expectBox(const QString& buttonCaption);
     /// The last box, if it came up since one was announced; otherwise null.
     const SeenBox* boxSinceExpected() const;
-    const QVector<SeenBox>& boxes() const { return m_boxes.boxes(); }
+    const QVector<SeenBox>& boxes() const { return m_boxes.seen(); }
+    BoxWatcher& boxWatcher() { return m_boxes; }
     /// Announces a dialog for a file's name, and the name that will be given to it.
     void expectFileDialog(const QString& fileName) { m_boxes.giveNextFileName(fileName); }
 
@@ -100,12 +111,16 @@ private slots:
 private:
     QWidget* find(const QString& name);
     bool reach(const QString& name, QPoint& position);
+    bool pressWidget(const QString& name, bool& enabled);
     bool openTabsAround(QWidget& widget);
+    bool openPage(QTabWidget& tabs, int page);
     bool uncovered(const QWidget& widget, const QPoint& position);
     void pointAt(const QPoint& position);
+    void sendMouse(QEvent::Type type, const QPoint& position);
 
     QWidget& m_window;
     const QString m_pictureDirectory;
+    const OperatorPace m_pace;
     BoxWatcher m_boxes;
     int m_judgedBoxes = 0;
     int m_boxesWhenExpected = 0;

@@ -10,8 +10,6 @@ namespace {
 
 constexpr QSize kFrame(kFullWidth_px, kFullHeight_px);
 constexpr QSize kView(640, 480);
-constexpr QPoint kViewMiddle(320, 240);
-constexpr int kStroke_px = 300;
 // A finger meets a dot, but not its middle.
 constexpr QPoint kBesideTheDot(5, -4);
 constexpr QPoint kWideOfTheDot(0, 120);
@@ -26,12 +24,6 @@ constexpr double kPixelPitch_um = 1.4;
 constexpr double kPixelsPerMm = 1000.0;
 constexpr double kUmPerMm = 1000.0;
 constexpr double kChamberDepth_mm = 0.1;
-
-QPoint clamped(const QPoint& offset)
-{
-    return {qBound(0, offset.x(), kFrame.width() - kView.width()),
-            qBound(0, offset.y(), kFrame.height() - kView.height())};
-}
 
 QPoint nearest(const SlidePoint& place)
 {
@@ -96,32 +88,12 @@ StepResult QcSteps::freeze()
     if (m_hand.click("BUTTON_QC_CAPTURE"))
         m_hand.waitUntil([this] { return m_hand.windowIsEnabled() && m_hand.isShown("QC_MEASURE"); },
                          kAnswer_ms, QStringLiteral("no picture is frozen"));
-    m_offset = QPoint(0, 0);
+    m_view.startOver();
     m_hand.takePicture("frozen");
     const QString caption = m_hand.text("BUTTON_QC_CAPTURE");
     const auto mappings = m_instrument.camera().openMappings();
     return {caption == "Live" && mappings == 0, QStringLiteral("the button says \"%1\"").arg(caption),
             QStringLiteral("%1 frame buffers mapped").arg(mappings)};
-}
-
-void QcSteps::panTo(const QPoint& place)
-{
-    m_hand.setChecked("CHECK_TARGET", false);
-    const QPoint wanted = clamped(place - kViewMiddle);
-    while (m_offset != wanted && !m_hand.hasGivenUp()) {
-        const QPoint rest = m_offset - wanted;
-        const QPoint by(qBound(-kStroke_px, rest.x(), kStroke_px), qBound(-kStroke_px, rest.y(), kStroke_px));
-        if (!m_hand.dragOn("QC_MEASURE", kViewMiddle - by / 2, by))
-            return;
-        m_offset = clamped(m_offset - by);
-    }
-}
-
-void QcSteps::aimAt(const QPoint& place)
-{
-    panTo(place);
-    m_hand.setChecked("CHECK_TARGET", true);
-    m_hand.dragOn("QC_MEASURE", place - m_offset);
 }
 
 QPointF QcSteps::pointShown(const QString& edit)
@@ -142,7 +114,7 @@ bool QcSteps::pressWithoutBox(const QString& button)
 StepResult QcSteps::miss()
 {
     const std::vector<SlidePoint> dots = m_instrument.slide().targetDots();
-    aimAt(nearest(dots.at(0)) + kWideOfTheDot);
+    m_view.aimAt(nearest(dots.at(0)) + kWideOfTheDot);
     const QString before = m_hand.text("EDIT_POINT_1");
     m_hand.expectBox("OK");
     m_hand.click("BUTTON_POINT_1");
@@ -159,7 +131,7 @@ StepResult QcSteps::points()
     QPointF found[2];
     for (std::size_t index = 0; index < 2; ++index) {
         const QString digit = QString::number(index + 1);
-        aimAt(nearest(dots.at(index)) + kBesideTheDot);
+        m_view.aimAt(nearest(dots.at(index)) + kBesideTheDot);
         m_hand.takePicture("aim-" + digit);
         const bool searched = pressWithoutBox("BUTTON_POINT_" + digit);
         m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after a search"));

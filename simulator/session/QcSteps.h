@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QPoint>
 #include <QPointF>
 
+#include "simulator/operator/QcView.h"
 #include "simulator/session/SessionBench.h"
 
 /// The calibration target: frozen frame, two points, measurement, intensity.
@@ -22,11 +22,9 @@ private:
     StepResult live();
     StepResult intensity();
 
-    void panTo(const QPoint& place);
-    void aimAt(const QPoint& place);
     bool pressWithoutBox(const QString& button);
     QPointF pointShown(const QString& edit);
 
-    QPoint m_offset; ///< top left pixel of the frozen frame's part on the screen
+    QcView m_view{m_hand};
     double m_foundLength_px = kNotTaken;
 };

@@ -40,11 +40,7 @@ QJsonObject toJson(const Figure& figure)
 
 QJsonObject toJson(const SeenBox& box)
 {
-    return {{"title", box.title},
-            {"text", box.text},
-            {"buttons", toJson(box.buttons)},
-            {"answer", box.answer},
-            {"expected", box.expected}};
+    return boxToJson(box);
 }
 
 template <class Container>

@@ -2,6 +2,7 @@
 
 #include <QPoint>
 
+#include "simulator/operator/QcView.h"
 #include "support/WindowFixture.h"
 
 class QC_measure;
@@ -23,18 +24,16 @@ public:
     void setTargeting(bool on);
     /// Drags the frozen frame, in as many strokes as it takes, until the place (image
     /// pixels) is as near to the middle of the view as the frame lets it be.
-    void panTo(QPoint place);
+    void panTo(QPoint place) { m_view.panTo(place); }
     /// Top left image pixel of the view after panTo(), worked out from the drags.
-    QPoint offset() const { return m_offset; }
+    QPoint offset() const { return m_view.offset(); }
     /// Pans to the place, checks the target box and presses there.
-    void aimAt(QPoint place);
+    void aimAt(QPoint place) { m_view.aimAt(place); }
     /// Presses the button of point 1 (index 0) or 2 (index 1); boxes are answered.
     void findPoint(int index);
 
 private:
-    void drag(QPoint by);
-
     WindowFixture& m_fixture;
     QC_measure* m_widget;
-    QPoint m_offset;
+    QcView m_view;
 };

@@ -1,121 +1,63 @@
 #include "support/WindowFixture.h"
 
-#include <QApplication>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QLineEdit>
-#include <QMouseEvent>
 #include <QPlainTextEdit>
-#include <QPushButton>
-#include <QSettings>
-#include <QTabWidget>
 #include <QtTest>
-
-#include "platform/InstrumentPath.h"
-#include "simulator/instrument/FreshFrames.h"
 
 namespace {
 
-constexpr int kLookInterval_ms = 5;
+const QString kTabs = QStringLiteral("TAB_MENU");
+
+InstrumentParameters parametersOf(const WindowFixture::Options& options)
+{
+    InstrumentParameters parameters;
+    parameters.board = options.board;
+    parameters.camera = options.camera;
+    parameters.zigMode = options.zigMode;
+    parameters.instant = true;
+    return parameters;
+}
+
+InstrumentFaults faultsOf(const WindowFixture::Options& options)
+{
+    InstrumentFaults faults;
+    faults.noSerialDevice = !options.withBoard;
+    return faults;
+}
+
+InstrumentAssembly assemblyOf(const WindowFixture::Options& options)
+{
+    InstrumentAssembly assembly;
+    assembly.sharedBoard = options.sharedBoard;
+    assembly.beforePowerOn = options.prepare;
+    // Without a board that takes commands there is light nevertheless.
+    if (!options.withBoard)
+        assembly.lightPath = [](InstrumentTime) { return LightPath{0.0, true, 225}; };
+    return assembly;
+}
 
 } // namespace
 
-BoxAnswers::BoxAnswers(QWidget* window) : m_window(window)
-{
-    connect(&m_timer, &QTimer::timeout, this, [this] { look(); });
-    m_timer.start(kLookInterval_ms);
-}
-
-void BoxAnswers::look()
-{
-    auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-    if (box == nullptr)
-        return;
-    m_met.append({box->windowTitle(), box->text(), box->icon(), box->standardButtons(),
-                  box->defaultButton() != nullptr, m_window->isEnabled(),
-                  m_window->findChild<QWidget*>("TAB_MENU")->isEnabled()});
-    QMessageBox::StandardButton answer =
-        box->standardButtons().testFlag(QMessageBox::No) ? QMessageBox::No : QMessageBox::Ok;
-    if (!m_answers.isEmpty())
-        answer = m_answers.takeFirst();
-    if (QAbstractButton* button = box->button(answer))
-        button->click();
-    else
-        box->reject();
-}
-
-QStringList BoxAnswers::texts() const
-{
-    QStringList texts;
-    for (const MetBox& box : m_met)
-        texts.append(box.text);
-    return texts;
-}
-
 WindowFixture::WindowFixture() : WindowFixture(Options()) {}
 
-WindowFixture::WindowFixture(const Options& options) : m_tree(m_root.path()), m_usb(m_root.path())
+WindowFixture::WindowFixture(const Options& options)
+    : m_instrument(parametersOf(options), {}, faultsOf(options), assemblyOf(options))
 {
-    if (!m_tree.create() || !m_usb.install())
-        qFatal("the instrument's files cannot be created");
-    {
-        QSettings settings(m_root.filePath("opt/ORLA3/conf/ORLA3.ini"), QSettings::IniFormat);
-        settings.setValue("ORLA-III/Zig mode", options.zigMode ? "On" : "Off");
-    }
-    if (options.prepare)
-        options.prepare(m_root.path());
-    setInstrumentRoot(m_root.path());
-
-    if (options.sharedBoard != nullptr) {
-        const QString device = m_root.filePath("dev/ttyS2");
-        if (!QDir().mkpath(QFileInfo(device).path()) ||
-            !QFile::link(QString::fromStdString(options.sharedBoard->devicePath()), device))
-            qFatal("the board's device cannot be linked");
-        m_boardInUse = options.sharedBoard;
-    } else if (options.withBoard) {
-        m_board = std::make_unique<BoardPort>(m_root.path().toStdString(), options.board, options.pace);
-        m_boardInUse = m_board.get();
-    }
-    SimulatedCameraParameters camera = options.camera;
-    camera.instantPauses = true;
-    m_camera = std::make_unique<SimulatedDeviceCalls>(camera, [this](InstrumentTime) {
-        if (m_boardInUse == nullptr)
-            return LightPath{0.0, true, 225};
-        const BoardLight light = m_boardInUse->light();
-        return LightPath{light.stagePosition_steps, light.ledOn, light.ledLevel};
-    });
-    installDeviceCalls(m_camera.get());
-    if (options.freshFrames && m_boardInUse != nullptr)
-        setFreshFrames(true);
+    if (!m_instrument.error().isEmpty())
+        qFatal("%s", qPrintable(m_instrument.error()));
+    m_instrument.answerMovesWithFreshFrames(options.freshFrames);
     m_window = std::make_unique<ORLA_II_Plus_Verifier>();
-    m_boxes = std::make_unique<BoxAnswers>(m_window.get());
+    m_operator = std::make_unique<Operator>(*m_window, QString(), OperatorPace::AtOnce);
     m_window->show();
     if (!QTest::qWaitForWindowExposed(m_window.get()))
         qFatal("the window does not show");
 }
 
-WindowFixture::~WindowFixture()
-{
-    m_boxes.reset();
-    m_window.reset();
-    if (m_boardInUse != nullptr)
-        setFreshFrames(false);
-    installDeviceCalls(nullptr);
-    setInstrumentRoot("/");
-}
-
-void WindowFixture::setFreshFrames(bool on)
-{
-    if (on)
-        answerMovesWithFreshFrames(*m_boardInUse, *m_camera);
-    else
-        m_boardInUse->setArrivalWatcher({});
-}
+WindowFixture::~WindowFixture() = default;
 
 QString WindowFixture::machinePath(const QString& fixedPath) const
 {
-    return m_root.path() + fixedPath;
+    return m_instrument.root() + fixedPath;
 }
 
 QString WindowFixture::text(const char* edit) const
@@ -130,40 +72,30 @@ void WindowFixture::setText(const char* edit, const QString& text)
 
 void WindowFixture::openTab(int index)
 {
-    find<QTabWidget>("TAB_MENU")->setCurrentIndex(index);
+    m_operator->openTab(kTabs, index);
 }
-
-namespace {
-
-/// Shows the page of the tab widget that a widget lies on.
-void showPageOf(QTabWidget* tabs, QWidget* widget)
-{
-    for (int i = 0; i < tabs->count(); ++i) {
-        if (tabs->widget(i)->isAncestorOf(widget))
-            tabs->setCurrentIndex(i);
-    }
-}
-
-} // namespace
 
 void WindowFixture::click(const char* button)
 {
-    auto* widget = find<QAbstractButton>(button);
-    showPageOf(find<QTabWidget>("TAB_MENU"), widget);
-    // Near the left edge: a check box does not react over its whole width.
-    QTest::mouseClick(widget, Qt::LeftButton, Qt::NoModifier, QPoint(8, widget->height() / 2));
+    expectPressed(button, &Operator::click);
 }
 
 void WindowFixture::press(const char* button)
 {
-    auto* widget = find<QAbstractButton>(button);
-    showPageOf(find<QTabWidget>("TAB_MENU"), widget);
-    QTest::mousePress(widget, Qt::LeftButton);
+    expectPressed(button, &Operator::press);
 }
 
 void WindowFixture::release(const char* button)
 {
-    QTest::mouseRelease(find<QAbstractButton>(button), Qt::LeftButton);
+    m_operator->release(button);
+}
+
+// A disabled button takes no press; any other has to.
+void WindowFixture::expectPressed(const char* button, bool (Operator::*way)(const QString&))
+{
+    const bool enabled = find<QAbstractButton>(button)->isEnabled();
+    if (!(*m_operator.*way)(button) && enabled)
+        qFatal("%s cannot be pressed", button);
 }
 
 bool WindowFixture::isEnabled(const char* widget) const
@@ -179,7 +111,7 @@ QString WindowFixture::style(const char* button) const
 QStringList WindowFixture::takeBoardLines()
 {
     QStringList lines;
-    m_boardInUse->withBoard([&](Board& board, InstrumentTime) {
+    board().withBoard([&](Board& board, InstrumentTime) {
         const auto& received = board.receivedLines();
         for (; m_seenLines < received.size(); ++m_seenLines)
             lines.append(QString::fromStdString(received[m_seenLines]));
@@ -210,9 +142,9 @@ bool WindowFixture::waitUntil(const std::function<bool()>& condition, int timeou
 
 bool WindowFixture::waitForFrames(int count)
 {
-    const auto target = m_camera->counters().framesDelivered + static_cast<unsigned>(count);
+    const auto target = camera().counters().framesDelivered + static_cast<unsigned>(count);
     // Two repaints later even a conversion that had begun before has been painted.
-    return waitUntil([&] { return m_camera->counters().framesDelivered >= target; }) &&
+    return waitUntil([&] { return camera().counters().framesDelivered >= target; }) &&
            waitForPaints(count + 1);
 }
 

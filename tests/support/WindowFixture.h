@@ -3,56 +3,12 @@
 #include <functional>
 #include <memory>
 
-#include <QMessageBox>
 #include <QPushButton>
 #include <QStringList>
-#include <QTemporaryDir>
-#include <QTimer>
-#include <QVector>
 
 #include "ORLA_II_Plus_Verifier.h"
-#include "simulator/board/BoardPort.h"
-#include "simulator/camera/SimulatedDeviceCalls.h"
-#include "simulator/disk/UsbPort.h"
-#include "simulator/instrument/InstrumentTree.h"
-
-/// A message box as it was met: what stood on it, and that it was answered.
-struct MetBox
-{
-    QString title;
-    QString text;
-    QMessageBox::Icon icon = QMessageBox::NoIcon;
-    QMessageBox::StandardButtons buttons = QMessageBox::NoButton;
-    bool hadDefaultButton = false;
-    bool windowWasEnabled = false;
-    bool controlsWereEnabled = false; ///< TAB_MENU
-};
-
-/// Answers message boxes the way a person at the panel does, and keeps what they said.
-/// Boxes block the handler that shows them, so the answer is given by a timer.
-class BoxAnswers : public QObject
-{
-public:
-    explicit BoxAnswers(QWidget* window);
-
-    /// Queues the answer to the next box; a box without a queued answer gets its Ok or No.
-    void next(QMessageBox::StandardButton button) { m_answers.append(button); }
-    /// From now on boxes stay open, and are not met.
-    void stop() { m_timer.stop(); }
-    /// Forgets the boxes met so far.
-    void clear() { m_met.clear(); }
-    const QVector<MetBox>& met() const { return m_met; }
-    /// Texts of the boxes met so far.
-    QStringList texts() const;
-
-private:
-    void look();
-
-    QWidget* m_window;
-    QTimer m_timer;
-    QVector<QMessageBox::StandardButton> m_answers;
-    QVector<MetBox> m_met;
-};
+#include "simulator/instrument/SimulatedInstrument.h"
+#include "simulator/operator/Operator.h"
 
 /// The real main window on a simulated instrument of its own: instant moves and pauses, an
 /// instrument tree in a private directory. One window at a time; the controller is the
@@ -67,7 +23,6 @@ public:
         std::function<void(const QString& root)> prepare;
         SimulatedCameraParameters camera;
         BoardParameters board;
-        BoardPace pace = BoardPace::Instant;
         bool withBoard = true;
         /// Used in place of a board of the fixture's own, which its window would not reach
         /// if it is not the first one: the controller keeps its port. Outlives the fixture.
@@ -85,11 +40,13 @@ public:
     ~WindowFixture();
 
     ORLA_II_Plus_Verifier& window() { return *m_window; }
-    BoardPort& board() { return *m_boardInUse; }
-    SimulatedDeviceCalls& camera() { return *m_camera; }
-    UsbPort& usb() { return m_usb; }
-    InstrumentTree& tree() { return m_tree; }
-    BoxAnswers& boxes() { return *m_boxes; }
+    Operator& user() { return *m_operator; }
+    BoardPort& board() { return m_instrument.board(); }
+    SimulatedDeviceCalls& camera() { return m_instrument.camera(); }
+    UsbPort& usb() { return m_instrument.usb(); }
+    InstrumentTree& tree() { return m_instrument.tree(); }
+    /// Answers boxes at once, and keeps what they said.
+    BoxWatcher& boxes() { return m_operator->boxWatcher(); }
     /// Machine path of a fixed path.
     QString machinePath(const QString& fixedPath) const;
 
@@ -127,15 +84,10 @@ public:
     bool waitForFrames(int count = 1);
 
 private:
-    void setFreshFrames(bool on);
+    void expectPressed(const char* button, bool (Operator::*way)(const QString&));
 
-    QTemporaryDir m_root;
-    InstrumentTree m_tree;
-    UsbPort m_usb;
-    std::unique_ptr<BoardPort> m_board;
-    BoardPort* m_boardInUse = nullptr; ///< its own or the shared one; null without a board
-    std::unique_ptr<SimulatedDeviceCalls> m_camera;
+    SimulatedInstrument m_instrument;
     std::unique_ptr<ORLA_II_Plus_Verifier> m_window;
-    std::unique_ptr<BoxAnswers> m_boxes;
+    std::unique_ptr<Operator> m_operator;
     std::size_t m_seenLines = 0;
 };

@@ -95,8 +95,8 @@ void TestShippedProgram::theBoardIsGreetedHomedAndSetUp()
              QStringList({"DEVICE,READY,,", "STM1,ORIGIN,,", "LED4,BRT,300,", "STM1,ABS,30000,"}));
     QCOMPARE(program.text("EDIT_LED"), "300");
     QCOMPARE(program.text("EDIT_Z_REFERENCE"), "30000");
-    QCOMPARE(program.look("SPIN_Z_STEP")["value"].toInt(), 512);
-    QCOMPARE(program.look("SPIN_Z_SPEED")["value"].toInt(), 300);
+    QCOMPARE(program.text("SPIN_Z_STEP"), "512");
+    QCOMPARE(program.text("SPIN_Z_SPEED"), "300");
     QCOMPARE(program.text("EDIT_SERIAL_MIDFIX"), "7");
     QCOMPARE(program.text("EDIT_SERIAL_SUFFIX"), "42");
     QCOMPARE(program.text("EDIT_SKIP_FRAME"), "9");

@@ -118,12 +118,12 @@ private slots:
     void theEndIsReportedOnceTheControlsAreUsableAgain()
     {
         QVERIFY(runs());
-        QCOMPARE(m_fixture->boxes().met().size(), 1);
-        const MetBox box = m_fixture->boxes().met().first();
+        QCOMPARE(m_fixture->boxes().seen().size(), 1);
+        const SeenBox box = m_fixture->boxes().seen().first();
         QCOMPARE(box.title, QString("ORLA-III"));
         QCOMPARE(box.text, kFinished);
         QCOMPARE(box.icon, QMessageBox::Information);
-        QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
+        QCOMPARE(box.buttons, QStringList("OK"));
         QVERIFY(box.controlsWereEnabled);
         QVERIFY(m_fixture->isEnabled("TAB_MENU"));
         QTRY_VERIFY(sequencers().isEmpty());
@@ -270,8 +270,8 @@ private slots:
         m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->setValue(50);
         m_fixture->find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(true);
         m_fixture->click("BUTTON_AUTOFOCUS");
-        QCOMPARE(m_fixture->boxes().met().size(), 1);
-        const MetBox box = m_fixture->boxes().met().first();
+        QCOMPARE(m_fixture->boxes().seen().size(), 1);
+        const SeenBox box = m_fixture->boxes().seen().first();
         QCOMPARE(box.title, QString("Error"));
         QCOMPARE(box.text, QString("Please insert USB disk !!!"));
         QCOMPARE(box.icon, QMessageBox::Critical);
@@ -396,7 +396,7 @@ private slots:
         QCOMPARE(m_fixture->takeBoardLines().size(), kSamples + 2);
         QCOMPARE(logLines().filter("[1] best_index:").size(), 1);
         QVERIFY(logLines().filter("[1] best_index:").first().endsWith("best_index: 0 "));
-        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->boxes().seen().isEmpty());
         stillUsableButForTheTabs();
     }
 
@@ -406,7 +406,7 @@ private slots:
         m_fixture->click("BUTTON_AUTOFOCUS");
         QTest::qWait(300);
         QCOMPARE(m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 0);
-        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->boxes().seen().isEmpty());
         stillUsableButForTheTabs();
     }
 
@@ -416,7 +416,7 @@ private slots:
         m_fixture->click("BUTTON_AUTOFOCUS");
         QTRY_COMPARE(m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 100);
         QTest::qWait(300);
-        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->boxes().seen().isEmpty());
         stillUsableButForTheTabs();
     }
 
@@ -458,7 +458,7 @@ private slots:
         // The step's answer comes late, when the question is already on the screen.
         addFault({LineFault::Late, "MVP", 1});
         m_fixture->click("BUTTON_AUTOFOCUS");
-        m_fixture->boxes().next(QMessageBox::No);
+        m_fixture->boxes().answerNextWith("No");
         m_fixture->click("BUTTON_EXIT");
         QVERIFY(m_fixture->waitUntil([this] { return m_fixture->boxes().texts().contains(kFinished); },
                                      kLongestRun_ms));

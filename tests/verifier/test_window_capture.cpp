@@ -1,10 +1,6 @@
 #include <memory>
 
-#include <QDialogButtonBox>
 #include <QDir>
-#include <QFileDialog>
-#include <QLineEdit>
-#include <QTimer>
 #include <QtTest>
 
 #include <opencv2/imgcodecs.hpp>
@@ -18,62 +14,6 @@ namespace {
 
 constexpr const char* kResolutions[] = {"BUTTON_RESOLUTION_VGA", "BUTTON_RESOLUTION_1280",
                                         "BUTTON_RESOLUTION_5M"};
-
-/// Sits in front of the file dialog, which blocks the handler that shows it: types the next
-/// queued name and saves, or cancels.
-class DialogHand : public QObject
-{
-public:
-    struct Seen
-    {
-        QString title;
-        QString directory;
-        QStringList filters;
-        bool saves = false;
-        bool windowWasEnabled = false;
-    };
-
-    explicit DialogHand(QWidget& window) : m_window(window)
-    {
-        connect(&m_timer, &QTimer::timeout, this, [this] { look(); });
-        m_timer.start(5);
-    }
-
-    /// Types this name into the next dialog; an empty one cancels it.
-    void next(const QString& name, const std::function<void()>& before = {})
-    {
-        m_name = name;
-        m_before = before;
-    }
-    const QVector<Seen>& seen() const { return m_seen; }
-    void clear() { m_seen.clear(); }
-
-private:
-    void look()
-    {
-        auto* dialog = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
-        if (dialog == nullptr)
-            return;
-        m_seen.append({dialog->windowTitle(), dialog->directory().path(), dialog->nameFilters(),
-                       dialog->acceptMode() == QFileDialog::AcceptSave, m_window.isEnabled()});
-        m_timer.stop();
-        if (m_before)
-            m_before();
-        m_timer.start();
-        if (m_name.isEmpty()) {
-            dialog->reject();
-            return;
-        }
-        dialog->findChild<QLineEdit*>("fileNameEdit")->setText(m_name);
-        dialog->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Save)->click();
-    }
-
-    QWidget& m_window;
-    QTimer m_timer;
-    QString m_name;
-    std::function<void()> m_before;
-    QVector<Seen> m_seen;
-};
 
 /// Notes when the window is disabled and enabled, and whether a file is there at that moment;
 /// and the same when what was pending at the disabling has its turn.
@@ -118,23 +58,15 @@ class TestWindowCapture : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        m_fixture = std::make_unique<WindowFixture>();
-        m_hand = std::make_unique<DialogHand>(m_fixture->window());
-    }
+    void initTestCase() { m_fixture = std::make_unique<WindowFixture>(); }
 
-    void cleanupTestCase()
-    {
-        m_hand.reset();
-        m_fixture.reset();
-    }
+    void cleanupTestCase() { m_fixture.reset(); }
 
     void init()
     {
-        m_hand->clear();
         m_fixture->clearConsoles();
         m_fixture->boxes().clear();
+        m_fixture->boxes().forgetAwaited();
         if (!camera()->isStreaming())
             m_fixture->click("BUTTON_RESOLUTION_1280");
     }
@@ -175,7 +107,7 @@ private slots:
                     QFAIL(qPrintable(QString("differs at %1, %2").arg(x).arg(y)));
             }
         compareWithTheScreen(picture);
-        QVERIFY2(m_fixture->boxes().met().isEmpty(), "no confirmation is shown");
+        QVERIFY2(m_fixture->boxes().texts().isEmpty(), "no confirmation is shown");
         QCOMPARE(m_fixture->messages().count("[Error]"), 0);
     }
 
@@ -183,10 +115,10 @@ private slots:
     {
         QVERIFY(plugAndMount(*m_fixture));
         capture("a");
-        QCOMPARE(m_hand->seen().size(), 1);
-        const DialogHand::Seen& dialog = m_hand->seen().first();
+        QCOMPARE(dialogs().size(), 1);
+        const SeenBox dialog = dialogs().first();
         QCOMPARE(dialog.title, QString("Save image"));
-        QCOMPARE(dialog.directory, m_fixture->machinePath("/mnt"));
+        QCOMPARE(dialog.text, QString("/mnt"));
         QCOMPARE(dialog.filters, QStringList("TIFF image (*.tif)"));
         QVERIFY(dialog.saves);
         QVERIFY2(dialog.windowWasEnabled, "the window is locked only when the name is known");
@@ -255,10 +187,10 @@ private slots:
         const QStringList before = filesOnDisk();
         EnableWatcher watcher(m_fixture->window(), QString());
         capture(QString());
-        QCOMPARE(m_hand->seen().size(), 1);
+        QCOMPARE(dialogs().size(), 1);
         QCOMPARE(filesOnDisk(), before);
         QVERIFY(watcher.changes.isEmpty());
-        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->boxes().texts().isEmpty());
     }
 
     void withoutADiskTheTechnicianIsAskedForOne_data()
@@ -274,7 +206,7 @@ private slots:
         if (plugged)
             QVERIFY(plugAndMount(*m_fixture, UsbDiskCondition::Unmountable));
         capture("c");
-        QVERIFY2(m_hand->seen().isEmpty(), "no dialog");
+        QVERIFY2(dialogs().isEmpty(), "no dialog");
         expectBox("Error", "Please insert USB disk !!!", QMessageBox::Critical);
     }
 
@@ -291,7 +223,7 @@ private slots:
         if (!plugAndMount(*m_fixture, static_cast<UsbDiskCondition>(condition)))
             QSKIP("this process may not mount a file system");
         capture("d");
-        QCOMPARE(m_hand->seen().size(), 1);
+        QCOMPARE(dialogs().size(), 1);
         expectFailedWrite("/mnt/d.tif");
     }
 
@@ -300,16 +232,17 @@ private slots:
         QVERIFY(plugAndMount(*m_fixture));
         // The name that the dialog hands over lies below the mount point, where there is no
         // disk any more.
-        m_hand->next("e", [this] { pullAndUnmount(*m_fixture); });
-        m_fixture->click("BUTTON_CAPTURE");
-        QCOMPARE(m_hand->seen().size(), 1);
-        QVERIFY(m_fixture->boxes().met().isEmpty());
+        const auto pulling =
+            connect(&m_fixture->boxes(), &BoxWatcher::boxShown, this, [this] { pullAndUnmount(*m_fixture); });
+        capture("e");
+        disconnect(pulling);
+        QCOMPARE(dialogs().size(), 1);
+        QVERIFY(m_fixture->boxes().texts().isEmpty());
         QVERIFY(m_fixture->window().isEnabled());
         QVERIFY(m_fixture->waitForFrames(3));
 
         QVERIFY(plugAndMount(*m_fixture));
         QVERIFY(!filesOnDisk().contains("e.tif"));
-        m_hand->clear();
         capture("e");
         QVERIFY(filesOnDisk().contains("e.tif"));
     }
@@ -364,9 +297,20 @@ private slots:
 private:
     OV5642Camera* camera() { return m_fixture->window().findChild<OV5642Camera*>(); }
 
+    /// The dialogs for a file's name so far.
+    QVector<SeenBox> dialogs() const
+    {
+        QVector<SeenBox> dialogs;
+        for (const SeenBox& box : m_fixture->boxes().seen())
+            if (box.isFileDialog)
+                dialogs.append(box);
+        return dialogs;
+    }
+
     void capture(const QString& name)
     {
-        m_hand->next(name);
+        if (!name.isEmpty()) // which cancels
+            m_fixture->boxes().giveNextFileName(name);
         m_fixture->click("BUTTON_CAPTURE");
     }
 
@@ -395,24 +339,23 @@ private:
 
     void expectBox(const QString& title, const QString& text, QMessageBox::Icon icon)
     {
-        QCOMPARE(m_fixture->boxes().met().size(), 1);
-        const MetBox& box = m_fixture->boxes().met().first();
+        QCOMPARE(m_fixture->boxes().seen().size(), 1);
+        const SeenBox& box = m_fixture->boxes().seen().first();
         QCOMPARE(box.title, title);
         QCOMPARE(box.text, text);
         QCOMPARE(box.icon, icon);
-        QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
+        QCOMPARE(box.buttons, QStringList("OK"));
     }
 
     void expectFailedWrite(const QString& fixedPath)
     {
         QVERIFY2(m_fixture->messages().contains("[Error] " + fixedPath + ' '),
                  qPrintable(m_fixture->messages()));
-        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->boxes().texts().isEmpty());
         QVERIFY(m_fixture->window().isEnabled());
     }
 
     std::unique_ptr<WindowFixture> m_fixture;
-    std::unique_ptr<DialogHand> m_hand;
 };
 
 QTEST_MAIN(TestWindowCapture)

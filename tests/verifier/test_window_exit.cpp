@@ -91,7 +91,7 @@ private slots:
                 looks << m_fixture->style("BUTTON_EXIT") +
                              (m_fixture->isEnabled("BUTTON_EXIT") ? " free" : "");
         });
-        m_fixture->boxes().next(QMessageBox::Yes);
+        m_fixture->boxes().answerNextWith("Yes");
         QTimer::singleShot(
             0, this, [&] { QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_EXIT_clicked"); });
         QCOMPARE(loop(), 0);
@@ -119,7 +119,7 @@ private slots:
     void noAtExitLeavesTheButtonAsItWas()
     {
         makeWindow(false);
-        m_fixture->boxes().next(QMessageBox::No);
+        m_fixture->boxes().answerNextWith("No");
         m_fixture->click("BUTTON_EXIT");
         QCOMPARE(m_fixture->style("BUTTON_EXIT"), kExitStyle);
         QVERIFY(m_fixture->isEnabled("BUTTON_EXIT"));
@@ -165,7 +165,7 @@ private slots:
         m_fixture->takeBoardLines();
         auto* bar = m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS");
         bar->setValue(50);
-        m_fixture->boxes().next(QMessageBox::Yes);
+        m_fixture->boxes().answerNextWith("Yes");
         connect(bar, &QProgressBar::valueChanged, &m_fixture->window(), [this](int value) {
             if (value == 0)
                 QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_EXIT_clicked",
@@ -195,7 +195,7 @@ private slots:
                         if (parts.contains("shutdown hardware"))
                             answerAtLast();
                     });
-            m_fixture->boxes().next(QMessageBox::Yes);
+            m_fixture->boxes().answerNextWith("Yes");
             m_fixture->click("BUTTON_EXIT");
         });
         QCOMPARE(loop(), 0);
@@ -223,7 +223,7 @@ private slots:
         QTimer::singleShot(0, this, [number] { ::raise(number); });
         QCOMPARE(loop(), 0);
         expectEnded(zigMode ? QStringList() : kParking);
-        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->boxes().seen().isEmpty());
         const QString log = m_fixture->messages();
         const QString head = "void ORLA_II_Plus_Verifier::slot_terminate()() ";
         QVERIFY2(log.startsWith(head + '\n' + head + "shutdown hardware"), qPrintable(log));
@@ -372,7 +372,7 @@ private:
 
     void pressExit()
     {
-        m_fixture->boxes().next(QMessageBox::Yes);
+        m_fixture->boxes().answerNextWith("Yes");
         QTimer::singleShot(0, this, [this] { m_fixture->click("BUTTON_EXIT"); });
     }
 

@@ -51,7 +51,7 @@ private slots:
             QCOMPARE(tab()->board().light().ledLevel, level);
             QCOMPARE(tab().ledEnabled(), enabledText(level != 0, level != 0, true, true));
         }
-        QVERIFY(tab()->boxes().met().isEmpty());
+        QVERIFY(tab()->boxes().seen().isEmpty());
     }
 
     void aPressStepsTheLevel_data()
@@ -215,7 +215,7 @@ private slots:
         tab()->click("BUTTON_LED_FINE_UP");
         QCOMPARE(tab()->text("EDIT_LED"), QString("301"));
         QCOMPARE(global_ini()->LED_brightness, 301);
-        QVERIFY(tab()->boxes().met().isEmpty());
+        QVERIFY(tab()->boxes().seen().isEmpty());
     }
 
     void thePictureGetsBrighter_data()

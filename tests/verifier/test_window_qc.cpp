@@ -213,7 +213,7 @@ private slots:
         m_fixture->click("BUTTON_QC_CAPTURE");
         m_fixture->click("BUTTON_RESOLUTION_VGA");
         m_fixture->click("BUTTON_EXIT");
-        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->boxes().seen().isEmpty());
         QVERIFY(camera().isStreaming());
 
         QVERIFY(m_fixture->waitUntil([this] { return m_fixture->window().isEnabled(); }, 20000));
@@ -434,7 +434,7 @@ private slots:
         QCOMPARE(m_fixture->text(index == 0 ? "EDIT_POINT_2" : "EDIT_POINT_1"), QString("before"));
         QCOMPARE(changes.seen, QVector<bool>({false, true}));
         QVERIFY(!*enabledWhenPainted);
-        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->boxes().seen().isEmpty());
         compareOrder(
             log.messages(),
             {signature, QString("void ORLA_II_Plus_Verifier::slot_measure_point(int, int, int) %1 %2")
@@ -484,12 +484,12 @@ private slots:
         EnabledChanges changes(m_fixture->window());
         m_qc->findPoint(index);
 
-        QCOMPARE(m_fixture->boxes().met().size(), 1);
-        const MetBox& box = m_fixture->boxes().met().first();
+        QCOMPARE(m_fixture->boxes().seen().size(), 1);
+        const SeenBox& box = m_fixture->boxes().seen().first();
         QCOMPARE(box.title, QString("Error"));
         QCOMPARE(box.text, text);
         QCOMPARE(box.icon, QMessageBox::Critical);
-        QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
+        QCOMPARE(box.buttons, QStringList("OK"));
         QVERIFY(!box.windowWasEnabled);
         QCOMPARE(changes.seen, QVector<bool>({false, true}));
         QCOMPARE(m_fixture->text("EDIT_POINT_1"), QString("before"));
@@ -504,7 +504,7 @@ private slots:
         m_fixture->window().setEnabled(false);
         m_fixture->window().slot_measure_error(static_cast<TargetingError_e>(2));
         QVERIFY(m_fixture->window().isEnabled());
-        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->boxes().seen().isEmpty());
     }
 
     void thePointsSurviveANewFrame()
@@ -596,7 +596,7 @@ private slots:
         QCOMPARE(m_fixture->text("EDIT_MAGNIFICATION"), QString("nan"));
         QCOMPARE(m_fixture->text("EDIT_VOLUME_FACTOR"), QString("nan"));
         QVERIFY(m_fixture->window().isEnabled());
-        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->boxes().seen().isEmpty());
     }
 
     void saveOnTheQcTabWritesTheRoundedResult()
@@ -733,7 +733,7 @@ private slots:
     {
         m_fixture->click("BUTTON_RESOLUTION_VGA");
         m_fixture->click("BUTTON_QC_CAPTURE");
-        m_fixture->boxes().next(QMessageBox::Yes);
+        m_fixture->boxes().answerNextWith("Yes");
         QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_EXIT_clicked");
         QVERIFY(!camera().isStreaming());
         QVERIFY2(runningWait() == nullptr, "no frame is waited for any more");

@@ -423,12 +423,12 @@ private:
 
     void expectSavedBox()
     {
-        QCOMPARE(m_fixture->boxes().met().size(), 1);
-        const MetBox& box = m_fixture->boxes().met().first();
+        QCOMPARE(m_fixture->boxes().seen().size(), 1);
+        const SeenBox& box = m_fixture->boxes().seen().first();
         QCOMPARE(box.title, QString("ORLA-III"));
         QCOMPARE(box.text, QString("INI saved !"));
         QCOMPARE(box.icon, QMessageBox::Information);
-        QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
+        QCOMPARE(box.buttons, QStringList("OK"));
     }
 
     /// One change of everything that is saved, by the widgets that a technician uses.

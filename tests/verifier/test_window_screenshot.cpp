@@ -161,7 +161,7 @@ private slots:
             QCoreApplication::sendEvent(&m_fixture->window(), &event);
             QVERIFY(!event.isAccepted());
         }
-        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->boxes().seen().isEmpty());
         QCOMPARE(filesOnDisk(), before);
     }
 
@@ -194,12 +194,12 @@ private:
 
     void expectBox(const QString& title, const QString& text, QMessageBox::Icon icon)
     {
-        QCOMPARE(m_fixture->boxes().met().size(), 1);
-        const MetBox& box = m_fixture->boxes().met().first();
+        QCOMPARE(m_fixture->boxes().seen().size(), 1);
+        const SeenBox& box = m_fixture->boxes().seen().first();
         QCOMPARE(box.title, title);
         QCOMPARE(box.text, text);
         QCOMPARE(box.icon, icon);
-        QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
+        QCOMPARE(box.buttons, QStringList("OK"));
     }
 
     std::unique_ptr<WindowFixture> m_fixture;

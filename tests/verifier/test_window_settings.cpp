@@ -290,7 +290,7 @@ private slots:
         QCOMPARE(m_fixture->takeBoardLines(), QStringList({"$,LED4,BRT,640,", "$,STM1,ABS,28000,"}));
         QCOMPARE(m_fixture->text("EDIT_Z_REFERENCE"), QString("28000"));
         QVERIFY(m_fixture->isEnabled("BUTTON_Z_MOVE_REFERENCE"));
-        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->boxes().seen().isEmpty());
     }
 
 private:

@@ -84,7 +84,7 @@ private slots:
         m_fixture->click(qPrintable(button));
         QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("before"));
         QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,STM1," + command + ",256,"));
-        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->boxes().seen().isEmpty());
     }
 
     // The second answer counts as a step of its own until the position is asked for.

@@ -336,7 +336,7 @@ private slots:
         watch.watch(button);
         QStringList wrong;
         watch.atChange([&](const QString& change) {
-            if (change != "paint BUTTON_PASSWORD" || !m_fixture->boxes().met().isEmpty())
+            if (change != "paint BUTTON_PASSWORD" || !m_fixture->boxes().seen().isEmpty())
                 return;
             if (runs() == before && (button->isEnabled() || button->styleSheet() != kHighlight))
                 wrong << "painted as free before the script ran";
@@ -354,7 +354,7 @@ private slots:
         QCOMPARE(button->styleSheet(), QString(kPlain));
         QVERIFY(button->isEnabled());
         expectPasswordBox();
-        QVERIFY(m_fixture->boxes().met().first().windowWasEnabled);
+        QVERIFY(m_fixture->boxes().seen().first().windowWasEnabled);
         QCOMPARE(m_fixture->takeBoardLines(), QStringList());
         QCOMPARE(m_fixture->messages(),
                  QString("void ORLA_II_Plus_Verifier::on_BUTTON_PASSWORD_clicked()() \n"));
@@ -394,15 +394,15 @@ private slots:
     {
         m_fixture->takeBoardLines();
         m_fixture->boxes().clear();
-        m_fixture->boxes().next(QMessageBox::No);
+        m_fixture->boxes().answerNextWith("No");
         m_fixture->clearConsoles();
         m_fixture->click("BUTTON_EXIT");
-        QCOMPARE(m_fixture->boxes().met().size(), 1);
-        const MetBox& box = m_fixture->boxes().met().first();
+        QCOMPARE(m_fixture->boxes().seen().size(), 1);
+        const SeenBox& box = m_fixture->boxes().seen().first();
         QCOMPARE(box.title, QString("ORLA-III"));
         QCOMPARE(box.text, QString("Are you sure quit ?"));
         QCOMPARE(box.icon, QMessageBox::Question);
-        QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Yes | QMessageBox::No));
+        QCOMPARE(box.buttons, QStringList({"Yes", "No"}));
         QVERIFY(!box.hadDefaultButton);
         QVERIFY(m_fixture->messages().endsWith("void ORLA_II_Plus_Verifier::on_BUTTON_EXIT_clicked()() \n"));
         QVERIFY(m_fixture->takeBoardLines().isEmpty());
@@ -424,7 +424,7 @@ private slots:
         m_fixture->window().setEnabled(false);
         QVERIFY(!m_fixture->window().close());
         m_fixture->window().setEnabled(true);
-        QVERIFY(m_fixture->boxes().met().isEmpty());
+        QVERIFY(m_fixture->boxes().seen().isEmpty());
         QVERIFY(m_fixture->window().isVisible());
     }
 
@@ -432,7 +432,7 @@ private slots:
     {
         m_fixture->takeBoardLines();
         m_fixture->clearConsoles();
-        m_fixture->boxes().next(QMessageBox::Yes);
+        m_fixture->boxes().answerNextWith("Yes");
         const auto* camera = m_fixture->window().findChild<OV5642Camera*>();
         const auto connection =
             connect(Controller::getInstance(), &Controller::sig_debug_Controller, this,
@@ -456,12 +456,12 @@ private:
 
     void expectPasswordBox()
     {
-        QCOMPARE(m_fixture->boxes().met().size(), 1);
-        const MetBox& box = m_fixture->boxes().met().first();
+        QCOMPARE(m_fixture->boxes().seen().size(), 1);
+        const SeenBox& box = m_fixture->boxes().seen().first();
         QCOMPARE(box.title, QString("ORLA-III"));
         QCOMPARE(box.text, QString("The serial number has been set as the password!"));
         QCOMPARE(box.icon, QMessageBox::Information);
-        QCOMPARE(box.buttons, QMessageBox::StandardButtons(QMessageBox::Ok));
+        QCOMPARE(box.buttons, QStringList("OK"));
     }
 
     std::unique_ptr<WindowFixture> m_fixture;

@@ -301,7 +301,7 @@ private slots:
         QCOMPARE(int(global_ini()->BFN_reg[1][3]), 0x21);
         tab().window().getCamera_reg();
         QCOMPARE(tab()->text("EDIT_GAIN"), QString("0x0111"));
-        QVERIFY(tab()->boxes().met().isEmpty());
+        QVERIFY(tab()->boxes().seen().isEmpty());
     }
 
     void aHeldButtonRepeatsPairByPair()
@@ -349,7 +349,7 @@ private slots:
         QVERIFY(tab()->takeBoardLines().isEmpty());
         QCOMPARE(tab()->messages(), QString());
         QVERIFY(sameTables(*global_ini(), before));
-        QVERIFY(tab()->boxes().met().isEmpty());
+        QVERIFY(tab()->boxes().seen().isEmpty());
     }
 
 private:

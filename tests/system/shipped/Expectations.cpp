@@ -51,3 +51,15 @@ QStringList valueWrites(const QStringList& calls)
             writes += bytes;
     return writes;
 }
+
+QString titleOf(const SeenBox& box)
+{
+    return boxToJson(box)["icon"].toString().toLower() + ": " + box.title;
+}
+
+QString buttonsOf(const SeenBox& box)
+{
+    QStringList buttons = box.buttons;
+    buttons.sort();
+    return buttons.join(' ');
+}

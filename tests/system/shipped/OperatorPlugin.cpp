@@ -1,11 +1,19 @@
 #include "OperatorPlugin.h"
 
+#include <memory>
+
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <QtTest/qtestkeyboard.h>
-#include <QtTest/qtestmouse.h>
-#include <QtWidgets>
+#include <QApplication>
+#include <QDialog>
+#include <QJsonDocument>
+#include <QMainWindow>
+#include <QPointer>
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include "simulator/operator/Operator.h"
 
 namespace {
 
@@ -17,131 +25,18 @@ QMainWindow* mainWindow()
     return nullptr;
 }
 
-QWidget* named(const QString& name)
+QJsonObject outcome(bool done, const char* otherwise)
 {
-    QMainWindow* const window = mainWindow();
-    if (!window || window->objectName() == name)
-        return window;
-    return window->findChild<QWidget*>(name);
-}
-
-/// The middle of what takes a press: a check box is pressed on its mark.
-QPoint pressPoint(const QWidget* widget)
-{
-    constexpr int markMiddle_px = 8;
-    QPoint middle = widget->rect().center();
-    if (qobject_cast<const QCheckBox*>(widget))
-        middle.setX(markMiddle_px);
-    return widget->mapTo(widget->window(), middle);
-}
-
-QJsonObject look(const QWidget* widget)
-{
-    QJsonObject seen{
-        {"enabled", widget->isEnabled()}, {"visible", widget->isVisible()}, {"style", widget->styleSheet()}};
-    for (const char* property : {"text", "value", "checked"})
-        if (const QVariant value = widget->property(property); value.isValid())
-            seen[property] = QJsonValue::fromVariant(value);
-    if (const auto* const pages = qobject_cast<const QPlainTextEdit*>(widget))
-        seen["text"] = pages->toPlainText();
-    return seen;
-}
-
-QJsonObject lookAtBox(const QWidget* dialog)
-{
-    QJsonObject seen{{"title", dialog->windowTitle()}};
-    if (const auto* const box = qobject_cast<const QMessageBox*>(dialog)) {
-        QStringList buttons;
-        for (const QAbstractButton* button : box->buttons())
-            buttons.append(button->text().remove('&'));
-        buttons.sort();
-        constexpr const char* icons[] = {"none", "information", "warning", "critical", "question"};
-        seen["title"] = QString("%1: %2").arg(icons[box->icon()], box->windowTitle());
-        seen["text"] = box->text();
-        seen["buttons"] = buttons.join(' ');
-    } else if (const auto* const files = qobject_cast<const QFileDialog*>(dialog)) {
-        seen["folder"] = files->directory().path();
-        seen["filter"] = files->nameFilters().join(' ');
-    }
-    return seen;
-}
-
-bool press(const QWidget* dialog, const QString& text)
-{
-    for (QAbstractButton* button : dialog->findChildren<QAbstractButton*>())
-        if (button->isVisible() && button->text().remove('&') == text) {
-            button->click();
-            return true;
-        }
-    return false;
-}
-
-/// What one request asks for; {"error": ...} when it cannot be done.
-QJsonObject carryOut(const QJsonObject& request)
-{
-    const QString action = request["do"].toString();
-    QWidget* const dialog = QApplication::activeModalWidget();
-    if (action == "box")
-        return dialog ? lookAtBox(dialog) : QJsonObject();
-    if (action == "answer")
-        return dialog && press(dialog, request["button"].toString()) ? QJsonObject()
-                                                                     : QJsonObject{{"error", "no button"}};
-    if (action == "file") {
-        auto* const name = dialog ? dialog->findChild<QLineEdit*>("fileNameEdit") : nullptr;
-        if (!name)
-            return {{"error", "no file dialog"}};
-        name->setText(request["path"].toString());
-        return press(dialog, "Save") ? QJsonObject() : QJsonObject{{"error", "no button"}};
-    }
-
-    QMainWindow* const window = mainWindow();
-    QWidget* const widget = request.contains("name") ? named(request["name"].toString()) : window;
-    if (!window || !window->isVisible() || !widget)
-        return {{"error", "no such widget"}};
-    if (action == "look")
-        return look(widget);
-    if (action == "picture") {
-        const QPixmap screen = window->screen()->grabWindow(window->winId());
-        return screen.save(request["path"].toString()) ? QJsonObject() : QJsonObject{{"error", "no picture"}};
-    }
-    if (action == "tab") {
-        static_cast<QTabWidget*>(widget)->setCurrentIndex(request["value"].toInt());
-        return {};
-    }
-    if (action == "value") {
-        static_cast<QSpinBox*>(widget)->setValue(request["value"].toInt());
-        return {};
-    }
-    if (action == "type") {
-        widget->setFocus();
-        QTest::keyClick(widget, Qt::Key_A, Qt::ControlModifier);
-        QTest::keyClick(widget, Qt::Key_Delete);
-        QTest::keyClicks(widget, request["text"].toString());
-        if (request["enter"].toBool())
-            QTest::keyClick(widget, Qt::Key_Return);
-        return {};
-    }
-    if (action == "key") {
-        QTest::keyClick(window->windowHandle(), Qt::Key(request["key"].toInt()));
-        return {};
-    }
-    const QPoint point =
-        request.contains("name") ? pressPoint(widget) : QPoint(request["x"].toInt(), request["y"].toInt());
-    if (action == "press" || action == "click")
-        QTest::mousePress(window->windowHandle(), Qt::LeftButton, {}, point);
-    if (action == "move")
-        QTest::mouseMove(window->windowHandle(), point);
-    if (action == "release" || action == "click")
-        QTest::mouseRelease(window->windowHandle(), Qt::LeftButton, {}, point);
-    return {};
+    return done ? QJsonObject() : QJsonObject{{"error", otherwise}};
 }
 
 /// Takes requests, one JSON object a line, from the FIFO $OPERATOR_REQUESTS and answers each
-/// with one on $OPERATOR_ANSWERS, also while a message box is open.
-class Operator : public QObject
+/// with one on $OPERATOR_ANSWERS, also while a message box is open: what the operator at the
+/// program's window did or saw, or {"error": ...} when it cannot be done.
+class RequestedOperator : public QObject
 {
 public:
-    Operator()
+    RequestedOperator()
         : m_requests(::open(qgetenv("OPERATOR_REQUESTS").constData(), O_RDWR | O_NONBLOCK | O_CLOEXEC)),
           m_answers(::open(qgetenv("OPERATOR_ANSWERS").constData(), O_RDWR | O_CLOEXEC)),
           m_notifier(m_requests, QSocketNotifier::Read)
@@ -161,7 +56,7 @@ private:
             if (request["later"].toBool()) {
                 // What comes to a message box does not return before that is answered.
                 answer({});
-                QTimer::singleShot(0, this, [request] { carryOut(request); });
+                QTimer::singleShot(0, this, [this, request] { carryOut(request); });
             } else {
                 answer(carryOut(request));
             }
@@ -175,15 +70,78 @@ private:
             qFatal("operator: an answer is lost");
     }
 
+    /// Whether there is a window, and the operator at it.
+    bool sitDown()
+    {
+        QMainWindow* const window = mainWindow();
+        if (window == nullptr || !window->isVisible())
+            return false;
+        if (window != m_window) {
+            m_window = window;
+            m_operator = std::make_unique<Operator>(*window, QString(), OperatorPace::AtOnce);
+            m_operator->boxWatcher().stop(); // the requests answer the boxes
+        }
+        return true;
+    }
+
+    QJsonObject carryOut(const QJsonObject& request)
+    {
+        if (!sitDown())
+            return outcome(false, "no window");
+        const QString action = request["do"].toString();
+        auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+        if (action == "box")
+            return dialog ? boxToJson(recordOf(*dialog, *m_window)) : QJsonObject();
+        if (action == "answer")
+            return outcome(dialog && pressButton(*dialog, request["button"].toString()), "no button");
+        if (action == "file")
+            return outcome(dialog && giveFileName(*dialog, request["path"].toString()), "no file dialog");
+        return atTheWindow(action, request);
+    }
+
+    QJsonObject atTheWindow(const QString& action, const QJsonObject& request)
+    {
+        Operator& user = *m_operator;
+        const QString name = request.contains("name") ? request["name"].toString() : m_window->objectName();
+        const QPoint place(request["x"].toInt(), request["y"].toInt());
+        if (action == "look")
+            return {{"enabled", user.isEnabled(name)},
+                    {"visible", user.isShown(name)},
+                    {"checked", user.isChecked(name)},
+                    {"style", user.style(name)},
+                    {"text", user.text(name)}};
+        if (action == "picture")
+            return outcome(user.screen().save(request["path"].toString()), "no picture");
+        if (action == "tab")
+            return outcome(user.openTab(name, request["value"].toInt()), "no such tab");
+        if (action == "type")
+            return outcome(user.type(name, request["text"].toString(), request["enter"].toBool()), "no edit");
+        if (action == "click")
+            return outcome(user.click(name), "not pressed");
+        if (action == "key")
+            user.pressKey(Qt::Key(request["key"].toInt()));
+        else if (action == "press")
+            user.pressAt(place);
+        else if (action == "move")
+            user.moveTo(place);
+        else if (action == "release")
+            user.releaseAt(place);
+        else
+            return outcome(false, "no such action");
+        return {};
+    }
+
     int m_requests;
     int m_answers;
     QSocketNotifier m_notifier;
     QByteArray m_pending;
+    QPointer<QMainWindow> m_window;
+    std::unique_ptr<Operator> m_operator;
 };
 
 } // namespace
 
 QObject* OperatorPlugin::create(const QString&, const QString&)
 {
-    return new Operator;
+    return new RequestedOperator;
 }

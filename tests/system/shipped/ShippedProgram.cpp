@@ -330,8 +330,7 @@ SeenBox ShippedProgram::waitForBox(int limit_ms)
     QJsonObject box;
     while ((box = ask({{"do", "box"}})).isEmpty() && time.elapsed() < limit_ms)
         QThread::msleep(kLookAgain_ms);
-    return {box["title"].toString(), box["text"].toString(), box["buttons"].toString(),
-            box["folder"].toString(), box["filter"].toString()};
+    return boxFromJson(box);
 }
 
 bool ShippedProgram::waitEnabled(int limit_ms)

@@ -9,16 +9,7 @@
 
 #include "DeviceScene.h"
 #include "simulator/board/BoardPort.h"
-
-/// A message box or file dialog as the operator reads it.
-struct SeenBox
-{
-    QString title; // of a message box with its icon: "critical: Error"
-    QString text;
-    QString buttons; // in alphabetical order, blanks between
-    QString folder;  // of a file dialog
-    QString filter;
-};
+#include "simulator/operator/BoxRecord.h"
 
 /// The program as it is shipped, in a process of its own on a private instrument: files below
 /// a temporary directory that a mount namespace lays over the real paths, stand-ins for the
@@ -82,10 +73,7 @@ public:
     bool enabled(const QString& name) { return look(name)["enabled"].toBool(); }
     void click(const QString& name) { ask({{"do", "click"}, {"name", name}}); }
     void type(const QString& name, const QString& text, bool enter = false);
-    void setValue(const QString& name, int value)
-    {
-        ask({{"do", "value"}, {"name", name}, {"value", value}});
-    }
+    void setValue(const QString& name, int value) { type(name, QString::number(value), true); }
     void chooseTab(int index) { ask({{"do", "tab"}, {"name", "TAB_MENU"}, {"value", index}}); }
     void mouse(const char* action, int x, int y) { ask({{"do", action}, {"x", x}, {"y", y}}); }
     /// The window's picture on the screen.
