@@ -49,7 +49,7 @@ QWidget* Operator::find(const QString& name)
 {
     auto* widget = m_window.objectName() == name ? &m_window : m_window.findChild<QWidget*>(name);
     if (widget == nullptr)
-        noteTrouble(QStringLiteral("there is no %1").arg(name));
+        noteProblem(QStringLiteral("there is no %1").arg(name));
     return widget;
 }
 
@@ -82,7 +82,7 @@ bool Operator::uncovered(const QWidget& widget, const QPoint& position)
     const QWidget* top = m_window.childAt(position);
     if (top == &widget || widget.isAncestorOf(top))
         return true;
-    noteTrouble(QStringLiteral("%1 is covered by %2")
+    noteProblem(QStringLiteral("%1 is covered by %2")
                     .arg(widget.objectName(), top ? top->objectName() : QStringLiteral("nothing")));
     return false;
 }
@@ -93,12 +93,12 @@ bool Operator::reach(const QString& name, QPoint& position)
     if (widget == nullptr)
         return false;
     if (!openTabsAround(*widget) || !widget->isVisible()) {
-        noteTrouble(QStringLiteral("%1 cannot be seen").arg(name));
+        noteProblem(QStringLiteral("%1 cannot be seen").arg(name));
         return false;
     }
     // A finger presses it all the same, and the window makes nothing of it.
     if (!widget->isEnabled())
-        noteTrouble(QStringLiteral("%1 is disabled").arg(name));
+        noteProblem(QStringLiteral("%1 is disabled").arg(name));
     position = widget->mapTo(&m_window, pressPoint(*widget));
     return uncovered(*widget, position);
 }
@@ -229,7 +229,7 @@ bool Operator::openTab(const QString& pageName)
     QWidget* content = page->findChild<QWidget*>();
     if (content != nullptr && openTabsAround(*content) && page->isVisible())
         return true;
-    noteTrouble(QStringLiteral("%1 does not open").arg(pageName));
+    noteProblem(QStringLiteral("%1 does not open").arg(pageName));
     return false;
 }
 
@@ -238,7 +238,7 @@ bool Operator::openTab(const QString& tabsName, int index)
     auto* tabs = qobject_cast<QTabWidget*>(find(tabsName));
     if (tabs != nullptr && openPage(*tabs, index))
         return true;
-    noteTrouble(QStringLiteral("tab %1 of %2 does not open").arg(index).arg(tabsName));
+    noteProblem(QStringLiteral("tab %1 of %2 does not open").arg(index).arg(tabsName));
     return false;
 }
 
@@ -250,7 +250,7 @@ bool Operator::setChecked(const QString& name, bool checked)
         return false;
     if (isChecked(name) == checked)
         return true;
-    noteTrouble(QStringLiteral("%1 does not change").arg(name));
+    noteProblem(QStringLiteral("%1 does not change").arg(name));
     return false;
 }
 
@@ -325,7 +325,7 @@ bool Operator::waitUntil(const std::function<bool()>& condition, int timeout_ms,
     if (QTest::qWaitFor(done, timeout_ms) && !m_givenUp)
         return true;
     if (!otherwise.isEmpty())
-        noteTrouble(otherwise);
+        noteProblem(otherwise);
     return false;
 }
 
@@ -367,7 +367,7 @@ void Operator::takePicture(const QString& name)
     if (screen().save(QDir(m_pictureDirectory).filePath(file)))
         m_pictures.append(file);
     else
-        noteTrouble(QStringLiteral("%1 cannot be written").arg(file));
+        noteProblem(QStringLiteral("%1 cannot be written").arg(file));
 }
 
 QStringList Operator::takePictures()
@@ -388,22 +388,22 @@ const SeenBox* Operator::boxSinceExpected() const
     return boxes().size() > m_boxesWhenExpected ? &boxes().last() : nullptr;
 }
 
-void Operator::noteTrouble(const QString& trouble)
+void Operator::noteProblem(const QString& problem)
 {
-    if (!m_trouble.contains(trouble))
-        m_trouble.append(trouble);
+    if (!m_problems.contains(problem))
+        m_problems.append(problem);
 }
 
-QString Operator::takeTrouble()
+QString Operator::takeProblems()
 {
     for (; m_judgedBoxes < boxes().size(); ++m_judgedBoxes) {
         const SeenBox& box = boxes().at(m_judgedBoxes);
         if (!box.expected)
-            noteTrouble(QStringLiteral("unexpected box \"%1\": \"%2\"").arg(box.title, box.text));
+            noteProblem(QStringLiteral("unexpected box \"%1\": \"%2\"").arg(box.title, box.text));
     }
     if (m_boxes.forgetAwaited() > 0)
-        noteTrouble(QStringLiteral("an expected box did not come up"));
-    QStringList trouble;
-    trouble.swap(m_trouble);
-    return trouble.join(QStringLiteral("; "));
+        noteProblem(QStringLiteral("an expected box did not come up"));
+    QStringList problems;
+    problems.swap(m_problems);
+    return problems.join(QStringLiteral("; "));
 }

@@ -18,8 +18,8 @@ class QWidget;
 /// window system's event path, so that a widget that is disabled, covered or on a closed tab
 /// does not react. Widgets are known by their object names only.
 ///
-/// What cannot be done is noted as trouble, and the rest goes on: the caller asks for the
-/// trouble at the end of a step. All functions run on the GUI thread, and the handlers that
+/// What cannot be done is noted as a problem, and the rest goes on: the caller asks for the
+/// problems at the end of a step. All functions run on the GUI thread, and the handlers that
 /// they set off run inside them.
 class Operator : public QObject
 {
@@ -31,7 +31,7 @@ public:
     Operator(QWidget& window, const QString& pictureDirectory, OperatorPace pace = OperatorPace::ToBeSeen);
 
     /// Presses and releases a button, a check box or any other widget at its middle. Opens
-    /// the tab that it lies on first. False, with trouble noted, if it is not pressed as it
+    /// the tab that it lies on first. False, with the problem noted, if it is not pressed as it
     /// cannot be seen, or if it is disabled.
     bool click(const QString& name);
     bool press(const QString& name);
@@ -70,7 +70,7 @@ public:
     QString windowTitle() const;
 
     /// Goes on with events until the condition holds; false when the time is up. A condition
-    /// that should hold is worth a word: `otherwise`, if not empty, is then noted as trouble.
+    /// that should hold is worth a word: `otherwise`, if not empty, is then noted as a problem.
     bool waitUntil(const std::function<bool()>& condition, int timeout_ms, const QString& otherwise = {});
     void wait(int duration_ms);
     /// Waits until that many more live view frames have been painted.
@@ -95,11 +95,11 @@ public:
     /// Announces a dialog for a file's name, and the name that will be given to it.
     void expectFileDialog(const QString& fileName) { m_boxes.giveNextFileName(fileName); }
 
-    /// Adds a sentence to the trouble of the step under way.
-    void noteTrouble(const QString& trouble);
-    /// The trouble since the last call, unexpected boxes and expected ones that never came
+    /// Adds a sentence to the problems of the step under way.
+    void noteProblem(const QString& problem);
+    /// The problems since the last call, unexpected boxes and expected ones that never came
     /// included; empty when all went well.
-    QString takeTrouble();
+    QString takeProblems();
 
     /// Makes every wait end at once, for when the program is to stop.
     void giveUp() { m_givenUp = true; }
@@ -127,6 +127,6 @@ private:
     int m_paintedFrames = 0;
     int m_pictureNumber = 0;
     QStringList m_pictures;
-    QStringList m_trouble;
+    QStringList m_problems;
     bool m_givenUp = false;
 };

@@ -75,10 +75,10 @@ public:
           m_serialBefore(serialNumber()),
           m_output(stdout),
           m_window(std::make_unique<ORLA_II_Plus_Verifier>()),
-          m_hand(*m_window, m_folder),
-          m_bench(m_hand, instrument, !options.plainAnswers),
-          m_session(m_bench),
-          m_runner(m_hand, m_session.steps(planOf(options), options.steps), m_output)
+          m_operator(*m_window, m_folder),
+          m_context(m_operator, instrument, !options.plainAnswers),
+          m_session(m_context),
+          m_runner(m_operator, m_session.steps(planOf(options), options.steps), m_output)
     {
         m_clock.start();
         m_runner.showProgress();
@@ -90,17 +90,17 @@ public:
     int run(const TerminationSignal& signalled)
     {
         m_window->show();
-        QObject::connect(&signalled, &TerminationSignal::received, &m_hand, [this] {
-            m_hand.giveUp();
+        QObject::connect(&signalled, &TerminationSignal::received, &m_operator, [this] {
+            m_operator.giveUp();
             QCoreApplication::quit();
         });
-        QTimer::singleShot(0, &m_hand, [this] {
+        QTimer::singleShot(0, &m_operator, [this] {
             m_runner.runInEventLoop();
             m_runner.expectEnd();
-            if (m_hand.hasGivenUp())
+            if (m_operator.hasGivenUp())
                 QCoreApplication::quit();
-            QTimer::singleShot(kEndPatience_ms, &m_hand, [this] {
-                m_bench.findings.forcedEnd = true;
+            QTimer::singleShot(kEndPatience_ms, &m_operator, [this] {
+                m_context.findings.forcedEnd = true;
                 QCoreApplication::quit();
             });
         });
@@ -148,7 +148,7 @@ private:
         record.stopped = stopped;
         record.plannedSteps = m_runner.stepNames();
         record.steps = m_runner.reports();
-        record.findings = m_bench.findings;
+        record.findings = m_context.findings;
         record.errorLines = errorLinesOf(QDir(m_folder).filePath(kLogName));
         record.harm = SettingsFiles::harm(m_settingsBefore, settingsAfter);
         record.settings = SettingsFiles::differences(m_settingsBefore, settingsAfter);
@@ -194,8 +194,8 @@ private:
     QElapsedTimer m_clock;
     QTextStream m_output;
     std::unique_ptr<ORLA_II_Plus_Verifier> m_window;
-    Operator m_hand;
-    SessionBench m_bench;
+    Operator m_operator;
+    SessionContext m_context;
     Session m_session;
     SessionRunner m_runner;
 };

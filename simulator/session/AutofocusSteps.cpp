@@ -29,49 +29,49 @@ constexpr int kGraphPaint_ms = 300;
 
 StepResult AutofocusSteps::disk()
 {
-    m_hand.setChecked("CHECK_DEBUG_AUTOFOCUS", true);
-    m_hand.expectBox("OK");
-    m_hand.click("BUTTON_AUTOFOCUS");
-    const bool asked = m_bench.boxWas("Error", kNoDisk);
+    m_operator.setChecked("CHECK_DEBUG_AUTOFOCUS", true);
+    m_operator.expectBox("OK");
+    m_operator.click("BUTTON_AUTOFOCUS");
+    const bool asked = m_context.boxWas("Error", kNoDisk);
     m_instrument.usb().plug();
     const auto mounted = [this] {
         const QStringList commands = m_instrument.usb().commands();
         return !commands.isEmpty() && commands.last().startsWith("mount ");
     };
-    m_hand.waitUntil(mounted, kDisk_ms, QStringLiteral("the disk is not mounted"));
+    m_operator.waitUntil(mounted, kDisk_ms, QStringLiteral("the disk is not mounted"));
     return {asked, asked ? "asked for the disk" : "did not ask for the disk",
             m_instrument.usb().commands().join("; ")};
 }
 
 StepResult AutofocusSteps::autofocus()
 {
-    m_hand.click("BUTTON_RESOLUTION_1280");
-    m_bench.settle();
+    m_operator.click("BUTTON_RESOLUTION_1280");
+    m_context.settle();
     // A sample belongs to its place only if frames pass while the stage moves, and if the
     // machine is not too busy to take them in.
     m_instrument.setRealTimeMotion(true);
-    m_instrument.answerMovesWithFreshFrames(m_bench.answersHeldBack);
-    m_hand.expectBox("OK");
-    if (m_hand.click("BUTTON_AUTOFOCUS"))
-        m_hand.waitUntil([this] { return m_hand.boxSinceExpected() != nullptr; }, kRun_ms,
-                         QStringLiteral("the autofocus does not end"));
+    m_instrument.answerMovesWithFreshFrames(m_context.answersHeldBack);
+    m_operator.expectBox("OK");
+    if (m_operator.click("BUTTON_AUTOFOCUS"))
+        m_operator.waitUntil([this] { return m_operator.boxSinceExpected() != nullptr; }, kRun_ms,
+                             QStringLiteral("the autofocus does not end"));
     m_instrument.answerMovesWithFreshFrames(false);
     m_instrument.setRealTimeMotion(!m_instrument.isInstant());
-    const bool finished = m_bench.boxWas("ORLA-III", "Finish AutoFocus !");
-    m_bench.settle();
-    m_hand.takePicture("autofocus");
-    const QString progress = m_hand.text("PROGRESS_AUTOFOCUS");
-    const QString position = m_hand.text("EDIT_Z_POSITION");
+    const bool finished = m_context.boxWas("ORLA-III", "Finish AutoFocus !");
+    m_context.settle();
+    m_operator.takePicture("autofocus");
+    const QString progress = m_operator.text("PROGRESS_AUTOFOCUS");
+    const QString position = m_operator.text("EDIT_Z_POSITION");
     const int stage = m_instrument.stagePosition_steps();
-    m_bench.findings.trueFocus_steps = m_instrument.bestFocus_steps();
+    m_context.findings.trueFocus_steps = m_instrument.bestFocus_steps();
     QString log;
-    const bool logged = !m_hand.isChecked("CHECK_DEBUG_AUTOFOCUS") || logHolds(log);
+    const bool logged = !m_operator.isChecked("CHECK_DEBUG_AUTOFOCUS") || logHolds(log);
     return {finished && logged && progress.startsWith("100") && position == QString::number(stage),
             QStringLiteral("position %1, progress %2%3").arg(position, progress, log),
             QStringLiteral("stage at %1, focus at %2")
-                .arg(QString::number(stage), number(m_bench.findings.trueFocus_steps)),
-            {{"best Z", "steps", finished ? m_bench.numberShown("EDIT_Z_POSITION") : kNotTaken,
-              m_bench.findings.trueFocus_steps, kFocusTolerance_steps}}};
+                .arg(QString::number(stage), number(m_context.findings.trueFocus_steps)),
+            {{"best Z", "steps", finished ? m_context.numberShown("EDIT_Z_POSITION") : kNotTaken,
+              m_context.findings.trueFocus_steps, kFocusTolerance_steps}}};
 }
 
 QString AutofocusSteps::newestLog() const
@@ -98,9 +98,9 @@ bool AutofocusSteps::readFocusCurve(const QString& directory)
         curve.emplace_back(fields[1].toDouble(), fields[2].toDouble());
     }
     const QStringList best = lines.last().split(',');
-    m_bench.findings.focusCurve = curve;
-    m_bench.findings.bestFocusSample = best.first().toInt() - 1;
-    return curve.size() == kSamples && best.size() == 3 && best[1] == m_hand.text("EDIT_Z_POSITION");
+    m_context.findings.focusCurve = curve;
+    m_context.findings.bestFocusSample = best.first().toInt() - 1;
+    return curve.size() == kSamples && best.size() == 3 && best[1] == m_operator.text("EDIT_Z_POSITION");
 }
 
 bool AutofocusSteps::logHolds(QString& text)
@@ -114,22 +114,22 @@ bool AutofocusSteps::logHolds(QString& text)
                .arg(curve ? "the values" : "no right values");
     const bool whole = pictures == kSamples && curve;
     if (!whole)
-        m_bench.findings.failedSaves.append(QStringLiteral("The log of the autofocus is not whole"));
+        m_context.findings.failedSaves.append(QStringLiteral("The log of the autofocus is not whole"));
     return whole;
 }
 
 StepResult AutofocusSteps::graph()
 {
-    m_hand.type("SPIN_DEBUG", "3");
-    m_hand.setChecked("BUTTON_DEBUG", true);
-    m_hand.wait(kGraphPaint_ms);
-    const QImage graph = m_hand.liveView();
-    m_hand.takePicture("focus-graph");
-    m_hand.setChecked("BUTTON_DEBUG", false);
-    m_hand.type("SPIN_DEBUG", "1");
-    const bool liveAgain = m_bench.settle();
-    const int best = m_bench.findings.bestFocusSample;
-    const std::vector<QPointF>& curve = m_bench.findings.focusCurve;
+    m_operator.type("SPIN_DEBUG", "3");
+    m_operator.setChecked("BUTTON_DEBUG", true);
+    m_operator.wait(kGraphPaint_ms);
+    const QImage graph = m_operator.liveView();
+    m_operator.takePicture("focus-graph");
+    m_operator.setChecked("BUTTON_DEBUG", false);
+    m_operator.type("SPIN_DEBUG", "1");
+    const bool liveAgain = m_context.settle();
+    const int best = m_context.findings.bestFocusSample;
+    const std::vector<QPointF>& curve = m_context.findings.focusCurve;
     if (best < 0 || static_cast<std::size_t>(best) >= curve.size())
         return {false, QStringLiteral("no curve to compare with"), {}};
     const int x = kGraphLeft_px + kGraphSpacing_px * best;

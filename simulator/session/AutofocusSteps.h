@@ -1,12 +1,12 @@
 #pragma once
 
-#include "simulator/session/SessionBench.h"
+#include "simulator/session/SessionContext.h"
 
 /// The USB disk, and the autofocus with its log, its finish and its graph.
 class AutofocusSteps : public StepGroup
 {
 public:
-    explicit AutofocusSteps(SessionBench& bench) : StepGroup(bench) {}
+    explicit AutofocusSteps(SessionContext& context) : StepGroup(context) {}
 
 private:
     friend class Session; // whose table names the steps

@@ -33,7 +33,7 @@ struct CameraSteps::Control
 int CameraSteps::shownRegisters(const QString& edit)
 {
     bool ok = false;
-    const int value = m_hand.text(edit).right(kRegisterDigits).toInt(&ok, kHexadecimal);
+    const int value = m_operator.text(edit).right(kRegisterDigits).toInt(&ok, kHexadecimal);
     return ok ? value : -1;
 }
 
@@ -61,25 +61,25 @@ Figure CameraSteps::brightnessFigure(double brightness)
 
 StepResult CameraSteps::led()
 {
-    m_hand.click("BUTTON_RESOLUTION_1280");
-    m_hand.click("BUTTON_LED");
-    const double off = m_bench.brightness();
+    m_operator.click("BUTTON_RESOLUTION_1280");
+    m_operator.click("BUTTON_LED");
+    const double off = m_context.brightness();
     const bool wentOut = !m_instrument.light().ledOn;
-    m_hand.takePicture("led-off");
-    m_hand.click("BUTTON_LED");
-    m_hand.type("EDIT_LED", QString::number(kDimLevel));
-    const double dim = m_bench.brightness();
+    m_operator.takePicture("led-off");
+    m_operator.click("BUTTON_LED");
+    m_operator.type("EDIT_LED", QString::number(kDimLevel));
+    const double dim = m_context.brightness();
     double brightness = dim;
     for (int press = 0; press < kMostPresses && std::abs(brightness - kStatedBrightness) > 1.0; ++press) {
         const double missing = kStatedBrightness - brightness;
         const QString size = std::abs(missing) > kBrightnessTolerance * 4 ? "COARSE" : "FINE";
-        if (!m_hand.click("BUTTON_LED_" + size + (missing > 0 ? "_UP" : "_DOWN")))
+        if (!m_operator.click("BUTTON_LED_" + size + (missing > 0 ? "_UP" : "_DOWN")))
             break;
-        brightness = m_bench.brightness();
+        brightness = m_context.brightness();
     }
-    m_hand.takePicture("led-trimmed");
+    m_operator.takePicture("led-trimmed");
     const BoardLight light = m_instrument.light();
-    const QString level = m_hand.text("EDIT_LED");
+    const QString level = m_operator.text("EDIT_LED");
     return {off < kDark && wentOut && light.ledOn && level == QString::number(light.ledLevel),
             QStringLiteral("brightness %1 off, %2 at %3, %4 at %5")
                 .arg(number(off), number(dim))
@@ -92,32 +92,32 @@ StepResult CameraSteps::led()
 StepResult CameraSteps::gain()
 {
     const Control gain{"GAIN", 0x350A};
-    const double before = m_bench.brightness();
-    m_hand.click("BUTTON_GAIN_FINE_UP");
-    const double after = m_bench.brightness();
+    const double before = m_context.brightness();
+    m_operator.click("BUTTON_GAIN_FINE_UP");
+    const double after = m_context.brightness();
     return {matches(gain) && after > before + kBrightnessTolerance,
             QStringLiteral("%1, brightness %2 to %3")
-                .arg(m_hand.text("EDIT_GAIN"), number(before), number(after)),
+                .arg(m_operator.text("EDIT_GAIN"), number(before), number(after)),
             registersText(gain)};
 }
 
 StepResult CameraSteps::exposure()
 {
     const Control exposure{"EXPOSURE", 0x3501};
-    const QString before = m_hand.text("EDIT_EXPOSURE");
-    double brightness = m_bench.brightness();
+    const QString before = m_operator.text("EDIT_EXPOSURE");
+    double brightness = m_context.brightness();
     for (int round = 0; round < kMostPresses && std::abs(brightness - kStatedBrightness) > 1.0; ++round) {
         const double missing = kStatedBrightness - brightness;
         const int presses =
             qBound(1, static_cast<int>(std::abs(missing) / kBrightnessPerPress), kMostPressesAtOnce);
         for (int press = 0; press < presses; ++press)
-            m_hand.click(missing > 0 ? "BUTTON_EXPOSURE_COARSE_UP" : "BUTTON_EXPOSURE_COARSE_DOWN");
-        brightness = m_bench.brightness();
+            m_operator.click(missing > 0 ? "BUTTON_EXPOSURE_COARSE_UP" : "BUTTON_EXPOSURE_COARSE_DOWN");
+        brightness = m_context.brightness();
     }
-    m_hand.takePicture("exposure-trimmed");
+    m_operator.takePicture("exposure-trimmed");
     return {matches(exposure),
             QStringLiteral("%1 to %2, brightness %3")
-                .arg(before, m_hand.text("EDIT_EXPOSURE"), number(brightness, 1)),
+                .arg(before, m_operator.text("EDIT_EXPOSURE"), number(brightness, 1)),
             QStringLiteral("%1, %2 lines")
                 .arg(registersText(exposure), number(m_instrument.sensor().exposure_lines, 1)),
             {brightnessFigure(brightness)}};
@@ -132,20 +132,20 @@ StepResult CameraSteps::colours()
     for (std::size_t channel = 0; channel < 3; ++channel) {
         const Control& colour = colours[channel];
         const int start = shownRegisters("EDIT_" + colour.name);
-        m_bench.settle();
-        const double before = meanColour(m_hand.liveView())[channel];
+        m_context.settle();
+        const double before = meanColour(m_operator.liveView())[channel];
         for (int press = 0; press < kColourPresses; ++press)
-            m_hand.click("BUTTON_" + colour.name + "_COARSE_UP");
-        m_bench.settle();
-        const double after = meanColour(m_hand.liveView())[channel];
-        m_hand.takePicture(colour.name.toLower().replace('_', '-'));
+            m_operator.click("BUTTON_" + colour.name + "_COARSE_UP");
+        m_context.settle();
+        const double after = meanColour(m_operator.liveView())[channel];
+        m_operator.takePicture(colour.name.toLower().replace('_', '-'));
         seen.append(QStringLiteral("%1 %2 from %3 to %4")
-                        .arg(colour.name.toLower().mid(6), m_hand.text("EDIT_" + colour.name), number(before),
-                             number(after)));
+                        .arg(colour.name.toLower().mid(6), m_operator.text("EDIT_" + colour.name),
+                             number(before), number(after)));
         truth.append(registersText(colour).mid(6));
         holds = holds && matches(colour) && after > before + kLeastColourChange;
         for (int press = 0; press < kColourPresses; ++press)
-            m_hand.click("BUTTON_" + colour.name + "_COARSE_DOWN");
+            m_operator.click("BUTTON_" + colour.name + "_COARSE_DOWN");
         holds = holds && matches(colour) && shownRegisters("EDIT_" + colour.name) == start;
     }
     return {holds, seen.join(", "), truth.join(", ")};
@@ -154,15 +154,15 @@ StepResult CameraSteps::colours()
 StepResult CameraSteps::staining()
 {
     const Control exposure{"EXPOSURE", 0x3501};
-    const QString saved = m_hand.text("EDIT_EXPOSURE");
-    m_hand.click("BUTTON_STAINING_TB");
-    m_bench.settle();
-    const QString stained = m_hand.text("EDIT_EXPOSURE");
+    const QString saved = m_operator.text("EDIT_EXPOSURE");
+    m_operator.click("BUTTON_STAINING_TB");
+    m_context.settle();
+    const QString stained = m_operator.text("EDIT_EXPOSURE");
     const bool stainedMatches = matches(exposure);
-    m_hand.takePicture("staining-tb");
-    m_hand.click("BUTTON_STAINING_NTB");
-    m_bench.settle();
-    const QString back = m_hand.text("EDIT_EXPOSURE");
+    m_operator.takePicture("staining-tb");
+    m_operator.click("BUTTON_STAINING_NTB");
+    m_context.settle();
+    const QString back = m_operator.text("EDIT_EXPOSURE");
     return {stainedMatches && matches(exposure) && back == saved,
             QStringLiteral("exposure %1 in TB, %2 in NTB").arg(stained, back),
             QStringLiteral("%1, as saved %2").arg(registersText(exposure), saved)};

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "simulator/session/SessionBench.h"
+#include "simulator/session/SessionContext.h"
 
 /// The camera tab: the picture is brought to a stated brightness, and its colours are trimmed.
 class CameraSteps : public StepGroup
 {
 public:
-    explicit CameraSteps(SessionBench& bench) : StepGroup(bench) {}
+    explicit CameraSteps(SessionContext& context) : StepGroup(context) {}
 
 private:
     friend class Session; // whose table names the steps

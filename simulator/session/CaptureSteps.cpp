@@ -24,15 +24,15 @@ const QString kScreenshotName = QStringLiteral("KorvexCap-0001.png");
 
 StepResult CaptureSteps::capture()
 {
-    const std::array<double, 3> live = m_bench.settle() ? meanColour(m_hand.liveView()) : kNoColour;
-    m_hand.expectFileDialog(kCaptureName);
-    m_hand.click("BUTTON_CAPTURE");
-    m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after the capture"));
+    const std::array<double, 3> live = m_context.settle() ? meanColour(m_operator.liveView()) : kNoColour;
+    m_operator.expectFileDialog(kCaptureName);
+    m_operator.click("BUTTON_CAPTURE");
+    m_context.waitUntilEnabled(QStringLiteral("the window stays disabled after the capture"));
     const QString file = m_instrument.usb().filesOf() + '/' + kCaptureName + ".tif";
     const cv::Mat saved = QFile::exists(file) ? cv::imread(QFile::encodeName(file).toStdString()) : cv::Mat();
     const cv::Scalar mean = saved.empty() ? cv::Scalar::all(kNotTaken) : cv::mean(saved);
     if (saved.empty())
-        m_bench.findings.failedSaves.append(QStringLiteral("%1.tif is not there").arg(kCaptureName));
+        m_context.findings.failedSaves.append(QStringLiteral("%1.tif is not there").arg(kCaptureName));
     return {saved.cols == kFrame.width() && saved.rows == kFrame.height(),
             QStringLiteral("%1.tif of %2 x %3").arg(kCaptureName).arg(saved.cols).arg(saved.rows),
             QStringLiteral("frames of %1 x %2").arg(kFrame.width()).arg(kFrame.height()),
@@ -43,19 +43,19 @@ StepResult CaptureSteps::capture()
 
 StepResult CaptureSteps::screenshot()
 {
-    m_hand.expectBox("OK");
-    m_hand.pressKey(Qt::Key_Print);
+    m_operator.expectBox("OK");
+    m_operator.pressKey(Qt::Key_Print);
     const QString onDisk = "/mnt/" + kScreenshotName;
     const QImage picture(m_instrument.usb().filesOf() + '/' + kScreenshotName);
     // Without a display there is no screen to take a picture of, and the program has to say so.
     if (QGuiApplication::platformName() == QLatin1String("offscreen")) {
-        const bool told = m_bench.boxWas("Error", onDisk + " saving failed !!!");
+        const bool told = m_context.boxWas("Error", onDisk + " saving failed !!!");
         return {told && picture.isNull(), told ? "told that it failed" : "not told that it failed",
                 QStringLiteral("no display here")};
     }
     if (picture.isNull())
-        m_bench.findings.failedSaves.append(kScreenshotName + " is not there");
-    const bool told = m_bench.boxWas("ORLA-III", onDisk + " saved !");
+        m_context.findings.failedSaves.append(kScreenshotName + " is not there");
+    const bool told = m_context.boxWas("ORLA-III", onDisk + " saved !");
     const QSize screen = QGuiApplication::primaryScreen()->size();
     return {told && picture.size() == screen && measurePicture(picture).contrast > 1.0,
             QStringLiteral("%1 of %2 x %3, %4")

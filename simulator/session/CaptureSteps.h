@@ -1,12 +1,12 @@
 #pragma once
 
-#include "simulator/session/SessionBench.h"
+#include "simulator/session/SessionContext.h"
 
 /// What is kept of the picture on the USB disk.
 class CaptureSteps : public StepGroup
 {
 public:
-    explicit CaptureSteps(SessionBench& bench) : StepGroup(bench) {}
+    explicit CaptureSteps(SessionContext& context) : StepGroup(context) {}
 
 private:
     friend class Session; // whose table names the steps

@@ -4,13 +4,13 @@
 
 QString EndSteps::showConsole(const QString& number, const QString& name, const QString& textArea)
 {
-    m_hand.type("SPIN_DEBUG", number);
-    m_hand.setChecked("BUTTON_DEBUG", true);
-    QString text = m_hand.isShown(textArea) ? m_hand.text(textArea) : QString();
-    m_hand.takePicture(name + QStringLiteral("-console"));
-    m_hand.setChecked("BUTTON_DEBUG", false);
-    if (m_hand.isShown(textArea))
-        m_hand.noteTrouble(QStringLiteral("the console does not go away"));
+    m_operator.type("SPIN_DEBUG", number);
+    m_operator.setChecked("BUTTON_DEBUG", true);
+    QString text = m_operator.isShown(textArea) ? m_operator.text(textArea) : QString();
+    m_operator.takePicture(name + QStringLiteral("-console"));
+    m_operator.setChecked("BUTTON_DEBUG", false);
+    if (m_operator.isShown(textArea))
+        m_operator.noteProblem(QStringLiteral("the console does not go away"));
     return text;
 }
 
@@ -18,7 +18,7 @@ StepResult EndSteps::consoles()
 {
     const QString messages = showConsole("1", "message", "PLAIN_DEBUG_MESSAGE");
     const QString traffic = showConsole("2", "controller", "PLAIN_DEBUG_CONTROLLER");
-    m_hand.type("SPIN_DEBUG", "1");
+    m_operator.type("SPIN_DEBUG", "1");
     QStringList missing;
     for (const char* expected : {"startCamera", "slot_connected_controller()"})
         if (!messages.contains(expected))
@@ -36,7 +36,7 @@ StepResult EndSteps::consoles()
 
 bool EndSteps::wasAsked() const
 {
-    const SeenBox* box = m_hand.boxSinceExpected();
+    const SeenBox* box = m_operator.boxSinceExpected();
     return box != nullptr && box->title == "ORLA-III" && box->text == "Are you sure quit ?" &&
            box->buttons.size() == 2;
 }
@@ -45,11 +45,12 @@ StepResult EndSteps::stay()
 {
     const int linesBefore = m_instrument.boardLines().size();
     const BoardLight before = m_instrument.light();
-    m_hand.expectBox("No");
-    m_hand.click("BUTTON_EXIT");
+    m_operator.expectBox("No");
+    m_operator.click("BUTTON_EXIT");
     const bool asked = wasAsked();
-    const bool running = m_hand.waitForFrames(kFramesUnderWay, kFrames_ms) && m_hand.windowIsEnabled();
-    m_bench.findings.lockedControls = newlyDisabled();
+    const bool running =
+        m_operator.waitForFrames(kFramesUnderWay, kFrames_ms) && m_operator.windowIsEnabled();
+    m_context.findings.lockedControls = newlyDisabled();
     const int newLines = m_instrument.boardLines().size() - linesBefore;
     const BoardLight after = m_instrument.light();
     return {asked && running && newLines == 0 && after.ledOn == before.ledOn,
@@ -60,9 +61,9 @@ StepResult EndSteps::stay()
 
 StepResult EndSteps::exit()
 {
-    m_bench.findings.linesBeforeExit = m_instrument.boardLines().size();
-    m_hand.expectBox("Yes");
-    m_hand.click("BUTTON_EXIT");
+    m_context.findings.linesBeforeExit = m_instrument.boardLines().size();
+    m_operator.expectBox("Yes");
+    m_operator.click("BUTTON_EXIT");
     const bool asked = wasAsked();
     return {asked, asked ? "asked" : "not asked as it should", {}};
 }
@@ -71,14 +72,14 @@ StepResult EndSteps::ended()
 {
     const auto descriptors = m_instrument.camera().openDescriptors();
     const auto mappings = m_instrument.camera().openMappings();
-    return {!m_bench.findings.forcedEnd && descriptors == 0 && mappings == 0,
-            m_bench.findings.forcedEnd ? "the program had to be stopped" : "the program left by itself",
+    return {!m_context.findings.forcedEnd && descriptors == 0 && mappings == 0,
+            m_context.findings.forcedEnd ? "the program had to be stopped" : "the program left by itself",
             QStringLiteral("%1 devices open, %2 buffers mapped").arg(descriptors).arg(mappings)};
 }
 
 StepResult EndSteps::parked()
 {
-    const QStringList lines = m_instrument.boardLines().mid(m_bench.findings.linesBeforeExit);
+    const QStringList lines = m_instrument.boardLines().mid(m_context.findings.linesBeforeExit);
     const BoardLight light = m_instrument.light();
     const int position = m_instrument.stagePosition_steps();
     const bool parked =
@@ -94,8 +95,8 @@ StepResult EndSteps::parked()
 
 QStringList EndSteps::newlyDisabled() const
 {
-    QStringList names = m_hand.disabledControls();
-    for (const QString& name : qAsConst(m_bench.findings.disabledAtStart))
+    QStringList names = m_operator.disabledControls();
+    for (const QString& name : qAsConst(m_context.findings.disabledAtStart))
         names.removeAll(name);
     return names;
 }

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "simulator/session/SessionBench.h"
+#include "simulator/session/SessionContext.h"
 
 /// The consoles, and the way out.
 class EndSteps : public StepGroup
 {
 public:
-    explicit EndSteps(SessionBench& bench) : StepGroup(bench) {}
+    explicit EndSteps(SessionContext& context) : StepGroup(context) {}
 
 private:
     friend class Session; // whose table names the steps

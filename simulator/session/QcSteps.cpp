@@ -58,11 +58,11 @@ double volumeFactor(double length_px, double length_mm)
 StepResult QcSteps::slide()
 {
     m_instrument.putSlide(SlideKind::Target);
-    m_hand.click("BUTTON_RESOLUTION_1280");
-    m_hand.setChecked("CHECK_SCALED_TO_FIT", true);
-    const bool running = m_bench.settle();
-    m_hand.takePicture("target");
-    const QVector<QPoint> spots = running ? darkSpots(m_hand.liveView(), 2) : QVector<QPoint>();
+    m_operator.click("BUTTON_RESOLUTION_1280");
+    m_operator.setChecked("CHECK_SCALED_TO_FIT", true);
+    const bool running = m_context.settle();
+    m_operator.takePicture("target");
+    const QVector<QPoint> spots = running ? darkSpots(m_operator.liveView(), 2) : QVector<QPoint>();
     bool found = spots.size() == 2;
     QStringList truth;
     for (const SlidePoint& dot : m_instrument.slide().targetDots()) {
@@ -85,12 +85,13 @@ StepResult QcSteps::slide()
 
 StepResult QcSteps::freeze()
 {
-    if (m_hand.click("BUTTON_QC_CAPTURE"))
-        m_hand.waitUntil([this] { return m_hand.windowIsEnabled() && m_hand.isShown("QC_MEASURE"); },
-                         kAnswer_ms, QStringLiteral("no picture is frozen"));
+    if (m_operator.click("BUTTON_QC_CAPTURE"))
+        m_operator.waitUntil(
+            [this] { return m_operator.windowIsEnabled() && m_operator.isShown("QC_MEASURE"); }, kAnswer_ms,
+            QStringLiteral("no picture is frozen"));
     m_view.startOver();
-    m_hand.takePicture("frozen");
-    const QString caption = m_hand.text("BUTTON_QC_CAPTURE");
+    m_operator.takePicture("frozen");
+    const QString caption = m_operator.text("BUTTON_QC_CAPTURE");
     const auto mappings = m_instrument.camera().openMappings();
     return {caption == "Live" && mappings == 0, QStringLiteral("the button says \"%1\"").arg(caption),
             QStringLiteral("%1 frame buffers mapped").arg(mappings)};
@@ -98,7 +99,7 @@ StepResult QcSteps::freeze()
 
 QPointF QcSteps::pointShown(const QString& edit)
 {
-    const QStringList parts = m_hand.text(edit).split(", ");
+    const QStringList parts = m_operator.text(edit).split(", ");
     bool isNumber[2] = {};
     const QPointF point(parts.value(0).toInt(&isNumber[0]), parts.value(1).toInt(&isNumber[1]));
     return isNumber[0] && isNumber[1] ? point : QPointF(kNotTaken, kNotTaken);
@@ -107,20 +108,20 @@ QPointF QcSteps::pointShown(const QString& edit)
 // A box instead of a result leaves what was shown before.
 bool QcSteps::pressWithoutBox(const QString& button)
 {
-    const int boxesBefore = m_hand.boxes().size();
-    return m_hand.click(button) && m_hand.boxes().size() == boxesBefore;
+    const int boxesBefore = m_operator.boxes().size();
+    return m_operator.click(button) && m_operator.boxes().size() == boxesBefore;
 }
 
 StepResult QcSteps::miss()
 {
     const std::vector<SlidePoint> dots = m_instrument.slide().targetDots();
     m_view.aimAt(nearest(dots.at(0)) + kWideOfTheDot);
-    const QString before = m_hand.text("EDIT_POINT_1");
-    m_hand.expectBox("OK");
-    m_hand.click("BUTTON_POINT_1");
-    const bool told = m_bench.boxWas("Error", "Cell not detected !");
-    m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after a search"));
-    return {told && m_hand.text("EDIT_POINT_1") == before, told ? "told" : "not told",
+    const QString before = m_operator.text("EDIT_POINT_1");
+    m_operator.expectBox("OK");
+    m_operator.click("BUTTON_POINT_1");
+    const bool told = m_context.boxWas("Error", "Cell not detected !");
+    m_context.waitUntilEnabled(QStringLiteral("the window stays disabled after a search"));
+    return {told && m_operator.text("EDIT_POINT_1") == before, told ? "told" : "not told",
             QStringLiteral("no dot within %1 pixels").arg(kWideOfTheDot.y())};
 }
 
@@ -132,10 +133,10 @@ StepResult QcSteps::points()
     for (std::size_t index = 0; index < 2; ++index) {
         const QString digit = QString::number(index + 1);
         m_view.aimAt(nearest(dots.at(index)) + kBesideTheDot);
-        m_hand.takePicture("aim-" + digit);
+        m_operator.takePicture("aim-" + digit);
         const bool searched = pressWithoutBox("BUTTON_POINT_" + digit);
-        m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after a search"));
-        m_hand.takePicture("point-" + digit);
+        m_context.waitUntilEnabled(QStringLiteral("the window stays disabled after a search"));
+        m_operator.takePicture("point-" + digit);
         found[index] = searched ? pointShown("EDIT_POINT_" + digit) : QPointF(kNotTaken, kNotTaken);
         figures.push_back(
             {"point " + digit + " x", "px", found[index].x(), dots[index].x_px, kPointTolerance_px});
@@ -148,7 +149,8 @@ StepResult QcSteps::points()
     figures.push_back({"length", "px", m_foundLength_px, truth, kLengthTolerance_px});
     return {true,
             QStringLiteral("(%1) and (%2), %3 pixels apart")
-                .arg(m_hand.text("EDIT_POINT_1"), m_hand.text("EDIT_POINT_2"), number(m_foundLength_px, 2)),
+                .arg(m_operator.text("EDIT_POINT_1"), m_operator.text("EDIT_POINT_2"),
+                     number(m_foundLength_px, 2)),
             QStringLiteral("(%1, %2) and (%3, %4), %5 pixels apart")
                 .arg(number(dots[0].x_px, 2), number(dots[0].y_px, 2), number(dots[1].x_px, 2),
                      number(dots[1].y_px, 2), number(truth, 2)),
@@ -158,8 +160,8 @@ StepResult QcSteps::points()
 StepResult QcSteps::measure()
 {
     const bool measured = pressWithoutBox("BUTTON_QC_MEASURE");
-    m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after the measurement"));
-    m_hand.takePicture("measured");
+    m_context.waitUntilEnabled(QStringLiteral("the window stays disabled after the measurement"));
+    m_operator.takePicture("measured");
     const double length_px = m_instrument.slide().targetDistance_px();
     // The target's length is its pixels rounded to tenths of a millimetre: those that were
     // found, as the true ones may lie on the other side of a rounding limit.
@@ -167,10 +169,10 @@ StepResult QcSteps::measure()
     const double magnificationTruth = magnification(length_px, length_mm);
     const double volumeTruth = volumeFactor(length_px, length_mm);
     const double part = kLengthTolerance_px / length_px;
-    const QString magnificationText = m_hand.text("EDIT_MAGNIFICATION");
-    const QString volumeText = m_hand.text("EDIT_VOLUME_FACTOR");
-    const double magnificationFound = measured ? m_bench.numberShown("EDIT_MAGNIFICATION") : kNotTaken;
-    const double volumeFound = measured ? m_bench.numberShown("EDIT_VOLUME_FACTOR") : kNotTaken;
+    const QString magnificationText = m_operator.text("EDIT_MAGNIFICATION");
+    const QString volumeText = m_operator.text("EDIT_VOLUME_FACTOR");
+    const double magnificationFound = measured ? m_context.numberShown("EDIT_MAGNIFICATION") : kNotTaken;
+    const double volumeFound = measured ? m_context.numberShown("EDIT_VOLUME_FACTOR") : kNotTaken;
     return {true,
             QStringLiteral("magnification %1, volume factor %2").arg(magnificationText, volumeText),
             QStringLiteral("magnification %1, volume factor %2")
@@ -181,11 +183,11 @@ StepResult QcSteps::measure()
 
 StepResult QcSteps::live()
 {
-    m_hand.click("BUTTON_QC_CAPTURE");
-    m_bench.waitUntilEnabled(QStringLiteral("the window stays disabled after the way back"));
-    const bool running = m_bench.settle();
-    const QString caption = m_hand.text("BUTTON_QC_CAPTURE");
-    return {running && caption == "Capture" && !m_hand.isShown("QC_MEASURE"),
+    m_operator.click("BUTTON_QC_CAPTURE");
+    m_context.waitUntilEnabled(QStringLiteral("the window stays disabled after the way back"));
+    const bool running = m_context.settle();
+    const QString caption = m_operator.text("BUTTON_QC_CAPTURE");
+    return {running && caption == "Capture" && !m_operator.isShown("QC_MEASURE"),
             QStringLiteral("the button says \"%1\", live view %2")
                 .arg(caption, running ? "goes on" : "stands still"),
             {}};
@@ -193,9 +195,9 @@ StepResult QcSteps::live()
 
 StepResult QcSteps::intensity()
 {
-    m_bench.settle();
+    m_context.settle();
     const bool measured = pressWithoutBox("BUTTON_INTENSITY");
-    m_hand.takePicture("intensity");
+    m_operator.takePicture("intensity");
     const auto truth = m_instrument.fieldColour();
     const QString names[] = {"red", "green", "blue"};
     std::vector<Figure> figures;
@@ -204,9 +206,9 @@ StepResult QcSteps::intensity()
     for (std::size_t channel = 0; channel < 3; ++channel) {
         const QString edit = "EDIT_INTENSITY_" + names[channel].toUpper();
         figures.push_back({"intensity " + names[channel], "",
-                           measured ? m_bench.numberShown(edit) : kNotTaken, truth[channel],
+                           measured ? m_context.numberShown(edit) : kNotTaken, truth[channel],
                            kIntensityTolerance});
-        seen.append(m_hand.text(edit));
+        seen.append(m_operator.text(edit));
         known.append(number(truth[channel], 1));
     }
     return {true, seen.join(", "), known.join(", "), figures};

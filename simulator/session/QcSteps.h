@@ -3,13 +3,13 @@
 #include <QPointF>
 
 #include "simulator/operator/QcView.h"
-#include "simulator/session/SessionBench.h"
+#include "simulator/session/SessionContext.h"
 
 /// The calibration target: frozen frame, two points, measurement, intensity.
 class QcSteps : public StepGroup
 {
 public:
-    explicit QcSteps(SessionBench& bench) : StepGroup(bench) {}
+    explicit QcSteps(SessionContext& context) : StepGroup(context) {}
 
 private:
     friend class Session; // whose table names the steps
@@ -25,6 +25,6 @@ private:
     bool pressWithoutBox(const QString& button);
     QPointF pointShown(const QString& edit);
 
-    QcView m_view{m_hand};
+    QcView m_view{m_operator};
     double m_foundLength_px = kNotTaken;
 };

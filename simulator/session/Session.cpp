@@ -14,7 +14,8 @@
 
 struct Session::Groups
 {
-    explicit Groups(SessionBench& bench) : all(bench, bench, bench, bench, bench, bench, bench, bench, bench)
+    explicit Groups(SessionContext& context)
+        : all(context, context, context, context, context, context, context, context, context)
     {
     }
 
@@ -111,7 +112,7 @@ const Session::Row Session::kRows[] = {
     {"parked", "looks at the instrument that is left behind", kVisitAndDay, made<&EndSteps::parked>, true},
 };
 
-Session::Session(SessionBench& bench) : m_groups(std::make_unique<Groups>(bench)) {}
+Session::Session(SessionContext& context) : m_groups(std::make_unique<Groups>(context)) {}
 
 Session::~Session() = default;
 

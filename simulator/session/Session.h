@@ -5,7 +5,7 @@
 
 #include <QStringList>
 
-#include "simulator/session/SessionBench.h"
+#include "simulator/session/SessionContext.h"
 
 /// Which steps are made.
 enum class SessionPlan {
@@ -20,7 +20,7 @@ enum class SessionPlan {
 class Session
 {
 public:
-    explicit Session(SessionBench& bench);
+    explicit Session(SessionContext& context);
     ~Session();
 
     /// The plan's steps in their order; with names, only these. They use the session, which

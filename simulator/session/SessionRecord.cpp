@@ -61,7 +61,7 @@ QJsonObject toJson(const StepReport& step)
             {"verdict", step.interrupted ? QStringLiteral("interrupted") : passOrFail(step.holds())},
             {"seen", step.result.seen},
             {"truth", step.result.truth},
-            {"trouble", step.trouble},
+            {"problems", step.problems},
             {"figures", listOf(step.result.figures)},
             {"boxes", listOf(step.boxes)},
             {"pictures", toJson(step.pictures)}};

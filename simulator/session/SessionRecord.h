@@ -10,7 +10,7 @@
 #include <QStringList>
 
 #include "simulator/instrument/InstrumentParameters.h"
-#include "simulator/session/SessionBench.h"
+#include "simulator/session/SessionContext.h"
 #include "simulator/session/SessionStep.h"
 #include "simulator/session/SettingsFiles.h"
 

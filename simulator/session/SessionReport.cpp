@@ -126,7 +126,7 @@ QString plainTables(const QJsonObject& record)
     }
     return html +
            plainTable(figures, {"name", "found", "truth", "error", "lowest", "highest", "unit", "verdict"}) +
-           plainTable(steps, {"name", "text", "seconds", "verdict", "seen", "truth", "trouble"});
+           plainTable(steps, {"name", "text", "seconds", "verdict", "seen", "truth", "problems"});
 }
 
 /// The page with what its places are to hold; what is filled in is not looked through again.

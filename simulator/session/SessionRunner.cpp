@@ -17,8 +17,8 @@ constexpr double kMsPerSecond = 1000.0;
 
 } // namespace
 
-SessionRunner::SessionRunner(Operator& hand, std::vector<SessionStep> steps, QTextStream& output)
-    : m_hand(hand), m_steps(std::move(steps)), m_output(output), m_watchdog(kFailure)
+SessionRunner::SessionRunner(Operator& user, std::vector<SessionStep> steps, QTextStream& output)
+    : m_operator(user), m_steps(std::move(steps)), m_output(output), m_watchdog(kFailure)
 {
     m_clock.start();
 }
@@ -52,7 +52,7 @@ int SessionRunner::exitStatus() const
 void SessionRunner::runSteps(bool afterEventLoop)
 {
     for (const SessionStep& step : m_steps)
-        if (step.afterEventLoop == afterEventLoop && !m_hand.hasGivenUp())
+        if (step.afterEventLoop == afterEventLoop && !m_operator.hasGivenUp())
             run(step);
     m_watchdog.rest();
 }
@@ -72,12 +72,12 @@ void SessionRunner::run(const SessionStep& step)
     }
     const qint64 start = m_clock.elapsed();
     report.result = step.run();
-    report.interrupted = m_hand.hasGivenUp();
+    report.interrupted = m_operator.hasGivenUp();
     report.elapsed_s = static_cast<double>(m_clock.elapsed() - start) / kMsPerSecond;
-    report.trouble = m_hand.takeTrouble();
-    report.pictures = m_hand.takePictures();
-    report.boxes = m_hand.boxes().mid(m_reportedBoxes);
-    m_reportedBoxes = m_hand.boxes().size();
+    report.problems = m_operator.takeProblems();
+    report.pictures = m_operator.takePictures();
+    report.boxes = m_operator.boxes().mid(m_reportedBoxes);
+    m_reportedBoxes = m_operator.boxes().size();
     if (report.interrupted)
         m_output << "stopped in step " << step.name << '\n';
     else
@@ -127,8 +127,8 @@ void SessionRunner::print(const StepReport& report)
                          report.result.seen);
     if (!report.result.truth.isEmpty())
         m_output << " | true: " << report.result.truth;
-    if (!report.trouble.isEmpty())
-        m_output << " | trouble: " << report.trouble;
+    if (!report.problems.isEmpty())
+        m_output << " | problems: " << report.problems;
     m_output << '\n';
     m_output.flush();
 }

@@ -20,7 +20,7 @@ class SessionRunner
 {
 public:
     /// The steps to make, in order, are kept. output: where the lines go.
-    SessionRunner(Operator& hand, std::vector<SessionStep> steps, QTextStream& output);
+    SessionRunner(Operator& user, std::vector<SessionStep> steps, QTextStream& output);
 
     /// Names the step under way on standard error, on a line that is overwritten.
     void showProgress() { m_showProgress = true; }
@@ -47,7 +47,7 @@ private:
     void print(const StepReport& report);
     void printProgress(const QString& text) const;
 
-    Operator& m_hand;
+    Operator& m_operator;
     const std::vector<SessionStep> m_steps;
     QTextStream& m_output;
     QElapsedTimer m_clock;

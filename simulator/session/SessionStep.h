@@ -58,15 +58,15 @@ struct StepReport
     QString text;
     double elapsed_s = 0.0;
     StepResult result;
-    QString trouble; ///< what could not be done; empty when all could
+    QString problems; ///< what could not be done; empty when all could
     QStringList pictures;
     QVector<SeenBox> boxes;
     bool interrupted = false; ///< it was not made to its end
 
-    /// Whether the step found what it should, and could be made to its end without trouble.
+    /// Whether the step found what it should, and could be made to its end without a problem.
     bool holds() const
     {
-        return !interrupted && result.holds && trouble.isEmpty() &&
+        return !interrupted && result.holds && problems.isEmpty() &&
                std::all_of(result.figures.begin(), result.figures.end(),
                            [](const Figure& figure) { return figure.holds(); });
     }

@@ -26,15 +26,15 @@ const QString kMessage = QStringLiteral("ORLA-III");
 
 bool SettingsSteps::boxAfter(const QString& button, const QString& title, const QString& text)
 {
-    m_hand.expectBox("OK");
-    m_hand.click(button);
-    return m_bench.boxWas(title, text);
+    m_operator.expectBox("OK");
+    m_operator.click(button);
+    return m_context.boxWas(title, text);
 }
 
 // Only what is expected may change; a value that stays counts where it is as expected.
 StepResult SettingsSteps::save(const QString& page, const Entries& expected)
 {
-    m_hand.openTab(page);
+    m_operator.openTab(page);
     const auto read = [this] {
         return SettingsFiles::read(m_instrument.root(), SimulatedInstrument::settingsFiles());
     };
@@ -59,7 +59,7 @@ StepResult SettingsSteps::save(const QString& page, const Entries& expected)
     if (!told)
         wrong.prepend(QStringLiteral("not told that it is saved"));
     for (const QString& each : qAsConst(wrong))
-        m_bench.findings.failedSaves.append(QStringLiteral("%1: %2").arg(page, each));
+        m_context.findings.failedSaves.append(QStringLiteral("%1: %2").arg(page, each));
     return {wrong.isEmpty(),
             QStringLiteral("%1, %2 of %3 values new")
                 .arg(told ? "told" : "not told")
@@ -71,11 +71,11 @@ StepResult SettingsSteps::save(const QString& page, const Entries& expected)
 
 StepResult SettingsSteps::saveStage()
 {
-    const int reference = m_hand.text("EDIT_Z_REFERENCE").toInt();
+    const int reference = m_operator.text("EDIT_Z_REFERENCE").toInt();
     const auto text = [reference](int offset) { return QString::number(reference + offset); };
     const QString group = kMainFile + "Calibration/";
-    return save("TAB_STAGE", {{kStageFile + "Step", m_hand.text("SPIN_Z_STEP")},
-                              {kStageFile + "Speed", m_hand.text("SPIN_Z_SPEED")},
+    return save("TAB_STAGE", {{kStageFile + "Step", m_operator.text("SPIN_Z_STEP")},
+                              {kStageFile + "Speed", m_operator.text("SPIN_Z_SPEED")},
                               {group + "Z reference", text(0)},
                               {group + "Z reset pos", text(0)},
                               {group + "Z ref Validation", text(0)},
@@ -97,8 +97,8 @@ StepResult SettingsSteps::saveQc()
     Entries expected{{kMainFile + "ORLA-III/Serial", kSerial},
                      {kMainFile + "Cell counting/Skip frame", QString::number(kSkippedFrames)}};
     // The shown texts are the values, with as many decimals or fewer than the file keeps.
-    const double magnification = m_hand.text("EDIT_MAGNIFICATION").toDouble();
-    const double volume = m_hand.text("EDIT_VOLUME_FACTOR").toDouble();
+    const double magnification = m_operator.text("EDIT_MAGNIFICATION").toDouble();
+    const double volume = m_operator.text("EDIT_VOLUME_FACTOR").toDouble();
     if (magnification != 0.0 && volume != 0.0) {
         expected[kMainFile + "ORLA-III/Magnification"] = QString::number(magnification);
         expected[kMainFile + "ORLA-III/Volume factor"] = QString::number(volume);
@@ -108,10 +108,10 @@ StepResult SettingsSteps::saveQc()
 
 StepResult SettingsSteps::serial()
 {
-    m_hand.type("EDIT_SERIAL_MIDFIX", QString::number(kSerialMiddle));
-    m_hand.type("EDIT_SERIAL_SUFFIX", QString::number(kSerialNumber));
-    const QString middle = m_hand.text("EDIT_SERIAL_MIDFIX");
-    const QString suffix = m_hand.text("EDIT_SERIAL_SUFFIX");
+    m_operator.type("EDIT_SERIAL_MIDFIX", QString::number(kSerialMiddle));
+    m_operator.type("EDIT_SERIAL_SUFFIX", QString::number(kSerialNumber));
+    const QString middle = m_operator.text("EDIT_SERIAL_MIDFIX");
+    const QString suffix = m_operator.text("EDIT_SERIAL_SUFFIX");
     return {middle.toInt() == kSerialMiddle && suffix.toInt() == kSerialNumber,
             QStringLiteral("%1 and %2").arg(middle, suffix),
             {}};
@@ -119,9 +119,9 @@ StepResult SettingsSteps::serial()
 
 StepResult SettingsSteps::skipFrame()
 {
-    m_hand.type("EDIT_SKIP_FRAME", QString::number(kTooManyFrames));
+    m_operator.type("EDIT_SKIP_FRAME", QString::number(kTooManyFrames));
     const bool refused = boxAfter("BUTTON_SKIP_FRAME", "Error", "Possible range: 1 to 30");
-    m_hand.type("EDIT_SKIP_FRAME", QString::number(kSkippedFrames));
+    m_operator.type("EDIT_SKIP_FRAME", QString::number(kSkippedFrames));
     const bool taken = boxAfter("BUTTON_SKIP_FRAME", kMessage,
                                 "Skip frame value is set. \nPress [Save Ini] to save the value.");
     return {refused && taken,

@@ -2,13 +2,13 @@
 
 #include <map>
 
-#include "simulator/session/SessionBench.h"
+#include "simulator/session/SessionContext.h"
 
 /// Serial number, skip frame, password, and what each tab saves into the settings files.
 class SettingsSteps : public StepGroup
 {
 public:
-    explicit SettingsSteps(SessionBench& bench) : StepGroup(bench) {}
+    explicit SettingsSteps(SessionContext& context) : StepGroup(context) {}
 
 private:
     friend class Session; // whose table names the steps

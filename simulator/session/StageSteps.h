@@ -1,12 +1,12 @@
 #pragma once
 
-#include "simulator/session/SessionBench.h"
+#include "simulator/session/SessionContext.h"
 
 /// The stage: moves, focus by eye, origin and Z reference.
 class StageSteps : public StepGroup
 {
 public:
-    explicit StageSteps(SessionBench& bench) : StepGroup(bench) {}
+    explicit StageSteps(SessionContext& context) : StepGroup(context) {}
 
 private:
     friend class Session; // whose table names the steps

@@ -13,14 +13,14 @@ const QString kVersionWithoutSettings = QStringLiteral("0.0.1");
 
 StepResult StartSteps::window()
 {
-    m_hand.waitUntil([this] { return m_hand.windowIsEnabled(); }, kAnswer_ms,
-                     QStringLiteral("the window does not take presses"));
-    m_hand.wait(kFirstPaint_ms);
-    const QString title = m_hand.windowTitle();
-    const QString version = m_hand.text("LABEL_VERSION");
+    m_operator.waitUntil([this] { return m_operator.windowIsEnabled(); }, kAnswer_ms,
+                         QStringLiteral("the window does not take presses"));
+    m_operator.wait(kFirstPaint_ms);
+    const QString title = m_operator.windowTitle();
+    const QString version = m_operator.text("LABEL_VERSION");
     const QString saved = m_instrument.setting("Software/Version QC", kVersionWithoutSettings);
-    m_bench.findings.disabledAtStart = m_hand.disabledControls();
-    m_hand.takePicture("window");
+    m_context.findings.disabledAtStart = m_operator.disabledControls();
+    m_operator.takePicture("window");
     return {title == "ORLA-II Plus Verifier" && version == saved,
             QStringLiteral("\"%1\", version %2").arg(title, version),
             QStringLiteral("settings of version ") + saved};
@@ -30,8 +30,8 @@ StepResult StartSteps::tabs()
 {
     int opened = 0;
     for (const char* page : {"TAB_CAMERA", "TAB_QC", "TAB_STAGE"}) {
-        opened += m_hand.openTab(page) ? 1 : 0;
-        m_hand.takePicture(QString(page).toLower().replace('_', '-'));
+        opened += m_operator.openTab(page) ? 1 : 0;
+        m_operator.takePicture(QString(page).toLower().replace('_', '-'));
     }
     return {opened == 3, QStringLiteral("%1 of 3 tabs open").arg(opened), {}};
 }
@@ -41,8 +41,8 @@ StepResult StartSteps::handshake()
     const QStringList lines = m_instrument.boardLines();
     const bool homed = lines.indexOf("$,DEVICE,READY,,") >= 0 &&
                        lines.indexOf("$,STM1,ORIGIN,,") > lines.indexOf("$,DEVICE,READY,,");
-    const QString reference = m_hand.text("EDIT_Z_REFERENCE");
-    const QString level = m_hand.text("EDIT_LED");
+    const QString reference = m_operator.text("EDIT_Z_REFERENCE");
+    const QString level = m_operator.text("EDIT_LED");
     const int position = m_instrument.stagePosition_steps();
     const BoardLight light = m_instrument.light();
     return {homed && reference == QString::number(position) && light.ledOn &&

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "simulator/session/SessionBench.h"
+#include "simulator/session/SessionContext.h"
 
 /// The window comes up, and the board answers.
 class StartSteps : public StepGroup
 {
 public:
-    explicit StartSteps(SessionBench& bench) : StepGroup(bench) {}
+    explicit StartSteps(SessionContext& context) : StepGroup(context) {}
 
 private:
     friend class Session; // whose table names the steps

@@ -52,29 +52,29 @@ double ViewSteps::countFrames(double& delivered_hz)
 {
     QElapsedTimer clock;
     clock.start();
-    const int painted = m_hand.paintedFrames();
+    const int painted = m_operator.paintedFrames();
     const auto delivered = m_instrument.camera().counters().framesDelivered;
-    m_hand.wait(kRateSpan_ms);
+    m_operator.wait(kRateSpan_ms);
     const double span_s = static_cast<double>(clock.elapsed()) / kMsPerSecond;
     delivered_hz = static_cast<double>(m_instrument.camera().counters().framesDelivered - delivered) / span_s;
-    return (m_hand.paintedFrames() - painted) / span_s;
+    return (m_operator.paintedFrames() - painted) / span_s;
 }
 
 StepResult ViewSteps::lookAt(const View& view)
 {
-    m_hand.click(view.button);
-    m_hand.setChecked("CHECK_SCALED_TO_FIT", true);
-    m_bench.settle();
+    m_operator.click(view.button);
+    m_operator.setChecked("CHECK_SCALED_TO_FIT", true);
+    m_context.settle();
     double delivered_hz = 0.0;
     const double painted_hz = countFrames(delivered_hz);
-    const PictureMeasures measures = measurePicture(m_hand.liveView());
-    m_hand.takePicture(QStringLiteral("live-view-") + view.name);
+    const PictureMeasures measures = measurePicture(m_operator.liveView());
+    m_operator.takePicture(QStringLiteral("live-view-") + view.name);
 
-    m_hand.setChecked("CHECK_SCALED_TO_FIT", false);
-    m_bench.settle();
-    const QImage unscaled = m_hand.liveView();
-    m_hand.takePicture(QStringLiteral("unscaled-") + view.name);
-    m_hand.setChecked("CHECK_SCALED_TO_FIT", true);
+    m_operator.setChecked("CHECK_SCALED_TO_FIT", false);
+    m_context.settle();
+    const QImage unscaled = m_operator.liveView();
+    m_operator.takePicture(QStringLiteral("unscaled-") + view.name);
+    m_operator.setChecked("CHECK_SCALED_TO_FIT", true);
     const bool rightSize = isNavigatorColour(unscaled, view.navigatorCorner.x(), view.navigatorCorner.y());
     const bool differs =
         m_lastUnscaledView.isNull() || pictureDifference(m_lastUnscaledView, unscaled) > kLeastDifference;

@@ -2,13 +2,13 @@
 
 #include <QImage>
 
-#include "simulator/session/SessionBench.h"
+#include "simulator/session/SessionContext.h"
 
 /// The live view in the three resolutions.
 class ViewSteps : public StepGroup
 {
 public:
-    explicit ViewSteps(SessionBench& bench) : StepGroup(bench) {}
+    explicit ViewSteps(SessionContext& context) : StepGroup(context) {}
 
 private:
     friend class Session; // whose table names the steps

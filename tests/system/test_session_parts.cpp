@@ -104,20 +104,20 @@ private slots:
     void aClickOpensTheTabFirst();
     void aDisabledWidgetDoesNotReact();
     void aCoveredWidgetDoesNotReact();
-    void aMissingWidgetIsTrouble();
+    void aMissingWidgetIsAProblem();
     void typingReplacesTheText();
     void aCheckBoxIsSetOnlyWhenItIsNot();
     void aHeldButtonIsDownUntilReleased();
     void anAnnouncedBoxIsAnswered();
-    void anUnexpectedBoxIsAnsweredAndIsTrouble();
-    void aBoxThatDoesNotComeIsTrouble();
+    void anUnexpectedBoxIsAnsweredAndIsAProblem();
+    void aBoxThatDoesNotComeIsAProblem();
     void aWaitEndsWhenGivenUp();
     void framesAreCounted();
     void pictureMeasuresOfKnownPictures();
     void sharperPicturesMeasureSharper();
     void differencesNeedTheSameSize();
     void darkSpotsAreFoundApart();
-    void aStepWithTroubleFails();
+    void aStepWithAProblemFails();
     void stepsThatWereNotMadeFailTheSession();
     void everyParameterTakesItsDefault();
     void aWrongValueChangesNothing();
@@ -125,13 +125,13 @@ private slots:
     void everyFaultIsUnderstood();
     void aDragMovesWithTheButtonDown();
     void aFileDialogGetsItsName();
-    void anUnexpectedFileDialogIsCancelledAndIsTrouble();
+    void anUnexpectedFileDialogIsCancelledAndIsAProblem();
     void disabledControlsAreNamed();
     void oneTableOrdersThePlans();
 
 private:
     std::unique_ptr<PracticeWindow> m_window;
-    std::unique_ptr<Operator> m_hand;
+    std::unique_ptr<Operator> m_operator;
 };
 
 void TestSessionParts::init()
@@ -139,12 +139,12 @@ void TestSessionParts::init()
     m_window = std::make_unique<PracticeWindow>();
     m_window->show();
     QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
-    m_hand = std::make_unique<Operator>(*m_window, QString());
+    m_operator = std::make_unique<Operator>(*m_window, QString());
 }
 
 void TestSessionParts::cleanup()
 {
-    m_hand.reset();
+    m_operator.reset();
     m_window.reset();
 }
 
@@ -152,64 +152,64 @@ void TestSessionParts::aClickOpensTheTabFirst()
 {
     QSignalSpy clicked(m_window->button, &QPushButton::clicked);
     QVERIFY(!m_window->button->isVisible());
-    QVERIFY(m_hand->click("BUTTON"));
+    QVERIFY(m_operator->click("BUTTON"));
     QCOMPARE(clicked.count(), 1);
-    QVERIFY(m_hand->isShown("BUTTON"));
-    QVERIFY(m_hand->openTab("PAGE_ONE"));
-    QVERIFY(!m_hand->isShown("BUTTON"));
-    QCOMPARE(m_hand->takeTrouble(), QString());
+    QVERIFY(m_operator->isShown("BUTTON"));
+    QVERIFY(m_operator->openTab("PAGE_ONE"));
+    QVERIFY(!m_operator->isShown("BUTTON"));
+    QCOMPARE(m_operator->takeProblems(), QString());
 }
 
 void TestSessionParts::aDisabledWidgetDoesNotReact()
 {
     QSignalSpy clicked(m_window->button, &QPushButton::clicked);
     m_window->button->setEnabled(false);
-    QVERIFY(!m_hand->click("BUTTON"));
-    QCOMPARE(m_hand->takeTrouble(), QString("BUTTON is disabled"));
+    QVERIFY(!m_operator->click("BUTTON"));
+    QCOMPARE(m_operator->takeProblems(), QString("BUTTON is disabled"));
     m_window->button->setEnabled(true);
     m_window->setEnabled(false);
-    QVERIFY(!m_hand->click("BUTTON"));
-    QVERIFY(!m_hand->windowIsEnabled());
+    QVERIFY(!m_operator->click("BUTTON"));
+    QVERIFY(!m_operator->windowIsEnabled());
     QCOMPARE(clicked.count(), 0);
 }
 
 void TestSessionParts::aCoveredWidgetDoesNotReact()
 {
     QSignalSpy clicked(m_window->covered, &QPushButton::clicked);
-    QVERIFY(!m_hand->click("COVERED"));
-    QCOMPARE(m_hand->takeTrouble(), QString("COVERED is covered by COVER"));
+    QVERIFY(!m_operator->click("COVERED"));
+    QCOMPARE(m_operator->takeProblems(), QString("COVERED is covered by COVER"));
     m_window->cover->hide();
-    QVERIFY(m_hand->click("COVERED"));
+    QVERIFY(m_operator->click("COVERED"));
     QCOMPARE(clicked.count(), 1);
 }
 
-void TestSessionParts::aMissingWidgetIsTrouble()
+void TestSessionParts::aMissingWidgetIsAProblem()
 {
-    QVERIFY(!m_hand->click("NOTHING"));
-    QCOMPARE(m_hand->text("NOTHING"), QString());
-    QCOMPARE(m_hand->takeTrouble(), QString("there is no NOTHING"));
-    QCOMPARE(m_hand->takeTrouble(), QString());
+    QVERIFY(!m_operator->click("NOTHING"));
+    QCOMPARE(m_operator->text("NOTHING"), QString());
+    QCOMPARE(m_operator->takeProblems(), QString("there is no NOTHING"));
+    QCOMPARE(m_operator->takeProblems(), QString());
 }
 
 void TestSessionParts::typingReplacesTheText()
 {
     QSignalSpy returned(m_window->edit, &QLineEdit::returnPressed);
-    QVERIFY(m_hand->type("EDIT", "-120"));
-    QCOMPARE(m_hand->text("EDIT"), QString("-120"));
+    QVERIFY(m_operator->type("EDIT", "-120"));
+    QCOMPARE(m_operator->text("EDIT"), QString("-120"));
     QCOMPARE(returned.count(), 1);
-    QVERIFY(m_hand->type("SPIN", "640"));
+    QVERIFY(m_operator->type("SPIN", "640"));
     QCOMPARE(m_window->spin->value(), 640);
-    QCOMPARE(m_hand->text("SPIN"), QString("640"));
+    QCOMPARE(m_operator->text("SPIN"), QString("640"));
 }
 
 void TestSessionParts::aCheckBoxIsSetOnlyWhenItIsNot()
 {
     QSignalSpy clicked(m_window->box, &QCheckBox::clicked);
-    QVERIFY(m_hand->setChecked("CHECK", true));
-    QVERIFY(m_hand->setChecked("CHECK", true));
-    QVERIFY(m_hand->isChecked("CHECK"));
+    QVERIFY(m_operator->setChecked("CHECK", true));
+    QVERIFY(m_operator->setChecked("CHECK", true));
+    QVERIFY(m_operator->isChecked("CHECK"));
     QCOMPARE(clicked.count(), 1);
-    QVERIFY(m_hand->setChecked("CHECK", false));
+    QVERIFY(m_operator->setChecked("CHECK", false));
     QVERIFY(!m_window->box->isChecked());
 }
 
@@ -217,49 +217,49 @@ void TestSessionParts::aHeldButtonIsDownUntilReleased()
 {
     bool wasDown = false;
     QTimer::singleShot(50, this, [&] { wasDown = m_window->button->isDown(); });
-    QVERIFY(m_hand->hold("BUTTON", 200));
+    QVERIFY(m_operator->hold("BUTTON", 200));
     QVERIFY(wasDown);
     QVERIFY(!m_window->button->isDown());
 }
 
 void TestSessionParts::anAnnouncedBoxIsAnswered()
 {
-    m_hand->expectBox("Yes");
-    m_hand->click("ASKER");
+    m_operator->expectBox("Yes");
+    m_operator->click("ASKER");
     QCOMPARE(m_window->answer, int(QMessageBox::Yes));
-    QCOMPARE(m_hand->takeTrouble(), QString());
-    QCOMPARE(m_hand->boxes().size(), 1);
-    const SeenBox& box = m_hand->boxes().first();
+    QCOMPARE(m_operator->takeProblems(), QString());
+    QCOMPARE(m_operator->boxes().size(), 1);
+    const SeenBox& box = m_operator->boxes().first();
     QCOMPARE(box.title, QString("Title"));
     QCOMPARE(box.text, QString("Text ?"));
     QCOMPARE(box.buttons.size(), 2);
     QCOMPARE(box.answer, QString("Yes"));
 }
 
-void TestSessionParts::anUnexpectedBoxIsAnsweredAndIsTrouble()
+void TestSessionParts::anUnexpectedBoxIsAnsweredAndIsAProblem()
 {
-    m_hand->click("ASKER");
+    m_operator->click("ASKER");
     QCOMPARE(m_window->answer, int(QMessageBox::No));
-    QCOMPARE(m_hand->takeTrouble(), QString("unexpected box \"Title\": \"Text ?\""));
+    QCOMPARE(m_operator->takeProblems(), QString("unexpected box \"Title\": \"Text ?\""));
 }
 
-void TestSessionParts::aBoxThatDoesNotComeIsTrouble()
+void TestSessionParts::aBoxThatDoesNotComeIsAProblem()
 {
-    m_hand->expectBox("Yes");
-    m_hand->wait(10);
-    QCOMPARE(m_hand->takeTrouble(), QString("an expected box did not come up"));
-    m_hand->click("ASKER");
+    m_operator->expectBox("Yes");
+    m_operator->wait(10);
+    QCOMPARE(m_operator->takeProblems(), QString("an expected box did not come up"));
+    m_operator->click("ASKER");
     QCOMPARE(m_window->answer, int(QMessageBox::No));
 }
 
 void TestSessionParts::aWaitEndsWhenGivenUp()
 {
-    QTimer::singleShot(20, this, [this] { m_hand->giveUp(); });
+    QTimer::singleShot(20, this, [this] { m_operator->giveUp(); });
     QElapsedTimer clock;
     clock.start();
-    QVERIFY(!m_hand->waitUntil([] { return false; }, 60000, "waited in vain"));
+    QVERIFY(!m_operator->waitUntil([] { return false; }, 60000, "waited in vain"));
     QVERIFY(clock.elapsed() < 30000);
-    QCOMPARE(m_hand->takeTrouble(), QString("waited in vain"));
+    QCOMPARE(m_operator->takeProblems(), QString("waited in vain"));
 }
 
 void TestSessionParts::framesAreCounted()
@@ -268,10 +268,10 @@ void TestSessionParts::framesAreCounted()
         for (int i = 0; i < 3; ++i)
             emit m_window->updateFrameDone();
     });
-    QVERIFY(m_hand->waitForFrames(3, 10000));
-    QCOMPARE(m_hand->paintedFrames(), 3);
-    QVERIFY(!m_hand->waitForFrames(1, 20));
-    QCOMPARE(m_hand->takeTrouble(), QString("the live view stands still"));
+    QVERIFY(m_operator->waitForFrames(3, 10000));
+    QCOMPARE(m_operator->paintedFrames(), 3);
+    QVERIFY(!m_operator->waitForFrames(1, 20));
+    QCOMPARE(m_operator->takeProblems(), QString("the live view stands still"));
 }
 
 void TestSessionParts::pictureMeasuresOfKnownPictures()
@@ -330,11 +330,11 @@ void TestSessionParts::darkSpotsAreFoundApart()
     QCOMPARE(darkSpots(QImage(), 2), QVector<QPoint>());
 }
 
-void TestSessionParts::aStepWithTroubleFails()
+void TestSessionParts::aStepWithAProblemFails()
 {
     QString text;
     QTextStream output(&text);
-    SessionRunner runner(*m_hand,
+    SessionRunner runner(*m_operator,
                          {{"good", "", false,
                            [] {
                                return StepResult{true, "seen", "truth"};
@@ -345,7 +345,7 @@ void TestSessionParts::aStepWithTroubleFails()
                            }},
                           {"hard", "", true,
                            [this] {
-                               m_hand->noteTrouble("stuck");
+                               m_operator->noteProblem("stuck");
                                return StepResult{true, {}, {}};
                            }}},
                          output);
@@ -355,12 +355,12 @@ void TestSessionParts::aStepWithTroubleFails()
     QCOMPARE(runner.exitStatus(), 1);
     QVERIFY(runner.reports()[0].holds());
     QVERIFY(!runner.reports()[1].holds());
-    QCOMPARE(runner.reports()[2].trouble, QString("stuck"));
+    QCOMPARE(runner.reports()[2].problems, QString("stuck"));
     QVERIFY(!runner.reports()[2].holds());
     const QStringList lines = text.split('\n');
     QVERIFY(lines[0].contains("ok     good") && lines[0].contains("seen | true: truth"));
     QVERIFY(lines[1].contains("FAILED bad"));
-    QVERIFY(lines[2].contains("FAILED hard") && lines[2].contains("trouble: stuck"));
+    QVERIFY(lines[2].contains("FAILED hard") && lines[2].contains("problems: stuck"));
     QCOMPARE(lines[3], QString("1 of 3 steps as they should be"));
 }
 
@@ -369,16 +369,16 @@ void TestSessionParts::stepsThatWereNotMadeFailTheSession()
     QString text;
     QTextStream output(&text);
     const auto fine = [] { return StepResult{true, {}, {}}; };
-    SessionRunner whole(*m_hand, {{"one", "", false, fine}, {"two", "", false, fine}}, output);
+    SessionRunner whole(*m_operator, {{"one", "", false, fine}, {"two", "", false, fine}}, output);
     whole.runInEventLoop();
     QCOMPARE(whole.exitStatus(), 0);
     std::vector<StepReport> duringStep;
-    SessionRunner stopped(*m_hand,
+    SessionRunner stopped(*m_operator,
                           {{"one", "", false,
                             [&] {
                                 // What asks from another thread sees it already.
                                 duringStep = stopped.reports();
-                                m_hand->giveUp();
+                                m_operator->giveUp();
                                 return fine();
                             }},
                            {"two", "", false, fine}},
@@ -469,13 +469,13 @@ void TestSessionParts::aDragMovesWithTheButtonDown()
     field->setObjectName("FIELD");
     field->setGeometry(0, 200, 300, 200);
     field->show();
-    QVERIFY(m_hand->dragOn("FIELD", {50, 60}, {90, 30}));
+    QVERIFY(m_operator->dragOn("FIELD", {50, 60}, {90, 30}));
     QVERIFY(m_window->dragged.size() > 2);
     QCOMPARE(m_window->dragged.first(), QPoint(50, 260));
     QCOMPARE(m_window->dragged.last(), QPoint(140, 290));
-    QVERIFY(m_hand->dragOn("FIELD", {20, 20}));
+    QVERIFY(m_operator->dragOn("FIELD", {20, 20}));
     QCOMPARE(m_window->dragged, QVector<QPoint>({{20, 220}, {20, 220}}));
-    QCOMPARE(m_hand->takeTrouble(), QString());
+    QCOMPARE(m_operator->takeProblems(), QString());
 }
 
 void TestSessionParts::aFileDialogGetsItsName()
@@ -485,35 +485,35 @@ void TestSessionParts::aFileDialogGetsItsName()
         m_window->fileName =
             QFileDialog::getSaveFileName(m_window.get(), "Save", directory.path(), "Text (*.txt)");
     });
-    m_hand->expectFileDialog("note");
-    QVERIFY(m_hand->waitUntil([this] { return !m_window->fileName.isEmpty(); }, 20000));
+    m_operator->expectFileDialog("note");
+    QVERIFY(m_operator->waitUntil([this] { return !m_window->fileName.isEmpty(); }, 20000));
     QCOMPARE(m_window->fileName, directory.filePath("note"));
-    QCOMPARE(m_hand->boxes().size(), 1);
-    QCOMPARE(m_hand->boxes().first().answer, QString("note"));
-    QCOMPARE(m_hand->takeTrouble(), QString());
+    QCOMPARE(m_operator->boxes().size(), 1);
+    QCOMPARE(m_operator->boxes().first().answer, QString("note"));
+    QCOMPARE(m_operator->takeProblems(), QString());
 }
 
-void TestSessionParts::anUnexpectedFileDialogIsCancelledAndIsTrouble()
+void TestSessionParts::anUnexpectedFileDialogIsCancelledAndIsAProblem()
 {
     bool closed = false;
     QTimer::singleShot(0, m_window.get(), [&] {
         m_window->fileName = QFileDialog::getSaveFileName(m_window.get(), "Save", QDir::tempPath());
         closed = true;
     });
-    QVERIFY(m_hand->waitUntil([&] { return closed; }, 20000));
+    QVERIFY(m_operator->waitUntil([&] { return closed; }, 20000));
     QCOMPARE(m_window->fileName, QString());
-    QVERIFY(m_hand->takeTrouble().startsWith("unexpected box \"Save\""));
-    m_hand->expectFileDialog("never");
-    QCOMPARE(m_hand->takeTrouble(), QString("an expected box did not come up"));
+    QVERIFY(m_operator->takeProblems().startsWith("unexpected box \"Save\""));
+    m_operator->expectFileDialog("never");
+    QCOMPARE(m_operator->takeProblems(), QString("an expected box did not come up"));
 }
 
 void TestSessionParts::disabledControlsAreNamed()
 {
-    QCOMPARE(m_hand->disabledControls(), QStringList());
+    QCOMPARE(m_operator->disabledControls(), QStringList());
     m_window->button->setEnabled(false);
-    QCOMPARE(m_hand->disabledControls(), QStringList("BUTTON"));
+    QCOMPARE(m_operator->disabledControls(), QStringList("BUTTON"));
     m_window->setEnabled(false);
-    QCOMPARE(m_hand->disabledControls(), QStringList("the whole window"));
+    QCOMPARE(m_operator->disabledControls(), QStringList("the whole window"));
 }
 
 void TestSessionParts::oneTableOrdersThePlans()
@@ -522,8 +522,8 @@ void TestSessionParts::oneTableOrdersThePlans()
     parameters.instant = true;
     SimulatedInstrument instrument(parameters);
     QCOMPARE(instrument.error(), QString());
-    SessionBench bench(*m_hand, instrument);
-    Session session(bench);
+    SessionContext context(*m_operator, instrument);
+    Session session(context);
     const std::map<SessionPlan, int> sizes{
         {SessionPlan::Visit, 15}, {SessionPlan::Day, 40}, {SessionPlan::Calibration, 11}};
     for (const auto& [plan, size] : sizes) {

@@ -30,12 +30,12 @@ struct SessionFindings
 
 /// What all groups of steps work with: the operator at the window, the instrument below it,
 /// and habits that they share. Outlives the steps. GUI thread.
-struct SessionBench
+struct SessionContext
 {
     /// holdAnswersBack: whether the board answers the autofocus's moves only when fresh frames
     /// are in, which keeps a busy machine out of its result.
-    SessionBench(Operator& theHand, SimulatedInstrument& theInstrument, bool holdAnswersBack = true)
-        : hand(theHand), instrument(theInstrument), answersHeldBack(holdAnswersBack)
+    SessionContext(Operator& theUser, SimulatedInstrument& theInstrument, bool holdAnswersBack = true)
+        : user(theUser), instrument(theInstrument), answersHeldBack(holdAnswersBack)
     {
     }
 
@@ -53,7 +53,7 @@ struct SessionBench
     /// Whether the box that was announced last came up with this title and text.
     bool boxWas(const QString& title, const QString& text) const;
 
-    Operator& hand;
+    Operator& user;
     SimulatedInstrument& instrument;
     const bool answersHeldBack;
     SessionFindings findings;
@@ -85,13 +85,13 @@ public:
     StepGroup& operator=(const StepGroup&) = delete;
 
 protected:
-    explicit StepGroup(SessionBench& bench)
-        : m_bench(bench), m_hand(bench.hand), m_instrument(bench.instrument)
+    explicit StepGroup(SessionContext& context)
+        : m_context(context), m_operator(context.user), m_instrument(context.instrument)
     {
     }
     ~StepGroup() = default;
 
-    SessionBench& m_bench;
-    Operator& m_hand;
+    SessionContext& m_context;
+    Operator& m_operator;
     SimulatedInstrument& m_instrument;
 };
