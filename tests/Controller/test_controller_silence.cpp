@@ -1,4 +1,7 @@
-// A board that says nothing at all, with the time-outs that the program really uses.
+// A board that says nothing at all. What the program waits for it is asserted as it stands; the
+// tests wait as little as they can, and would notice the wait that is another command's.
+
+#include <functional>
 
 #include <fcntl.h>
 #include <termios.h>
@@ -10,49 +13,113 @@
 
 namespace {
 
-// A loaded machine may add to a wait, but not as much as a time-out of another command would.
-bool lastedAbout(qint64 elapsed_ms, qint64 timeout_ms)
+constexpr int kShort_ms = 60;
+constexpr int kNotInThisTest_ms = 60000;
+
+/// A bench whose exchanges wait kShort_ms for a reply, but not the self-diagnosis.
+struct SilentBench : ControllerBench
 {
-    return elapsed_ms >= timeout_ms - 100 && elapsed_ms < timeout_ms + 3000;
+    SilentBench() { controller.m_timeouts = {kShort_ms, kShort_ms, kNotInThisTest_ms}; }
+};
+
+bool lasted(const QElapsedTimer& timer, qint64 timeout_ms)
+{
+    return timer.elapsed() >= timeout_ms && timer.elapsed() < kNotInThisTest_ms;
 }
 
+using Command = std::function<void(Controller&)>;
+
 } // namespace
+
+Q_DECLARE_METATYPE(Command)
 
 class TestControllerSilence : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void aSilentBoardFailsTheProbeAfterFiveSeconds()
+    void theProgramWaitsAsLongAsTheBoardMayTake()
     {
-        ControllerBench bench;
+        const BenchController controller;
+        QCOMPARE(controller.m_timeouts.write_ms, 1000);
+        QCOMPARE(controller.m_timeouts.read_ms, 5000);
+        QCOMPARE(controller.m_timeouts.diagnosisRead_ms, 25000);
+    }
+
+    void aSilentBoardFailsTheProbe()
+    {
+        SilentBench bench;
         QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
         QElapsedTimer timer;
         timer.start();
         bench.controller.openSerialPort();
-        QVERIFY2(lastedAbout(timer.elapsed(), 5000), qPrintable(QString::number(timer.elapsed())));
+        QVERIFY(lasted(timer, kShort_ms));
         QVERIFY(!bench.controller.isSerialPortOpen());
         QCOMPARE(connected.count(), 0);
-        QCOMPARE(bench.peer.received(), QList<QByteArray>{"$,DEVICE,READY,,\r\n"});
+        QTRY_COMPARE(bench.peer.received(), QList<QByteArray>{"$,DEVICE,READY,,\r\n"});
         QVERIFY(bench.log.messages().contains("readAvailableData_Blocking errorDataReadingTimeout"));
         QVERIFY(!bench.log.messages().contains(R"(opened serial port "/dev/ttyS2")"));
 
         // Powered at last, it answers the next try.
+        bench.controller.m_timeouts = ControllerTimeouts();
         bench.peer.answer("$OK,DEVICE,READY,,\r\n");
         QVERIFY(bench.controller.trySerialPort());
         QCOMPARE(connected.count(), 1);
     }
 
+    void everyCommandWaitsForTheReply_data()
+    {
+        QTest::addColumn<Command>("command");
+        const auto row = [](const char* name, const Command& command) { QTest::newRow(name) << command; };
+        row("firmware version", [](Controller& board) { board.device_fw_version(); });
+        row("firmware build", [](Controller& board) { board.device_fw_build(); });
+        row("LED on", [](Controller& board) { board.led_on(); });
+        row("LED off", [](Controller& board) { board.led_off(); });
+        row("LED level", [](Controller& board) { board.led_brightness(5); });
+        row("origin", [](Controller& board) { board.z_stage_origin(SERIAL_BLOCKING); });
+        row("run up", [](Controller& board) { board.z_stage_rop(5); });
+        row("run down", [](Controller& board) { board.z_stage_ron(5); });
+        row("move up", [](Controller& board) { board.z_stage_mvp(SERIAL_BLOCKING, 5); });
+        row("move down", [](Controller& board) { board.z_stage_mvn(SERIAL_BLOCKING, 5); });
+        row("move to", [](Controller& board) { board.z_stage_abs(SERIAL_BLOCKING, 5); });
+        row("stop", [](Controller& board) { board.z_stage_stop(); });
+        row("position", [](Controller& board) { board.z_stage_pos(); });
+        row("accelerating", [](Controller& board) { board.stage_kval_acc(5); });
+        row("decelerating", [](Controller& board) { board.stage_kval_dec(5); });
+        row("running", [](Controller& board) { board.stage_kval_run(5); });
+        row("holding", [](Controller& board) { board.stage_kval_hold(5); });
+    }
+
+    void everyCommandWaitsForTheReply()
+    {
+        QFETCH(Command, command);
+        SilentBench bench;
+        bench.open();
+        QElapsedTimer timer;
+        timer.start();
+        command(bench.controller);
+        QVERIFY2(lasted(timer, kShort_ms), qPrintable(QString::number(timer.elapsed())));
+        QVERIFY(!bench.controller.answers());
+    }
+
+    void theSelfDiagnosisHasATimeOfItsOwn()
+    {
+        ControllerBench bench;
+        bench.controller.m_timeouts = {kShort_ms, kNotInThisTest_ms, kShort_ms};
+        bench.open();
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(bench.controller.z_stage_diagnosis(), -1);
+        QVERIFY2(lasted(timer, kShort_ms), qPrintable(QString::number(timer.elapsed())));
+    }
+
     // The record of the last reply stands, so silence is taken for its repetition.
     void aSilentBoardRepeatsThePreviousOutcome()
     {
-        ControllerBench bench;
+        SilentBench bench;
         bench.open();
         bench.controller.parsing_responseReceived("$OK,STM1,GET_POS,77,");
-        QElapsedTimer timer;
-        timer.start();
         QVERIFY(bench.controller.z_stage_mvp(SERIAL_BLOCKING, 640));
-        QVERIFY2(lastedAbout(timer.elapsed(), 5000), qPrintable(QString::number(timer.elapsed())));
         QCOMPARE(bench.controller.m_zStagePosition, 640);
     }
 
@@ -64,12 +131,14 @@ private slots:
         bench.peer.answer("$OK,DEVICE,READY,,\r\n");
         QVERIFY(bench.controller.trySerialPort());
         QVERIFY(bench.controller.answers());
+        bench.controller.m_timeouts.read_ms = kShort_ms;
         QVERIFY(!bench.controller.trySerialPort());
         QCOMPARE(connected.count(), 1);
         QVERIFY(!bench.controller.isSerialPortOpen());
         QVERIFY(!bench.controller.answers());
         QCOMPARE(bench.controller.responseInfo().result, QString("OK"));
 
+        bench.controller.m_timeouts = ControllerTimeouts();
         bench.peer.answer("$OK,DEVICE,READY,,\r\n");
         QVERIFY(bench.controller.trySerialPort());
         QCOMPARE(connected.count(), 2);
@@ -84,9 +153,11 @@ private slots:
         bench.peer.answer("$OK,LED4,ON,,\r\n");
         QVERIFY(bench.controller.led_on());
         QVERIFY(bench.controller.answers());
+        bench.controller.m_timeouts.read_ms = kShort_ms;
         QVERIFY2(bench.controller.led_off(), "the previous outcome");
         QVERIFY(!bench.controller.answers());
         QVERIFY(bench.controller.isSerialPortOpen());
+        bench.controller.m_timeouts = ControllerTimeouts();
         bench.peer.answer("$NG,LED4,OFF,,\r\n");
         QVERIFY(!bench.controller.led_off());
         QVERIFY2(bench.controller.answers(), "a refusal is an answer");
@@ -96,27 +167,28 @@ private slots:
     void aLineThatIsStuckCostsBothTimeouts_data()
     {
         QTest::addColumn<bool>("diagnosis");
-        QTest::addColumn<int>("timeouts_ms");
-        QTest::newRow("probe") << false << 6000;
-        QTest::newRow("self-diagnosis") << true << 26000;
+        QTest::newRow("probe") << false;
+        QTest::newRow("self-diagnosis") << true;
     }
 
     void aLineThatIsStuckCostsBothTimeouts()
     {
         QFETCH(bool, diagnosis);
-        QFETCH(int, timeouts_ms);
         ControllerBench bench;
         bench.open();
         const QByteArray device = QFile::encodeName(bench.root.path() + "/dev/ttyS2");
         const FileDescriptor line(::open(device.constData(), O_RDWR | O_NOCTTY));
         QCOMPARE(::tcflow(line.get(), TCOOFF), 0);
+        constexpr int kWrite_ms = 300;
+        bench.controller.m_timeouts = {kWrite_ms, diagnosis ? kNotInThisTest_ms : kShort_ms,
+                                       diagnosis ? kShort_ms : kNotInThisTest_ms};
         QElapsedTimer timer;
         timer.start();
         if (diagnosis)
             QCOMPARE(bench.controller.z_stage_diagnosis(), -1);
         else
             QVERIFY(!bench.controller.trySerialPort());
-        QVERIFY2(lastedAbout(timer.elapsed(), timeouts_ms), qPrintable(QString::number(timer.elapsed())));
+        QVERIFY2(lasted(timer, kWrite_ms + kShort_ms), qPrintable(QString::number(timer.elapsed())));
         QVERIFY(bench.log.messages().contains("write_Blocking errorDataWritingTimeout"));
     }
 };

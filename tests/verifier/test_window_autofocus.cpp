@@ -79,6 +79,7 @@ private slots:
     {
         m_fixture->board().withBoard([](Board& board, InstrumentTime) { board.clearFaults(); });
         m_fixture->camera().faults().clear();
+        Controller::getInstance()->m_timeouts = ControllerTimeouts();
         Controller::getInstance()->z_stage_abs(SERIAL_BLOCKING, kStart_steps);
         Controller::getInstance()->z_stage_pos();
         m_fixture->find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(false);
@@ -438,8 +439,14 @@ private slots:
 
     void aStepThatIsNotAnsweredCostsItsTimeoutAndTheRunEnds()
     {
+        // Long enough for the steps that are answered, also on a busy machine.
+        constexpr int kSilence_ms = 700;
+        Controller::getInstance()->m_timeouts.read_ms = kSilence_ms;
         addFault({LineFault::NoAnswer, "MVP", 4});
+        QElapsedTimer timer;
+        timer.start();
         QVERIFY(runs());
+        QVERIFY(timer.elapsed() >= kSilence_ms);
         QCOMPARE(logLines().filter("slot_progress_AutoFocusing").size(), kSamples);
         QCOMPARE(m_fixture->boxes().texts(), QStringList(kFinished));
     }

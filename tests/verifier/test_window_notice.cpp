@@ -8,6 +8,7 @@
 #include <QWindow>
 #include <QtTest>
 
+#include "Controller/Controller.h"
 #include "camera/OV5642Camera.h"
 #include "support/LayoutChecks.h"
 #include "support/WindowFixture.h"
@@ -18,6 +19,8 @@ const QRect kView(0, 0, 640, 480);
 /// Black on white is 21.
 constexpr double kReadable = 7.0;
 constexpr int kPatience_ms = 3000;
+/// In place of the controller's own time-out.
+constexpr int kSilence_ms = 100;
 /// The window looks once a second.
 constexpr int kLooks_ms = 2500;
 
@@ -293,6 +296,7 @@ private:
             m_fixture->board().withBoard([](Board& board, InstrumentTime) {
                 board.addFault({LineFault::NoAnswer, "GET_POS", 0});
             });
+            Controller::getInstance()->m_timeouts.read_ms = kSilence_ms;
             m_fixture->click("BUTTON_Z_POSITION");
             break;
         case Cause::No5M:
@@ -330,6 +334,7 @@ private:
     {
         m_fixture->camera().faults().clear();
         m_fixture->board().withBoard([](Board& board, InstrumentTime) { board.clearFaults(); });
+        Controller::getInstance()->m_timeouts = ControllerTimeouts();
     }
 
     /// Pictures for the eye, when a directory for them is named.

@@ -9,8 +9,6 @@ namespace {
 
 const QString kPortName = QStringLiteral("/dev/ttyS2");
 const QString kProbeLine = QStringLiteral("$,DEVICE,READY,,\r\n");
-constexpr int kProbeWriteTimeout_ms = 1000;
-constexpr int kProbeReadTimeout_ms = 5000;
 constexpr int kReplyPieces = 5; // four fields and the empty text after the trailing comma
 
 // The board may send any number: a sum beyond the range of int wraps.
@@ -109,7 +107,7 @@ bool Controller::trySerialPort()
                  << "the serial port" << kPortName << "cannot be opened";
         return false;
     }
-    writeAndRead_Blocking(kProbeLine, kProbeWriteTimeout_ms, kProbeReadTimeout_ms);
+    writeAndRead_Blocking(kProbeLine, m_timeouts.write_ms, m_timeouts.read_ms);
     // The record may hold the "OK" of a board that has died since.
     if (!m_answered || !isOk()) {
         closeSerialPort();

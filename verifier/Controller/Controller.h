@@ -20,11 +20,20 @@ struct responseInfo_t
     QString value;   ///< the returned value or the echoed argument, decimal text
 };
 
+/// How long the blocking exchanges wait, in milliseconds: with the defaults, as long as the
+/// board may take.
+struct ControllerTimeouts
+{
+    int write_ms = 1000;          ///< until a line has been written, whatever the command
+    int read_ms = 5000;           ///< until a reply's next piece has come
+    int diagnosisRead_ms = 25000; ///< the same after the self-diagnosis, which moves the stage
+};
+
 /// The link to the controller board, which drives the LED and the Z stage, over the serial
 /// line "/dev/ttyS2" (115200 baud, 8N1): a line out, a line back.
 ///
 /// GUI thread only. A blocking exchange freezes the event loop for up to its write time-out
-/// plus its read time-out (1 s + 5 s; 25 s for the self-diagnosis).
+/// plus its read time-out (ControllerTimeouts).
 ///
 /// A read time-out leaves the record of the previous reply in place, so a command that got
 /// no answer reports the previous command's success; a caller that must know asks answers().
@@ -169,6 +178,8 @@ public:
     /// When set, openSerialPort() opens the line without probing the board. Nothing in the
     /// program sets it: it is not the Zig mode, in which the board is probed as usual.
     bool m_skipProbe = false;
+    /// What the exchanges wait. The program leaves it as it is; shorter ones are for tests.
+    ControllerTimeouts m_timeouts;
     /// The stage's position in motor steps, as tracked on this side of the line.
     int m_zStagePosition = 0;
     /// The instrument's Zig mode, as the main window read it from the settings; kept here for

@@ -28,16 +28,13 @@ enum class Controller::Command : int {
 
 namespace {
 
-constexpr int kWriteTimeout_ms = 1000;
-constexpr int kReadTimeout_ms = 5000;
-constexpr int kDiagnosisReadTimeout_ms = 25000;
 constexpr int kNoNumber = -1;
 
 struct CommandRow
 {
     const char* function; // traced under this name
     const char* line;     // "%1" stands for the integer argument
-    int readTimeout_ms = kReadTimeout_ms;
+    int ControllerTimeouts::*readTimeout = &ControllerTimeouts::read_ms;
 };
 
 // In the order of Controller::Command.
@@ -53,7 +50,7 @@ constexpr CommandRow kCommandRows[] = {
     {"z_stage_mvn", "$,STM1,MVN,%1,\r\n"},
     {"z_stage_mvp", "$,STM1,MVP,%1,\r\n"},
     {"z_stage_abs", "$,STM1,ABS,%1,\r\n"},
-    {"z_stage_diagnosis", "$,STM1,SELF_DIAG,,\r\n", kDiagnosisReadTimeout_ms},
+    {"z_stage_diagnosis", "$,STM1,SELF_DIAG,,\r\n", &ControllerTimeouts::diagnosisRead_ms},
     {"z_stage_stop", "$,STM1,STOP,,\r\n"},
     {"z_stage_pos", "$,STM1,GET_POS,,\r\n"},
     {"stage_kval_acc", "$,STM1,ACC,%1,\r\n"},
@@ -81,7 +78,7 @@ bool Controller::exchange(Command command, int argument)
 {
     const CommandRow& row = rowOf(command);
     qDebug() << row.function;
-    writeAndRead_Blocking(lineOf(row, argument), kWriteTimeout_ms, row.readTimeout_ms);
+    writeAndRead_Blocking(lineOf(row, argument), m_timeouts.write_ms, m_timeouts.*row.readTimeout);
     return isOk();
 }
 
