@@ -2,10 +2,10 @@
 
 #include <QProcess>
 
-void runChildProcess(const QString& program, const QStringList& arguments)
+void runChildProcess(const QString& program, const QStringList& arguments, int timeout_ms)
 {
     QProcess process;
     process.start(program, arguments, QIODevice::ReadWrite);
-    process.waitForFinished(kChildProcessTimeout_ms);
+    process.waitForFinished(timeout_ms);
     process.close();
 }
