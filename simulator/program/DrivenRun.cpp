@@ -56,9 +56,7 @@ bool beginLog(const QString& folder)
 
 SessionPlan planOf(const SimulatorOptions& options)
 {
-    if (options.calibration)
-        return SessionPlan::Calibration;
-    return options.session ? SessionPlan::Day : SessionPlan::Visit;
+    return options.calibration ? SessionPlan::Calibration : SessionPlan::Day;
 }
 
 /// One run from the window's start to its end, and what is written about it.
@@ -155,12 +153,10 @@ private:
         return record;
     }
 
-    /// Writes a session's report; false if it cannot be written, or if it tells of files that
+    /// Writes the report; false if it cannot be written, or if it tells of files that
     /// have suffered.
     bool report(const QString& stopped) const
     {
-        if (!m_options.session)
-            return true;
         const SessionRecord written = record(stopped);
         if (!writeSessionJson(written, m_folder) || !writeSessionReport(written, m_folder)) {
             std::fprintf(stderr, "The report cannot be written to %s.\n", qPrintable(m_folder));

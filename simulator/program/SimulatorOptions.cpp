@@ -119,9 +119,7 @@ const std::vector<OptionRow>& optionRows()
          readDisk, true},
         {"instant", "", "stage motion and pauses take no time",
          [](SimulatorOptions& options, const QString&) { options.parameters.instant = true; }, true},
-        {"visit", "", "drives the window through a short visit, and judges what it sees",
-         [](SimulatorOptions& options, const QString&) { options.visit = true; }},
-        {"session", "", "drives it through a technician's whole day, and writes a report",
+        {"session", "", "drives the window through a technician's whole day, and writes a report",
          [](SimulatorOptions& options, const QString&) { options.session = true; }},
         {"repeat", "N", "makes the session's calibration with N seeds, on a stage with play and ringing",
          readRepeat},
@@ -131,8 +129,11 @@ const std::vector<OptionRow>& optionRows()
          [](SimulatorOptions& options, const QString&) { options.plainAnswers = true; }},
         {"calibration", "", "of the session only the autofocus and the calibration",
          [](SimulatorOptions& options, const QString&) { options.session = options.calibration = true; }},
-        {"steps", "NAME,...", "only these steps of the visit or session",
-         [](SimulatorOptions& options, const QString& value) { options.steps = value.split(','); }},
+        {"steps", "NAME,...", "a session of these steps only",
+         [](SimulatorOptions& options, const QString& value) {
+             options.session = true;
+             options.steps = value.split(',');
+         }},
         {"out", "DIR", "where pictures, log and report go (default out)",
          [](SimulatorOptions& options, const QString& value) { options.outDirectory = value; }},
         {"faults", "", "lists the faults and ends", nullptr},
@@ -171,10 +172,10 @@ QString parameterList()
     return list;
 }
 
-QString stepList(const char* of, const QStringList& names)
+QString stepList(const QStringList& names)
 {
     constexpr int kNamesPerLine = 10;
-    QString text = QStringLiteral("\nSteps of the %1, for --steps:\n").arg(of);
+    QString text = QStringLiteral("\nSteps of the session, for --steps:\n");
     for (int first = 0; first < names.size(); first += kNamesPerLine)
         text += "  " + names.mid(first, kNamesPerLine).join(QStringLiteral(", ")) + "\n";
     return text;
@@ -190,7 +191,7 @@ and whether a settings file suffered. The exit status is 0 only when every step 
 should be; a run that Ctrl-C ended says so, and has 130.
 )";
 
-QString helpText(const SimulatorStepNames& stepNames)
+QString helpText(const QStringList& stepNames)
 {
     QString text = QStringLiteral("Usage: orla-verifier-simulator [options]\n\n"
                                   "The verifier's window on a simulated instrument: controller board, stage, "
@@ -198,13 +199,12 @@ QString helpText(const SimulatorStepNames& stepNames)
                                   "Options:\n");
     for (const OptionRow& option : optionRows())
         text += row(QStringLiteral("--%1 %2").arg(option.name, option.value), option.text);
-    return text + kReportText + kSignalHelp + stepList("visit", stepNames.visit) +
-           stepList("session", stepNames.session) + '\n' + parameterList() + '\n' + faultList();
+    return text + kReportText + kSignalHelp + stepList(stepNames) + '\n' + parameterList() + '\n' +
+           faultList();
 }
 
-void checkSteps(SimulatorOptions& options, const SimulatorStepNames& names)
+void checkSteps(SimulatorOptions& options, const QStringList& stepNames)
 {
-    const QStringList& stepNames = options.session ? names.session : names.visit;
     for (const QString& step : qAsConst(options.steps))
         if (!stepNames.contains(step))
             noteError(options, "There is no step \"" + step.toStdString() + "\"; --help lists them.");
@@ -212,7 +212,7 @@ void checkSteps(SimulatorOptions& options, const SimulatorStepNames& names)
 
 } // namespace
 
-SimulatorOptions parseSimulatorOptions(const QStringList& arguments, const SimulatorStepNames& stepNames)
+SimulatorOptions parseSimulatorOptions(const QStringList& arguments, const QStringList& stepNames)
 {
     QCommandLineParser parser;
     for (const OptionRow& option : optionRows())

@@ -22,13 +22,12 @@ struct SimulatorOptions
     QVector<PlannedDisk> disks; ///< by socket
     std::uint32_t seed = 1;
 
-    /// Drives the window by itself: through a short visit, a whole session, or a session's
-    /// calibration for each of some seeds.
-    bool visit = false;
+    /// Drives the window by itself: through a session, or a session's calibration for each of
+    /// some seeds.
     bool session = false;
     bool calibration = false; ///< of a session only what a repetition needs
     int repeat = 0;           ///< seeds to repeat the session's calibration with; 0: no repetition
-    QStringList steps;        ///< of the visit or session; empty: all
+    QStringList steps;        ///< of the session; empty: all
     QString outDirectory = QStringLiteral("out");
     bool plainAnswers = false; ///< the session does not hold the board's answers back
     QStringList faultNames;    ///< as they were given
@@ -43,12 +42,5 @@ struct SimulatorOptions
     QString error;
 };
 
-/// The names of the steps that can be chosen.
-struct SimulatorStepNames
-{
-    QStringList visit;
-    QStringList session;
-};
-
-/// Reads the command line, the program's name first.
-SimulatorOptions parseSimulatorOptions(const QStringList& arguments, const SimulatorStepNames& stepNames);
+/// Reads the command line, the program's name first. stepNames: the steps that can be chosen.
+SimulatorOptions parseSimulatorOptions(const QStringList& arguments, const QStringList& stepNames);

@@ -31,8 +31,7 @@ int main(int argc, char* argv[])
     QStringList arguments;
     for (int i = 0; i < argc; ++i)
         arguments.append(QString::fromLocal8Bit(argv[i]));
-    const SimulatorOptions options = parseSimulatorOptions(
-        arguments, {Session::stepNames(SessionPlan::Visit), Session::stepNames(SessionPlan::Day)});
+    const SimulatorOptions options = parseSimulatorOptions(arguments, Session::stepNames(SessionPlan::Day));
     if (!options.error.isEmpty()) {
         std::fprintf(stderr, "%s\n", qPrintable(options.error));
         return kCommandLineWrong;
@@ -49,9 +48,8 @@ int main(int argc, char* argv[])
     }
 
     UsbSockets::holdSignals();
-    const bool driven = options.visit || options.session;
     // A desktop's own file dialog may lie outside this process, where no operator of ours reaches.
-    QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs, driven);
+    QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs, options.session);
     // Without a screen it ends here, before the instrument has files that would stay behind.
     const std::unique_ptr<QApplication> application =
         startApplication(kSimulatorProgram, argumentCount, argv);
@@ -71,5 +69,5 @@ int main(int argc, char* argv[])
     }
     const TerminationSignal signalled(TerminationSignal::Second::EndsTheProcess);
     sockets.listen();
-    return driven ? runDriven(options, instrument, signalled) : runWindow(signalled);
+    return options.session ? runDriven(options, instrument, signalled) : runWindow(signalled);
 }

@@ -42,9 +42,7 @@ constexpr unsigned bitOf(SessionPlan plan)
 }
 
 constexpr unsigned kDay = bitOf(SessionPlan::Day);
-constexpr unsigned kVisitAndDay = bitOf(SessionPlan::Visit) | kDay;
 constexpr unsigned kDayAndCalibration = kDay | bitOf(SessionPlan::Calibration);
-constexpr unsigned kAll = kVisitAndDay | kDayAndCalibration;
 
 template <class Group>
 Group& groupOf(StepResult (Group::*)(), Session::Groups& groups)
@@ -63,27 +61,28 @@ StepResult made(Session::Groups& groups)
 // The order of the technician's day: the picture first, then the focus with it, then the
 // calibration at that focus, and what is known is saved before it can be lost.
 const Session::Row Session::kRows[] = {
-    {"window", "waits for the window, and reads title and version", kAll, made<&StartSteps::window>},
-    {"tabs", "opens each tab", kVisitAndDay, made<&StartSteps::tabs>},
-    {"handshake", "compares what the window shows with the board, after the handshake", kAll,
+    {"window", "waits for the window, and reads title and version", kDayAndCalibration,
+     made<&StartSteps::window>},
+    {"tabs", "opens each tab", kDay, made<&StartSteps::tabs>},
+    {"handshake", "compares what the window shows with the board, after the handshake", kDayAndCalibration,
      made<&StartSteps::handshake>},
-    {"vga", "looks at the live view in 640 x 480", kVisitAndDay, made<&ViewSteps::viewVga>},
-    {"1280", "looks at the live view in 1280 x 960", kVisitAndDay, made<&ViewSteps::view1280>},
-    {"5m", "looks at the live view in 2592 x 1944", kVisitAndDay, made<&ViewSteps::view5M>},
+    {"vga", "looks at the live view in 640 x 480", kDay, made<&ViewSteps::viewVga>},
+    {"1280", "looks at the live view in 1280 x 960", kDay, made<&ViewSteps::view1280>},
+    {"5m", "looks at the live view in 2592 x 1944", kDay, made<&ViewSteps::view5M>},
     {"led", "switches the LED off and on, and brings the picture to the stated brightness", kDay,
      made<&CameraSteps::led>},
     {"gain", "raises the gain by one step", kDay, made<&CameraSteps::gain>},
     {"exposure", "trims the exposure until the picture has the stated brightness again", kDay,
      made<&CameraSteps::exposure>},
     {"colours", "makes each colour stronger, and takes it back", kDay, made<&CameraSteps::colours>},
-    {"jog", "moves the stage up and down by one step width", kVisitAndDay, made<&StageSteps::jog>},
+    {"jog", "moves the stage up and down by one step width", kDay, made<&StageSteps::jog>},
     {"save-camera", "saves on the camera tab, and reads the files", kDay, made<&SettingsSteps::saveCamera>},
     {"staining", "changes the staining and back, and reads the saved registers", kDay,
      made<&CameraSteps::staining>},
-    {"focus", "goes through the focus, and looks where the picture is sharpest", kVisitAndDay,
+    {"focus", "goes through the focus, and looks where the picture is sharpest", kDay,
      made<&StageSteps::focus>},
-    {"rotate", "lets the stage run while a button is held", kVisitAndDay, made<&StageSteps::rotate>},
-    {"home", "sends the stage to its origin", kVisitAndDay, made<&StageSteps::home>},
+    {"rotate", "lets the stage run while a button is held", kDay, made<&StageSteps::rotate>},
+    {"home", "sends the stage to its origin", kDay, made<&StageSteps::home>},
     {"centre", "sends the stage to where the focus is expected", kDayAndCalibration,
      made<&StageSteps::centre>},
     {"disk", "asks for a log without a USB disk, and plugs one in", kDay, made<&AutofocusSteps::disk>},
@@ -105,11 +104,11 @@ const Session::Row Session::kRows[] = {
     {"skip-frame", "sets the skip frame count, at first too high", kDay, made<&SettingsSteps::skipFrame>},
     {"save-qc", "saves on the QC tab, and reads the files", kDay, made<&SettingsSteps::saveQc>},
     {"password", "sets the serial number as the password", kDay, made<&SettingsSteps::password>},
-    {"consoles", "reads both consoles", kVisitAndDay, made<&EndSteps::consoles>},
-    {"stay", "presses Exit, and answers No", kVisitAndDay, made<&EndSteps::stay>},
-    {"exit", "presses Exit, and answers Yes", kAll, made<&EndSteps::exit>},
-    {"ended", "waits for the program's end", kAll, made<&EndSteps::ended>, true},
-    {"parked", "looks at the instrument that is left behind", kVisitAndDay, made<&EndSteps::parked>, true},
+    {"consoles", "reads both consoles", kDay, made<&EndSteps::consoles>},
+    {"stay", "presses Exit, and answers No", kDay, made<&EndSteps::stay>},
+    {"exit", "presses Exit, and answers Yes", kDayAndCalibration, made<&EndSteps::exit>},
+    {"ended", "waits for the program's end", kDayAndCalibration, made<&EndSteps::ended>, true},
+    {"parked", "looks at the instrument that is left behind", kDay, made<&EndSteps::parked>, true},
 };
 
 Session::Session(SessionContext& context) : m_groups(std::make_unique<Groups>(context)) {}

@@ -9,7 +9,6 @@
 
 /// Which steps are made.
 enum class SessionPlan {
-    Visit,      ///< starts, looks, jogs, homes, reads the consoles and leaves
     Day,        ///< everything that a technician does with an instrument
     Calibration ///< handshake, autofocus and calibration target only
 };

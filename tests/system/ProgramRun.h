@@ -14,9 +14,9 @@ struct ProgramRun
     /// A file of the run's own folder.
     QString filePath(const QString& name) const { return out.filePath("latest/" + name); }
     QByteArray contentOf(const QString& name) const;
-    /// The program's debug stream of a visit.
+    /// The program's debug stream of a session.
     QString log() const;
-    /// Names of the pictures of a visit, in order.
+    /// Names of the pictures of a session, in order.
     QStringList pictures() const;
     /// What came out, for a failed test's message.
     QByteArray all() const;

@@ -78,7 +78,7 @@ void TestBadCircumstances::theWindowIsUsableAndCloses()
     QFETCH(QString, message);
     QFETCH(QString, absent);
     QFETCH(QString, steps);
-    const ProgramRun run({"--visit", "--instant", "--steps", steps, "--fault", fault});
+    const ProgramRun run({"--instant", "--steps", steps, "--fault", fault});
     QVERIFY2(run.exitStatus == 0, run.all());
     const QString log = run.log();
     QVERIFY(!log.isEmpty());

@@ -3,6 +3,7 @@
 #include <csignal>
 #include <memory>
 
+#include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -120,7 +121,14 @@ void TestSession::everyStepHolds()
     QCOMPARE(m_session["focusCurve"].toObject()["samples"].toArray().size(), 15);
     for (const char* nothing : {"lockedControls", "settingsHarm", "stepsNotMade", "failedSaves"})
         QCOMPARE(textsOf(m_session[nothing]), QStringList());
-    QVERIFY(m_day->pictures().size() > 30);
+    const QStringList pictures = m_day->pictures();
+    QVERIFY(pictures.size() > 30);
+    for (int i = 0; i < pictures.size(); ++i) {
+        QVERIFY2(pictures[i].startsWith(QString("%1-").arg(i + 1, 2, 10, QChar('0'))),
+                 qPrintable(pictures[i]));
+        QCOMPARE(QImage(m_day->filePath(pictures[i])).size(), QSize(800, 480));
+    }
+    QVERIFY(m_day->log().contains("slot_connected_controller"));
 }
 
 void TestSession::everyFigureHasLimitsAndAVerdict()
@@ -460,9 +468,7 @@ void TestSession::wrongOptionsGetOneSentenceAndStatus2_data()
     QTest::addColumn<QString>("named");
     QTest::newRow("no repetition") << QStringList{"--repeat", "0"} << "\"0\"";
     QTest::newRow("repetitions") << QStringList{"--repeat", "often"} << "\"often\"";
-    QTest::newRow("step") << QStringList{"--session", "--steps", "lunch"} << "\"lunch\"";
-    QTest::newRow("step of the session only")
-        << QStringList{"--visit", "--steps", "measure"} << "\"measure\"";
+    QTest::newRow("step") << QStringList{"--steps", "window,lunch"} << "\"lunch\"";
 }
 
 void TestSession::wrongOptionsGetOneSentenceAndStatus2()

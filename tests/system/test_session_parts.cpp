@@ -524,8 +524,7 @@ void TestSessionParts::oneTableOrdersThePlans()
     QCOMPARE(instrument.error(), QString());
     SessionContext context(*m_operator, instrument);
     Session session(context);
-    const std::map<SessionPlan, int> sizes{
-        {SessionPlan::Visit, 15}, {SessionPlan::Day, 40}, {SessionPlan::Calibration, 11}};
+    const std::map<SessionPlan, int> sizes{{SessionPlan::Day, 40}, {SessionPlan::Calibration, 11}};
     for (const auto& [plan, size] : sizes) {
         QStringList names;
         for (const SessionStep& step : session.steps(plan)) {

@@ -235,7 +235,7 @@ void TestStart::withoutAScreenTheSimulatorLeavesNothing()
     const QTemporaryDir temporary, runtime;
     screen["TMPDIR"] = temporary.path();
     screen["XDG_RUNTIME_DIR"] = runtime.path(); // Qt makes one of its own otherwise
-    const Ended ended = runSimulator({"--visit", "--out", temporary.filePath("out")}, screen);
+    const Ended ended = runSimulator({"--session", "--out", temporary.filePath("out")}, screen);
     QCOMPARE(ended.status, kFailure);
     const QString lastLine = ended.errors.trimmed().split('\n').last();
     QVERIFY2(lastLine.startsWith("orla-verifier-simulator: no screen can be used"), qPrintable(ended.errors));
@@ -256,7 +256,7 @@ void TestStart::theVersionIsLoggedOnce()
 void TestStart::theSimulatorLogsTheVersionOnce()
 {
     const QTemporaryDir out;
-    const Ended ended = runSimulator({"--visit", "--instant", "--steps", "window,exit,ended", "--out", "."},
+    const Ended ended = runSimulator({"--instant", "--steps", "window,exit,ended", "--out", "."},
                                      {{"QT_QPA_PLATFORM", "offscreen"}}, out.path());
     QVERIFY2(ended.status == 0, qPrintable(ended.output + ended.errors));
     QFile log(out.filePath("latest/verifier.log"));
@@ -295,7 +295,7 @@ void TestStart::pointsAreAsLargeOnEveryScreenOfTheSimulator()
             QSKIP("no X server here");
         const QTemporaryDir out;
         const Ended ended = runSimulator(
-            {"--visit", "--instant", "--steps", "window,exit,ended", "--out", "."},
+            {"--instant", "--steps", "window,exit,ended", "--out", "."},
             {{"QT_QPA_PLATFORM", "xcb"}, {"DISPLAY", QString::fromStdString(server.display())}}, out.path());
         QVERIFY2(ended.status == 0, qPrintable(ended.output + ended.errors));
         const QImage seen = controls(QImage(out.filePath("latest/01-window.png")));

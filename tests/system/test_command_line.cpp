@@ -6,16 +6,15 @@
 
 #include "ProgramRun.h"
 
-/// The simulator program as a whole: its command line, and the visit's verdicts.
-class TestVisit : public QObject
+/// The simulator program's command line: what each option does to instrument, window and run.
+class TestCommandLine : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void everyStepHoldsOnAnInstrumentInGoodOrder();
     void zigModeLeavesTheInstrumentAsItIs();
-    void aVisitToABrokenInstrumentFails_data();
-    void aVisitToABrokenInstrumentFails();
+    void aBrokenInstrumentFailsAStep_data();
+    void aBrokenInstrumentFailsAStep();
     void onlyTheChosenStepsAreMade();
     void anotherSeedHasAnotherFocus();
     void aPictureMayLieUnderTheMicroscope();
@@ -30,76 +29,56 @@ private slots:
     void aTerminatedProgramCleansUp();
 };
 
-void TestVisit::everyStepHoldsOnAnInstrumentInGoodOrder()
+void TestCommandLine::zigModeLeavesTheInstrumentAsItIs()
 {
-    const ProgramRun run({"--visit", "--instant"});
-    QVERIFY2(run.exitStatus == 0, run.all());
-    QVERIFY2(run.output.contains("15 of 15 steps as they should be"), run.all());
-    QCOMPARE(run.output.count("FAILED"), 0);
-    const QStringList pictures = run.pictures();
-    QVERIFY(pictures.size() >= 15);
-    for (int i = 0; i < pictures.size(); ++i) {
-        QVERIFY2(pictures[i].startsWith(QString("%1-").arg(i + 1, 2, 10, QChar('0'))),
-                 qPrintable(pictures[i]));
-        QCOMPARE(QImage(run.filePath(pictures[i])).size(), QSize(800, 480));
-    }
-    QVERIFY(run.log().contains("slot_connected_controller"));
-}
-
-void TestVisit::zigModeLeavesTheInstrumentAsItIs()
-{
-    const ProgramRun run({"--visit", "--instant", "--parameter", "zig-mode=on", "--steps",
-                          "window,handshake,exit,ended,parked"});
+    const ProgramRun run(
+        {"--instant", "--parameter", "zig-mode=on", "--steps", "window,handshake,exit,ended,parked"});
     QVERIFY2(run.exitStatus == 0, run.all());
     QVERIFY2(run.output.contains("received nothing, LED on at 225, stage at 32000"), run.all());
 }
 
-void TestVisit::aVisitToABrokenInstrumentFails_data()
+void TestCommandLine::aBrokenInstrumentFailsAStep_data()
 {
     QTest::addColumn<QString>("fault");
     QTest::addColumn<QString>("failedStep");
     QTest::newRow("a board without power") << "no-power"
                                            << "handshake";
-    QTest::newRow("no camera") << "no-camera"
-                               << "vga";
-    QTest::newRow("refused moves") << "failure:MVP"
-                                   << "jog";
     QTest::newRow("refused homing") << "failure:ORIGIN:2"
                                     << "home";
     QTest::newRow("no frames") << "stall"
                                << "1280";
 }
 
-void TestVisit::aVisitToABrokenInstrumentFails()
+void TestCommandLine::aBrokenInstrumentFailsAStep()
 {
     QFETCH(QString, fault);
     QFETCH(QString, failedStep);
-    const ProgramRun run({"--visit", "--instant", "--fault", fault, "--steps", failedStep + ",exit,ended"});
+    const ProgramRun run({"--instant", "--fault", fault, "--steps", failedStep + ",exit,ended"});
     QCOMPARE(run.exitStatus, 1);
     QVERIFY2(run.output.contains(QRegularExpression("FAILED " + failedStep)), run.all());
     QVERIFY2(run.output.contains("2 of 3 steps as they should be"), run.all());
 }
 
-void TestVisit::onlyTheChosenStepsAreMade()
+void TestCommandLine::onlyTheChosenStepsAreMade()
 {
-    const ProgramRun run({"--visit", "--instant", "--steps", "ended,window,exit"});
+    const ProgramRun run({"--instant", "--steps", "ended,window,exit"});
     QVERIFY2(run.exitStatus == 0, run.all());
     QVERIFY2(run.output.contains("3 of 3 steps as they should be"), run.all());
 }
 
-void TestVisit::anotherSeedHasAnotherFocus()
+void TestCommandLine::anotherSeedHasAnotherFocus()
 {
     const QRegularExpression truth("focus at (\\d+)");
     QStringList positions;
     for (const char* seed : {"2", "3"}) {
-        const ProgramRun run({"--visit", "--instant", "--seed", seed, "--steps", "focus,exit,ended"});
+        const ProgramRun run({"--instant", "--seed", seed, "--steps", "focus,exit,ended"});
         QVERIFY2(run.exitStatus == 0, run.all());
         positions.append(truth.match(run.output).captured(1));
     }
     QVERIFY(positions[0] != positions[1]);
 }
 
-void TestVisit::aPictureMayLieUnderTheMicroscope()
+void TestCommandLine::aPictureMayLieUnderTheMicroscope()
 {
     QTemporaryDir directory;
     const QString file = directory.filePath("micrograph.png");
@@ -119,23 +98,20 @@ void TestVisit::aPictureMayLieUnderTheMicroscope()
     QVERIFY(run.contentOf("session.json").contains("--slide " + file.toUtf8()));
 }
 
-void TestVisit::theCalibrationIsJudgedByTheTarget_data()
+void TestCommandLine::theCalibrationIsJudgedByTheTarget_data()
 {
     QTest::addColumn<QStringList>("options");
     QTest::addColumn<bool>("holds");
-    QTest::newRow("cells before") << QStringList() << true;
     QTest::newRow("target before") << QStringList{"--slide", "target", "--seed", "8"} << true;
     QTest::newRow("no frames") << QStringList{"--fault", "stall"} << false;
-    QTest::newRow("no camera") << QStringList{"--fault", "no-camera"} << false;
 }
 
-void TestVisit::theCalibrationIsJudgedByTheTarget()
+void TestCommandLine::theCalibrationIsJudgedByTheTarget()
 {
     QFETCH(QStringList, options);
     QFETCH(bool, holds);
-    const ProgramRun run(
-        options + QStringList{"--session", "--instant", "--steps",
-                              "centre,disk,autofocus,slide,freeze,points,measure,live,intensity,exit,ended"});
+    const ProgramRun run(options + QStringList{"--session", "--instant", "--steps",
+                                               "centre,autofocus,slide,freeze,points,measure,exit,ended"});
     QCOMPARE(run.exitStatus == 0, holds);
     QCOMPARE(run.output.contains(QRegularExpression("FAILED (freeze|points|measure)")), !holds);
     if (holds)
@@ -144,7 +120,7 @@ void TestVisit::theCalibrationIsJudgedByTheTarget()
             run.all());
 }
 
-void TestVisit::wrongOptionsGetOneSentenceAndStatus2_data()
+void TestCommandLine::wrongOptionsGetOneSentenceAndStatus2_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("named");
@@ -167,10 +143,10 @@ void TestVisit::wrongOptionsGetOneSentenceAndStatus2_data()
     QTest::newRow("disk's place") << QStringList{"--disk", "good,in"} << "\"good,in\"";
     QTest::newRow("third disk") << QStringList{"--disk", "good", "--disk", "good", "--disk", "good"}
                                 << "two USB sockets";
-    QTest::newRow("step") << QStringList{"--visit", "--steps", "window,lunch"} << "\"lunch\"";
+    QTest::newRow("step") << QStringList{"--steps", "window,lunch"} << "\"lunch\"";
 }
 
-void TestVisit::wrongOptionsGetOneSentenceAndStatus2()
+void TestCommandLine::wrongOptionsGetOneSentenceAndStatus2()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QString, named);
@@ -181,7 +157,7 @@ void TestVisit::wrongOptionsGetOneSentenceAndStatus2()
     QCOMPARE(run.output, QString());
 }
 
-void TestVisit::helpNamesEveryOptionParameterAndFault()
+void TestCommandLine::helpNamesEveryOptionParameterAndFault()
 {
     const ProgramRun run({"--help"}, 20000);
     QCOMPARE(run.exitStatus, 0);
@@ -192,7 +168,6 @@ void TestVisit::helpNamesEveryOptionParameterAndFault()
                                  "--settings",
                                  "--root",
                                  "--instant",
-                                 "--visit",
                                  "--session",
                                  "--repeat",
                                  "--steps",
@@ -210,7 +185,7 @@ void TestVisit::helpNamesEveryOptionParameterAndFault()
         QVERIFY2(run.output.contains(expected), expected);
 }
 
-void TestVisit::theListOfFaultsExplainsEach()
+void TestCommandLine::theListOfFaultsExplainsEach()
 {
     const ProgramRun run({"--faults"}, 20000);
     QCOMPARE(run.exitStatus, 0);
@@ -219,7 +194,7 @@ void TestVisit::theListOfFaultsExplainsEach()
     QVERIFY(!run.output.contains("stage-maximum"));
 }
 
-void TestVisit::theUsersOwnSettingsAreUsedAndNotWritten()
+void TestCommandLine::theUsersOwnSettingsAreUsedAndNotWritten()
 {
     QTemporaryDir folder;
     QFile file(folder.filePath("ORLA3.ini"));
@@ -228,16 +203,15 @@ void TestVisit::theUsersOwnSettingsAreUsedAndNotWritten()
                                "[Software]\nVersion%20QC=0.0.9\n";
     file.write(content);
     file.close();
-    const ProgramRun run(
-        {"--visit", "--instant", "--settings", folder.path(), "--steps", "window,exit,ended"});
+    const ProgramRun run({"--instant", "--settings", folder.path(), "--steps", "window,exit,ended"});
     QVERIFY2(run.exitStatus == 0, run.all());
     QVERIFY2(run.output.contains("version 0.0.9"), run.all());
     QVERIFY(file.open(QIODevice::ReadOnly));
     QCOMPARE(file.readAll(), content);
-    QCOMPARE(ProgramRun({"--visit", "--settings", folder.filePath("missing")}, 20000).exitStatus, 1);
+    QCOMPARE(ProgramRun({"--session", "--settings", folder.filePath("missing")}, 20000).exitStatus, 1);
 }
 
-void TestVisit::signalsPlugAndPullDisksDuringARun()
+void TestCommandLine::signalsPlugAndPullDisksDuringARun()
 {
     QTemporaryDir root;
     QTemporaryDir runtime;
@@ -286,7 +260,7 @@ void TestVisit::signalsPlugAndPullDisksDuringARun()
     QCOMPARE(program.exitCode(), 128 + 15);
 }
 
-void TestVisit::aTerminatedProgramCleansUp()
+void TestCommandLine::aTerminatedProgramCleansUp()
 {
     QTemporaryDir temporary;
     QProcess program;
@@ -312,5 +286,5 @@ void TestVisit::aTerminatedProgramCleansUp()
     QVERIFY(QDir(temporary.path()).isEmpty());
 }
 
-QTEST_GUILESS_MAIN(TestVisit)
-#include "test_visit.moc"
+QTEST_GUILESS_MAIN(TestCommandLine)
+#include "test_command_line.moc"
