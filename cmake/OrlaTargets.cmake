@@ -54,8 +54,13 @@ endfunction()
 set(orla_all_skipped
     "Totals: [12] passed, 0 failed, [1-9][0-9]* skipped[^\n]*\n[*]+ Finished testing of [^\n]*\n$")
 
+# The test programs that ./test quick runs; it builds no others.
+add_custom_target(quick_tests)
+
 # orla_test(<name> SOURCES ... [LIBRARIES ...] [TIMEOUT seconds] [LABELS ...])
-# One Qt Test program, registered under its name, run without a display.
+# One Qt Test program, registered under its name, run without a display. Labels: "system", which
+# needs the programs themselves, and "slow", which takes more than some seconds; ./test quick
+# leaves both out.
 function(orla_test name)
     cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBRARIES;LABELS" ${ARGN})
     if(NOT ARG_TIMEOUT)
@@ -67,10 +72,24 @@ function(orla_test name)
     add_executable(${name} ${ARG_SOURCES})
     set_target_properties(${name} PROPERTIES AUTOMOC ON)
     target_link_libraries(${name} PRIVATE orla_options ${ARG_LIBRARIES} Qt5::Test)
+    if(NOT ARG_LABELS)
+        add_dependencies(quick_tests ${name})
+    endif()
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES
         TIMEOUT ${ARG_TIMEOUT}
         LABELS "${ARG_LABELS}"
         SKIP_REGULAR_EXPRESSION "${orla_all_skipped}"
         ENVIRONMENT "QT_QPA_PLATFORM=offscreen;TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.supp:history_size=4;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/lsan.supp;UBSAN_OPTIONS=print_stacktrace=1")
+endfunction()
+
+# orla_long_test(<test> <variable=value>...)
+# The test once more, in an environment that makes it long; ./test long alone runs it.
+function(orla_long_test name)
+    add_test(NAME ${name}_long COMMAND ${name} CONFIGURATIONS Long)
+    get_test_property(${name} ENVIRONMENT environment)
+    set_tests_properties(${name}_long PROPERTIES
+        ENVIRONMENT "${environment};${ARGN}"
+        TIMEOUT 3600
+        LABELS long)
 endfunction()

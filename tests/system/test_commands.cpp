@@ -6,9 +6,10 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QProcess>
+#include <QRegularExpression>
 
-/// The two commands of the project's folder, ./run and ./test, on a copy of their scripts with
-/// nothing to install or build: what they say, what they leave behind, what they fall back to.
+/// The commands of the project's folder, ./run, ./test and the gate, on a copy of their scripts
+/// with nothing to install or build: what they say, what they leave behind, what they fall back to.
 class TestCommands : public QObject
 {
     Q_OBJECT
@@ -17,6 +18,10 @@ private slots:
     void aQuestionIsAnswered_data();
     void aQuestionIsAnswered();
     void aWrongArgumentShowsTheUsage();
+    void aChoiceOfTestsIsBuiltAndRun_data();
+    void aChoiceOfTestsIsBuiltAndRun();
+    void theGateGoesThroughAllStepsAndFailsWithAnyOfThem_data();
+    void theGateGoesThroughAllStepsAndFailsWithAnyOfThem();
     void aFolderThatCannotBeWrittenIsOneLine_data();
     void aFolderThatCannotBeWrittenIsOneLine();
     void aReadOnlyFileSystemIsOneLine();
@@ -49,16 +54,15 @@ public:
     Copy()
     {
         const QDir source(PROJECT_FOLDER);
-        for (const char* folder : {"project/scripts", "tools", "temporary"})
+        for (const char* folder : {"project/scripts", "project/.ci", "tools", "temporary"})
             QDir(m_folder.path()).mkpath(folder);
-        for (const char* script : {"run", "test", "scripts/prepare.sh"})
+        for (const char* script : {"run", "test", "scripts/prepare.sh", ".ci/run"})
             QFile::copy(source.filePath(script), file(script));
-        for (const char* list : {"scripts/packages.txt", "scripts/test-packages.txt"})
+        for (const char* list :
+             {"scripts/packages.txt", "scripts/test-packages.txt", "scripts/lint-packages.txt"})
             write(file(list), "# none\n");
         for (const char* tool : {"cmake", "ctest"}) {
-            write(tools() + '/' + tool, "#!/bin/sh\nexit 0\n");
-            QFile::setPermissions(tools() + '/' + tool,
-                                  QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+            writeScript(tools() + '/' + tool, "exit 0\n");
         }
         // Where the build has put it, which is where ./run has to look.
         const QString program =
@@ -83,6 +87,15 @@ public:
         if (!written.open(QIODevice::WriteOnly) || written.write(text) != text.size())
             qFatal("cannot write %s", qPrintable(path));
     }
+
+    static void writeScript(const QString& path, const QByteArray& lines)
+    {
+        write(path, "#!/bin/sh\n" + lines);
+        QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+
+    /// Has one of the tools that do nothing do something.
+    void setTool(const QString& name, const QByteArray& lines) { writeScript(tools() + '/' + name, lines); }
 
     void start(QProcess& process, const QStringList& command) const
     {
@@ -165,6 +178,91 @@ void TestCommands::aWrongArgumentShowsTheUsage()
     QCOMPARE(test.output, QString());
     QVERIFY2(test.errors.startsWith("Usage: ./test "), qPrintable(test.errors));
     QCOMPARE(copy.run({"./run", "--no-such-option"}).status, kUsageError);
+    for (const QStringList& arguments : {QStringList{"quick", "long"}, QStringList{"debug", "tsan"},
+                                         QStringList{"quick", "release", "all"}, QStringList{""}})
+        QCOMPARE(copy.run(QStringList("./test") + arguments).status, kUsageError);
+}
+
+void TestCommands::aChoiceOfTestsIsBuiltAndRun_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("preset");
+    QTest::addColumn<QString>("built");
+    QTest::addColumn<QString>("run");
+    const QString quick = " --label-exclude ^(system|slow)$";
+    QTest::newRow("all") << QStringList() << "release"
+                         << ""
+                         << "";
+    QTest::newRow("quick") << QStringList{"quick"} << "release"
+                           << " --target quick_tests" << quick;
+    QTest::newRow("quick, sanitized") << QStringList{"quick", "asan-ubsan"} << "asan-ubsan"
+                                      << " --target quick_tests" << quick;
+    QTest::newRow("long") << QStringList{"debug", "long"} << "debug"
+                          << ""
+                          << " --build-config Long --label-regex ^long$";
+}
+
+void TestCommands::aChoiceOfTestsIsBuiltAndRun()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, preset);
+    QFETCH(QString, built);
+    QFETCH(QString, run);
+    Copy copy;
+    const QByteArray record = copy.file("record").toLocal8Bit();
+    for (const char* tool : {"cmake", "ctest"})
+        copy.setTool(tool, QByteArray("echo ") + tool + " \"$@\" >>" + record + "\n");
+    const Ended ended = copy.run(QStringList("./test") + arguments);
+    QVERIFY2(ended.status == 0, qPrintable(ended.errors));
+    QFile file(record);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QStringList lines = QString::fromLocal8Bit(file.readAll()).trimmed().split('\n');
+    const QString folder = copy.file("build/" + preset);
+    QVERIFY(lines.size() >= 2);
+    QCOMPARE(lines[lines.size() - 2], "cmake --build " + folder + built);
+    QVERIFY2(lines.last().startsWith("ctest --test-dir " + folder + " --output-on-failure --parallel "),
+             qPrintable(lines.last()));
+    QVERIFY2(lines.last().contains(QRegularExpression(" \\d+" + QRegularExpression::escape(run) + '$')),
+             qPrintable(lines.last()));
+}
+
+void TestCommands::theGateGoesThroughAllStepsAndFailsWithAnyOfThem_data()
+{
+    QTest::addColumn<QByteArray>("cmake");
+    QTest::addColumn<QByteArray>("ctest");
+    QTest::addColumn<QByteArray>("lint");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<int>("steps");
+    const QByteArray good = "exit 0\n", bad = "exit 3\n";
+    QTest::newRow("nothing is wrong") << good << good << good << 0 << 5;
+    QTest::newRow("it does not build") << bad << good << good << 1 << 1;
+    QTest::newRow("a finding") << good << good << bad << 1 << 5;
+    QTest::newRow("an include") << good << QByteArray("case \"$*\" in *house*) exit 8;; esac\n") << good << 1
+                                << 5;
+    QTest::newRow("a sanitizer") << good << QByteArray("case \"$*\" in *asan*) exit 8;; esac\n") << good << 1
+                                 << 5;
+    QTest::newRow("a test") << good
+                            << QByteArray("case \"$*\" in *house*|*asan*) exit 0;; *) exit 8;; esac\n")
+                            << good << 1 << 5;
+}
+
+void TestCommands::theGateGoesThroughAllStepsAndFailsWithAnyOfThem()
+{
+    QFETCH(QByteArray, cmake);
+    QFETCH(QByteArray, ctest);
+    QFETCH(QByteArray, lint);
+    QFETCH(int, status);
+    QFETCH(int, steps);
+    Copy copy;
+    copy.setTool("cmake", cmake);
+    copy.setTool("ctest", ctest);
+    Copy::writeScript(copy.file("scripts/lint"), lint);
+    const Ended ended = copy.run({"bash", ".ci/run"});
+    QVERIFY2(ended.status == status, qPrintable(ended.errors));
+    QCOMPARE(ended.errors.count(QRegularExpression("^==== .*: (passed|FAILED), \\d+ s$",
+                                                   QRegularExpression::MultilineOption)),
+             steps);
+    QCOMPARE(ended.errors.count(": FAILED, "), status);
 }
 
 void TestCommands::aFolderThatCannotBeWrittenIsOneLine_data()

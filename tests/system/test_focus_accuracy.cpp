@@ -10,16 +10,12 @@
 #include <QLoggingCategory>
 #include <QtTest>
 
+#include "AccuracySeeds.h"
 #include "support/SweepInstrument.h"
 
 namespace {
 
-// A sanitizer makes the pictures ten times as dear.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kSeeds = 2;
-#else
-constexpr int kSeeds = 30;
-#endif
+constexpr int kFewSeeds = 2;
 constexpr int kInterval_steps = 640;
 constexpr int kSamples = 15;
 constexpr int kCentre_steps = 32000;
@@ -97,8 +93,9 @@ private slots:
         QElapsedTimer time;
         time.start();
         Tally tally;
+        const int seeds = accuracySeeds(kFewSeeds);
         std::printf("\n%s\nseed  centre   true Z  chosen Z  distance\n", QTest::currentDataTag());
-        for (int seed = 1; seed <= kSeeds; ++seed) {
+        for (int seed = 1; seed <= seeds; ++seed) {
             SweepScene scene = sceneOf(mode, seed);
             scene.oldestFrames = oldestFrames;
             scene.frameDelay_frames = frameDelay_frames;
@@ -115,6 +112,7 @@ private slots:
                     100.0 * tally.withinInterval / tally.runs, kInterval_steps, tally.sum_steps / tally.runs,
                     tally.worst_steps, double(time.elapsed()) / 1000.0);
         std::fflush(stdout);
+        QCOMPARE(tally.runs, seeds);
         QCOMPARE(tally.withinInterval, tally.runs);
     }
 
