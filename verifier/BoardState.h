@@ -2,7 +2,7 @@
 
 class QPushButton;
 
-/// Makes the button read as what is known of the controller board rather than as a choice: a
-/// caption at its left tells what the state, the button's text, is about. Without the call the
-/// button is flat, as the form leaves it, and shows nothing at all. Once per button; GUI thread.
+/// Shows the button's text, X or O, as the state of the controller board: the caption "Board"
+/// is put at its left. Without this call the button stays as the form makes it, flat and
+/// without a visible text. To be called once for a button. GUI thread.
 void showBoardState(QPushButton* button);

@@ -6,9 +6,8 @@
 /// The band at the top of the live view that says what is missing; hidden when there is
 /// nothing to say.
 ///
-/// It lies over the picture without taking part in it: opaque, so that a frame is not painted
-/// below it and it is not painted again with a frame, and transparent for the mouse, so that
-/// the view can be dragged through it. GUI thread only.
+/// It is opaque: frames are not painted below it, and a new frame does not paint it again. It
+/// is transparent for the mouse: the view can be dragged through it. GUI thread.
 class LiveViewNotice : public QLabel
 {
     Q_OBJECT

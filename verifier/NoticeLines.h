@@ -15,21 +15,21 @@ struct InstrumentCondition
     bool fullSizeFrameMissing = false; ///< a frame was to be frozen for QC, and there was none
 };
 
-/// What the technician has to be told, in plain words, one short line for each cause that
-/// something can be done about; empty when all is well. What only follows from another cause
-/// is left out: a camera that is not open delivers no frames. Pure, any thread.
+/// What the technician has to be told, in plain words: one short line for each cause, empty
+/// when all is well. What only follows from another cause is left out: a camera that is not
+/// open delivers no frames. Pure; any thread.
 QStringList noticeLines(const InstrumentCondition& condition);
 
 /// Notices that frames no longer come. The time is an argument: milliseconds of any clock
-/// that never goes back.
+/// that never goes back. One thread at a time.
 class FrameWatch
 {
 public:
     /// How long no frame may come before they count as overdue.
     static constexpr std::int64_t kPatience_ms = 3000;
 
-    /// Takes the number of frames that have come so far, and whether some should come; true
-    /// when none has for kPatience_ms in which they should have. To be called about once a second.
+    /// Takes whether frames should come, and how many have come so far. True when they should
+    /// have come for kPatience_ms, and none has. To be called about once a second.
     bool isOverdue(bool expected, std::uint64_t frames, std::int64_t now_ms);
 
 private:

@@ -44,9 +44,9 @@ enum QC_widget_e {
 /// The whole user interface: one fixed 800 x 480 window, live view on the left 640 x 480,
 /// controls on the right.
 ///
-/// Everything here runs on the GUI thread; blocking controller exchanges and sensor
-/// accesses block it for their duration. Slots named on_<widget>_<signal> are bound by
-/// name. Each source file is one concern; the sections below follow the files.
+/// GUI thread, which controller exchanges and sensor accesses block while they last. Slots
+/// named on_<widget>_<signal> are bound by name. Each source file is one concern; the
+/// sections below follow the files.
 class ORLA_II_Plus_Verifier : public QMainWindow
 {
     Q_OBJECT

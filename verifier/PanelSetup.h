@@ -1,9 +1,9 @@
 #pragma once
 
-/// Makes the form look the same on every screen: 96 dots per inch, one pixel for one, and a font
-/// of its width, whatever the screen says of its size and whatever the environment asks for. The
-/// form is laid out in pixels of a panel of 800 x 480, its fonts are given in points, and the
-/// live view is one pixel of the window for one of the picture: a screen that reports its real
-/// size (233 dots per inch at 4 inches) would cut every caption, a scale factor would push the
-/// controls off the panel. To be called before the application object is made.
+/// Makes the form look the same on every screen, whatever size the screen reports and whatever
+/// the environment asks for: 96 dots per inch, no scaling, and a font of the right width.
+///
+/// The form is laid out in pixels of a panel of 800 x 480, its fonts in points. At the panel's
+/// real 233 dots per inch (4 inches) every caption would be cut, and a scale factor would push
+/// the controls off the panel. GUI thread, before the application object is made.
 void setUpPanel();

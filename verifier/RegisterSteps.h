@@ -43,7 +43,7 @@ enum class SettingStep { FineDown, FineUp, CoarseDown, CoarseUp };
 
 /// The value after a press of a step button, kept within 0 and maximum; nothing when the
 /// press writes nothing. A coarse step down from 0 writes 0 again. All values are in the
-/// setting's own unit; pure, any thread.
+/// setting's own unit. Pure; any thread.
 std::optional<unsigned int> steppedValue(unsigned int value, SettingStep step, unsigned int coarseStep,
                                          unsigned int maximum);
 

@@ -47,15 +47,16 @@ struct ScriptedPiece
 using ScriptedAnswer = std::vector<ScriptedPiece>;
 
 /// The controller board: its line protocol, the LED and the Z stage. A pure model: bytes and
-/// the time in, bytes and the time of the next event out; times never go back. Not
-/// synchronised.
+/// the time in, bytes and the time of the next event out; times never go back. One thread at
+/// a time.
 ///
 /// Commands are answered one after the other, each when it is done: a move when it is over,
 /// continuous motion as soon as it has begun. GET_POS is answered at once, in the middle of a
 /// move too. STOP brakes at once and is answered when the stage rests; the move that it cuts
-/// short and the stage commands that wait behind it then answer a failure. What the board refuses, it answers
-/// with "NG" and leaves undone: unknown or malformed lines, arguments out of range, targets outside the
-/// travel.
+/// short, and the stage commands that wait behind it, then answer a failure.
+///
+/// The board answers "NG" to what it refuses, and leaves it undone: unknown or malformed lines,
+/// arguments out of range, targets outside the travel.
 class Board
 {
 public:

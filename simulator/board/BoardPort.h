@@ -19,7 +19,7 @@ enum class BoardPace {
 
 /// The serial line of the simulated instrument: puts "/dev/ttyS2" below a root directory and
 /// serves it with a Board on a thread of its own, by the monotonic clock. The host may open
-/// and close the port as it likes. All functions may be called from any thread.
+/// and close the port as it likes. Any thread.
 class BoardPort
 {
 public:
@@ -50,10 +50,10 @@ public:
 
     /// The same at a time of the motion that was the last one to begin.
     BoardLight light(InstrumentTime time) const;
-    /// Calls a function on the serving thread whenever a command that takes time has ended, or
-    /// its time was skipped, and before its answer leaves; it is told the present time, which
-    /// is the command's end at instant pace. The board may be asked meanwhile. An empty
-    /// function: none.
+    /// Calls a function, on the serving thread, each time that a command which takes time has
+    /// ended or was skipped, before its answer leaves. The function is told the present time,
+    /// which at instant pace is the command's end, and may ask the board. An empty function:
+    /// none.
     void setArrivalWatcher(std::function<void(InstrumentTime arrival)> watcher);
 
 private:

@@ -7,7 +7,8 @@
 #include "simulator/time/InstrumentTime.h"
 
 /// The board's sending end of the serial line: keeps lines until they are due and never
-/// interleaves two of them. Pure: every call takes the time. Not synchronised.
+/// interleaves two of them. Pure: every call takes the time. One thread
+/// at a time.
 class BoardTransmitter
 {
 public:

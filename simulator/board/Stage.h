@@ -20,7 +20,7 @@ struct StageParameters
 
 /// The motion of the Z stage: a motor with acceleration limits, and a carriage behind it with
 /// play and ringing. A pure model: every call takes the time, and times never go back from one
-/// order to the next. Not synchronised.
+/// order to the next. One thread at a time.
 class Stage
 {
 public:

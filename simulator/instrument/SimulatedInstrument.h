@@ -40,7 +40,7 @@ struct InstrumentAssembly
 /// camera, sensor, optics and USB port, connected by light. While it lives, the process's
 /// device calls, fixed paths and PATH lead to it; afterwards they are as before.
 ///
-/// One at a time, on the GUI thread; made before the window and gone after it.
+/// There may be one at a time, made before the window and gone after it. GUI thread.
 class SimulatedInstrument
 {
 public:

@@ -6,9 +6,9 @@
 #include "simulator/optics/PictureMode.h"
 #include "simulator/optics/SlidePicture.h"
 
-/// A slide's picture as one format of the camera shows it, out of focus. What has been worked
-/// out is kept, so that another light on the same picture costs nothing here. A strong blur is
-/// made at 1/2, 1/4 or 1/8 of the size and interpolated, like that of the drawn slides.
+/// A slide's picture as one format of the camera shows it, out of focus. The blurred picture is
+/// kept: a change of light alone blurs nothing again. A strong blur is made at 1/2, 1/4 or 1/8
+/// of the size and interpolated, like that of the drawn slides. One thread at a time.
 class BlurredPicture
 {
 public:

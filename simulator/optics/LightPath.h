@@ -22,6 +22,6 @@ struct LightPath
 };
 
 /// Answers for the light path at an instrument time. Asked by the thread that waits for
-/// frames, with times that never decrease and lie at most a few frames in the past; it has
-/// to be safe beside the thread that changes stage and LED.
+/// frames, while another changes stage and LED: any thread. The times never decrease, and lie
+/// at most a few frames in the past.
 using LightPathSource = std::function<LightPath(InstrumentTime)>;

@@ -49,7 +49,7 @@ struct PictureInputs
 };
 
 /// Draws what the sensor sees of a slide. Time and devices are unknown here: the same
-/// inputs and noise number give the same picture. Not thread-safe.
+/// inputs and noise number give the same picture. One thread at a time.
 class Optics
 {
 public:

@@ -13,7 +13,7 @@ struct PictureSourceParameters
 };
 
 /// The camera's eye: looks at light path and sensor settings frame by frame, and tells the
-/// optics to draw anew only when one of them has changed. Used by one thread at a time.
+/// optics to draw anew only when one of them has changed. One thread at a time.
 class PictureSource : public FrameSource
 {
 public:

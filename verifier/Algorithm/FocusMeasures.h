@@ -13,7 +13,7 @@ enum FOCUS_WINDOW_SIZE : int {
     FOCUS_WINDOW_640x480 = 1,
 };
 
-/// Focus measures: values out of pictures. They hold no state and may run on any thread.
+/// Focus measures: values out of pictures. Pure; any thread.
 namespace focus_measures {
 
 /// Plane of an RGB24 frame that is scored, and in which dark pixels are counted.

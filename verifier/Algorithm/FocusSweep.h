@@ -7,7 +7,7 @@
 #include "Algorithm/AutoFocusingData.h"
 
 /// The decisions of a focus sweep, apart from stage and camera. Positions and intervals
-/// are in motor steps. Pure functions; any thread.
+/// are in motor steps. Pure; any thread.
 namespace focus_sweep {
 
 /// Where a run stands. The numbers are fixed: their order decides what belongs to a sweep.

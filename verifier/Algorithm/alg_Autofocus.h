@@ -19,13 +19,16 @@ class OV5642Camera;
 /// picture at each, and goes to the best.
 ///
 /// Event-driven: every stage movement that the controller reports enters
-/// slot_z_stage_moved(), and the state decides what comes next. There is no time-out: a
-/// move whose end the controller never reports leaves the run waiting, and a run whose
-/// best position is where the stage already stands issues no last move and so never emits
-/// sig_endAutoFocusing(). Its owner may delete the object whenever the event loop runs, and
-/// in a slot of sig_endAutoFocusing(); the controller's signals then no longer reach it.
+/// slot_z_stage_moved(), and the state decides what comes next.
 ///
-/// Everything runs on, and is emitted from, the GUI thread. Positions are in motor steps.
+/// There is no time-out. A move whose end the controller never reports leaves the run waiting.
+/// A run whose best position is where the stage already stands makes no last move, and so
+/// never emits sig_endAutoFocusing().
+///
+/// Its owner may delete the object whenever the event loop runs, and in a slot of
+/// sig_endAutoFocusing(); the controller's signals then no longer reach it.
+///
+/// GUI thread. Positions are in motor steps.
 class alg_Autofocus : public QObject
 {
     Q_OBJECT

@@ -32,7 +32,7 @@ struct ControllerTimeouts
 /// The link to the controller board, which drives the LED and the Z stage, over the serial
 /// line "/dev/ttyS2" (115200 baud, 8N1): a line out, a line back.
 ///
-/// GUI thread only. A blocking exchange freezes the event loop for up to its write time-out
+/// GUI thread. A blocking exchange freezes the event loop for up to its write time-out
 /// plus its read time-out (ControllerTimeouts).
 ///
 /// A read time-out leaves the record of the previous reply in place, so a command that got

@@ -4,7 +4,7 @@
 #include <QRect>
 
 /// Navigator of an image that is larger than its view: a small frame that stands for the
-/// whole image and, in it, the part that is on screen. Pure arithmetic; any one thread.
+/// whole image and, in it, the part that is on screen. Pure arithmetic; one thread at a time.
 class Navigation
 {
 public:

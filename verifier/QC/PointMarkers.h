@@ -20,7 +20,8 @@ struct PointMarker
 QRect markedArea(QPoint position);
 
 /// Draws a red cross at the marker's position and its label beside it into an RGB24 image
-/// (rows x columns x 3, 8 bits). What falls outside is left out. One thread per image.
+/// (rows x columns x 3, 8 bits). What falls outside is left out. One thread
+/// at a time for each image.
 void drawPointMarker(cv::Mat& image, const PointMarker& marker);
 
 /// Paints area (image pixels) of an RGB24 frame with all markers that reach into it, at its

@@ -24,7 +24,7 @@ enum TargetingError_e {
 Q_DECLARE_METATYPE(TargetingError_e)
 
 /// Still 5-megapixel image of the calibration target: pan it, put a target marker on a dot,
-/// have the dot's exact centre found, measure between two such points. GUI thread only.
+/// have the dot's exact centre found, measure between two such points. GUI thread.
 ///
 /// Image pixels count from the frame's top left corner. Memory for the frame is taken with
 /// the first frame, the search's with the first search; both are kept until the end.

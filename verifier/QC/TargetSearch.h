@@ -22,7 +22,8 @@ QRect searchWindow(QPoint target, QSize imageSize_px);
 
 /// Finds the one dark object under a target marker.
 ///
-/// Keeps its two working planes (one byte a pixel each) from search to search. One thread.
+/// Keeps its two working planes (one byte a pixel each) from search to search. One thread
+/// at a time.
 class TargetSearch
 {
 public:

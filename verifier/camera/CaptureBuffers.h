@@ -5,8 +5,8 @@
 
 #include <QtGlobal>
 
-/// The driver's capture buffers as they are mapped into this process; unmapped at the end
-/// of the object's life at the latest.
+/// The driver's capture buffers, mapped into this process. The destructor unmaps what is
+/// still mapped.
 class CaptureBuffers
 {
 public:

@@ -9,7 +9,7 @@
 
 #include <QtGlobal>
 
-/// Gives memory of malloc and its like back.
+/// Frees memory that came from malloc or calloc.
 struct FreeDeleter
 {
     /// free(3); a null pointer is nothing to free.
@@ -25,9 +25,8 @@ ZeroedBytes allocateZeroed(std::size_t size);
 /// The four copies of captured frames, shared by one writing thread and any number of
 /// reading ones without a lock.
 ///
-/// A slot that is being read is never written, a slot that is being written is never read:
-/// the writer gives a frame up rather than wait, a reader waits at most for the copy of one
-/// frame. The newest complete frame is known by its slot.
+/// A slot is never read and written at the same time. The writer does not wait: it gives up a
+/// frame whose slot is being read. A reader waits for the copy of one frame at most.
 class FrameSlots
 {
 public:
@@ -56,7 +55,7 @@ public:
         const unsigned int m_slot;
     };
 
-    /// How rows stand in the frames that are written; in the slots they follow one another.
+    /// How rows lie in the frames that are written; in the slots they have no gaps.
     struct Rows
     {
         std::size_t count;
@@ -65,17 +64,18 @@ public:
         std::size_t distance_bytes;
     };
 
-    /// Gives every slot zero bytes for a frame of those rows and makes slot 0 the newest. Only
-    /// while no other thread uses the slots.
+    /// Gives every slot memory for a frame of those rows, all zero, and makes slot 0 the newest.
+    /// One thread at a time, while no other uses the slots.
     void allocate(const Rows& rows);
     /// The same for frames without rows: frameSize_bytes in one piece.
     void allocate(std::size_t frameSize_bytes) { allocate({1, frameSize_bytes, frameSize_bytes}); }
-    /// Frees the memory; readers then get null. Only while no other thread uses the slots.
+    /// Frees the memory; readers then get null. One thread at a time, while no other uses the
+    /// slots.
     void release();
 
     /// Copies a frame's rows into slot bufferIndex % 4 and makes it the newest. Bytes beyond the
     /// last row are cut off; a short frame leaves the rest of the slot as it was. False,
-    /// with nothing changed, if the slot is being read or has no memory. One thread.
+    /// with nothing changed, if the slot is being read or has no memory. Capture thread.
     bool write(unsigned int bufferIndex, const uchar* frame, std::size_t size_bytes);
 
     /// Claims the newest frame. Any thread.

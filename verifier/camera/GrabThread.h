@@ -9,13 +9,13 @@
 
 class OV5642Camera;
 
-/// Fetches one RGB24 frame from the camera whenever it is asked to, copies it into a
-/// buffer of the main window and says so. The next frame is taken only after grab():
-/// without an answer exactly one frame is delivered. Of a camera that is gone the last frame is
-/// delivered once: after that the buffer comes back as it is and without grabDone(), until
-/// there is a frame after all.
+/// Fetches one RGB24 frame from the camera, copies it into a buffer of the main window and
+/// tells it by grabDone(). The next frame is taken only when grab() asks for it.
 ///
-/// The object lives on the GUI thread; only run() executes on the thread itself.
+/// A camera that is gone delivers its last frame once. Later requests are answered without
+/// grabDone() and leave the buffer as it is, until there is a new frame.
+///
+/// GUI thread; only run() is executed on the grab thread.
 class GrabThread : public QThread
 {
     Q_OBJECT
@@ -33,9 +33,9 @@ public:
     /// Makes run() return within one round (10 ms and a frame's conversion). Any thread.
     void stop();
 
-    /// True from the delivery of the frame, shortly before grabDone(), until the next grab(), and once the
-    /// thread has ended: the buffer is complete and belongs to the caller. While false the grab thread may be
-    /// writing into it. GUI thread.
+    /// Whether the buffer is complete and belongs to the caller: from shortly before grabDone()
+    /// until the next grab(), and once the thread has ended. While it is false the grab thread
+    /// may be writing into the buffer. GUI thread.
     bool frameDelivered() const;
     /// Number of the frame in the buffer, as OV5642Camera::frameNumber() tells it; 0 when this
     /// thread has not filled it yet. While frameDelivered(), on the GUI thread.

@@ -35,9 +35,10 @@ void* video_grabber_thread(void* camera);
 /// the capture device "/dev/video0", which streams YUYV frames in one of three resolutions.
 ///
 /// Closed after construction; open() makes it stream, close() ends that. The capture
-/// device's descriptor lives as long as the object. Everything but getFrame() belongs to the
-/// thread that the object lives on (the GUI thread). open() and close() need every other
-/// thread to have left getFrame() and to have done with the frame that it returned.
+/// device's descriptor lives as long as the object.
+///
+/// GUI thread, unless a function says otherwise. At open() and close() no other thread may
+/// be in getFrame(), or use a frame that it returned.
 class OV5642Camera : public QObject
 {
     Q_OBJECT
@@ -94,9 +95,9 @@ public:
     /// The newest frame as RGB24: height() rows of width() x 3 bytes, R G B, no padding. A frame
     /// of YUYV zeros before the first one; null when the camera is not open.
     ///
-    /// Any thread. The object's own thread has a buffer of its own and all other threads
-    /// share a second one, so that the grab thread and the GUI may fetch at the same time. A buffer stays
-    /// untouched until the next call from the same side or close(). The arguments are accepted and ignored.
+    /// Any thread. The GUI thread has a buffer of its own and all other threads share a second
+    /// one, so that GUI and grab thread may fetch at the same time. A buffer stays untouched
+    /// until the next call from the same side, or close(). The arguments are ignored.
     /// A frame that the side has already is not converted again: its buffer holds it.
     uchar* getFrame(bool = false, uchar = 0, uchar = 0, uchar = 0);
     /// The same; bufferIndex receives the driver's number of the buffer the frame came in.

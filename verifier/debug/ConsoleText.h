@@ -2,7 +2,7 @@
 
 class QPlainTextEdit;
 
-/// Makes a console's text area fit for a panel: a finger that drags the text scrolls it, line
-/// by line with the finger, and lines with "[Error]" are set off in colour. The text itself,
-/// its cursor and what stands in the form are left alone. Once per text area; GUI thread.
+/// Makes a console's text area fit for a panel: a finger that drags the text scrolls it, and
+/// lines with "[Error]" are coloured. Text, cursor and form are left alone. To be called once
+/// for a text area. GUI thread.
 void setUpConsoleText(QPlainTextEdit* area);

@@ -7,7 +7,7 @@
 class Ui_DebugController;
 
 /// Console of 640 x 480 pixels that shows the lines of the serial link as they were sent and received.
-/// Its text grows until "Clear" is pressed, also while hidden. GUI thread only.
+/// Its text grows until "Clear" is pressed, also while hidden. GUI thread.
 class DebugController : public QWidget
 {
     Q_OBJECT

@@ -7,7 +7,7 @@
 class Ui_DebugMessage;
 
 /// Console of 640 x 480 pixels that shows the step messages of the application.
-/// Its text grows until "Clear" is pressed, also while hidden. GUI thread only.
+/// Its text grows until "Clear" is pressed, also while hidden. GUI thread.
 class DebugMessage : public QWidget
 {
     Q_OBJECT

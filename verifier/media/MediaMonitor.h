@@ -9,7 +9,7 @@
 
 /// Finds USB disks, keeps the first one mounted at "/mnt" and tells when one comes or goes.
 ///
-/// Device paths are the instrument's fixed ones ("/dev/sda1") throughout. GUI thread only;
+/// Device paths are the instrument's fixed ones ("/dev/sda1") throughout. GUI thread;
 /// each mount or umount blocks it for up to 30 s. Nothing here reports a failed command:
 /// searchUSB() is false when the disk did not get mounted.
 class MediaMonitor : public QObject
@@ -41,11 +41,12 @@ public:
     /// unless the mount table cannot be read.
     bool checkMountedUSB(QString dev);
 
-    /// Makes up for changes that no notification tells of; to be called every second or so. Where
-    /// "/dev/disk/by-uuid" is not watched (it came after the start, or went with its last link
-    /// and came back), it is watched again, and what came or went meanwhile is handled as by
-    /// directoryChanged(). A disk that is present but was passed over, because a question such
-    /// as searchUSB() had already counted it when the notification came, is mounted.
+    /// Makes up for changes that no notification tells of; to be called about once a second.
+    ///
+    /// "/dev/disk/by-uuid" is watched again if it is not: it may have come after the start, or
+    /// have gone with its last link and come back. What came or went meanwhile is handled as by
+    /// directoryChanged(). A disk that was passed over is mounted: a question such as
+    /// searchUSB() may have counted it before the notification came.
     void keepWatching();
 
     /// Whether the disk that was mounted last is present and mounted: ask before writing to it.

@@ -9,7 +9,7 @@ void writeDebugStream(const QStringList& parts);
 /// Logs one message in both of its places: the Qt debug stream and the sender's
 /// sig_debug_Message(QStringList), which ends in the message console. The first part is
 /// the emitting function's signature text (Q_FUNC_INFO); labels and values follow; error
-/// texts begin with "[Error]". Runs on, and emits from, the calling thread.
+/// texts begin with "[Error]". Any thread; the signal is emitted on the caller's.
 template <class Sender>
 void logMessage(Sender* sender, const QStringList& parts)
 {

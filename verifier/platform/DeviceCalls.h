@@ -9,8 +9,8 @@
 /// The shipped program uses the system's own calls (SystemDeviceCalls). Another
 /// implementation can stand in for the machine as long as it behaves like the
 /// kernel: same return values, same errno, same blocking, same buffer ownership.
-/// Implementations are called from the GUI thread (I2C, mode changes) and from the
-/// capture thread (waitReadable, captureIoctl) at the same time.
+/// Any thread: the GUI thread (I2C, mode changes) and the capture thread (waitReadable,
+/// captureIoctl) call at the same time.
 class DeviceCalls
 {
 public:
@@ -36,7 +36,7 @@ public:
     virtual int munmap(void* address, std::size_t length) = 0;
     /// Waits until fd is readable: above 0 when it is, 0 after timeout_ms, -1 and errno on error.
     virtual int waitReadable(int fd, int timeout_ms) = 0;
-    /// Suspends the calling thread for the pause that a device needs, in microseconds.
+    /// Suspends the caller for the pause that a device needs, in microseconds.
     virtual void pause(unsigned int duration_us) = 0;
     /// sync(2): flushes the file systems, so that a disk can be pulled.
     virtual void syncFileSystems() = 0;

@@ -5,12 +5,11 @@
 #include <QString>
 
 /// The instrument's fixed paths ("/dev/ttyS2", "/opt/ORLA3/conf/ORLA3.ini", "/mnt", ...)
-/// stay as they are in the code, on the screen and in the log. They become a path of the
-/// machine that the program runs on here, at the last moment before the system is asked.
+/// stay as they are in the code, on the screen and in the log. Only when the system is asked
+/// they become, here, paths of the machine that the program runs on.
 ///
-/// The root is "/" in the shipped program; a private directory stands in for it where the
-/// whole instrument is simulated. Any thread may translate; the root is set before any
-/// other use.
+/// The root is "/" in the shipped program, and a private directory where the whole instrument
+/// is simulated. Any thread, once the root is set.
 
 /// Fixed path at which a USB disk is mounted.
 constexpr char kDiskMountPoint[] = "/mnt";

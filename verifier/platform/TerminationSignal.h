@@ -11,9 +11,10 @@
 /// service manager, SIGINT of a keyboard, SIGHUP of a terminal that goes away. A signal that
 /// the process was started to ignore (nohup) stays ignored.
 ///
-/// What comes before the event loop runs, or while a handler blocks it, is told when the loop
-/// runs again, once. One object at a time, on the GUI thread, made after the application, whose
-/// platform plugin may have handlers of its own: they are back in force when the object goes.
+/// A signal that comes before the event loop runs, or while a handler blocks it, is told once,
+/// when the loop runs again. There may be one object at a time. It is made after the
+/// application, whose platform plugin may have handlers of its own; these are back in force
+/// when the object goes. GUI thread.
 class TerminationSignal : public QObject
 {
     Q_OBJECT
