@@ -12,6 +12,7 @@
 class ScriptedFrames : public FrameSource
 {
 public:
+    /// One picture of a single value, and what the driver says of it.
     struct Frame
     {
         std::uint8_t value; ///< every byte of the picture
