@@ -51,9 +51,8 @@ void planeRead(benchmark::State& state)
         std::uint32_t sum = 0;
         for (int y = 0; y < image.rows; ++y) {
             const std::uint8_t* row = image.ptr(y);
-            for (int x = 0; x < image.cols; ++x) {
+            for (int x = 0; x < image.cols; ++x)
                 sum += row[x];
-            }
         }
         benchmark::DoNotOptimize(sum);
     }
@@ -79,9 +78,8 @@ void planeWordRead(benchmark::State& state)
 
 void planeBrenner(benchmark::State& state)
 {
-    for (auto _ : state) {
+    for (auto _ : state)
         benchmark::DoNotOptimize(focus_measures::brennerGradient(plane()));
-    }
 }
 
 double squaredDifferences(int differenceType, int squareType)
@@ -98,17 +96,15 @@ double squaredDifferences(int differenceType, int squareType)
 /// Difference, square, sum in floating point, as it is usually written.
 void planeMatrixCalls(benchmark::State& state)
 {
-    for (auto _ : state) {
+    for (auto _ : state)
         benchmark::DoNotOptimize(squaredDifferences(CV_32F, CV_32F));
-    }
 }
 
 /// The same in the smallest integers that hold every difference and every square.
 void planeIntegerMatrixCalls(benchmark::State& state)
 {
-    for (auto _ : state) {
+    for (auto _ : state)
         benchmark::DoNotOptimize(squaredDifferences(CV_16S, CV_32S));
-    }
 }
 
 /// A camera that has one 5-megapixel frame and gets no more.
@@ -143,12 +139,10 @@ void sample(benchmark::State& state)
         state.SkipWithError("no camera");
         return;
     }
-    for (auto _ : state) {
+    for (auto _ : state)
         autofocus.trigger_image_grab();
-    }
-    if (autofocus.samples().empty() || autofocus.samples().front().focusValue <= 0.0) {
+    if (autofocus.samples().empty() || autofocus.samples().front().focusValue <= 0.0)
         state.SkipWithError("no score");
-    }
 }
 
 /// Conversion and split, nothing else: not even the score.

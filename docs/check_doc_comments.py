@@ -12,6 +12,7 @@ their name says.
 """
 
 import re
+import shutil
 import subprocess
 import sys
 import xml.etree.ElementTree as xml
@@ -94,6 +95,8 @@ def main():
     doxygen, doxyfile, directory = sys.argv[1:]
     settings = Path(doxyfile).read_text(encoding="utf-8")
     source = Path(re.search(r'^STRIP_FROM_PATH\s*=\s*"(.*)"', settings, re.MULTILINE).group(1))
+    # What an earlier run has left of headers that are gone.
+    shutil.rmtree(directory, ignore_errors=True)
     if subprocess.run([doxygen, doxyfile], check=False).returncode != 0:
         return 1
     faults = set()

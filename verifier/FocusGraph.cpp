@@ -66,10 +66,9 @@ public:
         m_painter.drawPixmap(kAxesRect, QPixmap(":/GUI/Graph.png"));
         setFontSize(m_painter, kNumberFont_pt);
         m_painter.setPen(kTextColour);
-        for (int sample = 0; sample < kSamples; ++sample) {
+        for (int sample = 0; sample < kSamples; ++sample)
             if (sample != m_best)
                 drawNumber(sample);
-        }
         for (int k = 0; k < kValueLabels; ++k)
             drawText(m_painter, corners(15, 341 - 25 * k, 44, 360 - 25 * k), k * m_scale.labelStep);
     }
@@ -86,16 +85,14 @@ public:
     {
         m_painter.setPen(kSampleColour);
         m_painter.setBrush(kSampleColour);
-        for (int sample = 0; sample < kSamples; ++sample) {
+        for (int sample = 0; sample < kSamples; ++sample)
             if (sample != m_best)
                 drawDot(sample);
-        }
         setFontSize(m_painter, kPositionFont_pt);
         m_painter.setPen(kTextColour);
-        for (int sample = 0; sample < kSamples; ++sample) {
+        for (int sample = 0; sample < kSamples; ++sample)
             if (sample != m_best)
                 drawPosition(sample);
-        }
     }
 
     void drawBest()

@@ -34,26 +34,22 @@ std::string callName(const TracedCall& call)
 std::string callLine(const TracedCall& call)
 {
     std::string line = callName(call);
-    if (line != call.name && !call.name.empty()) {
+    if (line != call.name && !call.name.empty())
         line += " " + call.name;
-    }
     return call.details.empty() ? line : line + " " + call.details;
 }
 
 void CallTrace::add(TracedCall call)
 {
-    if (!m_withWaits && (call.kind == CallKind::Wait || call.kind == CallKind::Pause)) {
+    if (!m_withWaits && (call.kind == CallKind::Wait || call.kind == CallKind::Pause))
         return;
-    }
     call.onOwnThread = std::this_thread::get_id() == m_ownThread;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_listener) {
+    if (m_listener)
         m_listener(call);
-    }
     m_calls.push_back(std::move(call));
-    if (m_calls.size() > m_limit) {
+    if (m_calls.size() > m_limit)
         m_calls.pop_front();
-    }
 }
 
 std::vector<TracedCall> CallTrace::calls() const

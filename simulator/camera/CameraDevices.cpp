@@ -80,9 +80,8 @@ std::string hexadecimal(unsigned long number)
 // What a trace tells of a request's record as the program filled it in.
 std::string requestDetails(unsigned long request, const void* argument)
 {
-    if (argument == nullptr) {
+    if (argument == nullptr)
         return "nothing";
-    }
     switch (request) {
     case VIDIOC_S_FMT: {
         const auto& format = *static_cast<const v4l2_format*>(argument);
@@ -136,31 +135,30 @@ int CameraDevices::perform(TracedCall call, const std::function<CallEnd(TracedCa
     const CallEnd end = struck ? *struck : answer(call);
     call.error = end.result < 0 ? end.error : 0;
     m_trace.add(std::move(call));
-    if (end.result < 0) {
+    if (end.result < 0)
         errno = end.error;
-    }
     return end.result;
 }
 
 int CameraDevices::open(const char* path, int flags)
 {
-    return perform({CallKind::Open, path, openFlagsText(flags)}, [&](TracedCall&) -> CallEnd {
-        const auto* const device =
-            std::find_if(std::begin(kDevicePaths), std::end(kDevicePaths),
-                         [path](const DevicePath& entry) { return std::strcmp(entry.path, path) == 0; });
-        if (device == std::end(kDevicePaths) || m_faults.isOn(device->missing)) {
-            return endWith(ENOENT);
-        }
-        if (device->isVideo && m_faults.isOn(CameraFault::Unplugged)) {
-            return endWith(ENODEV);
-        }
-        Descriptor descriptor;
-        descriptor.device = device->isVideo ? Device::Video : Device::Bus;
-        descriptor.flags = (flags & O_CLOEXEC) != 0 ? FD_CLOEXEC : 0;
-        const std::lock_guard<std::mutex> lock(m_descriptorMutex);
-        m_descriptors.emplace(m_nextDescriptor, descriptor);
-        return {m_nextDescriptor++, 0};
-    });
+    return perform(
+        {CallKind::Open, path, openFlagsText(flags)},
+        [&](TracedCall&) -> CallEnd {
+            const auto* const device = std::find_if(
+                std::begin(kDevicePaths), std::end(kDevicePaths),
+                [path](const DevicePath& entry) { return std::strcmp(entry.path, path) == 0; });
+            if (device == std::end(kDevicePaths) || m_faults.isOn(device->missing))
+                return endWith(ENOENT);
+            if (device->isVideo && m_faults.isOn(CameraFault::Unplugged))
+                return endWith(ENODEV);
+            Descriptor descriptor;
+            descriptor.device = device->isVideo ? Device::Video : Device::Bus;
+            descriptor.flags = (flags & O_CLOEXEC) != 0 ? FD_CLOEXEC : 0;
+            const std::lock_guard<std::mutex> lock(m_descriptorMutex);
+            m_descriptors.emplace(m_nextDescriptor, descriptor);
+            return {m_nextDescriptor++, 0};
+        });
 }
 
 int CameraDevices::close(int fd)
@@ -197,9 +195,8 @@ int CameraDevices::fcntl(int fd, int command, int argument)
                    [&](TracedCall&) -> CallEnd {
                        const std::lock_guard<std::mutex> lock(m_descriptorMutex);
                        const auto found = m_descriptors.find(fd);
-                       if (found == m_descriptors.end() || (!sets && command != F_GETFD)) {
+                       if (found == m_descriptors.end() || (!sets && command != F_GETFD))
                            return endWith(found == m_descriptors.end() ? EBADF : EINVAL);
-                       }
                        found->second.flags = sets ? argument & FD_CLOEXEC : found->second.flags;
                        return {sets ? 0 : found->second.flags, 0};
                    });
@@ -210,35 +207,34 @@ std::optional<std::size_t> CameraDevices::beginTransfer(int fd, std::size_t coun
 {
     Descriptor descriptor;
     error = 0;
-    if (!findDescriptor(fd, descriptor)) {
+    if (!findDescriptor(fd, descriptor))
         error = EBADF;
-    } else if (descriptor.device == Device::Video) {
+    else if (descriptor.device == Device::Video)
         error = EINVAL;
-    } else if (m_faults.strikes(CameraFault::BusNack) || descriptor.busAddress != kSensorAddress) {
+    else if (m_faults.strikes(CameraFault::BusNack) || descriptor.busAddress != kSensorAddress)
         error = EREMOTEIO;
-    }
-    if (error != 0) {
+    if (error != 0)
         return std::nullopt;
-    }
     return count > 0 && m_faults.strikes(CameraFault::BusShort) ? count - 1 : count;
 }
 
 ssize_t CameraDevices::read(int fd, void* buffer, std::size_t count)
 {
-    return perform({CallKind::BusRead, std::to_string(count), {}}, [&](TracedCall& call) -> CallEnd {
-        int error = 0;
-        const std::optional<std::size_t> transferred = beginTransfer(fd, count, error);
-        if (!transferred) {
-            return endWith(error);
-        }
-        auto* const bytes = static_cast<std::uint8_t*>(buffer);
-        {
-            const std::lock_guard<std::mutex> lock(m_sensorMutex);
-            std::fill_n(bytes, *transferred, m_sensor.read());
-        }
-        call.details = hexadecimal(bytes, *transferred);
-        return {static_cast<int>(*transferred), 0};
-    });
+    return perform(
+        {CallKind::BusRead, std::to_string(count), {}},
+        [&](TracedCall& call) -> CallEnd {
+            int error = 0;
+            const std::optional<std::size_t> transferred = beginTransfer(fd, count, error);
+            if (!transferred)
+                return endWith(error);
+            auto* const bytes = static_cast<std::uint8_t*>(buffer);
+            {
+                const std::lock_guard<std::mutex> lock(m_sensorMutex);
+                std::fill_n(bytes, *transferred, m_sensor.read());
+            }
+            call.details = hexadecimal(bytes, *transferred);
+            return {static_cast<int>(*transferred), 0};
+        });
 }
 
 ssize_t CameraDevices::write(int fd, const void* buffer, std::size_t count)
@@ -247,17 +243,15 @@ ssize_t CameraDevices::write(int fd, const void* buffer, std::size_t count)
     return perform({CallKind::BusWrite, {}, hexadecimal(bytes, count)}, [&](TracedCall&) -> CallEnd {
         int error = 0;
         const std::optional<std::size_t> transferred = beginTransfer(fd, count, error);
-        if (!transferred) {
+        if (!transferred)
             return endWith(error);
-        }
         // An address that has not arrived whole changes nothing.
         if (*transferred >= kRegisterAddressBytes) {
             const auto address = static_cast<std::uint16_t>(bytes[0] << 8U | bytes[1]);
             const std::lock_guard<std::mutex> lock(m_sensorMutex);
             m_sensor.setPointer(address);
-            for (std::size_t i = kRegisterAddressBytes; i < *transferred; ++i) {
+            for (std::size_t i = kRegisterAddressBytes; i < *transferred; ++i)
                 m_sensor.write(static_cast<std::uint16_t>(address + i - kRegisterAddressBytes), bytes[i]);
-            }
         }
         return {static_cast<int>(*transferred), 0};
     });
@@ -267,24 +261,19 @@ int CameraDevices::ioctl(int fd, unsigned long request, unsigned long argument)
 {
     Descriptor descriptor;
     const bool known = findDescriptor(fd, descriptor);
-    if (known && descriptor.device == Device::Video) {
+    if (known && descriptor.device == Device::Video)
         return captureIoctl(fd, request, reinterpret_cast<void*>(argument));
-    }
     return perform({CallKind::BusAddress, requestName(request), hexadecimal(argument)}, [&](TracedCall&) {
-        if (!known) {
+        if (!known)
             return endWith(EBADF);
-        }
-        if (request != I2C_SLAVE_FORCE) {
+        if (request != I2C_SLAVE_FORCE)
             return endWith(ENOTTY);
-        }
-        if (argument > kLargestBusAddress) {
+        if (argument > kLargestBusAddress)
             return endWith(EINVAL);
-        }
         const std::lock_guard<std::mutex> lock(m_descriptorMutex);
         const auto found = m_descriptors.find(fd);
-        if (found != m_descriptors.end()) {
+        if (found != m_descriptors.end())
             found->second.busAddress = argument;
-        }
         return endWith(0);
     });
 }
@@ -296,12 +285,10 @@ int CameraDevices::captureIoctl(int fd, unsigned long request, void* argument)
     return perform({CallKind::Request, requestName(request), requestDetails(request, argument)},
                    [&](TracedCall&) {
                        Descriptor descriptor;
-                       if (!findDescriptor(fd, descriptor)) {
+                       if (!findDescriptor(fd, descriptor))
                            return endWith(EBADF);
-                       }
-                       if (descriptor.device != Device::Video) {
+                       if (descriptor.device != Device::Video)
                            return endWith(ENOTTY);
-                       }
                        return endWith(descriptor.unplugged ? ENODEV : requestError(request, argument));
                    });
 }
@@ -310,17 +297,14 @@ int CameraDevices::requestError(unsigned long request, void* argument)
 {
     const std::lock_guard<std::mutex> lock(m_captureMutex);
     applyFlaws();
-    if (request == VIDIOC_STREAMOFF && m_waiting > 0) {
+    if (request == VIDIOC_STREAMOFF && m_waiting > 0)
         m_trace.addMisuse("stream stopped while a thread waits for its frames");
-    }
     const int error = m_capture.handle(request, argument, m_clock());
-    if (error == ENOTTY) {
+    if (error == ENOTTY)
         m_trace.addMisuse("unknown request");
-    }
     if (error == 0 && request == VIDIOC_DQBUF &&
-        (static_cast<const v4l2_buffer*>(argument)->flags & V4L2_BUF_FLAG_MAPPED) == 0) {
+        (static_cast<const v4l2_buffer*>(argument)->flags & V4L2_BUF_FLAG_MAPPED) == 0)
         m_trace.addMisuse("streaming into a buffer that is not mapped");
-    }
     m_captureChanged.notify_all();
     return error;
 }
@@ -342,9 +326,8 @@ void CameraDevices::waitForChange(std::unique_lock<std::mutex>& lock, Instrument
 {
     const InstrumentTime now = m_clock();
     InstrumentTime wake = std::min(deadline, now + kWaitStep);
-    if (const std::optional<InstrumentTime> frame = m_capture.nextFrameTime()) {
+    if (const std::optional<InstrumentTime> frame = m_capture.nextFrameTime())
         wake = std::min(wake, *frame);
-    }
     m_captureChanged.wait_for(lock, std::max(wake - now, InstrumentTime::zero()));
     applyFlaws();
 }
@@ -375,30 +358,29 @@ void CameraDevices::clockMoved()
 
 int CameraDevices::waitReadable(int fd, int timeout_ms)
 {
-    return perform({CallKind::Wait, {}, std::to_string(timeout_ms)}, [&](TracedCall&) -> CallEnd {
-        Descriptor descriptor;
-        if (!findDescriptor(fd, descriptor)) {
-            return endWith(EBADF);
-        }
-        // What cannot be waited for is readable: the request that follows tells why.
-        if (descriptor.device != Device::Video || descriptor.unplugged) {
-            return {1, 0};
-        }
-        const std::chrono::milliseconds timeout(timeout_ms);
-        const InstrumentTime deadline = m_clock() + std::min(timeout, m_longestWait.value_or(timeout));
-        std::unique_lock<std::mutex> lock(m_captureMutex);
-        applyFlaws();
-        ++m_waiting;
-        bool inTime = true;
-        while (!m_capture.readable(m_clock()) && !m_faults.isOn(CameraFault::Unplugged) && inTime) {
-            inTime = m_clock() < deadline;
-            if (inTime) {
-                waitForChange(lock, deadline);
+    return perform(
+        {CallKind::Wait, {}, std::to_string(timeout_ms)},
+        [&](TracedCall&) -> CallEnd {
+            Descriptor descriptor;
+            if (!findDescriptor(fd, descriptor))
+                return endWith(EBADF);
+            // What cannot be waited for is readable: the request that follows tells why.
+            if (descriptor.device != Device::Video || descriptor.unplugged)
+                return {1, 0};
+            const std::chrono::milliseconds timeout(timeout_ms);
+            const InstrumentTime deadline = m_clock() + std::min(timeout, m_longestWait.value_or(timeout));
+            std::unique_lock<std::mutex> lock(m_captureMutex);
+            applyFlaws();
+            ++m_waiting;
+            bool inTime = true;
+            while (!m_capture.readable(m_clock()) && !m_faults.isOn(CameraFault::Unplugged) && inTime) {
+                inTime = m_clock() < deadline;
+                if (inTime)
+                    waitForChange(lock, deadline);
             }
-        }
-        --m_waiting;
-        return {inTime ? 1 : 0, 0};
-    });
+            --m_waiting;
+            return {inTime ? 1 : 0, 0};
+        });
 }
 
 void* CameraDevices::mmap(std::size_t length, int protection, int flags, int fd, off_t offset)
@@ -408,28 +390,22 @@ void* CameraDevices::mmap(std::size_t length, int protection, int flags, int fd,
     const std::optional<unsigned> buffer = m_capture.bufferAt(offset);
     std::string details =
         (buffer ? std::to_string(*buffer) : "?") + " of " + std::to_string(length) + " bytes";
-    if (protection != (PROT_READ | PROT_WRITE) || flags != MAP_SHARED) {
+    if (protection != (PROT_READ | PROT_WRITE) || flags != MAP_SHARED)
         details += " protection " + std::to_string(protection) + " flags " + std::to_string(flags);
-    }
     perform({CallKind::Map, {}, details}, [&](TracedCall&) {
         Descriptor descriptor;
-        if (!findDescriptor(fd, descriptor)) {
+        if (!findDescriptor(fd, descriptor))
             return endWith(EBADF);
-        }
-        if (descriptor.device != Device::Video || descriptor.unplugged) {
+        if (descriptor.device != Device::Video || descriptor.unplugged)
             return endWith(ENODEV);
-        }
-        if (m_faults.strikes(CameraFault::MappingFails)) {
+        if (m_faults.strikes(CameraFault::MappingFails))
             return endWith(ENOMEM);
-        }
         std::shared_ptr<FrameMemory> memory = m_capture.memoryAt(offset, length);
-        if (memory == nullptr || (protection & PROT_READ) == 0 || (flags & MAP_SHARED) == 0) {
+        if (memory == nullptr || (protection & PROT_READ) == 0 || (flags & MAP_SHARED) == 0)
             return endWith(EINVAL);
-        }
         void* const place = memory->map(length);
-        if (place == nullptr) {
+        if (place == nullptr)
             return endWith(ENOMEM);
-        }
         address = place;
         m_mappings.emplace(address, Mapping{std::move(memory), length, *buffer});
         return endWith(0);
@@ -460,11 +436,10 @@ void CameraDevices::pause(unsigned int duration_us)
     ++m_pauses;
     m_paused_us += duration_us;
     m_trace.add({CallKind::Pause, {}, std::to_string(duration_us)});
-    if (m_instantPauses) {
+    if (m_instantPauses)
         std::this_thread::yield();
-    } else {
+    else
         std::this_thread::sleep_for(std::chrono::microseconds(duration_us));
-    }
 }
 
 void CameraDevices::syncFileSystems()
@@ -530,12 +505,10 @@ bool CameraDevices::findDescriptor(int fd, Descriptor& found)
 {
     const std::lock_guard<std::mutex> lock(m_descriptorMutex);
     const auto entry = m_descriptors.find(fd);
-    if (entry == m_descriptors.end()) {
+    if (entry == m_descriptors.end())
         return false;
-    }
-    if (entry->second.device == Device::Video && m_faults.isOn(CameraFault::Unplugged)) {
+    if (entry->second.device == Device::Video && m_faults.isOn(CameraFault::Unplugged))
         entry->second.unplugged = true;
-    }
     found = entry->second;
     return true;
 }

@@ -33,11 +33,9 @@ constexpr Named<int> kErrors[] = {
 template <class Value, std::size_t Size>
 std::optional<Value> valueNamed(const Named<Value> (&table)[Size], const std::string& name)
 {
-    for (const Named<Value>& entry : table) {
-        if (name == entry.name) {
+    for (const Named<Value>& entry : table)
+        if (name == entry.name)
             return entry.value;
-        }
-    }
     return std::nullopt;
 }
 
@@ -46,9 +44,8 @@ std::optional<int> callNumber(const std::string& text)
     int number = 0;
     const char* end = text.data() + text.size();
     const auto result = std::from_chars(text.data(), end, number);
-    if (result.ec != std::errc() || result.ptr != end || number < 1) {
+    if (result.ec != std::errc() || result.ptr != end || number < 1)
         return std::nullopt;
-    }
     return number;
 }
 
@@ -59,34 +56,29 @@ std::vector<std::string> splitAtColons(const std::string& text)
     while (true) {
         const std::size_t colon = text.find(':', start);
         parts.push_back(text.substr(start, colon - start));
-        if (colon == std::string::npos) {
+        if (colon == std::string::npos)
             return parts;
-        }
         start = colon + 1;
     }
 }
 
 const CameraFaultText* faultNamed(const std::string& name)
 {
-    for (const CameraFaultText& text : cameraFaultTexts()) {
-        if (name == text.name) {
+    for (const CameraFaultText& text : cameraFaultTexts())
+        if (name == text.name)
             return &text;
-        }
-    }
     return nullptr;
 }
 
 std::optional<CameraFaultRule> requestRule(const std::vector<std::string>& parts)
 {
     CameraFaultRule rule{CameraFault::CallFails};
-    if (parts.size() < 2 || parts.size() > 4) {
+    if (parts.size() < 2 || parts.size() > 4)
         return std::nullopt;
-    }
     const std::optional<int> error = parts.size() > 2 ? valueNamed(kErrors, parts[2]) : EIO;
     const std::optional<int> nthCall = parts.size() > 3 ? callNumber(parts[3]) : 0;
-    if (!valueNamed(kRequests, parts[1]) || !error || !nthCall) {
+    if (!valueNamed(kRequests, parts[1]) || !error || !nthCall)
         return std::nullopt;
-    }
     rule.call = parts[1];
     rule.error = *error;
     rule.nthCall = *nthCall;
@@ -97,17 +89,14 @@ std::optional<CameraFaultRule> ruleOf(const std::string& text)
 {
     const std::vector<std::string> parts = splitAtColons(text);
     const CameraFaultText* fault = faultNamed(parts.front());
-    if (fault == nullptr) {
+    if (fault == nullptr)
         return std::nullopt;
-    }
-    if (fault->fault == CameraFault::CallFails) {
+    if (fault->fault == CameraFault::CallFails)
         return requestRule(parts);
-    }
     const bool countsCalls = fault->arguments[0] != '\0';
     const std::optional<int> nthCall = parts.size() > 1 ? callNumber(parts[1]) : 0;
-    if (!nthCall || parts.size() > (countsCalls ? 2U : 1U)) {
+    if (!nthCall || parts.size() > (countsCalls ? 2U : 1U))
         return std::nullopt;
-    }
     return CameraFaultRule{fault->fault, *nthCall};
 }
 
@@ -145,9 +134,8 @@ void CameraFaults::enable(const CameraFaultRule& rule)
 bool CameraFaults::enable(const std::string& text)
 {
     const std::optional<CameraFaultRule> rule = ruleOf(text);
-    if (rule) {
+    if (rule)
         enable(*rule);
-    }
     return rule.has_value();
 }
 
@@ -190,9 +178,8 @@ std::optional<CallEnd> CameraFaults::struckBy(CameraFault fault, const std::stri
     for (Counted& counted : m_rules) {
         if (counted.rule.fault == fault && counted.rule.call == call) {
             ++counted.calls;
-            if (counted.rule.nthCall == 0 || counted.rule.nthCall == counted.calls) {
+            if (counted.rule.nthCall == 0 || counted.rule.nthCall == counted.calls)
                 end = CallEnd{counted.rule.result, counted.rule.error};
-            }
         }
     }
     return end;
@@ -200,11 +187,9 @@ std::optional<CallEnd> CameraFaults::struckBy(CameraFault fault, const std::stri
 
 std::string requestName(unsigned long request)
 {
-    for (const Named<unsigned long>& entry : kRequests) {
-        if (entry.value == request) {
+    for (const Named<unsigned long>& entry : kRequests)
+        if (entry.value == request)
             return entry.name;
-        }
-    }
     std::array<char, 32> text{};
     std::snprintf(text.data(), text.size(), "0x%08lX", request);
     return text.data();

@@ -49,9 +49,8 @@ CaptureDevice::CaptureDevice(const CaptureParameters& parameters, FrameSource& s
 
 int CaptureDevice::handle(unsigned long request, void* argument, InstrumentTime now)
 {
-    if (argument == nullptr) {
+    if (argument == nullptr)
         return EFAULT;
-    }
     advance(now);
     switch (request) {
     case VIDIOC_S_FMT:
@@ -76,12 +75,10 @@ int CaptureDevice::handle(unsigned long request, void* argument, InstrumentTime 
 int CaptureDevice::setFormat(v4l2_format& record)
 {
     const PictureMode& mode = nearestMode(record.fmt.pix.width, record.fmt.pix.height);
-    if (record.type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
+    if (record.type != V4L2_BUF_TYPE_VIDEO_CAPTURE)
         return EINVAL;
-    }
-    if (m_streaming || isMapped() || (m_parameters.formatHeldByBuffers && !m_buffers.empty())) {
+    if (m_streaming || isMapped() || (m_parameters.formatHeldByBuffers && !m_buffers.empty()))
         return EBUSY;
-    }
     m_format = formatFor(mode);
     v4l2_pix_format& pix = record.fmt.pix;
     describeFormat(m_format, pix);
@@ -104,18 +101,15 @@ CaptureFormat CaptureDevice::formatFor(const PictureMode& mode) const
 
 int CaptureDevice::requestBuffers(v4l2_requestbuffers& record)
 {
-    if (record.type != V4L2_BUF_TYPE_VIDEO_CAPTURE || record.memory != V4L2_MEMORY_MMAP) {
+    if (record.type != V4L2_BUF_TYPE_VIDEO_CAPTURE || record.memory != V4L2_MEMORY_MMAP)
         return EINVAL;
-    }
-    if (m_streaming || isMapped()) {
+    if (m_streaming || isMapped())
         return EBUSY;
-    }
     stop();
     m_buffers.clear();
     record.capabilities = V4L2_BUF_CAP_SUPPORTS_MMAP;
-    if (record.count == 0) {
+    if (record.count == 0)
         return 0;
-    }
     const unsigned granted = grantedCount(record.count);
     for (unsigned index = 0; index < granted; ++index) {
         Buffer buffer;
@@ -137,18 +131,16 @@ std::size_t CaptureDevice::bufferBytes() const
 
 unsigned CaptureDevice::grantedCount(unsigned asked) const
 {
-    if (m_flaws.fewerBuffers) {
+    if (m_flaws.fewerBuffers)
         return kFewerBuffers;
-    }
     const unsigned wanted = m_flaws.moreBuffers ? std::max(asked, kMoreBuffers) : asked;
     return std::min(std::max(wanted, m_parameters.fewestBuffers), m_parameters.mostBuffers);
 }
 
 int CaptureDevice::queryBuffer(v4l2_buffer& record) const
 {
-    if (record.type != V4L2_BUF_TYPE_VIDEO_CAPTURE || record.index >= m_buffers.size()) {
+    if (record.type != V4L2_BUF_TYPE_VIDEO_CAPTURE || record.index >= m_buffers.size())
         return EINVAL;
-    }
     describe(record.index, record);
     return 0;
 }
@@ -156,13 +148,11 @@ int CaptureDevice::queryBuffer(v4l2_buffer& record) const
 int CaptureDevice::queueBuffer(v4l2_buffer& record)
 {
     if (record.type != V4L2_BUF_TYPE_VIDEO_CAPTURE || record.memory != V4L2_MEMORY_MMAP ||
-        record.index >= m_buffers.size()) {
+        record.index >= m_buffers.size())
         return EINVAL;
-    }
     Buffer& buffer = m_buffers[record.index];
-    if (buffer.owner != Owner::Program || buffer.memory->bytes() < bufferBytes()) {
+    if (buffer.owner != Owner::Program || buffer.memory->bytes() < bufferBytes())
         return EINVAL;
-    }
     buffer.owner = Owner::Queue;
     m_framesReturned += buffer.taken ? 1U : 0U;
     buffer.taken = false;
@@ -173,12 +163,10 @@ int CaptureDevice::queueBuffer(v4l2_buffer& record)
 
 int CaptureDevice::dequeueBuffer(v4l2_buffer& record)
 {
-    if (record.type != V4L2_BUF_TYPE_VIDEO_CAPTURE || record.memory != V4L2_MEMORY_MMAP || !m_streaming) {
+    if (record.type != V4L2_BUF_TYPE_VIDEO_CAPTURE || record.memory != V4L2_MEMORY_MMAP || !m_streaming)
         return EINVAL;
-    }
-    if (m_done.empty()) {
+    if (m_done.empty())
         return EAGAIN;
-    }
     const unsigned index = m_done.front();
     m_done.pop_front();
     m_buffers[index].owner = Owner::Program;
@@ -190,9 +178,8 @@ int CaptureDevice::dequeueBuffer(v4l2_buffer& record)
 
 int CaptureDevice::streamOn(int type, InstrumentTime now)
 {
-    if (type != V4L2_BUF_TYPE_VIDEO_CAPTURE || m_buffers.empty()) {
+    if (type != V4L2_BUF_TYPE_VIDEO_CAPTURE || m_buffers.empty())
         return EINVAL;
-    }
     if (!m_streaming) {
         m_streaming = true;
         m_streamStart = now;
@@ -204,9 +191,8 @@ int CaptureDevice::streamOn(int type, InstrumentTime now)
 
 int CaptureDevice::streamOff(int type)
 {
-    if (type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
+    if (type != V4L2_BUF_TYPE_VIDEO_CAPTURE)
         return EINVAL;
-    }
     stop();
     return 0;
 }
@@ -237,9 +223,8 @@ bool CaptureDevice::readable(InstrumentTime now)
 
 std::optional<InstrumentTime> CaptureDevice::nextFrameTime() const
 {
-    if (!m_streaming || m_queued.empty() || isStandingStill()) {
+    if (!m_streaming || m_queued.empty() || isStandingStill())
         return std::nullopt;
-    }
     return endOfTick(m_ticks + 1);
 }
 
@@ -247,9 +232,8 @@ std::optional<InstrumentTime> CaptureDevice::nextFrameTime() const
 // order, into the buffers that were queued, and are lost once there is none.
 void CaptureDevice::advance(InstrumentTime now)
 {
-    if (!m_streaming) {
+    if (!m_streaming)
         return;
-    }
     const std::int64_t latest = ticksAt(now);
     while (m_ticks < latest && !m_queued.empty() && !isStandingStill()) {
         ++m_ticks;
@@ -285,11 +269,10 @@ void CaptureDevice::fill(Buffer& buffer, InstrumentTime time)
     buffer.bytesUsed = report.bytesUsed.value_or(frameBytes);
     const auto index = static_cast<unsigned>(&buffer - m_buffers.data());
     buffer.toldIndex = report.bufferIndex.value_or(index);
-    if (m_flaws.shortFrames) {
+    if (m_flaws.shortFrames)
         buffer.bytesUsed = frameBytes / 2;
-    } else if (m_flaws.oversizedFrames) {
+    else if (m_flaws.oversizedFrames)
         buffer.bytesUsed = frameBytes + kOversize_bytes;
-    }
     ++m_framesDelivered;
 }
 
@@ -325,26 +308,24 @@ const CaptureDevice::Buffer* CaptureDevice::holderOf(std::uint64_t picture) cons
 
 bool CaptureDevice::isMapped() const
 {
-    return std::any_of(m_buffers.begin(), m_buffers.end(),
-                       [](const Buffer& buffer) { return buffer.memory.use_count() > 1; });
+    return std::any_of(
+        m_buffers.begin(), m_buffers.end(),
+        [](const Buffer& buffer) { return buffer.memory.use_count() > 1; });
 }
 
 std::optional<unsigned> CaptureDevice::bufferAt(off_t offset) const
 {
-    for (unsigned index = 0; index < m_buffers.size(); ++index) {
-        if (offset == offsetOf(index)) {
+    for (unsigned index = 0; index < m_buffers.size(); ++index)
+        if (offset == offsetOf(index))
             return index;
-        }
-    }
     return std::nullopt;
 }
 
 std::shared_ptr<FrameMemory> CaptureDevice::memoryAt(off_t offset, std::size_t length) const
 {
     const std::optional<unsigned> index = bufferAt(offset);
-    if (!index || length == 0 || length > FrameMemory::inWholePages(m_buffers[*index].memory->bytes())) {
+    if (!index || length == 0 || length > FrameMemory::inWholePages(m_buffers[*index].memory->bytes()))
         return nullptr;
-    }
     return m_buffers[*index].memory;
 }
 

@@ -16,16 +16,14 @@ FrameMemory::FrameMemory(std::size_t bytes) : m_bytes(bytes), m_data(nullptr)
 {
     void* address =
         ::mmap(nullptr, inWholePages(bytes), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (address != MAP_FAILED) {
+    if (address != MAP_FAILED)
         m_data = static_cast<std::uint8_t*>(address);
-    }
 }
 
 FrameMemory::~FrameMemory()
 {
-    if (m_data != nullptr) {
+    if (m_data != nullptr)
         ::munmap(m_data, inWholePages(m_bytes));
-    }
 }
 
 void* FrameMemory::map(std::size_t length) const
@@ -34,9 +32,8 @@ void* FrameMemory::map(std::size_t length) const
     // free; what remains of these catches an access behind its end.
     void* const place =
         ::mmap(nullptr, withGuard(length), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (place == MAP_FAILED) {
+    if (place == MAP_FAILED)
         return nullptr;
-    }
     if (::mremap(m_data, 0, inWholePages(length), MREMAP_MAYMOVE | MREMAP_FIXED, place) == MAP_FAILED) {
         ::munmap(place, withGuard(length));
         return nullptr;

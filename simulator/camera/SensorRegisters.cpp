@@ -54,11 +54,9 @@ constexpr RegisterDefault kDefaults[] = {
 double gainOfCode(unsigned code)
 {
     double gain = 1.0 + (code & 0x0FU) / 16.0;
-    for (unsigned bit = 0x10; bit <= 0x100; bit <<= 1U) {
-        if ((code & bit) != 0) {
+    for (unsigned bit = 0x10; bit <= 0x100; bit <<= 1U)
+        if ((code & bit) != 0)
             gain *= 2.0;
-        }
-    }
     return gain;
 }
 
@@ -72,9 +70,8 @@ SensorRegisters::SensorRegisters(const SensorParameters& parameters) : m_paramet
 void SensorRegisters::write(std::uint16_t address, std::uint8_t value)
 {
     m_pointer = address;
-    if (address == kChipIdHigh || address == kChipIdLow) {
+    if (address == kChipIdHigh || address == kChipIdLow)
         return;
-    }
     if (address == kSystemControl && (value & kSoftwareReset) != 0) {
         loadDefaults();
         return;
@@ -91,9 +88,8 @@ SensorSettings SensorRegisters::settings() const
         const unsigned units = (value(kExposureTop) & 0x0FU) << 16U | pairAt(kExposureHigh);
         settings.exposure_lines = units / kExposureUnitsPerLine;
     }
-    if ((manual & kManualGain) != 0) {
+    if ((manual & kManualGain) != 0)
         settings.gain = gainOfCode(pairAt(kGain) & 0x1FFU);
-    }
     if ((value(kWhiteBalanceMode) & kManualWhiteBalance) != 0) {
         for (unsigned channel = 0; channel < settings.colourGains.size(); ++channel) {
             const unsigned code = pairAt(static_cast<std::uint16_t>(kRedGain + 2 * channel));
@@ -106,9 +102,8 @@ SensorSettings SensorRegisters::settings() const
 void SensorRegisters::loadDefaults()
 {
     m_values.fill(0);
-    for (const RegisterDefault& entry : kDefaults) {
+    for (const RegisterDefault& entry : kDefaults)
         m_values[entry.address] = entry.value;
-    }
     const unsigned units = static_cast<unsigned>(m_parameters.defaultExposure_lines) *
                            static_cast<unsigned>(kExposureUnitsPerLine);
     m_values[kExposureTop] = static_cast<std::uint8_t>(units >> 16U & 0x0FU);

@@ -142,7 +142,8 @@ bool UsbPort::plug(const UsbDisk& wanted)
 
 void UsbPort::pullLater(const QString& device)
 {
-    QTimer::singleShot(kPulledAfter_ms, &m_timers, [this, device] { pull(device); });
+    QTimer::singleShot(
+        kPulledAfter_ms, &m_timers, [this, device] { pull(device); });
 }
 
 bool UsbPort::makeCondition(const UsbDisk& disk)

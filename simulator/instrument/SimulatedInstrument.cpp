@@ -107,12 +107,11 @@ bool SimulatedInstrument::createFiles(const InstrumentParameters& parameters, co
     }
     if (!givenMainSettings && !parameters.zigMode)
         replaceInFile(m_root + kMainSettings, "mode=On", "mode=Off");
-    for (const QString& file : kSettingsFiles) {
+    for (const QString& file : kSettingsFiles)
         if (faults.noSettingsFiles)
             QFile::remove(m_root + file);
         else if (faults.unreadableSettingsFiles)
             makeUnreadable(m_root + file);
-    }
     if (faults.noDisplayParameter)
         QFile::remove(m_root + kDisplayParameter);
     return true;

@@ -59,10 +59,9 @@ bool Operator::openTabsAround(QWidget& widget)
         auto* tabs = qobject_cast<QTabWidget*>(parent);
         if (tabs == nullptr)
             continue;
-        for (int page = 0; page < tabs->count(); ++page) {
+        for (int page = 0; page < tabs->count(); ++page)
             if (tabs->widget(page)->isAncestorOf(&widget) && !openPage(*tabs, page))
                 return false;
-        }
     }
     return true;
 }

@@ -43,13 +43,11 @@ private:
 int reductionFor(const std::vector<BlurredDisc>& discs)
 {
     double sharpest = kLargestReduction * kSamplesPerSigma;
-    for (const BlurredDisc& disc : discs) {
+    for (const BlurredDisc& disc : discs)
         sharpest = std::min(sharpest, disc.sigma_px);
-    }
     int reduction = 1;
-    while (reduction < kLargestReduction && 2 * reduction * kSamplesPerSigma <= sharpest) {
+    while (reduction < kLargestReduction && 2 * reduction * kSamplesPerSigma <= sharpest)
         reduction *= 2;
-    }
     return reduction;
 }
 
@@ -59,9 +57,8 @@ void mixRows(const std::uint8_t* upper, const std::uint8_t* lower, int lowerWeig
 {
     const auto weight = static_cast<std::uint16_t>(lowerWeight);
     const auto rest = static_cast<std::uint16_t>(reduction - lowerWeight);
-    for (int x = 0; x < count; ++x) {
+    for (int x = 0; x < count; ++x)
         mixed[x] = static_cast<std::uint16_t>(upper[x] * rest + lower[x] * weight);
-    }
 }
 
 template <int Reduction>
@@ -77,9 +74,8 @@ void stretchRow(const std::uint16_t* mixed, int width, std::uint8_t* row)
                 static_cast<std::uint8_t>((left * (Reduction - k) + right * k + kScale / 2) / kScale);
         }
     }
-    for (int x = whole * Reduction; x < width; ++x) {
+    for (int x = whole * Reduction; x < width; ++x)
         row[x] = static_cast<std::uint8_t>((mixed[whole] * Reduction + kScale / 2) / kScale);
-    }
 }
 
 } // namespace
@@ -91,9 +87,8 @@ void BlurredDiscs::prepare(const std::vector<BlurredDisc>& discs, int width_px)
     // One sample more than the picture needs, for the interpolation beyond the last one.
     m_planeWidth = m_reduction == 1 ? width_px : width_px / m_reduction + 2;
     m_discs.clear();
-    for (const BlurredDisc& disc : discs) {
+    for (const BlurredDisc& disc : discs)
         m_discs.push_back(painted(disc, m_reduction));
-    }
     m_plane.resize(static_cast<std::size_t>(m_planeWidth) * (kStripRows + 1));
     m_mixed.resize(static_cast<std::size_t>(m_planeWidth));
     m_row.resize(static_cast<std::size_t>(width_px));
@@ -132,9 +127,8 @@ void BlurredDiscs::paintStrip(int firstRow)
     std::fill_n(m_plane.begin(), static_cast<std::ptrdiff_t>(m_planeWidth) * planeRows, std::uint8_t{0});
     for (const Painted& disc : m_discs) {
         const auto firstY = static_cast<float>(firstPlaneRow);
-        if (disc.y + disc.reach >= firstY && disc.y - disc.reach <= firstY + static_cast<float>(planeRows)) {
+        if (disc.y + disc.reach >= firstY && disc.y - disc.reach <= firstY + static_cast<float>(planeRows))
             paint(disc, firstPlaneRow, planeRows);
-        }
     }
 }
 
@@ -144,9 +138,8 @@ void BlurredDiscs::paint(const Painted& disc, int firstPlaneRow, int planeRows)
     for (int r = 0; r < planeRows; ++r) {
         const float dy = static_cast<float>(firstPlaneRow + r) - disc.y;
         const float halfSquare = reachSquare - dy * dy;
-        if (halfSquare <= 0.0F) {
+        if (halfSquare <= 0.0F)
             continue;
-        }
         const float half = std::sqrt(halfSquare);
         const int left = std::max(0, static_cast<int>(std::ceil(disc.x - half)));
         const int right = std::min(m_planeWidth - 1, static_cast<int>(std::floor(disc.x + half)));
@@ -164,9 +157,8 @@ void BlurredDiscs::paint(const Painted& disc, int firstPlaneRow, int planeRows)
 
 const std::uint8_t* BlurredDiscs::row(int r)
 {
-    if (m_reduction == 1) {
+    if (m_reduction == 1)
         return m_plane.data() + static_cast<std::ptrdiff_t>(r) * m_planeWidth;
-    }
     const std::uint8_t* upper = m_plane.data() + static_cast<std::ptrdiff_t>(r / m_reduction) * m_planeWidth;
     mixRows(upper, upper + m_planeWidth, r % m_reduction, m_reduction, m_planeWidth, m_mixed.data());
     switch (m_reduction) {

@@ -134,9 +134,8 @@ Optics::Optics(const OpticsParameters& parameters, const Slide& slide)
     std::mt19937 engine(parameters.seed);
     std::normal_distribution<double> normal(0.0, kUnitNoise);
     m_unitNoise.resize(2 * (kNoiseTileWords + kNoiseTailWords));
-    for (std::int16_t& value : m_unitNoise) {
+    for (std::int16_t& value : m_unitNoise)
         value = static_cast<std::int16_t>(normal(engine));
-    }
     m_noiseWords.resize(m_unitNoise.size() / 2);
 }
 
@@ -200,9 +199,8 @@ void Optics::drawDiscs(const PictureMode& mode, const PictureInputs& inputs, std
     const std::size_t pairs = static_cast<std::size_t>(mode.width_px) / 2;
     for (int y = 0; y < mode.height_px; ++y) {
         const int stripRow = y % BlurredDiscs::kStripRows;
-        if (stripRow == 0) {
+        if (stripRow == 0)
             m_painter.paintStrip(y);
-        }
         developRow(m_painter.row(stripRow), noiseOfRow(noiseSeed, y), pairs, tones.left, tones.right,
                    yuyv + static_cast<std::size_t>(y) * pairs * sizeof(std::uint32_t));
     }
@@ -260,16 +258,14 @@ Optics::ToneTables Optics::toneTables(const PictureInputs& inputs) const
 void Optics::scaleNoise(double gain)
 {
     const double levels = m_parameters.noise_levels * std::sqrt(gain);
-    if (levels == m_scaledNoise_levels) {
+    if (levels == m_scaledNoise_levels)
         return;
-    }
     m_scaledNoise_levels = levels;
     const auto scaled = [levels](std::int16_t unit) {
         const long noise = std::lround(unit / kUnitNoise * levels);
         return kNoiseLimit + static_cast<int>(std::clamp(noise, static_cast<long>(-kNoiseLimit),
                                                          static_cast<long>(kNoiseLimit)));
     };
-    for (std::size_t i = 0; i < m_noiseWords.size(); ++i) {
+    for (std::size_t i = 0; i < m_noiseWords.size(); ++i)
         m_noiseWords[i] = wordOf(scaled(m_unitNoise[2 * i]), 0, scaled(m_unitNoise[2 * i + 1]), 0);
-    }
 }

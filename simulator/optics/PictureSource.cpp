@@ -19,9 +19,8 @@ std::uint64_t PictureSource::look(InstrumentTime time, const PictureMode& mode)
         m_mode = &mode;
     }
     m_pipeline.push_back({m_lightPath(time), m_sensor()});
-    while (m_pipeline.size() > static_cast<std::size_t>(m_parameters.frameDelay_frames) + 1) {
+    while (m_pipeline.size() > static_cast<std::size_t>(m_parameters.frameDelay_frames) + 1)
         m_pipeline.pop_front();
-    }
     if (modeChanged || m_sceneChanged || m_pipeline.front() != m_shown) {
         m_sceneChanged = false;
         m_shown = m_pipeline.front();

@@ -67,9 +67,8 @@ bool isFree(const std::vector<SlideDisc>& discs, const SlidePoint& place, double
 {
     for (const SlideDisc& disc : discs) {
         const double distance = std::hypot(disc.centre.x_px - place.x_px, disc.centre.y_px - place.y_px);
-        if (distance < disc.radius_px + radius_px + kCellGap_px) {
+        if (distance < disc.radius_px + radius_px + kCellGap_px)
             return false;
-        }
     }
     return true;
 }
@@ -91,9 +90,8 @@ void addCells(const SlideParameters& parameters, Dice& dice, std::vector<SlideDi
 
 void addDust(const SlideParameters& parameters, Dice& dice, std::vector<SlideDisc>& discs)
 {
-    if (parameters.dustOffset_steps == 0.0) {
+    if (parameters.dustOffset_steps == 0.0)
         return;
-    }
     for (int speck = 0; speck < parameters.dustCount; ++speck) {
         const SlidePoint place = dice.within(kField);
         const double radius = dice.between(kSmallestDust_px, kLargestDust_px);
@@ -116,9 +114,8 @@ void addDots(const SlideParameters& parameters, Dice& dice, std::vector<SlideDis
 {
     const std::array<SlidePoint, 2> dots =
         parameters.targetDots.has_value() ? *parameters.targetDots : seededDots(dice);
-    for (const SlidePoint& dot : dots) {
+    for (const SlidePoint& dot : dots)
         discs.push_back({dot, parameters.targetDotRadius_px, kDotAbsorption, 0.0});
-    }
 }
 
 } // namespace
@@ -150,33 +147,27 @@ Slide::Slide(const SlideParameters& parameters)
 std::vector<SlidePoint> Slide::targetDots() const
 {
     std::vector<SlidePoint> dots;
-    if (m_kind == SlideKind::Target) {
-        for (const SlideDisc& disc : m_discs) {
+    if (m_kind == SlideKind::Target)
+        for (const SlideDisc& disc : m_discs)
             dots.push_back(disc.centre);
-        }
-    }
     return dots;
 }
 
 double Slide::targetDistance_px() const
 {
     const std::vector<SlidePoint> dots = targetDots();
-    if (dots.size() != 2) {
+    if (dots.size() != 2)
         return 0.0;
-    }
     return std::hypot(dots[1].x_px - dots[0].x_px, dots[1].y_px - dots[0].y_px);
 }
 
 std::optional<SlideKind> slideKindNamed(const std::string& name)
 {
-    if (name == "cells") {
+    if (name == "cells")
         return SlideKind::Cells;
-    }
-    if (name == "target") {
+    if (name == "target")
         return SlideKind::Target;
-    }
-    if (name == "empty") {
+    if (name == "empty")
         return SlideKind::Empty;
-    }
     return std::nullopt;
 }

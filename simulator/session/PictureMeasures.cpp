@@ -11,9 +11,9 @@ constexpr int kLeastDistance_px = 25;
 
 bool isFarFrom(const QVector<QPoint>& spots, int x, int y)
 {
-    return std::all_of(spots.begin(), spots.end(), [&](const QPoint& spot) {
-        return std::hypot(spot.x() - x, spot.y() - y) >= kLeastDistance_px;
-    });
+    return std::all_of(
+        spots.begin(), spots.end(),
+        [&](const QPoint& spot) { return std::hypot(spot.x() - x, spot.y() - y) >= kLeastDistance_px; });
 }
 
 } // namespace

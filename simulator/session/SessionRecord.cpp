@@ -128,8 +128,8 @@ std::vector<ChangedParameter> changedParameters(const InstrumentParameters& para
 
 std::size_t SessionRecord::stepsThatHold() const
 {
-    return static_cast<std::size_t>(
-        std::count_if(steps.begin(), steps.end(), [](const StepReport& step) { return step.holds(); }));
+    return static_cast<std::size_t>(std::count_if(
+        steps.begin(), steps.end(), [](const StepReport& step) { return step.holds(); }));
 }
 
 bool SessionRecord::holds() const

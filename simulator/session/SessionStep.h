@@ -67,7 +67,8 @@ struct StepReport
     bool holds() const
     {
         return !interrupted && result.holds && problems.isEmpty() &&
-               std::all_of(result.figures.begin(), result.figures.end(),
-                           [](const Figure& figure) { return figure.holds(); });
+               std::all_of(
+                   result.figures.begin(), result.figures.end(),
+                   [](const Figure& figure) { return figure.holds(); });
     }
 };

@@ -58,8 +58,9 @@ std::vector<DifferenceLine> compare(const QStringList& before, const QStringList
 
 bool FileDifference::isSame() const
 {
-    return std::all_of(lines.begin(), lines.end(),
-                       [](const DifferenceLine& line) { return line.kind == DifferenceLine::Same; });
+    return std::all_of(
+        lines.begin(), lines.end(),
+        [](const DifferenceLine& line) { return line.kind == DifferenceLine::Same; });
 }
 
 SettingsFiles SettingsFiles::read(const QString& root, const QStringList& fixedPaths)

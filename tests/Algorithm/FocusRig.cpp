@@ -42,9 +42,8 @@ std::function<int(int)> peakAt(int peak)
 QStringList repeated(const QString& line, int times)
 {
     QStringList lines;
-    for (int i = 0; i < times; ++i) {
+    for (int i = 0; i < times; ++i)
         lines << line;
-    }
     return lines;
 }
 

@@ -25,18 +25,19 @@ struct Run
 {
     explicit Run(alg_Autofocus& autofocus)
     {
-        QObject::connect(&autofocus, &alg_Autofocus::sig_move_z_position, &receiver,
-                         [this](int z) { positions << z; });
+        QObject::connect(
+            &autofocus, &alg_Autofocus::sig_move_z_position, &receiver, [this](int z) { positions << z; });
         QObject::connect(&autofocus, &alg_Autofocus::sig_progress_AutoFocusing, &receiver,
                          [this](int step) { steps << step; });
-        QObject::connect(&autofocus, &alg_Autofocus::sig_review_AutoFocusing, &receiver,
-                         [this](int step, const std::vector<AutoFocusingData_t>& taken, int best) {
-                             reviewedSteps << step;
-                             samples = taken;
-                             bestIndex = best;
-                         });
-        QObject::connect(&autofocus, &alg_Autofocus::sig_endAutoFocusing, &receiver,
-                         [this](int z) { ends << z; });
+        QObject::connect(
+            &autofocus, &alg_Autofocus::sig_review_AutoFocusing, &receiver,
+            [this](int step, const std::vector<AutoFocusingData_t>& taken, int best) {
+                reviewedSteps << step;
+                samples = taken;
+                bestIndex = best;
+            });
+        QObject::connect(
+            &autofocus, &alg_Autofocus::sig_endAutoFocusing, &receiver, [this](int z) { ends << z; });
         QObject::connect(&autofocus, &alg_Autofocus::sig_debug_Message, &receiver,
                          [this](const QStringList& parts) { log << parts.join(QLatin1Char('|')); });
     }

@@ -318,9 +318,8 @@ void TestAutofocus::theLogNamesEveryStep()
     QCOMPARE(run.log.last(), name + "endAutoFocusing()");
 
     // The same messages stand in the debug stream, and four more that are for it alone.
-    for (QString message : qAsConst(run.log)) {
+    for (QString message : qAsConst(run.log))
         QVERIFY2(debugStream.contains(message.replace('|', ' ')), qPrintable(message));
-    }
     for (const char* line : {"------------> target :  5520", "------------> current :  10000",
                              "After move m_current_pos  :  10000", "After move Real current :  5520"}) {
         QCOMPARE(debugStream.count(line), 1);
@@ -338,22 +337,28 @@ void TestAutofocus::everySampleIsLoggedReachedSavedAndReportedInThatOrder()
         const QDir directory(m_rig->diskPath(sequencer->logDirectory() + "/Step1"));
         return QString::number(directory.entryList({pattern}, QDir::Files).size());
     };
-    connect(sequencer.get(), &alg_Autofocus::sig_debug_Message, this, [&](const QStringList& parts) {
-        for (const char* name : {"slot_z_stage_moved", "dispatch_proc", "endAutoFocusing"})
-            if (parts.first().contains(name))
-                events << name;
-    });
-    connect(Controller::getInstance(), &Controller::sig_debug_Controller, sequencer.get(),
-            [&](const QString& line) {
-                if (line.startsWith("$,STM1,MV"))
-                    events << line.section(',', 2, 3);
-            });
-    connect(sequencer.get(), &alg_Autofocus::sig_move_z_position, this,
-            [&](int z) { events << QString("at %1").arg(z); });
-    connect(sequencer.get(), &alg_Autofocus::sig_progress_AutoFocusing, this,
-            [&] { events << "taken, saved " + files("*.tiff"); });
-    connect(sequencer.get(), &alg_Autofocus::sig_review_AutoFocusing, this,
-            [&] { events << "review, tables " + files("*.csv"); });
+    connect(
+        sequencer.get(), &alg_Autofocus::sig_debug_Message, this,
+        [&](const QStringList& parts) {
+            for (const char* name : {"slot_z_stage_moved", "dispatch_proc", "endAutoFocusing"})
+                if (parts.first().contains(name))
+                    events << name;
+        });
+    connect(
+        Controller::getInstance(), &Controller::sig_debug_Controller, sequencer.get(),
+        [&](const QString& line) {
+            if (line.startsWith("$,STM1,MV"))
+                events << line.section(',', 2, 3);
+        });
+    connect(
+        sequencer.get(), &alg_Autofocus::sig_move_z_position, this,
+        [&](int z) { events << QString("at %1").arg(z); });
+    connect(
+        sequencer.get(), &alg_Autofocus::sig_progress_AutoFocusing, this,
+        [&] { events << "taken, saved " + files("*.tiff"); });
+    connect(
+        sequencer.get(), &alg_Autofocus::sig_review_AutoFocusing, this,
+        [&] { events << "review, tables " + files("*.csv"); });
     connect(sequencer.get(), &alg_Autofocus::sig_endAutoFocusing, this,
             [&](int z) { events << QString("end %1").arg(z); });
     sequencer->process();
@@ -466,9 +471,8 @@ void TestAutofocus::aMissingCameraScoresZeroEverywhere()
     QFETCH(QString, camera);
     OV5642Camera closed;
     OV5642Camera* source = nullptr;
-    if (camera != QLatin1String("none")) {
+    if (camera != QLatin1String("none"))
         source = camera == QLatin1String("closed") ? &closed : m_rig->camera();
-    }
     const int factor = camera == QLatin1String("small") ? 2 : 1;
     QVERIFY(m_rig->putStage(10000));
     alg_Autofocus sequencer(nullptr, source, 10000, kWidth * factor, kHeight * factor, true);
@@ -476,9 +480,8 @@ void TestAutofocus::aMissingCameraScoresZeroEverywhere()
     sequencer.process();
     QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
     QCOMPARE(run.samples.size(), std::size_t(15));
-    for (const AutoFocusingData_t& sample : run.samples) {
+    for (const AutoFocusingData_t& sample : run.samples)
         QCOMPARE(sample.focusValue, 0.0);
-    }
     QCOMPARE(run.ends.first(), 6160);
     QCOMPARE(run.logOf("[Error]").size(), 1);
     QCOMPARE(run.logOf("[Error] no frame").size(), 1);

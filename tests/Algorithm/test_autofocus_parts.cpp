@@ -277,10 +277,9 @@ void TestAutofocusParts::findFocusValueTakesTheWidthBeforeTheHeight()
     // Dark on the left of the middle column only: a row that is taken for longer or shorter
     // than it is lays the dark half elsewhere.
     std::vector<unsigned char> data;
-    for (int y = 0; y < height; ++y) {
+    for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x)
             data.insert(data.end(), 3, x < width / 2 ? 10 : 200);
-    }
     data.resize(std::size_t{3} * 800 * 800);
     double value = -1.0;
     const auto sequencer = m_rig->autofocus(0);

@@ -37,12 +37,10 @@ double naiveBrenner(const cv::Mat& plane)
 
 int reflected101(int i, int size)
 {
-    if (size == 1) {
+    if (size == 1)
         return 0;
-    }
-    if (i < 0) {
+    if (i < 0)
         return -i;
-    }
     return i < size ? i : 2 * size - 2 - i;
 }
 
@@ -68,9 +66,8 @@ double naiveLaplacianVariance(const cv::Mat& image)
 cv::Mat stripes(int rows, int columns)
 {
     cv::Mat image(rows, columns, CV_8UC1);
-    for (int x = 0; x < columns; ++x) {
+    for (int x = 0; x < columns; ++x)
         image.col(x).setTo(x % 4 < 2 ? 0 : 255);
-    }
     return image;
 }
 
@@ -122,9 +119,8 @@ void TestFocusMeasures::brennerEqualsItsDefinition_data()
     QTest::addColumn<int>("columns");
     QTest::addColumn<int>("rows");
     for (const auto& size : {cv::Size(3, 1), cv::Size(4, 7), cv::Size(17, 5), cv::Size(18, 3),
-                             cv::Size(33, 33), cv::Size(640, 480), cv::Size(1283, 97)}) {
+                             cv::Size(33, 33), cv::Size(640, 480), cv::Size(1283, 97)})
         QTest::addRow("%d x %d", size.width, size.height) << size.width << size.height;
-    }
 }
 
 void TestFocusMeasures::brennerEqualsItsDefinition()
@@ -174,11 +170,9 @@ void TestFocusMeasures::imagesWithoutThreeColumnsScoreZero()
     QFETCH(int, columns);
     QFETCH(int, rows);
     cv::Mat image(rows, columns, CV_8UC1);
-    for (int y = 0; y < rows; ++y) {
-        for (int x = 0; x < columns; ++x) {
+    for (int y = 0; y < rows; ++y)
+        for (int x = 0; x < columns; ++x)
             image.at<std::uint8_t>(y, x) = x == 0 ? 0 : 255;
-        }
-    }
     QCOMPARE(brennerGradient(image), 0.0);
 }
 
@@ -362,9 +356,8 @@ void TestFocusMeasures::greyModeReadsTheFrameAsBlueGreenRed()
 void TestFocusMeasures::unknownModesWindowsAndFramesCountNothing()
 {
     const cv::Mat dark(480, 640, CV_8UC3, cv::Scalar(10, 10, 10));
-    for (int mode : {-1, 0, 2, 4}) {
+    for (int mode : {-1, 0, 2, 4})
         QCOMPARE(darkPixelCount(dark, mode, FOCUS_WINDOW_320x240), 0);
-    }
     QCOMPARE(darkPixelCount(dark, 1, static_cast<FOCUS_WINDOW_SIZE>(2)), 0);
     QCOMPARE(darkPixelCount(dark, 1, static_cast<FOCUS_WINDOW_SIZE>(-1)), 0);
     QCOMPARE(darkPixelCount(cv::Mat(), 1, FOCUS_WINDOW_320x240), 0);

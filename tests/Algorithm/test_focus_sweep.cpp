@@ -79,17 +79,15 @@ void TestFocusSweep::everyStateHasItsSuccessorAndAction()
 
 void TestFocusSweep::samplesAreTakenInTheSweepsOnly()
 {
-    for (int state = 0; state <= 8; ++state) {
+    for (int state = 0; state <= 8; ++state)
         QCOMPARE(takesSamples(static_cast<State>(state)), state >= 1 && state <= 6);
-    }
 }
 
 void TestFocusSweep::stepNumberFollowsTheState()
 {
     const int expected[] = {1, 1, 1, 2, 2, 3, 3, 3, 3};
-    for (int state = 0; state <= 8; ++state) {
+    for (int state = 0; state <= 8; ++state)
         QCOMPARE(stepNumber(static_cast<State>(state)), expected[state]);
-    }
 }
 
 void TestFocusSweep::sweepStartsHalfItsPositionsBelowTheCentre_data()

@@ -99,9 +99,12 @@ private slots:
         bench.controller.setPortListener(true);
         bench.controller.m_zStagePosition = 1000;
         QByteArrayList seen;
-        connect(&bench.controller, &Controller::sig_z_stage_origin, this, [&] { seen << "origin"; });
-        connect(&bench.controller, &Controller::sig_z_stage_mvn, this, [&] { seen << "mvn"; });
-        connect(&bench.controller, &Controller::sig_z_stage_mvp, this, [&] { seen << "mvp"; });
+        connect(
+            &bench.controller, &Controller::sig_z_stage_origin, this, [&] { seen << "origin"; });
+        connect(
+            &bench.controller, &Controller::sig_z_stage_mvn, this, [&] { seen << "mvn"; });
+        connect(
+            &bench.controller, &Controller::sig_z_stage_mvp, this, [&] { seen << "mvp"; });
         connect(&bench.controller, &Controller::sig_z_stage_abs, this, [&] { seen << "abs"; });
         QSignalSpy console(&bench.controller, &Controller::sig_debug_Controller);
 

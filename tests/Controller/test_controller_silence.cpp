@@ -71,22 +71,38 @@ private slots:
     {
         QTest::addColumn<Command>("command");
         const auto row = [](const char* name, const Command& command) { QTest::newRow(name) << command; };
-        row("firmware version", [](Controller& board) { board.device_fw_version(); });
-        row("firmware build", [](Controller& board) { board.device_fw_build(); });
-        row("LED on", [](Controller& board) { board.led_on(); });
-        row("LED off", [](Controller& board) { board.led_off(); });
-        row("LED level", [](Controller& board) { board.led_brightness(5); });
-        row("origin", [](Controller& board) { board.z_stage_origin(SERIAL_BLOCKING); });
-        row("run up", [](Controller& board) { board.z_stage_rop(5); });
-        row("run down", [](Controller& board) { board.z_stage_ron(5); });
-        row("move up", [](Controller& board) { board.z_stage_mvp(SERIAL_BLOCKING, 5); });
-        row("move down", [](Controller& board) { board.z_stage_mvn(SERIAL_BLOCKING, 5); });
-        row("move to", [](Controller& board) { board.z_stage_abs(SERIAL_BLOCKING, 5); });
-        row("stop", [](Controller& board) { board.z_stage_stop(); });
-        row("position", [](Controller& board) { board.z_stage_pos(); });
-        row("accelerating", [](Controller& board) { board.stage_kval_acc(5); });
-        row("decelerating", [](Controller& board) { board.stage_kval_dec(5); });
-        row("running", [](Controller& board) { board.stage_kval_run(5); });
+        row(
+            "firmware version", [](Controller& board) { board.device_fw_version(); });
+        row(
+            "firmware build", [](Controller& board) { board.device_fw_build(); });
+        row(
+            "LED on", [](Controller& board) { board.led_on(); });
+        row(
+            "LED off", [](Controller& board) { board.led_off(); });
+        row(
+            "LED level", [](Controller& board) { board.led_brightness(5); });
+        row(
+            "origin", [](Controller& board) { board.z_stage_origin(SERIAL_BLOCKING); });
+        row(
+            "run up", [](Controller& board) { board.z_stage_rop(5); });
+        row(
+            "run down", [](Controller& board) { board.z_stage_ron(5); });
+        row(
+            "move up", [](Controller& board) { board.z_stage_mvp(SERIAL_BLOCKING, 5); });
+        row(
+            "move down", [](Controller& board) { board.z_stage_mvn(SERIAL_BLOCKING, 5); });
+        row(
+            "move to", [](Controller& board) { board.z_stage_abs(SERIAL_BLOCKING, 5); });
+        row(
+            "stop", [](Controller& board) { board.z_stage_stop(); });
+        row(
+            "position", [](Controller& board) { board.z_stage_pos(); });
+        row(
+            "accelerating", [](Controller& board) { board.stage_kval_acc(5); });
+        row(
+            "decelerating", [](Controller& board) { board.stage_kval_dec(5); });
+        row(
+            "running", [](Controller& board) { board.stage_kval_run(5); });
         row("holding", [](Controller& board) { board.stage_kval_hold(5); });
     }
 

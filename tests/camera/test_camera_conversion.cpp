@@ -59,10 +59,9 @@ private slots:
         const std::vector<uchar> source = flatYuyv(kWidth, kHeight, uchar(y), uchar(u), uchar(v));
         std::vector<uchar> destination(std::size_t(kWidth) * kHeight * 3 + 1, kGuard);
         sws_yuv2rgb24(kWidth, kHeight, source.data(), destination.data());
-        for (std::size_t i = 0; i + 1 < destination.size(); ++i) {
+        for (std::size_t i = 0; i + 1 < destination.size(); ++i)
             if (!near(destination[i], rgb[int(i % 3)]))
                 QFAIL(qPrintable(QString("byte %1 is %2").arg(i).arg(destination[i])));
-        }
         QCOMPARE(destination.back(), kGuard);
     }
 

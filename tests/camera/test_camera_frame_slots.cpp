@@ -18,7 +18,8 @@ std::vector<uchar> frameOf(uchar value, std::size_t size = kSize)
 
 bool isUniform(const uchar* bytes, std::size_t size)
 {
-    return std::all_of(bytes, bytes + size, [bytes](uchar byte) { return byte == bytes[0]; });
+    return std::all_of(
+        bytes, bytes + size, [bytes](uchar byte) { return byte == bytes[0]; });
 }
 
 } // namespace

@@ -50,7 +50,8 @@ private:
             if (streaming)
                 camera.open(0, "", false);
             // Queued, as the window's are: the counts change on this thread only.
-            connect(&grabber, &GrabThread::grabDone, &camera, [this] { ++delivered; });
+            connect(
+                &grabber, &GrabThread::grabDone, &camera, [this] { ++delivered; });
             connect(&grabber, &GrabThread::sig_debug_Message, &camera,
                     [this](const QStringList& parts) { messages << parts; });
         }

@@ -20,10 +20,9 @@ void compareRun(std::size_t first, const Rows& rows)
 
 const SensorRegister* lastOf(quint16 address)
 {
-    for (std::size_t i = kInitRegisterCount; i-- > 0;) {
+    for (std::size_t i = kInitRegisterCount; i-- > 0;)
         if (ov5642_vga_crop_init_reg[i].address == address)
             return &ov5642_vga_crop_init_reg[i];
-    }
     return nullptr;
 }
 

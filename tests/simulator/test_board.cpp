@@ -26,10 +26,9 @@ std::string answerTo(Board& board, const std::string& bytes, InstrumentTime now 
 /// When the board's next bytes leave; -1 when it has nothing to say.
 double answerAfter_s(Board& board)
 {
-    for (auto next = board.nextEvent(); next; next = board.nextEvent()) {
+    for (auto next = board.nextEvent(); next; next = board.nextEvent())
         if (!board.takeOutput(*next).empty())
             return seconds(*next - kStart);
-    }
     return -1.0;
 }
 

@@ -84,10 +84,9 @@ SlidePoint darkMiddle(const MeasuredPicture& picture, const SlidePoint& around)
 int darkPixels(const MeasuredPicture& picture, const PictureMode& mode)
 {
     int count = 0;
-    for (int y = 0; y < mode.height_px; ++y) {
+    for (int y = 0; y < mode.height_px; ++y)
         for (int x = 0; x < mode.width_px; ++x)
             count += picture.green(x, y) <= kDotThreshold ? 1 : 0;
-    }
     return count;
 }
 
@@ -241,10 +240,9 @@ private slots:
     {
         QTest::addColumn<int>("mode");
         QTest::addColumn<int>("seed");
-        for (int mode = 0; mode < 3; ++mode) {
+        for (int mode = 0; mode < 3; ++mode)
             for (int seed = 1; seed <= (mode == 2 ? 2 : 4); ++seed)
                 QTest::addRow("mode %d, seed %d", mode, seed) << mode << seed;
-        }
     }
 
     void aNoisySweepHasOneClearPeak()
@@ -379,10 +377,9 @@ private slots:
         const PictureInputs inputs = nominalInputs(optics);
         const MeasuredPicture small = drawn(optics, modeNumber(0), inputs);
         const MeasuredPicture middle = drawn(optics, modeNumber(1), inputs);
-        for (int y = 0; y < 480; ++y) {
+        for (int y = 0; y < 480; ++y)
             for (int x = 0; x < 640; ++x)
                 QVERIFY(std::abs(small.green(x, y) - middle.green(x + 320, y + 240)) <= 3);
-        }
     }
 
     void cellsDoNotTouchAndHalfOfThemLieInTheCentralQuarter()

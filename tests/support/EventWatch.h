@@ -16,8 +16,9 @@ class EventWatch : public QObject
 public:
     EventWatch()
     {
-        connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::awake, this,
-                [this] { note(QStringLiteral("turn")); });
+        connect(
+            QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::awake, this,
+            [this] { note(QStringLiteral("turn")); });
     }
 
     /// Notes the widget's paints ("paint NAME") and changes of its enabled state ("enabled NAME"

@@ -151,8 +151,8 @@ bool WindowFixture::waitForFrames(int count)
 bool WindowFixture::waitForPaints(int count)
 {
     int painted = 0;
-    const auto connection = QObject::connect(m_window.get(), &ORLA_II_Plus_Verifier::updateFrameDone,
-                                             m_window.get(), [&painted] { ++painted; });
+    const auto connection = QObject::connect(
+        m_window.get(), &ORLA_II_Plus_Verifier::updateFrameDone, m_window.get(), [&painted] { ++painted; });
     const bool good = waitUntil([&] { return painted >= count; });
     QObject::disconnect(connection);
     return good;

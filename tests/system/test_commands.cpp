@@ -61,9 +61,8 @@ public:
         for (const char* list :
              {"scripts/packages.txt", "scripts/test-packages.txt", "scripts/lint-packages.txt"})
             write(file(list), "# none\n");
-        for (const char* tool : {"cmake", "ctest"}) {
+        for (const char* tool : {"cmake", "ctest"})
             writeScript(tools() + '/' + tool, "exit 0\n");
-        }
         // Where the build has put it, which is where ./run has to look.
         const QString program =
             file("build/release/" + QDir(BUILD_FOLDER).relativeFilePath(SIMULATOR_PROGRAM));

@@ -45,10 +45,9 @@ int peakOf(const std::vector<double>& values)
 std::vector<int> peaksOf(const std::vector<double>& values)
 {
     std::vector<int> peaks;
-    for (std::size_t i = 1; i + 1 < values.size(); ++i) {
+    for (std::size_t i = 1; i + 1 < values.size(); ++i)
         if (values[i] > values[i - 1] && values[i] > values[i + 1])
             peaks.push_back(int(i));
-    }
     return peaks;
 }
 

@@ -496,10 +496,12 @@ void TestSessionParts::aFileDialogGetsItsName()
 void TestSessionParts::anUnexpectedFileDialogIsCancelledAndIsAProblem()
 {
     bool closed = false;
-    QTimer::singleShot(0, m_window.get(), [&] {
-        m_window->fileName = QFileDialog::getSaveFileName(m_window.get(), "Save", QDir::tempPath());
-        closed = true;
-    });
+    QTimer::singleShot(
+        0, m_window.get(),
+        [&] {
+            m_window->fileName = QFileDialog::getSaveFileName(m_window.get(), "Save", QDir::tempPath());
+            closed = true;
+        });
     QVERIFY(m_operator->waitUntil([&] { return closed; }, 20000));
     QCOMPARE(m_window->fileName, QString());
     QVERIFY(m_operator->takeProblems().startsWith("unexpected box \"Save\""));

@@ -106,10 +106,9 @@ private:
 QImage plainGraph(int mode, const Samples& samples, int best)
 {
     PlainGraph graph;
-    for (int i = 1; i <= 15; ++i) {
+    for (int i = 1; i <= 15; ++i)
         if (i != best + 1)
             graph.number(i);
-    }
     graph.valueLabels(mode == 0 ? 100 : 50);
     if (samples.empty())
         return graph.image();
@@ -117,14 +116,12 @@ QImage plainGraph(int mode, const Samples& samples, int best)
     for (const AutoFocusingData_t& sample : samples)
         ys.push_back(int(351 - sample.focusValue / (mode == 0 ? 4 : 2)));
     graph.curve(ys);
-    for (int j = 0; j < 15; ++j) {
+    for (int j = 0; j < 15; ++j)
         if (j != best)
             graph.dot(j, ys[std::size_t(j)], kBlue);
-    }
-    for (int j = 0; j < 15; ++j) {
+    for (int j = 0; j < 15; ++j)
         if (j != best)
             graph.position(j, samples[std::size_t(j)].zPosition);
-    }
     graph.number(best + 1, kRed);
     graph.position(best, samples[std::size_t(best)].zPosition, kRed);
     graph.dot(best, ys[std::size_t(best)], kRed);
@@ -135,10 +132,9 @@ QRect boundsOf(const QImage& image, QRgb colour, const QRect& within)
 {
     QRegion region;
     for (int y = within.top(); y <= within.bottom(); ++y) {
-        for (int x = within.left(); x <= within.right(); ++x) {
+        for (int x = within.left(); x <= within.right(); ++x)
             if (image.pixel(x, y) == colour)
                 region += QRect(x, y, 1, 1);
-        }
     }
     return region.boundingRect();
 }
@@ -162,10 +158,9 @@ QRect inkIn(const QImage& image, const QRect& within)
 {
     QRect bounds;
     for (int y = within.top(); y <= within.bottom(); ++y) {
-        for (int x = within.left(); x <= within.right(); ++x) {
+        for (int x = within.left(); x <= within.right(); ++x)
             if (image.pixel(x, y) != kWhite)
                 bounds |= QRect(x, y, 1, 1);
-        }
     }
     return bounds;
 }
@@ -185,10 +180,9 @@ private slots:
         QTest::addColumn<int>("best");
         QTest::addColumn<double>("peak");
         for (int mode : {-1, 0, 1, 2}) {
-            for (int best : {0, 7, 14}) {
+            for (int best : {0, 7, 14})
                 for (double peak : {0.0, 3.7, 421.9})
                     QTest::addRow("mode %d, best %d, %g", mode, best, peak) << mode << best << peak;
-            }
         }
     }
 
@@ -289,10 +283,9 @@ private slots:
             QVERIFY(column.contains(red));
         }
         // The number is not drawn in black beneath: nothing in its box is darker than red.
-        for (int y = 360; y < 380; ++y) {
+        for (int y = 360; y < 380; ++y)
             for (int x = 40 * (best + 1); x < 40 * (best + 1) + 20; ++x)
                 QVERIFY(qRed(graph.pixel(x, y)) == 255);
-        }
     }
 
     void labelsKeepApart_data()

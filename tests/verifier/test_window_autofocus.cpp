@@ -160,10 +160,9 @@ private slots:
             connect(m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS"), &QProgressBar::valueChanged, [&] {
                 ++looks;
                 for (const char* name :
-                     {"BUTTON_EXIT", "BUTTON_DEBUG", "SPIN_DEBUG", "DebugMessage", "DebugController"}) {
+                     {"BUTTON_EXIT", "BUTTON_DEBUG", "SPIN_DEBUG", "DebugMessage", "DebugController"})
                     if (!m_fixture->isEnabled(name))
                         wrong << QString("%1 is disabled").arg(name);
-                }
                 const bool started = looks > 1; // the bar is reset before the controls are locked
                 if (started && m_fixture->isEnabled("TAB_MENU"))
                     wrong << "TAB_MENU is enabled";
@@ -732,10 +731,9 @@ private:
         const QImage view = m_fixture->window().grab(QRect(0, 0, 640, 360)).toImage();
         QRect bounds;
         for (int y = 0; y < view.height(); ++y) {
-            for (int x = 0; x < view.width(); ++x) {
+            for (int x = 0; x < view.width(); ++x)
                 if (view.pixel(x, y) == qRgb(255, 0, 0))
                     bounds |= QRect(x, y, 1, 1);
-            }
         }
         return bounds;
     }

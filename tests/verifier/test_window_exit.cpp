@@ -80,9 +80,9 @@ private slots:
         QCOMPARE(m_fixture->style("BUTTON_EXIT"), kExitStyle);
         EventWatch watch;
         watch.watch(m_fixture->find<QWidget>("BUTTON_EXIT"));
-        const auto connection =
-            connect(&m_fixture->window(), &ORLA_II_Plus_Verifier::sig_debug_Message,
-                    [&](const QStringList& parts) { watch.note(parts.mid(0, 2).join(' ')); });
+        const auto connection = connect(
+            &m_fixture->window(), &ORLA_II_Plus_Verifier::sig_debug_Message,
+            [&](const QStringList& parts) { watch.note(parts.mid(0, 2).join(' ')); });
         const auto traffic = connect(Controller::getInstance(), &Controller::sig_debug_Controller,
                                      [&](const QString& line) { watch.note(line.trimmed()); });
         QStringList looks;
@@ -166,11 +166,13 @@ private slots:
         auto* bar = m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS");
         bar->setValue(50);
         m_fixture->boxes().answerNextWith("Yes");
-        connect(bar, &QProgressBar::valueChanged, &m_fixture->window(), [this](int value) {
-            if (value == 0)
-                QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_EXIT_clicked",
-                                          Qt::QueuedConnection);
-        });
+        connect(
+            bar, &QProgressBar::valueChanged, &m_fixture->window(),
+            [this](int value) {
+                if (value == 0)
+                    QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_EXIT_clicked",
+                                              Qt::QueuedConnection);
+            });
         QTimer::singleShot(0, this, [this] { m_fixture->click("BUTTON_AUTOFOCUS"); });
         QCOMPARE(loop(), 0);
         QCOMPARE(m_fixture->boxes().texts(), QStringList(kQuit));
@@ -247,10 +249,12 @@ private slots:
         // Nobody answers this box.
         m_fixture->boxes().stop();
         bool open = false;
-        QTimer::singleShot(300, this, [&] {
-            open = QApplication::activeModalWidget() != nullptr;
-            ::raise(SIGTERM);
-        });
+        QTimer::singleShot(
+            300, this,
+            [&] {
+                open = QApplication::activeModalWidget() != nullptr;
+                ::raise(SIGTERM);
+            });
         QTimer::singleShot(0, this, [&] { m_fixture->click(qPrintable(button)); });
         QCOMPARE(loop(), 0);
         QVERIFY(open);
@@ -263,8 +267,9 @@ private slots:
         makeWindow(false);
         m_fixture->setText("EDIT_Z_DIAGNOSIS", "");
         m_fixture->takeBoardLines();
-        const auto connection =
-            connect(Controller::getInstance(), &Controller::sig_debug_Controller, [](const QString& line) {
+        const auto connection = connect(
+            Controller::getInstance(), &Controller::sig_debug_Controller,
+            [](const QString& line) {
                 if (line.startsWith("$,STM1,SELF_DIAG"))
                     ::raise(SIGTERM);
             });
@@ -280,10 +285,12 @@ private slots:
     {
         makeWindow(false);
         m_fixture->takeBoardLines();
-        const auto connection = connect(Controller::getInstance(), &Controller::sig_debug_Controller, [] {
-            ::raise(SIGTERM);
-            ::raise(SIGINT);
-        });
+        const auto connection = connect(
+            Controller::getInstance(), &Controller::sig_debug_Controller,
+            [] {
+                ::raise(SIGTERM);
+                ::raise(SIGINT);
+            });
         QTimer::singleShot(0, this, [] {
             for (int i = 0; i < 3; ++i)
                 ::raise(SIGTERM);

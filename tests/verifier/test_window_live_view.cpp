@@ -302,10 +302,9 @@ private slots:
         drag(press, move);
         const QImage view = grabView();
         const QImage frame = currentFrame();
-        for (const QPoint& point : probes()) {
+        for (const QPoint& point : probes())
             if (!QRect(0, 0, 81, 61).contains(point))
                 QCOMPARE(view.pixel(point), frame.pixel(point + offset));
-        }
     }
 
     void aMoveOntoTheBorderPansAndOneBeyondDoesNot()
@@ -591,10 +590,9 @@ private:
     static QVector<QPoint> probes()
     {
         QVector<QPoint> points;
-        for (int y = 3; y < 480; y += 37) {
+        for (int y = 3; y < 480; y += 37)
             for (int x = 5; x < 640; x += 41)
                 points.append({x, y});
-        }
         return points;
     }
 

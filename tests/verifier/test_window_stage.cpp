@@ -591,11 +591,12 @@ private:
     /// Notes a command in the list at the moment when its line goes out.
     QMetaObject::Connection noteLine(EventWatch& watch, const QString& command)
     {
-        return connect(Controller::getInstance(), &Controller::sig_debug_Controller, this,
-                       [&watch, command](const QString& line) {
-                           if (line.startsWith("$,") && line.contains(command))
-                               watch.note(command);
-                       });
+        return connect(
+            Controller::getInstance(), &Controller::sig_debug_Controller, this,
+            [&watch, command](const QString& line) {
+                if (line.startsWith("$,") && line.contains(command))
+                    watch.note(command);
+            });
     }
 
     void failNext(const std::string& command)

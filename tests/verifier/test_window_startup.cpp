@@ -434,10 +434,11 @@ private slots:
         m_fixture->clearConsoles();
         m_fixture->boxes().answerNextWith("Yes");
         const auto* camera = m_fixture->window().findChild<OV5642Camera*>();
-        const auto connection =
-            connect(Controller::getInstance(), &Controller::sig_debug_Controller, this,
-                    [&](const QString& line) { QVERIFY2(camera->isStreaming(), qPrintable(line)); });
-        QTimer::singleShot(0, this, [this] { m_fixture->click("BUTTON_EXIT"); });
+        const auto connection = connect(
+            Controller::getInstance(), &Controller::sig_debug_Controller, this,
+            [&](const QString& line) { QVERIFY2(camera->isStreaming(), qPrintable(line)); });
+        QTimer::singleShot(
+            0, this, [this] { m_fixture->click("BUTTON_EXIT"); });
         QTimer::singleShot(10000, qApp, [] { QCoreApplication::exit(1); });
         QCOMPARE(QApplication::exec(), 0);
         disconnect(connection);

@@ -52,9 +52,8 @@ QString scoreTable(const std::vector<AutoFocusingData_s>& samples, std::size_t b
     }
     stream << '\n';
     // The operators read the last line: they count samples from one.
-    if (best < samples.size()) {
+    if (best < samples.size())
         writeSample(best + 1, samples[best]);
-    }
     stream.flush();
     return table;
 }
@@ -78,9 +77,8 @@ bool writeFrame(const QString& path, const cv::Mat& rgbFrame)
 bool writeText(const QString& path, const QString& text)
 {
     QFile file(instrumentPath(path));
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return false;
-    }
     const QByteArray bytes = text.toLocal8Bit();
     return file.write(bytes) == bytes.size() && file.flush();
 }

@@ -52,11 +52,10 @@ cv::Rect windowOf(const cv::Mat& plane, FOCUS_WINDOW_SIZE window)
 cv::Mat singlePlane(const cv::Mat& frame, int channelMode)
 {
     cv::Mat plane;
-    if (channelMode == kChannelModeGreen) {
+    if (channelMode == kChannelModeGreen)
         cv::extractChannel(frame, plane, kGreenPlane);
-    } else if (channelMode == kChannelModeGrey) {
+    else if (channelMode == kChannelModeGrey)
         cv::cvtColor(frame, plane, cv::COLOR_BGR2GRAY);
-    }
     return plane;
 }
 
@@ -64,25 +63,22 @@ cv::Mat singlePlane(const cv::Mat& frame, int channelMode)
 
 double brennerGradient(const cv::Mat& plane)
 {
-    if (plane.rows < 1 || plane.type() != CV_8UC1) {
+    if (plane.rows < 1 || plane.type() != CV_8UC1)
         return 0.0;
-    }
     std::uint32_t sum = 0;
     const int differences = plane.cols - 2;
     for (int y = 0; y < plane.rows; ++y) {
         const std::uint8_t* row = plane.ptr(y);
-        for (int x = 0; x < differences; x += kBlockColumns) {
+        for (int x = 0; x < differences; x += kBlockColumns)
             sum += squaredDifferences(row + x, std::min(kBlockColumns, differences - x));
-        }
     }
     return static_cast<double>(static_cast<float>(sum) / kBrennerDivisor);
 }
 
 double varianceOfLaplacian(const cv::Mat& image)
 {
-    if (image.empty()) {
+    if (image.empty())
         return 0.0;
-    }
     cv::Mat laplacian;
     cv::Laplacian(image, laplacian, CV_16S, 1, 1.0, 0.0, cv::BORDER_DEFAULT);
     cv::Scalar mean;
@@ -93,14 +89,12 @@ double varianceOfLaplacian(const cv::Mat& image)
 
 int darkPixelCount(const cv::Mat& frame, int channelMode, FOCUS_WINDOW_SIZE window)
 {
-    if (frame.empty() || frame.type() != CV_8UC3) {
+    if (frame.empty() || frame.type() != CV_8UC3)
         return 0;
-    }
     const cv::Mat plane = singlePlane(frame, channelMode);
     const cv::Rect region = windowOf(plane, window);
-    if (region.empty()) {
+    if (region.empty())
         return 0;
-    }
     cv::Mat dark;
     cv::inRange(plane(region), kDarkest, kBrightestDark, dark);
     return cv::countNonZero(dark);

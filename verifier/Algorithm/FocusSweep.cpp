@@ -39,9 +39,8 @@ bool takesSamples(State state)
 
 int stepNumber(State state)
 {
-    if (state < State::FineFirstStep) {
+    if (state < State::FineFirstStep)
         return 1;
-    }
     return state < State::ThirdFirstStep ? 2 : 3;
 }
 
@@ -58,9 +57,8 @@ int sweepStart(int centre_steps, int interval_steps, int count)
 
 BestSample bestSample(const std::vector<AutoFocusingData_s>& samples, bool checkThirdStep)
 {
-    if (samples.empty()) {
+    if (samples.empty())
         return {AutoFocusingResult_NoSample, 0};
-    }
     double maximum = 0.0;
     double minimum = std::numeric_limits<double>::max();
     std::size_t highest = 0;
@@ -76,30 +74,25 @@ BestSample bestSample(const std::vector<AutoFocusingData_s>& samples, bool check
             lowest = i;
         }
     }
-    if (!checkThirdStep) {
+    if (!checkThirdStep)
         return {AutoFocusingResult_BestPositionFound, highest};
-    }
     const std::size_t last = samples.size() - 1;
-    if ((highest == 0 && lowest == last) || (highest == last && lowest == 0)) {
+    if ((highest == 0 && lowest == last) || (highest == last && lowest == 0))
         return {AutoFocusingResult_ThirdStepNecessary, highest};
-    }
     // One sample before the peak on purpose: the instrument's results are defined this way.
-    if (highest != 0 && maximum > minimum + (maximum - minimum) * 0.5) {
+    if (highest != 0 && maximum > minimum + (maximum - minimum) * 0.5)
         --highest;
-    }
     return {AutoFocusingResult_BestPositionFound, highest};
 }
 
 int resultPosition(const std::vector<AutoFocusingData_s>& samples, const BestSample& best,
                    int otherwise_steps)
 {
-    if (best.result == AutoFocusingResult_NoSample || best.index >= samples.size()) {
+    if (best.result == AutoFocusingResult_NoSample || best.index >= samples.size())
         return otherwise_steps;
-    }
     const int position = samples[best.index].zPosition;
-    if (best.result != AutoFocusingResult_ThirdStepNecessary) {
+    if (best.result != AutoFocusingResult_ThirdStepNecessary)
         return position;
-    }
     const int offset = best.index == 0 ? -kThirdStepOffset_steps : kThirdStepOffset_steps;
     return boundedSteps(std::int64_t{position} + offset);
 }

@@ -70,9 +70,8 @@ void alg_Autofocus::process()
     if (m_saveImages) {
         m_logDirectory = focus_log::directoryOf(QDateTime::currentDateTime());
         const QString directory = focus_log::stepDirectory(m_logDirectory, 1);
-        if (!focus_log::createDirectory(directory)) {
+        if (!focus_log::createDirectory(directory))
             logErrorOnce(Q_FUNC_INFO, QStringLiteral("[Error] create directory failed:"), directory);
-        }
     }
     m_state = State::Start;
     m_resultZ = m_centreZ;
@@ -203,29 +202,26 @@ int alg_Autofocus::beginSweep(int interval, int count)
 void alg_Autofocus::moveToSweepStart(int currentZ)
 {
     const std::int64_t distance = std::int64_t{m_sweepStartZ} - currentZ;
-    if (distance < 0) {
+    if (distance < 0)
         controller()->z_stage_mvn(SERIAL_BLOCKING, boundedSteps(-distance));
-    } else {
+    else
         controller()->z_stage_mvp(SERIAL_BLOCKING, boundedSteps(distance));
-    }
 }
 
 void alg_Autofocus::adjust_z_position(int interval)
 {
-    if (interval < 0) {
+    if (interval < 0)
         controller()->z_stage_mvn(SERIAL_NON_BLOCKING, boundedSteps(-std::int64_t{interval}));
-    } else {
+    else
         controller()->z_stage_mvp(SERIAL_NON_BLOCKING, interval);
-    }
 }
 
 void alg_Autofocus::prepareEndAutoFocusing()
 {
     logMessage(this, {Q_FUNC_INFO});
     const int position = controller()->z_stage_pos();
-    if (m_resultZ != position) {
+    if (m_resultZ != position)
         adjust_z_position(boundedSteps(std::int64_t{m_resultZ} - position));
-    }
 }
 
 void alg_Autofocus::endAutoFocusing()
@@ -259,9 +255,8 @@ void alg_Autofocus::analyze_grabbed_image_bG(cv::Mat& frame)
 {
     const double score = scoreOf(frame);
     m_samples.push_back({score, m_currentZ});
-    if (m_saveImages) {
+    if (m_saveImages)
         saveFrame(frame, score);
-    }
     emit sig_progress_AutoFocusing(focus_sweep::stepNumber(m_state));
 }
 
@@ -286,29 +281,25 @@ void alg_Autofocus::saveFrame(const cv::Mat& frame, double score)
 {
     const QString path = focus_log::frameFile(m_logDirectory, focus_sweep::stepNumber(m_state),
                                               m_samples.size(), m_currentZ, score);
-    if (!frame.empty() && !focus_log::writeFrame(path, frame)) {
+    if (!frame.empty() && !focus_log::writeFrame(path, frame))
         logErrorOnce(Q_FUNC_INFO, QStringLiteral("[Error] write image failed:"), path);
-    }
 }
 
 void alg_Autofocus::saveScores(std::size_t best)
 {
     const QString path = focus_log::scoreFile(m_logDirectory, focus_sweep::stepNumber(m_state));
-    if (!focus_log::writeText(path, focus_log::scoreTable(m_samples, best))) {
+    if (!focus_log::writeText(path, focus_log::scoreTable(m_samples, best)))
         logErrorOnce(Q_FUNC_INFO, QStringLiteral("[Error] write file failed:"), path);
-    }
 }
 
 AutoFocusingResult_e alg_Autofocus::find_best_focus(std::vector<AutoFocusingData_s>& samples,
                                                     std::size_t& best, bool checkThirdStep)
 {
     const focus_sweep::BestSample verdict = focus_sweep::bestSample(samples, checkThirdStep);
-    if (verdict.result != AutoFocusingResult_NoSample) {
+    if (verdict.result != AutoFocusingResult_NoSample)
         best = verdict.index;
-    }
-    if (verdict.result == AutoFocusingResult_ThirdStepNecessary) {
+    if (verdict.result == AutoFocusingResult_ThirdStepNecessary)
         logMessage(this, {Q_FUNC_INFO, QStringLiteral("!!! AutoFocusingResult_ThirdStepNecessary !!!")});
-    }
     return verdict.result;
 }
 
@@ -317,21 +308,18 @@ AutoFocusingResult_e alg_Autofocus::find_AutoFocusing_Position(bool checkThirdSt
     std::size_t best = 0;
     const AutoFocusingResult_e result = find_best_focus(m_samples, best, checkThirdStep);
     m_resultZ = focus_sweep::resultPosition(m_samples, {result, best}, m_resultZ);
-    if (result == AutoFocusingResult_NoSample) {
+    if (result == AutoFocusingResult_NoSample)
         return result;
-    }
-    if (m_saveImages) {
+    if (m_saveImages)
         saveScores(best);
-    }
     emit sig_review_AutoFocusing(focus_sweep::stepNumber(m_state), m_samples, static_cast<int>(best));
     return result;
 }
 
 void alg_Autofocus::logErrorOnce(const QString& function, const QString& text, const QString& detail)
 {
-    if (m_loggedErrors.contains(text)) {
+    if (m_loggedErrors.contains(text))
         return;
-    }
     m_loggedErrors.append(text);
     logMessage(this, detail.isEmpty() ? QStringList{function, text} : QStringList{function, text, detail});
 }
@@ -380,11 +368,9 @@ bool alg_Autofocus::compare_focus(double focusValue, int index)
         return false;
     }
     // What is not a number is neither a best score nor a fall.
-    if (index < kFirstPeakIndex || !(focusValue < m_bestFocusValue - kPeakFall)) {
+    if (index < kFirstPeakIndex || !(focusValue < m_bestFocusValue - kPeakFall))
         return false;
-    }
-    if (m_bestFocusIndex >= 0 && static_cast<std::size_t>(m_bestFocusIndex) < m_samples.size()) {
+    if (m_bestFocusIndex >= 0 && static_cast<std::size_t>(m_bestFocusIndex) < m_samples.size())
         m_resultZ = m_samples[m_bestFocusIndex].zPosition;
-    }
     return true;
 }

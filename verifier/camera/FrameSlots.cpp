@@ -91,10 +91,9 @@ FrameSlots::Reader FrameSlots::readNewest()
 bool FrameSlots::tryClaimForReading(Slot& slot)
 {
     int readers = slot.state.load(std::memory_order_relaxed);
-    while (readers != kBeingWritten) {
+    while (readers != kBeingWritten)
         if (slot.state.compare_exchange_weak(readers, readers + 1, std::memory_order_acquire,
                                              std::memory_order_relaxed))
             return true;
-    }
     return false;
 }

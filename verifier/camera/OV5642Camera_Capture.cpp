@@ -179,10 +179,9 @@ const char* OV5642Camera::startStream()
     buffers.memory = V4L2_MEMORY_MMAP;
     if (!request(VIDIOC_REQBUFS, &buffers))
         return "VIDIOC_REQBUFS";
-    for (quint32 i = 0; i < buffers.count; ++i) {
+    for (quint32 i = 0; i < buffers.count; ++i)
         if (const char* failure = mapBuffer(i))
             return failure;
-    }
     return switchStream(VIDIOC_STREAMON) ? nullptr : "VIDIOC_STREAMON";
 }
 

@@ -41,7 +41,8 @@ public:
           m_answers(::open(qgetenv("OPERATOR_ANSWERS").constData(), O_RDWR | O_CLOEXEC)),
           m_notifier(m_requests, QSocketNotifier::Read)
     {
-        connect(&m_notifier, &QSocketNotifier::activated, this, [this] { take(); });
+        connect(
+            &m_notifier, &QSocketNotifier::activated, this, [this] { take(); });
     }
 
 private:
