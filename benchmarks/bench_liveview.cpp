@@ -37,10 +37,10 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
-#include "FrameModes.h"
 #include "ORLA_II_Plus_Verifier.h"
 #include "camera/YuvConversion.h"
 #include "platform/DeviceCalls.h"
+#include "settings/CaptureModes.h"
 #include "simulator/instrument/SimulatedInstrument.h"
 
 namespace {
@@ -84,7 +84,7 @@ public:
 
     double ownTime_ms() const { return static_cast<double>(m_ownTime_ns.load()) / 1e6; }
     std::uint64_t dequeued() const { return m_dequeued.load(); }
-    void setStampedMode(const FrameMode* mode) { m_stamped.store(mode); }
+    void setStampedMode(const CaptureMode* mode) { m_stamped.store(mode); }
 
     int open(const char* path, int flags) override { return m_calls.open(path, flags); }
     int close(int fd) override { return m_calls.close(fd); }
@@ -138,7 +138,7 @@ private:
     void countFrame(const v4l2_buffer& buffer)
     {
         const std::uint64_t number = ++m_dequeued;
-        const FrameMode* mode = m_stamped.load();
+        const CaptureMode* mode = m_stamped.load();
         if (mode == nullptr || buffer.index >= m_mapped)
             return;
         std::uint8_t* luma =
@@ -151,7 +151,7 @@ private:
     DeviceCalls& m_calls;
     std::atomic<std::uint64_t> m_ownTime_ns{0};
     std::atomic<std::uint64_t> m_dequeued{0};
-    std::atomic<const FrameMode*> m_stamped{nullptr};
+    std::atomic<const CaptureMode*> m_stamped{nullptr};
     std::array<std::uint8_t*, kBuffers> m_memory{};
     std::size_t m_mapped = 0;
 };
@@ -213,7 +213,7 @@ int readStamp(QWidget& window)
 
 /// Part of the delivered frames that were on the screen, by the numbers in their pictures:
 /// each is read when the next one is painted.
-double partSeen(ORLA_II_Plus_Verifier& window, MeasuredCalls& calls, const FrameMode& mode, int duration_ms)
+double partSeen(ORLA_II_Plus_Verifier& window, MeasuredCalls& calls, const CaptureMode& mode, int duration_ms)
 {
     auto* scaled = window.findChild<QAbstractButton*>("CHECK_SCALED_TO_FIT");
     scaled->setChecked(false);
@@ -248,7 +248,7 @@ struct BareCosts
 };
 
 /// The rounds come as far apart as the frames, so that caches are as cold as they are there.
-BareCosts measureBareCalls(const FrameMode& mode, double rate_hz)
+BareCosts measureBareCalls(const CaptureMode& mode, double rate_hz)
 {
     const auto yuyvBytes = std::size_t(mode.width_px) * mode.height_px * 2;
     const auto rgbBytes = mode.rgbBytes();
@@ -313,7 +313,7 @@ const char* verdict(bool reached)
 
 void reportMode(ORLA_II_Plus_Verifier& window, MeasuredCalls& calls, int index, int duration_ms)
 {
-    const FrameMode& mode = kFrameModes[static_cast<std::size_t>(index)];
+    const CaptureMode& mode = kCaptureModes[static_cast<std::size_t>(index)];
     window.findChild<QAbstractButton*>(kModeButtons[index])->click();
     wait(kSettle_ms);
     const Span span = measureSpan(window, calls, duration_ms);
@@ -406,11 +406,11 @@ void reportMemory()
     // The window's RGB buffers and pictures of all modes, and in 5M four copies of the
     // device's frames and the converted frame.
     double needed = 0.0;
-    for (const FrameMode& mode : kFrameModes) {
+    for (const CaptureMode& mode : kCaptureModes) {
         const double pixels = double(mode.width_px) * mode.height_px;
         needed += pixels * (3 + 4);
     }
-    const double pixels5M = double(kFrameModes[2].width_px) * kFrameModes[2].height_px;
+    const double pixels5M = double(kCaptureModes[2].width_px) * kCaptureModes[2].height_px;
     needed = (needed + pixels5M * (2 * kBuffers + 3)) / kMb;
     const double bare = childMemory_mb("bare");
     const double verifier = childMemory_mb("verifier");
