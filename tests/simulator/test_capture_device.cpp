@@ -141,9 +141,10 @@ private slots:
         for (const unsigned row : {0U, gotHeight - 1}) {
             const std::uint8_t* bytes = memory->data() + std::size_t(row) * gotLine;
             QCOMPARE(int(bytes[0]), 1);
-            QCOMPARE(int(bytes[gotWidth * 2 - 1]), 1);
+            const std::size_t used = std::size_t(gotWidth) * 2;
+            QCOMPARE(int(bytes[used - 1]), 1);
             if (padding > 0)
-                QCOMPARE(int(bytes[gotWidth * 2]), 0);
+                QCOMPARE(int(bytes[used]), 0);
         }
     }
 

@@ -46,6 +46,7 @@ private:
 
 namespace {
 
+constexpr const char* kProgramVersion = "orla-verifier-simulator " ORLA_VERSION;
 QJsonObject sessionOf(const ProgramRun& run)
 {
     return QJsonDocument::fromJson(run.contentOf("session.json")).object();
@@ -169,11 +170,11 @@ void TestSession::theRecordCanBeFiledAndRepeated()
 {
     QCOMPARE(m_session["kind"].toString(), QString("session"));
     QVERIFY(m_session["simulated"].toBool());
-    QCOMPARE(m_session["version"].toString(), QString("orla-verifier-simulator " ORLA_VERSION));
+    QCOMPARE(m_session["version"].toString(), QString(kProgramVersion));
     QCOMPARE(m_session["host"].toString(), QSysInfo::machineHostName());
     const QDateTime begun = QDateTime::fromString(m_session["begun"].toString(), Qt::ISODate);
     QVERIFY(begun.isValid() && begun.timeSpec() != Qt::LocalTime);
-    QVERIFY(qAbs(begun.secsTo(QDateTime::currentDateTime())) < 24 * 3600);
+    QVERIFY(qAbs(begun.secsTo(QDateTime::currentDateTime())) < 86400);
     QVERIFY(!m_session["timeZone"].toString().isEmpty());
     QCOMPARE(m_session["serialBefore"].toString(), QString("OR3-01-00042"));
     QCOMPARE(m_session["serialAfter"].toString(), QString("OR3-07-01234"));
@@ -217,8 +218,8 @@ void TestSession::theReportShowsTheRecordInABrowser()
         QVERIFY2(page.contains("class=\"step\" id=\"" + step.toUtf8() + '"'), qPrintable(step));
     for (const char* expected :
          {"40 of 40 steps as they should be", "simulated; no real instrument was verified",
-          "OR3-01-00042, at the end OR3-07-01234", "orla-verifier-simulator " ORLA_VERSION,
-          "noise = 1.5 (default 1)", "<div>Name </div>", "<div>Signature </div>", "158.00 to 162.00",
+          "OR3-01-00042, at the end OR3-07-01234", kProgramVersion, "noise = 1.5 (default 1)",
+          "<div>Name </div>", "<div>Signature </div>", "158.00 to 162.00",
           "<span class=\"add\">+Serial=OR3-07-01234</span>", "held back in the autofocus"})
         QVERIFY2(page.contains(expected), expected);
     QCOMPARE(page.count("\u2717 fail"), 0);

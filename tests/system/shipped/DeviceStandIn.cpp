@@ -2,6 +2,9 @@
 // bus to the simulator's, and writes a line for each of the program's main thread into
 // $STAND_IN_LOG. Every other call, and every other descriptor, goes on to the C library.
 
+// The C library's checked calls would be defined in its headers, under the names defined here.
+#undef _FORTIFY_SOURCE
+
 #include <algorithm>
 #include <array>
 #include <atomic>
