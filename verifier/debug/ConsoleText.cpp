@@ -53,8 +53,9 @@ public:
 protected:
     bool eventFilter(QObject* viewport, QEvent* event) override
     {
-        const QScrollBar* bar = m_area->verticalScrollBar();
+        // Other events may come when the area is half gone.
         if (event->type() == QEvent::ScrollPrepare) {
+            const QScrollBar* bar = m_area->verticalScrollBar();
             auto* prepare = static_cast<QScrollPrepareEvent*>(event);
             prepare->setViewportSize(m_area->viewport()->size());
             prepare->setContentPosRange({0, 0, 0, bar->maximum() * lineHeight_px()});
