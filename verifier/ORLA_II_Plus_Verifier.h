@@ -231,6 +231,7 @@ private:
     void paintBackground(QPainter& painter, const QRegion& region);
     void makeFramePicture();
     void paintPicture(QPainter& painter);
+    const QPixmap& fittedPicture(const QPixmap& picture);
     void paintNavigator(QPainter& painter);
     void paintCrossLine(QPainter& painter);
 
@@ -340,6 +341,9 @@ private:
     std::array<QPixmap, kCameraModeCount> m_framePictures;
     // Number of the frame that each picture was made from; none: of a buffer of nobody's.
     std::array<std::optional<std::uint64_t>, kCameraModeCount> m_pictureContents;
+    // A frame picture scaled to the view, and that picture's QPixmap::cacheKey().
+    QPixmap m_fittedPicture;
+    qint64 m_fittedOf = 0;
     // RGB24, rows top to bottom, no padding. One set for the process, never freed: they
     // outlive the window because a frame may be under way until the very end.
     std::array<unsigned char*, kCameraModeCount> m_frameBuffers{};

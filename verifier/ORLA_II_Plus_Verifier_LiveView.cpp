@@ -90,7 +90,7 @@ void ORLA_II_Plus_Verifier::paintPicture(QPainter& painter)
     const QPixmap& picture = m_framePictures[static_cast<std::size_t>(m_cameraMode)];
     const QRect target(QPoint(0, 0), m_viewRect.size());
     if (m_form->CHECK_SCALED_TO_FIT->isChecked()) {
-        painter.drawPixmap(target, picture, QRect(0, 0, m_frameWidth_px, m_frameHeight_px));
+        painter.drawPixmap(target.topLeft(), fittedPicture(picture));
         return;
     }
     const QRect source(m_viewOffset, m_viewRect.size());
@@ -99,6 +99,23 @@ void ORLA_II_Plus_Verifier::paintPicture(QPainter& painter)
         painter.fillRect(target, palette().window());
     painter.drawPixmap(target, picture, source);
     paintNavigator(painter);
+}
+
+/// The picture in the size of the view. A frame is shown some times over: it is scaled once.
+const QPixmap& ORLA_II_Plus_Verifier::fittedPicture(const QPixmap& picture)
+{
+    if (picture.size() == m_viewRect.size())
+        return picture;
+    if (m_fittedOf != picture.cacheKey()) {
+        if (m_fittedPicture.isNull()) {
+            m_fittedPicture = QPixmap(m_viewRect.size());
+            m_fittedPicture.fill(Qt::black);
+        }
+        QPainter painter(&m_fittedPicture);
+        painter.drawPixmap(m_fittedPicture.rect(), picture, QRect(0, 0, m_frameWidth_px, m_frameHeight_px));
+        m_fittedOf = picture.cacheKey();
+    }
+    return m_fittedPicture;
 }
 
 void ORLA_II_Plus_Verifier::paintNavigator(QPainter& painter)

@@ -1,6 +1,8 @@
 // What the hand-shake shows again is not worked out again.
 
+#include <algorithm>
 #include <atomic>
+#include <ctime>
 
 #include <QtTest>
 
@@ -88,6 +90,17 @@ private slots:
         m_fixture->camera().faults().clear();
     }
 
+    /// Nor is it scaled again: the largest frame, fitted into the view, is then shown for what a
+    /// frame costs that is as large as the view.
+    void whatIsShownAgainCostsNoMoreInALargeModeThanInASmallOne()
+    {
+        const double small_us = paintOfAStillView_us("BUTTON_RESOLUTION_VGA");
+        const double large_us = paintOfAStillView_us("BUTTON_RESOLUTION_5M");
+        QVERIFY(small_us > 0.0);
+        QVERIFY2(large_us < 2.0 * small_us,
+                 qPrintable(QString("%1 us at 5M, %2 us at VGA").arg(large_us).arg(small_us)));
+    }
+
     void aCameraOpenedAnewShowsNothingOfTheStreamBefore()
     {
         auto* camera = m_fixture->window().findChild<OV5642Camera*>();
@@ -104,6 +117,34 @@ private slots:
     }
 
 private:
+    static double threadTime_us()
+    {
+        timespec time{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
+    }
+
+    /// Processor time of this thread for one round of the hand-shake in that mode, while the
+    /// stream stands still: the least of some spans, for others use the machine as well.
+    double paintOfAStillView_us(const char* button)
+    {
+        m_fixture->click(button);
+        if (!m_fixture->waitForFrames(2))
+            return 0.0;
+        m_fixture->camera().faults().enable("stall");
+        bool painted = m_fixture->waitForPaints(20);
+        constexpr int kSpans = 5;
+        constexpr int kPaints = 20;
+        double least_us = 1e9;
+        for (int span = 0; span < kSpans; ++span) {
+            const double before_us = threadTime_us();
+            painted = m_fixture->waitForPaints(kPaints) && painted;
+            least_us = std::min(least_us, (threadTime_us() - before_us) / kPaints);
+        }
+        m_fixture->camera().faults().clear();
+        return painted ? least_us : 0.0;
+    }
+
     std::unique_ptr<WindowFixture> m_fixture;
 };
 
