@@ -75,8 +75,7 @@ public:
           m_window(std::make_unique<ORLA_II_Plus_Verifier>()),
           m_operator(*m_window, m_folder),
           m_context(m_operator, instrument, !options.plainAnswers),
-          m_session(m_context),
-          m_runner(m_operator, m_session.steps(planOf(options), options.steps), m_output)
+          m_runner(m_operator, sessionSteps(m_context, planOf(options), options.steps), m_output)
     {
         m_clock.start();
         m_runner.showProgress();
@@ -192,7 +191,6 @@ private:
     std::unique_ptr<ORLA_II_Plus_Verifier> m_window;
     Operator m_operator;
     SessionContext m_context;
-    Session m_session;
     SessionRunner m_runner;
 };
 

@@ -31,7 +31,7 @@ int main(int argc, char* argv[])
     QStringList arguments;
     for (int i = 0; i < argc; ++i)
         arguments.append(QString::fromLocal8Bit(argv[i]));
-    const SimulatorOptions options = parseSimulatorOptions(arguments, Session::stepNames(SessionPlan::Day));
+    const SimulatorOptions options = parseSimulatorOptions(arguments, sessionStepNames(SessionPlan::Day));
     if (!options.error.isEmpty()) {
         std::fprintf(stderr, "%s\n", qPrintable(options.error));
         return kCommandLineWrong;

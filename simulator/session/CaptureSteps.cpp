@@ -1,4 +1,4 @@
-#include "simulator/session/CaptureSteps.h"
+#include "simulator/session/SessionSteps.h"
 
 #include <array>
 
@@ -22,17 +22,17 @@ const QString kScreenshotName = QStringLiteral("KorvexCap-0001.png");
 
 } // namespace
 
-StepResult CaptureSteps::capture()
+StepResult steps::capture(SessionContext& session)
 {
-    const std::array<double, 3> live = m_context.settle() ? meanColour(m_operator.liveView()) : kNoColour;
-    m_operator.expectFileDialog(kCaptureName);
-    m_operator.click("BUTTON_CAPTURE");
-    m_context.waitUntilEnabled(QStringLiteral("the window stays disabled after the capture"));
-    const QString file = m_instrument.usb().filesOf() + '/' + kCaptureName + ".tif";
+    const std::array<double, 3> live = session.settle() ? meanColour(session.user.liveView()) : kNoColour;
+    session.user.expectFileDialog(kCaptureName);
+    session.user.click("BUTTON_CAPTURE");
+    session.waitUntilEnabled(QStringLiteral("the window stays disabled after the capture"));
+    const QString file = session.instrument.usb().filesOf() + '/' + kCaptureName + ".tif";
     const cv::Mat saved = QFile::exists(file) ? cv::imread(QFile::encodeName(file).toStdString()) : cv::Mat();
     const cv::Scalar mean = saved.empty() ? cv::Scalar::all(kNotTaken) : cv::mean(saved);
     if (saved.empty())
-        m_context.findings.failedSaves.append(QStringLiteral("%1.tif is not there").arg(kCaptureName));
+        session.findings.failedSaves.append(QStringLiteral("%1.tif is not there").arg(kCaptureName));
     return {saved.cols == kFrame.width() && saved.rows == kFrame.height(),
             QStringLiteral("%1.tif of %2 x %3").arg(kCaptureName).arg(saved.cols).arg(saved.rows),
             QStringLiteral("frames of %1 x %2").arg(kFrame.width()).arg(kFrame.height()),
@@ -41,21 +41,21 @@ StepResult CaptureSteps::capture()
              {"blue of the TIFF", "", mean[0], live[2], kBrightnessTolerance}}};
 }
 
-StepResult CaptureSteps::screenshot()
+StepResult steps::screenshot(SessionContext& session)
 {
-    m_operator.expectBox("OK");
-    m_operator.pressKey(Qt::Key_Print);
+    session.user.expectBox("OK");
+    session.user.pressKey(Qt::Key_Print);
     const QString onDisk = "/mnt/" + kScreenshotName;
-    const QImage picture(m_instrument.usb().filesOf() + '/' + kScreenshotName);
+    const QImage picture(session.instrument.usb().filesOf() + '/' + kScreenshotName);
     // Without a display there is no screen to take a picture of, and the program has to say so.
     if (QGuiApplication::platformName() == QLatin1String("offscreen")) {
-        const bool told = m_context.boxWas("Error", onDisk + " saving failed !!!");
+        const bool told = session.boxWas("Error", onDisk + " saving failed !!!");
         return {told && picture.isNull(), told ? "told that it failed" : "not told that it failed",
                 QStringLiteral("no display here")};
     }
     if (picture.isNull())
-        m_context.findings.failedSaves.append(kScreenshotName + " is not there");
-    const bool told = m_context.boxWas("ORLA-III", onDisk + " saved !");
+        session.findings.failedSaves.append(kScreenshotName + " is not there");
+    const bool told = session.boxWas("ORLA-III", onDisk + " saved !");
     const QSize screen = QGuiApplication::primaryScreen()->size();
     return {told && picture.size() == screen && measurePicture(picture).contrast > 1.0,
             QStringLiteral("%1 of %2 x %3, %4")

@@ -1,24 +1,44 @@
-#include "simulator/session/EndSteps.h"
+#include "simulator/session/SessionSteps.h"
 
 #include "simulator/instrument/SimulatedInstrument.h"
 
-QString EndSteps::showConsole(const QString& number, const QString& name, const QString& textArea)
+namespace {
+
+QString showConsole(SessionContext& session, const QString& number, const QString& name,
+                    const QString& textArea)
 {
-    m_operator.type("SPIN_DEBUG", number);
-    m_operator.setChecked("BUTTON_DEBUG", true);
-    QString text = m_operator.isShown(textArea) ? m_operator.text(textArea) : QString();
-    m_operator.takePicture(name + QStringLiteral("-console"));
-    m_operator.setChecked("BUTTON_DEBUG", false);
-    if (m_operator.isShown(textArea))
-        m_operator.noteProblem(QStringLiteral("the console does not go away"));
+    session.user.type("SPIN_DEBUG", number);
+    session.user.setChecked("BUTTON_DEBUG", true);
+    QString text = session.user.isShown(textArea) ? session.user.text(textArea) : QString();
+    session.user.takePicture(name + QStringLiteral("-console"));
+    session.user.setChecked("BUTTON_DEBUG", false);
+    if (session.user.isShown(textArea))
+        session.user.noteProblem(QStringLiteral("the console does not go away"));
     return text;
 }
 
-StepResult EndSteps::consoles()
+bool wasAsked(SessionContext& session)
 {
-    const QString messages = showConsole("1", "message", "PLAIN_DEBUG_MESSAGE");
-    const QString traffic = showConsole("2", "controller", "PLAIN_DEBUG_CONTROLLER");
-    m_operator.type("SPIN_DEBUG", "1");
+    const SeenBox* box = session.user.boxSinceExpected();
+    return box != nullptr && box->title == "ORLA-III" && box->text == "Are you sure quit ?" &&
+           box->buttons.size() == 2;
+}
+
+QStringList newlyDisabled(SessionContext& session)
+{
+    QStringList names = session.user.disabledControls();
+    for (const QString& name : qAsConst(session.findings.disabledAtStart))
+        names.removeAll(name);
+    return names;
+}
+
+} // namespace
+
+StepResult steps::consoles(SessionContext& session)
+{
+    const QString messages = showConsole(session, "1", "message", "PLAIN_DEBUG_MESSAGE");
+    const QString traffic = showConsole(session, "2", "controller", "PLAIN_DEBUG_CONTROLLER");
+    session.user.type("SPIN_DEBUG", "1");
     QStringList missing;
     for (const char* expected : {"startCamera", "slot_connected_controller()"})
         if (!messages.contains(expected))
@@ -31,72 +51,57 @@ StepResult EndSteps::consoles()
                 .arg(messages.count('\n'))
                 .arg(traffic.count('\n'))
                 .arg(missing.isEmpty() ? QString() : QStringLiteral(", without ") + missing.join(" and ")),
-            QStringLiteral("%1 lines received").arg(m_instrument.boardLines().size())};
+            QStringLiteral("%1 lines received").arg(session.instrument.boardLines().size())};
 }
 
-bool EndSteps::wasAsked() const
+StepResult steps::stay(SessionContext& session)
 {
-    const SeenBox* box = m_operator.boxSinceExpected();
-    return box != nullptr && box->title == "ORLA-III" && box->text == "Are you sure quit ?" &&
-           box->buttons.size() == 2;
-}
-
-StepResult EndSteps::stay()
-{
-    const int linesBefore = m_instrument.boardLines().size();
-    const BoardLight before = m_instrument.light();
-    m_operator.expectBox("No");
-    m_operator.click("BUTTON_EXIT");
-    const bool asked = wasAsked();
+    const int linesBefore = session.instrument.boardLines().size();
+    const BoardLight before = session.instrument.light();
+    session.user.expectBox("No");
+    session.user.click("BUTTON_EXIT");
+    const bool asked = wasAsked(session);
     const bool running =
-        m_operator.waitForFrames(kFramesUnderWay, kFrames_ms) && m_operator.windowIsEnabled();
-    m_context.findings.lockedControls = newlyDisabled();
-    const int newLines = m_instrument.boardLines().size() - linesBefore;
-    const BoardLight after = m_instrument.light();
+        session.user.waitForFrames(kFramesUnderWay, kFrames_ms) && session.user.windowIsEnabled();
+    session.findings.lockedControls = newlyDisabled(session);
+    const int newLines = session.instrument.boardLines().size() - linesBefore;
+    const BoardLight after = session.instrument.light();
     return {asked && running && newLines == 0 && after.ledOn == before.ledOn,
             QStringLiteral("%1, live view %2")
                 .arg(asked ? "asked" : "not asked as it should", running ? "goes on" : "stands still"),
             QStringLiteral("%1 lines received, %2").arg(newLines).arg(lightText(after))};
 }
 
-StepResult EndSteps::exit()
+StepResult steps::exit(SessionContext& session)
 {
-    m_context.findings.linesBeforeExit = m_instrument.boardLines().size();
-    m_operator.expectBox("Yes");
-    m_operator.click("BUTTON_EXIT");
-    const bool asked = wasAsked();
+    session.findings.linesBeforeExit = session.instrument.boardLines().size();
+    session.user.expectBox("Yes");
+    session.user.click("BUTTON_EXIT");
+    const bool asked = wasAsked(session);
     return {asked, asked ? "asked" : "not asked as it should", {}};
 }
 
-StepResult EndSteps::ended()
+StepResult steps::ended(SessionContext& session)
 {
-    const auto descriptors = m_instrument.camera().openDescriptors();
-    const auto mappings = m_instrument.camera().openMappings();
-    return {!m_context.findings.forcedEnd && descriptors == 0 && mappings == 0,
-            m_context.findings.forcedEnd ? "the program had to be stopped" : "the program left by itself",
+    const auto descriptors = session.instrument.camera().openDescriptors();
+    const auto mappings = session.instrument.camera().openMappings();
+    return {!session.findings.forcedEnd && descriptors == 0 && mappings == 0,
+            session.findings.forcedEnd ? "the program had to be stopped" : "the program left by itself",
             QStringLiteral("%1 devices open, %2 buffers mapped").arg(descriptors).arg(mappings)};
 }
 
-StepResult EndSteps::parked()
+StepResult steps::parked(SessionContext& session)
 {
-    const QStringList lines = m_instrument.boardLines().mid(m_context.findings.linesBeforeExit);
-    const BoardLight light = m_instrument.light();
-    const int position = m_instrument.stagePosition_steps();
+    const QStringList lines = session.instrument.boardLines().mid(session.findings.linesBeforeExit);
+    const BoardLight light = session.instrument.light();
+    const int position = session.instrument.stagePosition_steps();
     const bool parked =
         lines == QStringList{"$,LED4,OFF,,", "$,STM1,ORIGIN,,"} && !light.ledOn && position == 0;
-    return {m_instrument.zigMode() ? lines.isEmpty() : parked,
-            m_instrument.zigMode() ? "Zig mode, nothing to park"
-            : parked               ? "instrument parked"
-                                   : "instrument not parked",
+    return {session.instrument.zigMode() ? lines.isEmpty() : parked,
+            session.instrument.zigMode() ? "Zig mode, nothing to park"
+            : parked                     ? "instrument parked"
+                                         : "instrument not parked",
             QStringLiteral("received %1, %2, stage at %3")
                 .arg(lines.isEmpty() ? QStringLiteral("nothing") : lines.join(" "), lightText(light))
                 .arg(position)};
-}
-
-QStringList EndSteps::newlyDisabled() const
-{
-    QStringList names = m_operator.disabledControls();
-    for (const QString& name : qAsConst(m_context.findings.disabledAtStart))
-        names.removeAll(name);
-    return names;
 }

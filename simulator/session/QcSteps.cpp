@@ -1,4 +1,4 @@
-#include "simulator/session/QcSteps.h"
+#include "simulator/session/SessionSteps.h"
 
 #include <algorithm>
 #include <cmath>
@@ -53,19 +53,34 @@ double volumeFactor(double length_px, double length_mm)
     return kFrame.width() * pixel_mm * kFrame.height() * pixel_mm * kChamberDepth_mm;
 }
 
+QPointF pointShown(SessionContext& session, const QString& edit)
+{
+    const QStringList parts = session.user.text(edit).split(", ");
+    bool isNumber[2] = {};
+    const QPointF point(parts.value(0).toInt(&isNumber[0]), parts.value(1).toInt(&isNumber[1]));
+    return isNumber[0] && isNumber[1] ? point : QPointF(kNotTaken, kNotTaken);
+}
+
+// A box instead of a result leaves what was shown before.
+bool pressWithoutBox(SessionContext& session, const QString& button)
+{
+    const int boxesBefore = session.user.boxes().size();
+    return session.user.click(button) && session.user.boxes().size() == boxesBefore;
+}
+
 } // namespace
 
-StepResult QcSteps::slide()
+StepResult steps::slide(SessionContext& session)
 {
-    m_instrument.putSlide(SlideKind::Target);
-    m_operator.click("BUTTON_RESOLUTION_1280");
-    m_operator.setChecked("CHECK_SCALED_TO_FIT", true);
-    const bool running = m_context.settle();
-    m_operator.takePicture("target");
-    const QVector<QPoint> spots = running ? darkSpots(m_operator.liveView(), 2) : QVector<QPoint>();
+    session.instrument.putSlide(SlideKind::Target);
+    session.user.click("BUTTON_RESOLUTION_1280");
+    session.user.setChecked("CHECK_SCALED_TO_FIT", true);
+    const bool running = session.settle();
+    session.user.takePicture("target");
+    const QVector<QPoint> spots = running ? darkSpots(session.user.liveView(), 2) : QVector<QPoint>();
     bool found = spots.size() == 2;
     QStringList truth;
-    for (const SlidePoint& dot : m_instrument.slide().targetDots()) {
+    for (const SlidePoint& dot : session.instrument.slide().targetDots()) {
         const QPointF place = inLiveView(dot);
         truth.append(placeText(place));
         found = found && std::any_of(spots.begin(), spots.end(), [&](const QPoint& spot) {
@@ -80,99 +95,84 @@ StepResult QcSteps::slide()
             : seen.isEmpty() ? QStringLiteral("no dot in the live view")
                              : QStringLiteral("dots at %1 of the live view").arg(seen.join(" and ")),
             QStringLiteral("dots at %1, %2 pixels of the sensor apart")
-                .arg(truth.join(" and "), number(m_instrument.slide().targetDistance_px(), 1))};
+                .arg(truth.join(" and "), number(session.instrument.slide().targetDistance_px(), 1))};
 }
 
-StepResult QcSteps::freeze()
+StepResult steps::freeze(SessionContext& session)
 {
-    if (m_operator.click("BUTTON_QC_CAPTURE"))
-        m_operator.waitUntil(
-            [this] { return m_operator.windowIsEnabled() && m_operator.isShown("QC_MEASURE"); }, kAnswer_ms,
+    if (session.user.click("BUTTON_QC_CAPTURE"))
+        session.user.waitUntil(
+            [&] { return session.user.windowIsEnabled() && session.user.isShown("QC_MEASURE"); }, kAnswer_ms,
             QStringLiteral("no picture is frozen"));
-    m_view.startOver();
-    m_operator.takePicture("frozen");
-    const QString caption = m_operator.text("BUTTON_QC_CAPTURE");
-    const auto mappings = m_instrument.camera().openMappings();
+    session.frozenFrame.startOver();
+    session.user.takePicture("frozen");
+    const QString caption = session.user.text("BUTTON_QC_CAPTURE");
+    const auto mappings = session.instrument.camera().openMappings();
     return {caption == "Live" && mappings == 0, QStringLiteral("the button says \"%1\"").arg(caption),
             QStringLiteral("%1 frame buffers mapped").arg(mappings)};
 }
 
-QPointF QcSteps::pointShown(const QString& edit)
+StepResult steps::miss(SessionContext& session)
 {
-    const QStringList parts = m_operator.text(edit).split(", ");
-    bool isNumber[2] = {};
-    const QPointF point(parts.value(0).toInt(&isNumber[0]), parts.value(1).toInt(&isNumber[1]));
-    return isNumber[0] && isNumber[1] ? point : QPointF(kNotTaken, kNotTaken);
-}
-
-// A box instead of a result leaves what was shown before.
-bool QcSteps::pressWithoutBox(const QString& button)
-{
-    const int boxesBefore = m_operator.boxes().size();
-    return m_operator.click(button) && m_operator.boxes().size() == boxesBefore;
-}
-
-StepResult QcSteps::miss()
-{
-    const std::vector<SlidePoint> dots = m_instrument.slide().targetDots();
-    m_view.aimAt(nearest(dots.at(0)) + kWideOfTheDot);
-    const QString before = m_operator.text("EDIT_POINT_1");
-    m_operator.expectBox("OK");
-    m_operator.click("BUTTON_POINT_1");
-    const bool told = m_context.boxWas("Error", "Cell not detected !");
-    m_context.waitUntilEnabled(QStringLiteral("the window stays disabled after a search"));
-    return {told && m_operator.text("EDIT_POINT_1") == before, told ? "told" : "not told",
+    const std::vector<SlidePoint> dots = session.instrument.slide().targetDots();
+    session.frozenFrame.aimAt(nearest(dots.at(0)) + kWideOfTheDot);
+    const QString before = session.user.text("EDIT_POINT_1");
+    session.user.expectBox("OK");
+    session.user.click("BUTTON_POINT_1");
+    const bool told = session.boxWas("Error", "Cell not detected !");
+    session.waitUntilEnabled(QStringLiteral("the window stays disabled after a search"));
+    return {told && session.user.text("EDIT_POINT_1") == before, told ? "told" : "not told",
             QStringLiteral("no dot within %1 pixels").arg(kWideOfTheDot.y())};
 }
 
-StepResult QcSteps::points()
+StepResult steps::points(SessionContext& session)
 {
-    const std::vector<SlidePoint> dots = m_instrument.slide().targetDots();
+    const std::vector<SlidePoint> dots = session.instrument.slide().targetDots();
     std::vector<Figure> figures;
     QPointF found[2];
     for (std::size_t index = 0; index < 2; ++index) {
         const QString digit = QString::number(index + 1);
-        m_view.aimAt(nearest(dots.at(index)) + kBesideTheDot);
-        m_operator.takePicture("aim-" + digit);
-        const bool searched = pressWithoutBox("BUTTON_POINT_" + digit);
-        m_context.waitUntilEnabled(QStringLiteral("the window stays disabled after a search"));
-        m_operator.takePicture("point-" + digit);
-        found[index] = searched ? pointShown("EDIT_POINT_" + digit) : QPointF(kNotTaken, kNotTaken);
+        session.frozenFrame.aimAt(nearest(dots.at(index)) + kBesideTheDot);
+        session.user.takePicture("aim-" + digit);
+        const bool searched = pressWithoutBox(session, "BUTTON_POINT_" + digit);
+        session.waitUntilEnabled(QStringLiteral("the window stays disabled after a search"));
+        session.user.takePicture("point-" + digit);
+        found[index] = searched ? pointShown(session, "EDIT_POINT_" + digit) : QPointF(kNotTaken, kNotTaken);
         figures.push_back(
             {"point " + digit + " x", "px", found[index].x(), dots[index].x_px, kPointTolerance_px});
         figures.push_back(
             {"point " + digit + " y", "px", found[index].y(), dots[index].y_px, kPointTolerance_px});
     }
     const QPointF way = found[1] - found[0];
-    m_foundLength_px = std::hypot(way.x(), way.y());
-    const double truth = m_instrument.slide().targetDistance_px();
-    figures.push_back({"length", "px", m_foundLength_px, truth, kLengthTolerance_px});
+    session.findings.foundLength_px = std::hypot(way.x(), way.y());
+    const double truth = session.instrument.slide().targetDistance_px();
+    figures.push_back({"length", "px", session.findings.foundLength_px, truth, kLengthTolerance_px});
     return {true,
             QStringLiteral("(%1) and (%2), %3 pixels apart")
-                .arg(m_operator.text("EDIT_POINT_1"), m_operator.text("EDIT_POINT_2"),
-                     number(m_foundLength_px, 2)),
+                .arg(session.user.text("EDIT_POINT_1"), session.user.text("EDIT_POINT_2"),
+                     number(session.findings.foundLength_px, 2)),
             QStringLiteral("(%1, %2) and (%3, %4), %5 pixels apart")
                 .arg(number(dots[0].x_px, 2), number(dots[0].y_px, 2), number(dots[1].x_px, 2),
                      number(dots[1].y_px, 2), number(truth, 2)),
             figures};
 }
 
-StepResult QcSteps::measure()
+StepResult steps::measure(SessionContext& session)
 {
-    const bool measured = pressWithoutBox("BUTTON_QC_MEASURE");
-    m_context.waitUntilEnabled(QStringLiteral("the window stays disabled after the measurement"));
-    m_operator.takePicture("measured");
-    const double length_px = m_instrument.slide().targetDistance_px();
+    const bool measured = pressWithoutBox(session, "BUTTON_QC_MEASURE");
+    session.waitUntilEnabled(QStringLiteral("the window stays disabled after the measurement"));
+    session.user.takePicture("measured");
+    const double length_px = session.instrument.slide().targetDistance_px();
     // The target's length is its pixels rounded to tenths of a millimetre: those that were
     // found, as the true ones may lie on the other side of a rounding limit.
-    const double length_mm = std::round(m_foundLength_px / kPixelsPerMm * 10.0) / 10.0;
+    const double length_mm = std::round(session.findings.foundLength_px / kPixelsPerMm * 10.0) / 10.0;
     const double magnificationTruth = magnification(length_px, length_mm);
     const double volumeTruth = volumeFactor(length_px, length_mm);
     const double part = kLengthTolerance_px / length_px;
-    const QString magnificationText = m_operator.text("EDIT_MAGNIFICATION");
-    const QString volumeText = m_operator.text("EDIT_VOLUME_FACTOR");
-    const double magnificationFound = measured ? m_context.numberShown("EDIT_MAGNIFICATION") : kNotTaken;
-    const double volumeFound = measured ? m_context.numberShown("EDIT_VOLUME_FACTOR") : kNotTaken;
+    const QString magnificationText = session.user.text("EDIT_MAGNIFICATION");
+    const QString volumeText = session.user.text("EDIT_VOLUME_FACTOR");
+    const double magnificationFound = measured ? session.numberShown("EDIT_MAGNIFICATION") : kNotTaken;
+    const double volumeFound = measured ? session.numberShown("EDIT_VOLUME_FACTOR") : kNotTaken;
     return {true,
             QStringLiteral("magnification %1, volume factor %2").arg(magnificationText, volumeText),
             QStringLiteral("magnification %1, volume factor %2")
@@ -181,24 +181,24 @@ StepResult QcSteps::measure()
              {"volume factor", "mm\u00B3", volumeFound, volumeTruth, volumeTruth * 2.0 * part}}};
 }
 
-StepResult QcSteps::live()
+StepResult steps::live(SessionContext& session)
 {
-    m_operator.click("BUTTON_QC_CAPTURE");
-    m_context.waitUntilEnabled(QStringLiteral("the window stays disabled after the way back"));
-    const bool running = m_context.settle();
-    const QString caption = m_operator.text("BUTTON_QC_CAPTURE");
-    return {running && caption == "Capture" && !m_operator.isShown("QC_MEASURE"),
+    session.user.click("BUTTON_QC_CAPTURE");
+    session.waitUntilEnabled(QStringLiteral("the window stays disabled after the way back"));
+    const bool running = session.settle();
+    const QString caption = session.user.text("BUTTON_QC_CAPTURE");
+    return {running && caption == "Capture" && !session.user.isShown("QC_MEASURE"),
             QStringLiteral("the button says \"%1\", live view %2")
                 .arg(caption, running ? "goes on" : "stands still"),
             {}};
 }
 
-StepResult QcSteps::intensity()
+StepResult steps::intensity(SessionContext& session)
 {
-    m_context.settle();
-    const bool measured = pressWithoutBox("BUTTON_INTENSITY");
-    m_operator.takePicture("intensity");
-    const auto truth = m_instrument.fieldColour();
+    session.settle();
+    const bool measured = pressWithoutBox(session, "BUTTON_INTENSITY");
+    session.user.takePicture("intensity");
+    const auto truth = session.instrument.fieldColour();
     const QString names[] = {"red", "green", "blue"};
     std::vector<Figure> figures;
     QStringList seen;
@@ -206,9 +206,9 @@ StepResult QcSteps::intensity()
     for (std::size_t channel = 0; channel < 3; ++channel) {
         const QString edit = "EDIT_INTENSITY_" + names[channel].toUpper();
         figures.push_back({"intensity " + names[channel], "",
-                           measured ? m_context.numberShown(edit) : kNotTaken, truth[channel],
+                           measured ? session.numberShown(edit) : kNotTaken, truth[channel],
                            kIntensityTolerance});
-        seen.append(m_operator.text(edit));
+        seen.append(session.user.text(edit));
         known.append(number(truth[channel], 1));
     }
     return {true, seen.join(", "), known.join(", "), figures};

@@ -11,14 +11,9 @@ QString number(double value, int decimals)
     return std::isfinite(value) ? QString::number(value, 'f', decimals) : QStringLiteral("none");
 }
 
-QString onOff(bool on)
-{
-    return on ? QStringLiteral("on") : QStringLiteral("off");
-}
-
 QString lightText(const BoardLight& light)
 {
-    return QStringLiteral("LED %1 at %2").arg(onOff(light.ledOn)).arg(light.ledLevel);
+    return QStringLiteral("LED %1 at %2").arg(light.ledOn ? "on" : "off").arg(light.ledLevel);
 }
 
 bool SessionContext::settle()

@@ -2,12 +2,14 @@
 
 #include <vector>
 
+#include <QImage>
 #include <QPointF>
 #include <QString>
 #include <QStringList>
 
 #include "simulator/board/BoardPort.h"
 #include "simulator/operator/Operator.h"
+#include "simulator/operator/QcView.h"
 #include "simulator/session/SessionStep.h"
 
 class SimulatedInstrument;
@@ -24,12 +26,14 @@ struct SessionFindings
     QStringList lockedControls;
     /// What should have been written, and was not, in sentences.
     QStringList failedSaves;
+    double foundLength_px = kNotTaken; ///< between the target's dots, as the points were marked
+    QImage lastUnscaledView;           ///< the live view of the resolution that was looked at last
     int linesBeforeExit = 0;
     bool forcedEnd = false; ///< the program had to be made to leave its event loop
 };
 
-/// What all groups of steps work with: the operator at the window, the instrument below it,
-/// and habits that they share. Outlives the steps. GUI thread.
+/// What all steps work with: the operator at the window, the instrument below it, and what they
+/// all do again and again. Outlives the steps. GUI thread.
 struct SessionContext
 {
     /// holdAnswersBack: whether the board answers the autofocus's moves only when fresh frames
@@ -55,6 +59,7 @@ struct SessionContext
 
     Operator& user;
     SimulatedInstrument& instrument;
+    QcView frozenFrame{user};
     const bool answersHeldBack;
     SessionFindings findings;
 
@@ -73,25 +78,4 @@ inline constexpr int kFramesUnderWay = 8;
 
 /// Texts of results; "none" for a number that is none.
 QString number(double value, int decimals = 0);
-QString onOff(bool on);
 QString lightText(const BoardLight& light);
-
-/// Steps that belong together, as a class with a function for each that the session's table
-/// names; what one of them leaves for the next is kept here.
-class StepGroup
-{
-public:
-    StepGroup(const StepGroup&) = delete;
-    StepGroup& operator=(const StepGroup&) = delete;
-
-protected:
-    explicit StepGroup(SessionContext& context)
-        : m_context(context), m_operator(context.user), m_instrument(context.instrument)
-    {
-    }
-    ~StepGroup() = default;
-
-    SessionContext& m_context;
-    Operator& m_operator;
-    SimulatedInstrument& m_instrument;
-};

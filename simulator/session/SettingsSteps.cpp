@@ -1,4 +1,6 @@
-#include "simulator/session/SettingsSteps.h"
+#include "simulator/session/SessionSteps.h"
+
+#include <map>
 
 #include "simulator/instrument/SimulatedInstrument.h"
 #include "simulator/session/SettingsFiles.h"
@@ -22,24 +24,24 @@ constexpr int kSkippedFrames = 7;
 
 const QString kMessage = QStringLiteral("ORLA-III");
 
-} // namespace
+using Entries = std::map<QString, QString>;
 
-bool SettingsSteps::boxAfter(const QString& button, const QString& title, const QString& text)
+bool boxAfter(SessionContext& session, const QString& button, const QString& title, const QString& text)
 {
-    m_operator.expectBox("OK");
-    m_operator.click(button);
-    return m_context.boxWas(title, text);
+    session.user.expectBox("OK");
+    session.user.click(button);
+    return session.boxWas(title, text);
 }
 
 // Only what is expected may change; a value that stays counts where it is as expected.
-StepResult SettingsSteps::save(const QString& page, const Entries& expected)
+StepResult save(SessionContext& session, const QString& page, const Entries& expected)
 {
-    m_operator.openTab(page);
-    const auto read = [this] {
-        return SettingsFiles::read(m_instrument.root(), SimulatedInstrument::settingsFiles());
+    session.user.openTab(page);
+    const auto read = [&] {
+        return SettingsFiles::read(session.instrument.root(), SimulatedInstrument::settingsFiles());
     };
     const SettingsFiles before = read();
-    const bool told = boxAfter("BUTTON_SAVE_INI", kMessage, "INI saved !");
+    const bool told = boxAfter(session, "BUTTON_SAVE_INI", kMessage, "INI saved !");
     const SettingsFiles after = read();
     const Entries then = before.entries();
     const Entries now = after.entries();
@@ -59,7 +61,7 @@ StepResult SettingsSteps::save(const QString& page, const Entries& expected)
     if (!told)
         wrong.prepend(QStringLiteral("not told that it is saved"));
     for (const QString& each : qAsConst(wrong))
-        m_context.findings.failedSaves.append(QStringLiteral("%1: %2").arg(page, each));
+        session.findings.failedSaves.append(QStringLiteral("%1: %2").arg(page, each));
     return {wrong.isEmpty(),
             QStringLiteral("%1, %2 of %3 values new")
                 .arg(told ? "told" : "not told")
@@ -69,60 +71,64 @@ StepResult SettingsSteps::save(const QString& page, const Entries& expected)
                             : wrong.join("; ")};
 }
 
-StepResult SettingsSteps::saveStage()
+} // namespace
+
+StepResult steps::saveStage(SessionContext& session)
 {
-    const int reference = m_operator.text("EDIT_Z_REFERENCE").toInt();
+    const int reference = session.user.text("EDIT_Z_REFERENCE").toInt();
     const auto text = [reference](int offset) { return QString::number(reference + offset); };
     const QString group = kMainFile + "Calibration/";
-    return save("TAB_STAGE", {{kStageFile + "Step", m_operator.text("SPIN_Z_STEP")},
-                              {kStageFile + "Speed", m_operator.text("SPIN_Z_SPEED")},
-                              {group + "Z reference", text(0)},
-                              {group + "Z reset pos", text(0)},
-                              {group + "Z ref Validation", text(0)},
-                              {group + "Z ref 2ch", text(kTwoChannelOffset_steps)},
-                              {group + "Z ref Reusable", text(kReusableOffset_steps)}});
+    return save(session, "TAB_STAGE",
+                {{kStageFile + "Step", session.user.text("SPIN_Z_STEP")},
+                 {kStageFile + "Speed", session.user.text("SPIN_Z_SPEED")},
+                 {group + "Z reference", text(0)},
+                 {group + "Z reset pos", text(0)},
+                 {group + "Z ref Validation", text(0)},
+                 {group + "Z ref 2ch", text(kTwoChannelOffset_steps)},
+                 {group + "Z ref Reusable", text(kReusableOffset_steps)}});
 }
 
-StepResult SettingsSteps::saveCamera()
+StepResult steps::saveCamera(SessionContext& session)
 {
-    Entries expected{{kMainFile + "Ch. BF/LED", QString::number(m_instrument.light().ledLevel)}};
+    Entries expected{{kMainFile + "Ch. BF/LED", QString::number(session.instrument.light().ledLevel)}};
     for (const std::uint16_t address : kSavedRegisters)
         expected[kNtbSection + QString::asprintf("0x%04X", static_cast<unsigned>(address))] =
-            QString::asprintf("0x%02X", static_cast<unsigned>(m_instrument.camera().sensorRegister(address)));
-    return save("TAB_CAMERA", expected);
+            QString::asprintf("0x%02X",
+                              static_cast<unsigned>(session.instrument.camera().sensorRegister(address)));
+    return save(session, "TAB_CAMERA", expected);
 }
 
-StepResult SettingsSteps::saveQc()
+StepResult steps::saveQc(SessionContext& session)
 {
     Entries expected{{kMainFile + "ORLA-III/Serial", kSerial},
                      {kMainFile + "Cell counting/Skip frame", QString::number(kSkippedFrames)}};
     // The shown texts are the values, with as many decimals or fewer than the file keeps.
-    const double magnification = m_operator.text("EDIT_MAGNIFICATION").toDouble();
-    const double volume = m_operator.text("EDIT_VOLUME_FACTOR").toDouble();
+    const double magnification = session.user.text("EDIT_MAGNIFICATION").toDouble();
+    const double volume = session.user.text("EDIT_VOLUME_FACTOR").toDouble();
     if (magnification != 0.0 && volume != 0.0) {
         expected[kMainFile + "ORLA-III/Magnification"] = QString::number(magnification);
         expected[kMainFile + "ORLA-III/Volume factor"] = QString::number(volume);
     }
-    return save("TAB_QC", expected);
+    return save(session, "TAB_QC", expected);
 }
 
-StepResult SettingsSteps::serial()
+StepResult steps::serial(SessionContext& session)
 {
-    m_operator.type("EDIT_SERIAL_MIDFIX", QString::number(kSerialMiddle));
-    m_operator.type("EDIT_SERIAL_SUFFIX", QString::number(kSerialNumber));
-    const QString middle = m_operator.text("EDIT_SERIAL_MIDFIX");
-    const QString suffix = m_operator.text("EDIT_SERIAL_SUFFIX");
+    session.user.type("EDIT_SERIAL_MIDFIX", QString::number(kSerialMiddle));
+    session.user.type("EDIT_SERIAL_SUFFIX", QString::number(kSerialNumber));
+    const QString middle = session.user.text("EDIT_SERIAL_MIDFIX");
+    const QString suffix = session.user.text("EDIT_SERIAL_SUFFIX");
     return {middle.toInt() == kSerialMiddle && suffix.toInt() == kSerialNumber,
             QStringLiteral("%1 and %2").arg(middle, suffix),
             {}};
 }
 
-StepResult SettingsSteps::skipFrame()
+StepResult steps::skipFrame(SessionContext& session)
 {
-    m_operator.type("EDIT_SKIP_FRAME", QString::number(kTooManyFrames));
-    const bool refused = boxAfter("BUTTON_SKIP_FRAME", "Error", "Possible range: 1 to 30");
-    m_operator.type("EDIT_SKIP_FRAME", QString::number(kSkippedFrames));
-    const bool taken = boxAfter("BUTTON_SKIP_FRAME", kMessage,
+    session.user.type("EDIT_SKIP_FRAME", QString::number(kTooManyFrames));
+    const bool refused = boxAfter(session, "BUTTON_SKIP_FRAME", "Error", "Possible range: 1 to 30");
+    session.user.type("EDIT_SKIP_FRAME", QString::number(kSkippedFrames));
+    const bool taken = boxAfter(session, "BUTTON_SKIP_FRAME", kMessage,
                                 "Skip frame value is set. \nPress [Save Ini] to save the value.");
     return {refused && taken,
             QStringLiteral("%1 %2, %3 %4")
@@ -133,13 +139,13 @@ StepResult SettingsSteps::skipFrame()
             {}};
 }
 
-StepResult SettingsSteps::password()
+StepResult steps::password(SessionContext& session)
 {
     const bool told =
-        boxAfter("BUTTON_PASSWORD", kMessage, "The serial number has been set as the password!");
-    const QVector<PasswordRun> runs = m_instrument.tree().passwordRuns();
+        boxAfter(session, "BUTTON_PASSWORD", kMessage, "The serial number has been set as the password!");
+    const QVector<PasswordRun> runs = session.instrument.tree().passwordRuns();
     const QString set = runs.isEmpty() ? QStringLiteral("no password set") : runs.last().password;
-    const QString saved = m_instrument.setting("ORLA-III/Serial", {});
+    const QString saved = session.instrument.setting("ORLA-III/Serial", {});
     return {told && runs.size() == 1 && runs.last().arguments.isEmpty() && set == saved,
             told ? "told" : "not told", QStringLiteral("script ran %1 times, %2").arg(runs.size()).arg(set)};
 }

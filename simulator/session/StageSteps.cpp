@@ -1,4 +1,4 @@
-#include "simulator/session/StageSteps.h"
+#include "simulator/session/SessionSteps.h"
 
 #include <cstdlib>
 #include <map>
@@ -16,53 +16,66 @@ constexpr int kSweepMoves = 9;
 // Away from the reference, so that going back to it can be seen.
 constexpr int kAwayFromReference = 20000;
 
+double sharpnessNow(SessionContext& session)
+{
+    session.settle();
+    return measurePicture(session.user.liveView()).sharpness;
+}
+
+/// Has the window ask the board for the position.
+QString positionShown(SessionContext& session)
+{
+    session.user.click("BUTTON_Z_POSITION");
+    return session.user.text("EDIT_Z_POSITION");
+}
+
+int positionAtRest(SessionContext& session)
+{
+    session.user.waitUntil([&] { return !session.instrument.stageIsMoving(); }, kAnswer_ms,
+                           QStringLiteral("the stage does not come to rest"));
+    return positionShown(session).toInt();
+}
+
 } // namespace
 
-StepResult StageSteps::jog()
+StepResult steps::jog(SessionContext& session)
 {
-    m_operator.type("SPIN_Z_STEP", QString::number(kJogStep));
-    m_operator.click("BUTTON_Z_POSITION");
-    const int start = m_operator.text("EDIT_Z_POSITION").toInt();
-    bool holds = start == m_instrument.stagePosition_steps();
+    session.user.type("SPIN_Z_STEP", QString::number(kJogStep));
+    const int start = positionShown(session).toInt();
+    bool holds = start == session.instrument.stagePosition_steps();
     QStringList seen{QString::number(start)};
-    QStringList truth{QString::number(m_instrument.stagePosition_steps())};
+    QStringList truth{QString::number(session.instrument.stagePosition_steps())};
     int expected = start;
     for (const int direction : {1, 1, -1}) {
-        m_operator.click(direction > 0 ? "BUTTON_Z_MOVE_PLUS" : "BUTTON_Z_MOVE_MINUS");
+        session.user.click(direction > 0 ? "BUTTON_Z_MOVE_PLUS" : "BUTTON_Z_MOVE_MINUS");
         expected += direction * kJogStep;
-        seen.append(m_operator.text("EDIT_Z_POSITION"));
-        truth.append(QString::number(m_instrument.stagePosition_steps()));
+        seen.append(session.user.text("EDIT_Z_POSITION"));
+        truth.append(QString::number(session.instrument.stagePosition_steps()));
         holds = holds && seen.last() == QString::number(expected) && seen.last() == truth.last();
     }
-    m_operator.takePicture("jog");
+    session.user.takePicture("jog");
     return {holds, seen.join(", "), truth.join(", ")};
 }
 
-double StageSteps::sharpnessNow()
+StepResult steps::focus(SessionContext& session)
 {
-    m_context.settle();
-    return measurePicture(m_operator.liveView()).sharpness;
-}
-
-StepResult StageSteps::focus()
-{
-    m_operator.click("BUTTON_RESOLUTION_VGA");
-    m_operator.waitForFrames(1, kFrames_ms);
+    session.user.click("BUTTON_RESOLUTION_VGA");
+    session.user.waitForFrames(1, kFrames_ms);
     std::map<double, int> positionBySharpness;
-    m_context.moveTo(kSweepStart);
-    positionBySharpness[sharpnessNow()] = kSweepStart;
-    m_operator.takePicture("far-from-focus");
-    m_operator.type("SPIN_Z_STEP", QString::number(kJogStep));
-    for (int move = 1; move < kSweepMoves && !m_operator.hasGivenUp(); ++move) {
-        m_operator.click("BUTTON_Z_MOVE_PLUS");
-        positionBySharpness[sharpnessNow()] = m_operator.text("EDIT_Z_POSITION").toInt();
+    session.moveTo(kSweepStart);
+    positionBySharpness[sharpnessNow(session)] = kSweepStart;
+    session.user.takePicture("far-from-focus");
+    session.user.type("SPIN_Z_STEP", QString::number(kJogStep));
+    for (int move = 1; move < kSweepMoves && !session.user.hasGivenUp(); ++move) {
+        session.user.click("BUTTON_Z_MOVE_PLUS");
+        positionBySharpness[sharpnessNow(session)] = session.user.text("EDIT_Z_POSITION").toInt();
     }
     const auto [sharpest, position] = *positionBySharpness.rbegin();
     const double dullest = positionBySharpness.begin()->first;
-    m_context.moveTo(position);
-    sharpnessNow();
-    m_operator.takePicture("in-focus");
-    const double truth = m_instrument.bestFocus_steps();
+    session.moveTo(position);
+    sharpnessNow(session);
+    session.user.takePicture("in-focus");
+    const double truth = session.instrument.bestFocus_steps();
     return {sharpest > 2.0 * dullest && std::abs(position - truth) <= kJogStep,
             QStringLiteral("sharpest at %1, %2 times the dullest")
                 .arg(position)
@@ -70,73 +83,61 @@ StepResult StageSteps::focus()
             QStringLiteral("focus at ") + number(truth)};
 }
 
-int StageSteps::positionAtRest()
+StepResult steps::rotate(SessionContext& session)
 {
-    m_operator.waitUntil([this] { return !m_instrument.stageIsMoving(); }, kAnswer_ms,
-                         QStringLiteral("the stage does not come to rest"));
-    m_operator.click("BUTTON_Z_POSITION");
-    return m_operator.text("EDIT_Z_POSITION").toInt();
-}
-
-StepResult StageSteps::rotate()
-{
-    const int start = positionAtRest();
-    m_operator.press("BUTTON_Z_ROTATE_PLUS");
-    m_operator.wait(kRotation_ms);
-    const bool movedUp = m_instrument.stageIsMoving();
-    m_operator.release("BUTTON_Z_ROTATE_PLUS");
-    const int up = positionAtRest();
-    const int trueUp = m_instrument.stagePosition_steps();
-    m_operator.press("BUTTON_Z_ROTATE_MINUS");
-    m_operator.wait(kRotation_ms);
-    const bool movedDown = m_instrument.stageIsMoving();
-    m_operator.release("BUTTON_Z_ROTATE_MINUS");
-    m_operator.click("BUTTON_Z_STOP");
-    const int down = positionAtRest();
-    const int trueDown = m_instrument.stagePosition_steps();
+    const int start = positionAtRest(session);
+    session.user.press("BUTTON_Z_ROTATE_PLUS");
+    session.user.wait(kRotation_ms);
+    const bool movedUp = session.instrument.stageIsMoving();
+    session.user.release("BUTTON_Z_ROTATE_PLUS");
+    const int up = positionAtRest(session);
+    const int trueUp = session.instrument.stagePosition_steps();
+    session.user.press("BUTTON_Z_ROTATE_MINUS");
+    session.user.wait(kRotation_ms);
+    const bool movedDown = session.instrument.stageIsMoving();
+    session.user.release("BUTTON_Z_ROTATE_MINUS");
+    session.user.click("BUTTON_Z_STOP");
+    const int down = positionAtRest(session);
+    const int trueDown = session.instrument.stagePosition_steps();
     return {movedUp && up > start && up == trueUp && movedDown && down < up && down == trueDown,
             QStringLiteral("%1, held plus to %2, held minus to %3").arg(start).arg(up).arg(down),
             QStringLiteral("%1, %2, each at rest").arg(trueUp).arg(trueDown)};
 }
 
-StepResult StageSteps::home()
+StepResult steps::home(SessionContext& session)
 {
-    m_operator.click("BUTTON_Z_ORIGIN");
-    m_operator.click("BUTTON_Z_POSITION");
-    const QString position = m_operator.text("EDIT_Z_POSITION");
-    const int truth = m_instrument.stagePosition_steps();
-    m_operator.takePicture("home");
+    session.user.click("BUTTON_Z_ORIGIN");
+    const QString position = positionShown(session);
+    const int truth = session.instrument.stagePosition_steps();
+    session.user.takePicture("home");
     return {position == "0" && truth == 0, QStringLiteral("position ") + position,
             QStringLiteral("stage at %1").arg(truth)};
 }
 
-StepResult StageSteps::centre()
+StepResult steps::centre(SessionContext& session)
 {
-    m_operator.click("BUTTON_Z_MOVE_REFERENCE");
-    m_operator.click("BUTTON_Z_POSITION");
-    const QString position = m_operator.text("EDIT_Z_POSITION");
-    const QString reference = m_operator.text("EDIT_Z_REFERENCE");
-    const int truth = m_instrument.stagePosition_steps();
+    session.user.click("BUTTON_Z_MOVE_REFERENCE");
+    const QString position = positionShown(session);
+    const QString reference = session.user.text("EDIT_Z_REFERENCE");
+    const int truth = session.instrument.stagePosition_steps();
     return {position == reference && position == QString::number(truth),
             QStringLiteral("position %1, reference %2").arg(position, reference),
             QStringLiteral("stage at %1").arg(truth)};
 }
 
-StepResult StageSteps::reference()
+StepResult steps::reference(SessionContext& session)
 {
-    m_operator.click("BUTTON_Z_POSITION");
-    const QString position = m_operator.text("EDIT_Z_POSITION");
-    m_operator.click("BUTTON_Z_SET_REFERENCE");
-    const QString reference = m_operator.text("EDIT_Z_REFERENCE");
-    m_operator.takePicture("reference-set");
-    m_context.moveTo(kAwayFromReference);
-    const int away = m_instrument.stagePosition_steps();
-    m_operator.click("BUTTON_Z_MOVE_REFERENCE");
-    m_operator.click("BUTTON_Z_POSITION");
-    const QString back = m_operator.text("EDIT_Z_POSITION");
-    const int truth = m_instrument.stagePosition_steps();
-    m_context.settle();
-    m_operator.takePicture("reference-revisited");
+    const QString position = positionShown(session);
+    session.user.click("BUTTON_Z_SET_REFERENCE");
+    const QString reference = session.user.text("EDIT_Z_REFERENCE");
+    session.user.takePicture("reference-set");
+    session.moveTo(kAwayFromReference);
+    const int away = session.instrument.stagePosition_steps();
+    session.user.click("BUTTON_Z_MOVE_REFERENCE");
+    const QString back = positionShown(session);
+    const int truth = session.instrument.stagePosition_steps();
+    session.settle();
+    session.user.takePicture("reference-revisited");
     return {reference == position && away == kAwayFromReference && back == reference &&
                 back == QString::number(truth),
             QStringLiteral("reference %1, away to %2, back at %3").arg(reference).arg(away).arg(back),

@@ -1,4 +1,4 @@
-#include "simulator/session/StartSteps.h"
+#include "simulator/session/SessionSteps.h"
 
 #include "simulator/instrument/SimulatedInstrument.h"
 
@@ -11,40 +11,40 @@ const QString kVersionWithoutSettings = QStringLiteral("0.0.1");
 
 } // namespace
 
-StepResult StartSteps::window()
+StepResult steps::window(SessionContext& session)
 {
-    m_operator.waitUntil([this] { return m_operator.windowIsEnabled(); }, kAnswer_ms,
-                         QStringLiteral("the window does not take presses"));
-    m_operator.wait(kFirstPaint_ms);
-    const QString title = m_operator.windowTitle();
-    const QString version = m_operator.text("LABEL_VERSION");
-    const QString saved = m_instrument.setting("Software/Version QC", kVersionWithoutSettings);
-    m_context.findings.disabledAtStart = m_operator.disabledControls();
-    m_operator.takePicture("window");
+    session.user.waitUntil([&] { return session.user.windowIsEnabled(); }, kAnswer_ms,
+                           QStringLiteral("the window does not take presses"));
+    session.user.wait(kFirstPaint_ms);
+    const QString title = session.user.windowTitle();
+    const QString version = session.user.text("LABEL_VERSION");
+    const QString saved = session.instrument.setting("Software/Version QC", kVersionWithoutSettings);
+    session.findings.disabledAtStart = session.user.disabledControls();
+    session.user.takePicture("window");
     return {title == "ORLA-II Plus Verifier" && version == saved,
             QStringLiteral("\"%1\", version %2").arg(title, version),
             QStringLiteral("settings of version ") + saved};
 }
 
-StepResult StartSteps::tabs()
+StepResult steps::tabs(SessionContext& session)
 {
     int opened = 0;
     for (const char* page : {"TAB_CAMERA", "TAB_QC", "TAB_STAGE"}) {
-        opened += m_operator.openTab(page) ? 1 : 0;
-        m_operator.takePicture(QString(page).toLower().replace('_', '-'));
+        opened += session.user.openTab(page) ? 1 : 0;
+        session.user.takePicture(QString(page).toLower().replace('_', '-'));
     }
     return {opened == 3, QStringLiteral("%1 of 3 tabs open").arg(opened), {}};
 }
 
-StepResult StartSteps::handshake()
+StepResult steps::handshake(SessionContext& session)
 {
-    const QStringList lines = m_instrument.boardLines();
+    const QStringList lines = session.instrument.boardLines();
     const bool homed = lines.indexOf("$,DEVICE,READY,,") >= 0 &&
                        lines.indexOf("$,STM1,ORIGIN,,") > lines.indexOf("$,DEVICE,READY,,");
-    const QString reference = m_operator.text("EDIT_Z_REFERENCE");
-    const QString level = m_operator.text("EDIT_LED");
-    const int position = m_instrument.stagePosition_steps();
-    const BoardLight light = m_instrument.light();
+    const QString reference = session.user.text("EDIT_Z_REFERENCE");
+    const QString level = session.user.text("EDIT_LED");
+    const int position = session.instrument.stagePosition_steps();
+    const BoardLight light = session.instrument.light();
     return {homed && reference == QString::number(position) && light.ledOn &&
                 level == QString::number(light.ledLevel),
             QStringLiteral("reference %1, LED level %2").arg(reference, level),

@@ -1,4 +1,4 @@
-#include "simulator/session/ViewSteps.h"
+#include "simulator/session/SessionSteps.h"
 
 #include <QColor>
 #include <QElapsedTimer>
@@ -22,9 +22,7 @@ bool isNavigatorColour(const QImage& view, int x, int y)
     return QColor(view.pixel(x, y)) == QColor(255, 255, 0);
 }
 
-} // namespace
-
-struct ViewSteps::View
+struct View
 {
     QString button;
     QString name;
@@ -33,57 +31,43 @@ struct ViewSteps::View
     QPoint navigatorCorner;
 };
 
-StepResult ViewSteps::viewVga()
-{
-    return lookAt({"BUTTON_RESOLUTION_VGA", "vga", {80, 60}});
-}
-
-StepResult ViewSteps::view1280()
-{
-    return lookAt({"BUTTON_RESOLUTION_1280", "1280", {40, 30}});
-}
-
-StepResult ViewSteps::view5M()
-{
-    return lookAt({"BUTTON_RESOLUTION_5M", "5m", {20, 15}});
-}
-
-double ViewSteps::countFrames(double& delivered_hz)
+double countFrames(SessionContext& session, double& delivered_hz)
 {
     QElapsedTimer clock;
     clock.start();
-    const int painted = m_operator.paintedFrames();
-    const auto delivered = m_instrument.camera().counters().framesDelivered;
-    m_operator.wait(kRateSpan_ms);
+    const int painted = session.user.paintedFrames();
+    const auto delivered = session.instrument.camera().counters().framesDelivered;
+    session.user.wait(kRateSpan_ms);
     const double span_s = static_cast<double>(clock.elapsed()) / kMsPerSecond;
-    delivered_hz = static_cast<double>(m_instrument.camera().counters().framesDelivered - delivered) / span_s;
-    return (m_operator.paintedFrames() - painted) / span_s;
+    delivered_hz =
+        static_cast<double>(session.instrument.camera().counters().framesDelivered - delivered) / span_s;
+    return (session.user.paintedFrames() - painted) / span_s;
 }
 
-StepResult ViewSteps::lookAt(const View& view)
+StepResult lookAt(SessionContext& session, const View& view)
 {
-    m_operator.click(view.button);
-    m_operator.setChecked("CHECK_SCALED_TO_FIT", true);
-    m_context.settle();
+    session.user.click(view.button);
+    session.user.setChecked("CHECK_SCALED_TO_FIT", true);
+    session.settle();
     double delivered_hz = 0.0;
-    const double painted_hz = countFrames(delivered_hz);
-    const PictureMeasures measures = measurePicture(m_operator.liveView());
-    m_operator.takePicture(QStringLiteral("live-view-") + view.name);
+    const double painted_hz = countFrames(session, delivered_hz);
+    const PictureMeasures measures = measurePicture(session.user.liveView());
+    session.user.takePicture(QStringLiteral("live-view-") + view.name);
 
-    m_operator.setChecked("CHECK_SCALED_TO_FIT", false);
-    m_context.settle();
-    const QImage unscaled = m_operator.liveView();
-    m_operator.takePicture(QStringLiteral("unscaled-") + view.name);
-    m_operator.setChecked("CHECK_SCALED_TO_FIT", true);
+    session.user.setChecked("CHECK_SCALED_TO_FIT", false);
+    session.settle();
+    const QImage unscaled = session.user.liveView();
+    session.user.takePicture(QStringLiteral("unscaled-") + view.name);
+    session.user.setChecked("CHECK_SCALED_TO_FIT", true);
     const bool rightSize = isNavigatorColour(unscaled, view.navigatorCorner.x(), view.navigatorCorner.y());
-    const bool differs =
-        m_lastUnscaledView.isNull() || pictureDifference(m_lastUnscaledView, unscaled) > kLeastDifference;
-    m_lastUnscaledView = unscaled;
+    const bool differs = session.findings.lastUnscaledView.isNull() ||
+                         pictureDifference(session.findings.lastUnscaledView, unscaled) > kLeastDifference;
+    session.findings.lastUnscaledView = unscaled;
 
-    const bool isEmptySlide = m_instrument.slide().kind() == SlideKind::Empty;
+    const bool isEmptySlide = session.instrument.slide().kind() == SlideKind::Empty;
     const bool sensible = measures.brightness > kDarkest && measures.brightness < kBrightest &&
                           (isEmptySlide || measures.contrast > kLeastContrast);
-    const SensorSettings sensor = m_instrument.sensor();
+    const SensorSettings sensor = session.instrument.sensor();
     return {painted_hz > 0.0 && painted_hz >= kLeastPartPainted * delivered_hz && rightSize && differs &&
                 sensible,
             QStringLiteral("%1 frames/s, brightness %2, contrast %3%4%5")
@@ -91,6 +75,23 @@ StepResult ViewSteps::lookAt(const View& view)
                      rightSize ? "" : ", navigator of another size",
                      differs ? "" : ", the same picture as before"),
             QStringLiteral("%1 frames/s, %2, exposure %3 lines, gain %4")
-                .arg(number(delivered_hz, 1), lightText(m_instrument.light()), number(sensor.exposure_lines),
-                     number(sensor.gain, 1))};
+                .arg(number(delivered_hz, 1), lightText(session.instrument.light()),
+                     number(sensor.exposure_lines), number(sensor.gain, 1))};
+}
+
+} // namespace
+
+StepResult steps::viewVga(SessionContext& session)
+{
+    return lookAt(session, {"BUTTON_RESOLUTION_VGA", "vga", {80, 60}});
+}
+
+StepResult steps::view1280(SessionContext& session)
+{
+    return lookAt(session, {"BUTTON_RESOLUTION_1280", "1280", {40, 30}});
+}
+
+StepResult steps::view5M(SessionContext& session)
+{
+    return lookAt(session, {"BUTTON_RESOLUTION_5M", "5m", {20, 15}});
 }

@@ -525,27 +525,26 @@ void TestSessionParts::oneTableOrdersThePlans()
     SimulatedInstrument instrument(parameters);
     QCOMPARE(instrument.error(), QString());
     SessionContext context(*m_operator, instrument);
-    Session session(context);
     const std::map<SessionPlan, int> sizes{{SessionPlan::Day, 40}, {SessionPlan::Calibration, 11}};
     for (const auto& [plan, size] : sizes) {
         QStringList names;
-        for (const SessionStep& step : session.steps(plan)) {
+        for (const SessionStep& step : sessionSteps(context, plan)) {
             names.append(step.name);
             QVERIFY(*step.text != '\0');
             QCOMPARE(step.afterEventLoop, names.last() == "ended" || names.last() == "parked");
         }
         QCOMPARE(names.size(), size);
-        QCOMPARE(names, Session::stepNames(plan));
+        QCOMPARE(names, sessionStepNames(plan));
         QCOMPARE(names.removeDuplicates(), 0);
-        QCOMPARE(session.steps(plan, {"exit", "window"}).size(), std::size_t(2));
-        QCOMPARE(QString(session.steps(plan, {"exit", "window"})[0].name), QString("window"));
+        QCOMPARE(sessionSteps(context, plan, {"exit", "window"}).size(), std::size_t(2));
+        QCOMPARE(QString(sessionSteps(context, plan, {"exit", "window"})[0].name), QString("window"));
     }
     // A plan leaves steps out, and never makes them in another order.
-    QStringList day = Session::stepNames(SessionPlan::Day);
-    for (const QString& name : Session::stepNames(SessionPlan::Day))
-        if (!Session::stepNames(SessionPlan::Calibration).contains(name))
+    QStringList day = sessionStepNames(SessionPlan::Day);
+    for (const QString& name : sessionStepNames(SessionPlan::Day))
+        if (!sessionStepNames(SessionPlan::Calibration).contains(name))
             day.removeAll(name);
-    QCOMPARE(day, Session::stepNames(SessionPlan::Calibration));
+    QCOMPARE(day, sessionStepNames(SessionPlan::Calibration));
 }
 
 QTEST_MAIN(TestSessionParts)
