@@ -53,7 +53,7 @@ QString registersText(SessionContext& session, const Control& control)
                              trueRegisters(session, control));
 }
 
-Figure statedBrightness(double brightness)
+Measurement statedBrightness(double brightness)
 {
     return {"brightness", "grey levels", brightness, kStatedBrightness, kBrightnessTolerance};
 }

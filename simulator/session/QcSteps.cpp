@@ -128,7 +128,7 @@ StepResult steps::miss(SessionContext& session)
 StepResult steps::points(SessionContext& session)
 {
     const std::vector<SlidePoint> dots = session.instrument.slide().targetDots();
-    std::vector<Figure> figures;
+    std::vector<Measurement> measurements;
     QPointF found[2];
     for (std::size_t index = 0; index < 2; ++index) {
         const QString digit = QString::number(index + 1);
@@ -138,15 +138,15 @@ StepResult steps::points(SessionContext& session)
         session.waitUntilEnabled(QStringLiteral("the window stays disabled after a search"));
         session.user.takePicture("point-" + digit);
         found[index] = searched ? pointShown(session, "EDIT_POINT_" + digit) : QPointF(kNotTaken, kNotTaken);
-        figures.push_back(
+        measurements.push_back(
             {"point " + digit + " x", "px", found[index].x(), dots[index].x_px, kPointTolerance_px});
-        figures.push_back(
+        measurements.push_back(
             {"point " + digit + " y", "px", found[index].y(), dots[index].y_px, kPointTolerance_px});
     }
     const QPointF way = found[1] - found[0];
     session.findings.foundLength_px = std::hypot(way.x(), way.y());
     const double truth = session.instrument.slide().targetDistance_px();
-    figures.push_back({"length", "px", session.findings.foundLength_px, truth, kLengthTolerance_px});
+    measurements.push_back({"length", "px", session.findings.foundLength_px, truth, kLengthTolerance_px});
     return {true,
             QStringLiteral("(%1) and (%2), %3 pixels apart")
                 .arg(session.user.text("EDIT_POINT_1"), session.user.text("EDIT_POINT_2"),
@@ -154,7 +154,7 @@ StepResult steps::points(SessionContext& session)
             QStringLiteral("(%1, %2) and (%3, %4), %5 pixels apart")
                 .arg(number(dots[0].x_px, 2), number(dots[0].y_px, 2), number(dots[1].x_px, 2),
                      number(dots[1].y_px, 2), number(truth, 2)),
-            figures};
+            measurements};
 }
 
 StepResult steps::measure(SessionContext& session)
@@ -200,16 +200,16 @@ StepResult steps::intensity(SessionContext& session)
     session.user.takePicture("intensity");
     const auto truth = session.instrument.fieldColour();
     const QString names[] = {"red", "green", "blue"};
-    std::vector<Figure> figures;
+    std::vector<Measurement> measurements;
     QStringList seen;
     QStringList known;
     for (std::size_t channel = 0; channel < 3; ++channel) {
         const QString edit = "EDIT_INTENSITY_" + names[channel].toUpper();
-        figures.push_back({"intensity " + names[channel], "",
-                           measured ? session.numberShown(edit) : kNotTaken, truth[channel],
-                           kIntensityTolerance});
+        measurements.push_back({"intensity " + names[channel], "",
+                                measured ? session.numberShown(edit) : kNotTaken, truth[channel],
+                                kIntensityTolerance});
         seen.append(session.user.text(edit));
         known.append(number(truth[channel], 1));
     }
-    return {true, seen.join(", "), known.join(", "), figures};
+    return {true, seen.join(", "), known.join(", "), measurements};
 }

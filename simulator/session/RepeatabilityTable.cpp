@@ -2,15 +2,18 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include <QJsonArray>
 #include <QStringList>
+
+#include "simulator/session/SessionContext.h"
 
 namespace {
 
 struct Quantity
 {
-    const char* figure; ///< its name among a session's figures
+    const char* name; ///< among a session's measurements
     const char* column;
     const char* unit;
     int decimals;
@@ -22,11 +25,6 @@ constexpr Quantity kTable[RepeatabilityTable::kQuantities] = {
     {"magnification", "magnification", "", 5},
     {"volume factor", "volume_factor", "mm\u00B3", 6},
 };
-
-QString number(double value, int decimals)
-{
-    return QString::number(value, 'f', decimals);
-}
 
 const char* textOf(Answers answers)
 {
@@ -40,23 +38,21 @@ void RepeatabilityTable::add(std::uint32_t seed, Answers answers, bool holds, co
     Run run{seed, answers, holds, {}};
     const QJsonArray steps = session["steps"].toArray();
     for (const QJsonValue& step : steps) {
-        const QJsonArray figures = step.toObject()["figures"].toArray();
-        for (const QJsonValue& each : figures) {
-            const QJsonObject figure = each.toObject();
+        const QJsonArray measurements = step.toObject()["figures"].toArray();
+        for (const QJsonValue& each : measurements) {
+            const auto [found, truth] = std::pair(each["found"], each["truth"]);
             for (std::size_t i = 0; i < kQuantities; ++i)
-                if (figure["name"].toString() == kTable[i].figure && figure["found"].isDouble() &&
-                    figure["truth"].isDouble())
-                    run.values[i] = Value{figure["found"].toDouble(), figure["truth"].toDouble(),
-                                          figure["tolerance"].toDouble()};
+                if (each["name"].toString() == kTable[i].name && found.isDouble() && truth.isDouble())
+                    run.values[i] =
+                        Measurement{{}, {}, found.toDouble(), truth.toDouble(), each["tolerance"].toDouble()};
         }
     }
     m_runs.push_back(run);
 }
 
-std::vector<RepeatabilityTable::Value> RepeatabilityTable::valuesOf(std::size_t quantity,
-                                                                    Answers answers) const
+std::vector<Measurement> RepeatabilityTable::valuesOf(std::size_t quantity, Answers answers) const
 {
-    std::vector<Value> values;
+    std::vector<Measurement> values;
     for (const Run& run : m_runs)
         if (run.answers == answers && run.values[quantity])
             values.push_back(*run.values[quantity]);
@@ -66,18 +62,18 @@ std::vector<RepeatabilityTable::Value> RepeatabilityTable::valuesOf(std::size_t 
 std::optional<RepeatabilityTable::Statistics> RepeatabilityTable::statistics(std::size_t quantity,
                                                                              Answers answers) const
 {
-    const std::vector<Value> values = valuesOf(quantity, answers);
+    const std::vector<Measurement> values = valuesOf(quantity, answers);
     if (values.empty())
         return std::nullopt;
     Statistics statistics;
     statistics.count = values.size();
     const auto count = static_cast<double>(values.size());
-    for (const Value& value : values) {
+    for (const Measurement& value : values) {
         statistics.bias += value.error() / count;
         statistics.allowed = std::max(statistics.allowed, value.tolerance);
     }
     double squares = 0.0;
-    for (const Value& value : values)
+    for (const Measurement& value : values)
         squares += std::pow(value.error() - statistics.bias, 2);
     if (values.size() > 1)
         statistics.spread = std::sqrt(squares / (count - 1.0));
@@ -101,11 +97,11 @@ QString RepeatabilityTable::lastRunText() const
     for (std::size_t i = 0; i < kQuantities; ++i) {
         const auto& value = run.values[i];
         text += QStringLiteral("  %1 %2").arg(
-            kTable[i].figure, value ? QStringLiteral("%1 (%2%3)")
-                                          .arg(number(value->found, kTable[i].decimals),
-                                               value->error() < 0.0 ? QString() : QStringLiteral("+"),
-                                               number(value->error(), kTable[i].decimals))
-                                    : QStringLiteral("none"));
+            kTable[i].name, value ? QStringLiteral("%1 (%2%3)")
+                                        .arg(number(value->found, kTable[i].decimals),
+                                             value->error() < 0.0 ? QString() : QStringLiteral("+"),
+                                             number(value->error(), kTable[i].decimals))
+                                  : QStringLiteral("none"));
     }
     return text;
 }
@@ -115,7 +111,7 @@ QString RepeatabilityTable::summary() const
     QString text;
     for (std::size_t i = 0; i < kQuantities; ++i)
         for (const Answers answers : columns()) {
-            text += QString(kTable[i].figure).leftJustified(14);
+            text += QString(kTable[i].name).leftJustified(14);
             if (answers == Answers::Plain)
                 text += QStringLiteral(" plain answers:");
             const auto found = statistics(i, answers);
@@ -167,7 +163,7 @@ QJsonObject RepeatabilityTable::toJson() const
                           {"allowed", found->allowed}};
             columnsOfQuantity.append(column);
         }
-        quantities.append(QJsonObject{{"name", kTable[i].figure},
+        quantities.append(QJsonObject{{"name", kTable[i].name},
                                       {"unit", QString::fromUtf8(kTable[i].unit)},
                                       {"decimals", kTable[i].decimals},
                                       {"columns", columnsOfQuantity}});
@@ -176,14 +172,12 @@ QJsonObject RepeatabilityTable::toJson() const
     for (const Run& run : m_runs) {
         QJsonArray values;
         for (const auto& value : run.values)
-            values.append(
-                value
-                    ? QJsonObject{{"found", value->found},
-                                  {"truth", value->truth},
-                                  {"error", value->error()},
-                                  {"tolerance", value->tolerance},
-                                  {"verdict", std::abs(value->error()) <= value->tolerance ? "pass" : "fail"}}
-                    : QJsonValue());
+            values.append(value ? QJsonObject{{"found", value->found},
+                                              {"truth", value->truth},
+                                              {"error", value->error()},
+                                              {"tolerance", value->tolerance},
+                                              {"verdict", value->holds() ? "pass" : "fail"}}
+                                : QJsonValue());
         runs.append(QJsonObject{{"seed", static_cast<qint64>(run.seed)},
                                 {"answers", textOf(run.answers)},
                                 {"verdict", run.holds ? "pass" : "fail"},

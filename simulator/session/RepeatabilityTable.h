@@ -8,6 +8,8 @@
 #include <QJsonObject>
 #include <QString>
 
+#include "simulator/session/SessionStep.h"
+
 /// How the board answered the autofocus's moves: when fresh frames were in, or as it does by itself.
 enum class Answers { HeldBack, Plain };
 
@@ -18,16 +20,6 @@ class RepeatabilityTable
 {
 public:
     static constexpr std::size_t kQuantities = 4;
-
-    /// A found value and its truth.
-    struct Value
-    {
-        double found;
-        double truth;
-        double tolerance;
-
-        double error() const { return found - truth; }
-    };
 
     /// Mean and standard deviation (of a sample; 0 for a single one) of a quantity's errors,
     /// and the largest error that is allowed.
@@ -61,10 +53,10 @@ private:
         std::uint32_t seed;
         Answers answers;
         bool holds;
-        std::array<std::optional<Value>, kQuantities> values;
+        std::array<std::optional<Measurement>, kQuantities> values;
     };
 
-    std::vector<Value> valuesOf(std::size_t quantity, Answers answers) const;
+    std::vector<Measurement> valuesOf(std::size_t quantity, Answers answers) const;
     std::vector<Answers> columns() const;
 
     std::vector<Run> m_runs;

@@ -24,18 +24,18 @@ QString passOrFail(bool holds)
     return holds ? QStringLiteral("pass") : QStringLiteral("fail");
 }
 
-QJsonObject toJson(const Figure& figure)
+QJsonObject toJson(const Measurement& measurement)
 {
-    return {{"name", figure.name},
-            {"unit", figure.unit},
-            {"found", figure.found},
-            {"truth", figure.truth},
-            {"error", figure.error()},
-            {"tolerance", figure.tolerance},
-            {"lowest", figure.truth - figure.tolerance},
-            {"highest", figure.truth + figure.tolerance},
-            {"holds", figure.holds()},
-            {"verdict", passOrFail(figure.holds())}};
+    return {{"name", measurement.name},
+            {"unit", measurement.unit},
+            {"found", measurement.found},
+            {"truth", measurement.truth},
+            {"error", measurement.error()},
+            {"tolerance", measurement.tolerance},
+            {"lowest", measurement.truth - measurement.tolerance},
+            {"highest", measurement.truth + measurement.tolerance},
+            {"holds", measurement.holds()},
+            {"verdict", passOrFail(measurement.holds())}};
 }
 
 QJsonObject toJson(const SeenBox& box)
@@ -62,7 +62,7 @@ QJsonObject toJson(const StepReport& step)
             {"seen", step.result.seen},
             {"truth", step.result.truth},
             {"problems", step.problems},
-            {"figures", listOf(step.result.figures)},
+            {"figures", listOf(step.result.measurements)},
             {"boxes", listOf(step.boxes)},
             {"pictures", toJson(step.pictures)}};
 }

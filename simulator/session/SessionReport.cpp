@@ -118,14 +118,15 @@ QString plainTables(const QJsonObject& record)
         return html + plainTable(record["quantities"].toArray(), {"name", "unit", "columns"}) +
                plainTable(record["runs"].toArray(), {"seed", "answers", "verdict", "values"});
     const QJsonArray steps = record["steps"].toArray();
-    QJsonArray figures;
+    QJsonArray measurements;
     for (const QJsonValue& step : steps) {
         const QJsonArray ofStep = step.toObject()["figures"].toArray();
-        for (const QJsonValue& figure : ofStep)
-            figures.append(figure);
+        for (const QJsonValue& measurement : ofStep)
+            measurements.append(measurement);
     }
     return html +
-           plainTable(figures, {"name", "found", "truth", "error", "lowest", "highest", "unit", "verdict"}) +
+           plainTable(measurements,
+                      {"name", "found", "truth", "error", "lowest", "highest", "unit", "verdict"}) +
            plainTable(steps, {"name", "text", "seconds", "verdict", "seen", "truth", "problems"});
 }
 

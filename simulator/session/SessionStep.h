@@ -16,7 +16,7 @@
 inline constexpr double kNotTaken = std::numeric_limits<double>::quiet_NaN();
 
 /// A number that the window gave, beside the one that the instrument knows to be true.
-struct Figure
+struct Measurement
 {
     QString name; ///< "best Z"
     QString unit; ///< empty for a plain number
@@ -39,7 +39,7 @@ struct StepResult
     bool holds = false;
     QString seen;  ///< what the window showed
     QString truth; ///< what the instrument knows to be true; empty where it has no say
-    std::vector<Figure> figures = {};
+    std::vector<Measurement> measurements = {};
 };
 
 /// One step of a session.
@@ -68,7 +68,7 @@ struct StepReport
     {
         return !interrupted && result.holds && problems.isEmpty() &&
                std::all_of(
-                   result.figures.begin(), result.figures.end(),
-                   [](const Figure& figure) { return figure.holds(); });
+                   result.measurements.begin(), result.measurements.end(),
+                   [](const Measurement& measurement) { return measurement.holds(); });
     }
 };

@@ -11,7 +11,7 @@
 #include "simulator/session/SessionRecord.h"
 #include "simulator/session/SettingsFiles.h"
 
-/// What is judged and kept of a session: figures, settings files, log, and many seeds together.
+/// What is judged and kept of a session: measurements, settings files, log, and many seeds together.
 class TestSessionRecord : public QObject
 {
     Q_OBJECT
@@ -51,9 +51,9 @@ void TestSessionRecord::aFigureOutsideItsToleranceFailsItsStep()
     StepReport report;
     report.result = {true, {}, {}, {{"length", "px", 10.5, 10.0, 0.5}}};
     QVERIFY(report.holds());
-    report.result.figures[0].found = 10.51;
+    report.result.measurements[0].found = 10.51;
     QVERIFY(!report.holds());
-    report.result.figures[0].found = 9.49;
+    report.result.measurements[0].found = 9.49;
     QVERIFY(!report.holds());
 }
 
@@ -66,12 +66,12 @@ void TestSessionRecord::aNumberThatIsNoneFailsItsStep()
     record.steps = {report};
     const QByteArray text = QJsonDocument(record.toJson()).toJson();
     const QJsonArray steps = QJsonDocument::fromJson(text).object()["steps"].toArray();
-    const QJsonObject figure = steps[0].toObject()["figures"].toArray()[0].toObject();
-    QVERIFY(figure["found"].isNull());
-    QCOMPARE(figure["lowest"].toDouble(), 9.5);
-    QCOMPARE(figure["highest"].toDouble(), 10.5);
-    QCOMPARE(figure["verdict"].toString(), QString("fail"));
-    QCOMPARE(figure["truth"].toDouble(), 10.0);
+    const QJsonObject measurement = steps[0].toObject()["figures"].toArray()[0].toObject();
+    QVERIFY(measurement["found"].isNull());
+    QCOMPARE(measurement["lowest"].toDouble(), 9.5);
+    QCOMPARE(measurement["highest"].toDouble(), 10.5);
+    QCOMPARE(measurement["verdict"].toString(), QString("fail"));
+    QCOMPARE(measurement["truth"].toDouble(), 10.0);
 }
 
 void TestSessionRecord::aFigureWithoutThreeFiniteNumbersNeverHolds_data()
@@ -87,7 +87,7 @@ void TestSessionRecord::aFigureWithoutThreeFiniteNumbersNeverHolds_data()
     QTest::newRow("endless result") << endless << 10.0 << endless << false;
     QTest::newRow("no truth") << 10.0 << kNotTaken << 1.0 << false;
     QTest::newRow("no limit") << 10.0 << 10.0 << kNotTaken << false;
-    QTest::newRow("never taken") << Figure().found << 0.0 << 4.0 << false;
+    QTest::newRow("never taken") << Measurement().found << 0.0 << 4.0 << false;
 }
 
 void TestSessionRecord::aFigureWithoutThreeFiniteNumbersNeverHolds()
@@ -96,7 +96,7 @@ void TestSessionRecord::aFigureWithoutThreeFiniteNumbersNeverHolds()
     QFETCH(double, truth);
     QFETCH(double, tolerance);
     QFETCH(bool, holds);
-    QCOMPARE((Figure{"length", "px", found, truth, tolerance}.holds()), holds);
+    QCOMPARE((Measurement{"length", "px", found, truth, tolerance}.holds()), holds);
 }
 
 void TestSessionRecord::settingsFilesTellWhatChanged()
@@ -156,8 +156,9 @@ void TestSessionRecord::repeatabilityIsBiasAndSpread()
 {
     RepeatabilityTable table;
     for (const double found : {101.0, 103.0, 105.0}) {
-        const QJsonObject figure{{"name", "length"}, {"found", found}, {"truth", 100.0}, {"tolerance", 9.0}};
-        const QJsonObject step{{"figures", QJsonArray{figure}}};
+        const QJsonObject measurement{
+            {"name", "length"}, {"found", found}, {"truth", 100.0}, {"tolerance", 9.0}};
+        const QJsonObject step{{"figures", QJsonArray{measurement}}};
         table.add(7, Answers::HeldBack, true, {{"steps", QJsonArray{step}}});
     }
     const auto length = table.statistics(1, Answers::HeldBack);
@@ -187,8 +188,10 @@ void TestSessionRecord::plainAnswersHaveAColumnOfTheirOwn()
 {
     RepeatabilityTable table;
     const auto add = [&table](Answers answers, double found) {
-        const QJsonObject figure{{"name", "best Z"}, {"found", found}, {"truth", 100.0}, {"tolerance", 9.0}};
-        table.add(7, answers, true, {{"steps", QJsonArray{QJsonObject{{"figures", QJsonArray{figure}}}}}});
+        const QJsonObject measurement{
+            {"name", "best Z"}, {"found", found}, {"truth", 100.0}, {"tolerance", 9.0}};
+        table.add(7, answers, true,
+                  {{"steps", QJsonArray{QJsonObject{{"figures", QJsonArray{measurement}}}}}});
     };
     add(Answers::HeldBack, 101.0);
     add(Answers::Plain, 104.0);
