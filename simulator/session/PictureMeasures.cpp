@@ -72,7 +72,8 @@ std::array<double, 3> meanColour(const QImage& picture)
     const QImage rgb = picture.convertToFormat(QImage::Format_RGB32);
     std::array<double, 3> sums{};
     for (int y = 0; y < rgb.height(); ++y) {
-        const auto* row = reinterpret_cast<const QRgb*>(rgb.constScanLine(y));
+        // The rows of such a picture begin at whole pixels, which their type does not tell.
+        const auto* row = static_cast<const QRgb*>(static_cast<const void*>(rgb.constScanLine(y)));
         for (int x = 0; x < rgb.width(); ++x) {
             sums[0] += qRed(row[x]);
             sums[1] += qGreen(row[x]);
