@@ -48,6 +48,14 @@ function(orla_library target)
     endif()
 endfunction()
 
+# orla_wide_file_times(<sources>...)
+# These sources read and write file times beyond 2038 also where the system's own are of 32 bits.
+# Not for the program as a whole: the records of a frame that the kernel of such a board hands out
+# hold a time too, and their size is part of the request's number.
+function(orla_wide_file_times)
+    set_property(SOURCE ${ARGN} APPEND PROPERTY COMPILE_DEFINITIONS _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endfunction()
+
 # The last words of a Qt Test program whose cases have all skipped: what it counts as passed is
 # no more than its own first and last step. Nothing follows them, so that a sanitizer's report
 # after the end is a failure nevertheless.

@@ -47,6 +47,15 @@ class TestPlatform : public QObject
 private slots:
     void cleanup() { setInstrumentRoot("/"); }
 
+    void theRecordOfAFrameIsTheOneThatTheBoardsKernelHands()
+    {
+        // Its size is part of the request's number, and the time in it part of the size: a build
+        // with wider times than the system's own would send requests that older kernels refuse.
+        QCOMPARE(sizeof(v4l2_buffer::timestamp), 2 * sizeof(long));
+        QCOMPARE(sizeof(v4l2_buffer), sizeof(long) == 8 ? std::size_t(88) : std::size_t(68));
+        QCOMPARE(static_cast<unsigned int>(VIDIOC_DQBUF), sizeof(long) == 8 ? 0xC0585611U : 0xC0445611U);
+    }
+
     void aFixedPathStaysAsItIsOnTheMachineItself()
     {
         QCOMPARE(instrumentPath(QStringLiteral("/dev/ttyS2")), QStringLiteral("/dev/ttyS2"));

@@ -211,6 +211,16 @@ int futimens(int fd, const timespec times[2]) noexcept
     const auto call = original<int (*)(int, const timespec*)>("futimens");
     return g_armed ? guarded("futimens " + pathOf(fd), [&] { return call(fd, times); }) : call(fd, times);
 }
+
+#ifndef __LP64__
+// What futimens is called where wide times were asked for on a machine whose own are not.
+int wideFutimens(int fd, const void* times) noexcept __asm__("__futimens64");
+int wideFutimens(int fd, const void* times) noexcept
+{
+    const auto call = original<int (*)(int, const void*)>("__futimens64");
+    return g_armed ? guarded("futimens " + pathOf(fd), [&] { return call(fd, times); }) : call(fd, times);
+}
+#endif
 }
 
 namespace FaultyFileCalls {
