@@ -19,7 +19,8 @@ constexpr int kChannelModeGrey = 3;
 
 /// Columns whose squared differences of at most 255^2 still fit a signed 32-bit sum. The
 /// signed sum of 16-bit products is what the compiler turns into multiply-and-add
-/// instructions; it is wrapped into the total block by block.
+/// instructions (x86-64, 64-bit ARM, and 32-bit ARM if built with ORLA_NEON; one by one
+/// elsewhere); it is wrapped into the total block by block.
 constexpr int kBlockColumns = 32'768;
 
 std::uint32_t squaredDifferences(const std::uint8_t* pixels, int count)
