@@ -1,35 +1,34 @@
-// The live view on the simulated instrument, in real time: how many frames come through,
-// what one painted frame costs, and the same work as bare library calls in the same run.
+// The live view on the simulated instrument, in real time: which of the delivered frames are
+// painted and how long after the sensor they are on the screen, what a second of live view
+// costs beside the same work as bare library calls, and what the hand-shake costs when no frame
+// comes.
 //
-//   bench_liveview [seconds per mode]
-//
-// Costs are processor time. What the simulated devices need for themselves is measured on
-// the threads that call them, and taken off. Memory is compared between processes: an empty
-// window beside a bare stream from the simulated camera, and the verifier's window on it.
+// Costs are processor time. What the simulated devices need for themselves is measured on the
+// threads that call them, and taken off.
 
+#include <algorithm>
 #include <array>
 #include <atomic>
-#include <cstdio>
-#include <cstdlib>
+#include <chrono>
+#include <cstdint>
 #include <cstring>
-#include <ctime>
+#include <map>
 #include <memory>
-#include <set>
+#include <mutex>
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
 #include <linux/videodev2.h>
-#include <sys/mman.h>
 
 #include <QApplication>
-#include <QElapsedTimer>
-#include <QFile>
-#include <QMainWindow>
+#include <QCheckBox>
+#include <QEventLoop>
+#include <QLoggingCategory>
+#include <QMouseEvent>
 #include <QPainter>
-#include <QProcess>
 #include <QPushButton>
 #include <QScreen>
+#include <QSpinBox>
 #include <QThread>
 #include <QTimer>
 
@@ -38,70 +37,69 @@ extern "C" {
 }
 
 #include "ORLA_II_Plus_Verifier.h"
+#include "benchmarks/DeviceCallsAround.h"
+#include "benchmarks/Measure.h"
 #include "camera/YuvConversion.h"
-#include "platform/DeviceCalls.h"
 #include "settings/CaptureModes.h"
 #include "simulator/instrument/SimulatedInstrument.h"
 
 namespace {
 
-constexpr int kModes = 3;
-constexpr int kBuffers = 4;
-constexpr int kBareRounds = 40;
-constexpr int kSettle_ms = 2000;
+constexpr unsigned kBuffers = 4;
 constexpr int kViewWidth_px = 640;
 constexpr int kViewHeight_px = 480;
-constexpr const char* kModeButtons[kModes] = {"BUTTON_RESOLUTION_VGA", "BUTTON_RESOLUTION_1280",
-                                              "BUTTON_RESOLUTION_5M"};
-constexpr int kWantedRates_hz[kModes] = {30, 30, 15};
-constexpr double kWantedRatio = 1.15;
-constexpr double kWantedMemory_mb = 20.0;
-constexpr double kWantedGuiShare = 0.5;
-constexpr double kMb = 1024.0 * 1024.0;
+constexpr int kSettle_ms = 1000;
+constexpr int kDragInterval_ms = 20;
+constexpr int kDragWay_px = 60;
+constexpr int kPercent = 100;
+constexpr std::array<const char*, kCameraModeCount> kModeNames{"vga", "1280", "5m"};
+constexpr std::array<double, kCameraModeCount> kSensorRates_hz{30.0, 30.0, 15.0};
+constexpr std::array<const char*, kCameraModeCount> kModeButtons{
+    "BUTTON_RESOLUTION_VGA", "BUTTON_RESOLUTION_1280", "BUTTON_RESOLUTION_5M"};
 
-/// Frame numbers are stamped into the picture as bits of 16 pixel pairs in this row, clear
-/// of the navigator's lines.
-constexpr int kStampRow = 70;
-constexpr int kStampColumn = 200;
+/// A frame's number stands in its picture as bits: bars of light and dark, of which one row of
+/// the screen is read. Fitted into the view, a bar is as wide as at 1:1.
 constexpr int kStampBits = 16;
-constexpr int kBitWidth_px = 2;
+constexpr unsigned kStampMask = (1U << kStampBits) - 1;
+constexpr int kStampColumn_px = 200;
+constexpr int kStampRow_px = 220;
+constexpr int kBarWidth_px = 8;
+constexpr int kBarHeight_px = 2 * kDragWay_px;
+constexpr int kDark = 16;
+constexpr int kLight = 235;
+
+enum class View { Fit, OneToOne, Panning, Console };
+constexpr std::array<const char*, 4> kViewNames{"fit", "1to1", "panning", "console"};
 
 std::atomic<std::uint64_t> g_conversions{0};
 
-double clock_ms(clockid_t clock)
-{
-    timespec time{};
-    clock_gettime(clock, &time);
-    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
-}
-
-/// The simulated devices, with the processor time that they take, and with each delivered
-/// frame's number in its picture when asked.
-class MeasuredCalls : public DeviceCalls
+/// The simulated devices, with the processor time that they take, and with each frame's number
+/// in its picture when asked.
+class StampedFrames : public DeviceCallsAround
 {
 public:
-    explicit MeasuredCalls(DeviceCalls& calls) : m_calls(calls) {}
+    using DeviceCallsAround::DeviceCallsAround;
 
     double ownTime_ms() const { return static_cast<double>(m_ownTime_ns.load()) / 1e6; }
     std::uint64_t dequeued() const { return m_dequeued.load(); }
-    void setStampedMode(const CaptureMode* mode) { m_stamped.store(mode); }
+    /// Frames of that mode get stamps from now on, for that way of showing them; null: none do.
+    void stamp(const CaptureMode* mode, View view)
+    {
+        m_view.store(view);
+        m_stamped.store(mode);
+    }
+    /// When the sensor had the frame of that number complete, by the instrument's clock in ms.
+    double completed_ms(std::uint64_t number)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto time = m_completed_ms.find(number);
+        return time == m_completed_ms.end() ? -1.0 : time->second;
+    }
 
-    int open(const char* path, int flags) override { return m_calls.open(path, flags); }
-    int close(int fd) override { return m_calls.close(fd); }
-    ssize_t read(int fd, void* buffer, std::size_t count) override { return m_calls.read(fd, buffer, count); }
-    ssize_t write(int fd, const void* buffer, std::size_t count) override
-    {
-        return m_calls.write(fd, buffer, count);
-    }
-    int fcntl(int fd, int command, int argument) override { return m_calls.fcntl(fd, command, argument); }
-    int ioctl(int fd, unsigned long request, unsigned long argument) override
-    {
-        return m_calls.ioctl(fd, request, argument);
-    }
     int captureIoctl(int fd, unsigned long request, void* argument) override
     {
-        const double start = clock_ms(CLOCK_THREAD_CPUTIME_ID);
-        const int result = m_calls.captureIoctl(fd, request, argument);
+        const double start = threadTime_ms();
+        const int result = DeviceCallsAround::captureIoctl(fd, request, argument);
         if (request == VIDIOC_DQBUF && result == 0)
             countFrame(*static_cast<v4l2_buffer*>(argument));
         addOwnTime(start);
@@ -109,7 +107,7 @@ public:
     }
     void* mmap(std::size_t length, int protection, int flags, int fd, off_t offset) override
     {
-        void* memory = m_calls.mmap(length, protection, flags, fd, offset);
+        void* memory = DeviceCallsAround::mmap(length, protection, flags, fd, offset);
         if (m_mapped < m_memory.size())
             m_memory[m_mapped++] = static_cast<std::uint8_t*>(memory);
         return memory;
@@ -117,44 +115,72 @@ public:
     int munmap(void* address, std::size_t length) override
     {
         m_mapped = 0;
-        return m_calls.munmap(address, length);
+        return DeviceCallsAround::munmap(address, length);
     }
     int waitReadable(int fd, int timeout_ms) override
     {
-        const double start = clock_ms(CLOCK_THREAD_CPUTIME_ID);
-        const int result = m_calls.waitReadable(fd, timeout_ms);
+        const double start = threadTime_ms();
+        const int result = DeviceCallsAround::waitReadable(fd, timeout_ms);
         addOwnTime(start);
         return result;
     }
-    void pause(unsigned int duration_us) override { m_calls.pause(duration_us); }
-    void syncFileSystems() override { m_calls.syncFileSystems(); }
 
 private:
     void addOwnTime(double start_ms)
     {
-        m_ownTime_ns += static_cast<std::uint64_t>((clock_ms(CLOCK_THREAD_CPUTIME_ID) - start_ms) * 1e6);
+        m_ownTime_ns += static_cast<std::uint64_t>((threadTime_ms() - start_ms) * 1e6);
     }
 
     void countFrame(const v4l2_buffer& buffer)
     {
         const std::uint64_t number = ++m_dequeued;
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_completed_ms[number] = static_cast<double>(buffer.timestamp.tv_sec) * 1e3 +
+                                     static_cast<double>(buffer.timestamp.tv_usec) / 1e3;
+        }
         const CaptureMode* mode = m_stamped.load();
-        if (mode == nullptr || buffer.index >= m_mapped)
-            return;
-        std::uint8_t* luma =
-            m_memory[buffer.index] + (std::size_t(kStampRow) * mode->width_px + kStampColumn) * 2;
-        for (int bit = 0; bit < kStampBits; ++bit)
-            for (int pixel = 0; pixel < kBitWidth_px; ++pixel)
-                luma[std::size_t(bit * kBitWidth_px + pixel) * 2] = ((number >> bit) & 1U) != 0 ? 235 : 16;
+        if (mode != nullptr && buffer.index < m_mapped)
+            drawStamp(m_memory[buffer.index], *mode, number);
     }
 
-    DeviceCalls& m_calls;
+    void drawStamp(std::uint8_t* yuyv, const CaptureMode& mode, std::uint64_t number) const
+    {
+        const bool fitted = m_view.load() == View::Fit;
+        const auto scaled = [&](int pixels, int frame, int view) {
+            return fitted ? pixels * frame / view : pixels;
+        };
+        const auto column = [&](int bar) {
+            return scaled(kStampColumn_px + bar * kBarWidth_px, mode.width_px, kViewWidth_px);
+        };
+        const int first = scaled(kStampRow_px - 2, mode.height_px, kViewHeight_px);
+        const int last = scaled(kStampRow_px + (fitted ? 2 : kBarHeight_px), mode.height_px, kViewHeight_px);
+        for (int row = first; row < last; ++row) {
+            std::uint8_t* luma = yuyv + std::size_t(row) * std::size_t(mode.width_px) * kYuyvBytesPerPixel;
+            for (int bar = 0; bar < kStampBits; ++bar)
+                for (int x = column(bar); x < column(bar + 1); ++x)
+                    luma[std::size_t(x) * kYuyvBytesPerPixel] =
+                        static_cast<std::uint8_t>(((number >> bar) & 1U) != 0 ? kLight : kDark);
+        }
+    }
+
     std::atomic<std::uint64_t> m_ownTime_ns{0};
     std::atomic<std::uint64_t> m_dequeued{0};
     std::atomic<const CaptureMode*> m_stamped{nullptr};
+    std::atomic<View> m_view{View::Fit};
     std::array<std::uint8_t*, kBuffers> m_memory{};
     std::size_t m_mapped = 0;
+    std::mutex m_mutex;
+    std::map<std::uint64_t, double> m_completed_ms;
 };
+
+using SteadyClock = std::chrono::steady_clock;
+const SteadyClock::time_point g_powerOn = SteadyClock::now();
+
+InstrumentTime instrumentTime()
+{
+    return std::chrono::duration_cast<InstrumentTime>(SteadyClock::now() - g_powerOn);
+}
 
 void wait(int duration_ms)
 {
@@ -163,262 +189,365 @@ void wait(int duration_ms)
     loop.exec();
 }
 
-/// What was counted and measured over one span, per second and per painted frame.
-struct Span
+/// The number in the picture on the screen.
+unsigned readStamp(QWidget& window)
 {
-    double seconds;
-    double delivered_hz;
-    double converted_hz;
-    double painted_hz;
-    double gui_ms;
-    double all_ms;
-    double guiShare;
-};
-
-Span measureSpan(ORLA_II_Plus_Verifier& window, const MeasuredCalls& calls, int duration_ms)
-{
-    int painted = 0;
-    const auto connection = QObject::connect(&window, &ORLA_II_Plus_Verifier::updateFrameDone, &window,
-                                             [&painted] { ++painted; });
-    QElapsedTimer clock;
-    clock.start();
-    const double gui = clock_ms(CLOCK_THREAD_CPUTIME_ID);
-    const double all = clock_ms(CLOCK_PROCESS_CPUTIME_ID) - calls.ownTime_ms();
-    const auto delivered = calls.dequeued();
-    const auto converted = g_conversions.load();
-    wait(duration_ms);
-    const double seconds = static_cast<double>(clock.nsecsElapsed()) / 1e9;
-    const double guiUsed = clock_ms(CLOCK_THREAD_CPUTIME_ID) - gui;
-    const double allUsed = clock_ms(CLOCK_PROCESS_CPUTIME_ID) - calls.ownTime_ms() - all;
-    QObject::disconnect(connection);
-    return {seconds,
-            static_cast<double>(calls.dequeued() - delivered) / seconds,
-            static_cast<double>(g_conversions.load() - converted) / seconds,
-            painted / seconds,
-            guiUsed / painted,
-            allUsed / painted,
-            guiUsed / 1e3 / seconds};
-}
-
-int readStamp(QWidget& window)
-{
-    const QImage row = window.screen()
-                           ->grabWindow(window.winId(), kStampColumn, kStampRow, kStampBits * kBitWidth_px, 1)
-                           .toImage();
-    int number = 0;
-    for (int bit = 0; bit < kStampBits; ++bit)
-        number |= (qGray(row.pixel(bit * kBitWidth_px, 0)) > 128 ? 1 : 0) << bit;
+    const QImage row =
+        window.screen()
+            ->grabWindow(window.winId(), kStampColumn_px, kStampRow_px, kStampBits * kBarWidth_px, 1)
+            .toImage();
+    unsigned number = 0;
+    for (int bar = 0; bar < kStampBits; ++bar)
+        number |= (qGray(row.pixel(bar * kBarWidth_px + kBarWidth_px / 2, 0)) > 128 ? 1U : 0U) << bar;
     return number;
 }
 
-/// Part of the delivered frames that were on the screen, by the numbers in their pictures:
-/// each is read when the next one is painted.
-double partSeen(ORLA_II_Plus_Verifier& window, MeasuredCalls& calls, const CaptureMode& mode, int duration_ms)
+/// A hand that drags the view down and up again for as long as this lives.
+class Drag
 {
-    auto* scaled = window.findChild<QAbstractButton*>("CHECK_SCALED_TO_FIT");
-    scaled->setChecked(false);
-    calls.setStampedMode(&mode);
-    wait(kSettle_ms / 2);
-    std::set<int> seen;
-    const auto connection = QObject::connect(&window, &ORLA_II_Plus_Verifier::updateFrameDone, &window,
-                                             [&] { seen.insert(readStamp(window)); });
-    const auto first = calls.dequeued();
+public:
+    explicit Drag(QWidget& window) : m_window(window)
+    {
+        send(QEvent::MouseButtonPress, m_y);
+        QObject::connect(&m_timer, &QTimer::timeout, [this] {
+            m_step = m_y <= kTop_px ? 4 : m_y >= kTop_px + kDragWay_px ? -4 : m_step;
+            send(QEvent::MouseMove, m_y += m_step);
+        });
+        m_timer.start(kDragInterval_ms);
+    }
+    ~Drag() { send(QEvent::MouseButtonRelease, m_y); }
+    Drag(const Drag&) = delete;
+    Drag& operator=(const Drag&) = delete;
+
+private:
+    void send(QEvent::Type type, int y)
+    {
+        QMouseEvent event(type, QPointF(kColumn_px, y), Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(&m_window, &event);
+    }
+
+    static constexpr int kColumn_px = 500;
+    static constexpr int kTop_px = 300;
+
+    QWidget& m_window;
+    QTimer m_timer;
+    int m_y = kTop_px + kDragWay_px;
+    int m_step = -4;
+};
+
+/// The window and how it is looked at.
+class Bench
+{
+public:
+    Bench(SimulatedInstrument& instrument, bool shortRun)
+        : m_instrument(instrument), m_short(shortRun), m_calls(instrument.camera())
+    {
+        m_before = installDeviceCalls(&m_calls);
+        m_window = std::make_unique<ORLA_II_Plus_Verifier>();
+        m_window->show();
+    }
+    ~Bench()
+    {
+        m_window->stopCamera();
+        m_window.reset();
+        installDeviceCalls(m_before);
+    }
+    Bench(const Bench&) = delete;
+    Bench& operator=(const Bench&) = delete;
+
+    void tellMode(int index);
+    void tellGrowth();
+
+private:
+    /// What a span of live view came to, per second.
+    struct Span
+    {
+        double delivered_hz;
+        double painted_hz;
+        double all_ms;
+        double gui_ms;
+    };
+    /// One way of showing the frames.
+    struct Shown
+    {
+        double part;
+        std::vector<double> delays_ms;
+    };
+
+    template <class Widget>
+    Widget* find(const char* name)
+    {
+        return m_window->findChild<Widget*>(name);
+    }
+    Span measureSpan(int duration_ms);
+    void show(View view);
+    Shown watch(const CaptureMode& mode, View view, int frames);
+    void tellFrames(const std::string& name, const CaptureMode& mode, double rate_hz);
+    void tellCost(const std::string& name, const CaptureMode& mode, int index);
+    void tellIdleRounds(const std::string& name);
+
+    SimulatedInstrument& m_instrument;
+    const bool m_short;
+    StampedFrames m_calls;
+    DeviceCalls* m_before = nullptr;
+    std::unique_ptr<ORLA_II_Plus_Verifier> m_window;
+    // Of a delivered frame, all threads.
+    std::array<double, kCameraModeCount> m_frameCosts_ms{};
+};
+
+Bench::Span Bench::measureSpan(int duration_ms)
+{
+    int painted = 0;
+    const auto connection = QObject::connect(m_window.get(), &ORLA_II_Plus_Verifier::updateFrameDone,
+                                             m_window.get(), [&painted] { ++painted; });
+    const double start = wallTime_ms();
+    const double gui = threadTime_ms();
+    const double all = processTime_ms() - m_calls.ownTime_ms();
+    const std::uint64_t delivered = m_calls.dequeued();
     wait(duration_ms);
-    const auto delivered = calls.dequeued() - first;
-    wait(kSettle_ms / 4);
+    const double seconds = (wallTime_ms() - start) / 1e3;
+    const double guiUsed = threadTime_ms() - gui;
+    const double allUsed = processTime_ms() - m_calls.ownTime_ms() - all;
     QObject::disconnect(connection);
-    calls.setStampedMode(nullptr);
-    scaled->setChecked(true);
-    std::uint64_t found = 0;
-    for (std::uint64_t number = first + 1; number <= first + delivered; ++number)
-        found += seen.count(static_cast<int>(number & ((1U << kStampBits) - 1)));
-    return static_cast<double>(found) / static_cast<double>(delivered);
+    return {static_cast<double>(m_calls.dequeued() - delivered) / seconds, painted / seconds,
+            allUsed / seconds, guiUsed / seconds};
+}
+
+void Bench::show(View view)
+{
+    auto* scaled = find<QCheckBox>("CHECK_SCALED_TO_FIT");
+    if (scaled->isChecked() != (view == View::Fit))
+        scaled->click();
+    find<QSpinBox>("SPIN_DEBUG")->setValue(1);
+    auto* console = find<QPushButton>("BUTTON_DEBUG");
+    if (console->isChecked() != (view == View::Console))
+        console->click();
+}
+
+/// Which of so many delivered frames were on the screen, and how long after they were complete
+/// at the sensor. What lies below a console is not seen: there the frames are counted that went
+/// into the picture, each by its one conversion.
+Bench::Shown Bench::watch(const CaptureMode& mode, View view, int frames)
+{
+    show(view);
+    m_calls.stamp(&mode, view);
+    wait(kSettle_ms / 2);
+    std::unique_ptr<Drag> drag;
+    if (view == View::Panning)
+        drag = std::make_unique<Drag>(*m_window);
+    std::map<unsigned, double> seen_ms;
+    // Queued: when it runs, the painting has gone on to the screen.
+    const auto connection = QObject::connect(
+        m_window.get(), &ORLA_II_Plus_Verifier::updateFrameDone, m_window.get(),
+        [&] { seen_ms.emplace(readStamp(*m_window), static_cast<double>(instrumentTime().count()) / 1e3); },
+        Qt::QueuedConnection);
+    wait(kSettle_ms / 4);
+    const std::uint64_t first = m_calls.dequeued();
+    const std::uint64_t converted = g_conversions;
+    const double limit_ms = wallTime_ms() + 1e3 * frames;
+    while (m_calls.dequeued() < first + static_cast<unsigned>(frames) && wallTime_ms() < limit_ms)
+        wait(10);
+    const std::uint64_t delivered = m_calls.dequeued() - first;
+    const std::uint64_t shown = g_conversions - converted;
+    wait(kSettle_ms / 2);
+    QObject::disconnect(connection);
+    m_calls.stamp(nullptr, view);
+    if (delivered == 0)
+        giveUp("The camera delivers no frame.");
+    if (view == View::Console)
+        return {std::min(1.0, static_cast<double>(shown) / static_cast<double>(delivered)), {}};
+    Shown result{0.0, {}};
+    for (std::uint64_t number = first + 1; number <= first + delivered; ++number) {
+        const auto seen = seen_ms.find(static_cast<unsigned>(number & kStampMask));
+        if (seen != seen_ms.end())
+            result.delays_ms.push_back(seen->second - m_calls.completed_ms(number));
+    }
+    result.part = static_cast<double>(result.delays_ms.size()) / static_cast<double>(delivered);
+    return result;
+}
+
+void Bench::tellFrames(const std::string& name, const CaptureMode& mode, double rate_hz)
+{
+    constexpr int kFrames = 1000;
+    const int frames = m_short ? 5 : kFrames / 3 + 1;
+    std::vector<double> delays_ms;
+    for (const View view : {View::Fit, View::OneToOne, View::Panning, View::Console}) {
+        const Shown shown = watch(mode, view, view == View::Console ? frames / 3 + 1 : frames);
+        tell("painted_" + name + "_" + kViewNames[static_cast<std::size_t>(view)], shown.part);
+        delays_ms.insert(delays_ms.end(), shown.delays_ms.begin(), shown.delays_ms.end());
+    }
+    show(View::Fit);
+    if (delays_ms.empty())
+        giveUp("No frame was seen on the screen.");
+    const double frame_ms = 1e3 / rate_hz;
+    const double worst_ms = *std::max_element(delays_ms.begin(), delays_ms.end());
+    tell("delay_" + name, median(delays_ms) / frame_ms,
+         text("%.1f ms, median of %zu frames", median(delays_ms), delays_ms.size()));
+    tell("delay_worst_" + name, worst_ms / frame_ms, text("%.1f ms", worst_ms));
 }
 
 /// The work on one frame as bare calls, step by step, in milliseconds of processor time.
-struct BareCosts
+class BareCalls
 {
-    double copy = 0.0;
-    double convert = 0.0;
-    double copyRgb = 0.0;
-    double picture = 0.0;
-    double draw = 0.0;
+public:
+    explicit BareCalls(const CaptureMode& mode)
+        : m_mode(mode),
+          m_yuyvBytes(std::size_t(mode.width_px) * std::size_t(mode.height_px) * kYuyvBytesPerPixel),
+          m_converted(mode.rgbBytes()),
+          m_shown(mode.rgbBytes())
+    {
+        std::uint32_t noise = 1;
+        for (std::vector<std::uint8_t>& buffer : m_driver) {
+            buffer.resize(m_yuyvBytes);
+            for (std::uint8_t& byte : buffer)
+                byte = static_cast<std::uint8_t>(128 + ((noise = noise * 1664525U + 1013904223U) >> 28));
+        }
+        for (std::vector<std::uint8_t>& copy : m_copies)
+            copy.resize(m_yuyvBytes);
+    }
 
-    double sum() const { return copy + convert + copyRgb + picture + draw; }
+    /// Rounds as far apart as the frames are, so that caches are as cold as they are there.
+    double frame_ms(int rounds, double rate_hz)
+    {
+        std::vector<double> sums;
+        for (int round = -1; round < rounds; ++round) {
+            QThread::usleep(static_cast<unsigned long>(1e6 / rate_hz));
+            const double before = sum();
+            runOnce();
+            if (round < 0)
+                m_steps = {};
+            else
+                sums.push_back(sum() - before);
+        }
+        m_rounds = rounds;
+        return median(sums);
+    }
+
+    std::string parts() const
+    {
+        return text("copy %.2f, conversion %.2f, copy %.2f, picture %.2f, draw %.2f ms",
+                    m_steps[0] / m_rounds, m_steps[1] / m_rounds, m_steps[2] / m_rounds,
+                    m_steps[3] / m_rounds, m_steps[4] / m_rounds);
+    }
+
+private:
+    double sum() const
+    {
+        double all = 0.0;
+        for (const double step : m_steps)
+            all += step;
+        return all;
+    }
+
+    void runOnce()
+    {
+        const std::size_t index = m_next++ % kBuffers;
+        const std::array<Work, 5> steps{
+            [&] { std::memcpy(m_copies[index].data(), m_driver[index].data(), m_yuyvBytes); },
+            [&] {
+                sws_yuv2rgb24(static_cast<unsigned>(m_mode.width_px), m_mode.height_px,
+                              m_copies[index].data(), m_converted.data());
+            },
+            [&] { std::memcpy(m_shown.data(), m_converted.data(), m_shown.size()); },
+            [&] {
+                m_picture =
+                    QPixmap::fromImage(QImage(m_shown.data(), m_mode.width_px, m_mode.height_px,
+                                              m_mode.width_px * kRgbBytesPerPixel, QImage::Format_RGB888));
+            },
+            [&] {
+                QPainter painter(&m_screen);
+                painter.drawPixmap(m_screen.rect(), m_picture, m_picture.rect());
+            }};
+        for (std::size_t i = 0; i < steps.size(); ++i)
+            m_steps[i] += timeOf_ms(threadTime_ms, steps[i]);
+    }
+
+    const CaptureMode& m_mode;
+    const std::size_t m_yuyvBytes;
+    std::array<std::vector<std::uint8_t>, kBuffers> m_driver;
+    std::array<std::vector<std::uint8_t>, kBuffers> m_copies;
+    std::vector<std::uint8_t> m_converted;
+    std::vector<std::uint8_t> m_shown;
+    QPixmap m_picture;
+    QImage m_screen{kViewWidth_px, kViewHeight_px, QImage::Format_RGB32};
+    std::array<double, 5> m_steps{};
+    std::size_t m_next = 0;
+    int m_rounds = 1;
 };
 
-/// The rounds come as far apart as the frames, so that caches are as cold as they are there.
-BareCosts measureBareCalls(const CaptureMode& mode, double rate_hz)
+void Bench::tellCost(const std::string& name, const CaptureMode& mode, int index)
 {
-    const auto yuyvBytes = std::size_t(mode.width_px) * mode.height_px * 2;
-    const auto rgbBytes = mode.rgbBytes();
-    std::vector<std::vector<std::uint8_t>> driver(kBuffers, std::vector<std::uint8_t>(yuyvBytes));
-    std::uint32_t noise = 1;
-    for (auto& buffer : driver)
-        for (auto& byte : buffer)
-            byte = static_cast<std::uint8_t>(128 + ((noise = noise * 1664525U + 1013904223U) >> 28));
-    std::vector<std::vector<std::uint8_t>> copies(kBuffers, std::vector<std::uint8_t>(yuyvBytes));
-    std::vector<std::uint8_t> converted(rgbBytes);
-    std::vector<std::uint8_t> shown(rgbBytes);
-    QPixmap picture;
-    QImage screen(kViewWidth_px, kViewHeight_px, QImage::Format_RGB32);
-
-    BareCosts sum;
-    double last = 0.0;
-    const auto lap = [&last](double& cost) {
-        const double now = clock_ms(CLOCK_THREAD_CPUTIME_ID);
-        cost += now - last;
-        last = now;
-    };
-    for (int round = -2; round < kBareRounds; ++round) {
-        if (round == 0)
-            sum = {};
-        const auto index = static_cast<std::size_t>((round + kBuffers) % kBuffers);
-        QThread::usleep(static_cast<unsigned long>(1e6 / rate_hz));
-        last = clock_ms(CLOCK_THREAD_CPUTIME_ID);
-        std::memcpy(copies[index].data(), driver[index].data(), yuyvBytes);
-        lap(sum.copy);
-        sws_yuv2rgb24(static_cast<unsigned>(mode.width_px), mode.height_px, copies[index].data(),
-                      converted.data());
-        lap(sum.convert);
-        std::memcpy(shown.data(), converted.data(), rgbBytes);
-        lap(sum.copyRgb);
-        picture = QPixmap::fromImage(
-            QImage(shown.data(), mode.width_px, mode.height_px, mode.width_px * 3, QImage::Format_RGB888));
-        lap(sum.picture);
-        QPainter painter(&screen);
-        painter.drawPixmap(QRect(0, 0, kViewWidth_px, kViewHeight_px), picture, picture.rect());
-        painter.end();
-        lap(sum.draw);
+    const int pairs = m_short ? 1 : 5;
+    const int span_ms = m_short ? 500 : 2000;
+    const int rounds = m_short ? 2 : 15;
+    BareCalls bareCalls(mode);
+    std::vector<double> ratios;
+    std::vector<double> spans_ms;
+    std::vector<double> bares_ms;
+    std::vector<double> costs_ms;
+    std::vector<double> gui;
+    double painted_hz = 0.0;
+    for (int pair = 0; pair < pairs; ++pair) {
+        const Span span = measureSpan(span_ms);
+        const double bare_ms = bareCalls.frame_ms(rounds, span.delivered_hz);
+        spans_ms.push_back(span.all_ms);
+        bares_ms.push_back(bare_ms * span.delivered_hz);
+        ratios.push_back(spans_ms.back() / bares_ms.back());
+        costs_ms.push_back(span.all_ms / span.delivered_hz);
+        gui.push_back(span.gui_ms / 1e3);
+        painted_hz = span.painted_hz;
+        wait(kSettle_ms / 4);
     }
-    return {sum.copy / kBareRounds, sum.convert / kBareRounds, sum.copyRgb / kBareRounds,
-            sum.picture / kBareRounds, sum.draw / kBareRounds};
+    m_frameCosts_ms[static_cast<std::size_t>(index)] = median(costs_ms);
+    tell("cost_" + name, median(ratios),
+         text("%.0f ms a second, bare calls %.0f ms: %s; %.0f repaints a second", median(spans_ms),
+              median(bares_ms), bareCalls.parts().c_str(), painted_hz));
+    if (index == kMode5M)
+        tell("gui_5m", median(gui));
 }
 
-double residentMemory_mb()
+/// The hand-shake goes on when no frame comes.
+void Bench::tellIdleRounds(const std::string& name)
 {
-    QFile status("/proc/self/status");
-    status.open(QIODevice::ReadOnly);
-    const QList<QByteArray> lines = status.readAll().split('\n');
-    for (const QByteArray& line : lines)
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).simplified().split(' ').first().toDouble() / 1024.0;
-    return 0.0;
+    m_instrument.camera().faults().enable("stall");
+    double dearest = 0.0;
+    std::string parts;
+    for (const View view : {View::Fit, View::OneToOne}) {
+        show(view);
+        wait(kSettle_ms / 2);
+        const Span span = measureSpan(m_short ? 300 : 1500);
+        dearest = std::max(dearest, span.all_ms / 1e3 * kPercent);
+        parts += text("%s%s %.2f ms each, %.0f a second", parts.empty() ? "" : "; ",
+                      view == View::Fit ? "fitted" : "1:1", span.all_ms / span.painted_hz, span.painted_hz);
+    }
+    show(View::Fit);
+    m_instrument.camera().faults().clear();
+    tell("idle_" + name, dearest, parts);
 }
 
-const char* verdict(bool reached)
-{
-    return reached ? "reached" : "MISSED";
-}
-
-void reportMode(ORLA_II_Plus_Verifier& window, MeasuredCalls& calls, int index, int duration_ms)
+void Bench::tellMode(int index)
 {
     const CaptureMode& mode = kCaptureModes[static_cast<std::size_t>(index)];
-    window.findChild<QAbstractButton*>(kModeButtons[index])->click();
+    const std::string name = kModeNames[static_cast<std::size_t>(index)];
+    find<QPushButton>(kModeButtons[static_cast<std::size_t>(index)])->click();
     wait(kSettle_ms);
-    const Span span = measureSpan(window, calls, duration_ms);
-    const double part = partSeen(window, calls, mode, duration_ms);
-    const BareCosts bare = measureBareCalls(mode, span.painted_hz);
-    const double ratio = span.all_ms / bare.sum();
-    std::printf("%d x %d\n", mode.width_px, mode.height_px);
-    std::printf(
-        "  frames/s   delivered %.1f  converted %.1f  painted %.1f  (wanted %d); on the screen %.1f %% "
-        "of the delivered  %s\n",
-        span.delivered_hz, span.converted_hz, span.painted_hz, kWantedRates_hz[index], part * 100.0,
-        verdict(part > 0.99));
-    std::printf("  ms/frame   GUI thread %.2f  all threads %.2f;  GUI thread busy %.0f %%  %s\n", span.gui_ms,
-                span.all_ms, span.guiShare * 100.0, verdict(span.guiShare <= kWantedGuiShare));
-    std::printf("  bare calls copy %.2f  convert %.2f  copy %.2f  picture %.2f  draw %.2f  = %.2f ms\n",
-                bare.copy, bare.convert, bare.copyRgb, bare.picture, bare.draw, bare.sum());
-    std::printf("  ratio      %.2f  (wanted at most %.2f)  %s\n", ratio, kWantedRatio,
-                verdict(ratio <= kWantedRatio));
-    std::fflush(stdout);
+    tellCost(name, mode, index);
+    tellFrames(name, mode, kSensorRates_hz[static_cast<std::size_t>(index)]);
+    tellIdleRounds(name);
 }
 
-/// Streams 5-megapixel frames as a program with nothing but the driver's buffers would.
-void streamBare(DeviceCalls& calls, int duration_ms)
+/// From mode to mode there are four times the pixels, and somewhat more.
+void Bench::tellGrowth()
 {
-    const int fd = calls.open("/dev/video0", O_RDWR);
-    v4l2_format format{};
-    format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    format.fmt.pix.width = 2592;
-    format.fmt.pix.height = 1944;
-    format.fmt.pix.pixelformat = V4L2_PIX_FMT_YUYV;
-    calls.captureIoctl(fd, VIDIOC_S_FMT, &format);
-    v4l2_requestbuffers request{};
-    request.count = kBuffers;
-    request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    request.memory = V4L2_MEMORY_MMAP;
-    calls.captureIoctl(fd, VIDIOC_REQBUFS, &request);
-    v4l2_buffer buffer{};
-    buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    buffer.memory = V4L2_MEMORY_MMAP;
-    for (buffer.index = 0; buffer.index < request.count; ++buffer.index) {
-        calls.captureIoctl(fd, VIDIOC_QUERYBUF, &buffer);
-        calls.mmap(buffer.length, PROT_READ | PROT_WRITE, MAP_SHARED, fd, buffer.m.offset);
-        calls.captureIoctl(fd, VIDIOC_QBUF, &buffer);
+    double growth = 0.0;
+    for (std::size_t i = 1; i < m_frameCosts_ms.size(); ++i) {
+        const double pixels = static_cast<double>(kCaptureModes[i].rgbBytes()) /
+                              static_cast<double>(kCaptureModes[i - 1].rgbBytes());
+        growth = std::max(growth, m_frameCosts_ms[i] / m_frameCosts_ms[i - 1] / pixels);
     }
-    int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    calls.captureIoctl(fd, VIDIOC_STREAMON, &type);
-    QElapsedTimer clock;
-    clock.start();
-    while (clock.elapsed() < duration_ms)
-        if (calls.waitReadable(fd, 100) > 0 && calls.captureIoctl(fd, VIDIOC_DQBUF, &buffer) == 0)
-            calls.captureIoctl(fd, VIDIOC_QBUF, &buffer);
-}
-
-/// The child processes' part: prints the resident memory of an empty window with a bare
-/// stream, or of the verifier's window streaming 5-megapixel frames.
-int printMemory(const std::string& what, SimulatedInstrument& instrument)
-{
-    if (what == "bare") {
-        QMainWindow window;
-        window.resize(800, 480);
-        window.show();
-        wait(kSettle_ms / 4);
-        streamBare(instrument.camera(), kSettle_ms);
-        std::printf("%.1f\n", residentMemory_mb());
-        return 0;
-    }
-    ORLA_II_Plus_Verifier window;
-    window.show();
-    window.findChild<QAbstractButton*>(kModeButtons[0])->click();
-    wait(kSettle_ms / 2);
-    window.findChild<QAbstractButton*>(kModeButtons[2])->click();
-    wait(kSettle_ms);
-    std::printf("%.1f\n", residentMemory_mb());
-    std::fflush(stdout);
-    window.stopCamera();
-    return 0;
-}
-
-double childMemory_mb(const QString& what)
-{
-    QProcess child;
-    child.setProcessChannelMode(QProcess::SeparateChannels);
-    child.start(QCoreApplication::applicationFilePath(), {"--memory", what});
-    child.waitForFinished(-1);
-    return QString::fromLatin1(child.readAllStandardOutput()).trimmed().toDouble();
-}
-
-void reportMemory()
-{
-    // The window's RGB buffers and pictures of all modes, and in 5M four copies of the
-    // device's frames and the converted frame.
-    double needed = 0.0;
-    for (const CaptureMode& mode : kCaptureModes) {
-        const double pixels = double(mode.width_px) * mode.height_px;
-        needed += pixels * (3 + 4);
-    }
-    const double pixels5M = double(kCaptureModes[2].width_px) * kCaptureModes[2].height_px;
-    needed = (needed + pixels5M * (2 * kBuffers + 3)) / kMb;
-    const double bare = childMemory_mb("bare");
-    const double verifier = childMemory_mb("verifier");
-    const double beyond = verifier - bare - needed;
-    std::printf(
-        "resident memory in MB\n  empty window and bare stream %.1f, buffers %.1f, verifier %.1f; beyond "
-        "that %.1f  (wanted at most %.0f)  %s\n",
-        bare, needed, verifier, beyond, kWantedMemory_mb, verdict(beyond <= kWantedMemory_mb));
+    tell("cost_growth", growth,
+         text("%.2f, %.2f, %.2f ms for a delivered frame", m_frameCosts_ms[0], m_frameCosts_ms[1],
+              m_frameCosts_ms[2]));
 }
 
 } // namespace
@@ -440,29 +569,18 @@ extern "C" SwsContext* __wrap_sws_getContext(int sourceWidth, int sourceHeight, 
 
 int main(int argc, char* argv[])
 {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
-    SimulatedInstrument instrument(InstrumentParameters{});
-    if (!instrument.error().isEmpty()) {
-        std::fprintf(stderr, "%s\n", qPrintable(instrument.error()));
-        return 1;
-    }
-    QApplication application(argc, argv);
-    if (argc == 3 && std::string(argv[1]) == "--memory")
-        return printMemory(argv[2], instrument);
-
-    const int duration_ms = (argc > 1 ? std::atoi(argv[1]) : 10) * 1000;
-    MeasuredCalls calls(instrument.camera());
-    DeviceCalls* before = installDeviceCalls(&calls);
-    {
-        ORLA_II_Plus_Verifier window;
-        window.show();
-        for (int mode = 0; mode < kModes; ++mode)
-            reportMode(window, calls, mode, duration_ms);
-        window.stopCamera();
-    }
-    installDeviceCalls(before);
-    reportMemory();
+    const bool shortRun = isShort(argc, argv);
+    QLoggingCategory::setFilterRules("default.debug=false");
+    InstrumentAssembly assembly;
+    assembly.frameClock = instrumentTime;
+    SimulatedInstrument instrument(InstrumentParameters{}, {}, {}, assembly);
+    if (!instrument.error().isEmpty())
+        giveUp(instrument.error().toStdString());
+    instrument.setRealTimeMotion(false);
+    const QApplication application(argc, argv);
+    Bench bench(instrument, shortRun);
+    for (int mode = 0; mode < kCameraModeCount; ++mode)
+        bench.tellMode(mode);
+    bench.tellGrowth();
     return 0;
 }

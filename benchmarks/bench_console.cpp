@@ -1,0 +1,75 @@
+// What a line costs that comes into a console on the screen, by the lines that it holds already.
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <vector>
+
+#include <QApplication>
+#include <QPushButton>
+#include <QString>
+
+#include "benchmarks/Measure.h"
+#include "debug/DebugMessage.h"
+
+namespace {
+
+constexpr int kLinesAtATime = 20;
+constexpr int kLinesInAChunk = 10000;
+constexpr std::array<int, 3> kHeld{10, 10000, 1000000};
+constexpr std::array<int, 3> kHeldInShort{10, 1000, 10000};
+
+const QString kLine = QStringLiteral("void ORLA_II_Plus_Verifier::slot_z_stage_mvp() position: 32000 \r\n");
+
+void fill(DebugMessage& console, int lines)
+{
+    for (int held = 0; held < lines; held += kLinesInAChunk)
+        console.insertPlainText(kLine.repeated(std::min(kLinesInAChunk, lines - held)));
+    console.ensureCursorVisible();
+    QCoreApplication::processEvents();
+}
+
+/// Lines one by one, each painted before the next.
+void addLines(DebugMessage& console)
+{
+    for (int line = 0; line < kLinesAtATime; ++line) {
+        console.insertPlainText(kLine);
+        console.ensureCursorVisible();
+        QCoreApplication::processEvents();
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const bool shortRun = isShort(argc, argv);
+    const QApplication application(argc, argv);
+    const std::array<int, 3>& held = shortRun ? kHeldInShort : kHeld;
+    std::array<std::unique_ptr<DebugMessage>, 3> consoles;
+    for (std::size_t i = 0; i < consoles.size(); ++i) {
+        consoles[i] = std::make_unique<DebugMessage>();
+        consoles[i]->show();
+        fill(*consoles[i], held[i]);
+    }
+    std::array<std::vector<double>, 3> costs_ms;
+    for (int round = shortRun ? 0 : -2; round < (shortRun ? 1 : 20); ++round) {
+        consoles[0]->findChild<QPushButton*>("BUTTON_CLEAR")->click();
+        fill(*consoles[0], held[0]);
+        for (std::size_t i = 0; i < consoles.size(); ++i) {
+            const double cost_ms = timeOf_ms(threadTime_ms, [&] { addLines(*consoles[i]); }) / kLinesAtATime;
+            if (round >= 0)
+                costs_ms[i].push_back(cost_ms);
+        }
+    }
+    constexpr std::array<const char*, 2> kNames{"console_10k", "console_1m"};
+    for (std::size_t i = 0; i < kNames.size(); ++i) {
+        std::vector<double> ratios;
+        for (std::size_t round = 0; round < costs_ms[0].size(); ++round)
+            ratios.push_back(costs_ms[i + 1][round] / costs_ms[0][round]);
+        tell(kNames[i], median(ratios),
+             text("%.3f ms at %d lines, %.3f ms at %d", median(costs_ms[i + 1]), held[i + 1],
+                  median(costs_ms[0]), held[0]));
+    }
+    return 0;
+}
