@@ -9,6 +9,7 @@ is taken from BUILD, which must be complete.
 
 import json
 import os
+import re
 import shlex
 import subprocess
 import sys
@@ -69,11 +70,25 @@ class Configured(unittest.TestCase):
 
     def test_only_tests_and_documents_need_python(self):
         self.configure("-DCMAKE_DISABLE_FIND_PACKAGE_Python3=ON")
+        if GENERATOR != "Ninja":
+            self.skipTest("only Ninja tells the commands of a build beforehand")
+        commands = run(CMAKE, "--build", self.directory, "--", "-t", "commands").splitlines()
+        self.assertTrue(any(" -o verifier/orla-verifier " in line for line in commands))
+        self.assertEqual([line for line in commands if re.search(r"python|\.py\b", line)], [])
 
     def test_the_service_starts_the_program_from_the_prefix(self):
         self.configure("-DCMAKE_INSTALL_PREFIX=/opt/orla", "-DCMAKE_INSTALL_BINDIR=sbin")
         unit = (self.directory / "packaging" / "orla-verifier.service").read_text(encoding="utf-8")
         self.assertIn("\nExecStart=/opt/orla/sbin/orla-verifier\n", unit)
+        self.assertIn(" file:///opt/orla/share/doc/orla-verifier/manual.md\n", unit)
+
+    def test_a_preset_leaves_the_prefix_to_whoever_names_one(self):
+        options = ["-DCMAKE_INSTALL_PREFIX=/opt/orla", "-DORLA_TESTS=OFF", "-DORLA_BENCHMARKS=OFF"]
+        run(CMAKE, "-S", PROJECT, "--preset", "release", "-B", self.directory, *options)
+        cache = (self.directory / "CMakeCache.txt").read_text(encoding="utf-8")
+        self.assertIn("\nCMAKE_INSTALL_PREFIX:PATH=/opt/orla\n", cache)
+        unit = (self.directory / "packaging" / "orla-verifier.service").read_text(encoding="utf-8")
+        self.assertIn("\nExecStart=/opt/orla/bin/orla-verifier\n", unit)
 
     def test_a_package_holds_what_is_below_its_prefix(self):
         self.configure("-DCMAKE_INSTALL_PREFIX=/usr")
