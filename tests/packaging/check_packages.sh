@@ -12,6 +12,10 @@ for tool in cpack dpkg-deb dpkg-shlibdeps; do
     command -v "$tool" >/dev/null || skip "$tool is not installed"
 done
 
+# The prefix that the build was configured for, as the packages hold it.
+prefix=$(sed -n 's,^set(CPACK_PACKAGING_INSTALL_PREFIX "/\(.*\)")$,\1,p' "$build/CPackConfig.cmake")
+[ -n "$prefix" ] || { echo "the build names no prefix"; exit 1; }
+
 rm -rf "$out"
 mkdir -p "$out"
 cpack --config "$build/CPackConfig.cmake" -B "$out" >"$out/cpack.log" 2>&1 || { cat "$out/cpack.log"; exit 1; }
@@ -24,23 +28,22 @@ for library in libqt5widgets5 libqt5serialport5 libopencv-core libswscale libv4l
 done
 dpkg-deb -f "$verifier" Maintainer | grep -q '^.* <.*@.*>$' || complain "no maintainer"
 holds() { # PACKAGE PATH
-    dpkg-deb --fsys-tarfile "$1" | tar -t | grep -qx "\./$2" || complain "$1 has no $2"
+    dpkg-deb --fsys-tarfile "$1" | tar -t | grep -x "\./$2" >/dev/null || complain "$1 has no $2"
 }
-for path in usr/bin/orla-verifier usr/lib/systemd/system/orla-verifier.service \
-    usr/share/man/man1/orla-verifier.1.gz usr/share/doc/orla-verifier/manual.md \
-    usr/share/doc/orla-verifier/install.md; do
-    holds "$verifier" "$path"
+for path in bin/orla-verifier lib/systemd/system/orla-verifier.service share/man/man1/orla-verifier.1.gz \
+    share/doc/orla-verifier/manual.md share/doc/orla-verifier/install.md; do
+    holds "$verifier" "$prefix/$path"
 done
-for path in usr/bin/orla-verifier-simulator usr/share/man/man1/orla-verifier-simulator.1.gz \
-    usr/share/doc/orla-verifier-simulator/simulator.md; do
-    holds "$simulator" "$path"
+for path in bin/orla-verifier-simulator share/man/man1/orla-verifier-simulator.1.gz \
+    share/doc/orla-verifier-simulator/simulator.md; do
+    holds "$simulator" "$prefix/$path"
 done
 
 # Each picture that a document shows is there.
 mkdir "$out/files"
 dpkg-deb -x "$verifier" "$out/files" && dpkg-deb -x "$simulator" "$out/files" || complain "cannot be unpacked"
 shown=0
-for document in "$out"/files/usr/share/doc/*/*.md; do
+for document in "$out/files/$prefix"/share/doc/*/*.md; do
     for picture in $(sed -n 's/.*!\[[^]]*](\([^)]*\)).*/\1/p' "$document"); do
         shown=$((shown + 1))
         [ -f "$(dirname "$document")/$picture" ] || complain "$document shows $picture, which is missing"
@@ -76,7 +79,9 @@ else
     echo "nothing can be mounted here: maintainer scripts not tried"
 fi
 
-if command -v lintian >/dev/null; then
+if [ "$prefix" != usr ]; then
+    echo "a distribution's packages lie in /usr, not in /$prefix: lintian not asked"
+elif command -v lintian >/dev/null; then
     lintian --allow-root --fail-on error,warning "$verifier" "$simulator" || complain "lintian has findings"
 else
     echo "lintian is not installed: not asked"
