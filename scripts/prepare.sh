@@ -1,6 +1,6 @@
-# Sourced by ./run and ./test: brings what is missing from the distribution, configures
-# once, builds. What it has to say goes to stderr; long output only to a log, whose end is
-# shown when something fails.
+# Sourced by ./run and ./test: brings what is missing from the distribution, configures where
+# that is due, builds. What it has to say goes to stderr; long output only to a log, whose end
+# is shown when something fails.
 
 readonly project_dir="$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd -P)"
 readonly shown_log_lines=40
@@ -97,7 +97,8 @@ prepare() {
     flock "$lock_fd"
     : >"$log"
     install_packages "$log"
-    if [[ ! -f "$build_dir/build.ninja" ]]; then
+    # A build that is there follows a change of the project by itself, but not of its preset.
+    if [[ ! -f "$build_dir/build.ninja" || "$project_dir/CMakePresets.json" -nt "$build_dir/build.ninja" ]]; then
         say "Configuring (preset $preset) ..."
         quietly "$log" cmake -S "$project_dir" --preset "$preset" ||
             give_up "Configuring failed; the whole output is in $log"

@@ -3,6 +3,7 @@
 
 #include <QtTest>
 
+#include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
 #include <QProcess>
@@ -20,6 +21,7 @@ private slots:
     void aWrongArgumentShowsTheUsage();
     void aChoiceOfTestsIsBuiltAndRun_data();
     void aChoiceOfTestsIsBuiltAndRun();
+    void aChangedPresetIsConfiguredAnew();
     void theGateGoesThroughAllStepsAndFailsWithAnyOfThem_data();
     void theGateGoesThroughAllStepsAndFailsWithAnyOfThem();
     void aFolderThatCannotBeWrittenIsOneLine_data();
@@ -223,6 +225,35 @@ void TestCommands::aChoiceOfTestsIsBuiltAndRun()
              qPrintable(lines.last()));
     QVERIFY2(lines.last().contains(QRegularExpression(" \\d+" + QRegularExpression::escape(run) + '$')),
              qPrintable(lines.last()));
+}
+
+void TestCommands::aChangedPresetIsConfiguredAnew()
+{
+    Copy copy;
+    const QString record = copy.file("record"), made = copy.file("build/release/build.ninja");
+    const QString presets = copy.file("CMakePresets.json");
+    const auto configurations = [&] {
+        QFile::remove(record);
+        const Ended ended = copy.run({"./test"});
+        QFile file(record);
+        return ended.status == 0 && file.open(QIODevice::ReadOnly)
+                   ? file.readAll().count(" --preset release\n")
+                   : -1;
+    };
+    const auto setAge = [](const QString& path, int hours) {
+        QFile file(path);
+        return file.open(QIODevice::ReadWrite) &&
+               file.setFileTime(QDateTime::currentDateTimeUtc().addSecs(-3600 * hours),
+                                QFileDevice::FileModificationTime);
+    };
+    copy.setTool("cmake", "echo \"$@\" >>" + record.toLocal8Bit() + "\n");
+    Copy::write(presets, "{}\n");
+    QCOMPARE(configurations(), 1);
+    Copy::write(made, "# rules\n");
+    QVERIFY(setAge(presets, 2) && setAge(made, 1));
+    QCOMPARE(configurations(), 0);
+    QVERIFY(setAge(made, 3));
+    QCOMPARE(configurations(), 1);
 }
 
 void TestCommands::theGateGoesThroughAllStepsAndFailsWithAnyOfThem_data()
