@@ -263,17 +263,19 @@ void TestCommands::theGateGoesThroughAllStepsAndFailsWithAnyOfThem_data()
     QTest::addColumn<QByteArray>("lint");
     QTest::addColumn<int>("status");
     QTest::addColumn<int>("steps");
+    QTest::addColumn<int>("incomplete");
     const QByteArray good = "exit 0\n", bad = "exit 3\n";
-    QTest::newRow("nothing is wrong") << good << good << good << 0 << 5;
-    QTest::newRow("it does not build") << bad << good << good << 1 << 1;
-    QTest::newRow("a finding") << good << good << bad << 1 << 5;
+    QTest::newRow("nothing is wrong") << good << good << good << 0 << 5 << 0;
+    QTest::newRow("it does not build") << bad << good << good << 1 << 1 << 0;
+    QTest::newRow("a finding") << good << good << bad << 1 << 5 << 0;
+    QTest::newRow("no time for every source") << good << good << QByteArray("exit 77\n") << 0 << 5 << 1;
     QTest::newRow("an include") << good << QByteArray("case \"$*\" in *house*) exit 8;; esac\n") << good << 1
-                                << 5;
+                                << 5 << 0;
     QTest::newRow("a sanitizer") << good << QByteArray("case \"$*\" in *asan*) exit 8;; esac\n") << good << 1
-                                 << 5;
+                                 << 5 << 0;
     QTest::newRow("a test") << good
                             << QByteArray("case \"$*\" in *house*|*asan*) exit 0;; *) exit 8;; esac\n")
-                            << good << 1 << 5;
+                            << good << 1 << 5 << 0;
 }
 
 void TestCommands::theGateGoesThroughAllStepsAndFailsWithAnyOfThem()
@@ -283,16 +285,19 @@ void TestCommands::theGateGoesThroughAllStepsAndFailsWithAnyOfThem()
     QFETCH(QByteArray, lint);
     QFETCH(int, status);
     QFETCH(int, steps);
+    QFETCH(int, incomplete);
     Copy copy;
     copy.setTool("cmake", cmake);
     copy.setTool("ctest", ctest);
     Copy::writeScript(copy.file("scripts/lint"), lint);
     const Ended ended = copy.run({"bash", ".ci/run"});
     QVERIFY2(ended.status == status, qPrintable(ended.errors));
-    QCOMPARE(ended.errors.count(QRegularExpression("^==== .*: (passed|FAILED), \\d+ s$",
+    QCOMPARE(ended.errors.count(QRegularExpression("^==== .*: (passed|INCOMPLETE|FAILED), \\d+ s$",
                                                    QRegularExpression::MultilineOption)),
              steps);
     QCOMPARE(ended.errors.count(": FAILED, "), status);
+    QCOMPARE(ended.errors.count(": INCOMPLETE, "), incomplete);
+    QCOMPARE(ended.errors.count("\nINCOMPLETE, "), incomplete);
 }
 
 void TestCommands::aFolderThatCannotBeWrittenIsOneLine_data()
