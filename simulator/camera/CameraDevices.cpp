@@ -122,7 +122,7 @@ CameraDevices::CameraDevices(const CameraDeviceParameters& parameters, FrameSour
       m_trace(parameters.traceLimit, parameters.traceWaits),
       m_nextDescriptor(kFirstDescriptor),
       m_sensor(parameters.sensor),
-      m_capture(parameters.capture, source)
+      m_capture(parameters.capture, source, m_faults)
 {
 }
 
@@ -296,7 +296,6 @@ int CameraDevices::captureIoctl(int fd, unsigned long request, void* argument)
 int CameraDevices::requestError(unsigned long request, void* argument)
 {
     const std::lock_guard<std::mutex> lock(m_captureMutex);
-    applyFlaws();
     if (request == VIDIOC_STREAMOFF && m_waiting > 0)
         m_trace.addMisuse("stream stopped while a thread waits for its frames");
     const int error = m_capture.handle(request, argument, m_clock());
@@ -309,17 +308,6 @@ int CameraDevices::requestError(unsigned long request, void* argument)
     return error;
 }
 
-void CameraDevices::applyFlaws()
-{
-    CaptureFlaws flaws;
-    flaws.stalled = m_faults.isOn(CameraFault::StalledStream);
-    flaws.shortFrames = m_faults.isOn(CameraFault::ShortFrames);
-    flaws.oversizedFrames = m_faults.isOn(CameraFault::OversizedFrames);
-    flaws.moreBuffers = m_faults.isOn(CameraFault::MoreBuffers);
-    flaws.fewerBuffers = m_faults.isOn(CameraFault::FewerBuffers);
-    m_capture.setFlaws(flaws);
-}
-
 // Until the next frame, a change by another thread or the deadline, but never long: a fault
 // that is switched does not wake anybody.
 void CameraDevices::waitForChange(std::unique_lock<std::mutex>& lock, InstrumentTime deadline)
@@ -329,7 +317,6 @@ void CameraDevices::waitForChange(std::unique_lock<std::mutex>& lock, Instrument
     if (const std::optional<InstrumentTime> frame = m_capture.nextFrameTime())
         wake = std::min(wake, *frame);
     m_captureChanged.wait_for(lock, std::max(wake - now, InstrumentTime::zero()));
-    applyFlaws();
 }
 
 void CameraDevices::setCapture(const CaptureParameters& parameters)
@@ -370,7 +357,6 @@ int CameraDevices::waitReadable(int fd, int timeout_ms)
             const std::chrono::milliseconds timeout(timeout_ms);
             const InstrumentTime deadline = m_clock() + std::min(timeout, m_longestWait.value_or(timeout));
             std::unique_lock<std::mutex> lock(m_captureMutex);
-            applyFlaws();
             ++m_waiting;
             bool inTime = true;
             while (!m_capture.readable(m_clock()) && !m_faults.isOn(CameraFault::Unplugged) && inTime) {

@@ -125,7 +125,6 @@ private:
     bool findDescriptor(int fd, Descriptor& found);
     static const char* pathOf(Device device);
     std::optional<std::size_t> beginTransfer(int fd, std::size_t count, int& error);
-    void applyFlaws();
     int requestError(unsigned long request, void* argument);
     void waitForChange(std::unique_lock<std::mutex>& lock, InstrumentTime deadline);
 

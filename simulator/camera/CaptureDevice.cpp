@@ -15,7 +15,7 @@ constexpr unsigned kOversize_bytes = 65536;
 // What a driver that is short of memory, or generous, grants at once.
 constexpr unsigned kFewerBuffers = 2;
 constexpr unsigned kMoreBuffers = 8;
-constexpr unsigned kBytesPerPixel = 2;
+constexpr unsigned kBytesPerPixel = PictureMode::kBytesPerPixel;
 
 const PictureMode& nearestMode(unsigned width_px, unsigned height_px)
 {
@@ -42,8 +42,9 @@ void describeFormat(const CaptureFormat& format, v4l2_pix_format& pix)
 
 } // namespace
 
-CaptureDevice::CaptureDevice(const CaptureParameters& parameters, FrameSource& source)
-    : m_parameters(parameters), m_source(source), m_format(formatFor(kPictureModes.front()))
+CaptureDevice::CaptureDevice(const CaptureParameters& parameters, FrameSource& source,
+                             const CameraFaults& faults)
+    : m_parameters(parameters), m_source(source), m_faults(faults), m_format(formatFor(kPictureModes.front()))
 {
 }
 
@@ -131,9 +132,9 @@ std::size_t CaptureDevice::bufferBytes() const
 
 unsigned CaptureDevice::grantedCount(unsigned asked) const
 {
-    if (m_flaws.fewerBuffers)
+    if (m_faults.isOn(CameraFault::FewerBuffers))
         return kFewerBuffers;
-    const unsigned wanted = m_flaws.moreBuffers ? std::max(asked, kMoreBuffers) : asked;
+    const unsigned wanted = m_faults.isOn(CameraFault::MoreBuffers) ? std::max(asked, kMoreBuffers) : asked;
     return std::min(std::max(wanted, m_parameters.fewestBuffers), m_parameters.mostBuffers);
 }
 
@@ -221,6 +222,11 @@ bool CaptureDevice::readable(InstrumentTime now)
     return !m_streaming || !m_done.empty();
 }
 
+bool CaptureDevice::isStandingStill() const
+{
+    return m_faults.isOn(CameraFault::StalledStream) || !m_source.hasFrame();
+}
+
 std::optional<InstrumentTime> CaptureDevice::nextFrameTime() const
 {
     if (!m_streaming || m_queued.empty() || isStandingStill())
@@ -269,9 +275,9 @@ void CaptureDevice::fill(Buffer& buffer, InstrumentTime time)
     buffer.bytesUsed = report.bytesUsed.value_or(frameBytes);
     const auto index = static_cast<unsigned>(&buffer - m_buffers.data());
     buffer.toldIndex = report.bufferIndex.value_or(index);
-    if (m_flaws.shortFrames)
+    if (m_faults.isOn(CameraFault::ShortFrames))
         buffer.bytesUsed = frameBytes / 2;
-    else if (m_flaws.oversizedFrames)
+    else if (m_faults.isOn(CameraFault::OversizedFrames))
         buffer.bytesUsed = frameBytes + kOversize_bytes;
     ++m_framesDelivered;
 }

@@ -11,6 +11,7 @@
 #include <linux/videodev2.h>
 #include <sys/types.h>
 
+#include "simulator/camera/CameraFaults.h"
 #include "simulator/camera/FrameMemory.h"
 #include "simulator/optics/FrameSource.h"
 #include "simulator/time/InstrumentTime.h"
@@ -53,24 +54,15 @@ struct CaptureFormat
     std::size_t frameBytes() const { return std::size_t(bytesPerLine) * height_px; }
 };
 
-/// What is wrong with the device at the moment.
-struct CaptureFlaws
-{
-    bool stalled = false;
-    bool shortFrames = false;
-    bool oversizedFrames = false;
-    bool moreBuffers = false;
-    bool fewerBuffers = false;
-};
-
 /// A capture device's streaming state machine as a kernel driver answers it: one format
-/// (YUYV) in the three sizes of kPictureModes, or what the parameters leave of them, memory-mapped buffers
-/// that belong to one side at a time, frames that end on the mode's frame clock. Time is an argument; nothing
-/// blocks. Used by one thread at a time.
+/// (YUYV) in the three sizes of kPictureModes, or what the parameters leave of them,
+/// memory-mapped buffers that belong to one side at a time, frames that end on the mode's frame
+/// clock. Time is an argument; nothing blocks. One thread at a time.
 class CaptureDevice
 {
 public:
-    CaptureDevice(const CaptureParameters& parameters, FrameSource& source);
+    /// The source and the faults, which are asked at every call, live as long as the device.
+    CaptureDevice(const CaptureParameters& parameters, FrameSource& source, const CameraFaults& faults);
 
     /// Answers one ioctl: 0, or the errno that it fails with. A dequeue with no finished
     /// frame is EAGAIN; waiting for one is up to the caller. argument is the request's
@@ -91,7 +83,6 @@ public:
 
     /// What the kernel does when the last descriptor is closed: stops and frees the buffers.
     void release();
-    void setFlaws(const CaptureFlaws& flaws) { m_flaws = flaws; }
     /// Has the driver answer otherwise from the next request on.
     void setParameters(const CaptureParameters& parameters) { m_parameters = parameters; }
 
@@ -138,7 +129,7 @@ private:
     void draw(FrameMemory& memory);
     std::size_t bufferBytes() const;
     int framesPerSecond() const;
-    bool isStandingStill() const { return m_flaws.stalled || !m_source.hasFrame(); }
+    bool isStandingStill() const;
     const Buffer* holderOf(std::uint64_t picture) const;
     unsigned grantedCount(unsigned asked) const;
     bool isMapped() const;
@@ -149,7 +140,7 @@ private:
 
     CaptureParameters m_parameters;
     FrameSource& m_source;
-    CaptureFlaws m_flaws;
+    const CameraFaults& m_faults;
     CaptureFormat m_format;
     /// The whole picture, where the format holds less or more than that.
     std::vector<std::uint8_t> m_picture;

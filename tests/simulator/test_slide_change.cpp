@@ -7,24 +7,22 @@
 #include <QImage>
 #include <QTemporaryDir>
 
-#include "SimulatedCameraBench.h"
+#include "CameraFixture.h"
 #include "simulator/optics/SlidePicture.h"
-
-using Bench = SimulatedCameraBench;
 
 namespace {
 
 /// The darkest luma of the next frame; -1 if none comes.
-int darkestOfNextFrame(Bench& bench, int fd)
+int darkestOfNextFrame(CameraFixture& camera)
 {
     v4l2_buffer buffer{};
-    if (bench.calls.waitReadable(fd, 5000) != 1 || bench.dequeue(fd, buffer) != 0)
+    if (!camera.video.take(buffer))
         return -1;
-    const auto* bytes = static_cast<const std::uint8_t*>(bench.memory[buffer.index]);
+    const std::uint8_t* bytes = camera.video.bytes(buffer.index);
     int darkest = 255;
     for (std::size_t i = 0; i < kVgaBytes; i += 2)
         darkest = std::min<int>(darkest, bytes[i]);
-    return bench.calls.captureIoctl(fd, VIDIOC_QBUF, &buffer) == 0 ? darkest : -1;
+    return camera.video.queue(buffer.index) == 0 ? darkest : -1;
 }
 
 SlideParameters another(SlideParameters slide, SlideKind kind)
@@ -44,36 +42,35 @@ private slots:
     {
         SimulatedCameraParameters parameters = quickParameters();
         parameters.optics.bestFocus_steps = 32000.0;
-        Bench bench(parameters);
-        const int fd = bench.startStream();
-        QVERIFY(fd >= 0);
-        const int cells = darkestOfNextFrame(bench, fd);
-        bench.calls.changeSlide(another(parameters.slide, SlideKind::Empty));
+        CameraFixture camera(parameters);
+        camera.startStream();
+        const int cells = darkestOfNextFrame(camera);
+        camera.calls.changeSlide(another(parameters.slide, SlideKind::Empty));
         int empty = cells;
         for (int frame = 0; frame < 8 && empty < cells + 50; ++frame)
-            empty = darkestOfNextFrame(bench, fd);
+            empty = darkestOfNextFrame(camera);
         QVERIFY(cells >= 0 && empty >= cells + 50);
         // One for each slide, and one more if a frame ends while this test holds the only other
         // buffer with the new picture.
-        const std::uint64_t drawings = bench.calls.counters().drawings;
+        const std::uint64_t drawings = camera.calls.counters().drawings;
         QVERIFY2(drawings == 2 || drawings == 3, qPrintable(QString::number(drawings)));
-        QCOMPARE(int(bench.calls.slide().kind()), int(SlideKind::Empty));
-        bench.stopStream(fd);
+        QCOMPARE(int(camera.calls.slide().kind()), int(SlideKind::Empty));
+        camera.stopStream();
     }
 
     void theSeedDecidesTheSlideAsEver()
     {
         SimulatedCameraParameters parameters = parametersWithSeed9();
-        Bench changed(parameters);
+        CameraFixture changed(parameters);
         const double focus_steps = changed.calls.bestFocus_steps();
         changed.calls.changeSlide(another(parameters.slide, SlideKind::Target));
         parameters.slide.kind = SlideKind::Target;
-        const Bench fresh(parameters);
+        const CameraFixture fresh(parameters);
         QCOMPARE(changed.calls.slide().targetDistance_px(), fresh.calls.slide().targetDistance_px());
         QCOMPARE(changed.calls.bestFocus_steps(), focus_steps);
         changed.calls.changeSlide(another(parameters.slide, SlideKind::Cells));
         QCOMPARE(changed.calls.slide().discs().size(),
-                 Bench(parametersWithSeed9()).calls.slide().discs().size());
+                 CameraFixture(parametersWithSeed9()).calls.slide().discs().size());
     }
 
     void aPictureIsDrawnAgainOnlyWhenSomethingChanges()
@@ -81,30 +78,29 @@ private slots:
         SimulatedCameraParameters parameters = quickParameters();
         parameters.slide = pictureSlide();
         QVERIFY(parameters.slide.picture != nullptr);
-        Bench bench(parameters);
-        const int fd = bench.startStream();
-        QVERIFY(fd >= 0);
+        CameraFixture camera(parameters);
+        camera.startStream();
         int darkest = -1;
         for (int frame = 0; frame < 12; ++frame)
-            darkest = darkestOfNextFrame(bench, fd);
+            darkest = darkestOfNextFrame(camera);
         QVERIFY(darkest >= 0 && darkest < 60);
-        QCOMPARE(bench.calls.counters().drawings, std::uint64_t(1));
+        QCOMPARE(camera.calls.counters().drawings, std::uint64_t(1));
         // The calibration takes it away, and it may come back.
-        bench.calls.changeSlide(another(parameters.slide, SlideKind::Target));
-        QCOMPARE(bench.calls.slide().targetDots().size(), std::size_t(2));
-        QVERIFY(bench.calls.slide().picture() == nullptr);
-        bench.calls.changeSlide(parameters.slide);
-        QVERIFY(bench.calls.slide().picture() != nullptr);
-        QCOMPARE(bench.calls.slide().targetDots().size(), std::size_t(0));
-        bench.stopStream(fd);
+        camera.calls.changeSlide(another(parameters.slide, SlideKind::Target));
+        QCOMPARE(camera.calls.slide().targetDots().size(), std::size_t(2));
+        QVERIFY(camera.calls.slide().picture() == nullptr);
+        camera.calls.changeSlide(parameters.slide);
+        QVERIFY(camera.calls.slide().picture() != nullptr);
+        QCOMPARE(camera.calls.slide().targetDots().size(), std::size_t(0));
+        camera.stopStream();
     }
 
     void theFieldHasTheColourThatThePictureShows()
     {
-        Bench bench;
-        const auto bright = bench.calls.fieldColour({32000.0, true, 225});
-        const auto dim = bench.calls.fieldColour({32000.0, true, 100});
-        const auto dark = bench.calls.fieldColour({32000.0, false, 225});
+        CameraFixture camera;
+        const auto bright = camera.calls.fieldColour({32000.0, true, 225});
+        const auto dim = camera.calls.fieldColour({32000.0, true, 100});
+        const auto dark = camera.calls.fieldColour({32000.0, false, 225});
         for (std::size_t channel = 0; channel < 3; ++channel)
             QVERIFY(bright[channel] > dim[channel] && dim[channel] > dark[channel]);
         QCOMPARE(dark[0], 2.0);
@@ -112,27 +108,26 @@ private slots:
 
     void slidesMayChangeWhileFramesAreDrawn()
     {
-        Bench bench;
-        const int fd = bench.startStream();
-        QVERIFY(fd >= 0);
+        CameraFixture camera;
+        camera.startStream();
         std::atomic<bool> ending{false};
         std::atomic<int> frames{0};
         std::thread capture([&] {
             while (!ending)
-                frames += darkestOfNextFrame(bench, fd) >= 0 ? 1 : 0;
+                frames += darkestOfNextFrame(camera) >= 0 ? 1 : 0;
         });
         bool right = true;
         const SlideKind kinds[] = {SlideKind::Target, SlideKind::Empty, SlideKind::Cells};
         for (int change = 0; change < 30; ++change) {
-            bench.calls.changeSlide(another({}, kinds[change % 3]));
-            right = right && bench.calls.slide().kind() == kinds[change % 3];
+            camera.calls.changeSlide(another({}, kinds[change % 3]));
+            right = right && camera.calls.slide().kind() == kinds[change % 3];
             QTest::qSleep(10);
         }
         right = QTest::qWaitFor([&] { return frames > 3; }) && right;
         ending = true;
         capture.join();
         QVERIFY(right);
-        bench.stopStream(fd);
+        camera.stopStream();
     }
 
 private:

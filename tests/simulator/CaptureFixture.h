@@ -1,13 +1,20 @@
 #pragma once
 
+#include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <utility>
 #include <vector>
+
+#include <fcntl.h>
+#include <sys/mman.h>
 
 #include <QtTest>
 
+#include "platform/DeviceCalls.h"
 #include "simulator/camera/CaptureDevice.h"
 
 /// Pictures whose bytes all hold the picture's number.
@@ -106,10 +113,13 @@ public:
     }
 };
 
-/// A capture device of the simulator's, with time as the test sets it.
-struct CaptureBench : CaptureRequests
+/// A capture device of the simulator's, with pictures, faults and time as the test sets them.
+template <class Pictures = NumberedPictures>
+struct CaptureFixture : CaptureRequests
 {
-    explicit CaptureBench(const CaptureParameters& parameters = {}) : device(parameters, pictures) {}
+    explicit CaptureFixture(const CaptureParameters& parameters = {}) : device(parameters, pictures, faults)
+    {
+    }
 
     int call(unsigned long request, void* argument) override { return device.handle(request, argument, now); }
     std::shared_ptr<FrameMemory> map(unsigned index)
@@ -118,8 +128,68 @@ struct CaptureBench : CaptureRequests
         return call(VIDIOC_QUERYBUF, &buffer) == 0 ? device.memoryAt(buffer.m.offset, buffer.length)
                                                    : nullptr;
     }
+    /// Dequeues at a time after the beginning.
+    int dequeueAt(int time_ms, v4l2_buffer& buffer)
+    {
+        now = std::chrono::milliseconds(time_ms);
+        return dequeue(buffer);
+    }
 
-    NumberedPictures pictures;
+    Pictures pictures;
+    CameraFaults faults;
     CaptureDevice device;
     InstrumentTime now{0};
+};
+
+/// A capture device as a program has it, opened not to block.
+class OpenedDevice : public CaptureRequests
+{
+public:
+    explicit OpenedDevice(DeviceCalls& calls) : m_calls(calls) {}
+
+    bool open() { return (m_fd = m_calls.open("/dev/video0", O_RDWR | O_NONBLOCK)) >= 0; }
+    int fd() const { return m_fd; }
+    int call(unsigned long request, void* argument) override
+    {
+        return m_calls.captureIoctl(m_fd, request, argument) == 0 ? 0 : errno;
+    }
+    int map(off_t offset, std::size_t length, int protection = PROT_READ | PROT_WRITE, int flags = MAP_SHARED)
+    {
+        void* const address = m_calls.mmap(length, protection, flags, m_fd, offset);
+        if (address == MAP_FAILED)
+            return errno;
+        m_mappings.emplace_back(address, length);
+        return 0;
+    }
+    int map(unsigned index)
+    {
+        v4l2_buffer buffer = bufferOf(index);
+        const int error = call(VIDIOC_QUERYBUF, &buffer);
+        return error != 0 ? error : map(off_t(buffer.m.offset), buffer.length);
+    }
+    /// The bytes of a mapping, in the order in which they were made.
+    const std::uint8_t* bytes(unsigned mapping) const
+    {
+        return static_cast<const std::uint8_t*>(m_mappings[mapping].first);
+    }
+    bool waitForFrame() { return m_calls.waitReadable(m_fd, kFrameLimit_ms) == 1; }
+    /// Waits for the next frame and takes it; false if none comes.
+    bool take(v4l2_buffer& buffer) { return waitForFrame() && dequeue(buffer) == 0; }
+    /// Gives all mappings up; false if one cannot be.
+    bool unmap()
+    {
+        bool done = true;
+        for (const auto& mapping : m_mappings)
+            done = m_calls.munmap(mapping.first, mapping.second) == 0 && done;
+        m_mappings.clear();
+        return done;
+    }
+    int close() { return m_calls.close(m_fd); }
+
+private:
+    static constexpr int kFrameLimit_ms = 5000;
+
+    DeviceCalls& m_calls;
+    int m_fd = -1;
+    std::vector<std::pair<void*, std::size_t>> m_mappings;
 };
