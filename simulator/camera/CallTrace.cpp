@@ -4,31 +4,19 @@
 #include <iterator>
 #include <utility>
 
+namespace {
+
+/// By CallKind; a call of a kind without a name goes by its own.
+constexpr const char* kNames[] = {"open", "close", "",       "",       "write", "read",
+                                  "",     "mmap",  "munmap", "select", "pause"};
+static_assert(std::size(kNames) == static_cast<std::size_t>(CallKind::Pause) + 1);
+
+} // namespace
+
 std::string callName(const TracedCall& call)
 {
-    switch (call.kind) {
-    case CallKind::Open:
-        return "open";
-    case CallKind::Close:
-        return "close";
-    case CallKind::BusWrite:
-        return "write";
-    case CallKind::BusRead:
-        return "read";
-    case CallKind::Map:
-        return "mmap";
-    case CallKind::Unmap:
-        return "munmap";
-    case CallKind::Wait:
-        return "select";
-    case CallKind::Pause:
-        return "pause";
-    case CallKind::Fcntl:
-    case CallKind::BusAddress:
-    case CallKind::Request:
-        break;
-    }
-    return call.name;
+    const std::string name = kNames[static_cast<std::size_t>(call.kind)];
+    return name.empty() ? call.name : name;
 }
 
 std::string callLine(const TracedCall& call)

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <sstream>
 
 #include <linux/i2c-dev.h>
 #include <linux/videodev2.h>
@@ -52,14 +53,11 @@ std::optional<int> callNumber(const std::string& text)
 std::vector<std::string> splitAtColons(const std::string& text)
 {
     std::vector<std::string> parts;
-    std::size_t start = 0;
-    while (true) {
-        const std::size_t colon = text.find(':', start);
-        parts.push_back(text.substr(start, colon - start));
-        if (colon == std::string::npos)
-            return parts;
-        start = colon + 1;
-    }
+    // With an end of its own, an empty last part counts as well.
+    std::istringstream stream(text + ':');
+    for (std::string part; std::getline(stream, part, ':');)
+        parts.push_back(part);
+    return parts;
 }
 
 const CameraFaultText* faultNamed(const std::string& name)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace {
 
@@ -40,15 +41,12 @@ private:
     std::array<float, kSteps + 1> m_values{};
 };
 
-int reductionFor(const std::vector<BlurredDisc>& discs)
+double sharpestOf(const std::vector<BlurredDisc>& discs)
 {
-    double sharpest = kLargestReduction * kSamplesPerSigma;
+    double sharpest_px = std::numeric_limits<double>::infinity();
     for (const BlurredDisc& disc : discs)
-        sharpest = std::min(sharpest, disc.sigma_px);
-    int reduction = 1;
-    while (reduction < kLargestReduction && 2 * reduction * kSamplesPerSigma <= sharpest)
-        reduction *= 2;
-    return reduction;
+        sharpest_px = std::min(sharpest_px, disc.sigma_px);
+    return sharpest_px;
 }
 
 // Mixes two rows by their nearness: Reduction times the value between them.
@@ -80,10 +78,18 @@ void stretchRow(const std::uint16_t* mixed, int width, std::uint8_t* row)
 
 } // namespace
 
+int reductionFor(double sigma_px)
+{
+    int reduction = 1;
+    while (reduction < kLargestReduction && 2 * reduction * kSamplesPerSigma <= sigma_px)
+        reduction *= 2;
+    return reduction;
+}
+
 void BlurredDiscs::prepare(const std::vector<BlurredDisc>& discs, int width_px)
 {
     m_width_px = width_px;
-    m_reduction = reductionFor(discs);
+    m_reduction = reductionFor(sharpestOf(discs));
     // One sample more than the picture needs, for the interpolation beyond the last one.
     m_planeWidth = m_reduction == 1 ? width_px : width_px / m_reduction + 2;
     m_discs.clear();

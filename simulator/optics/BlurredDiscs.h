@@ -16,6 +16,10 @@ struct BlurredDisc
     double absorption;
 };
 
+/// How much smaller than the picture a plane may be whose sharpest edge has this blur, without
+/// the interpolation being seen: 1, 2, 4 or 8. Any thread.
+int reductionFor(double sigma_px);
+
 /// Paints blurred discs into rows of absorption, 8 bits a pixel: 0 clear, 255 opaque.
 /// Overlapping discs add up. Where every disc is strongly blurred, the plane is painted at
 /// 1/2, 1/4 or 1/8 of the size and interpolated, which the eye and the focus measure cannot
@@ -33,9 +37,6 @@ public:
     void paintStrip(int firstRow);
     /// Row r of the strip painted last: width_px bytes.
     const std::uint8_t* row(int r);
-
-    /// How much smaller the plane is painted than the picture: 1, 2, 4 or 8.
-    int reduction() const { return m_reduction; }
 
 private:
     static constexpr int kProfileSize = 512;

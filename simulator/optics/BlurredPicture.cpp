@@ -6,24 +6,14 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "simulator/optics/BlurredDiscs.h"
 #include "simulator/optics/Slide.h"
 
 namespace {
 
-constexpr int kLargestReduction = 8;
-// As for the drawn slides: with so many samples a sigma the interpolation cannot be seen.
-constexpr double kSamplesPerSigma = 2.5;
 // Averaging over the pixels of a reduced one, and interpolating between two of them, blur by
 // a twelfth and a sixth of its width squared.
 constexpr double kReductionVariance = 1.0 / 12.0 + 1.0 / 6.0;
-
-int reductionFor(double sigma_px)
-{
-    int reduction = 1;
-    while (reduction < kLargestReduction && 2 * reduction * kSamplesPerSigma <= sigma_px)
-        reduction *= 2;
-    return reduction;
-}
 
 // A view of memory that OpenCV is not to change.
 cv::Mat viewOf(const std::uint8_t* bytes, int width_px, int height_px)
@@ -51,7 +41,7 @@ void blur(const cv::Mat& sharp, cv::Mat& blurred, double sigma_px)
 void BlurredPicture::prepare(const SlidePicture& picture, const PictureMode& mode, double sigma_px)
 {
     const std::size_t bytes = static_cast<std::size_t>(mode.width_px) * mode.height_px * 3;
-    const bool samePicture = m_picture == &picture && m_mode == mode;
+    const bool samePicture = m_picture == &picture && m_mode == &mode;
     if (!samePicture) {
         m_sharp.resize(bytes);
         const cv::Mat field = viewOf(picture.row(0), kFullWidth_px, kFullHeight_px);
@@ -60,7 +50,7 @@ void BlurredPicture::prepare(const SlidePicture& picture, const PictureMode& mod
         cv::Mat sharp(mode.height_px, mode.width_px, CV_8UC3, m_sharp.data());
         cv::resize(field(part), sharp, sharp.size(), 0.0, 0.0, cv::INTER_AREA);
         m_picture = &picture;
-        m_mode = mode;
+        m_mode = &mode;
     }
     if (samePicture && m_sigma_px == sigma_px)
         return;
@@ -72,5 +62,5 @@ void BlurredPicture::prepare(const SlidePicture& picture, const PictureMode& mod
 
 const std::uint8_t* BlurredPicture::row(int y) const
 {
-    return m_blurred.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(m_mode.width_px) * 3;
+    return m_blurred.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(m_mode->width_px) * 3;
 }

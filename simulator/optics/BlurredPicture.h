@@ -12,8 +12,8 @@
 class BlurredPicture
 {
 public:
-    /// Takes a picture, which has to outlive its use here, with a blur (sigma of a Gaussian in
-    /// full-frame pixels).
+    /// Takes a picture and a mode, which have to outlive their use here, with a blur (sigma of a
+    /// Gaussian in full-frame pixels).
     void prepare(const SlidePicture& picture, const PictureMode& mode, double sigma_px);
 
     /// Row y: red, green and blue, 0..255, of each of the mode's pixels.
@@ -21,7 +21,7 @@ public:
 
 private:
     const SlidePicture* m_picture = nullptr;
-    PictureMode m_mode{};
+    const PictureMode* m_mode = nullptr;
     double m_sigma_px = 0.0;
     /// The mode's part of the picture in the mode's size, sharp and blurred.
     std::vector<std::uint8_t> m_sharp;

@@ -17,12 +17,6 @@ struct PictureMode
     double top_px;
 
     int frameBytes() const { return width_px * height_px * kBytesPerPixel; }
-    bool operator==(const PictureMode& other) const
-    {
-        return width_px == other.width_px && height_px == other.height_px &&
-               framesPerSecond == other.framesPerSecond && scale == other.scale && left_px == other.left_px &&
-               top_px == other.top_px;
-    }
 };
 
 /// The camera's three formats: the whole field in 1280 x 960 and in 2592 x 1944, and in
