@@ -8,13 +8,14 @@
 #include <QFileInfo>
 #include <QTimer>
 
+#include "platform/InstrumentPath.h"
 #include "simulator/disk/ShellScript.h"
 
 namespace {
 
 const QString kLinks = QStringLiteral("/dev/disk/by-uuid");
 const QString kMountTable = QStringLiteral("/etc/mtab");
-const QString kMountPoint = QStringLiteral("/mnt");
+const QString kMountPoint = QLatin1String(kDiskMountPoint);
 const QString kStandIns = QStringLiteral("/bin");
 const QString kDisks = QStringLiteral("/usb");
 const QString kCommands = QStringLiteral("/usb/commands");
@@ -26,18 +27,18 @@ const QString kUnmountable = QStringLiteral("/unmountable");
 constexpr char kSmallDiskSize[] = "size=16k";
 constexpr int kSmallDiskSize_bytes = 16 * 1024;
 
-// Shared by both stand-ins. The last line of the table for /mnt decides what /mnt shows, so
+// Shared by both stand-ins. The last line of the table for $mnt decides what that shows, so
 // that a disk mounted over another uncovers it when it is unmounted. What was written to the
 // bare directory is hidden, not lost, while a disk is mounted over it.
 constexpr char kCommonLines[] = R"(table="$root/etc/mtab"
 echo "${0##*/}${1:+ }${1#"$root"}${2:+ }${2#"$root"}" >> "$root/usb/commands"
 show() {
-    top=$(awk '$2 == "/mnt" { device = $1 } END { print device }' "$table")
-    if [ -L "$root/mnt" ]; then rm "$root/mnt"; else mv "$root/mnt" "$root/below"; fi
+    top=$(awk -v mnt="$mnt" '$2 == mnt { device = $1 } END { print device }' "$table")
+    if [ -L "$root$mnt" ]; then rm "$root$mnt"; else mv "$root$mnt" "$root/below"; fi
     if [ -n "$top" ]; then
-        ln -s "usb/${top#/dev/}/files" "$root/mnt"
+        ln -s "usb/${top#/dev/}/files" "$root$mnt"
     else
-        mv "$root/below" "$root/mnt"
+        mv "$root/below" "$root$mnt"
     fi
 }
 )";
@@ -45,10 +46,10 @@ show() {
 constexpr char kMountLines[] = R"([ $# -eq 2 ] || { echo "usage: mount device directory" >&2; exit 1; }
 device=${1#"$root"}
 disk="$root/usb/${device#/dev/}"
-[ "${2#"$root"}" = /mnt ] || { echo "mount: $2: no such mount point" >&2; exit 32; }
+[ "${2#"$root"}" = "$mnt" ] || { echo "mount: $2: no such mount point" >&2; exit 32; }
 [ -d "$root$device/files" ] && [ ! -e "$disk/unmountable" ] || { echo "mount: $1: failed" >&2; exit 32; }
-if grep -q "^$device /mnt " "$table"; then echo "mount: $1 is mounted" >&2; exit 32; fi
-echo "$device /mnt vfat rw,relatime 0 0" >> "$table"
+if grep -q "^$device $mnt " "$table"; then echo "mount: $1 is mounted" >&2; exit 32; fi
+echo "$device $mnt vfat rw,relatime 0 0" >> "$table"
 show
 )";
 
@@ -92,12 +93,11 @@ bool UsbPort::install()
         if (!QDir().mkpath(m_root + directory))
             return false;
     m_root = QFileInfo(m_root).canonicalFilePath();
+    const QByteArray common = QByteArray("mnt=") + kDiskMountPoint + '\n' + kCommonLines;
     QFile table(m_root + kMountTable);
     if (!table.open(QIODevice::WriteOnly) ||
-        !writeShellScript(m_root, kStandIns + QStringLiteral("/mount"),
-                          QByteArray(kCommonLines) + kMountLines) ||
-        !writeShellScript(m_root, kStandIns + QStringLiteral("/umount"),
-                          QByteArray(kCommonLines) + kUnmountLines))
+        !writeShellScript(m_root, kStandIns + QStringLiteral("/mount"), common + kMountLines) ||
+        !writeShellScript(m_root, kStandIns + QStringLiteral("/umount"), common + kUnmountLines))
         return false;
     if (!m_installed)
         m_searchPath = qgetenv("PATH");

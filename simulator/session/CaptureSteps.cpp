@@ -9,6 +9,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 
+#include "platform/InstrumentPath.h"
 #include "simulator/instrument/SimulatedInstrument.h"
 #include "simulator/session/PictureMeasures.h"
 
@@ -45,7 +46,7 @@ StepResult steps::screenshot(SessionContext& session)
 {
     session.user.expectBox("OK");
     session.user.pressKey(Qt::Key_Print);
-    const QString onDisk = "/mnt/" + kScreenshotName;
+    const QString onDisk = QLatin1String(kDiskMountPoint) + '/' + kScreenshotName;
     const QImage picture(session.instrument.usb().filesOf() + '/' + kScreenshotName);
     // Without a display there is no screen to take a picture of, and the program has to say so.
     if (QGuiApplication::platformName() == QLatin1String("offscreen")) {
