@@ -74,7 +74,6 @@ public:
     /// Switches the power. Off: the stage stands still at once, commands and replies are lost,
     /// the LED is dark. On: the LED is as at the first power-on; the stage's count is kept.
     void setPowered(bool on, InstrumentTime now);
-    bool isPowered() const { return m_powered; }
 
     /// Adds a fault to those in force. Takes effect with the next command.
     void addFault(const LineFaultRule& rule);

@@ -50,8 +50,6 @@ public:
     double carriagePosition_steps(InstrumentTime time) const;
     double speed_stepsPerS(InstrumentTime time) const;
     bool isMoving(InstrumentTime time) const { return time < m_end; }
-    /// When the last motion ordered is over.
-    InstrumentTime endOfMotion() const { return m_end; }
 
 private:
     InstrumentTime go(double target_steps, double speed_stepsPerS, InstrumentTime now);

@@ -61,7 +61,6 @@ private slots:
         const InstrumentTime end = stage.moveTo(to, kStart);
         QVERIFY(std::abs(lasts_s(end) - duration_s) < 1e-5);
         QCOMPARE(stage.position_steps(end), double(to));
-        QVERIFY(stage.endOfMotion() <= end);
         QVERIFY(!stage.isMoving(end));
         QCOMPARE(stage.isMoving(kStart), from != to);
     }
