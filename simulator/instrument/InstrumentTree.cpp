@@ -11,32 +11,7 @@ namespace {
 // Bytes as the instrument's own programs leave them, so that a save changes only its keys.
 // Exposure 0x1800 is 384 lines, gain 0x010 doubles, a colour gain of 0x0400 is one: well
 // exposed at the LED level that the main file holds.
-constexpr char kCalibration[] = R"([1280]
-0x3400=0x04
-0x3401=0x00
-0x3402=0x04
-0x3403=0x00
-0x3404=0x04
-0x3405=0x00
-0x3501=0x18
-0x3502=0x00
-0x350A=0x00
-0x350B=0x10
-
-[5M]
-0x3400=0x04
-0x3401=0x00
-0x3402=0x04
-0x3403=0x00
-0x3404=0x04
-0x3405=0x00
-0x3501=0x18
-0x3502=0x00
-0x350A=0x00
-0x350B=0x10
-
-[VGA]
-0x3400=0x04
+constexpr char kRegisters[] = R"(0x3400=0x04
 0x3401=0x00
 0x3402=0x04
 0x3403=0x00
@@ -47,6 +22,8 @@ constexpr char kCalibration[] = R"([1280]
 0x350A=0x00
 0x350B=0x10
 )";
+const QByteArray kCalibration =
+    QByteArray("[1280]\n") + kRegisters + "\n[5M]\n" + kRegisters + "\n[VGA]\n" + kRegisters;
 
 constexpr char kMainSettings[] = R"([Calibration]
 Z%20ref%202ch=34560
@@ -63,30 +40,27 @@ LED=225
 
 [ORLA-III]
 Serial=OR3-01-00042
-Zig%20mode=On
+Zig%20mode=ZIG_MODE
 
 [Software]
-Version%20QC=0.0.2
-)";
+Version%20QC=)" ORLA_VERSION "\n";
 
 constexpr char kStage[] = R"([Z stage]
 Speed=250
 Step=256
 )";
 
-struct TreeFile
+struct SettingsFile
 {
     const char* fixedPath;
-    const char* content;
-    bool usersOwn; // may come from the user's settings folder
+    QByteArray content;
 };
 
-constexpr TreeFile kFiles[] = {
-    {"/opt/ORLA3/conf/ORLA3.ini", kMainSettings, true},
-    {"/opt/ORLA3/conf/Calibration_CUS.ini", kCalibration, true},
-    {"/opt/ORLA3/conf/Calibration_BFN.ini", kCalibration, true},
-    {"/root/Orla2/Orla2.ini", kStage, true},
-    {"/sys/module/disp/parameters/disp_layer_protect", "1\n", false},
+const SettingsFile kSettingsFiles[] = {
+    {"/opt/ORLA3/conf/ORLA3.ini", kMainSettings},
+    {"/opt/ORLA3/conf/Calibration_CUS.ini", kCalibration},
+    {"/opt/ORLA3/conf/Calibration_BFN.ini", kCalibration},
+    {"/root/Orla2/Orla2.ini", kStage},
 };
 
 const QString kPasswordScript = QStringLiteral("/opt/ORLA3/bin/set_password.sh");
@@ -103,10 +77,9 @@ constexpr char kPasswordLines[] = R"(serial=$(sed -n 's/^Serial=//p' "$root/opt/
 
 bool writeUnlessThere(const QString& path, const QByteArray& content)
 {
-    if (QFile::exists(path))
-        return true;
     QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && file.flush();
+    return file.exists() || (QDir().mkpath(QFileInfo(path).path()) && file.open(QIODevice::WriteOnly) &&
+                             file.write(content) == content.size() && file.flush());
 }
 
 bool copyOver(const QString& from, const QString& to)
@@ -132,22 +105,35 @@ QByteArray readAll(const QString& path)
 
 InstrumentTree::InstrumentTree(const QString& root) : m_root(root) {}
 
-bool InstrumentTree::create(const QString& settingsFolder)
+bool InstrumentTree::create(const QString& settingsFolder, bool zigMode)
 {
     if (!settingsFolder.isEmpty() && !QDir(settingsFolder).isReadable())
         return false;
-    for (const TreeFile& file : kFiles) {
+    for (const SettingsFile& file : kSettingsFiles) {
         const QString path = m_root + QLatin1String(file.fixedPath);
-        const QFileInfo info(path);
-        if (!QDir().mkpath(info.path()) || !writeUnlessThere(path, file.content))
-            return false;
-        const QString own = settingsFolder + QLatin1Char('/') + info.fileName();
-        if (file.usersOwn && !settingsFolder.isEmpty() && !copyOver(own, path))
+        const QString own = settingsFolder + QLatin1Char('/') + QFileInfo(path).fileName();
+        if (!writeUnlessThere(path, QByteArray(file.content).replace("ZIG_MODE", zigMode ? "On" : "Off")) ||
+            (!settingsFolder.isEmpty() && !copyOver(own, path)))
             return false;
     }
+    if (!writeUnlessThere(m_root + displayParameter(), "1\n"))
+        return false;
     m_root = QFileInfo(m_root).canonicalFilePath();
     return QDir().mkpath(QFileInfo(m_root + kPasswordScript).path()) &&
            writeShellScript(m_root, kPasswordScript, kPasswordLines);
+}
+
+QStringList InstrumentTree::settingsFiles()
+{
+    QStringList paths;
+    for (const SettingsFile& file : kSettingsFiles)
+        paths.append(QLatin1String(file.fixedPath));
+    return paths;
+}
+
+QString InstrumentTree::displayParameter()
+{
+    return QStringLiteral("/sys/module/disp/parameters/disp_layer_protect");
 }
 
 QVector<PasswordRun> InstrumentTree::passwordRuns() const
@@ -163,7 +149,5 @@ QVector<PasswordRun> InstrumentTree::passwordRuns() const
 
 QString InstrumentTree::displayLayerProtect() const
 {
-    return QString::fromLatin1(
-               readAll(m_root + QStringLiteral("/sys/module/disp/parameters/disp_layer_protect")))
-        .trimmed();
+    return QString::fromLatin1(readAll(m_root + displayParameter())).trimmed();
 }

@@ -23,9 +23,15 @@ public:
     /// settingsFolder: machine path of a user's own folder, whose ORLA3.ini,
     /// Calibration_CUS.ini, Calibration_BFN.ini and Orla2.ini are copied over the
     /// instrument's; a name it does not hold keeps the instrument's file, and the folder
-    /// itself is never written. Empty: none. False, and no more is done, if something
-    /// cannot be written or settingsFolder is no directory that can be read.
-    bool create(const QString& settingsFolder = QString());
+    /// itself is never written. Empty: none. zigMode: how the instrument's own main file has it.
+    /// False, and no more is done, if something cannot be written or settingsFolder is no
+    /// directory that can be read.
+    bool create(const QString& settingsFolder = QString(), bool zigMode = false);
+
+    /// The fixed paths of the settings files, the main one first, and of the display driver's
+    /// parameter. Any thread.
+    static QStringList settingsFiles();
+    static QString displayParameter();
 
     /// The runs of the password script so far, oldest first.
     QVector<PasswordRun> passwordRuns() const;

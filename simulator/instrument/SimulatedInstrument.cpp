@@ -12,27 +12,7 @@
 
 namespace {
 
-const QString kMainSettings = QStringLiteral("/opt/ORLA3/conf/ORLA3.ini");
-const QString kDisplayParameter = QStringLiteral("/sys/module/disp/parameters/disp_layer_protect");
 constexpr const char* kSerialDevice = "/dev/ttyS2";
-
-const QStringList kSettingsFiles = {
-    kMainSettings,
-    QStringLiteral("/opt/ORLA3/conf/Calibration_CUS.ini"),
-    QStringLiteral("/opt/ORLA3/conf/Calibration_BFN.ini"),
-    QStringLiteral("/root/Orla2/Orla2.ini"),
-};
-
-bool replaceInFile(const QString& path, const QByteArray& before, const QByteArray& after)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return false;
-    QByteArray content = file.readAll();
-    file.close();
-    content.replace(before, after);
-    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && file.flush();
-}
 
 // What no user may read, root included, is a directory.
 bool makeUnreadable(const QString& path)
@@ -89,15 +69,12 @@ bool SimulatedInstrument::createFiles(const InstrumentParameters& parameters, co
 {
     m_tree = std::make_unique<InstrumentTree>(m_root);
     m_usb = std::make_unique<UsbPort>(m_root);
-    const bool givenMainSettings = QFile::exists(m_root + kMainSettings) ||
-                                   (!place.settingsFolder.isEmpty() &&
-                                    QFile::exists(place.settingsFolder + QStringLiteral("/ORLA3.ini")));
     if (!place.settingsFolder.isEmpty() && !QDir(place.settingsFolder).isReadable()) {
         m_error =
             QStringLiteral("The folder of settings files cannot be read: %1.").arg(place.settingsFolder);
         return false;
     }
-    if (!m_tree->create(place.settingsFolder) || !m_usb->install()) {
+    if (!m_tree->create(place.settingsFolder, parameters.zigMode) || !m_usb->install()) {
         m_error = QStringLiteral("The instrument's files cannot be written below %1.").arg(m_root);
         return false;
     }
@@ -105,15 +82,13 @@ bool SimulatedInstrument::createFiles(const InstrumentParameters& parameters, co
         m_error = QStringLiteral("Full and read-only USB disks need the right to mount.");
         return false;
     }
-    if (!givenMainSettings && !parameters.zigMode)
-        replaceInFile(m_root + kMainSettings, "mode=On", "mode=Off");
-    for (const QString& file : kSettingsFiles)
+    for (const QString& file : InstrumentTree::settingsFiles())
         if (faults.noSettingsFiles)
             QFile::remove(m_root + file);
         else if (faults.unreadableSettingsFiles)
             makeUnreadable(m_root + file);
     if (faults.noDisplayParameter)
-        QFile::remove(m_root + kDisplayParameter);
+        QFile::remove(m_root + InstrumentTree::displayParameter());
     return true;
 }
 
@@ -216,13 +191,8 @@ QStringList SimulatedInstrument::boardLines()
 
 QString SimulatedInstrument::setting(const QString& key, const QString& byDefault) const
 {
-    const QSettings settings(m_root + kMainSettings, QSettings::IniFormat);
+    const QSettings settings(m_root + InstrumentTree::settingsFiles().first(), QSettings::IniFormat);
     return settings.value(key, byDefault).toString();
-}
-
-const QStringList& SimulatedInstrument::settingsFiles()
-{
-    return kSettingsFiles;
 }
 
 bool SimulatedInstrument::zigMode() const

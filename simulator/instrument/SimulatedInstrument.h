@@ -76,8 +76,6 @@ public:
     /// A value of the main settings file as it is now, by "group/key"; byDefault where the
     /// file does not have it.
     QString setting(const QString& key, const QString& byDefault) const;
-    /// The fixed paths of the settings files, the main one first.
-    static const QStringList& settingsFiles();
     /// Whether the main settings file turns Zig mode on.
     bool zigMode() const;
 

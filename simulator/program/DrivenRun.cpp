@@ -112,7 +112,7 @@ public:
 private:
     SettingsFiles readSettings() const
     {
-        return SettingsFiles::read(m_instrument.root(), SimulatedInstrument::settingsFiles());
+        return SettingsFiles::read(m_instrument.root(), InstrumentTree::settingsFiles());
     }
 
     QString serialNumber() const

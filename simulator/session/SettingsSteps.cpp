@@ -38,7 +38,7 @@ StepResult save(SessionContext& session, const QString& page, const Entries& exp
 {
     session.user.openTab(page);
     const auto read = [&] {
-        return SettingsFiles::read(session.instrument.root(), SimulatedInstrument::settingsFiles());
+        return SettingsFiles::read(session.instrument.root(), InstrumentTree::settingsFiles());
     };
     const SettingsFiles before = read();
     const bool told = boxAfter(session, "BUTTON_SAVE_INI", kMessage, "INI saved !");

@@ -271,7 +271,10 @@ private slots:
         QCOMPARE(m_panel->get(name)->property("text").toString(), text);
     }
 
-    void theVersionIsThatOfTheProject() { QCOMPARE(m_panel->ui.LABEL_VERSION->text(), QString("0.0.2")); }
+    void theVersionIsThatOfTheProject()
+    {
+        QCOMPARE(m_panel->ui.LABEL_VERSION->text(), QString(ORLA_VERSION));
+    }
 
     void everyButtonAndLabelHasACaption()
     {
