@@ -4,35 +4,30 @@
 
 namespace {
 
-struct TreeFault
+using F = InstrumentFaults;
+
+/// A fault that is there or not.
+struct PlainFault
 {
     const char* name;
     const char* text;
-    bool InstrumentFaults::*flag;
+    void (*enable)(F&);
 };
 
-constexpr TreeFault kTreeFaults[] = {
-    {"no-serial", "/dev/ttyS2 is missing", &InstrumentFaults::noSerialDevice},
-    {"no-power", "the board has no power: it neither moves nor answers", &InstrumentFaults::noBoardPower},
-    {"no-settings", "the settings files are missing", &InstrumentFaults::noSettingsFiles},
+constexpr PlainFault kPlainFaults[] = {
+    {"no-serial", "/dev/ttyS2 is missing", [](F& f) { f.noSerialDevice = true; }},
+    {"no-power", "the board has no power: it neither moves nor answers", [](F& f) { f.noBoardPower = true; }},
+    {"no-settings", "the settings files are missing", [](F& f) { f.noSettingsFiles = true; }},
     {"unreadable-settings", "the settings files cannot be read or written",
-     &InstrumentFaults::unreadableSettingsFiles},
+     [](F& f) { f.unreadableSettingsFiles = true; }},
     {"no-display-parameter", "the display driver's parameter file is missing",
-     &InstrumentFaults::noDisplayParameter},
-};
-
-struct DiskFault
-{
-    const char* name;
-    const char* text;
-    UsbDiskCondition condition;
-};
-
-constexpr DiskFault kDiskFaults[] = {
-    {"unmountable-disk", "a USB disk cannot be mounted", UsbDiskCondition::Unmountable},
-    {"full-disk", "nothing fits on a USB disk", UsbDiskCondition::Full},
-    {"read-only-disk", "a USB disk cannot be written", UsbDiskCondition::ReadOnly},
-    {"pulled-disk", "a USB disk is pulled some seconds after it was plugged in", UsbDiskCondition::Pulled},
+     [](F& f) { f.noDisplayParameter = true; }},
+    {"unmountable-disk", "a USB disk cannot be mounted",
+     [](F& f) { f.disk = UsbDiskCondition::Unmountable; }},
+    {"full-disk", "nothing fits on a USB disk", [](F& f) { f.disk = UsbDiskCondition::Full; }},
+    {"read-only-disk", "a USB disk cannot be written", [](F& f) { f.disk = UsbDiskCondition::ReadOnly; }},
+    {"pulled-disk", "a USB disk is pulled some seconds after it was plugged in",
+     [](F& f) { f.disk = UsbDiskCondition::Pulled; }},
 };
 
 /// "name[:COMMAND[:N]]"; false where it is no fault of the line.
@@ -62,9 +57,7 @@ bool addLineFault(InstrumentFaults& faults, const std::string& text)
 std::vector<InstrumentFaultText> instrumentFaultTexts()
 {
     std::vector<InstrumentFaultText> texts;
-    for (const TreeFault& fault : kTreeFaults)
-        texts.push_back({fault.name, "", fault.text});
-    for (const DiskFault& fault : kDiskFaults)
+    for (const PlainFault& fault : kPlainFaults)
         texts.push_back({fault.name, "", fault.text});
     for (const LineFaultText& fault : kLineFaults)
         texts.push_back({fault.name, "[:COMMAND[:N]]", fault.text});
@@ -75,14 +68,9 @@ std::vector<InstrumentFaultText> instrumentFaultTexts()
 
 std::string addFault(InstrumentFaults& faults, const std::string& text)
 {
-    for (const TreeFault& fault : kTreeFaults)
+    for (const PlainFault& fault : kPlainFaults)
         if (text == fault.name) {
-            faults.*fault.flag = true;
-            return {};
-        }
-    for (const DiskFault& fault : kDiskFaults)
-        if (text == fault.name) {
-            faults.disk = fault.condition;
+            fault.enable(faults);
             return {};
         }
     if (addLineFault(faults, text))

@@ -1,5 +1,6 @@
 #include "simulator/instrument/SimulatedInstrument.h"
 
+#include <chrono>
 #include <utility>
 
 #include <QDir>
@@ -8,11 +9,15 @@
 #include <QSettings>
 
 #include "platform/InstrumentPath.h"
-#include "simulator/instrument/FreshFrames.h"
 
 namespace {
 
 constexpr const char* kSerialDevice = "/dev/ttyS2";
+
+// The first frame may have been exposed before the arrival. The wait stays below the five
+// seconds after which the program gives an answer up.
+constexpr unsigned kFreshFrames = 2;
+constexpr std::chrono::milliseconds kLongestWait(2000);
 
 // What no user may read, root included, is a directory.
 bool makeUnreadable(const QString& path)
@@ -167,10 +172,10 @@ void SimulatedInstrument::setRealTimeMotion(bool on)
 
 void SimulatedInstrument::answerMovesWithFreshFrames(bool on)
 {
+    std::function<void(InstrumentTime)> watcher;
     if (on)
-        ::answerMovesWithFreshFrames(*m_board, *m_camera);
-    else
-        m_board->setArrivalWatcher({});
+        watcher = [this](InstrumentTime) { m_camera->waitForFreshFrames(kFreshFrames, kLongestWait); };
+    m_board->setArrivalWatcher(watcher);
 }
 
 std::array<double, 3> SimulatedInstrument::fieldColour() const

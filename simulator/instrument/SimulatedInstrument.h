@@ -58,8 +58,9 @@ public:
     /// Whether motion takes its time from now on, as it does unless the parameters say instant.
     void setRealTimeMotion(bool on);
     bool isInstant() const { return m_instant; }
-    /// Whether a move is answered only when the program has taken in frames of where it ended:
-    /// as it has in real time, unless the machine is too busy for the camera's pace.
+    /// Whether a move is answered only when the program has taken in frames of where it ended,
+    /// or two seconds later. On a machine that keeps up with the camera it has taken them in by
+    /// then anyway; a busy one may not.
     void answerMovesWithFreshFrames(bool on);
 
     /// The truth, to judge results by, at this moment.
