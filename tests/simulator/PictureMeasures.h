@@ -88,3 +88,21 @@ private:
     const PictureMode& m_mode;
     std::vector<std::uint8_t> m_yuyv;
 };
+
+/// Nominal light on a stage that stands so far from the best focus.
+inline PictureInputs nominalInputs(const Optics& optics, double fromFocus_steps = 0.0, int ledLevel = 225)
+{
+    PictureInputs inputs;
+    inputs.light = {optics.bestFocus_steps() + fromFocus_steps, true, ledLevel};
+    inputs.sensor.exposure_lines = 768.0;
+    return inputs;
+}
+
+/// What the optics draw.
+inline MeasuredPicture drawn(Optics& optics, const PictureMode& mode, const PictureInputs& inputs,
+                             std::uint64_t noiseNumber = 1)
+{
+    std::vector<std::uint8_t> yuyv(static_cast<std::size_t>(mode.frameBytes()));
+    optics.draw(mode, inputs, noiseNumber, yuyv.data());
+    return {mode, std::move(yuyv)};
+}

@@ -1,4 +1,3 @@
-#include <chrono>
 #include <cmath>
 #include <limits>
 
@@ -29,23 +28,6 @@ SlideParameters slideOf(SlideKind kind, std::uint32_t seed = 1)
     parameters.kind = kind;
     parameters.seed = seed;
     return parameters;
-}
-
-/// Nominal light on a stage that stands so far from the best focus.
-PictureInputs nominalInputs(const Optics& optics, double fromFocus_steps = 0.0)
-{
-    PictureInputs inputs;
-    inputs.light = {optics.bestFocus_steps() + fromFocus_steps, true, 225};
-    inputs.sensor.exposure_lines = 768.0;
-    return inputs;
-}
-
-MeasuredPicture drawn(Optics& optics, const PictureMode& mode, const PictureInputs& inputs,
-                      std::uint64_t noiseNumber = 1)
-{
-    std::vector<std::uint8_t> yuyv(std::size_t(mode.frameBytes()));
-    optics.draw(mode, inputs, noiseNumber, yuyv.data());
-    return {mode, std::move(yuyv)};
 }
 
 void addModes()
@@ -525,30 +507,6 @@ private slots:
         QCOMPARE(luma(), bright);
         QCOMPARE(luma(), bright);
         QVERIFY(luma() < 30);
-    }
-
-    void drawingIsQuickEnoughForAMovingStage_data() { addModes(); }
-
-    // The figure is printed to be read; a loaded machine must not fail the test.
-    void drawingIsQuickEnoughForAMovingStage()
-    {
-        QFETCH(int, mode);
-        Optics optics(opticsWith(1, 1.0), Slide(slideOf(SlideKind::Cells)));
-        std::vector<std::uint8_t> yuyv(std::size_t(modeNumber(mode).frameBytes()));
-        for (double distance : {0.0, 700.0, 2000.0, 4500.0, 20000.0}) {
-            const PictureInputs inputs = nominalInputs(optics, distance);
-            double best_ms = std::numeric_limits<double>::max();
-            for (int run = 0; run < 3; ++run) {
-                const auto start = std::chrono::steady_clock::now();
-                optics.draw(modeNumber(mode), inputs, std::uint64_t(run), yuyv.data());
-                const std::chrono::duration<double, std::milli> took =
-                    std::chrono::steady_clock::now() - start;
-                best_ms = std::min(best_ms, took.count());
-            }
-            qInfo("%d x %d, %5.0f steps off: %.1f ms", modeNumber(mode).width_px, modeNumber(mode).height_px,
-                  distance, best_ms);
-            QVERIFY(best_ms < 2000.0);
-        }
     }
 };
 

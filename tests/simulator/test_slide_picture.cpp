@@ -27,17 +27,6 @@ OpticsParameters withoutNoise()
     return parameters;
 }
 
-MeasuredPicture drawn(Optics& optics, const PictureMode& mode, double fromFocus_steps = 0.0,
-                      int ledLevel = 225)
-{
-    PictureInputs inputs;
-    inputs.light = {optics.bestFocus_steps() + fromFocus_steps, true, ledLevel};
-    inputs.sensor.exposure_lines = 768.0;
-    std::vector<std::uint8_t> yuyv(static_cast<std::size_t>(mode.frameBytes()));
-    optics.draw(mode, inputs, 1, yuyv.data());
-    return {mode, std::move(yuyv)};
-}
-
 /// Half black, half white, with the edge down the middle.
 cv::Mat edge(int width, int height)
 {
@@ -77,7 +66,7 @@ private slots:
         Optics optics = over(cv::Mat(300, 400, depth, colour * unit), file);
         for (const PictureMode& mode : kPictureModes)
             for (const int ledLevel : {225, 90}) {
-                const auto mean = drawn(optics, mode, 0.0, ledLevel).mean();
+                const auto mean = drawn(optics, mode, nominalInputs(optics, 0.0, ledLevel)).mean();
                 for (std::size_t channel = 0; channel < 3; ++channel) {
                     const double passed = colour[2 - static_cast<int>(channel)] / 255.0;
                     const double expected = kDark + (kField - kDark) * ledLevel / 225.0 * passed;
@@ -104,7 +93,7 @@ private slots:
         QFETCH(double, distance);
         Optics optics = over(edge(2592, 1944), "edge.png");
         const PictureMode& format = kPictureModes[static_cast<std::size_t>(mode)];
-        const MeasuredPicture picture = drawn(optics, format, distance);
+        const MeasuredPicture picture = drawn(optics, format, nominalInputs(optics, distance));
         const double middle = (kFullWidth_px / 2.0 - format.left_px) / format.scale;
         double beside = 0.0;
         for (int x = 0; x < format.width_px; ++x) {
@@ -122,11 +111,14 @@ private slots:
         cv::Mat picture(600, 800, CV_8UC3);
         cv::randu(picture, 0, 255);
         Optics optics = over(picture, "grains.png");
-        double last = drawn(optics, kPictureModes[1]).focusValue();
+        const auto valueAt = [&optics](double distance) {
+            return drawn(optics, kPictureModes[1], nominalInputs(optics, distance)).focusValue();
+        };
+        double last = valueAt(0.0);
         for (const double distance : {640.0, 1280.0, 2560.0, 5120.0}) {
-            const double value = drawn(optics, kPictureModes[1], distance).focusValue();
+            const double value = valueAt(distance);
             QVERIFY(value < last);
-            QCOMPARE(drawn(optics, kPictureModes[1], -distance).focusValue(), value);
+            QCOMPARE(valueAt(-distance), value);
             last = value;
         }
     }
@@ -150,7 +142,7 @@ private slots:
         picture(cv::Rect((width - side) / 2, (height - side) / 2, side, side)).setTo(cv::Scalar::all(0));
         Optics optics = over(picture, "square.png");
         const PictureMode& mode = kPictureModes[1];
-        const MeasuredPicture seen = drawn(optics, mode);
+        const MeasuredPicture seen = drawn(optics, mode, nominalInputs(optics));
         int across = 0;
         int down = 0;
         for (int x = 0; x < mode.width_px; ++x)
