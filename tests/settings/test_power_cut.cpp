@@ -216,6 +216,25 @@ private slots:
         QCOMPARE(bytesOf(path()), fresh);
     }
 
+    // A slow card takes its time for each; what is only worked on need not be there.
+    void onlyTheNewContentAndItsNameAreForcedToTheDisk_data() { addWays(); }
+
+    void onlyTheNewContentAndItsNameAreForcedToTheDisk()
+    {
+        QFETCH(int, way);
+        putOld(true);
+        FaultyFileCalls::arm(Fault::None, 0);
+        save(Save(way));
+        FaultyFileCalls::disarm();
+        QByteArrayList forced;
+        for (const QByteArray& call : FaultyFileCalls::calls())
+            if ((call.startsWith("fsync ") || call.startsWith("fdatasync ")) &&
+                call.contains(QFile::encodeName(instrumentPath(QStringLiteral("/")))))
+                forced.append(call);
+        QVERIFY2(forced.size() == 2, forced.join('\n'));
+        QCOMPARE(forced.last(), "fsync " + QFile::encodeName(QFileInfo(path()).path()));
+    }
+
     void theNewContentIsOnTheDiskBeforeItTakesTheOldOnesPlace_data() { addWays(); }
 
     void theNewContentIsOnTheDiskBeforeItTakesTheOldOnesPlace()

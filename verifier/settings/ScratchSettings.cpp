@@ -1,8 +1,13 @@
 #include "settings/ScratchSettings.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 namespace {
+
+// QSettings forces its lock file and all that it writes to the disk. Nobody wants that of a copy
+// that goes again at once, and a card takes its time for each: in memory it costs nothing.
+const QString kInMemory = QStringLiteral("/dev/shm/orla-scratch-XXXXXX");
 
 // Can be neither read nor created, whoever runs the program.
 const QString kNowhere = QStringLiteral("/dev/null/settings");
@@ -10,6 +15,15 @@ const QString kNowhere = QStringLiteral("/dev/null/settings");
 // A key in a group that sorts behind all others, and how the two stand in a file.
 const QString kEndMark = QStringLiteral("\uFFFF/end");
 constexpr char kEndLines[] = "[%UFFFF]\nend=1\n";
+
+// Why the file could not be made with that content; empty if it was.
+QString writeFile(const QString& path, const QByteArray& content)
+{
+    QFile file(path);
+    const bool written =
+        file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && file.flush();
+    return written ? QString() : file.errorString();
+}
 
 // Takes the end mark away, with the empty line that parts its group from the last one.
 // False if the content does not end with it.
@@ -26,13 +40,16 @@ bool takeEndMark(QByteArray& content)
 } // namespace
 
 ScratchSettings::ScratchSettings(const QString& path, const QByteArray& content, QSettings::Format format)
-    : m_path(path)
+    : m_memory(kInMemory), m_path(path)
 {
-    QFile copy(path);
-    if (path.isEmpty() || !copy.open(QIODevice::WriteOnly) || copy.write(content) != content.size() ||
-        !copy.flush())
-        m_reason = copy.errorString();
-    m_settings = std::make_unique<QSettings>(m_reason.isEmpty() ? path : kNowhere, format);
+    const QString inMemory = m_memory.filePath(QFileInfo(path).fileName());
+    if (path.isEmpty())
+        m_reason = QFile().errorString();
+    else if (m_memory.isValid() && writeFile(inMemory, content).isEmpty())
+        m_path = inMemory;
+    else
+        m_reason = writeFile(path, content);
+    m_settings = std::make_unique<QSettings>(m_reason.isEmpty() ? m_path : kNowhere, format);
 }
 
 ScratchSettings::~ScratchSettings() = default;
