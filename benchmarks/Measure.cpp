@@ -1,7 +1,6 @@
 #include "benchmarks/Measure.h"
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -86,20 +85,10 @@ double growthOf(Clock clock, int rounds, const std::array<Work, 3>& works)
     return std::max(median(steps[0]), median(steps[1]));
 }
 
-void tell(const std::string& name, double value, const std::string& parts)
+void tell(const std::string& name, double value, const QString& parts)
 {
-    std::printf("%s\t%.6g\t%s\n", name.c_str(), value, parts.c_str());
+    std::printf("%s\t%.6g\t%s\n", name.c_str(), value, qPrintable(parts));
     std::fflush(stdout);
-}
-
-std::string text(const char* format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    char line[512];
-    std::vsnprintf(line, sizeof line, format, arguments);
-    va_end(arguments);
-    return line;
 }
 
 bool isShort(int argc, char** argv)

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <QString>
+
 /// What the benchmark programs measure with, and how they tell it to benchmarks/table.py: one
 /// line for each figure. Ratios come from pairs that are measured one right after the other.
 
@@ -42,10 +44,7 @@ PairedTimes measurePairs(Clock clock, int pairs, const Work& first, const Work& 
 double growthOf(Clock clock, int rounds, const std::array<Work, 3>& works);
 
 /// Tells one figure of the table by its name there, with what it is made of.
-void tell(const std::string& name, double value, const std::string& parts = {});
-
-/// printf into a string.
-std::string text(const char* format, ...) __attribute__((format(printf, 1, 2)));
+void tell(const std::string& name, double value, const QString& parts = {});
 
 /// Whether the program is to show only that it works ("--short"). Ends it with status 2, and a
 /// word on stderr, for any other argument.

@@ -84,11 +84,12 @@ void tellScores(bool shortRun)
     const PairedTimes read =
         measurePairs(threadTime_ms, pairs, score, repeated(readPlane, plane, kTimesInAPair));
     tell("brenner_read", read.ratio,
-         text("%.2f ms, read %.2f ms", read.first_ms / kTimesInAPair, read.second_ms / kTimesInAPair));
+         QString::asprintf("%.2f ms, read %.2f ms", read.first_ms / kTimesInAPair,
+                           read.second_ms / kTimesInAPair));
     const PairedTimes matrix = measurePairs(threadTime_ms, pairs, repeated(scorePlane, plane, 1),
                                             [&] { scoreByMatrixCalls(plane); });
     tell("brenner_matrix", matrix.ratio,
-         text("%.2f ms, matrix calls %.1f ms", matrix.first_ms, matrix.second_ms));
+         QString::asprintf("%.2f ms, matrix calls %.1f ms", matrix.first_ms, matrix.second_ms));
     tell("brenner_growth", growthOf(threadTime_ms, pairs,
                                     {repeated(scorePlane, half, kTimesInAPair), score,
                                      repeated(scorePlane, twice, kTimesInAPair)}));
@@ -162,10 +163,12 @@ void tellSamples(bool shortRun)
     const int pairs = shortRun ? 1 : 25;
     const PairedTimes smaller = measureSamples(kMode1280, pairs);
     const PairedTimes larger = measureSamples(kMode5M, pairs);
-    tell("sample", larger.ratio, text("%.1f ms, library calls %.1f ms", larger.first_ms, larger.second_ms));
+    tell("sample", larger.ratio,
+         QString::asprintf("%.1f ms, library calls %.1f ms", larger.first_ms, larger.second_ms));
     const double pixels = double(kFrame.rgbBytes()) / double(kCaptureModes[kMode1280].rgbBytes());
     tell("sample_growth", larger.first_ms / smaller.first_ms / pixels,
-         text("%.1f ms for %.1f times the pixels of %.1f ms", larger.first_ms, pixels, smaller.first_ms));
+         QString::asprintf("%.1f ms for %.1f times the pixels of %.1f ms", larger.first_ms, pixels,
+                           smaller.first_ms));
 }
 
 } // namespace

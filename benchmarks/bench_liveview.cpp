@@ -372,7 +372,7 @@ void Bench::tellFrames(const std::string& name, const CaptureMode& mode, double 
     const int frames = m_short ? 5 : kFrames / 3 + 1;
     std::vector<double> delays_ms;
     for (const View view : {View::Fit, View::OneToOne, View::Panning, View::Console}) {
-        const Shown shown = watch(mode, view, view == View::Console ? frames / 3 + 1 : frames);
+        const Shown shown = watch(mode, view, view == View::Console ? frames / 5 + 1 : frames);
         tell("painted_" + name + "_" + kViewNames[static_cast<std::size_t>(view)], shown.part);
         delays_ms.insert(delays_ms.end(), shown.delays_ms.begin(), shown.delays_ms.end());
     }
@@ -382,8 +382,8 @@ void Bench::tellFrames(const std::string& name, const CaptureMode& mode, double 
     const double frame_ms = 1e3 / rate_hz;
     const double worst_ms = *std::max_element(delays_ms.begin(), delays_ms.end());
     tell("delay_" + name, median(delays_ms) / frame_ms,
-         text("%.1f ms, median of %zu frames", median(delays_ms), delays_ms.size()));
-    tell("delay_worst_" + name, worst_ms / frame_ms, text("%.1f ms", worst_ms));
+         QString::asprintf("%.1f ms, median of %zu frames", median(delays_ms), delays_ms.size()));
+    tell("delay_worst_" + name, worst_ms / frame_ms, QString::asprintf("%.1f ms", worst_ms));
 }
 
 /// The work on one frame as bare calls, step by step, in milliseconds of processor time.
@@ -423,11 +423,11 @@ public:
         return median(sums);
     }
 
-    std::string parts() const
+    QString parts() const
     {
-        return text("copy %.2f, conversion %.2f, copy %.2f, picture %.2f, draw %.2f ms",
-                    m_steps[0] / m_rounds, m_steps[1] / m_rounds, m_steps[2] / m_rounds,
-                    m_steps[3] / m_rounds, m_steps[4] / m_rounds);
+        return QString::asprintf("copy %.2f, conversion %.2f, copy %.2f, picture %.2f, draw %.2f ms",
+                                 m_steps[0] / m_rounds, m_steps[1] / m_rounds, m_steps[2] / m_rounds,
+                                 m_steps[3] / m_rounds, m_steps[4] / m_rounds);
     }
 
 private:
@@ -478,7 +478,7 @@ private:
 void Bench::tellCost(const std::string& name, const CaptureMode& mode, int index)
 {
     const int pairs = m_short ? 1 : 5;
-    const int span_ms = m_short ? 500 : 2000;
+    const int span_ms = m_short ? 500 : 1500;
     const int rounds = m_short ? 2 : 15;
     BareCalls bareCalls(mode);
     std::vector<double> ratios;
@@ -500,8 +500,8 @@ void Bench::tellCost(const std::string& name, const CaptureMode& mode, int index
     }
     m_frameCosts_ms[static_cast<std::size_t>(index)] = median(costs_ms);
     tell("cost_" + name, median(ratios),
-         text("%.0f ms a second, bare calls %.0f ms: %s; %.0f repaints a second", median(spans_ms),
-              median(bares_ms), bareCalls.parts().c_str(), painted_hz));
+         QString::asprintf("%.0f ms a second, bare calls %.0f ms: %s; %.0f repaints a second",
+                           median(spans_ms), median(bares_ms), qPrintable(bareCalls.parts()), painted_hz));
     if (index == kMode5M)
         tell("gui_5m", median(gui));
 }
@@ -511,14 +511,15 @@ void Bench::tellIdleRounds(const std::string& name)
 {
     m_instrument.camera().faults().enable("stall");
     double dearest = 0.0;
-    std::string parts;
+    QString parts;
     for (const View view : {View::Fit, View::OneToOne}) {
         show(view);
         wait(kSettle_ms / 2);
-        const Span span = measureSpan(m_short ? 300 : 1500);
+        const Span span = measureSpan(m_short ? 300 : 1000);
         dearest = std::max(dearest, span.all_ms / 1e3 * kPercent);
-        parts += text("%s%s %.2f ms each, %.0f a second", parts.empty() ? "" : "; ",
-                      view == View::Fit ? "fitted" : "1:1", span.all_ms / span.painted_hz, span.painted_hz);
+        parts += QString::asprintf("%s%s %.2f ms each, %.0f a second", parts.isEmpty() ? "" : "; ",
+                                   view == View::Fit ? "fitted" : "1:1", span.all_ms / span.painted_hz,
+                                   span.painted_hz);
     }
     show(View::Fit);
     m_instrument.camera().faults().clear();
@@ -546,8 +547,8 @@ void Bench::tellGrowth()
         growth = std::max(growth, m_frameCosts_ms[i] / m_frameCosts_ms[i - 1] / pixels);
     }
     tell("cost_growth", growth,
-         text("%.2f, %.2f, %.2f ms for a delivered frame", m_frameCosts_ms[0], m_frameCosts_ms[1],
-              m_frameCosts_ms[2]));
+         QString::asprintf("%.2f, %.2f, %.2f ms for a delivered frame", m_frameCosts_ms[0],
+                           m_frameCosts_ms[1], m_frameCosts_ms[2]));
 }
 
 } // namespace

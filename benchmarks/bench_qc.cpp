@@ -102,7 +102,8 @@ void tellSearch(bool shortRun)
         [&] { library.run(); });
     if (found != searches)
         giveUp("The dot was not found.");
-    tell("search", times.ratio, text("%.1f ms, library calls %.1f ms", times.first_ms, times.second_ms));
+    tell("search", times.ratio,
+         QString::asprintf("%.1f ms, library calls %.1f ms", times.first_ms, times.second_ms));
 }
 
 void tellSearchGrowth(bool shortRun)

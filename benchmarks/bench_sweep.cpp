@@ -159,8 +159,8 @@ void measure(const std::string& name, int mode, int runs, SimulatedInstrument& i
     }
     camera.close();
     tell(name, median(ratios),
-         text("%.0f ms, motion and answers %.0f ms, samples %.0f ms", median(sweeps), median(motions),
-              median(samples)));
+         QString::asprintf("%.0f ms, motion and answers %.0f ms, samples %.0f ms", median(sweeps),
+                           median(motions), median(samples)));
 }
 
 } // namespace

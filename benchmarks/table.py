@@ -119,8 +119,10 @@ PROGRAMS = [
         "bench_console",
         "a line into a console, by the lines that it holds",
         [
-            at_most("console_10k", "line into a console of 10,000 lines / of 10", 1.1),
-            at_most("console_1m", "line into a console of 1,000,000 lines / of 10", 1.1),
+            at_most("console_10k", "line into a hidden console, of 10,000 lines / of 10", 1.1),
+            at_most("console_1m", "line into a hidden console, of 1,000,000 lines / of 10", 1.1),
+            at_most("console_shown_10k", "line into a shown console, of 10,000 lines / of a page", 1.1),
+            at_most("console_shown_1m", "line into a shown console, of 1,000,000 lines / of a page", 1.1),
         ],
     ),
 ]
@@ -134,7 +136,7 @@ set style fill solid
 set yrange [{rows}:-1]
 set xrange [0:{most}]
 set grid xtics
-set lmargin 52
+set lmargin 56
 unset key
 set arrow from 1,graph 0 to 1,graph 1 nohead lc rgb "#404040" lw 2 front
 plot "{data}" using (0):0:(0):($2 > {most} ? {most} : $2):($0-0.35):($0+0.35):($2 > 1 ? 0xd0662a : 0x3a86c8):ytic(1) \\
@@ -192,7 +194,7 @@ def shown(value):
 def print_row(row, value, parts):
     goal = f"{row.bound} {shown(row.goal)}" if row.bound else ""
     figure = f"{shown(value)} {row.unit}".strip()
-    print(f"{row.title:<52} {figure:>18}  {goal:<8} {verdict(row, value):<6}  {parts}".rstrip(), flush=True)
+    print(f"{row.title:<58} {figure:>18}  {goal:<8} {verdict(row, value):<6}  {parts}".rstrip(), flush=True)
 
 
 def write_csv(path, results):
