@@ -119,6 +119,8 @@ bool Controller::trySerialPort()
     return true;
 }
 
+// By name, so that whoever disconnects the slot by name reaches this connection: one that is made
+// by member pointer would stay.
 void Controller::setPortListener(bool on)
 {
     if (on)
