@@ -4,7 +4,7 @@
 
 #include <QStringList>
 
-/// What the program knows of the instrument behind the live view. As made: all is well.
+/// What the program knows of the instrument behind the live view. By default all is well.
 struct InstrumentCondition
 {
     QString cameraOpenFailure; ///< the call that the camera's last opening failed with, or empty

@@ -71,7 +71,7 @@ public slots:
     void slot_debug_Message(const QStringList& parts);
     /// Shows one line of controller traffic as sent or received.
     void slot_debug_Controller(const QString& line);
-    /// The process was asked from outside to end: as Exit answered with Yes.
+    /// The process was asked from outside to end: does what Exit does after Yes.
     void slot_terminate();
 
 private slots:
@@ -319,15 +319,15 @@ private:
     MediaMonitor m_mediaMonitor;
     // The calibration file last chosen by the staining flag.
     std::string m_registerFile;
-    // 1 once the settings are loaded. No code asks: it is for whoever looks into the memory
-    // image of a start that hangs or dies, as is m_consoleState.
+    // 1 once the settings are loaded. No code reads it: in the core dump of a start that hangs or
+    // dies it shows how far the start has come.
     std::int32_t m_settingsState = 0;
     QTimer* m_syncTimer = nullptr;
     DebugMessage* m_messageConsole = nullptr;
     DebugController* m_controllerConsole = nullptr;
-    // 0 once the consoles are there and hidden; which one is shown later, they say themselves.
+    // For the same reader: 0, both consoles hidden, as the start leaves them. Not updated later.
     int m_consoleState = 0;
-    // Once set, nothing moves the stage, opens a device or begins anything any more.
+    // Once set, nothing more is begun: no move of the stage, no opening of a device.
     bool m_quitting = false;
     OV5642Camera* m_camera = nullptr;
     std::unique_ptr<GrabThread> m_grabThread;

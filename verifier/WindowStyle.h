@@ -2,7 +2,7 @@
 
 #include <QRect>
 
-/// What every concern of the main window shows alike.
+/// Styles, texts and sizes that several parts of the main window share.
 
 /// A selected or busy button.
 constexpr const char* kHighlightStyle = "background-color: rgb(0, 170, 255);";

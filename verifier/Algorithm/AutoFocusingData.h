@@ -14,7 +14,7 @@ using AutoFocusingData_t = AutoFocusingData_s;
 
 Q_DECLARE_METATYPE(AutoFocusingData_t)
 
-/// What a look at the samples of a sweep led to.
+/// What the evaluation of a sweep's samples found.
 enum AutoFocusingResult_e : int {
     AutoFocusingResult_NoSample = 0,
     AutoFocusingResult_BestPositionFound = 1,

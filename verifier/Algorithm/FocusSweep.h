@@ -33,7 +33,7 @@ enum class Action {
     EvaluateCoarse,     ///< Best sample without the third-step check, then go there.
     EvaluateFine,       ///< Best sample with the check: a third step, or go there.
     EvaluateThird,      ///< Best sample with the check, then go there.
-    Finish,             ///< Let go of the stage and report the end.
+    Finish,             ///< Stop listening to the stage and report the end.
 };
 
 /// Where the machine goes on, and what is to be done there.
@@ -67,7 +67,7 @@ int boundedSteps(std::int64_t steps);
 /// First position of a sweep of `count` positions around `centre_steps`.
 int sweepStart(int centre_steps, int interval_steps, int count);
 
-/// What a look for the best sample found.
+/// What the search for the best sample found.
 struct BestSample
 {
     AutoFocusingResult_e result;
@@ -81,9 +81,9 @@ struct BestSample
 /// beyond the first sample gives the sample before it.
 BestSample bestSample(const std::vector<AutoFocusingData_s>& samples, bool checkThirdStep);
 
-/// Position that a verdict leads to: the best sample's Z; 690 steps beyond it, on the side
-/// of the sweep at which it lies, when a third step is necessary; and `otherwise_steps`
-/// where there is no such sample.
+/// Position to which the search leads: the best sample's Z; 690 steps beyond it, away from the
+/// other samples, when a third step is necessary; and `otherwise_steps` where there is no such
+/// sample.
 int resultPosition(const std::vector<AutoFocusingData_s>& samples, const BestSample& best,
                    int otherwise_steps);
 

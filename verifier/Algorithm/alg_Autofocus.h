@@ -63,7 +63,7 @@ public:
     AutoFocusingResult_e find_AutoFocusing_Position(bool checkThirdStep);
     /// Moves the stage to the result position; issues no move if it stands there already.
     void prepareEndAutoFocusing();
-    /// Lets go of the controller's signals.
+    /// Disconnects the controller's signals.
     void endAutoFocusing();
 
     /// focus_measures::brennerGradient().
@@ -79,7 +79,7 @@ public:
     /// focus_measures::darkPixelCount().
     int find_fv_korvex_dark_edge(cv::Mat& frame, int channelMode, FOCUS_WINDOW_SIZE window);
     /// Computes the chosen measure of a tightly packed RGB24 picture into `value` and into
-    /// the list of focus values; returns the seconds spent. A criteria other than 0 leaves
+    /// the list of focus values; returns the seconds spent. A criterion other than 0 leaves
     /// both as they were. Null data of a non-zero size is OpenCV's assertion (cv::Exception).
     double find_focus_value(unsigned char* data, int width, int height, double& value,
                             FOCUS_VALUE_CRITERIA criteria, int channelMode, FOCUS_WINDOW_SIZE window);
@@ -116,8 +116,8 @@ public slots:
     void slot_z_stage_moved();
 
 protected:
-    /// Continues from another state than the run's own, as the sweeps that no run enters
-    /// need it.
+    /// Continues from the given state instead of the run's own: the only way into the sweeps
+    /// that no run enters.
     void enterState(focus_sweep::State state) { m_state = state; }
 
 private:

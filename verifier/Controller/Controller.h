@@ -50,8 +50,8 @@ public:
 
     /// Opens the serial line, configures it if it never was, and probes the board
     /// (trySerialPort()) unless m_skipProbe is set. Nothing happens when it is open already.
-    /// A line that cannot be opened is reported by nothing but the missing
-    /// sig_connected_controller().
+    /// Nothing reports a line that cannot be opened; sig_connected_controller() is then not
+    /// emitted.
     void openSerialPort();
 
     /// Asks the board whether it is ready. True, with sig_connected_controller() emitted and
@@ -61,7 +61,7 @@ public:
     /// returns false at once instead of waiting out the time-outs.
     bool trySerialPort();
 
-    /// Gives the line back: its lock file goes, its settings are again what they were before.
+    /// Closes the line: its lock file is removed, its settings are what they were before.
     /// Unread and unsent bytes are lost. trySerialPort() opens it again.
     void closeSerialPort();
 
@@ -93,7 +93,7 @@ public:
     /// Sets the LED's level, in the board's units, unchecked.
     bool led_brightness(int level);
 
-    /// Moves of the Z stage in motor steps; limits are the board's. A blocking move returns
+    /// Moves of the Z stage in motor steps; the board limits them. A blocking move returns
     /// after the reply and emits no stage signal; the tracked position follows whatever the
     /// reply said. A non-blocking move returns the outcome of the previous exchange, and
     /// slot_readyRead() moves the tracked position and emits the stage signal.
@@ -178,7 +178,7 @@ public:
     /// When set, openSerialPort() opens the line without probing the board. Nothing in the
     /// program sets it: it is not the Zig mode, in which the board is probed as usual.
     bool m_skipProbe = false;
-    /// What the exchanges wait. The program leaves it as it is; shorter ones are for tests.
+    /// How long the exchanges wait. The program leaves it as it is; tests shorten it.
     ControllerTimeouts m_timeouts;
     /// The stage's position in motor steps, as tracked on this side of the line.
     int m_zStagePosition = 0;

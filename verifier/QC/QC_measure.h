@@ -45,7 +45,7 @@ public:
     /// On: the mouse places the target marker, and an older marker is gone. Off: it pans.
     void setTargetingMode(bool on);
     /// Finds point 1 (index 0) or 2 (index 1) under the target and marks it in the picture,
-    /// or tells by sig_measure_error why not. Another index searches and stores nothing.
+    /// or reports by sig_measure_error why not. Another index searches and stores nothing.
     /// Takes as long as the filters take over the whole frame.
     void setPoint(int index);
     /// Zooms the view by 1.0 or more; a smaller factor leaves the zoom as it is.

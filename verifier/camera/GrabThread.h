@@ -10,7 +10,7 @@
 class OV5642Camera;
 
 /// Fetches one RGB24 frame from the camera, copies it into a buffer of the main window and
-/// tells it by grabDone(). The next frame is taken only when grab() asks for it.
+/// announces it by grabDone(). The next frame is taken only when grab() asks for it.
 ///
 /// A camera that is gone delivers its last frame once. Later requests are answered without
 /// grabDone() and leave the buffer as it is, until there is a new frame.
@@ -37,7 +37,7 @@ public:
     /// until the next grab(), and once the thread has ended. While it is false the grab thread
     /// may be writing into the buffer. GUI thread.
     bool frameDelivered() const;
-    /// Number of the frame in the buffer, as OV5642Camera::frameNumber() tells it; 0 when this
+    /// Number of the frame in the buffer, as OV5642Camera::frameNumber() gives it; 0 when this
     /// thread has not filled it yet. While frameDelivered(), on the GUI thread.
     std::uint64_t deliveredNumber() const { return m_deliveredNumber; }
 

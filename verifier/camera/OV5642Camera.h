@@ -118,7 +118,7 @@ public:
     /// True after a failed open(), false after a successful one.
     bool openFailed() const { return m_openFailed; }
 
-    // ---- what is wrong, for whoever tells the operator ----
+    // ---- what is missing, for the notice over the live view ----
 
     /// The call that the last open() failed with, such as "VIDIOC_S_FMT", "mmap" or
     /// "open /dev/video0"; empty after a successful open(), and before the first. GUI thread.
@@ -206,7 +206,7 @@ private:
     // One for the object's own thread, one for the grab thread; each touched by its side only.
     RgbFrame m_ownFrame;
     RgbFrame m_grabFrame;
-    // Whether the absence is told or on its way. Of the capture thread, and of open() before.
+    // Whether the absence is reported, or about to be. Of the capture thread, and of open() before.
     bool m_goneTold = false;
     bool m_openFailed = false;
     QString m_openFailure;

@@ -41,7 +41,7 @@ public:
     /// unless the mount table cannot be read.
     bool checkMountedUSB(QString dev);
 
-    /// Makes up for changes that no notification tells of; to be called about once a second.
+    /// Catches up on changes that no notification reported; to be called about once a second.
     ///
     /// "/dev/disk/by-uuid" is watched again if it is not: it may have come after the start, or
     /// have gone with its last link and come back. What came or went meanwhile is handled as by

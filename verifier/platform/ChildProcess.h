@@ -7,8 +7,8 @@
 constexpr int kChildProcessTimeout_ms = 30000;
 
 /// Runs a program without a shell and waits for its end. A bare name is looked up on PATH;
-/// the arguments reach the program one by one, blanks and all. Nothing is told of its exit
-/// status and output, nor of a program that could not be started or had to be killed.
+/// the arguments reach the program one by one, blanks and all. The caller learns neither its exit
+/// status nor its output, nor that it could not be started or had to be killed.
 /// Any thread; blocks it, and processes no events meanwhile.
 void runChildProcess(const QString& program, const QStringList& arguments,
                      int timeout_ms = kChildProcessTimeout_ms);

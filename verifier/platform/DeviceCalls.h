@@ -47,5 +47,5 @@ DeviceCalls& deviceCalls();
 
 /// Puts other calls in force (nullptr: the system's own again) and returns those that
 /// were installed before, nullptr for the system's. The caller keeps ownership and must
-/// not let them go while a device is open. GUI thread, before any device is opened.
+/// keep them alive while a device is open. GUI thread, before any device is opened.
 DeviceCalls* installDeviceCalls(DeviceCalls* calls);

@@ -5,8 +5,8 @@
 #include <QString>
 
 /// The instrument's fixed paths ("/dev/ttyS2", "/opt/ORLA3/conf/ORLA3.ini", "/mnt", ...)
-/// stay as they are in the code, on the screen and in the log. Only when the system is asked
-/// they become, here, paths of the machine that the program runs on.
+/// stay as they are in the code, on the screen and in the log. Only when the system is called
+/// are they turned, here, into paths of the machine that the program runs on.
 ///
 /// The root is "/" in the shipped program, and a private directory where the whole instrument
 /// is simulated. Any thread, once the root is set.

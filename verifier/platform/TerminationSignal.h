@@ -7,11 +7,11 @@
 #include <QSocketNotifier>
 #include <QString>
 
-/// Tells, from the event loop, that the process was asked from outside to end: SIGTERM of a
+/// Reports, from the event loop, that the process was asked from outside to end: SIGTERM of a
 /// service manager, SIGINT of a keyboard, SIGHUP of a terminal that goes away. A signal that
 /// the process was started to ignore (nohup) stays ignored.
 ///
-/// A signal that comes before the event loop runs, or while a handler blocks it, is told once,
+/// A signal that comes before the event loop runs, or while a handler blocks it, is reported once,
 /// when the loop runs again. There may be one object at a time. It is made after the
 /// application, whose platform plugin may have handlers of its own; these are back in force
 /// when the object goes. GUI thread.
@@ -22,8 +22,8 @@ class TerminationSignal : public QObject
 public:
     /// What a second signal does, of the same kind or another.
     enum class Second {
-        IsAbsorbed,     ///< nothing: the end that is under way is waited for
-        EndsTheProcess, ///< ends it at once if of the same kind, in case a handler blocks
+        IsAbsorbed,     ///< nothing: the shutdown that has begun goes on
+        EndsTheProcess, ///< one of the same kind ends it at once, in case a handler blocks
     };
 
     explicit TerminationSignal(Second second);

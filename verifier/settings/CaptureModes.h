@@ -22,8 +22,8 @@ constexpr int kRgbBytesPerPixel = 3;  ///< as everything else works on them, 8 b
 constexpr int kNavigatorWidth_px = 80;
 constexpr int kNavigatorHeight_px = 60;
 
-/// Name and size of a mode's frame, and the size of the rectangle by which the navigator
-/// shows the part of it that the live view shows.
+/// A mode's name, the size of its frames, and the size of the rectangle that marks the visible
+/// part of a frame in the navigator.
 struct CaptureMode
 {
     const char* name; ///< as in the calibration files and in the log

@@ -14,9 +14,9 @@
 /// directory, ".NAME.saving", goes with this object; one that a power cut left behind goes
 /// with the next save.
 ///
-/// Neither QSaveFile nor QSettings' own atomic save, which is made of it, does the same: the
-/// file changes its owner, a flush that fails is passed over, and what a power cut leaves
-/// behind bears a random name, under which no later save finds and removes it.
+/// Neither QSaveFile nor QSettings' own atomic save, which uses it, promises as much: the file
+/// gets another owner, a flush to the disk that fails is ignored, and what a power cut leaves
+/// behind has a random name, so that no later save finds and removes it.
 ///
 /// Any thread, but one object per file at a time.
 class FileReplacement

@@ -10,21 +10,21 @@ constexpr int kCalibrationRegisterCount = 10;
 /// The values that several parts of the program share once the settings are loaded.
 /// Widgets change it directly; only Save writes it to the files.
 ///
-/// Register tables: row = capture mode (CameraMode), column = position in g_RegIdx (0, 1 exposure; 2, 3 gain;
-/// 4, 5 red; 6, 7 green; 8, 9 blue; high byte first). Each slot holds one register byte.
+/// Register tables: the row is a capture mode (CameraMode), the column a position in g_RegIdx
+/// (0, 1 exposure; 2, 3 gain; 4, 5 red; 6, 7 green; 8, 9 blue; high byte first), one byte each.
 struct global_ini_t
 {
     quint16 CUS_reg[kCameraModeCount][kCalibrationRegisterCount]; ///< Calibration_CUS.ini: staining TB
     quint16 BFN_reg[kCameraModeCount][kCalibrationRegisterCount]; ///< Calibration_BFN.ini: staining NTB
     quint16 AE_reg[kCameraModeCount]
-                  [kCalibrationRegisterCount]; ///< AutoExposure.ini: no file of this name is loaded, so zero
+                  [kCalibrationRegisterCount]; ///< AutoExposure.ini, which is never loaded: zero
     int LED_brightness;                        ///< 0..1000, the controller's LED level
     int Z_step;                                ///< motor steps of one jog
     int Z_speed;                               ///< the controller's speed value
     int Z_reference;                           ///< motor steps
     struct
     {
-        double Magnification; ///< 0 until measured; no number after a measurement without points
+        double Magnification; ///< 0 until measured; infinite or not-a-number if measured without points
         double Volume_factor; ///< the same
     } System;
     bool bZig_mode; ///< Connect is usable, and Exit leaves the instrument unparked

@@ -30,8 +30,8 @@ MainSettingsTexts loadMainSettings(QSettings& settings, global_ini_t& record);
 void saveMainSettings(QSettings& settings, const global_ini_t& record, SettingsPart part,
                       const MainSettingsTexts& texts);
 
-/// Whether magnification and volume factor were both measured, neither of them being 0,
-/// infinite or not-a-number: saved together or not at all.
+/// Whether magnification and volume factor were both measured, and neither is 0, infinite or
+/// not-a-number: they are saved together or not at all.
 bool hasOpticalCalibration(const global_ini_t& record);
 
 /// Whether the last measurement gave infinities or not-a-number, as one without points does.
