@@ -4,6 +4,8 @@
 #include <thread>
 #include <vector>
 
+#include <sys/mman.h>
+
 #include <QtTest>
 
 #include "ScriptedCamera.h"
@@ -37,6 +39,48 @@ bool isUniform(const uchar* rgb)
 {
     return std::memcmp(rgb, rgb + 3, kVgaRgbSize - 3) == 0;
 }
+
+/// A driver that goes on writing into buffers which it has handed out.
+class ScribbledCamera : public ScriptedCamera
+{
+public:
+    ~ScribbledCamera() override { endScribbling(); }
+
+    void* mmap(std::size_t length, int protection, int flags, int fd, off_t offset) override
+    {
+        void* const mapped = ScriptedCamera::mmap(length, protection, flags, fd, offset);
+        if (mapped != MAP_FAILED)
+            m_buffers.push_back({static_cast<uchar*>(mapped), length});
+        return mapped;
+    }
+    /// Between opening and closing.
+    void beginScribbling()
+    {
+        m_on = true;
+        m_scribbler = std::thread([this] {
+            for (int value = 0; m_on; value = (value + 1) % 256)
+                for (const Buffer& buffer : m_buffers)
+                    std::memset(buffer.start, value, buffer.length);
+        });
+    }
+    void endScribbling()
+    {
+        m_on = false;
+        if (m_scribbler.joinable())
+            m_scribbler.join();
+    }
+
+private:
+    struct Buffer
+    {
+        uchar* start;
+        std::size_t length;
+    };
+
+    std::vector<Buffer> m_buffers;
+    std::atomic<bool> m_on{false};
+    std::thread m_scribbler;
+};
 
 } // namespace
 
@@ -184,18 +228,26 @@ private slots:
         QCOMPARE(copyOf(camera.getFrame()), rgbOf(0, copied, 200));
     }
 
+    void moreBuffersThanCopiesShareThem_data()
+    {
+        QTest::addColumn<unsigned>("buffers");
+        QTest::newRow("eight") << 8U;
+        QTest::newRow("as many as there can be") << 32U;
+    }
+
     void moreBuffersThanCopiesShareThem()
     {
+        QFETCH(unsigned, buffers);
         ScriptedCamera machine;
-        machine.grantBuffers(8);
+        machine.grantBuffers(buffers);
         OV5642Camera camera;
         QVERIFY(camera.open(0, "", false));
-        for (unsigned int i = 0; i < 10; ++i) {
-            const auto value = quint8(20 * (i + 1));
+        for (unsigned int i = 0; i < buffers + 2; ++i) {
+            const auto value = quint8(7 * (i + 1));
             QVERIFY(machine.deliver({value, kVgaSize}));
             unsigned int index = 99;
             QCOMPARE(copyOf(camera.getFrame(index)), rgbOf(value));
-            QCOMPARE(index, i % 8);
+            QCOMPARE(index, i % buffers);
         }
         QVERIFY(camera.close());
         QCOMPARE(machine.misuses(), QStringList());
@@ -237,6 +289,93 @@ private slots:
         QCOMPARE(copyOf(camera.getFrame()), rgbOf(210));
     }
 
+    void anIndexOfAnotherBufferCostsABufferEachTime()
+    {
+        ScriptedCamera machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        // The buffer that came is not known, so it is not given back: the stream runs dry, and
+        // closing and opening it makes it whole again.
+        constexpr int kBuffers = 4;
+        for (unsigned int i = 0; i < kBuffers; ++i) {
+            QVERIFY(machine.deliver({200, kVgaSize, (i + 1) % kBuffers}));
+            QVERIFY(camera.getFrame() != nullptr);
+        }
+        QVERIFY(camera.close());
+        QVERIFY(camera.open(0, "", false));
+        for (const quint8 value : {70, 80, 90, 100, 110}) {
+            QVERIFY(machine.deliver({value, kVgaSize}));
+            QCOMPARE(copyOf(camera.getFrame()), rgbOf(value));
+        }
+        QVERIFY(camera.close());
+        QCOMPARE(machine.openMappings(), std::size_t(0));
+    }
+
+    void aStallCostsNothingButItsTime()
+    {
+        constexpr int kWaits = 50; // each as a second of the driver's
+        ScriptedCamera machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        QVERIFY(machine.deliver({90, kVgaSize}));
+        const Bytes before = copyOf(camera.getFrame());
+        const std::uint64_t frames = camera.framesCaptured();
+        const int waits = machine.captureCalls().filter("select").size();
+        QTRY_VERIFY(machine.captureCalls().filter("select").size() >= waits + kWaits);
+        QCOMPARE(copyOf(camera.getFrame()), before);
+        QCOMPARE(camera.framesCaptured(), frames);
+        QVERIFY(camera.isStreaming());
+        QVERIFY(machine.deliver({150, kVgaSize}));
+        QCOMPARE(copyOf(camera.getFrame()), rgbOf(150));
+        QCOMPARE(camera.framesCaptured(), frames + 1);
+    }
+
+    void aStallDoesNotKeepTheCameraFromClosing()
+    {
+        ScriptedCamera machine;
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        const int waits = machine.captureCalls().filter("select").size();
+        QTRY_VERIFY(machine.captureCalls().filter("select").size() > waits);
+        QVERIFY(camera.close());
+        const QStringList calls = machine.captureCalls();
+        // The thread is gone: nothing waits any more.
+        QTest::qWait(20);
+        QCOMPARE(machine.captureCalls(), calls);
+        QCOMPARE(machine.misuses(), QStringList());
+    }
+
+    void aBufferThatChangesWhileItIsCopiedIsNoMoreThanATornFrame()
+    {
+#ifdef __SANITIZE_THREAD__
+        QSKIP("such a driver is a race by intention");
+#endif
+        ScribbledCamera machine;
+        machine.deliverEndlessly();
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        machine.beginScribbling();
+        constexpr int kFrames = 30;
+        for (int i = 0; i < kFrames; ++i) {
+            const int taken = machine.requeued();
+            QTRY_VERIFY(machine.requeued() > taken);
+            const uchar* frame = camera.getFrame();
+            QVERIFY(frame != nullptr);
+            // What has been taken is the camera's own: it changes no more.
+            const Bytes first = copyOf(frame);
+            QTest::qWait(1);
+            QCOMPARE(copyOf(frame), first);
+        }
+        machine.endScribbling();
+        // The frames after that are whole: at most those in the buffers were touched.
+        constexpr int kBuffers = 4;
+        const int taken = machine.requeued();
+        QTRY_VERIFY(machine.requeued() > taken + 2 * kBuffers);
+        QVERIFY(isUniform(camera.getFrame()));
+        QVERIFY(camera.close());
+        QCOMPARE(machine.openMappings(), std::size_t(0));
+    }
+
     void reopeningStartsFromAnEmptyFrame()
     {
         ScriptedCamera machine;
@@ -275,6 +414,7 @@ private slots:
         QTest::newRow("one buffer") << 1;
         QTest::newRow("four buffers") << 4;
         QTest::newRow("eight buffers") << 8;
+        QTest::newRow("thirty-two buffers") << 32;
     }
 
     void noFrameIsEverTornWhileTwoThreadsFetch()
