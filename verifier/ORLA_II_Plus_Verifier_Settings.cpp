@@ -12,10 +12,12 @@
 #include "WindowStyle.h"
 #include "camera/CalibrationRegisters.h"
 #include "platform/DebugLog.h"
+#include "platform/InstrumentPath.h"
 #include "settings/CalibrationFile.h"
 #include "settings/MainSettings.h"
 #include "settings/SafeSettingsFile.h"
 #include "settings/StageFile.h"
+#include "settings/UnreadFiles.h"
 #include "ui_ORLA_II_Plus_Verifier.h"
 
 namespace {
@@ -37,12 +39,25 @@ void ORLA_II_Plus_Verifier::get_INI_value(QSettings& settings)
         loadCalibration(file, g_RegIdx, record, [this](const QString& line) { logMessage(this, {line}); });
     loadStageFile(record);
 
+    // What could not be opened may be opened now; what was read is not read again.
+    if (settings.status() == QSettings::AccessError)
+        settings.sync();
     const MainSettingsTexts texts = loadMainSettings(settings, record);
     m_form->EDIT_SKIP_FRAME->setText(QString::number(record.Skip_frame));
     m_form->EDIT_SERIAL_MIDFIX->setText(texts.serial.midfix);
     m_form->EDIT_SERIAL_SUFFIX->setText(texts.serial.suffix);
     logMessage(this, {"----> global_ini()->bZig_mode :", record.bZig_mode ? "true" : "false"});
     m_form->LABEL_VERSION->setText(texts.version);
+
+    // What is there but could not be read is left alone by Save, until the next start.
+    const char* const signature = Q_FUNC_INFO;
+    const auto note = [this, signature](const QString& fixedPath, const QSettings& loaded) {
+        if (!noteLoad(fixedPath, loaded))
+            logMessage(this, {signature, "[Error] not read:", fixedPath});
+    };
+    note(fixedPathOf(settings.fileName()), settings);
+    for (const char* file : {kCusCalibrationFile, kBfnCalibrationFile, kStageFile})
+        note(file, QSettings(instrumentPath(QString(file)), QSettings::NativeFormat));
 }
 
 void ORLA_II_Plus_Verifier::apply_INI_value()

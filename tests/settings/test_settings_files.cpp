@@ -11,7 +11,9 @@
 #include "settings/MainSettings.h"
 #include "settings/SafeSettingsFile.h"
 #include "settings/StageFile.h"
+#include "settings/UnreadFiles.h"
 #include "support/FileBytes.h"
+#include "support/LogRecorder.h"
 #include "tests/settings/QuickDirectory.h"
 
 namespace {
@@ -95,6 +97,71 @@ private slots:
         QSettings settings(instrumentPath(QString(kMainSettingsFile)), QSettings::IniFormat);
         const MainSettingsTexts texts = loadMainSettings(settings, record);
         QCOMPARE(described(record, texts), QString::fromUtf8(bytesOf(name.chopped(4) + ".expected")));
+    }
+
+    void aFileThatCouldNotBeReadIsLeftAlone_data()
+    {
+        QTest::addColumn<QString>("file");
+        for (const char* file : {kMainSettingsFile, kCusCalibrationFile, kBfnCalibrationFile, kStageFile})
+            QTest::newRow(file) << file;
+    }
+
+    void aFileThatCouldNotBeReadIsLeftAlone()
+    {
+        QFETCH(QString, file);
+        const QByteArray valuable = "[VGA]\n0x3501=0x1E\n\n[Z stage]\nStep=512\n";
+        // What cannot be read for now: a folder stands in its place.
+        QVERIFY(QDir().mkpath(instrumentPath(file)));
+        QVERIFY(!noteLoad(file, QSettings(instrumentPath(file), QSettings::IniFormat)));
+        QVERIFY(QDir().rmdir(instrumentPath(file)));
+        put(file, valuable);
+        const auto save = [&file](const global_ini_t& record) {
+            if (file == kMainSettingsFile) {
+                SafeSettingsFile main(file);
+                saveMainSettings(main.settings(), record, SettingsPart::Stage, {{"0", "0"}, "0.0.1"});
+                return main.commit();
+            }
+            if (file == kStageFile)
+                return saveStageFile(record);
+            return saveCalibration(file == kCusCalibrationFile ? kCalibrationFiles[0] : kCalibrationFiles[1],
+                                   kRegisters, record);
+        };
+        const LogRecorder log;
+        QVERIFY(!save({}));
+        QCOMPARE(bytesOf(instrumentPath(file)), valuable);
+        QCOMPARE(log.messages().filter("[Error] not saved: " + file + " its values could not be read").size(),
+                 1);
+        QVERIFY(QDir(QFileInfo(instrumentPath(file)).path())
+                    .entryList(QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot)
+                    .isEmpty());
+        // A load that gets them makes it a file like any other.
+        QVERIFY(noteLoad(file, QSettings(instrumentPath(file), QSettings::IniFormat)));
+        QVERIFY(save({}));
+        QVERIFY(bytesOf(instrumentPath(file)) != valuable);
+    }
+
+    void aFileWithoutAKeyWasRead_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<bool>("exists");
+        QTest::newRow("no file") << QByteArray() << false;
+        QTest::newRow("empty") << QByteArray() << true;
+        QTest::newRow("a section") << QByteArray("[VGA]\n") << true;
+        QTest::newRow("no settings at all") << QByteArray("\x7F"
+                                                          "ELF\n\n\n")
+                                            << true;
+        QTest::newRow("comments") << QByteArray("; nothing\n# here\n") << true;
+    }
+
+    void aFileWithoutAKeyWasRead()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(bool, exists);
+        if (exists)
+            put(kStageFile, content);
+        QVERIFY(noteLoad(kStageFile, QSettings(instrumentPath(QString(kStageFile)), QSettings::IniFormat)));
+        QVERIFY(!isUnread(kStageFile));
+        QVERIFY(saveStageFile({}));
     }
 
     void missingFilesGiveTheDefaults()

@@ -9,6 +9,7 @@
 #include "settings/FileReplacement.h"
 #include "settings/SaveFailure.h"
 #include "settings/ScratchSettings.h"
+#include "settings/UnreadFiles.h"
 
 namespace {
 
@@ -47,10 +48,16 @@ bool applyEntries(const FileReplacement& file, Entries::const_iterator first, En
 bool ini_read(std::string section, std::string key, std::string defaultValue, std::string& value,
               std::string fileName)
 {
-    QSettings settings(instrumentPath(text(fileName)), QSettings::NativeFormat);
-    settings.beginGroup(text(section));
-    const QString joined = settings.value(text(key)).toStringList().join(QStringLiteral(", "));
-    settings.endGroup();
+    constexpr int kAttempts = 2; // one that could not open the file is not the file's answer
+    QString joined;
+    bool answered = false;
+    for (int attempt = 0; attempt < kAttempts && !answered; ++attempt) {
+        QSettings settings(instrumentPath(text(fileName)), QSettings::NativeFormat);
+        settings.beginGroup(text(section));
+        joined = settings.value(text(key)).toStringList().join(QStringLiteral(", "));
+        settings.endGroup();
+        answered = settings.status() != QSettings::AccessError;
+    }
     value = joined.isEmpty() ? std::move(defaultValue) : joined.toStdString();
     return !joined.isEmpty();
 }
@@ -67,6 +74,8 @@ bool writeIniEntries(const std::vector<IniEntry>& entries, const std::string& fi
     if (entries.empty())
         return true;
     const QString fixedPath = text(fileName);
+    if (isUnread(fixedPath))
+        return saveFailed(fixedPath, kNotRead);
     FileReplacement file(instrumentPath(fixedPath));
     QByteArray content;
     if (!file.begin() || !file.read(content))

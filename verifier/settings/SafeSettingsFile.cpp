@@ -2,20 +2,30 @@
 
 #include "platform/InstrumentPath.h"
 #include "settings/SaveFailure.h"
+#include "settings/UnreadFiles.h"
 
 SafeSettingsFile::SafeSettingsFile(const QString& fixedPath)
     : m_fixedPath(fixedPath), m_file(instrumentPath(fixedPath))
 {
     QByteArray content;
     m_ready = m_file.begin() && m_file.read(content);
-    m_scratch = std::make_unique<ScratchSettings>(m_ready ? m_file.scratchFile() : QString(), content,
-                                                  QSettings::IniFormat);
+    const auto makeScratch = [&] {
+        m_scratch = std::make_unique<ScratchSettings>(m_ready ? m_file.scratchFile() : QString(), content,
+                                                      QSettings::IniFormat);
+    };
+    makeScratch();
+    // A copy that QSettings failed to read looks like one without a key, and without the old keys
+    // the new content would take the file's place. So such a one is looked at a second time.
+    if (m_ready && !content.isEmpty() && m_scratch->settings().allKeys().isEmpty())
+        makeScratch();
 }
 
 bool SafeSettingsFile::commit()
 {
     if (!m_ready)
         return saveFailed(m_fixedPath, m_file.reason());
+    if (isUnread(m_fixedPath))
+        return saveFailed(m_fixedPath, kNotRead);
     QByteArray content;
     QString reason;
     if (!m_scratch->finish(content, reason))
