@@ -1,0 +1,418 @@
+"""What is done with the instrument, step by step, and how each step is judged from outside."""
+
+import hashlib
+import struct
+import time
+
+from emulator import MachineError
+from instrument import CONF, EXIT_COLOUR, FILES, REGISTERS, SECTIONS, SIZES, UNIT, calibration_file, register_values
+from screen import Picture
+
+EXAMPLES = "/usr/share/doc/orla-verifier/examples"
+MAIN_FILE = f"{CONF}/ORLA3.ini"
+STAGE_FILE = "/root/Orla2/Orla2.ini"
+REFERENCE = 32000  # of the example settings
+LED = 225
+SWEEP = 15  # positions of an autofocus run
+
+
+def install(machine):
+    """The packages go into a root that never had them, and the settings to begin with."""
+    machine.ask("dpkg -i /opt/machine/*.deb", limit=600)
+    for package in (UNIT, f"{UNIT}-simulator"):
+        status = machine.ask(f"dpkg-query -W -f '${{db:Status-Status}} ${{Version}}' {package}")
+        machine.verdict(status.startswith("installed"), f"{package}: {status}")
+        told = machine.ask(f"QT_QPA_PLATFORM=offscreen {package} --version", limit=120).strip()
+        version = status.split()[-1].rsplit("-", 1)[0]
+        machine.verdict(version in told, f"it says {told!r}")
+    enabled = machine.ask(f"systemctl is-enabled {UNIT}", expect=None).strip()
+    machine.verdict(enabled == "disabled", f"the service is {enabled}")
+    machine.verdict(machine.unit_state() == "inactive", "the service was not started")
+    machine.verdict(not machine.board.lines, "nothing has been said to the board")
+    machine.ask(
+        f"cd {EXAMPLES} && install -D -m 644 -t {CONF} ORLA3.ini Calibration_BFN.ini Calibration_CUS.ini"
+        " && install -D -m 644 -t /root/Orla2 Orla2.ini"
+    )
+    # The examples hold the same values for every mode, which would tell no mode from another.
+    for staining, name in FILES.items():
+        machine.ask(f"cat >{CONF}/{name} <<'END'\n{calibration_file(staining)}END")
+
+
+def start(machine, reference=REFERENCE, led=LED):
+    """The service is started: handshake, homing, settings to board and sensor, first picture."""
+    said = len(machine.board.lines)
+    machine.forget_sensor_log()
+    machine.driver_calls()
+    machine.tab = "TAB_STAGE"
+    machine.ask(f"systemctl start {UNIT}")
+    lines = lambda: machine.board.lines[said:]
+    machine.wait(lambda: len(lines()) >= 2, 240, "the handshake and the homing")
+    machine.verdict(
+        lines()[:2] == ["$,DEVICE,READY,,", "$,STM1,ORIGIN,,"], f"the board is greeted and homed: {lines()[:2]}"
+    )
+    # Whether the light is on is the board's to remember: a start sets its level only.
+    machine.wait(lambda: machine.board.state()[::2] == (reference, led), 240, "the stored stage position and light")
+    machine.verdict(True, f"stage at {reference}, light level {led}: {lines()[2:]}")
+    machine.wait(lambda: machine.machine.picture().is_like(760, 455, EXIT_COLOUR, 12), 240, "the window")
+    machine.verdict(machine.unit_state() == "active", "the service is active")
+    machine.verdict(machine.ask("cat /sys/class/tty/tty0/active").strip() == "tty8", "its terminal is shown")
+
+
+def check_mode(machine, staining, section, caption=None):
+    """The camera runs in a mode, with that mode's values in the sensor."""
+    wanted = (*SIZES[section], "YUYV")
+    machine.wait(lambda: machine.camera_format() == wanted, 120, f"the driver's format {wanted}")
+    machine.wait(lambda: machine.mapped_buffers() == 4, 120, "four mapped buffers")
+    machine.verdict(True, f"the driver delivers {wanted}, four buffers are mapped")
+    reads = lambda: [access[1] for access in machine.sensor_log() if access[0] == "R"]
+    machine.wait(lambda: reads()[-10:] == READ_ORDER, 120, "the ten registers read back")
+    written = [access[1:] for access in machine.sensor_log() if access[0] == "W"]
+    expected = list(zip(REGISTERS, register_values(staining, section)))
+    machine.verdict(written[-10:] == expected, f"the sensor has the values for {staining}, {section}")
+    machine.wait(lambda: machine.shows_bars(machine.machine.picture()), 180, "the whole test picture on the screen")
+    machine.verdict(machine.is_live(), "the picture on the screen is whole and goes on")
+    calls = machine.driver_calls()
+    machine.verdict(not any(error for _, error in calls), "the driver refused nothing: " + sequence(calls))
+    if caption:
+        machine.show(caption)
+
+
+# Exposure, gain, red, green, blue: high byte and low byte each, in the order of the camera tab.
+READ_ORDER = REGISTERS
+
+
+def sequence(calls):
+    """The driver's calls in short: what comes again and again once, with its number."""
+    short = []
+    for name, error in calls:
+        if short and short[-1][0] == name + error:
+            short[-1][1] += 1
+        else:
+            short.append([name + error, 1])
+    return " ".join(name if count == 1 else f"{count} x {name}" for name, count in short)
+
+
+def first_start(machine):
+    start(machine)
+    check_mode(machine, "NTB", "1280", "Started")
+
+
+def modes(machine):
+    """All three resolutions twice, then the other staining and back."""
+    for round_number in (1, 2):
+        for section in ("VGA", "5M", "1280"):
+            machine.forget_sensor_log()
+            machine.press(f"BUTTON_RESOLUTION_{section}")
+            check_mode(machine, "NTB", section, f"Resolution {section}" if round_number == 1 else None)
+    for staining in ("TB", "NTB"):
+        machine.forget_sensor_log()
+        machine.press(f"BUTTON_STAINING_{staining}")
+        check_mode(machine, staining, "1280", f"Staining {staining}")
+
+
+def registers(machine):
+    """A press changes the sensor's registers; a sensor that is silent is told, and comes back."""
+    high, low = register_values("NTB", "1280")[:2]
+    value = high * 256 + low
+    machine.forget_sensor_log()
+    machine.press("BUTTON_EXPOSURE_COARSE_UP")
+    machine.wait(lambda: len(machine.sensor_log()) >= 2, 60, "a write to the sensor")
+    written = settled(machine, machine.sensor_log)
+    expected = []
+    for _ in range(len(written) // 2):  # more than one if the finger was slow
+        value += 16
+        expected += [("W", 0x3501, value >> 8), ("W", 0x3502, value & 255)]
+    machine.verdict(written == expected, f"the exposure goes up by 16 a step: {written}")
+    in_sensor = (machine.sensor_register(0x3501), machine.sensor_register(0x3502))
+    machine.verdict(in_sensor == (value >> 8, value & 255), f"and stands in the sensor: {in_sensor}")
+
+    machine.ask("echo 1 >/sys/kernel/debug/orla_sensor/silent")
+    machine.press("BUTTON_EXPOSURE_FINE_UP")
+    machine.wait(lambda: machine.has_notice(), 60, "the notice of a silent sensor")
+    machine.verdict(True, "a sensor that does not answer is told of")
+    machine.show("Sensor silent")
+    after = (machine.sensor_register(0x3501), machine.sensor_register(0x3502))
+    machine.verdict(after == in_sensor, f"nothing has reached it: {after}")
+    machine.ask("echo 0 >/sys/kernel/debug/orla_sensor/silent")
+    machine.press("BUTTON_EXPOSURE_FINE_DOWN")
+    machine.wait(lambda: not machine.has_notice(), 60, "the notice to go")
+    machine.verdict(True, "the notice goes once it answers again")
+
+
+def settled(machine, view):
+    """What a view shows once it stays the same."""
+    while True:
+        first = view()
+        time.sleep(1)
+        if view() == first:
+            return first
+
+
+def plug_stick(machine):
+    machine.machine.plug(machine.stick_path)
+    machine.wait(lambda: machine.is_mounted() == ["/dev/sda1", "vfat"], 120, "the stick at /mnt")
+    machine.verdict(True, f"the stick is mounted: {machine.is_mounted()}")
+
+
+def autofocus(machine):
+    """A stick is plugged in; a run with its log on it."""
+    plug_stick(machine)
+    # The sweep lies around the position that the tab shows.
+    said = len(machine.board.lines)
+    machine.press("BUTTON_Z_POSITION")
+    machine.wait(lambda: "$,STM1,GET_POS,," in machine.board.lines[said:], 60, "the position")
+    machine.press("CHECK_DEBUG_AUTOFOCUS")
+    said = len(machine.board.lines)
+    machine.press("BUTTON_AUTOFOCUS")
+    box = machine.wait_for_box("Autofocus finished", 600)
+    lines = machine.board.lines[said:]
+    steps = lines.count("$,STM1,MVP,640,")
+    machine.verdict(steps == SWEEP, f"{steps} steps of 640 on the board")
+    place, _, _ = machine.board.state()
+    machine.answer_box(box)
+    machine.ask("sync")
+    names = [name for name in machine.stick.names() if name.startswith("ORLA-II/Autofocus/")]
+    pictures = sorted(name for name in names if name.endswith(".tiff"))
+    machine.verdict(len(pictures) == SWEEP, f"{len(pictures)} pictures on the stick")
+    positions = [int(name.rsplit("_", 2)[1]) for name in pictures]
+    expected = [REFERENCE - 640 * (SWEEP // 2) + 640 * (i + 1) for i in range(SWEEP)]
+    machine.verdict(positions == expected, f"taken at {positions}")
+    sizes = {tiff_size(machine.stick.read(name)) for name in pictures}
+    machine.verdict(sizes == {SIZES["1280"]}, f"of {sizes} pixels")
+    tables = [name for name in names if name.endswith(".csv")]
+    machine.verdict(len(tables) == 1, f"one table on the stick: {tables}")
+    rows = [row.split(",") for row in machine.stick.read(tables[0]).decode().splitlines() if row]
+    samples, best = rows[:-1], rows[-1]
+    machine.verdict([int(row[1]) for row in samples] == positions, "the table has the same positions")
+    scores = [float(row[2]) for row in samples]
+    winner = scores.index(max(scores))
+    machine.verdict(int(best[0]) == winner + 1 and int(best[1]) == positions[winner], f"the best one is {best}")
+    machine.verdict(place == positions[winner], f"the stage stands there: {place}")
+
+
+def tiff_size(content):
+    """Width and height of a TIFF file whose picture lies within it as a whole."""
+    order = {b"II": "<", b"MM": ">"}[content[:2]]
+    read = lambda kind, place: struct.unpack_from(order + kind, content, place)[0]
+    if read("H", 2) != 42:
+        raise ValueError("no TIFF file")
+    folder = read("I", 4)
+    entries = {}
+    for i in range(read("H", folder)):
+        place = folder + 2 + 12 * i
+        size, kind = {3: (2, "H"), 4: (4, "I")}.get(read("H", place + 2), (0, None))
+        count = read("I", place + 4)
+        if kind:
+            start = place + 8 if size * count <= 4 else read("I", place + 8)
+            entries[read("H", place)] = [read(kind, start + size * j) for j in range(count)]
+    strips = zip(entries[273], entries[279])
+    if any(start + length > len(content) for start, length in strips):
+        raise ValueError("a TIFF file that was cut off")
+    return (entries[256][0], entries[257][0])
+
+
+def save_capture(machine, name):
+    """From the button to the dialog's end; the file is being written then."""
+    machine.press("BUTTON_CAPTURE")
+    machine.wait_for_box(f"Name for {name}")
+    machine.machine.type(name)
+    machine.machine.key("ret")
+
+
+def capture(machine):
+    """A capture goes to the stick; during the next one the stick is pulled."""
+    save_capture(machine, "one")
+    machine.wait(lambda: "one.tif" in machine.ask("ls /mnt", expect=None).split(), 120, "the file")
+    machine.wait(lambda: not machine.machine.picture().box(), 60, "the dialog to go")
+    settled(machine, lambda: machine.ask("stat -c %s /mnt/one.tif"))
+    machine.ask("sync")
+    content = machine.stick.read("one.tif")
+    machine.verdict(tiff_size(content) == SIZES["1280"], f"one.tif has {tiff_size(content)} pixels")
+
+    machine.press("BUTTON_RESOLUTION_5M")
+    machine.wait(lambda: machine.camera_format() == (*SIZES["5M"], "YUYV"), 120, "5M")
+    machine.wait(lambda: machine.shows_bars(machine.machine.picture()), 180, "the picture")
+    pid = machine.pid()
+    save_capture(machine, "two")
+    machine.wait(
+        lambda: "two.tif" in machine.ask("ls /mnt", expect=None).split(), 120, "the second file's beginning", 0.05
+    )
+    machine.machine.pull()
+    machine.verdict(True, "the stick was pulled as soon as the file was there")
+    machine.wait(lambda: machine.is_mounted() == [], 180, "the mount to go")
+    machine.verdict(True, "nothing is mounted any more")
+    machine.verdict(machine.unit_state() == "active" and machine.pid() == pid, "the program goes on")
+    machine.wait(lambda: not machine.machine.picture().box(), 60, "the dialog to go")
+    machine.verdict(machine.is_live(), "and its picture")
+    machine.press("BUTTON_CAPTURE")
+    machine.answer_box(machine.wait_for_box("No disk"))
+    machine.verdict(
+        hashlib.sha256(machine.stick.read("one.tif")).digest() == hashlib.sha256(content).digest(),
+        "the first file is on the stick as it was",
+    )
+    plug_stick(machine)
+    save_capture(machine, "three")
+    machine.wait(lambda: "three.tif" in machine.ask("ls /mnt", expect=None).split(), 120, "the third file")
+    settled(machine, lambda: machine.ask("stat -c %s /mnt/three.tif"))
+    machine.ask("sync")
+    size = tiff_size(machine.stick.read("three.tif"))
+    machine.verdict(size == SIZES["5M"], f"plugged in again, three.tif has {size} pixels")
+
+
+def screenshot(machine):
+    """The Print key puts the screen onto the stick, as it was."""
+    before = machine.show("Before the Print key")
+    machine.machine.key("print")
+    box = machine.wait_for_box("Screenshot saved")
+    machine.answer_box(box)
+    names = [name for name in machine.stick.names() if name.endswith(".png")]
+    machine.verdict(names == ["KorvexCap-0001.png"], f"on the stick: {names}")
+    saved = Picture.read_png(machine.stick.read(names[0]))
+    machine.verdict((saved.width, saved.height) == (800, 480), f"it has {saved.width} x {saved.height} pixels")
+    # The live view went on meanwhile; the tabs beside it did not.
+    panel = (640, 0, 160, 480)
+    machine.verdict(saved.part(*panel) == before.part(*panel), "its tabs are those of the screen, pixel by pixel")
+    machine.verdict(machine.shows_bars(saved), "its live view has the test picture")
+
+
+def quality_control(machine):
+    """A still of 5M, two points 400 pixels apart in its dark end, and what follows of them."""
+    machine.press("BUTTON_QC_CAPTURE")
+    machine.wait(lambda: machine.mapped_buffers() == 0, 120, "the camera to stop")
+    first = settled(machine, lambda: machine.machine.picture().part(0, 0, 640, 480))
+    machine.show("Still picture")
+    machine.verdict(first == machine.machine.picture().part(0, 0, 640, 480), "the picture is still")
+    for _ in range(5):
+        machine.drag((620, 300), (20, 300))
+    dark = lambda: all(machine.machine.picture().at(x, 300)[1] < 40 for x in (100, 300, 500))
+    machine.wait(dark, 60, "the dark end of the picture")
+    machine.press("CHECK_TARGET")
+    for number, x in ((1, 100), (2, 500)):
+        machine.touch(x, 300)
+        x0, y0, width, height = machine.form.rectangles[f"EDIT_POINT_{number}"]
+        before = machine.machine.picture().part(x0, y0, width, height)
+        machine.press(f"BUTTON_POINT_{number}")
+        machine.wait(
+            lambda: machine.machine.picture().part(x0, y0, width, height) != before, 240, f"point {number} to be shown"
+        )
+    machine.press("BUTTON_QC_MEASURE")
+    x0, y0, width, height = machine.form.rectangles["EDIT_MAGNIFICATION"]
+    settled(machine, lambda: machine.machine.picture().part(x0, y0, width, height))
+    machine.show("Measured")
+    # 400 pixels are 0.4 mm: 1.4 micrometers a pixel on the sensor, 1 on the slide.
+    machine.press("BUTTON_SAVE_INI")
+    machine.answer_box(machine.wait_for_box("QC saved"))
+    saved = machine.settings(MAIN_FILE)["ORLA-III"]
+    machine.verdict(float(saved["Magnification"]) == 1.4, f"magnification {saved['Magnification']}")
+    machine.verdict(float(saved["Volume factor"]) == 0.50388, f"volume factor {saved['Volume factor']}")
+    machine.press("BUTTON_QC_CAPTURE")
+    machine.wait(lambda: machine.mapped_buffers() == 4, 120, "the camera to go on")
+    machine.verdict(machine.is_live(), "Live brings the picture back")
+
+
+def power(machine):
+    """Save on stage and camera tab, power cut as soon as it says so, and all is as it was."""
+    machine.press("BUTTON_Z_MOVE_REFERENCE")
+    machine.wait(lambda: machine.board.state()[0] == REFERENCE, 60, "the stage at its reference")
+    machine.press("BUTTON_Z_MOVE_PLUS")
+    machine.wait(lambda: machine.board.state()[0] > REFERENCE, 60, "the stage to move")
+    place = settled(machine, lambda: machine.board.state()[0])
+    machine.press("BUTTON_Z_SET_REFERENCE")
+    machine.press("BUTTON_SAVE_INI")
+    machine.answer_box(machine.wait_for_box("Stage saved"))
+    exposure = (machine.sensor_register(0x3501), machine.sensor_register(0x3502))
+    machine.press("BUTTON_LED_COARSE_UP")
+    machine.wait(lambda: machine.board.state()[2] > LED, 60, "the light to change")
+    led = settled(machine, lambda: machine.board.state()[2])
+    machine.press("BUTTON_EXPOSURE_COARSE_UP")
+    machine.wait(
+        lambda: (machine.sensor_register(0x3501), machine.sensor_register(0x3502)) != exposure, 60, "the exposure"
+    )
+    exposure = settled(machine, lambda: (machine.sensor_register(0x3501), machine.sensor_register(0x3502)))
+    machine.press("BUTTON_SAVE_INI")
+    machine.wait_for_box("Camera saved")
+    machine.power_cut()
+    machine.record.say("power cut")
+    machine.power_on()
+    machine.record.say("started anew")
+    main = machine.settings(MAIN_FILE)
+    calibration = main["Calibration"]
+    expected = {"Z reference": 0, "Z reset pos": 0, "Z ref 2ch": 2560, "Z ref Reusable": 5120, "Z ref Validation": 0}
+    for key, more in expected.items():
+        machine.verdict(calibration.get(key) == str(place + more), f"{key}: {calibration.get(key)}")
+    machine.verdict(main["Ch. BF"]["LED"] == str(led), f"light: {main['Ch. BF']['LED']}")
+    machine.verdict(float(main["ORLA-III"]["Magnification"]) == 1.4, "the magnification of before")
+    saved = machine.settings(f"{CONF}/{FILES['NTB']}")["5M"]
+    machine.verdict(
+        (int(saved["0x3501"], 16), int(saved["0x3502"], 16)) == exposure,
+        f"exposure: {saved['0x3501']}, {saved['0x3502']}",
+    )
+    other = machine.settings(f"{CONF}/{FILES['TB']}")
+    values = [[int(other[section][f"0x{address:04X}"], 16) for address in REGISTERS] for section in SECTIONS]
+    machine.verdict(values == [register_values("TB", section) for section in SECTIONS], "the other staining's values")
+    left = machine.ask(f"find {CONF} /root/Orla2 -mindepth 1 ! -name '*.ini'").split()
+    machine.verdict(not left, f"no scraps beside the files: {left}")
+    start(machine, place, led)
+    check_mode(machine, "NTB", "1280", "After the power cut")
+
+
+def board_silent(machine):
+    """The board loses its power and gets it back."""
+    machine.board.order("off")
+    machine.press("BUTTON_Z_POSITION")
+    machine.wait(lambda: machine.has_notice(), 120, "the notice of a silent board")
+    machine.verdict(machine.unit_state() == "active", "a board that does not answer is told of")
+    machine.show("Board silent")
+    machine.board.order("on")
+    said = len(machine.board.lines)
+    machine.press("BUTTON_Z_ORIGIN")
+    machine.wait(lambda: machine.board.lines[said:], 120, "a command on the line")
+    machine.wait(lambda: not machine.has_notice(), 120, "the notice to go")
+    machine.verdict(machine.board.lines[said:] == ["$,STM1,ORIGIN,,"], f"it is spoken to: {machine.board.lines[said:]}")
+
+
+def camera_gone(machine):
+    """The camera is taken from its driver and given back."""
+    pid = machine.pid()
+    machine.ask("echo vivid.0 >/sys/bus/platform/drivers/vivid/unbind")
+    machine.wait(lambda: machine.has_notice(), 120, "the notice of a camera that is gone")
+    machine.verdict(machine.unit_state() == "active" and machine.pid() == pid, "a camera that is gone is told of")
+    machine.show("Camera gone")
+    machine.ask("echo vivid.0 >/sys/bus/platform/drivers/vivid/bind")
+    machine.record.say("cameras: " + machine.ask("ls -l /dev/video*", expect=None).strip())
+    machine.ready_camera()
+    machine.forget_sensor_log()
+    machine.press("BUTTON_RESOLUTION_1280")
+    check_mode(machine, "NTB", "1280", "Camera back")
+    machine.verdict(not machine.has_notice(), "the notice has gone")
+
+
+def leave(machine):
+    """Exit parks the instrument, and the service can be started again."""
+    said = len(machine.board.lines)
+    machine.press("BUTTON_EXIT")
+    box = machine.wait_for_box("Exit")
+    machine.answer_box(box, button=1)
+    machine.wait(lambda: machine.unit_state() == "inactive", 180, "the service to end")
+    lines = machine.board.lines[said:]
+    machine.verdict(lines == ["$,LED4,OFF,,", "$,STM1,ORIGIN,,"], f"light off and stage home: {lines}")
+    machine.verdict(machine.board.state()[:2] == (0, 0), f"so they are: {machine.board.state()}")
+    result = machine.ask(f"systemctl show -p Result -p ExecMainStatus --value {UNIT}").split()
+    machine.verdict(result == ["success", "0"] or result == ["0", "success"], f"it ended well: {result}")
+    machine.verdict(machine.ask("cat /sys/class/tty/tty0/active").strip() == "tty1", "the console is shown again")
+
+
+STEPS = [
+    ("Packages installed", install),
+    ("Started", first_start),
+    ("Resolutions and stainings", modes),
+    ("Sensor registers", registers),
+    ("Autofocus with its log on a stick", autofocus),
+    ("Captures, and a stick that is pulled", capture),
+    ("Print key", screenshot),
+    ("QC on a still picture", quality_control),
+    ("Save, power cut, reboot", power),
+    ("Board silent", board_silent),
+    ("Camera taken from its driver", camera_gone),
+    ("Exit", leave),
+]
