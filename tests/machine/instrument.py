@@ -8,7 +8,7 @@ import threading
 import time
 
 from emulator import Machine, MachineError, Stick, make_stick, wait_for
-from screen import LIVE_VIEW, TABS, Form, box_button
+from screen import LIVE_VIEW, TABS, Form
 
 UNIT = "orla-verifier"
 BLUE = (0, 170, 255)  # of what is chosen
@@ -162,9 +162,12 @@ class Instrument:
         box = second.box()
         return second if box and first.part(*box) == second.part(*box) else None
 
-    def answer_box(self, box, button=0):
-        """Presses a button of a box, counted from the right, and waits until it has gone."""
-        self.touch(*box_button(box, button))
+    def answer_box(self, box, button=0, of=1):
+        """Presses one of a box's buttons, counted from the left, and waits until it has gone."""
+        buttons = self.machine.picture().box_buttons(box)
+        if len(buttons) != of:
+            raise MachineError(f"the box has buttons at {buttons}, not {of} of them")
+        self.touch(*buttons[button])
         self.wait(lambda: self.machine.picture().box() != box, 120, "the box to go")
 
     def show(self, caption):

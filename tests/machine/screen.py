@@ -13,9 +13,9 @@ TABS = {"TAB_STAGE": (667, 15), "TAB_CAMERA": (729, 15), "TAB_QC": (781, 15)}
 
 LIVE_VIEW = (0, 0, 640, 480)
 BOX_FRAME = (0x00, 0x57, 0x7F)  # the frame around a message box
+BOX_FRAME_WIDTH = 3
 BOX_LEAST_WIDTH, BOX_LEAST_HEIGHT = 120, 60
-BOX_BUTTON = (82, 39)
-BOX_MARGIN = 11
+BOX_GRIP = 16
 
 
 class Picture:
@@ -95,13 +95,26 @@ class Picture:
         place = self.data.find(edge)
         while place >= 0:
             y, x = divmod(place // 3, self.width)
-            width = self._run(x, y, 1, 0)
+            # A tab beside the frame has a line of the same colour, but a thin one. The grip of
+            # a dialog lies over the frame's corner.
+            width = min(self._run(x, row, 1, 0) for row in range(y, y + BOX_FRAME_WIDTH))
             height = self._run(x, y, 0, 1)
-            whole = place % 3 == 0 and width >= BOX_LEAST_WIDTH and height >= BOX_LEAST_HEIGHT
-            if whole and self._run(x + width - 1, y, 0, 1) == height:
+            upright = height >= BOX_LEAST_HEIGHT and self._run(x + width - 1, y, 0, 1) >= height - BOX_GRIP
+            if place % 3 == 0 and width >= BOX_LEAST_WIDTH and upright:
                 return (x, y, width, height)
             place = self.data.find(edge, place + 1)
         return None
+
+    def box_buttons(self, box):
+        """The middles of the buttons at a message box's lower edge, from the left: between two
+        upright lines each."""
+        left, top, width, height = box
+        bottom = top + height
+        ground = self.at(left + 6, bottom - 6)
+        rows = range(bottom - 40, bottom - 18)
+        lines = [x for x in range(left + 5, left + width - 5) if all(self.at(x, y) != ground for y in rows)]
+        edges = [x for x in lines if x - 1 not in lines]
+        return [((a + b) // 2, bottom - 30) for a, b in zip(edges[::2], edges[1::2])]
 
     def _run(self, x, y, dx, dy):
         """How far the frame's colour goes on from a pixel."""
@@ -154,10 +167,3 @@ class Form:
     def middle(self, name):
         x, y, width, height = self.rectangles[name]
         return (x + width // 2, y + height // 2)
-
-
-def box_button(box, index_from_right):
-    """The middle of a button of a message box, counted from the right."""
-    left, top, width, height = box
-    step = BOX_BUTTON[0] + 5
-    return (left + width - BOX_MARGIN - BOX_BUTTON[0] // 2 - index_from_right * step, top + height - 30)
