@@ -150,7 +150,9 @@ void Operator::sendMouse(QEvent::Type type, const QPoint& position)
     qt_handleMouseEvent(m_window.windowHandle(), position, m_window.mapToGlobal(position),
                         isUp ? Qt::NoButton : Qt::LeftButton, button, type, Qt::NoModifier,
                         ++QTest::lastMouseTimestamp);
-    if (m_pace == OperatorPace::ToBeSeen)
+    // Not with the button down: on a busy machine that would take long enough for a click to
+    // repeat.
+    if (m_pace == OperatorPace::ToBeSeen && type != QEvent::MouseButtonPress)
         QCoreApplication::processEvents();
 }
 

@@ -108,6 +108,7 @@ private slots:
     void typingReplacesTheText();
     void aCheckBoxIsSetOnlyWhenItIsNot();
     void aHeldButtonIsDownUntilReleased();
+    void aSlowClickDoesNotRepeat();
     void anAnnouncedBoxIsAnswered();
     void anUnexpectedBoxIsAnsweredAndIsAProblem();
     void aBoxThatDoesNotComeIsAProblem();
@@ -220,6 +221,19 @@ void TestSessionParts::aHeldButtonIsDownUntilReleased()
     QVERIFY(m_operator->hold("BUTTON", 200));
     QVERIFY(wasDown);
     QVERIFY(!m_window->button->isDown());
+}
+
+// A button that repeats while it is held must not do so for a machine that is busy: the finger
+// is up again before the window turns to anything else.
+void TestSessionParts::aSlowClickDoesNotRepeat()
+{
+    constexpr int kRepeatDelay_ms = 1;
+    m_window->button->setAutoRepeat(true);
+    m_window->button->setAutoRepeatDelay(kRepeatDelay_ms);
+    connect(m_window->button, &QPushButton::pressed, this, [] { QTest::qSleep(20 * kRepeatDelay_ms); });
+    QSignalSpy clicked(m_window->button, &QPushButton::clicked);
+    QVERIFY(m_operator->click("BUTTON"));
+    QCOMPARE(clicked.count(), 1);
 }
 
 void TestSessionParts::anAnnouncedBoxIsAnswered()
