@@ -1,6 +1,7 @@
 #include "simulator/camera/CameraFaults.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdio>
 #include <sstream>
@@ -62,7 +63,7 @@ std::vector<std::string> splitAtColons(const std::string& text)
 
 const CameraFaultText* faultNamed(const std::string& name)
 {
-    for (const CameraFaultText& text : cameraFaultTexts())
+    for (const CameraFaultText& text : kCameraFaults)
         if (name == text.name)
             return &text;
     return nullptr;
@@ -99,29 +100,6 @@ std::optional<CameraFaultRule> ruleOf(const std::string& text)
 }
 
 } // namespace
-
-const std::array<CameraFaultText, 12>& cameraFaultTexts()
-{
-    static constexpr std::array<CameraFaultText, 12> kTexts{{
-        {CameraFault::NoVideoDevice, "no-camera", "", "/dev/video0 is missing"},
-        {CameraFault::NoBus, "no-i2c", "", "/dev/i2c-1 is missing"},
-        {CameraFault::CallFails, "ioctl", ":REQUEST[:ERRNO[:N]]",
-         "an ioctl such as VIDIOC_QBUF fails, with EIO unless given, at its N-th call or at every call"},
-        {CameraFault::MappingFails, "mmap", "[:N]",
-         "mapping a buffer fails, at the N-th call or at every call"},
-        {CameraFault::BusNack, "i2c-nack", "[:N]",
-         "the sensor does not acknowledge the N-th transfer, or any"},
-        {CameraFault::BusShort, "i2c-short", "[:N]", "the N-th transfer, or every one, is one byte short"},
-        {CameraFault::StalledStream, "stall", "", "no frame arrives"},
-        {CameraFault::ShortFrames, "short-frames", "", "frames hold half of their bytes"},
-        {CameraFault::OversizedFrames, "oversized-frames", "",
-         "frames claim more bytes than their buffer has"},
-        {CameraFault::MoreBuffers, "more-buffers", "", "eight buffers are granted"},
-        {CameraFault::FewerBuffers, "fewer-buffers", "", "two buffers are granted"},
-        {CameraFault::Unplugged, "unplugged", "", "the camera goes away: every call on it answers ENODEV"},
-    }};
-    return kTexts;
-}
 
 void CameraFaults::enable(const CameraFaultRule& rule)
 {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cerrno>
 #include <mutex>
 #include <optional>
@@ -33,13 +32,27 @@ struct CameraFaultText
 };
 
 /// Every fault, in the order in which a listing shows them.
-const std::array<CameraFaultText, 12>& cameraFaultTexts();
+inline constexpr CameraFaultText kCameraFaults[] = {
+    {CameraFault::NoVideoDevice, "no-camera", "", "/dev/video0 is missing"},
+    {CameraFault::NoBus, "no-i2c", "", "/dev/i2c-1 is missing"},
+    {CameraFault::CallFails, "ioctl", ":REQUEST[:ERRNO[:N]]",
+     "an ioctl such as VIDIOC_QBUF fails, with EIO unless given, at its N-th call or at every call"},
+    {CameraFault::MappingFails, "mmap", "[:N]", "mapping a buffer fails, at the N-th call or at every call"},
+    {CameraFault::BusNack, "i2c-nack", "[:N]", "the sensor does not acknowledge the N-th transfer, or any"},
+    {CameraFault::BusShort, "i2c-short", "[:N]", "the N-th transfer, or every one, is one byte short"},
+    {CameraFault::StalledStream, "stall", "", "no frame arrives"},
+    {CameraFault::ShortFrames, "short-frames", "", "frames hold half of their bytes"},
+    {CameraFault::OversizedFrames, "oversized-frames", "", "frames claim more bytes than their buffer has"},
+    {CameraFault::MoreBuffers, "more-buffers", "", "eight buffers are granted"},
+    {CameraFault::FewerBuffers, "fewer-buffers", "", "two buffers are granted"},
+    {CameraFault::Unplugged, "unplugged", "", "the camera goes away: every call on it answers ENODEV"},
+};
 
 /// One fault that is switched on.
 struct CameraFaultRule
 {
     CameraFault fault;
-    /// Which call it strikes, counted from 1 since it was switched on; 0 strikes every call.
+    /// Which call fails, counted from 1 since the fault was switched on; 0: every call.
     int nthCall = 0;
     /// CallFails only: which call (callName()), and what it returns instead of having an effect:
     /// -1 and an errno, or a count that is too small.
@@ -48,7 +61,7 @@ struct CameraFaultRule
     int result = -1;
 };
 
-/// How a call ends: what it returns, and the errno, which counts only beside -1.
+/// How a call ends: its result, and the errno, which matters only with the result -1.
 struct CallEnd
 {
     int result = 0;
@@ -70,9 +83,9 @@ public:
 
     /// Whether a lasting fault is on.
     bool isOn(CameraFault fault) const;
-    /// Counts one call of a fault's kind and tells whether it is struck.
+    /// Counts one call of a fault's kind. Whether it has to fail.
     bool strikes(CameraFault fault);
-    /// Counts one call of that name and tells how it has to fail, if it has to.
+    /// Counts one call of that name. How it has to fail, if it has to.
     std::optional<CallEnd> strikesCall(const std::string& call);
 
 private:
@@ -89,5 +102,5 @@ private:
 };
 
 /// A request's name in the kernel's headers, such as "VIDIOC_QBUF"; its number in
-/// hexadecimal where it is none that the camera knows.
+/// hexadecimal where it is none that the camera knows. Any thread.
 std::string requestName(unsigned long request);

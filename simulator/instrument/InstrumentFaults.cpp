@@ -61,7 +61,7 @@ std::vector<InstrumentFaultText> instrumentFaultTexts()
         texts.push_back({fault.name, "", fault.text});
     for (const LineFaultText& fault : kLineFaults)
         texts.push_back({fault.name, "[:COMMAND[:N]]", fault.text});
-    for (const CameraFaultText& fault : cameraFaultTexts())
+    for (const CameraFaultText& fault : kCameraFaults)
         texts.push_back({fault.name, fault.arguments, fault.text});
     return texts;
 }

@@ -12,7 +12,7 @@ private slots:
     {
         QTest::addColumn<QByteArray>("text");
         QTest::addColumn<bool>("isFault");
-        for (const CameraFaultText& fault : cameraFaultTexts()) {
+        for (const CameraFaultText& fault : kCameraFaults) {
             const bool isRequest = fault.fault == CameraFault::CallFails;
             QTest::newRow(fault.name) << QByteArray(fault.name) << !isRequest;
         }
@@ -37,11 +37,11 @@ private slots:
         CameraFaults faults;
         QCOMPARE(faults.enable(text.toStdString()), isFault);
         int on = 0;
-        for (const CameraFaultText& fault : cameraFaultTexts())
+        for (const CameraFaultText& fault : kCameraFaults)
             on += faults.isOn(fault.fault) ? 1 : 0;
         QCOMPARE(on, isFault ? 1 : 0);
         faults.clear();
-        for (const CameraFaultText& fault : cameraFaultTexts())
+        for (const CameraFaultText& fault : kCameraFaults)
             QVERIFY(!faults.isOn(fault.fault));
     }
 
