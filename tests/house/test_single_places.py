@@ -36,7 +36,7 @@ RULES = [
     (
         "a USB disk's mount point is kDiskMountPoint",
         r'"/mnt',
-        ["verifier"],
+        ["verifier", "simulator"],
         ["verifier/platform/InstrumentPath.h"],
     ),
     (
@@ -61,6 +61,26 @@ RULES = [
         # image that a unique_ptr takes, without zeros that would be overwritten.
         ["verifier/Controller/Controller.cpp", "verifier/ORLA_II_Plus_Verifier.cpp", "verifier/QC/QC_measure.cpp"],
     ),
+    (
+        "the program's version comes from the project",
+        r'"\d+\.\d+\.\d+"|Version%20QC=\d',
+        ["verifier", "simulator"],
+        # What a settings file without a version counts as.
+        ["verifier/settings/MainSettings.cpp", "simulator/session/StartSteps.cpp"],
+    ),
+    (
+        "the simulated camera's bytes of a pixel come from its table of modes",
+        r"BytesPerPixel = \d",
+        ["simulator"],
+        ["simulator/optics/PictureMode.h"],
+    ),
+]
+
+# What is written by hand for each version, and where its version stands in it.
+WRITTEN_FOR_A_VERSION = [
+    ("verifier/ORLA_II_Plus_Verifier.ui", r'name="LABEL_VERSION".*?<string>([^<]*)<'),
+    ("packaging/debian/changelog.in", r"\Aorla-verifier \(([^)]*)-\d+\)"),
+    ("CHANGELOG.md", r"\n## \[([^]]*)\]"),
 ]
 
 
@@ -97,6 +117,16 @@ class SinglePlaces(unittest.TestCase):
                 self.assertEqual(sorted(set(allowed) - set(found)), [], "allowed, but not there any more")
 
 
+class Version(unittest.TestCase):
+    def test_what_is_written_by_hand_names_the_projects_version(self):
+        text = (PROJECT / "CMakeLists.txt").read_text(encoding="utf-8")
+        version = re.search(r"project\(orla-verifier VERSION ([\d.]+)", text).group(1)
+        for file, pattern in WRITTEN_FOR_A_VERSION:
+            with self.subTest(file):
+                text = (PROJECT / file).read_text(encoding="utf-8")
+                self.assertEqual(re.search(pattern, text, re.DOTALL).group(1), version)
+
+
 class Patterns(unittest.TestCase):
     """What the rules find, and what they leave alone."""
 
@@ -108,6 +138,8 @@ class Patterns(unittest.TestCase):
         (4, ["connect(a, SIGNAL(clicked()), b, SLOT(go()));"]),
         (5, ["delete m_run;", "delete[] bytes;", "std::free(memory);", "malloc(20)"]),
         (6, ["auto* timer = new QTimer;", "new unsigned char[size]", "new QObject()"]),
+        (7, ['QString version = "0.0.2";', "Version%20QC=0.0.2"]),
+        (8, ["constexpr unsigned kBytesPerPixel = 2;"]),
     ]
     LEFT_ALONE = [
         (0, ["on_BUTTON_RESOLUTION_1280_clicked()", "// 2592 x 1944", "0.1280", "/* 1280\n */"]),
@@ -117,6 +149,8 @@ class Patterns(unittest.TestCase):
         (4, ["connect(a, &A::clicked, b, &B::go);"]),
         (5, ["A(const A&) = delete;", "// delete it", "m_free(1)"]),
         (6, ["new QTimer(this)", "std::make_unique<QTimer>()", "a new frame"]),
+        (7, ['"1.02"', "Version%20QC=)\" ORLA_VERSION", '// "0.0.2"']),
+        (8, ["kBytesPerPixel = PictureMode::kBytesPerPixel;"]),
     ]
 
     def finds(self, index, line):
