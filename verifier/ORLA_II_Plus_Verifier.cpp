@@ -12,6 +12,7 @@
 #include "BoardState.h"
 #include "Controller/Controller.h"
 #include "WindowStyle.h"
+#include "camera/FrameSlots.h"
 #include "camera/GrabThread.h"
 #include "camera/OV5642Camera.h"
 #include "debug/DebugController.h"
@@ -116,11 +117,10 @@ void ORLA_II_Plus_Verifier::createFrames()
 {
     static std::array<unsigned char*, kCameraModeCount> processBuffers{};
     for (int mode = 0; mode < kCameraModeCount; ++mode) {
-        const CaptureMode& frame = kCaptureModes[mode];
-        m_framePictures[mode] = QPixmap(frame.width_px, frame.height_px);
-        m_framePictures[mode].fill(Qt::black);
+        // Of zeros, and no memory's worth until a frame comes: a mode that is not used costs none.
         if (processBuffers[mode] == nullptr)
-            processBuffers[mode] = new unsigned char[frame.rgbBytes()]();
+            processBuffers[mode] = allocateZeroed(kCaptureModes[mode].rgbBytes()).release();
+        Q_CHECK_PTR(processBuffers[mode]);
     }
     m_frameBuffers = processBuffers;
 }

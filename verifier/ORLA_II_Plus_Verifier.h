@@ -338,6 +338,7 @@ private:
     bool m_stained = false;
     int m_frameWidth_px = 0;
     int m_frameHeight_px = 0;
+    // Null until a mode's first frame: then black is shown.
     std::array<QPixmap, kCameraModeCount> m_framePictures;
     // Number of the frame that each picture was made from; none: of a buffer of nobody's.
     std::array<std::optional<std::uint64_t>, kCameraModeCount> m_pictureContents;

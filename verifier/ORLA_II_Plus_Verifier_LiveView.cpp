@@ -89,13 +89,15 @@ void ORLA_II_Plus_Verifier::paintPicture(QPainter& painter)
 {
     const QPixmap& picture = m_framePictures[static_cast<std::size_t>(m_cameraMode)];
     const QRect target(QPoint(0, 0), m_viewRect.size());
+    if (picture.isNull())
+        painter.fillRect(target, Qt::black);
     if (m_form->CHECK_SCALED_TO_FIT->isChecked()) {
         painter.drawPixmap(target.topLeft(), fittedPicture(picture));
         return;
     }
     const QRect source(m_viewOffset, m_viewRect.size());
     // An offset left from a larger mode: where the frame ends, the old picture must not stay.
-    if (!picture.rect().contains(source))
+    if (!picture.isNull() && !picture.rect().contains(source))
         painter.fillRect(target, palette().window());
     painter.drawPixmap(target, picture, source);
     paintNavigator(painter);
@@ -104,7 +106,7 @@ void ORLA_II_Plus_Verifier::paintPicture(QPainter& painter)
 /// The picture in the size of the view. A frame is shown some times over: it is scaled once.
 const QPixmap& ORLA_II_Plus_Verifier::fittedPicture(const QPixmap& picture)
 {
-    if (picture.size() == m_viewRect.size())
+    if (picture.isNull() || picture.size() == m_viewRect.size())
         return picture;
     if (m_fittedOf != picture.cacheKey()) {
         if (m_fittedPicture.isNull()) {
