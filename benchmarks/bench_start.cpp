@@ -147,15 +147,16 @@ void beStreaming()
     window.stopCamera();
 }
 
-/// The times of the first painted frame, of building the instrument, and of the pauses.
-void beStarted(SimulatedInstrument& instrument, double built_ms)
+/// The time of the first painted frame, how long building the instrument and the pauses took, and
+/// the time at which the program proper began.
+void beStarted(SimulatedInstrument& instrument, double main_ms, double built_ms)
 {
     CountedPauses calls(instrument.camera());
     DeviceCalls* before = installDeviceCalls(&calls);
     {
         ORLA_II_Plus_Verifier window;
         QObject::connect(&window, &ORLA_II_Plus_Verifier::updateFrameDone, &window, [&] {
-            std::printf("%.3f %.3f %.3f\n", wallTime_ms(), built_ms, calls.paused_ms());
+            std::printf("%.3f %.3f %.3f %.3f\n", wallTime_ms(), built_ms, calls.paused_ms(), main_ms);
             std::fflush(stdout);
             QObject::disconnect(&window, &ORLA_II_Plus_Verifier::updateFrameDone, nullptr, nullptr);
             QCoreApplication::quit();
@@ -182,7 +183,7 @@ int be(const std::string& what, int argc, char** argv)
     if (!application)
         return kProgramFailed;
     if (timed)
-        beStarted(*instrument, built_ms);
+        beStarted(*instrument, start_ms, built_ms);
     else if (what == "--bare")
         beBare(*instrument);
     else
@@ -214,22 +215,26 @@ void tellStart(int pairs)
     std::vector<double> starts;
     std::vector<double> empties;
     std::vector<double> pauses;
+    std::vector<double> loadings;
     // The first pair brings the files into memory.
     for (int pair = -1; pair < pairs; ++pair) {
         double start_ms = 0.0;
         const std::vector<double> verifier = run(own, {"--started"}, start_ms);
         const double took_ms = verifier.at(0) - start_ms - verifier.at(1);
+        const double loading_ms = verifier.at(3) - start_ms;
         const double emptyTook_ms = run(empty, {}, start_ms).at(0);
         if (pair < 0)
             continue;
         starts.push_back(took_ms);
         pauses.push_back(verifier.at(2));
+        loadings.push_back(loading_ms);
         empties.push_back(emptyTook_ms - start_ms);
         ratios.push_back(took_ms / (empties.back() + pauses.back()));
     }
     tell("start", median(ratios),
-         QString::asprintf("%.0f ms, empty window %.0f ms, pauses %.0f ms", median(starts), median(empties),
-                           median(pauses)));
+         QString::asprintf(
+             "%.0f ms, of which %.0f ms load the libraries; empty window %.0f ms, pauses %.0f ms",
+             median(starts), median(loadings), median(empties), median(pauses)));
 }
 
 /// Of every mode the buffer and the picture, in 5M four copies of the device's frames and one
