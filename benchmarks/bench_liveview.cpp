@@ -189,6 +189,17 @@ void wait(int duration_ms)
     loop.exec();
 }
 
+/// Waits for the next frame to be taken up, so that what is counted then has come just as far as
+/// what was counted after another.
+void waitForConversion()
+{
+    constexpr int kPatience_ms = 1000;
+    const std::uint64_t before = g_conversions;
+    const double limit_ms = wallTime_ms() + kPatience_ms;
+    while (g_conversions == before && wallTime_ms() < limit_ms)
+        wait(1);
+}
+
 /// The number in the picture on the screen.
 unsigned readStamp(QWidget& window)
 {
@@ -342,11 +353,13 @@ Bench::Shown Bench::watch(const CaptureMode& mode, View view, int frames)
         [&] { seen_ms.emplace(readStamp(*m_window), static_cast<double>(instrumentTime().count()) / 1e3); },
         Qt::QueuedConnection);
     wait(kSettle_ms / 4);
+    waitForConversion();
     const std::uint64_t first = m_calls.dequeued();
     const std::uint64_t converted = g_conversions;
     const double limit_ms = wallTime_ms() + 1e3 * frames;
     while (m_calls.dequeued() < first + static_cast<unsigned>(frames) && wallTime_ms() < limit_ms)
         wait(10);
+    waitForConversion();
     const std::uint64_t delivered = m_calls.dequeued() - first;
     const std::uint64_t shown = g_conversions - converted;
     wait(kSettle_ms / 2);
