@@ -2,8 +2,8 @@
 
 #include <QString>
 
-/// Writes the one line of a save that failed to the debug stream: the file, by its fixed
-/// path, and the reason. Returns false, the caller's answer.
+/// Reports a save that failed by one line in the debug stream: the file, by its fixed path,
+/// and the reason. Returns false, for the caller to return in turn.
 bool saveFailed(const QString& fixedPath, const QString& reason);
 
 /// Why a file that was not read (UnreadFiles.h) is not saved either.
