@@ -1,5 +1,6 @@
 #pragma once
 
+#include <utility>
 #include <vector>
 
 #include <QMouseEvent>
@@ -52,6 +53,12 @@ struct Marked
     const char* label;
 };
 
+/// Where the navigator shows the unzoomed view that begins at a frame pixel.
+inline QRect positionOf(QPoint offset)
+{
+    return {offset.x() * 80 / kFrame.width(), offset.y() * 60 / kFrame.height(), 20, 15};
+}
+
 /// The widget's pixels, drawn step by step on a copy of the whole frame.
 inline QImage expectedView(const CalibrationFrame& frame, QPoint offset, const QRect& position,
                            const std::vector<Marked>& points = {}, QPoint target = QPoint(-1000, -1000))
@@ -78,7 +85,14 @@ inline QImage expectedView(const CalibrationFrame& frame, QPoint offset, const Q
     return view;
 }
 
-inline QImage shown(QC_measure& widget)
+/// The same of the unzoomed view.
+inline QImage expectedView(const CalibrationFrame& frame, QPoint offset,
+                           const std::vector<Marked>& points = {}, QPoint target = QPoint(-1000, -1000))
+{
+    return expectedView(frame, offset, positionOf(offset), points, target);
+}
+
+inline QImage shown(QWidget& widget)
 {
     return widget.grab().toImage().convertToFormat(QImage::Format_RGB32);
 }
@@ -115,6 +129,43 @@ inline QPoint aimAt(QC_measure& widget, QPoint place)
     press(widget, position);
     release(widget, position);
     return offset;
+}
+
+/// A round dark thing on a frame.
+struct Dot
+{
+    QPoint place;
+    int radius;
+};
+
+/// The widget as the panel shows it, with a frame in it, and what it tells.
+class FrozenWidget : public QC_measure
+{
+public:
+    explicit FrozenWidget(CalibrationFrame background = patternedFrame(), const std::vector<Dot>& dots = {})
+        : frame(std::move(background))
+    {
+        for (const Dot& dot : dots)
+            frame.dot(dot.place, dot.radius);
+        resize(kView);
+        setImageData(frame.data());
+    }
+
+    /// The place of a point that was told, oldest first.
+    QPoint toldPoint(int index) const
+    {
+        return {points.at(index).at(1).toInt(), points.at(index).at(2).toInt()};
+    }
+
+    CalibrationFrame frame;
+    QSignalSpy points{this, &QC_measure::sig_measure_point};
+    QSignalSpy errors{this, &QC_measure::sig_measure_error};
+};
+
+/// A point that was told as lost, and nothing found.
+inline bool noCellWasTold(const QSignalSpy& errors)
+{
+    return errors.count() == 1 && errors.at(0).at(0).value<TargetingError_e>() == TARGETING_NO_CELL;
 }
 
 /// Length that the widget measures between its points.

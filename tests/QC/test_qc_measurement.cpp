@@ -9,12 +9,7 @@ class TestQcMeasurement : public QObject
 private slots:
     void theMeasurementOfFoundPointsIsTold()
     {
-        CalibrationFrame frame(kFrame);
-        frame.dot({500, 500}, 8);
-        frame.dot({1500, 500}, 8);
-        QC_measure widget;
-        widget.resize(kView);
-        widget.setImageData(frame.data());
+        FrozenWidget widget(CalibrationFrame(kFrame), {{{500, 500}, 8}, {{1500, 500}, 8}});
         aimAt(widget, {500, 500});
         widget.setPoint(0);
         aimAt(widget, {1500, 500});
@@ -76,12 +71,7 @@ private slots:
 
     void theMeasurementIsLoggedLineByLine()
     {
-        CalibrationFrame frame(kFrame);
-        frame.dot({500, 500}, 8);
-        frame.dot({1549, 500}, 8);
-        QC_measure widget;
-        widget.resize(kView);
-        widget.setImageData(frame.data());
+        FrozenWidget widget(CalibrationFrame(kFrame), {{{500, 500}, 8}, {{1549, 500}, 8}});
         aimAt(widget, {500, 500});
         widget.setPoint(0);
         aimAt(widget, {1549, 500});

@@ -40,53 +40,37 @@ class TestQcPoints : public QObject
 private slots:
     void bothPointsAreFoundToldAndMarked()
     {
-        CalibrationFrame frame = patternedFrame();
-        frame.dot({700, 500}, 8);
-        frame.dot({730, 520}, 5);
-        QC_measure widget;
-        widget.resize(kView);
-        widget.setImageData(frame.data());
-        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
-        QSignalSpy errors(&widget, &QC_measure::sig_measure_error);
+        FrozenWidget widget(patternedFrame(), {{{700, 500}, 8}, {{730, 520}, 5}});
 
         const QPoint offset1 = aimAt(widget, {698, 502});
         widget.setPoint(0);
-        QCOMPARE(points.count(), 1);
-        QCOMPARE(points.at(0).at(0).toInt(), 0);
-        const QPoint point1(points.at(0).at(1).toInt(), points.at(0).at(2).toInt());
+        QCOMPARE(widget.points.count(), 1);
+        QCOMPARE(widget.points.at(0).at(0).toInt(), 0);
+        const QPoint point1 = widget.toldPoint(0);
         QVERIFY((point1 - QPoint(700, 500)).manhattanLength() <= 2);
-        const QRect position1(offset1.x() * 80 / 2592, offset1.y() * 60 / 1944, 20, 15);
-        QCOMPARE(shown(widget), expectedView(frame, offset1, position1, {{point1, "1"}}, {698, 502}));
+        QCOMPARE(shown(widget), expectedView(widget.frame, offset1, {{point1, "1"}}, {698, 502}));
 
         const QPoint offset2 = aimAt(widget, {733, 521});
         widget.setPoint(1);
-        QCOMPARE(points.count(), 2);
-        QCOMPARE(points.at(1).at(0).toInt(), 1);
-        const QPoint point2(points.at(1).at(1).toInt(), points.at(1).at(2).toInt());
+        QCOMPARE(widget.points.count(), 2);
+        QCOMPARE(widget.points.at(1).at(0).toInt(), 1);
+        const QPoint point2 = widget.toldPoint(1);
         QVERIFY((point2 - QPoint(730, 520)).manhattanLength() <= 2);
-        const QRect position2(offset2.x() * 80 / 2592, offset2.y() * 60 / 1944, 20, 15);
         QCOMPARE(shown(widget),
-                 expectedView(frame, offset2, position2, {{point1, "1"}, {point2, "2"}}, {733, 521}));
-        QCOMPARE(errors.count(), 0);
+                 expectedView(widget.frame, offset2, {{point1, "1"}, {point2, "2"}}, {733, 521}));
+        QCOMPARE(widget.errors.count(), 0);
     }
 
     void aPointThatMovesLeavesNoMarkBehind()
     {
-        CalibrationFrame frame = patternedFrame();
-        frame.dot({700, 500}, 8);
-        frame.dot({760, 520}, 8);
-        QC_measure widget;
-        widget.resize(kView);
-        widget.setImageData(frame.data());
-        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
+        FrozenWidget widget(patternedFrame(), {{{700, 500}, 8}, {{760, 520}, 8}});
         aimAt(widget, {700, 500});
         widget.setPoint(0);
         const QPoint offset = aimAt(widget, {760, 520});
         widget.setPoint(0);
-        QCOMPARE(points.count(), 2);
-        const QPoint point(points.at(1).at(1).toInt(), points.at(1).at(2).toInt());
-        const QRect position(offset.x() * 80 / 2592, offset.y() * 60 / 1944, 20, 15);
-        QCOMPARE(shown(widget), expectedView(frame, offset, position, {{point, "1"}}, {760, 520}));
+        QCOMPARE(widget.points.count(), 2);
+        const QPoint point = widget.toldPoint(1);
+        QCOMPARE(shown(widget), expectedView(widget.frame, offset, {{point, "1"}}, {760, 520}));
     }
 
     void marksAtTheBordersAreCutOff_data()
@@ -102,62 +86,44 @@ private slots:
     void marksAtTheBordersAreCutOff()
     {
         QFETCH(QPoint, dot);
-        CalibrationFrame frame = patternedFrame();
-        frame.dot(dot, 6);
-        QC_measure widget;
-        widget.resize(kView);
-        widget.setImageData(frame.data());
-        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
+        FrozenWidget widget(patternedFrame(), {{dot, 6}});
         const QPoint offset = aimAt(widget, dot);
         widget.setPoint(1);
-        QCOMPARE(points.count(), 1);
-        const QPoint point(points.at(0).at(1).toInt(), points.at(0).at(2).toInt());
+        QCOMPARE(widget.points.count(), 1);
+        const QPoint point = widget.toldPoint(0);
         QVERIFY((point - dot).manhattanLength() <= 6); // of what is left of the dot
-        const QRect position(offset.x() * 80 / 2592, offset.y() * 60 / 1944, 20, 15);
-        QCOMPARE(shown(widget), expectedView(frame, offset, position, {{point, "2"}}, dot));
+        QCOMPARE(shown(widget), expectedView(widget.frame, offset, {{point, "2"}}, dot));
     }
 
     void theStoredFrameStaysUnmarked()
     {
         // Were the first cross in the frame, the second search would see its dark green.
-        CalibrationFrame frame(kFrame);
-        frame.dot({700, 500}, 8);
-        QC_measure widget;
-        widget.resize(kView);
-        widget.setImageData(frame.data());
-        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
+        FrozenWidget widget(CalibrationFrame(kFrame), {{{700, 500}, 8}});
         aimAt(widget, {700, 500});
         widget.setPoint(0);
         widget.setPoint(0);
         widget.setPoint(1);
-        QCOMPARE(points.count(), 3);
-        QCOMPARE(points.at(1), points.at(0));
-        QCOMPARE(points.at(2).mid(1), points.at(0).mid(1));
+        QCOMPARE(widget.points.count(), 3);
+        QCOMPARE(widget.points.at(1), widget.points.at(0));
+        QCOMPARE(widget.points.at(2).mid(1), widget.points.at(0).mid(1));
     }
 
     void pointsSurviveANewFrame()
     {
-        CalibrationFrame frame(kFrame);
-        frame.dot({700, 500}, 8);
-        frame.dot({900, 500}, 8);
-        QC_measure widget;
-        widget.resize(kView);
-        widget.setImageData(frame.data());
-        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
+        FrozenWidget widget(CalibrationFrame(kFrame), {{{700, 500}, 8}, {{900, 500}, 8}});
         aimAt(widget, {700, 500});
         widget.setPoint(0);
-        const QPoint point1(points.at(0).at(1).toInt(), points.at(0).at(2).toInt());
+        const QPoint point1 = widget.toldPoint(0);
 
         // The picture of a new frame is clean, but the next search marks both points in it.
-        widget.setImageData(frame.data());
+        widget.setImageData(widget.frame.data());
         widget.setTargetingMode(false);
-        QCOMPARE(shown(widget), expectedView(frame, {0, 0}, QRect(0, 0, 20, 15)));
+        QCOMPARE(shown(widget), expectedView(widget.frame, {0, 0}));
         const QPoint offset = aimAt(widget, {900, 500});
         widget.setPoint(1);
-        const QPoint point2(points.at(1).at(1).toInt(), points.at(1).at(2).toInt());
-        const QRect position(offset.x() * 80 / 2592, offset.y() * 60 / 1944, 20, 15);
+        const QPoint point2 = widget.toldPoint(1);
         QCOMPARE(shown(widget),
-                 expectedView(frame, offset, position, {{point1, "1"}, {point2, "2"}}, {900, 500}));
+                 expectedView(widget.frame, offset, {{point1, "1"}, {point2, "2"}}, {900, 500}));
     }
 
     void aFailedSearchStoresNothing_data()
@@ -172,59 +138,41 @@ private slots:
     {
         QFETCH(QPoint, target);
         QFETCH(int, error);
-        CalibrationFrame frame(kFrame);
-        frame.dot({700, 500}, 8);
-        frame.dot({900, 500}, 5);
-        frame.dot({925, 500}, 5);
-        QC_measure widget;
-        widget.resize(kView);
-        widget.setImageData(frame.data());
+        FrozenWidget widget(CalibrationFrame(kFrame), {{{700, 500}, 8}, {{900, 500}, 5}, {{925, 500}, 5}});
         aimAt(widget, {700, 500});
         widget.setPoint(0);
-        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
-        QSignalSpy errors(&widget, &QC_measure::sig_measure_error);
+        widget.points.clear();
         aimAt(widget, target);
         const QImage before = shown(widget);
         widget.setPoint(0);
-        QCOMPARE(points.count(), 0);
-        QCOMPARE(errors.count(), 1);
-        QCOMPARE(int(errors.at(0).at(0).value<TargetingError_e>()), error);
+        QCOMPARE(widget.points.count(), 0);
+        QCOMPARE(widget.errors.count(), 1);
+        QCOMPARE(int(widget.errors.at(0).at(0).value<TargetingError_e>()), error);
         QCOMPARE(shown(widget), before);
-        QCOMPARE(measuredLength(widget), measuredLengthOf({700, 500}, frame));
+        QCOMPARE(measuredLength(widget), measuredLengthOf({700, 500}, widget.frame));
     }
 
     void anotherIndexStoresNothing()
     {
-        CalibrationFrame frame(kFrame);
-        frame.dot({700, 500}, 8);
-        QC_measure widget;
-        widget.resize(kView);
-        widget.setImageData(frame.data());
-        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
-        QSignalSpy errors(&widget, &QC_measure::sig_measure_error);
+        FrozenWidget widget(CalibrationFrame(kFrame), {{{700, 500}, 8}});
         aimAt(widget, {700, 500});
         const QImage before = shown(widget);
         for (const int index : {2, -1, 1000}) {
             widget.setPoint(index);
             QCOMPARE(shown(widget), before);
         }
-        QCOMPARE(points.count(), 0);
-        QCOMPARE(errors.count(), 0);
+        QCOMPARE(widget.points.count(), 0);
+        QCOMPARE(widget.errors.count(), 0);
         QCOMPARE(measuredLength(widget), 0.0F);
     }
 
     void withoutATargetTheCornerIsSearched()
     {
-        CalibrationFrame frame(kFrame);
-        frame.dot({8, 9}, 4);
-        QC_measure widget;
-        widget.resize(kView);
-        widget.setImageData(frame.data());
-        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
+        FrozenWidget widget(CalibrationFrame(kFrame), {{{8, 9}, 4}});
         widget.setPoint(0);
-        QCOMPARE(points.count(), 1);
-        QVERIFY(qAbs(points.at(0).at(1).toInt() - 8) <= 1);
-        QVERIFY(qAbs(points.at(0).at(2).toInt() - 9) <= 1);
+        QCOMPARE(widget.points.count(), 1);
+        QVERIFY(qAbs(widget.points.at(0).at(1).toInt() - 8) <= 1);
+        QVERIFY(qAbs(widget.points.at(0).at(2).toInt() - 9) <= 1);
     }
 
     void aTargetThatWasDraggedOutOfTheImageFindsNothing_data()
@@ -239,16 +187,11 @@ private slots:
     void aTargetThatWasDraggedOutOfTheImageFindsNothing()
     {
         QFETCH(QPoint, mouse);
-        CalibrationFrame frame(kFrame, Qt::black);
-        QC_measure widget;
-        widget.resize(kView);
-        widget.setImageData(frame.data());
+        FrozenWidget widget(CalibrationFrame(kFrame, Qt::black));
         widget.setTargetingMode(true);
         drag(widget, {200, 200}, mouse);
-        QSignalSpy errors(&widget, &QC_measure::sig_measure_error);
         widget.setPoint(0);
-        QCOMPARE(errors.count(), 1);
-        QCOMPARE(errors.at(0).at(0).value<TargetingError_e>(), TARGETING_NO_CELL);
+        QVERIFY(noCellWasTold(widget.errors));
     }
 
     void withoutAFrameNoPointIsFound()
@@ -256,18 +199,12 @@ private slots:
         QC_measure widget;
         QSignalSpy errors(&widget, &QC_measure::sig_measure_error);
         widget.setPoint(0);
-        QCOMPARE(errors.count(), 1);
-        QCOMPARE(errors.at(0).at(0).value<TargetingError_e>(), TARGETING_NO_CELL);
+        QVERIFY(noCellWasTold(errors));
     }
 
     void aFailureOfTheLibraryStaysInside()
     {
-        CalibrationFrame frame(kFrame, Qt::black);
-        QC_measure widget;
-        widget.resize(kView);
-        widget.setImageData(frame.data());
-        QSignalSpy points(&widget, &QC_measure::sig_measure_point);
-        QSignalSpy errors(&widget, &QC_measure::sig_measure_error);
+        FrozenWidget widget(CalibrationFrame(kFrame, Qt::black));
         QStringList logged;
         {
             const LogRecorder log;
@@ -276,13 +213,12 @@ private slots:
             cv::parallel::setParallelForBackend(std::shared_ptr<cv::parallel::ParallelForAPI>(), false);
             logged = log.messages();
         }
-        QCOMPARE(errors.count(), 1);
-        QCOMPARE(errors.at(0).at(0).value<TargetingError_e>(), TARGETING_NO_CELL);
+        QVERIFY(noCellWasTold(widget.errors));
         QCOMPARE(logged.filter("[Error]").filter("no threads left").size(), 1);
         // The next search works again.
         widget.setPoint(0);
-        QCOMPARE(points.count(), 1);
-        QCOMPARE(errors.count(), 1);
+        QCOMPARE(widget.points.count(), 1);
+        QCOMPARE(widget.errors.count(), 1);
     }
 
     void anImageThatTheFrameDoesNotFillIsNotSearched_data()
@@ -298,14 +234,10 @@ private slots:
     {
         QFETCH(uint, width);
         QFETCH(uint, height);
-        CalibrationFrame frame(kFrame, Qt::black);
-        QC_measure widget;
-        widget.resize(kView);
-        widget.setImageData(frame.data());
+        FrozenWidget widget(CalibrationFrame(kFrame, Qt::black));
         widget.setImageSize(width, height);
-        QSignalSpy errors(&widget, &QC_measure::sig_measure_error);
         widget.setPoint(0);
-        QCOMPARE(errors.count(), 1);
+        QCOMPARE(widget.errors.count(), 1);
         drag(widget, {100, 100}, {50, 50});
         QVERIFY(!shown(widget).isNull());
     }
