@@ -144,7 +144,7 @@ bool WindowFixture::waitForFrames(int count)
 {
     const auto target = camera().counters().framesDelivered + static_cast<unsigned>(count);
     // Two repaints later even a conversion that had begun before has been painted.
-    return waitUntil([&] { return camera().counters().framesDelivered >= target; }) &&
+    return waitUntil([&] { return camera().counters().framesReturned >= target; }) &&
            waitForPaints(count + 1);
 }
 
