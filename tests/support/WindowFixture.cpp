@@ -4,6 +4,9 @@
 #include <QPlainTextEdit>
 #include <QtTest>
 
+#include "Controller/Controller.h"
+#include "camera/OV5642Camera.h"
+
 namespace {
 
 const QString kTabs = QStringLiteral("TAB_MENU");
@@ -60,6 +63,17 @@ QString WindowFixture::machinePath(const QString& fixedPath) const
     return m_instrument.root() + fixedPath;
 }
 
+void WindowFixture::destroyWindow()
+{
+    m_operator.reset();
+    m_window.reset();
+}
+
+OV5642Camera* WindowFixture::programCamera() const
+{
+    return m_window->findChild<OV5642Camera*>();
+}
+
 QString WindowFixture::text(const char* edit) const
 {
     return find<QLineEdit>(edit)->text();
@@ -106,6 +120,33 @@ bool WindowFixture::isEnabled(const char* widget) const
 QString WindowFixture::style(const char* button) const
 {
     return find<QWidget>(button)->styleSheet();
+}
+
+void WindowFixture::expectBox(const QString& title, const QString& text, QMessageBox::Icon icon)
+{
+    QCOMPARE(boxes().seen().size(), 1);
+    const SeenBox& box = boxes().seen().first();
+    QCOMPARE(box.title, title);
+    QCOMPARE(box.text, text);
+    QCOMPARE(box.icon, icon);
+    QCOMPARE(box.buttons, QStringList("OK"));
+}
+
+void WindowFixture::addFault(const LineFaultRule& fault)
+{
+    board().withBoard([&](Board& board, InstrumentTime) { board.addFault(fault); });
+}
+
+void WindowFixture::sayUnasked(const std::string& bytes)
+{
+    board().withBoard([&](Board& board, InstrumentTime now) { board.sendUnasked(bytes, now); });
+}
+
+void WindowFixture::clearFaults()
+{
+    board().withBoard([](Board& board, InstrumentTime) { board.clearFaults(); });
+    camera().faults().clear();
+    Controller::getInstance()->m_timeouts = ControllerTimeouts();
 }
 
 QStringList WindowFixture::takeBoardLines()

@@ -2,7 +2,9 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 
+#include <QMessageBox>
 #include <QPushButton>
 #include <QStringList>
 
@@ -10,9 +12,12 @@
 #include "simulator/instrument/SimulatedInstrument.h"
 #include "simulator/operator/Operator.h"
 
+class OV5642Camera;
+
 /// The real main window on a simulated instrument of its own: instant moves and pauses, an
 /// instrument tree in a private directory. One window at a time; the controller is the
-/// process's, so only the first window of a test program sees the start-up handshake.
+/// process's, so only the first window of a test program sees the start-up handshake. A test
+/// program on one window inherits it.
 class WindowFixture
 {
 public:
@@ -39,7 +44,10 @@ public:
     explicit WindowFixture(const Options& options);
     ~WindowFixture();
 
-    ORLA_II_Plus_Verifier& window() { return *m_window; }
+    ORLA_II_Plus_Verifier& window() const { return *m_window; }
+    /// Takes the window away from an instrument that stays.
+    void destroyWindow();
+    bool hasWindow() const { return m_window != nullptr; }
     Operator& user() { return *m_operator; }
     BoardPort& board() { return m_instrument.board(); }
     SimulatedDeviceCalls& camera() { return m_instrument.camera(); }
@@ -47,6 +55,8 @@ public:
     InstrumentTree& tree() { return m_instrument.tree(); }
     /// Answers boxes at once, and keeps what they said.
     BoxWatcher& boxes() { return m_operator->boxWatcher(); }
+    /// The program's own object over that camera.
+    OV5642Camera* programCamera() const;
     /// Machine path of a fixed path.
     QString machinePath(const QString& fixedPath) const;
 
@@ -69,7 +79,16 @@ public:
     void openTab(int index);
     bool isEnabled(const char* widget) const;
     QString style(const char* button) const;
+    /// Expects that one box has come up since they were cleared, and that it said this and
+    /// offered "OK".
+    void expectBox(const QString& title, const QString& text, QMessageBox::Icon icon);
 
+    /// Makes the board misbehave.
+    void addFault(const LineFaultRule& fault);
+    /// Lets the board send a line that nobody asked for.
+    void sayUnasked(const std::string& bytes);
+    /// Board and camera work again, and the controller waits for as long as it does.
+    void clearFaults();
     /// Lines that the board has received since the last call.
     QStringList takeBoardLines();
     /// Everything that stands in the message console and in the controller console.

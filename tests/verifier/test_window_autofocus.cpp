@@ -13,6 +13,7 @@
 #include "Controller/Controller.h"
 #include "camera/OV5642Camera.h"
 #include "support/WindowFixture.h"
+#include "verifier/UsbStick.h"
 
 namespace {
 
@@ -66,43 +67,40 @@ struct LiveViewPaints : QObject
 
 } // namespace
 
-class TestWindowAutofocus : public QObject
+class TestWindowAutofocus : public QObject, protected WindowFixture
 {
     Q_OBJECT
 
+public:
+    TestWindowAutofocus() : WindowFixture(focusOptions()) {}
+
 private slots:
-    void initTestCase() { m_fixture = std::make_unique<WindowFixture>(focusOptions()); }
-
-    void cleanupTestCase() { m_fixture.reset(); }
-
     void init()
     {
-        m_fixture->board().withBoard([](Board& board, InstrumentTime) { board.clearFaults(); });
-        m_fixture->camera().faults().clear();
-        Controller::getInstance()->m_timeouts = ControllerTimeouts();
+        clearFaults();
         Controller::getInstance()->z_stage_abs(SERIAL_BLOCKING, kStart_steps);
         Controller::getInstance()->z_stage_pos();
-        m_fixture->find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(false);
-        m_fixture->setText("EDIT_Z_POSITION", QString::number(kCentre_steps));
-        m_fixture->boxes().clear();
-        m_fixture->clearConsoles();
-        m_fixture->takeBoardLines();
+        find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(false);
+        setText("EDIT_Z_POSITION", QString::number(kCentre_steps));
+        boxes().clear();
+        clearConsoles();
+        takeBoardLines();
     }
 
     void cleanup()
     {
         // A run that did not end would go on in the next test.
-        if (m_fixture != nullptr) {
-            endStuckRun();
-            if (m_fixture->find<QPushButton>("BUTTON_DEBUG")->isChecked())
-                m_fixture->click("BUTTON_DEBUG");
-        }
+        if (!hasWindow())
+            return;
+        endStuckRun();
+        if (find<QPushButton>("BUTTON_DEBUG")->isChecked())
+            click("BUTTON_DEBUG");
     }
 
     void aRunSweepsFifteenPositionsAndGoesToTheBest()
     {
         QVERIFY(runs());
-        const QStringList received = m_fixture->takeBoardLines();
+        const QStringList received = takeBoardLines();
         const int best = bestPosition();
         const QString query = "$,STM1,GET_POS,,";
         QStringList lines{query, "$,STM1,MVN,2980,", query};
@@ -112,31 +110,31 @@ private slots:
         lines.insert(4, query);
         lines << query << QString("$,STM1,MVN,%1,").arg(36620 - best) << query;
         QCOMPARE(received, lines);
-        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString::number(best));
+        QCOMPARE(text("EDIT_Z_POSITION"), QString::number(best));
         QVERIFY2(std::abs(best - kFocus_steps) <= 640, qPrintable(QString::number(best)));
     }
 
     void theEndIsReportedOnceTheControlsAreUsableAgain()
     {
         QVERIFY(runs());
-        QCOMPARE(m_fixture->boxes().seen().size(), 1);
-        const SeenBox box = m_fixture->boxes().seen().first();
+        QCOMPARE(boxes().seen().size(), 1);
+        const SeenBox box = boxes().seen().first();
         QCOMPARE(box.title, QString("ORLA-III"));
         QCOMPARE(box.text, kFinished);
         QCOMPARE(box.icon, QMessageBox::Information);
         QCOMPARE(box.buttons, QStringList("OK"));
         QVERIFY(box.controlsWereEnabled);
-        QVERIFY(m_fixture->isEnabled("TAB_MENU"));
+        QVERIFY(isEnabled("TAB_MENU"));
         QTRY_VERIFY(sequencers().isEmpty());
     }
 
     void theBarFollowsTheSamplesAndIsPainted()
     {
-        m_fixture->openTab(0);
-        auto* bar = m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS");
+        openTab(0);
+        auto* bar = find<QProgressBar>("PROGRESS_AUTOFOCUS");
         bar->setValue(50);
         PaintCounter barPaints(bar);
-        PaintCounter positionPaints(m_fixture->find<QLineEdit>("EDIT_Z_POSITION"));
+        PaintCounter positionPaints(find<QLineEdit>("EDIT_Z_POSITION"));
         QVector<int> values;
         int paintsBehind = 0;
         const auto connection = connect(bar, &QProgressBar::valueChanged, [&](int value) {
@@ -153,18 +151,18 @@ private slots:
 
     void onlyTheTabsAreDisabledDuringARun()
     {
-        m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->setValue(50);
+        find<QProgressBar>("PROGRESS_AUTOFOCUS")->setValue(50);
         QStringList wrong;
         int looks = 0;
         const auto connection =
-            connect(m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS"), &QProgressBar::valueChanged, [&] {
+            connect(find<QProgressBar>("PROGRESS_AUTOFOCUS"), &QProgressBar::valueChanged, [&] {
                 ++looks;
                 for (const char* name :
                      {"BUTTON_EXIT", "BUTTON_DEBUG", "SPIN_DEBUG", "DebugMessage", "DebugController"})
-                    if (!m_fixture->isEnabled(name))
+                    if (!isEnabled(name))
                         wrong << QString("%1 is disabled").arg(name);
                 const bool started = looks > 1; // the bar is reset before the controls are locked
-                if (started && m_fixture->isEnabled("TAB_MENU"))
+                if (started && isEnabled("TAB_MENU"))
                     wrong << "TAB_MENU is enabled";
             });
         QVERIFY(runs());
@@ -176,21 +174,19 @@ private slots:
     void theControlsAreSeenToBeLockedBeforeTheStageMoves()
     {
         addFault({LineFault::NoAnswer, "MVP", 1});
-        auto* bar = m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS");
+        auto* bar = find<QProgressBar>("PROGRESS_AUTOFOCUS");
         bar->setValue(50);
         QStringList seen;
-        const auto look = [&] {
-            seen << (m_fixture->isEnabled("TAB_MENU") ? "enabled" : "locked") << m_fixture->takeBoardLines();
-        };
+        const auto look = [&] { seen << (isEnabled("TAB_MENU") ? "enabled" : "locked") << takeBoardLines(); };
         QObject pending; // goes with what has not had its turn
         // What is pending when the bar is reset has its turn before the first command.
         const auto connection = connect(bar, &QProgressBar::valueChanged, [&] {
             QMetaObject::invokeMethod(&pending, look, Qt::QueuedConnection);
         });
-        m_fixture->click("BUTTON_AUTOFOCUS");
+        click("BUTTON_AUTOFOCUS");
         disconnect(connection);
         QCOMPARE(seen, QStringList("locked"));
-        QVERIFY(!m_fixture->takeBoardLines().isEmpty());
+        QVERIFY(!takeBoardLines().isEmpty());
     }
 
     void theLogTellsEverySampleAndEveryPosition()
@@ -222,7 +218,7 @@ private slots:
         std::vector<AutoFocusingData_t> samples;
         int bestIndex = -1;
         // The sequencer exists once the bar has been reset.
-        auto* bar = m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS");
+        auto* bar = find<QProgressBar>("PROGRESS_AUTOFOCUS");
         bar->setValue(50);
         const auto connection = connect(bar, &QProgressBar::valueChanged, [&](int value) {
             if (value != 0)
@@ -253,7 +249,7 @@ private slots:
         QFETCH(int, step);
         const std::vector<AutoFocusingData_t> samples{
             {0.0, -120}, {1234567.89, 0}, {0.000012345, 32000}, {421.5, 2147483647}};
-        m_fixture->window().slot_review_AutoFocusing(step, samples, 3);
+        window().slot_review_AutoFocusing(step, samples, 3);
         QStringList expected = reviewLog(step, samples, 3);
         if (step < 1 || step > 3)
             expected = expected.mid(0, 1);
@@ -267,32 +263,32 @@ private slots:
 
     void withoutADiskNothingIsSavedAndNoRunStarts()
     {
-        m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->setValue(50);
-        m_fixture->find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(true);
-        m_fixture->click("BUTTON_AUTOFOCUS");
-        QCOMPARE(m_fixture->boxes().seen().size(), 1);
-        const SeenBox box = m_fixture->boxes().seen().first();
+        find<QProgressBar>("PROGRESS_AUTOFOCUS")->setValue(50);
+        find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(true);
+        click("BUTTON_AUTOFOCUS");
+        QCOMPARE(boxes().seen().size(), 1);
+        const SeenBox box = boxes().seen().first();
         QCOMPARE(box.title, QString("Error"));
         QCOMPARE(box.text, QString("Please insert USB disk !!!"));
         QCOMPARE(box.icon, QMessageBox::Critical);
         QVERIFY(sequencers().isEmpty());
-        QVERIFY(m_fixture->isEnabled("TAB_MENU"));
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList());
-        QCOMPARE(m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 50);
+        QVERIFY(isEnabled("TAB_MENU"));
+        QCOMPARE(takeBoardLines(), QStringList());
+        QCOMPARE(find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 50);
         QCOMPARE(logLines(), QStringList(kSlots + "on_BUTTON_AUTOFOCUS_clicked()() "));
     }
 
     void withADiskTheSweepIsSavedThere()
     {
-        QVERIFY(plugDisk());
-        m_fixture->find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(true);
+        QVERIFY(plugAndMount(*this));
+        find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(true);
         const bool ended = runs();
-        const QDir log(m_fixture->usb().filesOf() + "/ORLA-II/Autofocus");
+        const QDir log(usb().filesOf() + "/ORLA-II/Autofocus");
         const QStringList names = log.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
         QStringList files;
         if (names.size() == 1)
             files = QDir(log.filePath(names.first() + "/Step1")).entryList(QDir::Files, QDir::Name);
-        QVERIFY(pullDisk());
+        pullAndUnmount(*this);
         QVERIFY(ended);
         QCOMPARE(names.size(), 1);
         QVERIFY(QRegularExpression("^\\d{8}_\\d{6}$").match(names.first()).hasMatch());
@@ -307,52 +303,49 @@ private slots:
 
     void aFullDiskDoesNotStopTheRun()
     {
-        UsbDisk disk;
-        disk.condition = UsbDiskCondition::Full;
-        if (!m_fixture->usb().plug(disk))
+        if (!plugAndMount(*this, UsbDiskCondition::Full))
             QSKIP("this process may not mount a file system");
-        const bool mounted = m_fixture->waitUntil([this] { return diskIsMounted(); });
-        m_fixture->find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(true);
-        const bool ended = mounted && runs();
-        QVERIFY(pullDisk());
+        find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(true);
+        const bool ended = runs();
+        pullAndUnmount(*this);
         QVERIFY(ended);
-        QCOMPARE(m_fixture->boxes().texts(), QStringList(kFinished));
-        QCOMPARE(m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 100);
+        QCOMPARE(boxes().texts(), QStringList(kFinished));
+        QCOMPARE(find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 100);
         QVERIFY(!logLines().filter("[Error] write image failed: /mnt/ORLA-II/Autofocus/").isEmpty());
-        QVERIFY(m_fixture->isEnabled("TAB_MENU"));
+        QVERIFY(isEnabled("TAB_MENU"));
     }
 
     void aDiskThatIsPulledDuringTheRunDoesNotStopIt()
     {
-        QVERIFY(plugDisk());
-        m_fixture->find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(true);
-        auto* bar = m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS");
+        QVERIFY(plugAndMount(*this));
+        find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(true);
+        auto* bar = find<QProgressBar>("PROGRESS_AUTOFOCUS");
         const auto connection = connect(bar, &QProgressBar::valueChanged, [&](int value) {
             if (value == 46)
-                m_fixture->usb().pull();
+                usb().pull();
         });
         const bool ended = runs();
         disconnect(connection);
-        QVERIFY(m_fixture->waitUntil([this] { return !diskIsMounted(); }));
+        QVERIFY(waitUntil([this] { return !usb().isMounted(); }));
         QVERIFY(ended);
-        QCOMPARE(m_fixture->boxes().texts(), QStringList(kFinished));
+        QCOMPARE(boxes().texts(), QStringList(kFinished));
         QCOMPARE(bar->value(), 100);
         QCOMPARE(logLines().filter("[Error] write image failed:").size(), 1);
         QCOMPARE(logLines().filter("[Error] write file failed:").size(), 1);
         // The next run that is to be saved asks for a disk.
-        m_fixture->boxes().clear();
-        m_fixture->click("BUTTON_AUTOFOCUS");
-        QCOMPARE(m_fixture->boxes().texts(), QStringList("Please insert USB disk !!!"));
+        boxes().clear();
+        click("BUTTON_AUTOFOCUS");
+        QCOMPARE(boxes().texts(), QStringList("Please insert USB disk !!!"));
     }
 
     void anUncheckedBoxSavesNothing()
     {
-        QVERIFY(plugDisk());
-        const QDir log(m_fixture->usb().filesOf() + "/ORLA-II/Autofocus");
+        QVERIFY(plugAndMount(*this));
+        const QDir log(usb().filesOf() + "/ORLA-II/Autofocus");
         const QStringList before = log.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
         const bool ended = runs();
         const QStringList after = log.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-        QVERIFY(pullDisk());
+        pullAndUnmount(*this);
         QVERIFY(ended);
         QCOMPARE(after, before);
     }
@@ -375,9 +368,9 @@ private slots:
         QFETCH(int, start_steps);
         // A board that answers no single step: the run stays where it begins.
         addFault({LineFault::NoAnswer, "MVP", 0});
-        m_fixture->setText("EDIT_Z_POSITION", text);
-        m_fixture->click("BUTTON_AUTOFOCUS");
-        QCOMPARE(m_fixture->takeBoardLines().filter("MVN"),
+        setText("EDIT_Z_POSITION", text);
+        click("BUTTON_AUTOFOCUS");
+        QCOMPARE(takeBoardLines().filter("MVN"),
                  QStringList(QString("$,STM1,MVN,%1,").arg(kStart_steps - start_steps)));
     }
 
@@ -388,35 +381,35 @@ private slots:
         for (int n = 2; n <= kSamples; ++n)
             addFault({LineFault::Failure, "MVP", n});
         Controller::getInstance()->z_stage_abs(SERIAL_BLOCKING, 34000);
-        m_fixture->setText("EDIT_Z_POSITION", QString::number(34000 + 4480));
-        m_fixture->takeBoardLines();
-        m_fixture->click("BUTTON_AUTOFOCUS");
-        QTRY_COMPARE(m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 100);
+        setText("EDIT_Z_POSITION", QString::number(34000 + 4480));
+        takeBoardLines();
+        click("BUTTON_AUTOFOCUS");
+        QTRY_COMPARE(find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 100);
         QTest::qWait(300);
-        QCOMPARE(m_fixture->takeBoardLines().size(), kSamples + 2);
+        QCOMPARE(takeBoardLines().size(), kSamples + 2);
         QCOMPARE(logLines().filter("[1] best_index:").size(), 1);
         QVERIFY(logLines().filter("[1] best_index:").first().endsWith("best_index: 0 "));
-        QVERIFY(m_fixture->boxes().seen().isEmpty());
+        QVERIFY(boxes().seen().isEmpty());
         stillUsableButForTheTabs();
     }
 
     void aMoveThatIsNeverReportedLeavesTheRunWaiting()
     {
         addFault({LineFault::NoAnswer, "MVP", 1});
-        m_fixture->click("BUTTON_AUTOFOCUS");
+        click("BUTTON_AUTOFOCUS");
         QTest::qWait(300);
-        QCOMPARE(m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 0);
-        QVERIFY(m_fixture->boxes().seen().isEmpty());
+        QCOMPARE(find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 0);
+        QVERIFY(boxes().seen().isEmpty());
         stillUsableButForTheTabs();
     }
 
     void aLastMoveThatIsNeverReportedLeavesTheRunWaiting()
     {
         addFault({LineFault::NoAnswer, "MVN", 2});
-        m_fixture->click("BUTTON_AUTOFOCUS");
-        QTRY_COMPARE(m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 100);
+        click("BUTTON_AUTOFOCUS");
+        QTRY_COMPARE(find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 100);
         QTest::qWait(300);
-        QVERIFY(m_fixture->boxes().seen().isEmpty());
+        QVERIFY(boxes().seen().isEmpty());
         stillUsableButForTheTabs();
     }
 
@@ -425,7 +418,7 @@ private slots:
         addFault({LineFault::Failure, "MVN", 2});
         QVERIFY(runs());
         const int stage = bestPosition();
-        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString::number(stage));
+        QCOMPARE(text("EDIT_Z_POSITION"), QString::number(stage));
         const QStringList best = logLines().filter("best_index:");
         QCOMPARE(best.size(), 1);
         const int index = best.first().section(' ', -2, -2).toInt();
@@ -433,7 +426,7 @@ private slots:
         const int target = 27660 + 640 * index;
         QVERIFY(target != stage);
         QVERIFY(logLines().contains(QString("%1slot_endAutoFocusing(int)() %2 ").arg(kSlots).arg(target)));
-        QVERIFY(m_fixture->isEnabled("TAB_MENU"));
+        QVERIFY(isEnabled("TAB_MENU"));
     }
 
     void aStepThatIsNotAnsweredCostsItsTimeoutAndTheRunEnds()
@@ -447,15 +440,15 @@ private slots:
         QVERIFY(runs());
         QVERIFY(timer.elapsed() >= kSilence_ms);
         QCOMPARE(logLines().filter("slot_progress_AutoFocusing").size(), kSamples);
-        QCOMPARE(m_fixture->boxes().texts(), QStringList(kFinished));
+        QCOMPARE(boxes().texts(), QStringList(kFinished));
     }
 
     void aWaitingRunCanBeLeftByExit()
     {
         addFault({LineFault::NoAnswer, "MVP", 1});
-        m_fixture->click("BUTTON_AUTOFOCUS");
-        m_fixture->click("BUTTON_EXIT");
-        QCOMPARE(m_fixture->boxes().texts(), QStringList(kQuit));
+        click("BUTTON_AUTOFOCUS");
+        click("BUTTON_EXIT");
+        QCOMPARE(boxes().texts(), QStringList(kQuit));
         stillUsableButForTheTabs();
     }
 
@@ -463,61 +456,60 @@ private slots:
     {
         // The step's answer comes late, when the question is already on the screen.
         addFault({LineFault::Late, "MVP", 1});
-        m_fixture->click("BUTTON_AUTOFOCUS");
-        m_fixture->boxes().answerNextWith("No");
-        m_fixture->click("BUTTON_EXIT");
-        QVERIFY(m_fixture->waitUntil([this] { return m_fixture->boxes().texts().contains(kFinished); },
-                                     kLongestRun_ms));
-        QCOMPARE(m_fixture->boxes().texts(), QStringList({kQuit, kFinished}));
-        QVERIFY(m_fixture->isEnabled("TAB_MENU"));
+        click("BUTTON_AUTOFOCUS");
+        boxes().answerNextWith("No");
+        click("BUTTON_EXIT");
+        QVERIFY(waitUntil([this] { return boxes().texts().contains(kFinished); }, kLongestRun_ms));
+        QCOMPARE(boxes().texts(), QStringList({kQuit, kFinished}));
+        QVERIFY(isEnabled("TAB_MENU"));
     }
 
     void theWindowIsNotClosedByARequestDuringARun()
     {
         addFault({LineFault::NoAnswer, "MVP", 1});
-        m_fixture->click("BUTTON_AUTOFOCUS");
-        QVERIFY(!m_fixture->window().close());
-        QCOMPARE(m_fixture->boxes().texts(), QStringList(kQuit));
-        QVERIFY(m_fixture->window().isVisible());
+        click("BUTTON_AUTOFOCUS");
+        QVERIFY(!window().close());
+        QCOMPARE(boxes().texts(), QStringList(kQuit));
+        QVERIFY(window().isVisible());
         QCOMPARE(sequencers().size(), 1);
     }
 
     void aPressDuringARunDoesNothing()
     {
         addFault({LineFault::NoAnswer, "MVP", 1});
-        m_fixture->click("BUTTON_AUTOFOCUS");
+        click("BUTTON_AUTOFOCUS");
         QTest::qWait(100);
-        QVERIFY(!m_fixture->takeBoardLines().isEmpty());
-        m_fixture->clearConsoles();
-        m_fixture->click("BUTTON_AUTOFOCUS");
-        m_fixture->find<QPushButton>("BUTTON_AUTOFOCUS")->click();
-        QTest::keyClick(m_fixture->find<QPushButton>("BUTTON_AUTOFOCUS"), Qt::Key_Space);
+        QVERIFY(!takeBoardLines().isEmpty());
+        clearConsoles();
+        click("BUTTON_AUTOFOCUS");
+        find<QPushButton>("BUTTON_AUTOFOCUS")->click();
+        QTest::keyClick(find<QPushButton>("BUTTON_AUTOFOCUS"), Qt::Key_Space);
         QTest::qWait(100);
         QCOMPARE(logLines().filter("on_BUTTON_AUTOFOCUS_clicked"), QStringList());
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList());
+        QCOMPARE(takeBoardLines(), QStringList());
         QCOMPARE(sequencers().size(), 1);
     }
 
     void aRunThatNeverEndsMakesRoomForTheNext()
     {
         addFault({LineFault::NoAnswer, "MVP", 1});
-        m_fixture->click("BUTTON_AUTOFOCUS");
+        click("BUTTON_AUTOFOCUS");
         const QPointer<alg_Autofocus> stuck = sequencers().first();
-        m_fixture->find<QTabWidget>("TAB_MENU")->setEnabled(true);
+        find<QTabWidget>("TAB_MENU")->setEnabled(true);
         QVERIFY(runs());
         QVERIFY(stuck.isNull());
-        QCOMPARE(m_fixture->boxes().texts(), QStringList(kFinished));
+        QCOMPARE(boxes().texts(), QStringList(kFinished));
         QTRY_VERIFY(sequencers().isEmpty());
     }
 
     void aRunScoresTheFramesOfTheResolutionThatIsOn()
     {
-        m_fixture->click("BUTTON_RESOLUTION_VGA");
-        QVERIFY(m_fixture->waitForFrames(3));
+        click("BUTTON_RESOLUTION_VGA");
+        QVERIFY(waitForFrames(3));
         const bool ended = runs();
         const QStringList log = logLines();
-        m_fixture->click("BUTTON_RESOLUTION_1280");
-        QVERIFY(m_fixture->waitForFrames(3));
+        click("BUTTON_RESOLUTION_1280");
+        QVERIFY(waitForFrames(3));
         QVERIFY(ended);
         QCOMPARE(log.filter("focus_value: ").size(), kSamples);
         QCOMPARE(log.filter("focus_value: 0 ").size(), 0);
@@ -526,23 +518,23 @@ private slots:
 
     void withoutACameraTheRunScoresNothingAndEnds()
     {
-        QVERIFY(m_fixture->camera().faults().enable("ioctl:VIDIOC_S_FMT"));
-        m_fixture->click("BUTTON_RESOLUTION_1280");
-        QVERIFY(!m_fixture->window().findChild<OV5642Camera*>()->isStreaming());
+        QVERIFY(camera().faults().enable("ioctl:VIDIOC_S_FMT"));
+        click("BUTTON_RESOLUTION_1280");
+        QVERIFY(!programCamera()->isStreaming());
         const bool ended = runs();
         const QStringList log = logLines();
-        m_fixture->camera().faults().clear();
-        m_fixture->click("BUTTON_RESOLUTION_1280");
+        camera().faults().clear();
+        click("BUTTON_RESOLUTION_1280");
         QVERIFY(ended);
         QCOMPARE(log.filter("focus_value: 0 , position:").size(), kSamples);
         QVERIFY(log.filter("best_index:").first().endsWith("[1] best_index: 0 "));
         QCOMPARE(log.filter("[Error] no frame").size(), 1);
-        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("27660"));
+        QCOMPARE(text("EDIT_Z_POSITION"), QString("27660"));
     }
 
     void theGraphShowsTheRunAsSoonAsItIsReviewed()
     {
-        m_fixture->window().slot_review_AutoFocusing(1, {}, 0);
+        window().slot_review_AutoFocusing(1, {}, 0);
         showGraph();
         QVERIFY(reds().isNull());
         QVERIFY(runs());
@@ -555,27 +547,27 @@ private slots:
     // No frame and no grab paints here: what is painted was asked for by the review.
     void aReviewIsPaintedByItself()
     {
-        m_fixture->window().slot_review_AutoFocusing(1, {}, 0);
+        window().slot_review_AutoFocusing(1, {}, 0);
         showGraph();
         QTest::qWait(300);
-        LiveViewPaints paints(&m_fixture->window());
+        LiveViewPaints paints(&window());
         QTest::qWait(300);
         QCOMPARE(paints.count, 0);
-        m_fixture->window().slot_review_AutoFocusing(1, sweep(kSamples), 3);
+        window().slot_review_AutoFocusing(1, sweep(kSamples), 3);
         QCOMPARE(paints.count, 0);
         QTRY_COMPARE(paints.count, 1);
     }
 
     void theGraphIsEmptyWhileARunIsWaiting()
     {
-        m_fixture->window().slot_review_AutoFocusing(1, sweep(kSamples), 3);
+        window().slot_review_AutoFocusing(1, sweep(kSamples), 3);
         showGraph();
         QVERIFY(!reds().isNull());
         addFault({LineFault::NoAnswer, "MVP", 1});
-        m_fixture->click("BUTTON_AUTOFOCUS");
+        click("BUTTON_AUTOFOCUS");
         QVERIFY(reds().isNull());
         // The old best sample is forgotten too: its number is black again.
-        const QImage view = m_fixture->window().grab(QRect(0, 0, 640, 480)).toImage();
+        const QImage view = window().grab(QRect(0, 0, 640, 480)).toImage();
         const auto isBlank = [&view](int number) {
             const QImage box = view.copy(40 * number, 360, 20, 20);
             QImage white(box.size(), box.format());
@@ -588,9 +580,9 @@ private slots:
 
     void theGraphShowsTheFirstStepsReviewOnly()
     {
-        m_fixture->window().slot_review_AutoFocusing(1, sweep(kSamples), 3);
-        m_fixture->window().slot_review_AutoFocusing(2, sweep(7), 5);
-        m_fixture->window().slot_review_AutoFocusing(3, sweep(7), 6);
+        window().slot_review_AutoFocusing(1, sweep(kSamples), 3);
+        window().slot_review_AutoFocusing(2, sweep(7), 5);
+        window().slot_review_AutoFocusing(3, sweep(7), 6);
         showGraph();
         QVERIFY(QRect(47 + 120, 0, 7, 360).contains(reds()));
         QVERIFY(logLines().filter("[Error]").isEmpty());
@@ -607,26 +599,26 @@ private slots:
     void tooFewSamplesAreLoggedAndTheProgramGoesOn()
     {
         QFETCH(int, count);
-        m_fixture->window().slot_review_AutoFocusing(1, sweep(count), 0);
-        m_fixture->clearConsoles();
+        window().slot_review_AutoFocusing(1, sweep(count), 0);
+        clearConsoles();
         showGraph();
         const QString text =
             QString("%1paintFocusGraph(QPainter&)() [Error] vector::_M_range_check: __n (which "
                     "is %2) >= this->size() (which is %2) ")
                 .arg(kSlots)
                 .arg(count);
-        QVERIFY2(logLines().contains(text), qPrintable(m_fixture->messages()));
-        m_fixture->click("BUTTON_DEBUG");
-        QVERIFY(m_fixture->waitForFrames(2));
+        QVERIFY2(logLines().contains(text), qPrintable(messages()));
+        click("BUTTON_DEBUG");
+        QVERIFY(waitForFrames(2));
     }
 
     // The window goes here: last of all.
     void aWindowThatGoesDuringARunLeavesNothingBehind()
     {
         addFault({LineFault::NoAnswer, "MVP", 1});
-        m_fixture->click("BUTTON_AUTOFOCUS");
+        click("BUTTON_AUTOFOCUS");
         const QPointer<alg_Autofocus> sequencer = sequencers().first();
-        m_fixture.reset();
+        destroyWindow();
         QVERIFY(sequencer.isNull());
         emit Controller::getInstance()->sig_z_stage_mvp();
         emit Controller::getInstance()->sig_z_stage_mvn();
@@ -634,32 +626,13 @@ private slots:
     }
 
 private:
-    QList<alg_Autofocus*> sequencers() const { return m_fixture->window().findChildren<alg_Autofocus*>(); }
-
-    bool diskIsMounted() const { return QFileInfo(m_fixture->machinePath("/mnt")).isSymLink(); }
-
-    /// The disk is mounted when the window has been told of it.
-    bool plugDisk()
-    {
-        return m_fixture->usb().plug() && m_fixture->waitUntil([this] { return diskIsMounted(); });
-    }
-
-    bool pullDisk()
-    {
-        return m_fixture->usb().pull() && m_fixture->waitUntil([this] { return !diskIsMounted(); });
-    }
-
-    void addFault(const LineFaultRule& rule)
-    {
-        m_fixture->board().withBoard([&](Board& board, InstrumentTime) { board.addFault(rule); });
-    }
+    QList<alg_Autofocus*> sequencers() const { return window().findChildren<alg_Autofocus*>(); }
 
     /// A whole run, up to the answered box.
     bool runs()
     {
-        m_fixture->click("BUTTON_AUTOFOCUS");
-        return m_fixture->waitUntil([this] { return m_fixture->boxes().texts().contains(kFinished); },
-                                    kLongestRun_ms);
+        click("BUTTON_AUTOFOCUS");
+        return waitUntil([this] { return boxes().texts().contains(kFinished); }, kLongestRun_ms);
     }
 
     /// Lets a run end that waits for the stage.
@@ -668,25 +641,25 @@ private:
         if (sequencers().isEmpty())
             return;
         disconnect(Controller::getInstance(), nullptr, sequencers().first(), nullptr);
-        m_fixture->window().slot_endAutoFocusing(0);
+        window().slot_endAutoFocusing(0);
         QTRY_VERIFY(sequencers().isEmpty());
     }
 
     void stillUsableButForTheTabs()
     {
-        QVERIFY(!m_fixture->isEnabled("TAB_MENU"));
+        QVERIFY(!isEnabled("TAB_MENU"));
         QCOMPARE(sequencers().size(), 1);
-        QVERIFY(m_fixture->isEnabled("BUTTON_EXIT"));
-        m_fixture->find<QSpinBox>("SPIN_DEBUG")->setValue(1);
-        m_fixture->click("BUTTON_DEBUG");
-        QVERIFY(m_fixture->find<QWidget>("DebugMessage")->isVisible());
-        m_fixture->click("BUTTON_DEBUG");
-        QVERIFY(m_fixture->waitForFrames(1));
+        QVERIFY(isEnabled("BUTTON_EXIT"));
+        find<QSpinBox>("SPIN_DEBUG")->setValue(1);
+        click("BUTTON_DEBUG");
+        QVERIFY(find<QWidget>("DebugMessage")->isVisible());
+        click("BUTTON_DEBUG");
+        QVERIFY(waitForFrames(1));
     }
 
     QStringList logLines() const
     {
-        QStringList lines = m_fixture->messages().split('\n');
+        QStringList lines = messages().split('\n');
         lines.removeAll(QString());
         return lines;
     }
@@ -721,14 +694,14 @@ private:
 
     void showGraph()
     {
-        m_fixture->find<QSpinBox>("SPIN_DEBUG")->setValue(3);
-        m_fixture->click("BUTTON_DEBUG");
+        find<QSpinBox>("SPIN_DEBUG")->setValue(3);
+        click("BUTTON_DEBUG");
     }
 
     /// Extent of the pure red in the curve's part of the graph.
     QRect reds()
     {
-        const QImage view = m_fixture->window().grab(QRect(0, 0, 640, 360)).toImage();
+        const QImage view = window().grab(QRect(0, 0, 640, 360)).toImage();
         QRect bounds;
         for (int y = 0; y < view.height(); ++y) {
             for (int x = 0; x < view.width(); ++x)
@@ -737,8 +710,6 @@ private:
         }
         return bounds;
     }
-
-    std::unique_ptr<WindowFixture> m_fixture;
 };
 
 QTEST_MAIN(TestWindowAutofocus)

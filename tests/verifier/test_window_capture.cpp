@@ -53,28 +53,24 @@ private:
 } // namespace
 
 /// The Capture button of the camera tab and the skip-frame count of the QC tab.
-class TestWindowCapture : public QObject
+class TestWindowCapture : public QObject, protected WindowFixture
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase() { m_fixture = std::make_unique<WindowFixture>(); }
-
-    void cleanupTestCase() { m_fixture.reset(); }
-
     void init()
     {
-        m_fixture->clearConsoles();
-        m_fixture->boxes().clear();
-        m_fixture->boxes().forgetAwaited();
-        if (!camera()->isStreaming())
-            m_fixture->click("BUTTON_RESOLUTION_1280");
+        clearConsoles();
+        boxes().clear();
+        boxes().forgetAwaited();
+        if (!programCamera()->isStreaming())
+            click("BUTTON_RESOLUTION_1280");
     }
 
     void cleanup()
     {
-        pullAndUnmount(*m_fixture);
-        QVERIFY(m_fixture->window().isEnabled());
+        pullAndUnmount(*this);
+        QVERIFY(window().isEnabled());
     }
 
     void aCaptureIsTheFrameThatIsShown_data()
@@ -89,9 +85,9 @@ private slots:
     {
         QFETCH(int, mode);
         const QSize sizes[] = {{640, 480}, {1280, 960}, {2592, 1944}};
-        m_fixture->click(kResolutions[mode]);
-        QVERIFY(m_fixture->waitForFrames(3));
-        QVERIFY(plugAndMount(*m_fixture));
+        click(kResolutions[mode]);
+        QVERIFY(waitForFrames(3));
+        QVERIFY(plugAndMount(*this));
         const QString name = QString("frame%1").arg(mode);
         capture(name);
 
@@ -99,7 +95,7 @@ private slots:
         QCOMPARE(picture.type(), CV_8UC3);
         QCOMPARE(QSize(picture.cols, picture.rows), sizes[mode]);
         // Nothing moves on this instrument, so that every frame of a mode is the same.
-        const uchar* frame = camera()->getFrame();
+        const uchar* frame = programCamera()->getFrame();
         for (int y = 0; y < picture.rows; ++y)
             for (int x = 0; x < picture.cols; ++x, frame += 3) {
                 const auto& pixel = picture.at<cv::Vec3b>(y, x);
@@ -107,13 +103,13 @@ private slots:
                     QFAIL(qPrintable(QString("differs at %1, %2").arg(x).arg(y)));
             }
         compareWithTheScreen(picture);
-        QVERIFY2(m_fixture->boxes().texts().isEmpty(), "no confirmation is shown");
-        QCOMPARE(m_fixture->messages().count("[Error]"), 0);
+        QVERIFY2(boxes().texts().isEmpty(), "no confirmation is shown");
+        QCOMPARE(messages().count("[Error]"), 0);
     }
 
     void theDialogAsksForAPlaceOnTheDisk()
     {
-        QVERIFY(plugAndMount(*m_fixture));
+        QVERIFY(plugAndMount(*this));
         capture("a");
         QCOMPARE(dialogs().size(), 1);
         const SeenBox dialog = dialogs().first();
@@ -144,31 +140,31 @@ private slots:
     {
         QFETCH(QString, typed);
         QFETCH(QString, file);
-        QVERIFY(plugAndMount(*m_fixture));
+        QVERIFY(plugAndMount(*this));
         const QStringList before = filesOnDisk();
         capture(typed);
         QStringList added = filesOnDisk();
         for (const QString& name : before)
             added.removeOne(name);
         QCOMPARE(added, QStringList(file));
-        QCOMPARE(readTiff(file).cols, static_cast<int>(camera()->width()));
+        QCOMPARE(readTiff(file).cols, static_cast<int>(programCamera()->width()));
     }
 
     void aFileOfThatNameIsReplaced()
     {
-        QVERIFY(plugAndMount(*m_fixture));
-        QFile old(m_fixture->usb().filesOf() + "/again.tif");
+        QVERIFY(plugAndMount(*this));
+        QFile old(usb().filesOf() + "/again.tif");
         QVERIFY(old.open(QIODevice::WriteOnly));
         old.write("no picture");
         old.close();
         capture("again");
-        QCOMPARE(readTiff("again.tif").cols, static_cast<int>(camera()->width()));
+        QCOMPARE(readTiff("again.tif").cols, static_cast<int>(programCamera()->width()));
     }
 
     void theWindowIsLockedWhileTheFileIsWritten()
     {
-        QVERIFY(plugAndMount(*m_fixture));
-        EnableWatcher watcher(m_fixture->window(), m_fixture->usb().filesOf() + "/locked.tif");
+        QVERIFY(plugAndMount(*this));
+        EnableWatcher watcher(window(), usb().filesOf() + "/locked.tif");
         capture("locked");
         QCOMPARE(watcher.changes,
                  QStringList({"disabled, no file", "events: disabled, no file", "enabled, file"}));
@@ -176,21 +172,21 @@ private slots:
 
     void theLiveViewGoesOnAfterACapture()
     {
-        QVERIFY(plugAndMount(*m_fixture));
+        QVERIFY(plugAndMount(*this));
         capture("b");
-        QVERIFY(m_fixture->waitForFrames(3));
+        QVERIFY(waitForFrames(3));
     }
 
     void cancellingWritesNothing()
     {
-        QVERIFY(plugAndMount(*m_fixture));
+        QVERIFY(plugAndMount(*this));
         const QStringList before = filesOnDisk();
-        EnableWatcher watcher(m_fixture->window(), QString());
+        EnableWatcher watcher(window(), QString());
         capture(QString());
         QCOMPARE(dialogs().size(), 1);
         QCOMPARE(filesOnDisk(), before);
         QVERIFY(watcher.changes.isEmpty());
-        QVERIFY(m_fixture->boxes().texts().isEmpty());
+        QVERIFY(boxes().texts().isEmpty());
     }
 
     void withoutADiskTheTechnicianIsAskedForOne_data()
@@ -204,7 +200,7 @@ private slots:
     {
         QFETCH(bool, plugged);
         if (plugged)
-            QVERIFY(plugAndMount(*m_fixture, UsbDiskCondition::Unmountable));
+            QVERIFY(plugAndMount(*this, UsbDiskCondition::Unmountable));
         capture("c");
         QVERIFY2(dialogs().isEmpty(), "no dialog");
         expectBox("Error", "Please insert USB disk !!!", QMessageBox::Critical);
@@ -220,7 +216,7 @@ private slots:
     void aDiskThatTakesNothingIsNamedInTheLogOnly()
     {
         QFETCH(int, condition);
-        if (!plugAndMount(*m_fixture, static_cast<UsbDiskCondition>(condition)))
+        if (!plugAndMount(*this, static_cast<UsbDiskCondition>(condition)))
             QSKIP("this process may not mount a file system");
         capture("d");
         QCOMPARE(dialogs().size(), 1);
@@ -229,19 +225,19 @@ private slots:
 
     void aDiskPulledWhileItsNameIsTypedGetsNothing()
     {
-        QVERIFY(plugAndMount(*m_fixture));
+        QVERIFY(plugAndMount(*this));
         // The name that the dialog hands over lies below the mount point, where there is no
         // disk any more.
         const auto pulling =
-            connect(&m_fixture->boxes(), &BoxWatcher::boxShown, this, [this] { pullAndUnmount(*m_fixture); });
+            connect(&boxes(), &BoxWatcher::boxShown, this, [this] { pullAndUnmount(*this); });
         capture("e");
         disconnect(pulling);
         QCOMPARE(dialogs().size(), 1);
-        QVERIFY(m_fixture->boxes().texts().isEmpty());
-        QVERIFY(m_fixture->window().isEnabled());
-        QVERIFY(m_fixture->waitForFrames(3));
+        QVERIFY(boxes().texts().isEmpty());
+        QVERIFY(window().isEnabled());
+        QVERIFY(waitForFrames(3));
 
-        QVERIFY(plugAndMount(*m_fixture));
+        QVERIFY(plugAndMount(*this));
         QVERIFY(!filesOnDisk().contains("e.tif"));
         capture("e");
         QVERIFY(filesOnDisk().contains("e.tif"));
@@ -249,19 +245,19 @@ private slots:
 
     void aNameThatCannotBeWrittenIsNamedInTheLogOnly()
     {
-        QVERIFY(plugAndMount(*m_fixture));
-        QVERIFY(QDir(m_fixture->usb().filesOf()).mkdir("taken.tif"));
+        QVERIFY(plugAndMount(*this));
+        QVERIFY(QDir(usb().filesOf()).mkdir("taken.tif"));
         capture("taken");
         expectFailedWrite("/mnt/taken.tif");
     }
 
     void withoutACameraNoExceptionLeavesTheHandler()
     {
-        QVERIFY(plugAndMount(*m_fixture));
-        m_fixture->window().stopCamera();
-        QVERIFY(camera()->getFrame() == nullptr);
+        QVERIFY(plugAndMount(*this));
+        window().stopCamera();
+        QVERIFY(programCamera()->getFrame() == nullptr);
         capture("f");
-        QVERIFY(m_fixture->messages().contains("total() == 0 || data != NULL"));
+        QVERIFY(messages().contains("total() == 0 || data != NULL"));
         expectFailedWrite("/mnt/f.tif");
         QVERIFY(!filesOnDisk().contains("f.tif"));
     }
@@ -283,10 +279,10 @@ private slots:
         QFETCH(QString, text);
         QFETCH(int, stored);
         global_ini()->Skip_frame = 5;
-        m_fixture->setText("EDIT_SKIP_FRAME", text);
-        m_fixture->click("BUTTON_SKIP_FRAME");
+        setText("EDIT_SKIP_FRAME", text);
+        click("BUTTON_SKIP_FRAME");
         QCOMPARE(global_ini()->Skip_frame, stored);
-        QCOMPARE(m_fixture->text("EDIT_SKIP_FRAME"), text);
+        QCOMPARE(this->text("EDIT_SKIP_FRAME"), text);
         if (stored != 5)
             expectBox("ORLA-III", "Skip frame value is set. \nPress [Save Ini] to save the value.",
                       QMessageBox::Information);
@@ -295,13 +291,11 @@ private slots:
     }
 
 private:
-    OV5642Camera* camera() { return m_fixture->window().findChild<OV5642Camera*>(); }
-
     /// The dialogs for a file's name so far.
-    QVector<SeenBox> dialogs() const
+    QVector<SeenBox> dialogs()
     {
         QVector<SeenBox> dialogs;
-        for (const SeenBox& box : m_fixture->boxes().seen())
+        for (const SeenBox& box : boxes().seen())
             if (box.isFileDialog)
                 dialogs.append(box);
         return dialogs;
@@ -310,25 +304,25 @@ private:
     void capture(const QString& name)
     {
         if (!name.isEmpty()) // which cancels
-            m_fixture->boxes().giveNextFileName(name);
-        m_fixture->click("BUTTON_CAPTURE");
+            boxes().giveNextFileName(name);
+        click("BUTTON_CAPTURE");
     }
 
-    QStringList filesOnDisk() const { return QDir(m_fixture->usb().filesOf()).entryList(QDir::Files); }
+    QStringList filesOnDisk() { return QDir(usb().filesOf()).entryList(QDir::Files); }
 
-    cv::Mat readTiff(const QString& name) const
+    cv::Mat readTiff(const QString& name)
     {
-        const QString path = m_fixture->usb().filesOf() + '/' + name;
+        const QString path = usb().filesOf() + '/' + name;
         return cv::imread(QFile::encodeName(path).toStdString(), cv::IMREAD_UNCHANGED);
     }
 
     /// The live view at 1:1 shows the frame's upper left part, but for the navigator.
     void compareWithTheScreen(const cv::Mat& picture)
     {
-        m_fixture->click("CHECK_SCALED_TO_FIT");
-        QVERIFY(m_fixture->waitForFrames(2));
-        const QImage view = m_fixture->window().grab(QRect(0, 0, 640, 480)).toImage();
-        m_fixture->click("CHECK_SCALED_TO_FIT");
+        click("CHECK_SCALED_TO_FIT");
+        QVERIFY(waitForFrames(2));
+        const QImage view = window().grab(QRect(0, 0, 640, 480)).toImage();
+        click("CHECK_SCALED_TO_FIT");
         for (int y = 0; y < 480; ++y)
             for (int x = y < 64 ? 84 : 0; x < 640; ++x) {
                 const auto& pixel = picture.at<cv::Vec3b>(y, x);
@@ -337,25 +331,12 @@ private:
             }
     }
 
-    void expectBox(const QString& title, const QString& text, QMessageBox::Icon icon)
-    {
-        QCOMPARE(m_fixture->boxes().seen().size(), 1);
-        const SeenBox& box = m_fixture->boxes().seen().first();
-        QCOMPARE(box.title, title);
-        QCOMPARE(box.text, text);
-        QCOMPARE(box.icon, icon);
-        QCOMPARE(box.buttons, QStringList("OK"));
-    }
-
     void expectFailedWrite(const QString& fixedPath)
     {
-        QVERIFY2(m_fixture->messages().contains("[Error] " + fixedPath + ' '),
-                 qPrintable(m_fixture->messages()));
-        QVERIFY(m_fixture->boxes().texts().isEmpty());
-        QVERIFY(m_fixture->window().isEnabled());
+        QVERIFY2(messages().contains("[Error] " + fixedPath + ' '), qPrintable(messages()));
+        QVERIFY(boxes().texts().isEmpty());
+        QVERIFY(window().isEnabled());
     }
-
-    std::unique_ptr<WindowFixture> m_fixture;
 };
 
 QTEST_MAIN(TestWindowCapture)

@@ -35,14 +35,11 @@ extern "C" SwsContext* __wrap_sws_getContext(int sourceWidth, int sourceHeight, 
 }
 // NOLINTEND(bugprone-reserved-identifier)
 
-class TestWindowFrameOnce : public QObject
+class TestWindowFrameOnce : public QObject, protected WindowFixture
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase() { m_fixture = std::make_unique<WindowFixture>(); }
-    void cleanupTestCase() { m_fixture.reset(); }
-
     void eachDeliveredFrameIsConvertedOnceHoweverOftenItIsShown_data()
     {
         QTest::addColumn<QString>("button");
@@ -54,13 +51,13 @@ private slots:
     void eachDeliveredFrameIsConvertedOnceHoweverOftenItIsShown()
     {
         QFETCH(QString, button);
-        m_fixture->click(qPrintable(button));
-        QVERIFY(m_fixture->waitForFrames(2));
+        click(qPrintable(button));
+        QVERIFY(waitForFrames(2));
         constexpr int kPaints = 40;
         const int before = g_conversions;
-        const std::uint64_t framesBefore = m_fixture->camera().counters().framesDelivered;
-        QVERIFY(m_fixture->waitForPaints(kPaints));
-        const auto frames = static_cast<int>(m_fixture->camera().counters().framesDelivered - framesBefore);
+        const std::uint64_t framesBefore = camera().counters().framesDelivered;
+        QVERIFY(waitForPaints(kPaints));
+        const auto frames = static_cast<int>(camera().counters().framesDelivered - framesBefore);
         // One frame may have been on its way when the counting began.
         QVERIFY2(g_conversions - before <= frames + 1,
                  qPrintable(QString("%1 conversions of %2 frames").arg(g_conversions - before).arg(frames)));
@@ -70,24 +67,24 @@ private slots:
     /// A stream that stands still is shown on and on, and costs no conversion.
     void aFrameThatNoOtherFollowsIsNotConvertedAgain()
     {
-        m_fixture->click("BUTTON_RESOLUTION_VGA");
-        QVERIFY(m_fixture->waitForFrames(2));
-        m_fixture->camera().faults().enable("stall");
+        click("BUTTON_RESOLUTION_VGA");
+        QVERIFY(waitForFrames(2));
+        camera().faults().enable("stall");
         // What was filled before the stream stood still is taken in first.
-        QVERIFY(m_fixture->waitForPaints(20));
+        QVERIFY(waitForPaints(20));
         const int before = g_conversions;
-        QVERIFY(m_fixture->waitForPaints(20));
+        QVERIFY(waitForPaints(20));
         QCOMPARE(int(g_conversions), before);
 
         // The side of the window has a buffer of its own, which is filled once as well.
-        auto* camera = m_fixture->window().findChild<OV5642Camera*>();
+        auto* camera = programCamera();
         const uchar* first = camera->getFrame();
         const std::uint64_t number = camera->frameNumber();
         QCOMPARE(int(g_conversions), before + 1);
         QCOMPARE(static_cast<const uchar*>(camera->getFrame()), first);
         QCOMPARE(camera->frameNumber(), number);
         QCOMPARE(int(g_conversions), before + 1);
-        m_fixture->camera().faults().clear();
+        clearFaults();
     }
 
     /// Nor is it scaled again: the largest frame, fitted into the view, is then shown for what a
@@ -103,13 +100,13 @@ private slots:
 
     void aCameraOpenedAnewShowsNothingOfTheStreamBefore()
     {
-        auto* camera = m_fixture->window().findChild<OV5642Camera*>();
-        m_fixture->click("BUTTON_RESOLUTION_VGA");
-        QVERIFY(m_fixture->waitForFrames(2));
+        auto* camera = programCamera();
+        click("BUTTON_RESOLUTION_VGA");
+        QVERIFY(waitForFrames(2));
         camera->getFrame();
         const std::uint64_t number = camera->frameNumber();
-        m_fixture->click("BUTTON_RESOLUTION_VGA");
-        QVERIFY(m_fixture->waitForFrames(2));
+        click("BUTTON_RESOLUTION_VGA");
+        QVERIFY(waitForFrames(2));
         const int before = g_conversions;
         camera->getFrame();
         QVERIFY(camera->frameNumber() > number);
@@ -128,24 +125,22 @@ private:
     /// stream stands still: the least of some spans, for others use the machine as well.
     double paintOfAStillView_us(const char* button)
     {
-        m_fixture->click(button);
-        if (!m_fixture->waitForFrames(2))
+        click(button);
+        if (!waitForFrames(2))
             return 0.0;
-        m_fixture->camera().faults().enable("stall");
-        bool painted = m_fixture->waitForPaints(20);
+        camera().faults().enable("stall");
+        bool painted = waitForPaints(20);
         constexpr int kSpans = 5;
         constexpr int kPaints = 20;
         double least_us = 1e9;
         for (int span = 0; span < kSpans; ++span) {
             const double before_us = threadTime_us();
-            painted = m_fixture->waitForPaints(kPaints) && painted;
+            painted = waitForPaints(kPaints) && painted;
             least_us = std::min(least_us, (threadTime_us() - before_us) / kPaints);
         }
-        m_fixture->camera().faults().clear();
+        clearFaults();
         return painted ? least_us : 0.0;
     }
-
-    std::unique_ptr<WindowFixture> m_fixture;
 };
 
 QTEST_MAIN(TestWindowFrameOnce)

@@ -55,22 +55,25 @@ void lookBeforeTheCameraStarts(QtMsgType type, const QMessageLogContext& context
     messageHandlerBefore(type, context, text);
 }
 
+WindowFixture::Options watchedStart()
+{
+    WindowFixture::Options options;
+    options.prepare = [](const QString&) {
+        messageHandlerBefore = qInstallMessageHandler(lookBeforeTheCameraStarts);
+    };
+    return options;
+}
+
 } // namespace
 
-class TestWindowLiveView : public QObject
+class TestWindowLiveView : public QObject, protected WindowFixture
 {
     Q_OBJECT
 
+public:
+    TestWindowLiveView() : WindowFixture(watchedStart()) { qInstallMessageHandler(messageHandlerBefore); }
+
 private slots:
-    void initTestCase()
-    {
-        messageHandlerBefore = qInstallMessageHandler(lookBeforeTheCameraStarts);
-        m_fixture = std::make_unique<WindowFixture>();
-        qInstallMessageHandler(messageHandlerBefore);
-    }
-
-    void cleanupTestCase() { m_fixture.reset(); }
-
     void init()
     {
         switchTo(1);
@@ -83,18 +86,18 @@ private slots:
     {
         QImage bare(viewBeforeTheStart.size(), QImage::Format_RGB32);
         QCOMPARE(bare.size(), QSize(640, 480));
-        bare.fill(m_fixture->window().palette().color(QPalette::Window));
+        bare.fill(window().palette().color(QPalette::Window));
         QCOMPARE(viewBeforeTheStart, bare);
     }
 
-    void aFrameIsPaintedOverAndOver() { QVERIFY(m_fixture->waitForFrames(5)); }
+    void aFrameIsPaintedOverAndOver() { QVERIFY(waitForFrames(5)); }
 
     void onlyTheLiveViewIsRepaintedPerFrame()
     {
         PaintWatcher watcher;
-        QVERIFY(m_fixture->waitForFrames(3));
-        m_fixture->window().installEventFilter(&watcher);
-        QVERIFY(m_fixture->waitForFrames(3));
+        QVERIFY(waitForFrames(3));
+        window().installEventFilter(&watcher);
+        QVERIFY(waitForFrames(3));
         QVERIFY(!watcher.painted.isEmpty());
         QCOMPARE(watcher.painted.boundingRect(), QRect(0, 0, 640, 480));
     }
@@ -198,12 +201,12 @@ private slots:
             drag(QPoint(10, 10) + step, {10, 10});
             left -= step;
         }
-        QVERIFY(m_fixture->waitForFrames(2));
+        QVERIFY(waitForFrames(2));
         switchTo(mode);
 
         const QImage screen = viewOnScreen();
         const QImage frame = currentFrame();
-        const QColor ground = m_fixture->window().palette().color(QPalette::Window);
+        const QColor ground = window().palette().color(QPalette::Window);
         for (const QPoint& point : probes()) {
             if (QRect(0, 0, 81, 61).contains(point))
                 continue;
@@ -233,7 +236,7 @@ private slots:
         for (int i = 0; i < 6; ++i)
             drag({600, 440}, {10, 10});
         QRect rectangle;
-        m_fixture->window().SetNavigatorRect(rectangle);
+        window().SetNavigatorRect(rectangle);
         QCOMPARE(rectangle, QRect(QPoint(60, 45), QPoint(79, 59)));
         const QImage view = grabView();
         QCOMPARE(view.pixelColor(60, 50), QColor(255, 255, 0));
@@ -329,10 +332,10 @@ private slots:
     void aDragRepaintsTheLiveViewOnlyAndAtOnce()
     {
         // No frame comes that would repaint it anyway.
-        m_fixture->window().stopCamera();
+        window().stopCamera();
         QTest::qWait(100);
         PaintWatcher watcher;
-        m_fixture->window().installEventFilter(&watcher);
+        window().installEventFilter(&watcher);
         send(QEvent::MouseButtonPress, {400, 300});
         QTest::qWait(50);
         QVERIFY(watcher.painted.isEmpty());
@@ -340,8 +343,8 @@ private slots:
         QTest::qWait(50);
         QCOMPARE(watcher.painted.boundingRect(), QRect(0, 0, 640, 480));
         send(QEvent::MouseButtonRelease, {360, 260});
-        m_fixture->click("BUTTON_RESOLUTION_1280");
-        QVERIFY(m_fixture->waitForFrames(2));
+        click("BUTTON_RESOLUTION_1280");
+        QVERIFY(waitForFrames(2));
     }
 
     void afterTheReleaseAMoveDoesNothing()
@@ -381,34 +384,34 @@ private slots:
         samples.reserve(15);
         for (int i = 0; i < 15; ++i)
             samples.push_back({20.0 * i, 27660 + 640 * i});
-        m_fixture->window().slot_review_AutoFocusing(1, samples, 14);
-        m_fixture->find<QSpinBox>("SPIN_DEBUG")->setValue(3);
-        m_fixture->click("BUTTON_DEBUG");
-        const QImage view = m_fixture->window().grab(QRect(0, 0, 640, 480)).toImage();
-        m_fixture->click("BUTTON_DEBUG");
+        window().slot_review_AutoFocusing(1, samples, 14);
+        find<QSpinBox>("SPIN_DEBUG")->setValue(3);
+        click("BUTTON_DEBUG");
+        const QImage view = window().grab(QRect(0, 0, 640, 480)).toImage();
+        click("BUTTON_DEBUG");
 
         QImage expected(640, 480, QImage::Format_RGB32);
         // Letters are as large as on the screen.
-        const double dotsPerInch = m_fixture->window().logicalDpiY();
+        const double dotsPerInch = window().logicalDpiY();
         expected.setDotsPerMeterX(qRound(dotsPerInch / 0.0254));
         expected.setDotsPerMeterY(qRound(dotsPerInch / 0.0254));
         QPainter painter(&expected);
-        painter.setFont(m_fixture->window().font());
+        painter.setFont(window().font());
         drawFocusGraph(painter, expected.rect(), mode, samples, 14);
         painter.end();
         QCOMPARE(view.convertToFormat(QImage::Format_RGB32), expected);
-        QVERIFY(m_fixture->waitForFrames(2));
+        QVERIFY(waitForFrames(2));
     }
 
     void aHiddenWindowGivesNoAnswerAndAShownOneGoesOn()
     {
-        m_fixture->window().hide();
+        window().hide();
         QTest::qWait(100);
-        QSignalSpy answers(&m_fixture->window(), &ORLA_II_Plus_Verifier::updateFrameDone);
+        QSignalSpy answers(&window(), &ORLA_II_Plus_Verifier::updateFrameDone);
         QTest::qWait(300);
         QCOMPARE(answers.count(), 0);
-        m_fixture->window().show();
-        QVERIFY(m_fixture->waitForFrames(2));
+        window().show();
+        QVERIFY(waitForFrames(2));
     }
 
     void aModeButtonMarksItselfAndReopensTheCamera_data()
@@ -425,19 +428,19 @@ private slots:
     {
         QFETCH(int, mode);
         QFETCH(QString, button);
-        QObject* before = m_fixture->window().findChild<OV5642Camera*>();
-        m_fixture->clearConsoles();
-        m_fixture->click(qPrintable(button));
-        QCOMPARE(m_fixture->window().findChild<OV5642Camera*>(), before);
+        QObject* before = programCamera();
+        clearConsoles();
+        click(qPrintable(button));
+        QCOMPARE(programCamera(), before);
         for (const char* name : {"BUTTON_RESOLUTION_VGA", "BUTTON_RESOLUTION_1280", "BUTTON_RESOLUTION_5M"})
-            QCOMPARE(m_fixture->style(name), QString(button == name ? kHighlight : kPlain));
-        QVERIFY(m_fixture->window().isEnabled());
-        QCOMPARE(camera()->mode(), mode);
-        QVERIFY(camera()->isStreaming());
-        const QString text = m_fixture->messages();
+            QCOMPARE(style(name), QString(button == name ? kHighlight : kPlain));
+        QVERIFY(window().isEnabled());
+        QCOMPARE(programCamera()->mode(), mode);
+        QVERIFY(programCamera()->isStreaming());
+        const QString text = messages();
         QVERIFY(text.indexOf("stopCamera") < text.indexOf("OV5642Camera::open"));
         QVERIFY(text.indexOf("OV5642Camera::open") < text.indexOf("startCamera"));
-        QVERIFY(m_fixture->waitForFrames(2));
+        QVERIFY(waitForFrames(2));
     }
 
     void theStainingButtonsReopenWithTheirFile_data()
@@ -459,19 +462,19 @@ private slots:
         QFETCH(QString, other);
         QFETCH(QString, file);
         switchTo(0);
-        m_fixture->clearConsoles();
-        m_fixture->click(qPrintable(button));
-        QCOMPARE(m_fixture->style(qPrintable(button)), QString(kHighlight));
-        QCOMPARE(m_fixture->style(qPrintable(other)), QString(kPlain));
-        QCOMPARE(m_fixture->style("BUTTON_RESOLUTION_VGA"), QString(kHighlight));
-        QVERIFY(m_fixture->messages().contains("camera_mode: 0 , ini_file " + file));
-        QCOMPARE(camera()->mode(), 0);
+        clearConsoles();
+        click(qPrintable(button));
+        QCOMPARE(style(qPrintable(button)), QString(kHighlight));
+        QCOMPARE(style(qPrintable(other)), QString(kPlain));
+        QCOMPARE(style("BUTTON_RESOLUTION_VGA"), QString(kHighlight));
+        QVERIFY(messages().contains("camera_mode: 0 , ini_file " + file));
+        QCOMPARE(programCamera()->mode(), 0);
         // The choice holds for the next resolution too.
-        m_fixture->clearConsoles();
-        m_fixture->click("BUTTON_RESOLUTION_1280");
-        QVERIFY(m_fixture->messages().contains("camera_mode: 1 , ini_file " + file));
-        QCOMPARE(m_fixture->style(qPrintable(button)), QString(kHighlight));
-        QCOMPARE(m_fixture->style(qPrintable(other)), QString(kPlain));
+        clearConsoles();
+        click("BUTTON_RESOLUTION_1280");
+        QVERIFY(messages().contains("camera_mode: 1 , ini_file " + file));
+        QCOMPARE(style(qPrintable(button)), QString(kHighlight));
+        QCOMPARE(style(qPrintable(other)), QString(kPlain));
     }
 
     void aSwitchLocksTheWindowAndSaysItsSteps_data()
@@ -492,90 +495,89 @@ private slots:
         QFETCH(int, mode);
         QStringList steps;
         const auto note = [&](const QStringList& parts) {
-            steps << (m_fixture->window().isEnabled() ? "free: " : "locked: ") + parts.join(' ');
+            steps << (window().isEnabled() ? "free: " : "locked: ") + parts.join(' ');
         };
-        const auto ofWindow =
-            connect(&m_fixture->window(), &ORLA_II_Plus_Verifier::sig_debug_Message, this, note);
-        const auto ofCamera = connect(camera(), &OV5642Camera::sig_debug_Message, this, note);
-        m_fixture->click(qPrintable(button));
+        const auto ofWindow = connect(&window(), &ORLA_II_Plus_Verifier::sig_debug_Message, this, note);
+        const auto ofCamera = connect(programCamera(), &OV5642Camera::sig_debug_Message, this, note);
+        click(qPrintable(button));
         disconnect(ofWindow);
         disconnect(ofCamera);
-        const QString window = "void ORLA_II_Plus_Verifier::";
+        const QString prefix = "void ORLA_II_Plus_Verifier::";
         const QString file = button.endsWith("_TB") ? "CUS" : "BFN";
         QCOMPARE(
             steps,
             QStringList(
-                {"free: " + window + "on_" + button + "_clicked()", "locked: " + window + "stopCamera()",
+                {"free: " + prefix + "on_" + button + "_clicked()", "locked: " + prefix + "stopCamera()",
                  QString("locked: bool OV5642Camera::open(int, std::string, bool) camera_mode: %1 , ini_file "
                          "/opt/ORLA3/conf/Calibration_%2.ini")
                      .arg(mode)
                      .arg(file),
                  "locked: bool OV5642Camera::setFormat() VIDIOC_S_FMT: busy, the buffers are given back",
-                 QString("locked: %1startCamera(int) %2").arg(window).arg(mode),
-                 "locked: " + window + "getCamera_reg()"}));
-        QVERIFY(m_fixture->window().isEnabled());
+                 QString("locked: %1startCamera(int) %2").arg(prefix).arg(mode),
+                 "locked: " + prefix + "getCamera_reg()"}));
+        QVERIFY(window().isEnabled());
     }
 
     void aStoppedCameraLeavesItsLastFrameAndAsksForNone()
     {
-        QVERIFY(m_fixture->waitForFrames(2));
+        QVERIFY(waitForFrames(2));
         const QImage before = grabView();
-        m_fixture->window().stopCamera();
-        QSignalSpy answers(&m_fixture->window(), &ORLA_II_Plus_Verifier::updateFrameDone);
-        m_fixture->window().repaint();
-        QCOMPARE(m_fixture->window().grab(QRect(0, 0, 640, 480)).toImage(), before);
+        window().stopCamera();
+        QSignalSpy answers(&window(), &ORLA_II_Plus_Verifier::updateFrameDone);
+        window().repaint();
+        QCOMPARE(window().grab(QRect(0, 0, 640, 480)).toImage(), before);
         QCOMPARE(answers.count(), 0);
-        m_fixture->click("BUTTON_RESOLUTION_1280");
-        QVERIFY(m_fixture->waitForFrames(2));
+        click("BUTTON_RESOLUTION_1280");
+        QVERIFY(waitForFrames(2));
     }
 
     void theSensorRestsHalfASecondOnlyAfterAClose()
     {
         // All other pauses are the capture thread's, between two of which it may stand now.
         constexpr std::uint64_t kCapturePause_us = 10000;
-        const auto then = m_fixture->camera().counters();
-        m_fixture->window().stopCamera();
-        QVERIFY(!camera()->isStreaming());
-        const auto now = m_fixture->camera().counters();
+        const auto then = camera().counters();
+        window().stopCamera();
+        QVERIFY(!programCamera()->isStreaming());
+        const auto now = camera().counters();
         const auto rest = now.paused_us - then.paused_us;
         QVERIFY(rest >= 500000);
         QVERIFY(rest <= 500000 + (now.pauses - then.pauses) * kCapturePause_us);
-        const auto before = m_fixture->camera().counters().pauses;
-        m_fixture->clearConsoles();
-        m_fixture->window().stopCamera();
-        QCOMPARE(m_fixture->camera().counters().pauses, before);
-        QCOMPARE(m_fixture->messages(), QString("void ORLA_II_Plus_Verifier::stopCamera()() \n"));
+        const auto before = camera().counters().pauses;
+        clearConsoles();
+        window().stopCamera();
+        QCOMPARE(camera().counters().pauses, before);
+        QCOMPARE(messages(), QString("void ORLA_II_Plus_Verifier::stopCamera()() \n"));
     }
 
     void aCameraThatCannotBeOpenedLeavesAUsableWindow()
     {
-        QVERIFY(m_fixture->camera().faults().enable("ioctl:VIDIOC_STREAMON"));
-        m_fixture->clearConsoles();
-        m_fixture->click("BUTTON_RESOLUTION_VGA");
-        QVERIFY(m_fixture->messages().contains(
+        QVERIFY(camera().faults().enable("ioctl:VIDIOC_STREAMON"));
+        clearConsoles();
+        click("BUTTON_RESOLUTION_VGA");
+        QVERIFY(messages().contains(
             "bool OV5642Camera::open(int, std::string, bool)() [Error] VIDIOC_STREAMON ! \n"));
-        QVERIFY(m_fixture->window().isEnabled());
-        QVERIFY(!camera()->isStreaming());
+        QVERIFY(window().isEnabled());
+        QVERIFY(!programCamera()->isStreaming());
         // Its grab thread runs all the same, and the next press replaces it.
-        QVERIFY(m_fixture->waitForPaints(2));
-        m_fixture->click("BUTTON_RESOLUTION_VGA");
-        QVERIFY(m_fixture->waitForPaints(2));
-        m_fixture->camera().faults().clear();
-        m_fixture->click("BUTTON_RESOLUTION_VGA");
-        QVERIFY(camera()->isStreaming());
-        QVERIFY(m_fixture->waitForFrames(2));
+        QVERIFY(waitForPaints(2));
+        click("BUTTON_RESOLUTION_VGA");
+        QVERIFY(waitForPaints(2));
+        camera().faults().clear();
+        click("BUTTON_RESOLUTION_VGA");
+        QVERIFY(programCamera()->isStreaming());
+        QVERIFY(waitForFrames(2));
     }
 
     void manySwitchesLeaveNothingBehind()
     {
         switchTo(1);
-        const auto descriptors = m_fixture->camera().openDescriptors();
-        const auto mappings = m_fixture->camera().openMappings();
+        const auto descriptors = camera().openDescriptors();
+        const auto mappings = camera().openMappings();
         for (int i = 0; i < 30; ++i)
             switchTo(i % 3);
         switchTo(1);
-        QCOMPARE(m_fixture->camera().openDescriptors(), descriptors);
-        QCOMPARE(m_fixture->camera().openMappings(), mappings);
+        QCOMPARE(camera().openDescriptors(), descriptors);
+        QCOMPARE(camera().openMappings(), mappings);
     }
 
 private:
@@ -608,61 +610,58 @@ private:
         return false;
     }
 
-    OV5642Camera* camera() { return m_fixture->window().findChild<OV5642Camera*>(); }
-
     void switchTo(int mode)
     {
         static const char* const kButtons[] = {"BUTTON_RESOLUTION_VGA", "BUTTON_RESOLUTION_1280",
                                                "BUTTON_RESOLUTION_5M"};
-        if (camera()->isStreaming() && camera()->mode() == mode)
+        if (programCamera()->isStreaming() && programCamera()->mode() == mode)
             return;
-        m_fixture->click(kButtons[mode]);
-        QVERIFY(m_fixture->waitForFrames(3));
+        click(kButtons[mode]);
+        QVERIFY(waitForFrames(3));
     }
 
     void setChecked(const char* box, bool checked)
     {
-        if (m_fixture->find<QCheckBox>(box)->isChecked() != checked)
-            m_fixture->click(box);
-        QCOMPARE(m_fixture->find<QCheckBox>(box)->isChecked(), checked);
+        if (find<QCheckBox>(box)->isChecked() != checked)
+            click(box);
+        QCOMPARE(find<QCheckBox>(box)->isChecked(), checked);
     }
 
     QRect navigator()
     {
         QRect rectangle;
-        m_fixture->window().SetNavigatorRect(rectangle);
+        window().SetNavigatorRect(rectangle);
         return rectangle;
     }
 
     QImage grabView()
     {
-        m_fixture->waitForFrames(2);
-        return m_fixture->window().grab(QRect(0, 0, 640, 480)).toImage();
+        waitForFrames(2);
+        return window().grab(QRect(0, 0, 640, 480)).toImage();
     }
 
     /// What the camera shows now. Nothing moves on this instrument, so that every frame of
     /// a mode is the same.
     QImage currentFrame()
     {
-        const int width = static_cast<int>(camera()->width());
-        const QImage frame(camera()->getFrame(), width, static_cast<int>(camera()->height()), width * 3,
-                           QImage::Format_RGB888);
+        const int width = static_cast<int>(programCamera()->width());
+        const QImage frame(programCamera()->getFrame(), width, static_cast<int>(programCamera()->height()),
+                           width * 3, QImage::Format_RGB888);
         return frame.convertToFormat(QImage::Format_RGB32);
     }
 
     /// What stands on the panel: the window's own picture, painted over frame by frame.
     QImage viewOnScreen()
     {
-        ORLA_II_Plus_Verifier& window = m_fixture->window();
-        m_fixture->waitForFrames(2);
-        return window.screen()->grabWindow(window.winId(), 0, 0, 640, 480).toImage();
+        waitForFrames(2);
+        return window().screen()->grabWindow(window().winId(), 0, 0, 640, 480).toImage();
     }
 
     void send(QEvent::Type type, const QPointF& point)
     {
         const auto buttons = type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton;
         QMouseEvent event(type, point, Qt::LeftButton, buttons, Qt::NoModifier);
-        QCoreApplication::sendEvent(&m_fixture->window(), &event);
+        QCoreApplication::sendEvent(&window(), &event);
     }
 
     void drag(const QPointF& from, const QPointF& to)
@@ -671,8 +670,6 @@ private:
         send(QEvent::MouseMove, to);
         send(QEvent::MouseButtonRelease, to);
     }
-
-    std::unique_ptr<WindowFixture> m_fixture;
 };
 
 QTEST_MAIN(TestWindowLiveView)

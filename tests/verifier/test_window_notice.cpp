@@ -18,7 +18,7 @@ namespace {
 const QRect kView(0, 0, 640, 480);
 /// Black on white is 21.
 constexpr double kReadable = 7.0;
-constexpr int kPatience_ms = 3000;
+constexpr int kOverdue_ms = 3000;
 /// In place of the controller's own time-out.
 constexpr int kSilence_ms = 100;
 /// The window looks once a second.
@@ -50,28 +50,24 @@ struct Watch : QObject
 Q_DECLARE_METATYPE(Cause)
 
 /// The band over the live view.
-class TestWindowNotice : public QObject
+class TestWindowNotice : public QObject, protected WindowFixture
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase() { m_fixture = std::make_unique<WindowFixture>(); }
-
-    void cleanupTestCase() { m_fixture.reset(); }
-
     /// Every test begins at 1280 x 960, live, with all being well and no notice.
     void init()
     {
         clearFaults();
-        if (m_fixture->find<QPushButton>("BUTTON_QC_CAPTURE")->text() == "Live")
-            m_fixture->click("BUTTON_QC_CAPTURE");
-        m_fixture->click("BUTTON_RESOLUTION_1280");
-        m_fixture->click("BUTTON_Z_POSITION");
-        m_fixture->find<QCheckBox>("CHECK_SCALED_TO_FIT")->setChecked(true);
-        m_fixture->openTab(0);
-        QVERIFY(m_fixture->waitForFrames(2));
-        QVERIFY(m_fixture->waitUntil([this] { return notice()->isHidden(); }));
-        m_fixture->boxes().clear();
+        if (find<QPushButton>("BUTTON_QC_CAPTURE")->text() == "Live")
+            click("BUTTON_QC_CAPTURE");
+        click("BUTTON_RESOLUTION_1280");
+        click("BUTTON_Z_POSITION");
+        find<QCheckBox>("CHECK_SCALED_TO_FIT")->setChecked(true);
+        openTab(0);
+        QVERIFY(waitForFrames(2));
+        QVERIFY(waitUntil([this] { return notice()->isHidden(); }));
+        boxes().clear();
     }
 
     void whenAllIsWellNothingIsSaid()
@@ -89,11 +85,11 @@ private slots:
         QFETCH(Cause, cause);
         QFETCH(QString, text);
         bring(cause);
-        QVERIFY(m_fixture->waitUntil([this] { return notice()->isVisible(); }));
+        QVERIFY(waitUntil([this] { return notice()->isVisible(); }));
         QVERIFY2(notice()->text().startsWith(text), qPrintable(notice()->text()));
         QCOMPARE(notice()->text().count('\n'), 0);
         take(cause);
-        QVERIFY(m_fixture->waitUntil([this] { return notice()->isHidden(); }));
+        QVERIFY(waitUntil([this] { return notice()->isHidden(); }));
         QCOMPARE(notice()->text(), QString());
     }
 
@@ -103,15 +99,14 @@ private slots:
     {
         QFETCH(Cause, cause);
         bring(cause);
-        QVERIFY(m_fixture->waitUntil([this] { return notice()->isVisible(); }));
+        QVERIFY(waitUntil([this] { return notice()->isVisible(); }));
         QCOMPARE(notice()->geometry().topLeft(), QPoint(0, 0));
         QCOMPARE(notice()->width(), kView.width());
         QVERIFY(notice()->height() <= 30);
         QVERIFY(notice()->font().pointSize() >= 9);
-        QCOMPARE(layout::clippedTexts(&m_fixture->window()).filter("LABEL_NOTICE").join("; "), QString());
-        QCOMPARE(layout::faintTexts(&m_fixture->window(), kReadable).filter("LABEL_NOTICE").join("; "),
-                 QString());
-        QCOMPARE(m_fixture->window().childAt(0, notice()->height()) == notice(), false);
+        QCOMPARE(layout::clippedTexts(&window()).filter("LABEL_NOTICE").join("; "), QString());
+        QCOMPARE(layout::faintTexts(&window(), kReadable).filter("LABEL_NOTICE").join("; "), QString());
+        QCOMPARE(window().childAt(0, notice()->height()) == notice(), false);
         keepPicture(QTest::currentDataTag());
     }
 
@@ -146,15 +141,15 @@ private slots:
         QElapsedTimer time;
         time.start();
         bring(Cause::NoFrames);
-        QVERIFY(m_fixture->waitUntil([this] { return notice()->isVisible(); }));
-        QVERIFY2(time.elapsed() >= kPatience_ms - 100, qPrintable(QString::number(time.elapsed())));
+        QVERIFY(waitUntil([this] { return notice()->isVisible(); }));
+        QVERIFY2(time.elapsed() >= kOverdue_ms - 100, qPrintable(QString::number(time.elapsed())));
     }
 
     void twoCausesHaveTwoLines()
     {
         bring(Cause::SilentBoard);
         bring(Cause::NotOpened);
-        QVERIFY(m_fixture->waitUntil([this] { return notice()->text().contains('\n'); }));
+        QVERIFY(waitUntil([this] { return notice()->text().contains('\n'); }));
         QVERIFY(notice()->text().startsWith("Camera could not be opened"));
         QVERIFY(notice()->text().contains("\nController board does not answer"));
         for (const QString& line : notice()->text().split('\n'))
@@ -178,35 +173,35 @@ private slots:
     {
         QFETCH(bool, frozen);
         if (frozen) {
-            m_fixture->click("BUTTON_RESOLUTION_5M");
-            QVERIFY(m_fixture->waitForFrames(2));
-            m_fixture->click("BUTTON_QC_CAPTURE");
+            click("BUTTON_RESOLUTION_5M");
+            QVERIFY(waitForFrames(2));
+            click("BUTTON_QC_CAPTURE");
             // The camera runs below the frozen frame.
-            m_fixture->click("BUTTON_RESOLUTION_1280");
-            QVERIFY(m_fixture->find<QWidget>("QC_MEASURE")->isVisible());
+            click("BUTTON_RESOLUTION_1280");
+            QVERIFY(find<QWidget>("QC_MEASURE")->isVisible());
         } else {
-            m_fixture->find<QSpinBox>("SPIN_DEBUG")->setValue(3);
-            m_fixture->click("BUTTON_DEBUG");
+            find<QSpinBox>("SPIN_DEBUG")->setValue(3);
+            click("BUTTON_DEBUG");
         }
         bring(Cause::NoFrames);
-        QTest::qWait(kPatience_ms + kLooks_ms);
+        QTest::qWait(kOverdue_ms + kLooks_ms);
         const bool told = notice()->isVisible();
-        m_fixture->click(frozen ? "BUTTON_QC_CAPTURE" : "BUTTON_DEBUG");
+        click(frozen ? "BUTTON_QC_CAPTURE" : "BUTTON_DEBUG");
         QVERIFY(!told);
         // Seen again, they are.
-        QVERIFY(m_fixture->waitUntil([this] { return notice()->isVisible(); }));
+        QVERIFY(waitUntil([this] { return notice()->isVisible(); }));
     }
 
     void thePictureBelowTheBandStaysAsItIs()
     {
-        QVERIFY(m_fixture->waitForFrames(3));
-        const QImage without = m_fixture->window().grab().toImage();
+        QVERIFY(waitForFrames(3));
+        const QImage without = window().grab().toImage();
         bring(Cause::SilentSensor);
         // The button that was pressed to ask the sensor is on another page.
-        m_fixture->openTab(0);
-        QVERIFY(m_fixture->waitForFrames(3));
+        openTab(0);
+        QVERIFY(waitForFrames(3));
         QVERIFY(notice()->isVisible());
-        const QImage with = m_fixture->window().grab().toImage();
+        const QImage with = window().grab().toImage();
         const QRect below(0, notice()->height(), 640, 480 - notice()->height());
         QCOMPARE(with.copy(below), without.copy(below));
         QVERIFY(with.copy(notice()->geometry()) != without.copy(notice()->geometry()));
@@ -216,12 +211,12 @@ private slots:
     {
         bring(Cause::SilentSensor);
         QVERIFY(notice()->isVisible());
-        QVERIFY(m_fixture->waitForFrames(3));
+        QVERIFY(waitForFrames(3));
         const Watch ofNotice(*notice());
-        const Watch ofWindow(m_fixture->window());
+        const Watch ofWindow(window());
         // More than two looks of the window at its instrument.
         QTest::qWait(kLooks_ms);
-        QVERIFY(m_fixture->waitForFrames(3));
+        QVERIFY(waitForFrames(3));
         QVERIFY(ofWindow.paints > 10);
         QCOMPARE(ofNotice.paints, 0);
         QCOMPARE(ofNotice.layouts, 0);
@@ -232,32 +227,32 @@ private slots:
 
     void theViewIsDraggedThroughTheBand()
     {
-        m_fixture->click("CHECK_SCALED_TO_FIT");
+        click("CHECK_SCALED_TO_FIT");
         bring(Cause::SilentSensor);
         QVERIFY(notice()->isVisible());
         QRect before;
-        m_fixture->window().SetNavigatorRect(before);
-        QWindow* window = m_fixture->window().windowHandle();
-        QTest::mousePress(window, Qt::LeftButton, Qt::NoModifier, QPoint(400, 8));
-        QTest::mouseMove(window, QPoint(240, 8));
-        QTest::mouseRelease(window, Qt::LeftButton, Qt::NoModifier, QPoint(240, 8));
+        window().SetNavigatorRect(before);
+        QWindow* panel = window().windowHandle();
+        QTest::mousePress(panel, Qt::LeftButton, Qt::NoModifier, QPoint(400, 8));
+        QTest::mouseMove(panel, QPoint(240, 8));
+        QTest::mouseRelease(panel, Qt::LeftButton, Qt::NoModifier, QPoint(240, 8));
         QRect after;
-        m_fixture->window().SetNavigatorRect(after);
+        window().SetNavigatorRect(after);
         // 160 of 1280 pixels, on a navigator of 80.
         QCOMPARE(after.left() - before.left(), 10);
-        m_fixture->click("CHECK_SCALED_TO_FIT");
+        click("CHECK_SCALED_TO_FIT");
     }
 
     void aConsoleLiesOverTheBand()
     {
         bring(Cause::NotOpened);
-        m_fixture->find<QSpinBox>("SPIN_DEBUG")->setValue(1);
-        m_fixture->click("BUTTON_DEBUG");
-        const QWidget* console = m_fixture->find<QWidget>("PLAIN_DEBUG_MESSAGE");
-        const QWidget* top = m_fixture->window().childAt(100, notice()->height() / 2);
-        const bool covered = console->window() == &m_fixture->window() && top != nullptr &&
-                             console->parentWidget()->isAncestorOf(top);
-        m_fixture->click("BUTTON_DEBUG");
+        find<QSpinBox>("SPIN_DEBUG")->setValue(1);
+        click("BUTTON_DEBUG");
+        const QWidget* console = find<QWidget>("PLAIN_DEBUG_MESSAGE");
+        const QWidget* top = window().childAt(100, notice()->height() / 2);
+        const bool covered =
+            console->window() == &window() && top != nullptr && console->parentWidget()->isAncestorOf(top);
+        click("BUTTON_DEBUG");
         QVERIFY(covered);
     }
 
@@ -279,30 +274,28 @@ private:
     {
         switch (cause) {
         case Cause::NotOpened:
-            QVERIFY(m_fixture->camera().faults().enable("ioctl:VIDIOC_STREAMON:EIO"));
-            m_fixture->click("BUTTON_RESOLUTION_VGA");
+            QVERIFY(camera().faults().enable("ioctl:VIDIOC_STREAMON:EIO"));
+            click("BUTTON_RESOLUTION_VGA");
             break;
         case Cause::Unplugged:
-            QVERIFY(m_fixture->camera().faults().enable("ioctl:VIDIOC_DQBUF:ENODEV"));
+            QVERIFY(camera().faults().enable("ioctl:VIDIOC_DQBUF:ENODEV"));
             break;
         case Cause::NoFrames:
-            QVERIFY(m_fixture->camera().faults().enable("stall"));
+            QVERIFY(camera().faults().enable("stall"));
             break;
         case Cause::SilentSensor:
-            QVERIFY(m_fixture->camera().faults().enable("i2c-nack"));
-            m_fixture->window().getCamera_reg();
+            QVERIFY(camera().faults().enable("i2c-nack"));
+            window().getCamera_reg();
             break;
         case Cause::SilentBoard:
-            m_fixture->board().withBoard([](Board& board, InstrumentTime) {
-                board.addFault({LineFault::NoAnswer, "GET_POS", 0});
-            });
+            addFault({LineFault::NoAnswer, "GET_POS", 0});
             Controller::getInstance()->m_timeouts.read_ms = kSilence_ms;
-            m_fixture->click("BUTTON_Z_POSITION");
+            click("BUTTON_Z_POSITION");
             break;
         case Cause::No5M:
-            m_fixture->click("BUTTON_QC_CAPTURE");
+            click("BUTTON_QC_CAPTURE");
             // A smaller mode while the frame is waited for.
-            QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_RESOLUTION_VGA_clicked");
+            QMetaObject::invokeMethod(&window(), "on_BUTTON_RESOLUTION_VGA_clicked");
             break;
         }
     }
@@ -314,27 +307,20 @@ private:
         switch (cause) {
         case Cause::NotOpened:
         case Cause::Unplugged:
-            m_fixture->click("BUTTON_RESOLUTION_1280");
+            click("BUTTON_RESOLUTION_1280");
             break;
         case Cause::NoFrames:
             break;
         case Cause::SilentSensor:
-            m_fixture->click("BUTTON_EXPOSURE_FINE_UP");
+            click("BUTTON_EXPOSURE_FINE_UP");
             break;
         case Cause::SilentBoard:
-            m_fixture->click("BUTTON_Z_POSITION");
+            click("BUTTON_Z_POSITION");
             break;
         case Cause::No5M:
-            m_fixture->click("BUTTON_QC_CAPTURE");
+            click("BUTTON_QC_CAPTURE");
             break;
         }
-    }
-
-    void clearFaults()
-    {
-        m_fixture->camera().faults().clear();
-        m_fixture->board().withBoard([](Board& board, InstrumentTime) { board.clearFaults(); });
-        Controller::getInstance()->m_timeouts = ControllerTimeouts();
     }
 
     /// Pictures for the eye, when a directory for them is named.
@@ -342,12 +328,10 @@ private:
     {
         const QString directory = qEnvironmentVariable("ORLA_TEST_PICTURES");
         if (!directory.isEmpty())
-            QVERIFY(m_fixture->window().grab().save(directory + "/notice " + name + ".png"));
+            QVERIFY(window().grab().save(directory + "/notice " + name + ".png"));
     }
 
-    QLabel* notice() { return m_fixture->find<QLabel>("LABEL_NOTICE"); }
-
-    std::unique_ptr<WindowFixture> m_fixture;
+    QLabel* notice() { return find<QLabel>("LABEL_NOTICE"); }
 };
 
 QTEST_MAIN(TestWindowNotice)

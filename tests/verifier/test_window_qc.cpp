@@ -29,6 +29,20 @@ constexpr const char* kResults[] = {"EDIT_POINT_1",       "EDIT_POINT_2",       
                                     "EDIT_VOLUME_FACTOR", "EDIT_INTENSITY_RED", "EDIT_INTENSITY_GREEN",
                                     "EDIT_INTENSITY_BLUE"};
 
+WindowFixture::Options targetOptions()
+{
+    WindowFixture::Options options;
+    options.camera.slide.kind = SlideKind::Target;
+    options.camera.slide.targetDots = {kDots[0], kDots[1]};
+    options.camera.optics.bestFocus_steps = 32000.0; // where the stage stands after the start
+    options.prepare = [](const QString& root) {
+        // The two stainings differ in their exposure at 5M.
+        QSettings stained(root + "/opt/ORLA3/conf/Calibration_CUS.ini", QSettings::IniFormat);
+        stained.setValue("5M/0x3501", "0x15");
+    };
+    return options;
+}
+
 /// Keeps every change of a widget between enabled and disabled.
 class EnabledChanges : public QObject
 {
@@ -50,48 +64,30 @@ private:
 
 } // namespace
 
-class TestWindowQc : public QObject
+class TestWindowQc : public QObject, protected WindowFixture
 {
     Q_OBJECT
 
+public:
+    TestWindowQc() : WindowFixture(targetOptions()) {}
+
 private slots:
-    void initTestCase()
-    {
-        WindowFixture::Options options;
-        options.camera.slide.kind = SlideKind::Target;
-        options.camera.slide.targetDots = {kDots[0], kDots[1]};
-        options.camera.optics.bestFocus_steps = 32000.0; // where the stage stands after the start
-        options.prepare = [](const QString& root) {
-            // The two stainings differ in their exposure at 5M.
-            QSettings stained(root + "/opt/ORLA3/conf/Calibration_CUS.ini", QSettings::IniFormat);
-            stained.setValue("5M/0x3501", "0x15");
-        };
-        m_fixture = std::make_unique<WindowFixture>(options);
-        m_qc = std::make_unique<QcOperator>(*m_fixture);
-    }
-
-    void cleanupTestCase()
-    {
-        m_qc.reset();
-        m_fixture.reset();
-    }
-
     /// Every test begins in the live view at 5M, with the target box unchecked.
     void init()
     {
-        m_fixture->camera().faults().clear();
+        camera().faults().clear();
         if (button() == "Live")
-            m_qc->goLive();
-        m_fixture->find<QCheckBox>("CHECK_TARGET")->setChecked(false);
-        if (!m_fixture->style("BUTTON_RESOLUTION_5M").contains("170") || !camera().isStreaming())
-            m_fixture->click("BUTTON_RESOLUTION_5M");
-        if (!m_fixture->style("BUTTON_STAINING_NTB").contains("170"))
-            m_fixture->click("BUTTON_STAINING_NTB");
-        m_fixture->openTab(2);
-        m_fixture->boxes().clear();
-        m_fixture->clearConsoles();
-        QVERIFY(m_fixture->window().isEnabled());
-        QVERIFY(m_fixture->waitForFrames(2));
+            m_qc.goLive();
+        find<QCheckBox>("CHECK_TARGET")->setChecked(false);
+        if (!style("BUTTON_RESOLUTION_5M").contains("170") || !programCamera()->isStreaming())
+            click("BUTTON_RESOLUTION_5M");
+        if (!style("BUTTON_STAINING_NTB").contains("170"))
+            click("BUTTON_STAINING_NTB");
+        openTab(2);
+        boxes().clear();
+        clearConsoles();
+        QVERIFY(window().isEnabled());
+        QVERIFY(waitForFrames(2));
     }
 
     void beforeTheFirstCaptureNothingCanBePressed()
@@ -99,10 +95,10 @@ private slots:
         QVERIFY(widget().isHidden());
         compareControls({false, false, false, false});
         QCOMPARE(button(), QString("Capture"));
-        QVERIFY(m_fixture->isEnabled("BUTTON_QC_CAPTURE"));
-        QVERIFY(m_fixture->isEnabled("BUTTON_INTENSITY"));
+        QVERIFY(isEnabled("BUTTON_QC_CAPTURE"));
+        QVERIFY(isEnabled("BUTTON_INTENSITY"));
         for (const char* edit : kResults)
-            QVERIFY2(m_fixture->find<QLineEdit>(edit)->isReadOnly(), edit);
+            QVERIFY2(find<QLineEdit>(edit)->isReadOnly(), edit);
     }
 
     void aStateEnablesWhatItNeeds_data()
@@ -144,16 +140,16 @@ private slots:
     void aCaptureAt5MFreezesAtOnce()
     {
         const LogRecorder log;
-        EnabledChanges changes(m_fixture->window());
+        EnabledChanges changes(window());
         const Moment stop = momentOf("stopCamera()");
         const bool* enabledWhenPainted = askWhenEventsRun();
-        m_fixture->click("BUTTON_QC_CAPTURE");
+        click("BUTTON_QC_CAPTURE");
 
         QCOMPARE(button(), QString("Live"));
         QVERIFY(widget().isVisible());
         QCOMPARE(widget().geometry(), QRect(0, 0, 640, 480));
         compareControls({true, false, false, true});
-        QVERIFY(!camera().isStreaming());
+        QVERIFY(!programCamera()->isStreaming());
         QCOMPARE(changes.seen, QVector<bool>({false, true}));
         QVERIFY(!*enabledWhenPainted);
         // The frame is stored before the camera stops, and shown after it.
@@ -163,7 +159,7 @@ private slots:
         compareOrder(log.messages(),
                      {"void ORLA_II_Plus_Verifier::on_BUTTON_QC_CAPTURE_clicked() m_QC_mode: 1",
                       "void ORLA_II_Plus_Verifier::stopCamera()"});
-        QVERIFY(m_fixture->messages().contains(
+        QVERIFY(messages().contains(
             "void ORLA_II_Plus_Verifier::on_BUTTON_QC_CAPTURE_clicked()() m_QC_mode: 1 \n"));
         QVERIFY(log.messages().filter("camera_mode:").isEmpty());
     }
@@ -171,13 +167,13 @@ private slots:
     void theFrozenFrameIsTheOneOfTheCamera()
     {
         const std::vector<unsigned char> live = liveFrame();
-        QVERIFY(m_qc->freeze());
+        QVERIFY(m_qc.freeze());
         const QImage frame(live.data(), 2592, 1944, 2592 * 3, QImage::Format_RGB888);
-        m_qc->panTo(dot(0));
-        const QImage view = m_fixture->window().grab(QRect(0, 0, 640, 480)).toImage();
-        QVERIFY(view.pixelColor(dot(0) - m_qc->offset()).green() < 50);
+        m_qc.panTo(dot(0));
+        const QImage view = window().grab(QRect(0, 0, 640, 480)).toImage();
+        QVERIFY(view.pixelColor(dot(0) - m_qc.offset()).green() < 50);
         for (const QPoint& place : {QPoint(320, 240), QPoint(330, 245), QPoint(100, 100), QPoint(639, 479)})
-            QCOMPARE(view.pixelColor(place), frame.pixelColor(place + m_qc->offset()));
+            QCOMPARE(view.pixelColor(place), frame.pixelColor(place + m_qc.offset()));
     }
 
     void aCaptureFromASmallerModeFreezesWhenTheSensorIsReady_data()
@@ -190,15 +186,14 @@ private slots:
     void aCaptureFromASmallerModeFreezesWhenTheSensorIsReady()
     {
         QFETCH(QString, resolution);
-        m_fixture->click(qPrintable(resolution));
+        click(qPrintable(resolution));
         const LogRecorder log;
-        EnabledChanges changes(m_fixture->window());
+        EnabledChanges changes(window());
         // The locked window is painted before the wait begins.
         bool lockedBeforeTheWait = false;
-        QTimer::singleShot(0, this, [&] {
-            lockedBeforeTheWait = !m_fixture->window().isEnabled() && runningWait() == nullptr;
-        });
-        m_fixture->click("BUTTON_QC_CAPTURE");
+        QTimer::singleShot(0, this,
+                           [&] { lockedBeforeTheWait = !window().isEnabled() && runningWait() == nullptr; });
+        click("BUTTON_QC_CAPTURE");
         QVERIFY(lockedBeforeTheWait);
         QVERIFY(runningWait() != nullptr);
         QCOMPARE(runningWait()->interval(), kFullSizeDelay_ms);
@@ -206,20 +201,20 @@ private slots:
         QCOMPARE(changes.seen, QVector<bool>({false, true, false}));
         QCOMPARE(button(), QString("Capture"));
         QVERIFY(widget().isHidden());
-        QVERIFY(m_fixture->style("BUTTON_RESOLUTION_5M").contains("rgb(0, 170, 255)"));
-        QVERIFY(m_fixture->waitForFrames(2));
-        m_fixture->click("BUTTON_QC_CAPTURE");
-        m_fixture->click("BUTTON_RESOLUTION_VGA");
-        m_fixture->click("BUTTON_EXIT");
-        QVERIFY(m_fixture->boxes().seen().isEmpty());
-        QVERIFY(camera().isStreaming());
+        QVERIFY(style("BUTTON_RESOLUTION_5M").contains("rgb(0, 170, 255)"));
+        QVERIFY(waitForFrames(2));
+        click("BUTTON_QC_CAPTURE");
+        click("BUTTON_RESOLUTION_VGA");
+        click("BUTTON_EXIT");
+        QVERIFY(boxes().seen().isEmpty());
+        QVERIFY(programCamera()->isStreaming());
 
         runningWait()->start(0);
-        QVERIFY(m_fixture->waitUntil([this] { return m_fixture->window().isEnabled(); }, 20000));
+        QVERIFY(waitUntil([this] { return window().isEnabled(); }, 20000));
         QCOMPARE(button(), QString("Live"));
         QVERIFY(widget().isVisible());
         compareControls({true, false, false, true});
-        QVERIFY(!camera().isStreaming());
+        QVERIFY(!programCamera()->isStreaming());
         compareOrder(log.messages(),
                      {"void ORLA_II_Plus_Verifier::on_BUTTON_QC_CAPTURE_clicked() m_QC_mode: 1",
                       "void ORLA_II_Plus_Verifier::on_BUTTON_RESOLUTION_5M_clicked()",
@@ -228,57 +223,57 @@ private slots:
                       "void ORLA_II_Plus_Verifier::stopCamera()"});
         QCOMPARE(log.messages().filter("m_QC_mode:").size(), 1);
 
-        m_qc->goLive();
-        QCOMPARE(camera().mode(), 2);
+        m_qc.goLive();
+        QCOMPARE(programCamera()->mode(), 2);
     }
 
     void leavingDuringTheWaitFreezesNothingLater()
     {
-        m_fixture->click("BUTTON_RESOLUTION_VGA");
-        m_fixture->click("BUTTON_QC_CAPTURE");
-        QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_QC_CAPTURE_clicked");
-        QVERIFY(m_fixture->window().isEnabled());
+        click("BUTTON_RESOLUTION_VGA");
+        click("BUTTON_QC_CAPTURE");
+        QMetaObject::invokeMethod(&window(), "on_BUTTON_QC_CAPTURE_clicked");
+        QVERIFY(window().isEnabled());
         QVERIFY2(runningWait() == nullptr, "no frame is waited for any more");
-        QVERIFY(m_fixture->waitForFrames(2));
+        QVERIFY(waitForFrames(2));
         QVERIFY(widget().isHidden());
         QCOMPARE(button(), QString("Capture"));
-        QVERIFY(camera().isStreaming());
-        QVERIFY(m_fixture->waitForFrames(2));
+        QVERIFY(programCamera()->isStreaming());
+        QVERIFY(waitForFrames(2));
     }
 
     void aSmallerFrameIsNeverFrozen()
     {
-        m_fixture->click("BUTTON_RESOLUTION_VGA");
-        m_fixture->click("BUTTON_QC_CAPTURE");
-        QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_RESOLUTION_VGA_clicked");
+        click("BUTTON_RESOLUTION_VGA");
+        click("BUTTON_QC_CAPTURE");
+        QMetaObject::invokeMethod(&window(), "on_BUTTON_RESOLUTION_VGA_clicked");
         runningWait()->start(0);
-        QVERIFY(m_fixture->waitUntil([this] { return button() == "Live"; }, 20000));
-        QVERIFY(m_fixture->messages().contains("[Error] no 5M frame"));
+        QVERIFY(waitUntil([this] { return button() == "Live"; }, 20000));
+        QVERIFY(messages().contains("[Error] no 5M frame"));
         expectNoCell();
     }
 
     void withoutACameraNoOldPictureIsFrozen()
     {
-        QVERIFY(m_qc->freeze());
-        m_qc->goLive();
-        m_fixture->camera().faults().enable("ioctl:VIDIOC_S_FMT:EIO");
-        m_fixture->click("BUTTON_RESOLUTION_5M");
-        m_fixture->click("BUTTON_QC_CAPTURE");
+        QVERIFY(m_qc.freeze());
+        m_qc.goLive();
+        camera().faults().enable("ioctl:VIDIOC_S_FMT:EIO");
+        click("BUTTON_RESOLUTION_5M");
+        click("BUTTON_QC_CAPTURE");
         QCOMPARE(button(), QString("Live"));
-        QVERIFY(m_fixture->window().isEnabled());
+        QVERIFY(window().isEnabled());
         compareControls({true, false, false, true});
-        QVERIFY(m_fixture->messages().contains("[Error] no 5M frame"));
+        QVERIFY(messages().contains("[Error] no 5M frame"));
         // Nor does what the live view showed last shine through.
-        const QImage view = m_fixture->window().grab(kBelowTheNotice).toImage();
+        const QImage view = window().grab(kBelowTheNotice).toImage();
         QImage plain(view.size(), view.format());
-        plain.fill(m_fixture->window().palette().color(QPalette::Window));
+        plain.fill(window().palette().color(QPalette::Window));
         QCOMPARE(view, plain);
         expectNoCell();
 
-        m_fixture->camera().faults().clear();
-        m_qc->goLive();
-        QVERIFY(m_fixture->waitForFrames(2));
-        QVERIFY(m_qc->freeze());
+        camera().faults().clear();
+        m_qc.goLive();
+        QVERIFY(waitForFrames(2));
+        QVERIFY(m_qc.freeze());
         QVERIFY(found(0));
     }
 
@@ -300,17 +295,17 @@ private slots:
         QFETCH(QString, staining);
         QFETCH(QString, file);
         QFETCH(QString, exposure);
-        m_fixture->click(qPrintable(staining));
-        m_fixture->click("BUTTON_RESOLUTION_VGA");
-        QVERIFY(m_qc->freeze());
-        m_fixture->setText("EDIT_EXPOSURE", "");
+        click(qPrintable(staining));
+        click("BUTTON_RESOLUTION_VGA");
+        QVERIFY(m_qc.freeze());
+        setText("EDIT_EXPOSURE", "");
 
         const LogRecorder log;
-        EnabledChanges changes(m_fixture->window());
+        EnabledChanges changes(window());
         const Moment open = momentOf("OV5642Camera::open");
         const Moment start = momentOf("startCamera(int)");
         const bool* enabledWhenPainted = askWhenEventsRun();
-        m_qc->goLive();
+        m_qc.goLive();
         QCOMPARE(changes.seen, QVector<bool>({false, true}));
         QVERIFY(!*enabledWhenPainted);
         QVERIFY(open->met && start->met);
@@ -324,65 +319,65 @@ private slots:
         QCOMPARE(button(), QString("Capture"));
         QVERIFY(widget().isHidden());
         compareControls({false, false, false, false});
-        QCOMPARE(m_fixture->text("EDIT_EXPOSURE"), exposure);
-        QCOMPARE(m_fixture->camera().sensorRegister(0x3501), exposure.mid(2, 2).toInt(nullptr, 16));
-        QVERIFY(camera().isStreaming());
-        QVERIFY(m_fixture->waitForFrames(2));
+        QCOMPARE(text("EDIT_EXPOSURE"), exposure);
+        QCOMPARE(camera().sensorRegister(0x3501), exposure.mid(2, 2).toInt(nullptr, 16));
+        QVERIFY(programCamera()->isStreaming());
+        QVERIFY(waitForFrames(2));
     }
 
     void aResolutionPressedOverTheFrozenFrameIsTheOneToGoLiveIn()
     {
-        QVERIFY(m_qc->freeze());
-        m_fixture->click("BUTTON_RESOLUTION_1280");
+        QVERIFY(m_qc.freeze());
+        click("BUTTON_RESOLUTION_1280");
         QVERIFY(widget().isVisible());
         QCOMPARE(button(), QString("Live"));
-        QVERIFY(camera().isStreaming());
+        QVERIFY(programCamera()->isStreaming());
         QVERIFY(found(0));
         const LogRecorder log;
-        m_qc->goLive();
-        QVERIFY(m_fixture->window().isEnabled());
+        m_qc.goLive();
+        QVERIFY(window().isEnabled());
         QVERIFY(widget().isHidden());
         compareOrder(log.messages(), {"m_QC_mode: 0", "void ORLA_II_Plus_Verifier::stopCamera()",
                                       "camera_mode: 1", "void ORLA_II_Plus_Verifier::startCamera(int) 1"});
-        QVERIFY(m_fixture->waitForFrames(3));
+        QVERIFY(waitForFrames(3));
     }
 
     void aStainingPressedOverTheFrozenFrameIsTheOneToGoLiveWith()
     {
-        QVERIFY(m_qc->freeze());
-        m_fixture->click("BUTTON_STAINING_TB");
+        QVERIFY(m_qc.freeze());
+        click("BUTTON_STAINING_TB");
         QVERIFY(widget().isVisible());
         QCOMPARE(button(), QString("Live"));
         const LogRecorder log;
-        m_qc->goLive();
+        m_qc.goLive();
         compareOrder(log.messages(), {"camera_mode: 2 , ini_file /opt/ORLA3/conf/Calibration_CUS.ini"});
-        QCOMPARE(m_fixture->camera().sensorRegister(0x3501), 0x15);
-        QVERIFY(m_fixture->waitForFrames(3));
+        QCOMPARE(camera().sensorRegister(0x3501), 0x15);
+        QVERIFY(waitForFrames(3));
     }
 
     void theTargetBoxSwitchesTargeting()
     {
-        QVERIFY(m_qc->freeze());
-        m_fixture->click("CHECK_TARGET");
+        QVERIFY(m_qc.freeze());
+        click("CHECK_TARGET");
         compareControls({true, true, true, true});
         QTest::mouseClick(&widget(), Qt::LeftButton, Qt::NoModifier, QPoint(300, 200));
         QCOMPARE(shown().pixelColor(280, 190), QColor(Qt::green));
         QCOMPARE(shown().pixelColor(320, 190), QColor(Qt::green));
-        m_fixture->click("CHECK_TARGET");
+        click("CHECK_TARGET");
         compareControls({true, false, false, true});
         QVERIFY(shown().pixelColor(280, 190) != QColor(Qt::green));
-        QCOMPARE(m_fixture->messages().count("on_CHECK_TARGET_clicked(bool)"), 2);
+        QCOMPARE(messages().count("on_CHECK_TARGET_clicked(bool)"), 2);
     }
 
     void aNewCaptureLeavesTheTargetBoxChecked()
     {
-        QVERIFY(m_qc->freeze());
-        m_qc->setTargeting(true);
-        m_qc->goLive();
-        QVERIFY(m_fixture->find<QCheckBox>("CHECK_TARGET")->isChecked());
-        QVERIFY(!m_fixture->isEnabled("CHECK_TARGET"));
-        QVERIFY(m_qc->freeze());
-        QVERIFY(m_fixture->find<QCheckBox>("CHECK_TARGET")->isChecked());
+        QVERIFY(m_qc.freeze());
+        m_qc.setTargeting(true);
+        m_qc.goLive();
+        QVERIFY(find<QCheckBox>("CHECK_TARGET")->isChecked());
+        QVERIFY(!isEnabled("CHECK_TARGET"));
+        QVERIFY(m_qc.freeze());
+        QVERIFY(find<QCheckBox>("CHECK_TARGET")->isChecked());
         compareControls({true, false, false, true});
         // Targeting is off all the same: a press places nothing.
         QTest::mouseClick(&widget(), Qt::LeftButton, Qt::NoModifier, QPoint(300, 200));
@@ -391,11 +386,11 @@ private slots:
 
     void theFingerStaysOnThePlaceThatItDrags()
     {
-        QVERIFY(m_qc->freeze());
-        m_qc->panTo(dot(0));
-        const QPoint place = dot(0) - m_qc->offset();
+        QVERIFY(m_qc.freeze());
+        m_qc.panTo(dot(0));
+        const QPoint place = dot(0) - m_qc.offset();
         QVERIFY(shown().pixelColor(place).green() < 50);
-        m_qc->panTo(dot(0) + QPoint(120, -90));
+        m_qc.panTo(dot(0) + QPoint(120, -90));
         QVERIFY(shown().pixelColor(place).green() > 150);
         QVERIFY(shown().pixelColor(place - QPoint(120, -90)).green() < 50);
     }
@@ -416,44 +411,44 @@ private slots:
         QFETCH(int, index);
         QFETCH(QString, edit);
         QFETCH(QString, signature);
-        QVERIFY(m_qc->freeze());
-        m_qc->aimAt(dot(index));
-        m_fixture->setText("EDIT_POINT_1", "before");
-        m_fixture->setText("EDIT_POINT_2", "before");
+        QVERIFY(m_qc.freeze());
+        m_qc.aimAt(dot(index));
+        setText("EDIT_POINT_1", "before");
+        setText("EDIT_POINT_2", "before");
         const LogRecorder log;
         QSignalSpy points(&widget(), &QC_measure::sig_measure_point);
-        EnabledChanges changes(m_fixture->window());
+        EnabledChanges changes(window());
         const bool* enabledWhenPainted = askWhenEventsRun();
-        m_qc->findPoint(index);
+        m_qc.findPoint(index);
 
         QCOMPARE(points.count(), 1);
         const QPoint point(points.at(0).at(1).toInt(), points.at(0).at(2).toInt());
         QVERIFY(qAbs(point.x() - kDots[index].x_px) <= 1 && qAbs(point.y() - kDots[index].y_px) <= 1);
         const QString text = QString("%1, %2").arg(point.x()).arg(point.y());
-        QCOMPARE(m_fixture->text(qPrintable(edit)), text);
-        QCOMPARE(m_fixture->text(index == 0 ? "EDIT_POINT_2" : "EDIT_POINT_1"), QString("before"));
+        QCOMPARE(this->text(qPrintable(edit)), text);
+        QCOMPARE(this->text(index == 0 ? "EDIT_POINT_2" : "EDIT_POINT_1"), QString("before"));
         QCOMPARE(changes.seen, QVector<bool>({false, true}));
         QVERIFY(!*enabledWhenPainted);
-        QVERIFY(m_fixture->boxes().seen().isEmpty());
+        QVERIFY(boxes().seen().isEmpty());
         compareOrder(
             log.messages(),
             {signature, QString("void ORLA_II_Plus_Verifier::slot_measure_point(int, int, int) %1 %2")
                             .arg(index)
                             .arg(text)});
-        QCOMPARE(shown().pixelColor(point - m_qc->offset() + QPoint(14, 0)), QColor(Qt::red));
+        QCOMPARE(shown().pixelColor(point - m_qc.offset() + QPoint(14, 0)), QColor(Qt::red));
     }
 
     void aPointOfAnotherIndexIsNotShown()
     {
-        m_fixture->setText("EDIT_POINT_1", "before");
-        m_fixture->setText("EDIT_POINT_2", "before");
-        m_fixture->window().setEnabled(false);
+        setText("EDIT_POINT_1", "before");
+        setText("EDIT_POINT_2", "before");
+        window().setEnabled(false);
         emit widget().sig_measure_point(2, 5, -6);
-        QCOMPARE(m_fixture->text("EDIT_POINT_1"), QString("before"));
-        QCOMPARE(m_fixture->text("EDIT_POINT_2"), QString("before"));
-        QVERIFY(m_fixture->window().isEnabled());
+        QCOMPARE(text("EDIT_POINT_1"), QString("before"));
+        QCOMPARE(text("EDIT_POINT_2"), QString("before"));
+        QVERIFY(window().isEnabled());
         emit widget().sig_measure_point(0, 0, -6);
-        QCOMPARE(m_fixture->text("EDIT_POINT_1"), QString("0, -6"));
+        QCOMPARE(text("EDIT_POINT_1"), QString("0, -6"));
     }
 
     void aPointThatIsNotFoundIsTold_data()
@@ -472,28 +467,28 @@ private slots:
         QFETCH(int, index);
         QFETCH(int, cells);
         QFETCH(QString, text);
-        QVERIFY(m_qc->freeze());
+        QVERIFY(m_qc.freeze());
         CalibrationFrame frame(QSize(2592, 1944));
         for (int i = 0; i < cells; ++i)
             frame.dot(QPoint(310 + 20 * i, 240), 5);
         widget().setImageData(frame.data());
-        m_qc->aimAt(QPoint(320, 240));
-        m_fixture->setText("EDIT_POINT_1", "before");
-        m_fixture->setText("EDIT_POINT_2", "before");
+        m_qc.aimAt(QPoint(320, 240));
+        setText("EDIT_POINT_1", "before");
+        setText("EDIT_POINT_2", "before");
         const LogRecorder log;
-        EnabledChanges changes(m_fixture->window());
-        m_qc->findPoint(index);
+        EnabledChanges changes(window());
+        m_qc.findPoint(index);
 
-        QCOMPARE(m_fixture->boxes().seen().size(), 1);
-        const SeenBox& box = m_fixture->boxes().seen().first();
+        QCOMPARE(boxes().seen().size(), 1);
+        const SeenBox& box = boxes().seen().first();
         QCOMPARE(box.title, QString("Error"));
         QCOMPARE(box.text, text);
         QCOMPARE(box.icon, QMessageBox::Critical);
         QCOMPARE(box.buttons, QStringList("OK"));
         QVERIFY(!box.windowWasEnabled);
         QCOMPARE(changes.seen, QVector<bool>({false, true}));
-        QCOMPARE(m_fixture->text("EDIT_POINT_1"), QString("before"));
-        QCOMPARE(m_fixture->text("EDIT_POINT_2"), QString("before"));
+        QCOMPARE(this->text("EDIT_POINT_1"), QString("before"));
+        QCOMPARE(this->text("EDIT_POINT_2"), QString("before"));
         compareOrder(log.messages(),
                      {QString("void ORLA_II_Plus_Verifier::slot_measure_error(TargetingError_e) %1")
                           .arg(cells == 0 ? 0 : 1)});
@@ -501,36 +496,36 @@ private slots:
 
     void anUnknownErrorOnlyEnablesTheWindow()
     {
-        m_fixture->window().setEnabled(false);
-        m_fixture->window().slot_measure_error(static_cast<TargetingError_e>(2));
-        QVERIFY(m_fixture->window().isEnabled());
-        QVERIFY(m_fixture->boxes().seen().isEmpty());
+        window().setEnabled(false);
+        window().slot_measure_error(static_cast<TargetingError_e>(2));
+        QVERIFY(window().isEnabled());
+        QVERIFY(boxes().seen().isEmpty());
     }
 
     void thePointsSurviveANewFrame()
     {
-        QVERIFY(m_qc->freeze());
+        QVERIFY(m_qc.freeze());
         QVERIFY(found(0) && found(1));
-        const QString first = m_fixture->text("EDIT_POINT_1");
-        m_fixture->click("BUTTON_QC_MEASURE");
-        const QString magnification = m_fixture->text("EDIT_MAGNIFICATION");
-        m_qc->goLive();
-        m_fixture->setText("EDIT_MAGNIFICATION", "");
-        QVERIFY(m_qc->freeze());
-        QCOMPARE(m_fixture->text("EDIT_POINT_1"), first);
-        m_fixture->click("BUTTON_QC_MEASURE");
-        QCOMPARE(m_fixture->text("EDIT_MAGNIFICATION"), magnification);
+        const QString first = text("EDIT_POINT_1");
+        click("BUTTON_QC_MEASURE");
+        const QString magnification = text("EDIT_MAGNIFICATION");
+        m_qc.goLive();
+        setText("EDIT_MAGNIFICATION", "");
+        QVERIFY(m_qc.freeze());
+        QCOMPARE(text("EDIT_POINT_1"), first);
+        click("BUTTON_QC_MEASURE");
+        QCOMPARE(text("EDIT_MAGNIFICATION"), magnification);
     }
 
     void aMeasurementIsShownAndKept()
     {
-        QVERIFY(m_qc->freeze());
+        QVERIFY(m_qc.freeze());
         QVERIFY(found(0) && found(1));
         const LogRecorder log;
-        EnabledChanges changes(m_fixture->window());
+        EnabledChanges changes(window());
         QSignalSpy results(&widget(), &QC_measure::sig_measure_result);
         const bool* enabledWhenPainted = askWhenEventsRun();
-        m_fixture->click("BUTTON_QC_MEASURE");
+        click("BUTTON_QC_MEASURE");
         QCOMPARE(changes.seen, QVector<bool>({false, true}));
         QVERIFY(!*enabledWhenPainted);
         QCOMPARE(results.count(), 1);
@@ -538,15 +533,15 @@ private slots:
         QVERIFY(qAbs(double(info.length_pixel) - 1000.3) < 2);
         QCOMPARE(global_ini()->System.Magnification, double(info.Magnification));
         QCOMPARE(global_ini()->System.Volume_factor, double(info.Volume_factor));
-        QCOMPARE(m_fixture->text("EDIT_MAGNIFICATION"), QString::number(double(info.Magnification), 'f', 3));
-        QCOMPARE(m_fixture->text("EDIT_VOLUME_FACTOR"), QString::number(double(info.Volume_factor), 'f', 5));
+        QCOMPARE(text("EDIT_MAGNIFICATION"), QString::number(double(info.Magnification), 'f', 3));
+        QCOMPARE(text("EDIT_VOLUME_FACTOR"), QString::number(double(info.Volume_factor), 'f', 5));
         compareOrder(log.messages(), {"void ORLA_II_Plus_Verifier::on_BUTTON_QC_MEASURE_clicked()",
                                       "----->Before Magnification :", "----->Volume_factor :",
                                       "------> global_ini()->System.Magnification : " +
                                           QString::number(global_ini()->System.Magnification),
                                       "------> global_ini()->System.Volume_factor : " +
                                           QString::number(global_ini()->System.Volume_factor)});
-        QVERIFY(m_fixture->messages().contains("------> global_ini()->System.Magnification :"));
+        QVERIFY(messages().contains("------> global_ini()->System.Magnification :"));
     }
 
     void aResultIsShownAsItComes_data()
@@ -575,11 +570,11 @@ private slots:
         QFETCH(float, volumeFactor);
         QFETCH(QString, magnificationText);
         QFETCH(QString, volumeFactorText);
-        m_fixture->window().setEnabled(false);
+        window().setEnabled(false);
         giveResult(magnification, volumeFactor);
-        QCOMPARE(m_fixture->text("EDIT_MAGNIFICATION"), magnificationText);
-        QCOMPARE(m_fixture->text("EDIT_VOLUME_FACTOR"), volumeFactorText);
-        QVERIFY(m_fixture->window().isEnabled());
+        QCOMPARE(text("EDIT_MAGNIFICATION"), magnificationText);
+        QCOMPARE(text("EDIT_VOLUME_FACTOR"), volumeFactorText);
+        QVERIFY(window().isEnabled());
         const auto same = [](double stored, float given) {
             return stored == double(given) || (qIsNaN(stored) && qIsNaN(given));
         };
@@ -589,24 +584,24 @@ private slots:
 
     void whatIsMeasuredBetweenOnePointAndItselfIsNoNumber()
     {
-        QVERIFY(m_qc->freeze());
+        QVERIFY(m_qc.freeze());
         QVERIFY(found(0));
-        m_qc->findPoint(1);
-        m_fixture->click("BUTTON_QC_MEASURE");
-        QCOMPARE(m_fixture->text("EDIT_MAGNIFICATION"), QString("nan"));
-        QCOMPARE(m_fixture->text("EDIT_VOLUME_FACTOR"), QString("nan"));
-        QVERIFY(m_fixture->window().isEnabled());
-        QVERIFY(m_fixture->boxes().seen().isEmpty());
+        m_qc.findPoint(1);
+        click("BUTTON_QC_MEASURE");
+        QCOMPARE(text("EDIT_MAGNIFICATION"), QString("nan"));
+        QCOMPARE(text("EDIT_VOLUME_FACTOR"), QString("nan"));
+        QVERIFY(window().isEnabled());
+        QVERIFY(boxes().seen().isEmpty());
     }
 
     void saveOnTheQcTabWritesTheRoundedResult()
     {
         giveResult(1.23456F, 0.4567891F);
-        m_fixture->openTab(2);
-        m_fixture->click("BUTTON_SAVE_INI");
+        openTab(2);
+        click("BUTTON_SAVE_INI");
         QCOMPARE(saved("ORLA-III/Magnification").toDouble(), 1.2346);
         QCOMPARE(saved("ORLA-III/Volume factor").toDouble(), 0.45679);
-        QCOMPARE(m_fixture->boxes().texts(), QStringList("INI saved !"));
+        QCOMPARE(boxes().texts(), QStringList("INI saved !"));
     }
 
     void anUnfinishedResultLeavesTheSavedOne_data()
@@ -627,11 +622,11 @@ private slots:
         QFETCH(float, volumeFactor);
         QFETCH(int, tab);
         giveResult(1.25F, 0.375F);
-        m_fixture->openTab(2);
-        m_fixture->click("BUTTON_SAVE_INI");
+        openTab(2);
+        click("BUTTON_SAVE_INI");
         giveResult(magnification, volumeFactor);
-        m_fixture->openTab(tab);
-        m_fixture->click("BUTTON_SAVE_INI");
+        openTab(tab);
+        click("BUTTON_SAVE_INI");
         QCOMPARE(saved("ORLA-III/Magnification").toDouble(), 1.25);
         QCOMPARE(saved("ORLA-III/Volume factor").toDouble(), 0.375);
     }
@@ -647,40 +642,40 @@ private slots:
     void theIntensityIsTheMeanOfTheLiveFrame()
     {
         QFETCH(QString, resolution);
-        m_fixture->click(qPrintable(resolution));
-        m_fixture->window().set_COLOR_RED(0x0380);
-        m_fixture->window().set_COLOR_BLUE(0x0300);
-        QVERIFY(m_fixture->waitForFrames(4));
+        click(qPrintable(resolution));
+        window().set_COLOR_RED(0x0380);
+        window().set_COLOR_BLUE(0x0300);
+        QVERIFY(waitForFrames(4));
         const double magnification = global_ini()->System.Magnification;
         const std::vector<unsigned char> frame = liveFrame();
         std::uint64_t sums[3] = {};
         for (std::size_t i = 0; i < frame.size(); ++i)
             sums[i % 3] += frame[i];
-        m_fixture->click("BUTTON_INTENSITY");
+        click("BUTTON_INTENSITY");
         const char* const edits[] = {"EDIT_INTENSITY_RED", "EDIT_INTENSITY_GREEN", "EDIT_INTENSITY_BLUE"};
         double means[3] = {};
         for (int channel = 0; channel < 3; ++channel) {
             means[channel] = double(float(double(sums[channel]) * 3 / double(frame.size())));
-            QCOMPARE(m_fixture->text(edits[channel]), QString::number(means[channel], 'f', 1));
+            QCOMPARE(text(edits[channel]), QString::number(means[channel], 'f', 1));
         }
         QVERIFY(means[1] > means[0] + 10 && means[0] > means[2] + 10);
         QVERIFY(widget().isHidden());
         QCOMPARE(button(), QString("Capture"));
-        QVERIFY(m_fixture->window().isEnabled());
+        QVERIFY(window().isEnabled());
         QCOMPARE(global_ini()->System.Magnification, magnification);
-        QVERIFY(m_fixture->messages().contains("on_BUTTON_INTENSITY_clicked()"));
-        m_fixture->window().set_COLOR_RED(0x0400);
-        m_fixture->window().set_COLOR_BLUE(0x0400);
+        QVERIFY(messages().contains("on_BUTTON_INTENSITY_clicked()"));
+        window().set_COLOR_RED(0x0400);
+        window().set_COLOR_BLUE(0x0400);
     }
 
     void theIntensityLeavesTheFrozenFrameAlone()
     {
-        QVERIFY(m_qc->freeze());
-        m_qc->panTo(dot(1));
+        QVERIFY(m_qc.freeze());
+        m_qc.panTo(dot(1));
         const QImage before = shown();
-        m_fixture->setText("EDIT_INTENSITY_GREEN", "");
-        m_fixture->click("BUTTON_INTENSITY");
-        QVERIFY(m_fixture->text("EDIT_INTENSITY_GREEN").toDouble() > 150);
+        setText("EDIT_INTENSITY_GREEN", "");
+        click("BUTTON_INTENSITY");
+        QVERIFY(text("EDIT_INTENSITY_GREEN").toDouble() > 150);
         QCOMPARE(shown(), before);
         QVERIFY(found(1));
     }
@@ -699,45 +694,45 @@ private slots:
         QFETCH(QString, cover);
         const bool frozen = cover == "frozen frame";
         if (frozen) {
-            QVERIFY(m_qc->freeze());
+            QVERIFY(m_qc.freeze());
         } else {
-            m_fixture->find<QSpinBox>("SPIN_DEBUG")->setValue(cover.toInt());
-            m_fixture->click("BUTTON_DEBUG");
+            find<QSpinBox>("SPIN_DEBUG")->setValue(cover.toInt());
+            click("BUTTON_DEBUG");
         }
         // The camera starts anew under the cover: no repaint asks for a second frame.
-        m_fixture->click("BUTTON_RESOLUTION_1280");
+        click("BUTTON_RESOLUTION_1280");
         QVERIFY(waitForDeliveries(3));
         const double lit = measuredGreen();
-        m_fixture->window().set_LED(0);
+        window().set_LED(0);
         QVERIFY(waitForDeliveries(6));
         const double dark = measuredGreen();
-        m_fixture->window().set_LED(225);
+        window().set_LED(225);
         if (!frozen)
-            m_fixture->click("BUTTON_DEBUG");
+            click("BUTTON_DEBUG");
         QVERIFY2(lit > 150.0 && dark < 20.0, qPrintable(QString("%1 and %2").arg(lit).arg(dark)));
     }
 
     void theIntensityOfACameraThatCannotBeOpenedDoesNotHang()
     {
-        m_fixture->camera().faults().enable("ioctl:VIDIOC_S_FMT:EIO");
-        m_fixture->click("BUTTON_RESOLUTION_1280");
-        QVERIFY(!camera().isStreaming());
-        m_fixture->setText("EDIT_INTENSITY_GREEN", "");
-        m_fixture->click("BUTTON_INTENSITY");
-        QVERIFY(!m_fixture->text("EDIT_INTENSITY_GREEN").isEmpty());
-        QVERIFY(m_fixture->window().isEnabled());
+        camera().faults().enable("ioctl:VIDIOC_S_FMT:EIO");
+        click("BUTTON_RESOLUTION_1280");
+        QVERIFY(!programCamera()->isStreaming());
+        setText("EDIT_INTENSITY_GREEN", "");
+        click("BUTTON_INTENSITY");
+        QVERIFY(!text("EDIT_INTENSITY_GREEN").isEmpty());
+        QVERIFY(window().isEnabled());
     }
 
     /// Last, because an event loop that has been left once stays so.
     void theProgramCanBeLeftWhileAFrameIsWaitedFor()
     {
-        m_fixture->click("BUTTON_RESOLUTION_VGA");
-        m_fixture->click("BUTTON_QC_CAPTURE");
-        m_fixture->boxes().answerNextWith("Yes");
-        QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_EXIT_clicked");
-        QVERIFY(!camera().isStreaming());
+        click("BUTTON_RESOLUTION_VGA");
+        click("BUTTON_QC_CAPTURE");
+        boxes().answerNextWith("Yes");
+        QMetaObject::invokeMethod(&window(), "on_BUTTON_EXIT_clicked");
+        QVERIFY(!programCamera()->isStreaming());
         QVERIFY2(runningWait() == nullptr, "no frame is waited for any more");
-        QVERIFY(!m_fixture->window().isEnabled());
+        QVERIFY(!window().isEnabled());
     }
 
 private:
@@ -763,11 +758,11 @@ private:
             look->met = true;
             look->button = button();
             look->visible = widget().isVisible();
-            look->enabled = m_fixture->window().isEnabled();
-            look->streaming = camera().isStreaming();
+            look->enabled = window().isEnabled();
+            look->streaming = programCamera()->isStreaming();
         };
-        connect(&m_fixture->window(), &ORLA_II_Plus_Verifier::sig_debug_Message, look, keep);
-        connect(&camera(), &OV5642Camera::sig_debug_Message, look, keep);
+        connect(&window(), &ORLA_II_Plus_Verifier::sig_debug_Message, look, keep);
+        connect(programCamera(), &OV5642Camera::sig_debug_Message, look, keep);
         return moment;
     }
 
@@ -775,14 +770,14 @@ private:
     const bool* askWhenEventsRun()
     {
         m_enabledWhenEventsRan = true;
-        QTimer::singleShot(0, this, [this] { m_enabledWhenEventsRan = m_fixture->window().isEnabled(); });
+        QTimer::singleShot(0, this, [this] { m_enabledWhenEventsRan = window().isEnabled(); });
         return &m_enabledWhenEventsRan;
     }
 
     /// What runs while the sensor is given its time before the frame is frozen, else null.
     QTimer* runningWait()
     {
-        for (QTimer* timer : m_fixture->window().findChildren<QTimer*>())
+        for (QTimer* timer : window().findChildren<QTimer*>())
             if (timer->isSingleShot() && timer->isActive())
                 return timer;
         return nullptr;
@@ -802,37 +797,37 @@ private:
     void compareControls(const QVector<bool>& enabled)
     {
         for (int i = 0; i < enabled.size(); ++i)
-            QVERIFY2(m_fixture->isEnabled(kControls[i]) == enabled.at(i), kControls[i]);
+            QVERIFY2(isEnabled(kControls[i]) == enabled.at(i), kControls[i]);
     }
 
     void expectNoCell()
     {
-        m_qc->setTargeting(true);
+        m_qc.setTargeting(true);
         QTest::mouseClick(&widget(), Qt::LeftButton, Qt::NoModifier, QPoint(300, 200));
-        m_qc->findPoint(0);
-        QCOMPARE(m_fixture->boxes().texts(), QStringList("Cell not detected !"));
-        QVERIFY(m_fixture->window().isEnabled());
+        m_qc.findPoint(0);
+        QCOMPARE(boxes().texts(), QStringList("Cell not detected !"));
+        QVERIFY(window().isEnabled());
     }
 
     /// Waits for frames of the device, whether they are painted or not.
     bool waitForDeliveries(unsigned count)
     {
         // Frames that the program has taken in: the device fills its first buffers by itself.
-        const auto target = m_fixture->camera().counters().framesReturned + count;
-        return m_fixture->waitUntil([&] { return m_fixture->camera().counters().framesReturned >= target; });
+        const auto target = camera().counters().framesReturned + count;
+        return waitUntil([&] { return camera().counters().framesReturned >= target; });
     }
 
     double measuredGreen()
     {
-        m_fixture->click("BUTTON_INTENSITY");
-        return m_fixture->text("EDIT_INTENSITY_GREEN").toDouble();
+        click("BUTTON_INTENSITY");
+        return text("EDIT_INTENSITY_GREEN").toDouble();
     }
 
     bool found(int index)
     {
         QSignalSpy points(&widget(), &QC_measure::sig_measure_point);
-        m_qc->aimAt(dot(index));
-        m_qc->findPoint(index);
+        m_qc.aimAt(dot(index));
+        m_qc.findPoint(index);
         return points.count() == 1;
     }
 
@@ -841,29 +836,26 @@ private:
         emit widget().sig_measure_result({1000, 1, 1, magnification, 5, volumeFactor});
     }
 
-    void setState(int state) { m_fixture->window().setState_QC_widget(static_cast<QC_widget_e>(state)); }
+    void setState(int state) { window().setState_QC_widget(static_cast<QC_widget_e>(state)); }
 
     /// The newest frame of the streaming camera, RGB24.
     std::vector<unsigned char> liveFrame()
     {
-        const unsigned char* frame = camera().getFrame();
+        const unsigned char* frame = programCamera()->getFrame();
         return frame == nullptr ? std::vector<unsigned char>()
-                                : std::vector<unsigned char>(frame, frame + camera().rgbFrameSize());
+                                : std::vector<unsigned char>(frame, frame + programCamera()->rgbFrameSize());
     }
 
     QVariant saved(const char* key)
     {
-        return QSettings(m_fixture->machinePath(kMainFile), QSettings::IniFormat).value(key);
+        return QSettings(machinePath(kMainFile), QSettings::IniFormat).value(key);
     }
 
     static QPoint dot(int index) { return {qRound(kDots[index].x_px), qRound(kDots[index].y_px)}; }
     QImage shown() { return widget().grab().toImage(); }
-    QString button() { return m_fixture->find<QPushButton>("BUTTON_QC_CAPTURE")->text(); }
-    QC_measure& widget() { return m_qc->widget(); }
-    OV5642Camera& camera() { return *m_fixture->window().findChild<OV5642Camera*>(); }
-
-    std::unique_ptr<WindowFixture> m_fixture;
-    std::unique_ptr<QcOperator> m_qc;
+    QString button() { return find<QPushButton>("BUTTON_QC_CAPTURE")->text(); }
+    QC_measure& widget() { return m_qc.widget(); }
+    QcOperator m_qc{*this};
     bool m_enabledWhenEventsRan = true;
 };
 

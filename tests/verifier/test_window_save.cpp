@@ -76,26 +76,18 @@ private:
 } // namespace
 
 /// The Save button on each tab.
-class TestWindowSave : public QObject
+class TestWindowSave : public QObject, protected WindowFixture
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        m_fixture = std::make_unique<WindowFixture>();
-        m_folder = std::make_unique<SettingsFolder>(*m_fixture);
-    }
-
-    void cleanupTestCase() { m_fixture.reset(); }
-
     void init()
     {
-        m_folder->putAll(QFINDTESTDATA("../settings/data/roundtrip/before"));
-        m_folder->load();
+        m_folder.putAll(QFINDTESTDATA("../settings/data/roundtrip/before"));
+        m_folder.load();
         global_ini()->System = {};
-        m_fixture->clearConsoles();
-        m_fixture->boxes().clear();
+        clearConsoles();
+        boxes().clear();
     }
 
     void whatWasChangedOnEveryTabIsSavedFromItsOwnTabOnly_data()
@@ -114,7 +106,7 @@ private slots:
         expectSavedPart(QTest::currentDataTag());
 
         const global_ini_t changed = *global_ini();
-        m_folder->load();
+        m_folder.load();
         const global_ini_t& again = *global_ini();
         QCOMPARE(again.Z_reference, tab == kStage ? changed.Z_reference : 30000);
         QCOMPARE(again.Z_step, tab == kStage ? changed.Z_step : 128);
@@ -123,19 +115,19 @@ private slots:
         QCOMPARE(std::memcmp(again.CUS_reg, changed.CUS_reg, sizeof again.CUS_reg) == 0, tab == kCamera);
         QCOMPARE(std::memcmp(again.BFN_reg, changed.BFN_reg, sizeof again.BFN_reg) == 0, tab == kCamera);
         QCOMPARE(again.Skip_frame, tab == kQC ? changed.Skip_frame : 7);
-        QCOMPARE(m_fixture->text("EDIT_SERIAL_MIDFIX"), QString(tab == kQC ? "07" : "7"));
-        QCOMPARE(m_fixture->find<QLabel>("LABEL_VERSION")->text(), QString("0.0.2"));
+        QCOMPARE(text("EDIT_SERIAL_MIDFIX"), QString(tab == kQC ? "07" : "7"));
+        QCOMPARE(find<QLabel>("LABEL_VERSION")->text(), QString("0.0.2"));
     }
 
     void aFurtherTabSavesTheVersionAlone()
     {
-        auto* tabs = m_fixture->find<QTabWidget>("TAB_MENU");
+        auto* tabs = find<QTabWidget>("TAB_MENU");
         QWidget page;
         tabs->addTab(&page, "further");
         changeEverything();
         // Its tab has no room on the bar, so nobody could press it.
         tabs->setCurrentWidget(&page);
-        m_fixture->click("BUTTON_SAVE_INI");
+        click("BUTTON_SAVE_INI");
         QCOMPARE(tabs->currentWidget(), &page);
         expectSavedPart("none");
     }
@@ -148,11 +140,11 @@ private slots:
         save(tab);
         QByteArrayList once;
         for (const char* file : kSettingsFiles)
-            once += m_folder->content(file);
-        m_folder->load();
+            once += m_folder.content(file);
+        m_folder.load();
         save(tab);
         for (int i = 0; i < once.size(); ++i)
-            QCOMPARE(m_folder->content(kSettingsFiles[i]), once[i]);
+            QCOMPARE(m_folder.content(kSettingsFiles[i]), once[i]);
     }
 
     void savingAnswersWithItsBoxAndItsLog_data() { whatWasChangedOnEveryTabIsSavedFromItsOwnTabOnly_data(); }
@@ -172,7 +164,7 @@ private slots:
                          function + "------> global_ini()->System.Magnification : 3.7",
                          function + "------> global_ini()->System.Volume_factor : 0.91235"};
         QCOMPARE(log.messages().filter("ORLA_II_Plus_Verifier"), expected);
-        QVERIFY(m_fixture->messages().contains(
+        QVERIFY(messages().contains(
             "void ORLA_II_Plus_Verifier::set_INI_value(QSettings&)() ----> current tab : " +
             QString::number(tab) + " \n"));
     }
@@ -184,8 +176,8 @@ private slots:
         QByteArray mainFile;
         QByteArray stageFile;
         const ShownBox box([&] {
-            mainFile = m_folder->content(kMainSettingsFile);
-            stageFile = m_folder->content(kStageFile);
+            mainFile = m_folder.content(kMainSettingsFile);
+            stageFile = m_folder.content(kStageFile);
         });
         save(kStage);
         QVERIFY2(mainFile.contains("\nZ%20reference=31000\n"), mainFile);
@@ -209,7 +201,7 @@ private slots:
                                          {"Z ref 2ch", 2560},
                                          {"Z ref Reusable", 5120},
                                          {"Z ref Validation", 0}};
-        const QSettings saved(m_fixture->machinePath(kMainSettingsFile), QSettings::IniFormat);
+        const QSettings saved(machinePath(kMainSettingsFile), QSettings::IniFormat);
         for (auto it = offsets.cbegin(); it != offsets.cend(); ++it)
             QCOMPARE(saved.value("Calibration/" + it.key()).toString(),
                      QString::number(reference + it.value()));
@@ -240,11 +232,11 @@ private slots:
         QFETCH(QString, midfix);
         QFETCH(QString, suffix);
         QFETCH(QString, serial);
-        m_fixture->setText("EDIT_SERIAL_MIDFIX", midfix);
-        m_fixture->setText("EDIT_SERIAL_SUFFIX", suffix);
+        setText("EDIT_SERIAL_MIDFIX", midfix);
+        setText("EDIT_SERIAL_SUFFIX", suffix);
         save(kQC);
-        QVERIFY(m_folder->content(kMainSettingsFile).contains("\nSerial=" + serial.toLatin1() + '\n'));
-        QVERIFY(m_fixture->messages().contains("------> Serial number : " + serial + " \n"));
+        QVERIFY(m_folder.content(kMainSettingsFile).contains("\nSerial=" + serial.toLatin1() + '\n'));
+        QVERIFY(messages().contains("------> Serial number : " + serial + " \n"));
     }
 
     void magnificationAndVolumeFactorGoTogetherOrNotAtAll_data()
@@ -274,13 +266,13 @@ private slots:
         global_ini()->System = {magnification, factor};
         global_ini()->Skip_frame = 12;
         save(kQC);
-        const QByteArray saved = m_folder->content(kMainSettingsFile);
+        const QByteArray saved = m_folder.content(kMainSettingsFile);
         QVERIFY2(saved.contains('\n' + savedMagnification), saved);
         QVERIFY2(savedFactor.isEmpty() ? !saved.contains("Volume") : saved.contains('\n' + savedFactor),
                  saved);
         QVERIFY2(saved.contains("\nSkip%20frame=12\n"), saved);
         QVERIFY2(saved.contains("\nSerial=OR3-07-00042\n"), saved);
-        QCOMPARE(m_fixture->messages().contains("global_ini()->System."), !savedFactor.isEmpty());
+        QCOMPARE(messages().contains("global_ini()->System."), !savedFactor.isEmpty());
     }
 
     void aMeasurementThatIsNoNumberLeavesTheSavedOneAndIsTold_data()
@@ -305,38 +297,37 @@ private slots:
         global_ini()->Skip_frame = 12;
         save(kQC);
         expectSavedBox();
-        const QByteArray saved = m_folder->content(kMainSettingsFile);
+        const QByteArray saved = m_folder.content(kMainSettingsFile);
         QVERIFY2(saved.contains("\nMagnification=3.5\n") && !saved.contains("Volume"), saved);
         QVERIFY2(saved.contains("\nSkip%20frame=12\n"), saved);
-        QVERIFY(!m_fixture->messages().contains("global_ini()->System."));
-        QVERIFY2(
-            m_fixture->messages().contains("void ORLA_II_Plus_Verifier::set_INI_value(QSettings&)() [Error] "
-                                           "magnification and volume factor not saved: not measured \n"),
-            qPrintable(m_fixture->messages()));
+        QVERIFY(!messages().contains("global_ini()->System."));
+        QVERIFY2(messages().contains("void ORLA_II_Plus_Verifier::set_INI_value(QSettings&)() [Error] "
+                                     "magnification and volume factor not saved: not measured \n"),
+                 qPrintable(messages()));
     }
 
     void missingFilesAreCreated()
     {
         for (const int tab : {kStage, kCamera, kQC}) {
             for (const char* file : kSettingsFiles)
-                m_folder->remove(file);
+                m_folder.remove(file);
             save(tab);
-            QCOMPARE(QFile::exists(m_fixture->machinePath(kStageFile)), tab == kStage);
-            QCOMPARE(QFile::exists(m_fixture->machinePath(kCusCalibrationFile)), tab == kCamera);
-            QCOMPARE(QFile::exists(m_fixture->machinePath(kBfnCalibrationFile)), tab == kCamera);
-            QVERIFY(m_folder->content(kMainSettingsFile).contains("[Software]\nVersion%20QC="));
+            QCOMPARE(QFile::exists(machinePath(kStageFile)), tab == kStage);
+            QCOMPARE(QFile::exists(machinePath(kCusCalibrationFile)), tab == kCamera);
+            QCOMPARE(QFile::exists(machinePath(kBfnCalibrationFile)), tab == kCamera);
+            QVERIFY(m_folder.content(kMainSettingsFile).contains("[Software]\nVersion%20QC="));
         }
     }
 
     void nothingIsWrittenWithoutSave()
     {
         changeEverything();
-        m_fixture->openTab(kStage);
-        m_fixture->openTab(kQC);
+        openTab(kStage);
+        openTab(kQC);
         const QString before = QFINDTESTDATA("../settings/data/roundtrip/before");
         for (const char* file : kSettingsFiles)
-            QCOMPARE(m_folder->content(file), bytesOf(before + '/' + QFileInfo(file).fileName()));
-        m_folder->load();
+            QCOMPARE(m_folder.content(file), bytesOf(before + '/' + QFileInfo(file).fileName()));
+        m_folder.load();
         QCOMPARE(global_ini()->Z_reference, 30000);
         QCOMPARE(global_ini()->LED_brightness, 310);
         QCOMPARE(global_ini()->Skip_frame, 7);
@@ -364,7 +355,7 @@ private slots:
         QFETCH(QString, file);
         QFETCH(QString, function);
         // Nobody, root included, writes to a directory as if it were a file.
-        const QString path = m_fixture->machinePath(file);
+        const QString path = machinePath(file);
         QVERIFY(QFile::remove(path));
         QVERIFY(QDir().mkdir(path));
         save(tab);
@@ -372,10 +363,10 @@ private slots:
         expectSavedBox();
         const QString line =
             "void ORLA_II_Plus_Verifier::" + function + "() [Error] not saved: " + file + " \n";
-        QVERIFY2(m_fixture->messages().contains(line), qPrintable(m_fixture->messages()));
-        QCOMPARE(m_fixture->messages().count("[Error]"), 1);
+        QVERIFY2(messages().contains(line), qPrintable(messages()));
+        QCOMPARE(messages().count("[Error]"), 1);
         if (file != kMainSettingsFile)
-            QVERIFY(m_folder->content(kMainSettingsFile).contains("Version%20QC"));
+            QVERIFY(m_folder.content(kMainSettingsFile).contains("Version%20QC"));
     }
 
     void aDiskThatTakesNothingLeavesTheFilesAsTheyWere_data()
@@ -388,28 +379,28 @@ private slots:
     void aDiskThatTakesNothingLeavesTheFilesAsTheyWere()
     {
         QFETCH(bool, full);
-        SmallDisk disk(m_fixture->machinePath("/opt/ORLA3/conf"));
+        SmallDisk disk(machinePath("/opt/ORLA3/conf"));
         if (!disk.isMounted())
             QSKIP("this process may not mount a file system");
         const QString before = QFINDTESTDATA("../settings/data/roundtrip/before");
-        m_folder->putAll(before);
+        m_folder.putAll(before);
         if (full)
-            fill(m_fixture->machinePath("/opt/ORLA3/conf/log"));
+            fill(machinePath("/opt/ORLA3/conf/log"));
         else
             QVERIFY(disk.makeReadOnly());
         changeEverything();
         save(kCamera);
         expectSavedBox();
-        QCOMPARE(m_fixture->messages().count("[Error] not saved:"), 3);
+        QCOMPARE(messages().count("[Error] not saved:"), 3);
         for (const char* file : {kMainSettingsFile, kCusCalibrationFile, kBfnCalibrationFile})
-            QCOMPARE(m_folder->content(file), bytesOf(before + '/' + QFileInfo(file).fileName()));
+            QCOMPARE(m_folder.content(file), bytesOf(before + '/' + QFileInfo(file).fileName()));
     }
 
 private:
     void save(int tab)
     {
-        m_fixture->openTab(tab);
-        m_fixture->click("BUTTON_SAVE_INI");
+        openTab(tab);
+        click("BUTTON_SAVE_INI");
     }
 
     void expectSavedPart(const QString& part)
@@ -419,46 +410,38 @@ private:
         for (const char* file : kSettingsFiles) {
             // A file without an expected one of its own stays as it was.
             const QString name = '/' + QFileInfo(file).fileName();
-            QCOMPARE(m_folder->content(file), bytesOf((QFile::exists(after + name) ? after : before) + name));
+            QCOMPARE(m_folder.content(file), bytesOf((QFile::exists(after + name) ? after : before) + name));
         }
     }
 
-    void expectSavedBox()
-    {
-        QCOMPARE(m_fixture->boxes().seen().size(), 1);
-        const SeenBox& box = m_fixture->boxes().seen().first();
-        QCOMPARE(box.title, QString("ORLA-III"));
-        QCOMPARE(box.text, QString("INI saved !"));
-        QCOMPARE(box.icon, QMessageBox::Information);
-        QCOMPARE(box.buttons, QStringList("OK"));
-    }
+    void expectSavedBox() { expectBox("ORLA-III", "INI saved !", QMessageBox::Information); }
 
     /// One change of everything that is saved, by the widgets that a technician uses.
     void changeEverything()
     {
-        m_fixture->find<QSpinBox>("SPIN_Z_STEP")->setValue(640);
-        m_fixture->find<QSpinBox>("SPIN_Z_SPEED")->setValue(1000);
-        m_fixture->setText("EDIT_Z_POSITION", "31999");
-        m_fixture->click("BUTTON_Z_SET_REFERENCE");
+        find<QSpinBox>("SPIN_Z_STEP")->setValue(640);
+        find<QSpinBox>("SPIN_Z_SPEED")->setValue(1000);
+        setText("EDIT_Z_POSITION", "31999");
+        click("BUTTON_Z_SET_REFERENCE");
 
-        m_fixture->setText("EDIT_LED", "999");
-        QTest::keyClick(m_fixture->find<QLineEdit>("EDIT_LED"), Qt::Key_Return);
-        m_fixture->click("BUTTON_LED_FINE_UP");
-        m_fixture->click("BUTTON_STAINING_TB");
-        m_fixture->click("BUTTON_RESOLUTION_1280");
-        m_fixture->setText("EDIT_EXPOSURE", "0x0F56");
-        m_fixture->click("BUTTON_EXPOSURE_FINE_UP");
-        m_fixture->click("BUTTON_STAINING_NTB");
-        m_fixture->click("BUTTON_RESOLUTION_5M");
-        m_fixture->setText("EDIT_COLOR_BLUE", "0x04EF");
-        m_fixture->find<QPushButton>("BUTTON_COLOR_BLUE_FINE_UP")->setEnabled(true);
-        m_fixture->click("BUTTON_COLOR_BLUE_FINE_UP");
+        setText("EDIT_LED", "999");
+        QTest::keyClick(find<QLineEdit>("EDIT_LED"), Qt::Key_Return);
+        click("BUTTON_LED_FINE_UP");
+        click("BUTTON_STAINING_TB");
+        click("BUTTON_RESOLUTION_1280");
+        setText("EDIT_EXPOSURE", "0x0F56");
+        click("BUTTON_EXPOSURE_FINE_UP");
+        click("BUTTON_STAINING_NTB");
+        click("BUTTON_RESOLUTION_5M");
+        setText("EDIT_COLOR_BLUE", "0x04EF");
+        find<QPushButton>("BUTTON_COLOR_BLUE_FINE_UP")->setEnabled(true);
+        click("BUTTON_COLOR_BLUE_FINE_UP");
 
-        m_fixture->setText("EDIT_SKIP_FRAME", "30");
-        m_fixture->click("BUTTON_SKIP_FRAME");
+        setText("EDIT_SKIP_FRAME", "30");
+        click("BUTTON_SKIP_FRAME");
         global_ini()->System = {3.70004, 0.912346};
-        m_fixture->find<QLabel>("LABEL_VERSION")->setText("0.0.2");
-        m_fixture->boxes().clear();
+        find<QLabel>("LABEL_VERSION")->setText("0.0.2");
+        boxes().clear();
     }
 
     static void fill(const QString& path)
@@ -468,9 +451,7 @@ private:
         while (file.write(QByteArray(1024, 'x')) == 1024) {
         }
     }
-
-    std::unique_ptr<WindowFixture> m_fixture;
-    std::unique_ptr<SettingsFolder> m_folder;
+    SettingsFolder m_folder{*this};
 };
 
 QTEST_MAIN(TestWindowSave)

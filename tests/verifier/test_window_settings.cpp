@@ -14,45 +14,41 @@
 
 /// What the window makes of the settings files, and how it brings itself and the instrument
 /// in line with them.
-class TestWindowSettings : public QObject
+class TestWindowSettings : public QObject, protected WindowFixture
 {
     Q_OBJECT
 
 private slots:
     void initTestCase()
     {
-        m_fixture = std::make_unique<WindowFixture>();
-        m_folder = std::make_unique<SettingsFolder>(*m_fixture);
         for (int i = 0; i < 4; ++i)
-            m_delivered[i] = m_folder->content(kSettingsFiles[i]);
+            m_delivered[i] = m_folder.content(kSettingsFiles[i]);
     }
-
-    void cleanupTestCase() { m_fixture.reset(); }
 
     void init()
     {
         for (int i = 0; i < 4; ++i)
-            m_folder->put(kSettingsFiles[i], m_delivered[i]);
-        m_folder->load();
-        m_fixture->board().withBoard([](Board& board, InstrumentTime) { board.clearFaults(); });
-        m_fixture->clearConsoles();
-        m_fixture->takeBoardLines();
-        m_fixture->camera().trace().clear();
+            m_folder.put(kSettingsFiles[i], m_delivered[i]);
+        m_folder.load();
+        clearFaults();
+        clearConsoles();
+        takeBoardLines();
+        camera().trace().clear();
     }
 
     // ---- load ----
 
     void everyKeyIsLoadedIntoItsPlace()
     {
-        m_folder->put(kMainSettingsFile, "[Cell%20counting]\nSkip%20frame=17\n"
-                                         "[Ch.%20BF]\nLED=640\n"
-                                         "[Calibration]\nZ%20reference=28000\n"
-                                         "[ORLA-III]\nSerial=OR3-12-00345\nZig%20mode=Off\n"
-                                         "[Software]\nVersion%20QC=1.2.3\n");
-        m_folder->put(kStageFile, "[Z stage]\nStep=640\nSpeed=120\n");
-        m_folder->put(kCusCalibrationFile, "[1280]\n0x3501=0x12\n[5M]\n0x3405=0x34\n");
-        m_folder->put(kBfnCalibrationFile, "[VGA]\n0x350B=0x56\n");
-        m_folder->load();
+        m_folder.put(kMainSettingsFile, "[Cell%20counting]\nSkip%20frame=17\n"
+                                        "[Ch.%20BF]\nLED=640\n"
+                                        "[Calibration]\nZ%20reference=28000\n"
+                                        "[ORLA-III]\nSerial=OR3-12-00345\nZig%20mode=Off\n"
+                                        "[Software]\nVersion%20QC=1.2.3\n");
+        m_folder.put(kStageFile, "[Z stage]\nStep=640\nSpeed=120\n");
+        m_folder.put(kCusCalibrationFile, "[1280]\n0x3501=0x12\n[5M]\n0x3405=0x34\n");
+        m_folder.put(kBfnCalibrationFile, "[VGA]\n0x350B=0x56\n");
+        m_folder.load();
 
         const global_ini_t& record = *global_ini();
         QCOMPARE(record.Skip_frame, 17);
@@ -67,17 +63,17 @@ private slots:
         tables.BFN_reg[0][3] = 0x56;
         QCOMPARE(std::memcmp(record.CUS_reg, tables.CUS_reg, sizeof tables.CUS_reg), 0);
         QCOMPARE(std::memcmp(record.BFN_reg, tables.BFN_reg, sizeof tables.BFN_reg), 0);
-        QCOMPARE(m_fixture->text("EDIT_SKIP_FRAME"), QString("17"));
-        QCOMPARE(m_fixture->text("EDIT_SERIAL_MIDFIX"), QString("12"));
-        QCOMPARE(m_fixture->text("EDIT_SERIAL_SUFFIX"), QString("00345"));
-        QCOMPARE(m_fixture->find<QLabel>("LABEL_VERSION")->text(), QString("1.2.3"));
+        QCOMPARE(text("EDIT_SKIP_FRAME"), QString("17"));
+        QCOMPARE(text("EDIT_SERIAL_MIDFIX"), QString("12"));
+        QCOMPARE(text("EDIT_SERIAL_SUFFIX"), QString("00345"));
+        QCOMPARE(find<QLabel>("LABEL_VERSION")->text(), QString("1.2.3"));
     }
 
     void missingFilesGiveTheDefaults()
     {
         for (const char* file : kSettingsFiles)
-            m_folder->remove(file);
-        m_folder->load();
+            m_folder.remove(file);
+        m_folder.load();
         QCOMPARE(described(), QString("Skip_frame=5\nLED_brightness=225\nZ_reference=32000\nmidfix=00\n"
                                       "suffix=00000\nbZig_mode=true\nversion=0.0.1\n"));
         QCOMPARE(global_ini()->Z_step, 256);
@@ -86,7 +82,7 @@ private slots:
         QCOMPARE(std::memcmp(global_ini()->CUS_reg, zero.CUS_reg, sizeof zero.CUS_reg), 0);
         QCOMPARE(std::memcmp(global_ini()->BFN_reg, zero.BFN_reg, sizeof zero.BFN_reg), 0);
         for (const char* file : kSettingsFiles)
-            QVERIFY2(!QFile::exists(m_fixture->machinePath(file)), "loading creates no file");
+            QVERIFY2(!QFile::exists(machinePath(file)), "loading creates no file");
     }
 
     void filesOfAnOlderInstrumentLoad_data() { addFiles("../settings/data/main"); }
@@ -94,8 +90,8 @@ private slots:
     void filesOfAnOlderInstrumentLoad()
     {
         QFETCH(QString, name);
-        m_folder->put(kMainSettingsFile, bytesOf(name));
-        m_folder->load();
+        m_folder.put(kMainSettingsFile, bytesOf(name));
+        m_folder.load();
         QCOMPARE(described(), QString::fromUtf8(bytesOf(name.chopped(4) + ".expected")));
     }
 
@@ -108,9 +104,9 @@ private slots:
                                          .simplified()
                                          .split(' ', Qt::SkipEmptyParts);
         QCOMPARE(expected.size(), 30);
-        m_folder->put(kCusCalibrationFile, bytesOf(name));
-        m_folder->put(kBfnCalibrationFile, bytesOf(name));
-        m_folder->load();
+        m_folder.put(kCusCalibrationFile, bytesOf(name));
+        m_folder.put(kBfnCalibrationFile, bytesOf(name));
+        m_folder.load();
         for (int i = 0; i < expected.size(); ++i) {
             const quint16 value = expected[i].toUShort(nullptr, 16);
             QCOMPARE(global_ini()->CUS_reg[i / 10][i % 10], value);
@@ -136,9 +132,9 @@ private slots:
     {
         QFETCH(QByteArray, line);
         QFETCH(bool, on);
-        m_folder->put(kMainSettingsFile, "[ORLA-III]\nSerial=OR3-01-00002\n" + line);
+        m_folder.put(kMainSettingsFile, "[ORLA-III]\nSerial=OR3-01-00002\n" + line);
         const LogRecorder log;
-        m_folder->load();
+        m_folder.load();
         QCOMPARE(global_ini()->bZig_mode, on);
         QVERIFY(
             log.messages().contains(QString("----> global_ini()->bZig_mode : ") + (on ? "true" : "false")));
@@ -146,10 +142,10 @@ private slots:
 
     void loadingIsLoggedInTheOrderOfTheFiles()
     {
-        m_folder->put(kCusCalibrationFile, "[VGA]\n0x3501=0x1E\n[5M]\n0x3405=0xFF\n");
-        m_folder->put(kBfnCalibrationFile, "[1280]\n0x350A=0x01\n");
+        m_folder.put(kCusCalibrationFile, "[VGA]\n0x3501=0x1E\n[5M]\n0x3405=0xFF\n");
+        m_folder.put(kBfnCalibrationFile, "[1280]\n0x350A=0x01\n");
         const LogRecorder log;
-        m_folder->load();
+        m_folder.load();
         const QStringList lines = log.messages();
         QCOMPARE(lines.size(), 1 + 30 + 30 + 1);
         QCOMPARE(lines.first(), QString("void ORLA_II_Plus_Verifier::get_INI_value(QSettings&)"));
@@ -173,10 +169,10 @@ private slots:
         global_ini()->Z_reference = 28000;
         for (int i = 0; i < 2; ++i) {
             QVERIFY(QMetaObject::invokeMethod(Controller::getInstance(), "sig_connected_controller"));
-            QCOMPARE(m_fixture->takeBoardLines(),
+            QCOMPARE(takeBoardLines(),
                      QStringList({"$,STM1,ORIGIN,,", "$,LED4,BRT,640,", "$,STM1,ABS,28000,"}));
-            QCOMPARE(m_fixture->board().light().stagePosition_steps, 28000.0);
-            QCOMPARE(m_fixture->board().light().ledLevel, 640);
+            QCOMPARE(board().light().stagePosition_steps, 28000.0);
+            QCOMPARE(board().light().ledLevel, 640);
         }
     }
 
@@ -184,25 +180,24 @@ private slots:
     {
         *global_ini() = changedRecord();
         for (const char* edit : {"EDIT_LED", "EDIT_Z_REFERENCE", "EDIT_EXPOSURE"})
-            m_fixture->setText(edit, "before");
-        m_fixture->window().apply_INI_value();
-        QCOMPARE(m_fixture->text("EDIT_LED"), QString("640"));
-        QCOMPARE(m_fixture->text("EDIT_Z_REFERENCE"), QString("28000"));
-        QCOMPARE(m_fixture->find<QSpinBox>("SPIN_Z_STEP")->value(), 512);
-        QCOMPARE(m_fixture->find<QSpinBox>("SPIN_Z_SPEED")->value(), 120);
+            setText(edit, "before");
+        window().apply_INI_value();
+        QCOMPARE(text("EDIT_LED"), QString("640"));
+        QCOMPARE(text("EDIT_Z_REFERENCE"), QString("28000"));
+        QCOMPARE(find<QSpinBox>("SPIN_Z_STEP")->value(), 512);
+        QCOMPARE(find<QSpinBox>("SPIN_Z_SPEED")->value(), 120);
         // What the sensor holds, which is not what the record has come to say.
-        const auto& sensor = m_fixture->camera();
+        const auto& sensor = camera();
         QVERIFY(sensor.sensorRegister(0x3501) != 0x77);
-        QCOMPARE(
-            m_fixture->text("EDIT_EXPOSURE"),
-            QString::asprintf("0x%02X%02X", sensor.sensorRegister(0x3501), sensor.sensorRegister(0x3502)));
+        QCOMPARE(text("EDIT_EXPOSURE"), QString::asprintf("0x%02X%02X", sensor.sensorRegister(0x3501),
+                                                          sensor.sensorRegister(0x3502)));
     }
 
     void applyingGoesInOrder()
     {
         *global_ini() = changedRecord();
-        m_fixture->window().apply_INI_value();
-        const QString text = m_fixture->messages();
+        window().apply_INI_value();
+        const QString text = messages();
         int last = -1;
         for (const char* step : {"ORLA_II_Plus_Verifier::apply_INI_value()", "::getCamera_reg()",
                                  "on_BUTTON_Z_MOVE_REFERENCE_clicked()"}) {
@@ -210,7 +205,7 @@ private slots:
             QVERIFY2(at > last, step);
             last = at;
         }
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList({"$,LED4,BRT,640,", "$,STM1,ABS,28000,"}));
+        QCOMPARE(takeBoardLines(), QStringList({"$,LED4,BRT,640,", "$,STM1,ABS,28000,"}));
     }
 
     void theSensorIsReadBeforeTheBoardIsAsked()
@@ -219,28 +214,28 @@ private slots:
         const auto connection = connect(
             Controller::getInstance(), &Controller::sig_debug_Controller, this, [&](const QString& line) {
                 if (line.startsWith("$,LED4,BRT"))
-                    readsBefore = m_fixture->camera().trace().calls(CallKind::BusRead).size();
+                    readsBefore = camera().trace().calls(CallKind::BusRead).size();
             });
-        m_fixture->window().apply_INI_value();
+        window().apply_INI_value();
         disconnect(connection);
         QCOMPARE(readsBefore, std::size_t(10));
-        QCOMPARE(m_fixture->camera().trace().calls(CallKind::BusRead).size(), std::size_t(10));
-        QCOMPARE(m_fixture->camera().trace().calls(CallKind::BusWrite).size(), std::size_t(10));
+        QCOMPARE(camera().trace().calls(CallKind::BusRead).size(), std::size_t(10));
+        QCOMPARE(camera().trace().calls(CallKind::BusWrite).size(), std::size_t(10));
     }
 
     void theStepIsStoredBackAndTheSpeedIsNot()
     {
         global_ini()->Z_step = 5;
         global_ini()->Z_speed = 5;
-        auto* step = m_fixture->find<QSpinBox>("SPIN_Z_STEP");
-        auto* speed = m_fixture->find<QSpinBox>("SPIN_Z_SPEED");
+        auto* step = find<QSpinBox>("SPIN_Z_STEP");
+        auto* speed = find<QSpinBox>("SPIN_Z_SPEED");
         step->setValue(256);
         speed->setValue(250);
         global_ini()->Z_step = 5;
         global_ini()->Z_speed = 5;
         const QSignalSpy steps(step, QOverload<int>::of(&QSpinBox::valueChanged));
         const QSignalSpy speeds(speed, QOverload<int>::of(&QSpinBox::valueChanged));
-        m_fixture->window().apply_INI_value();
+        window().apply_INI_value();
         // Both fields begin at 10.
         QCOMPARE(step->value(), 10);
         QCOMPARE(speed->value(), 10);
@@ -270,27 +265,25 @@ private slots:
         QFETCH(bool, down);
         QFETCH(bool, up);
         global_ini()->LED_brightness = level;
-        m_fixture->window().apply_INI_value();
-        QCOMPARE(m_fixture->text("EDIT_LED"), QString::number(level));
-        QCOMPARE(m_fixture->takeBoardLines().first(), QString("$,LED4,BRT,%1,").arg(level));
-        QCOMPARE(m_fixture->isEnabled("BUTTON_LED_FINE_DOWN"), down);
-        QCOMPARE(m_fixture->isEnabled("BUTTON_LED_COARSE_DOWN"), down);
-        QCOMPARE(m_fixture->isEnabled("BUTTON_LED_FINE_UP"), up);
-        QCOMPARE(m_fixture->isEnabled("BUTTON_LED_COARSE_UP"), up);
+        window().apply_INI_value();
+        QCOMPARE(text("EDIT_LED"), QString::number(level));
+        QCOMPARE(takeBoardLines().first(), QString("$,LED4,BRT,%1,").arg(level));
+        QCOMPARE(isEnabled("BUTTON_LED_FINE_DOWN"), down);
+        QCOMPARE(isEnabled("BUTTON_LED_COARSE_DOWN"), down);
+        QCOMPARE(isEnabled("BUTTON_LED_FINE_UP"), up);
+        QCOMPARE(isEnabled("BUTTON_LED_COARSE_UP"), up);
     }
 
     void aBoardThatFailsDoesNotStopTheRest()
     {
         *global_ini() = changedRecord();
-        m_fixture->board().withBoard([](Board& board, InstrumentTime) {
-            board.addFault({LineFault::Failure, "BRT", 1});
-            board.addFault({LineFault::Failure, "ABS", 1});
-        });
-        m_fixture->window().apply_INI_value();
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList({"$,LED4,BRT,640,", "$,STM1,ABS,28000,"}));
-        QCOMPARE(m_fixture->text("EDIT_Z_REFERENCE"), QString("28000"));
-        QVERIFY(m_fixture->isEnabled("BUTTON_Z_MOVE_REFERENCE"));
-        QVERIFY(m_fixture->boxes().seen().isEmpty());
+        addFault({LineFault::Failure, "BRT", 1});
+        addFault({LineFault::Failure, "ABS", 1});
+        window().apply_INI_value();
+        QCOMPARE(takeBoardLines(), QStringList({"$,LED4,BRT,640,", "$,STM1,ABS,28000,"}));
+        QCOMPARE(text("EDIT_Z_REFERENCE"), QString("28000"));
+        QVERIFY(isEnabled("BUTTON_Z_MOVE_REFERENCE"));
+        QVERIFY(boxes().seen().isEmpty());
     }
 
 private:
@@ -321,15 +314,13 @@ private:
         const global_ini_t& record = *global_ini();
         return QString("Skip_frame=%1\nLED_brightness=%2\nZ_reference=%3\nmidfix=%4\nsuffix=%5\n"
                        "bZig_mode=%6\nversion=%7\n")
-            .arg(m_fixture->text("EDIT_SKIP_FRAME"))
+            .arg(text("EDIT_SKIP_FRAME"))
             .arg(record.LED_brightness)
             .arg(record.Z_reference)
-            .arg(m_fixture->text("EDIT_SERIAL_MIDFIX"), m_fixture->text("EDIT_SERIAL_SUFFIX"),
-                 record.bZig_mode ? "true" : "false", m_fixture->find<QLabel>("LABEL_VERSION")->text());
+            .arg(text("EDIT_SERIAL_MIDFIX"), text("EDIT_SERIAL_SUFFIX"), record.bZig_mode ? "true" : "false",
+                 find<QLabel>("LABEL_VERSION")->text());
     }
-
-    std::unique_ptr<WindowFixture> m_fixture;
-    std::unique_ptr<SettingsFolder> m_folder;
+    SettingsFolder m_folder{*this};
     QByteArray m_delivered[4];
 };
 

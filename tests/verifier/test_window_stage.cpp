@@ -14,55 +14,51 @@ constexpr const char* kPlain = "background-color: none;";
 
 } // namespace
 
-class TestWindowStage : public QObject
+class TestWindowStage : public QObject, protected WindowFixture
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase() { m_fixture = std::make_unique<WindowFixture>(); }
-
-    void cleanupTestCase() { m_fixture.reset(); }
-
     void init()
     {
-        m_fixture->board().withBoard([](Board& board, InstrumentTime) { board.clearFaults(); });
+        clearFaults();
         Controller::getInstance()->z_stage_abs(SERIAL_BLOCKING, 10000);
-        m_fixture->find<QSpinBox>("SPIN_Z_STEP")->setValue(256);
-        m_fixture->find<QSpinBox>("SPIN_Z_SPEED")->setValue(250);
-        m_fixture->setText("EDIT_Z_POSITION", "");
-        m_fixture->setText("EDIT_Z_ABS", "");
-        m_fixture->openTab(0);
-        m_fixture->clearConsoles();
-        m_fixture->takeBoardLines();
+        find<QSpinBox>("SPIN_Z_STEP")->setValue(256);
+        find<QSpinBox>("SPIN_Z_SPEED")->setValue(250);
+        setText("EDIT_Z_POSITION", "");
+        setText("EDIT_Z_ABS", "");
+        openTab(0);
+        clearConsoles();
+        takeBoardLines();
     }
 
     void thePositionIsQueriedAndShown()
     {
-        m_fixture->click("BUTTON_Z_POSITION");
-        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("10000"));
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,STM1,GET_POS,,"));
+        click("BUTTON_Z_POSITION");
+        QCOMPARE(text("EDIT_Z_POSITION"), QString("10000"));
+        QCOMPARE(takeBoardLines(), QStringList("$,STM1,GET_POS,,"));
     }
 
     void aPositionQueryThatFailsShowsMinusOne()
     {
         failNext("GET_POS");
-        m_fixture->click("BUTTON_Z_POSITION");
-        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("-1"));
+        click("BUTTON_Z_POSITION");
+        QCOMPARE(text("EDIT_Z_POSITION"), QString("-1"));
     }
 
     void oneStepUpShowsTheTrackedPosition()
     {
-        m_fixture->click("BUTTON_Z_MOVE_PLUS");
-        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("10256"));
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,STM1,MVP,256,"));
+        click("BUTTON_Z_MOVE_PLUS");
+        QCOMPARE(text("EDIT_Z_POSITION"), QString("10256"));
+        QCOMPARE(takeBoardLines(), QStringList("$,STM1,MVP,256,"));
         QCOMPARE(stagePosition(), 10256.0);
     }
 
     void oneStepDownShowsTheTrackedPosition()
     {
-        m_fixture->click("BUTTON_Z_MOVE_MINUS");
-        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("9744"));
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,STM1,MVN,256,"));
+        click("BUTTON_Z_MOVE_MINUS");
+        QCOMPARE(text("EDIT_Z_POSITION"), QString("9744"));
+        QCOMPARE(takeBoardLines(), QStringList("$,STM1,MVN,256,"));
     }
 
     void aFailedStepLeavesTheDisplay_data()
@@ -79,61 +75,58 @@ private slots:
     {
         QFETCH(QString, button);
         QFETCH(QString, command);
-        m_fixture->setText("EDIT_Z_POSITION", "before");
+        setText("EDIT_Z_POSITION", "before");
         failNext(command.toStdString());
-        m_fixture->click(qPrintable(button));
-        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("before"));
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,STM1," + command + ",256,"));
-        QVERIFY(m_fixture->boxes().seen().isEmpty());
+        click(qPrintable(button));
+        QCOMPARE(text("EDIT_Z_POSITION"), QString("before"));
+        QCOMPARE(takeBoardLines(), QStringList("$,STM1," + command + ",256,"));
+        QVERIFY(boxes().seen().isEmpty());
     }
 
     // The second answer counts as a step of its own until the position is asked for.
     void aStepThatIsAnsweredTwiceEndsOnTheTruePosition()
     {
-        m_fixture->click("BUTTON_Z_MOVE_PLUS");
-        m_fixture->takeBoardLines();
-        m_fixture->board().withBoard(
-            [](Board& board, InstrumentTime now) { board.sendUnasked("$OK,STM1,MVP,256,\r\n", now); });
-        QVERIFY(m_fixture->waitUntil(
-            [this] { return m_fixture->takeBoardLines().contains("$,STM1,GET_POS,,"); }));
-        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("10256"));
+        click("BUTTON_Z_MOVE_PLUS");
+        takeBoardLines();
+        sayUnasked("$OK,STM1,MVP,256,\r\n");
+        QVERIFY(waitUntil([this] { return takeBoardLines().contains("$,STM1,GET_POS,,"); }));
+        QCOMPARE(text("EDIT_Z_POSITION"), QString("10256"));
         QCOMPARE(Controller::getInstance()->m_zStagePosition, 10256);
         QCOMPARE(stagePosition(), 10256.0);
     }
 
     void theStepSizeTakesEffectAtOnceWithoutSaving()
     {
-        m_fixture->find<QSpinBox>("SPIN_Z_STEP")->setValue(640);
+        find<QSpinBox>("SPIN_Z_STEP")->setValue(640);
         QCOMPARE(global_ini()->Z_step, 640);
-        m_fixture->click("BUTTON_Z_MOVE_PLUS");
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,STM1,MVP,640,"));
+        click("BUTTON_Z_MOVE_PLUS");
+        QCOMPARE(takeBoardLines(), QStringList("$,STM1,MVP,640,"));
     }
 
     void aStepIsTheRecordsAndARotationTheBoxes()
     {
         global_ini()->Z_step = 123;
         global_ini()->Z_speed = 77;
-        m_fixture->click("BUTTON_Z_MOVE_PLUS");
-        m_fixture->click("BUTTON_Z_MOVE_MINUS");
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList({"$,STM1,MVP,123,", "$,STM1,MVN,123,"}));
+        click("BUTTON_Z_MOVE_PLUS");
+        click("BUTTON_Z_MOVE_MINUS");
+        QCOMPARE(takeBoardLines(), QStringList({"$,STM1,MVP,123,", "$,STM1,MVN,123,"}));
         for (const char* button : {"BUTTON_Z_ROTATE_PLUS", "BUTTON_Z_ROTATE_MINUS"}) {
-            m_fixture->press(button);
-            m_fixture->release(button);
+            press(button);
+            release(button);
         }
-        QCOMPARE(m_fixture->takeBoardLines().filter("$,STM1,RO"),
-                 QStringList({"$,STM1,ROP,250,", "$,STM1,RON,250,"}));
+        QCOMPARE(takeBoardLines().filter("$,STM1,RO"), QStringList({"$,STM1,ROP,250,", "$,STM1,RON,250,"}));
         global_ini()->Z_step = 256;
         global_ini()->Z_speed = 250;
     }
 
     void whatABoxDoesNotTakeIsNotStored()
     {
-        auto* step = m_fixture->find<QSpinBox>("SPIN_Z_STEP");
+        auto* step = find<QSpinBox>("SPIN_Z_STEP");
         step->setValue(2147483647);
         QCOMPARE(global_ini()->Z_step, 100000);
         step->setValue(-1);
         QCOMPARE(global_ini()->Z_step, 10);
-        auto* speed = m_fixture->find<QSpinBox>("SPIN_Z_SPEED");
+        auto* speed = find<QSpinBox>("SPIN_Z_SPEED");
         speed->setValue(2147483647);
         QCOMPARE(global_ini()->Z_speed, 1000);
         speed->setValue(-1);
@@ -168,10 +161,10 @@ private slots:
         QFETCH(QString, shown);
         QFETCH(QString, line);
         type(box, typed);
-        m_fixture->press(qPrintable(button));
-        m_fixture->release(qPrintable(button));
-        QCOMPARE(m_fixture->find<QSpinBox>(qPrintable(box))->text(), shown);
-        QCOMPARE(m_fixture->takeBoardLines().first(), line);
+        press(qPrintable(button));
+        release(qPrintable(button));
+        QCOMPARE(find<QSpinBox>(qPrintable(box))->text(), shown);
+        QCOMPARE(takeBoardLines().first(), line);
         const bool isStep = box == "SPIN_Z_STEP";
         QCOMPARE(isStep ? global_ini()->Z_step : global_ini()->Z_speed, shown.toInt());
     }
@@ -180,10 +173,10 @@ private slots:
     {
         type("SPIN_Z_STEP", "5");
         type("SPIN_Z_SPEED", "4");
-        m_fixture->click("BUTTON_SAVE_INI");
-        QCOMPARE(m_fixture->find<QSpinBox>("SPIN_Z_STEP")->text(), QString("10"));
-        QCOMPARE(m_fixture->find<QSpinBox>("SPIN_Z_SPEED")->text(), QString("10"));
-        QFile file(m_fixture->machinePath("/root/Orla2/Orla2.ini"));
+        click("BUTTON_SAVE_INI");
+        QCOMPARE(find<QSpinBox>("SPIN_Z_STEP")->text(), QString("10"));
+        QCOMPARE(find<QSpinBox>("SPIN_Z_SPEED")->text(), QString("10"));
+        QFile file(machinePath("/root/Orla2/Orla2.ini"));
         QVERIFY(file.open(QIODevice::ReadOnly));
         const QByteArray saved = file.readAll();
         QVERIFY2(saved.contains("Step=10\n") && saved.contains("Speed=10\n"), saved);
@@ -191,7 +184,7 @@ private slots:
 
     void theSpeedIsStored()
     {
-        m_fixture->find<QSpinBox>("SPIN_Z_SPEED")->setValue(500);
+        find<QSpinBox>("SPIN_Z_SPEED")->setValue(500);
         QCOMPARE(global_ini()->Z_speed, 500);
     }
 
@@ -200,23 +193,23 @@ private slots:
         // The tracked position and the true one differ: the display ends on the tracked one.
         Controller::getInstance()->z_stage_abs(SERIAL_BLOCKING, 200);
         Controller::getInstance()->m_zStagePosition = 100;
-        m_fixture->takeBoardLines();
-        QSignalSpy shown(m_fixture->find<QLineEdit>("EDIT_Z_POSITION"), &QLineEdit::textChanged);
-        m_fixture->click("BUTTON_Z_MOVE_MINUS");
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList({"$,STM1,MVN,256,", "$,STM1,GET_POS,,"}));
+        takeBoardLines();
+        QSignalSpy shown(find<QLineEdit>("EDIT_Z_POSITION"), &QLineEdit::textChanged);
+        click("BUTTON_Z_MOVE_MINUS");
+        QCOMPARE(takeBoardLines(), QStringList({"$,STM1,MVN,256,", "$,STM1,GET_POS,,"}));
         QCOMPARE(shown.count(), 2);
         QCOMPARE(shown.at(0).first().toString(), QString("-56"));
-        QVERIFY(m_fixture->messages().contains("on_BUTTON_Z_POSITION_clicked()"));
-        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("-156"));
+        QVERIFY(messages().contains("on_BUTTON_Z_POSITION_clicked()"));
+        QCOMPARE(text("EDIT_Z_POSITION"), QString("-156"));
         QCOMPARE(Controller::getInstance()->m_zStagePosition, -56);
     }
 
     void aTrackedPositionOfZeroIsShownWithoutAQuery()
     {
         Controller::getInstance()->m_zStagePosition = 256;
-        m_fixture->click("BUTTON_Z_MOVE_MINUS");
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,STM1,MVN,256,"));
-        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("0"));
+        click("BUTTON_Z_MOVE_MINUS");
+        QCOMPARE(takeBoardLines(), QStringList("$,STM1,MVN,256,"));
+        QCOMPARE(text("EDIT_Z_POSITION"), QString("0"));
     }
 
     void rotatingRunsWhileHeldAndStopsOnRelease_data()
@@ -235,13 +228,13 @@ private slots:
         QFETCH(QString, button);
         QFETCH(QString, line);
         QFETCH(int, direction);
-        m_fixture->find<QSpinBox>("SPIN_Z_SPEED")->setValue(300);
-        m_fixture->press(qPrintable(button));
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList(line));
+        find<QSpinBox>("SPIN_Z_SPEED")->setValue(300);
+        press(qPrintable(button));
+        QCOMPARE(takeBoardLines(), QStringList(line));
         QTest::qWait(200);
-        m_fixture->release(qPrintable(button));
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList({"$,STM1,STOP,,", "$,STM1,GET_POS,,"}));
-        QCOMPARE(m_fixture->text("EDIT_Z_POSITION").toInt(), qRound(stagePosition()));
+        release(qPrintable(button));
+        QCOMPARE(takeBoardLines(), QStringList({"$,STM1,STOP,,", "$,STM1,GET_POS,,"}));
+        QCOMPARE(text("EDIT_Z_POSITION").toInt(), qRound(stagePosition()));
         QVERIFY(direction * (stagePosition() - 10000.0) > 100.0);
     }
 
@@ -260,59 +253,57 @@ private slots:
         QFETCH(QString, button);
         QFETCH(QString, command);
         failNext(command.toStdString());
-        m_fixture->press(qPrintable(button));
-        m_fixture->takeBoardLines();
-        m_fixture->release(qPrintable(button));
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList({"$,STM1,STOP,,", "$,STM1,GET_POS,,"}));
-        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("10000"));
+        press(qPrintable(button));
+        takeBoardLines();
+        release(qPrintable(button));
+        QCOMPARE(takeBoardLines(), QStringList({"$,STM1,STOP,,", "$,STM1,GET_POS,,"}));
+        QCOMPARE(text("EDIT_Z_POSITION"), QString("10000"));
     }
 
     void stopOnlyStops()
     {
-        m_fixture->setText("EDIT_Z_POSITION", "before");
-        m_fixture->click("BUTTON_Z_STOP");
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,STM1,STOP,,"));
-        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("before"));
+        setText("EDIT_Z_POSITION", "before");
+        click("BUTTON_Z_STOP");
+        QCOMPARE(takeBoardLines(), QStringList("$,STM1,STOP,,"));
+        QCOMPARE(text("EDIT_Z_POSITION"), QString("before"));
     }
 
     void anAbsoluteMoveLocksTheWindowUntilItIsReported()
     {
-        m_fixture->setText("EDIT_Z_ABS", "20000");
-        m_fixture->click("BUTTON_Z_ABS");
-        QVERIFY(!m_fixture->window().isEnabled());
-        QVERIFY(m_fixture->waitUntil([this] { return m_fixture->window().isEnabled(); }));
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList({"$,STM1,ABS,20000,", "$,STM1,GET_POS,,"}));
-        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("20000"));
-        QVERIFY(m_fixture->messages().contains("void ORLA_II_Plus_Verifier::slot_z_stage_abs()"));
-        QVERIFY2(m_fixture->traffic().contains("$,STM1,ABS,20000,"), "the command is echoed");
-        QVERIFY2(!m_fixture->traffic().contains("$OK,STM1,ABS"), "its late reply is not");
+        setText("EDIT_Z_ABS", "20000");
+        click("BUTTON_Z_ABS");
+        QVERIFY(!window().isEnabled());
+        QVERIFY(waitUntil([this] { return window().isEnabled(); }));
+        QCOMPARE(takeBoardLines(), QStringList({"$,STM1,ABS,20000,", "$,STM1,GET_POS,,"}));
+        QCOMPARE(text("EDIT_Z_POSITION"), QString("20000"));
+        QVERIFY(messages().contains("void ORLA_II_Plus_Verifier::slot_z_stage_abs()"));
+        QVERIFY2(traffic().contains("$,STM1,ABS,20000,"), "the command is echoed");
+        QVERIFY2(!traffic().contains("$OK,STM1,ABS"), "its late reply is not");
     }
 
     void anUnansweredAbsoluteMoveLeavesTheWindowLocked()
     {
-        m_fixture->board().withBoard([](Board& board, InstrumentTime) {
-            board.addFault({LineFault::NoAnswer, "ABS", 1});
-        });
-        m_fixture->setText("EDIT_Z_ABS", "20000");
-        m_fixture->click("BUTTON_Z_ABS");
+        addFault({LineFault::NoAnswer, "ABS", 1});
+        setText("EDIT_Z_ABS", "20000");
+        click("BUTTON_Z_ABS");
         QTest::qWait(300);
-        QVERIFY(!m_fixture->window().isEnabled());
-        m_fixture->window().setEnabled(true);
+        QVERIFY(!window().isEnabled());
+        window().setEnabled(true);
     }
 
     void theWindowIsLockedAndShownSoBeforeAnAbsoluteMoveGoesOut()
     {
         EventWatch watch;
-        watch.watch(&m_fixture->window());
+        watch.watch(&window());
         const auto connection = noteLine(watch, "ABS");
-        QVERIFY(QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_Z_ABS_clicked"));
+        QVERIFY(QMetaObject::invokeMethod(&window(), "on_BUTTON_Z_ABS_clicked"));
         disconnect(connection);
         const QStringList before = watch.before("ABS");
         QCOMPARE(before.first(), QString("disabled ORLA_II_Plus_Verifier"));
         QCOMPARE(before.count("turn"), 1);
         QVERIFY(before.mid(before.indexOf("turn")).contains("paint ORLA_II_Plus_Verifier"));
         QCOMPARE(watch.happened().last(), QString("ABS"));
-        QVERIFY(m_fixture->waitUntil([this] { return m_fixture->window().isEnabled(); }));
+        QVERIFY(waitUntil([this] { return window().isEnabled(); }));
     }
 
     void anAbsoluteMoveTakesItsTextAsANumber_data() { addTextRows(); }
@@ -321,39 +312,39 @@ private slots:
     {
         QFETCH(QString, text);
         QFETCH(int, number);
-        m_fixture->setText("EDIT_Z_ABS", text);
-        m_fixture->click("BUTTON_Z_ABS");
-        QVERIFY(m_fixture->waitUntil([this] { return m_fixture->window().isEnabled(); }));
-        QCOMPARE(m_fixture->takeBoardLines().first(), QString("$,STM1,ABS,%1,").arg(number));
+        setText("EDIT_Z_ABS", text);
+        click("BUTTON_Z_ABS");
+        QVERIFY(waitUntil([this] { return window().isEnabled(); }));
+        QCOMPARE(takeBoardLines().first(), QString("$,STM1,ABS,%1,").arg(number));
     }
 
     void aStepThatIsHeldEndsWhenTheWindowIsLocked()
     {
-        m_fixture->press("BUTTON_Z_MOVE_PLUS");
+        press("BUTTON_Z_MOVE_PLUS");
         QStringList lines;
-        QVERIFY(m_fixture->waitUntil([&] {
-            lines += m_fixture->takeBoardLines();
+        QVERIFY(waitUntil([&] {
+            lines += takeBoardLines();
             return !lines.isEmpty();
         }));
-        m_fixture->window().setEnabled(false);
-        m_fixture->takeBoardLines();
+        window().setEnabled(false);
+        takeBoardLines();
         QTest::qWait(500);
-        QVERIFY(m_fixture->takeBoardLines().isEmpty());
-        m_fixture->window().setEnabled(true);
+        QVERIFY(takeBoardLines().isEmpty());
+        window().setEnabled(true);
         QTest::qWait(500);
-        QVERIFY(m_fixture->takeBoardLines().isEmpty());
-        m_fixture->release("BUTTON_Z_MOVE_PLUS");
-        QVERIFY(m_fixture->takeBoardLines().isEmpty());
+        QVERIFY(takeBoardLines().isEmpty());
+        release("BUTTON_Z_MOVE_PLUS");
+        QVERIFY(takeBoardLines().isEmpty());
     }
 
     void aRotationThatIsHeldStopsWhenTheWindowIsLocked()
     {
-        m_fixture->press("BUTTON_Z_ROTATE_PLUS");
-        m_fixture->takeBoardLines();
-        m_fixture->window().setEnabled(false);
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList({"$,STM1,STOP,,", "$,STM1,GET_POS,,"}));
-        m_fixture->window().setEnabled(true);
-        m_fixture->release("BUTTON_Z_ROTATE_PLUS");
+        press("BUTTON_Z_ROTATE_PLUS");
+        takeBoardLines();
+        window().setEnabled(false);
+        QCOMPARE(takeBoardLines(), QStringList({"$,STM1,STOP,,", "$,STM1,GET_POS,,"}));
+        window().setEnabled(true);
+        release("BUTTON_Z_ROTATE_PLUS");
     }
 
     void aBusyButtonIsPaintedSoBeforeItsStepBlocks_data()
@@ -373,20 +364,20 @@ private slots:
         QFETCH(QString, button);
         QFETCH(QString, command);
         EventWatch watch;
-        watch.watch(&m_fixture->window());
-        watch.watch(m_fixture->find<QPushButton>(qPrintable(button)));
+        watch.watch(&window());
+        watch.watch(find<QPushButton>(qPrintable(button)));
         QString resultWhenBack;
         QStringList styles;
         watch.atChange([&](const QString& change) {
             if (change == "enabled " + button)
-                resultWhenBack = m_fixture->text("EDIT_Z_DIAGNOSIS");
+                resultWhenBack = text("EDIT_Z_DIAGNOSIS");
             if (change.endsWith("abled " + button))
-                styles += m_fixture->style(qPrintable(button));
+                styles += style(qPrintable(button));
         });
-        m_fixture->setText("EDIT_Z_DIAGNOSIS", "before");
+        setText("EDIT_Z_DIAGNOSIS", "before");
         const auto connection = noteLine(watch, command);
         const QString slot = "on_" + button + "_clicked";
-        QVERIFY(QMetaObject::invokeMethod(&m_fixture->window(), qPrintable(slot)));
+        QVERIFY(QMetaObject::invokeMethod(&window(), qPrintable(slot)));
         disconnect(connection);
 
         const QStringList before = watch.before(command);
@@ -405,21 +396,21 @@ private slots:
         const Look look = lookDuring("BUTTON_Z_ORIGIN", "ORIGIN");
         QCOMPARE(look.style, QString(kHighlight));
         QVERIFY(!look.enabled);
-        QCOMPARE(m_fixture->style("BUTTON_Z_ORIGIN"), QString(kPlain));
-        QVERIFY(m_fixture->isEnabled("BUTTON_Z_ORIGIN"));
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,STM1,ORIGIN,,"));
+        QCOMPARE(style("BUTTON_Z_ORIGIN"), QString(kPlain));
+        QVERIFY(isEnabled("BUTTON_Z_ORIGIN"));
+        QCOMPARE(takeBoardLines(), QStringList("$,STM1,ORIGIN,,"));
         QCOMPARE(stagePosition(), 0.0);
     }
 
     void theReferenceIsRevisited()
     {
-        m_fixture->setText("EDIT_Z_REFERENCE", "31000");
+        setText("EDIT_Z_REFERENCE", "31000");
         const Look look = lookDuring("BUTTON_Z_MOVE_REFERENCE", "ABS");
         QCOMPARE(look.style, QString(kHighlight));
         QVERIFY(!look.enabled);
-        QCOMPARE(m_fixture->style("BUTTON_Z_MOVE_REFERENCE"), QString(kPlain));
-        QVERIFY(m_fixture->isEnabled("BUTTON_Z_MOVE_REFERENCE"));
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,STM1,ABS,31000,"));
+        QCOMPARE(style("BUTTON_Z_MOVE_REFERENCE"), QString(kPlain));
+        QVERIFY(isEnabled("BUTTON_Z_MOVE_REFERENCE"));
+        QCOMPARE(takeBoardLines(), QStringList("$,STM1,ABS,31000,"));
         QCOMPARE(stagePosition(), 31000.0);
     }
 
@@ -429,9 +420,9 @@ private slots:
     {
         QFETCH(QString, text);
         QFETCH(int, number);
-        m_fixture->setText("EDIT_Z_REFERENCE", text);
-        m_fixture->click("BUTTON_Z_MOVE_REFERENCE");
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList(QString("$,STM1,ABS,%1,").arg(number)));
+        setText("EDIT_Z_REFERENCE", text);
+        click("BUTTON_Z_MOVE_REFERENCE");
+        QCOMPARE(takeBoardLines(), QStringList(QString("$,STM1,ABS,%1,").arg(number)));
     }
 
     void theDiagnosisIsShown()
@@ -439,16 +430,16 @@ private slots:
         const Look look = lookDuring("BUTTON_Z_DIAGNOSIS", "SELF_DIAG");
         QCOMPARE(look.style, QString(kHighlight));
         QVERIFY(!look.enabled);
-        QCOMPARE(m_fixture->text("EDIT_Z_DIAGNOSIS"), QString("0"));
-        QCOMPARE(m_fixture->style("BUTTON_Z_DIAGNOSIS"), QString(kPlain));
-        QVERIFY(m_fixture->isEnabled("BUTTON_Z_DIAGNOSIS"));
+        QCOMPARE(text("EDIT_Z_DIAGNOSIS"), QString("0"));
+        QCOMPARE(style("BUTTON_Z_DIAGNOSIS"), QString(kPlain));
+        QVERIFY(isEnabled("BUTTON_Z_DIAGNOSIS"));
     }
 
     void aFailedDiagnosisShowsMinusOne()
     {
         failNext("SELF_DIAG");
-        m_fixture->click("BUTTON_Z_DIAGNOSIS");
-        QCOMPARE(m_fixture->text("EDIT_Z_DIAGNOSIS"), QString("-1"));
+        click("BUTTON_Z_DIAGNOSIS");
+        QCOMPARE(text("EDIT_Z_DIAGNOSIS"), QString("-1"));
     }
 
     void theReferenceIsTheDisplayedPosition_data() { addTextRows(); }
@@ -458,11 +449,11 @@ private slots:
         QFETCH(QString, text);
         QFETCH(int, number);
         global_ini()->Z_reference = -1;
-        m_fixture->setText("EDIT_Z_POSITION", text);
-        m_fixture->click("BUTTON_Z_SET_REFERENCE");
+        setText("EDIT_Z_POSITION", text);
+        click("BUTTON_Z_SET_REFERENCE");
         QCOMPARE(global_ini()->Z_reference, number);
-        QCOMPARE(m_fixture->text("EDIT_Z_REFERENCE"), text);
-        QVERIFY(m_fixture->takeBoardLines().isEmpty());
+        QCOMPARE(this->text("EDIT_Z_REFERENCE"), text);
+        QVERIFY(takeBoardLines().isEmpty());
     }
 
     void everyPressIsLogged_data()
@@ -478,12 +469,12 @@ private slots:
     void everyPressIsLogged()
     {
         QFETCH(QString, slot);
-        QSignalSpy logged(&m_fixture->window(), &ORLA_II_Plus_Verifier::sig_debug_Message);
-        QVERIFY(QMetaObject::invokeMethod(&m_fixture->window(), qPrintable(slot)));
+        QSignalSpy logged(&window(), &ORLA_II_Plus_Verifier::sig_debug_Message);
+        QVERIFY(QMetaObject::invokeMethod(&window(), qPrintable(slot)));
         QVERIFY(!logged.isEmpty());
         QCOMPARE(logged.first().first().toStringList(),
                  QStringList("void ORLA_II_Plus_Verifier::" + slot + "()"));
-        QVERIFY(m_fixture->waitUntil([this] { return m_fixture->window().isEnabled(); }));
+        QVERIFY(waitUntil([this] { return window().isEnabled(); }));
     }
 
     void aReportedMoveIsLoggedAndItsPositionQueried_data()
@@ -504,34 +495,34 @@ private slots:
         QFETCH(QString, signal);
         QFETCH(QString, signature);
         QFETCH(bool, enables);
-        m_fixture->window().setEnabled(false);
+        window().setEnabled(false);
         QString shownWhenEnabled;
         EventWatch watch;
-        watch.watch(&m_fixture->window());
+        watch.watch(&window());
         watch.atChange([&](const QString& change) {
             if (change.startsWith("enabled"))
-                shownWhenEnabled = m_fixture->text("EDIT_Z_POSITION");
+                shownWhenEnabled = text("EDIT_Z_POSITION");
         });
-        QSignalSpy logged(&m_fixture->window(), &ORLA_II_Plus_Verifier::sig_debug_Message);
+        QSignalSpy logged(&window(), &ORLA_II_Plus_Verifier::sig_debug_Message);
         QVERIFY(QMetaObject::invokeMethod(Controller::getInstance(), qPrintable(signal)));
         QCOMPARE(logged.count(), 1);
         QCOMPARE(logged.first().first().toStringList(), QStringList(signature));
         QCOMPARE(shownWhenEnabled, QString(enables ? "10000" : ""));
-        QCOMPARE(m_fixture->takeBoardLines(), QStringList("$,STM1,GET_POS,,"));
-        QCOMPARE(m_fixture->text("EDIT_Z_POSITION"), QString("10000"));
-        QCOMPARE(m_fixture->window().isEnabled(), enables);
-        m_fixture->window().setEnabled(true);
+        QCOMPARE(takeBoardLines(), QStringList("$,STM1,GET_POS,,"));
+        QCOMPARE(text("EDIT_Z_POSITION"), QString("10000"));
+        QCOMPARE(window().isEnabled(), enables);
+        window().setEnabled(true);
     }
 
     void holdingAMoveButtonRepeatsTheStep()
     {
-        m_fixture->press("BUTTON_Z_MOVE_PLUS");
+        press("BUTTON_Z_MOVE_PLUS");
         QStringList lines;
-        QVERIFY(m_fixture->waitUntil([&] {
-            lines += m_fixture->takeBoardLines();
+        QVERIFY(waitUntil([&] {
+            lines += takeBoardLines();
             return lines.size() >= 3;
         }));
-        m_fixture->release("BUTTON_Z_MOVE_PLUS");
+        release("BUTTON_Z_MOVE_PLUS");
         for (const QString& line : lines)
             QCOMPARE(line, QString("$,STM1,MVP,256,"));
     }
@@ -546,7 +537,7 @@ private:
     /// Puts a text in the place of a spin box's number, key by key, and leaves it there.
     void type(const QString& box, const QString& text)
     {
-        auto* spin = m_fixture->find<QSpinBox>(qPrintable(box));
+        auto* spin = find<QSpinBox>(qPrintable(box));
         spin->setFocus();
         spin->selectAll();
         QTest::keyClick(spin, Qt::Key_Delete);
@@ -558,12 +549,12 @@ private:
     Look lookDuring(const char* button, const QString& command)
     {
         Look look;
-        const auto connection = connect(
-            Controller::getInstance(), &Controller::sig_debug_Controller, this, [&](const QString& line) {
-                if (line.startsWith("$,") && line.contains(command))
-                    look = {m_fixture->style(button), m_fixture->isEnabled(button)};
-            });
-        m_fixture->click(button);
+        const auto connection = connect(Controller::getInstance(), &Controller::sig_debug_Controller, this,
+                                        [&](const QString& line) {
+                                            if (line.startsWith("$,") && line.contains(command))
+                                                look = {style(button), isEnabled(button)};
+                                        });
+        click(button);
         disconnect(connection);
         return look;
     }
@@ -599,16 +590,9 @@ private:
             });
     }
 
-    void failNext(const std::string& command)
-    {
-        m_fixture->board().withBoard([&](Board& board, InstrumentTime) {
-            board.addFault({LineFault::Failure, command, 1});
-        });
-    }
+    void failNext(const std::string& command) { addFault({LineFault::Failure, command, 1}); }
 
-    double stagePosition() { return m_fixture->board().light().stagePosition_steps; }
-
-    std::unique_ptr<WindowFixture> m_fixture;
+    double stagePosition() { return board().light().stagePosition_steps; }
 };
 
 QTEST_MAIN(TestWindowStage)
