@@ -4,8 +4,7 @@
 #include <QSignalSpy>
 #include <QtTest>
 
-#include "ScriptedCamera.h"
-#include "camera/OV5642Camera.h"
+#include "CameraTools.h"
 #include "settings/SettingsFiles.h"
 
 namespace {
@@ -35,25 +34,23 @@ class TestCameraClose : public QObject
 private slots:
     void closingStopsTheStreamThenUnmapsAndKeepsTheDevice()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.open(0, "", false));
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.trace().clear();
+        camera.machine.trace().clear();
         QVERIFY(camera.close());
-        QCOMPARE(machine.calls(), QStringList("VIDIOC_STREAMOFF type 1") + kUnmaps);
+        QCOMPARE(camera.machine.calls(), QStringList("VIDIOC_STREAMOFF type 1") + kUnmaps);
         QCOMPARE(spy.count(), 0);
         QVERIFY(!camera.isStreaming());
         QVERIFY(!camera.openFailed());
         QCOMPARE(camera.getFrame(), nullptr);
-        QCOMPARE(machine.openDescriptors(ScriptedCamera::kVideo), std::size_t(1));
-        QCOMPARE(machine.misuses(), QStringList());
+        QCOMPARE(camera.machine.openDescriptors(ScriptedCamera::kVideo), std::size_t(1));
+        QCOMPARE(camera.machine.misuses(), QStringList());
     }
 
     void nothingOfTheWorkTableOutlivesTheStream()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.open(0, kBfnCalibrationFile, false));
         QVERIFY(camera.close());
         QCOMPARE(camera.setRegisters(10), 0);
@@ -61,46 +58,41 @@ private slots:
 
     void theCaptureThreadIsGoneOnceTheStreamIsStopped()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        machine.deliverEndlessly();
+        RiggedCamera camera;
+        camera.machine.deliverEndlessly();
         QVERIFY(camera.open(0, "", false));
-        QTRY_VERIFY(machine.requeued() > 3);
+        QTRY_VERIFY(camera.machine.requeued() > 3);
         QVERIFY(camera.close());
-        const int calls = machine.captureCalls().size();
+        const int calls = camera.machine.captureCalls().size();
         QTest::qWait(50);
-        QCOMPARE(machine.captureCalls().size(), calls);
+        QCOMPARE(camera.machine.captureCalls().size(), calls);
     }
 
     void aRefusedStopIsReportedAndEverythingIsFreedAllTheSame()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.open(0, "", false));
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.failCall("VIDIOC_STREAMOFF", 1);
+        camera.machine.failCall("VIDIOC_STREAMOFF", 1);
         QVERIFY(!camera.close());
         QCOMPARE(spy.count(), 1);
         QCOMPARE(spy.at(0).at(0).toStringList(), kRefused);
         QVERIFY(!camera.isStreaming());
-        QCOMPARE(machine.openMappings(), std::size_t(0));
+        QCOMPARE(camera.machine.openMappings(), std::size_t(0));
         QCOMPARE(camera.getFrame(), nullptr);
     }
 
     void closingWithoutAStreamStillStopsIt()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.trace().clear();
+        RiggedCamera camera;
         QVERIFY(camera.close());
-        QCOMPARE(machine.calls(), QStringList({"VIDIOC_STREAMOFF type 1"}));
-        QCOMPARE(spy.count(), 0);
+        QCOMPARE(camera.machine.calls(), QStringList({"VIDIOC_STREAMOFF type 1"}));
+        QCOMPARE(camera.told.count(), 0);
 
-        machine.failCall("VIDIOC_STREAMOFF", 1);
+        camera.machine.failCall("VIDIOC_STREAMOFF", 1);
         QVERIFY(!camera.close());
-        QCOMPARE(spy.count(), 1);
-        QCOMPARE(spy.at(0).at(0).toStringList(), kRefused);
+        QCOMPARE(camera.told.count(), 1);
+        QCOMPARE(camera.told.at(0).at(0).toStringList(), kRefused);
     }
 
     void closingWithoutADeviceIsReported()
@@ -144,11 +136,10 @@ private slots:
     void noFrameOutlivesTheStreamOrARefusal()
     {
         QFETCH(QString, refused);
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         const std::size_t before = allocatedBytes();
         if (!refused.isEmpty())
-            machine.failCall(refused, 1);
+            camera.machine.failCall(refused, 1);
         QCOMPARE(camera.open(2, "", false), refused.isEmpty());
         if (refused.isEmpty()) {
             QVERIFY(camera.getFrame() != nullptr);

@@ -7,9 +7,7 @@
 #include <QSignalSpy>
 #include <QtTest>
 
-#include "ScriptedCamera.h"
-#include "camera/OV5642Camera.h"
-#include "camera/YuvConversion.h"
+#include "CameraTools.h"
 
 namespace {
 
@@ -20,7 +18,6 @@ const QString kGiveBack = "VIDIOC_REQBUFS count 0 type 1 memory 1";
 const QStringList kReopen = {"close /dev/video0", QString("open /dev/video0 read-write non-blocking"),
                              QString("F_SETFD FD_CLOEXEC")};
 
-using Bytes = std::vector<uchar>;
 using Adjustment = std::function<void(v4l2_pix_format&)>;
 
 // The calls that decide over the format: everything before the buffers are asked for.
@@ -38,20 +35,11 @@ QStringList errors(const QSignalSpy& spy)
     return lines.filter("[Error]");
 }
 
-// The camera's frame, and that of a frame copy whose first bytes hold the value, the others 0.
+// The camera's frame.
 Bytes shown(OV5642Camera& camera)
 {
     const uchar* frame = camera.getFrame();
     return frame == nullptr ? Bytes() : Bytes(frame, frame + camera.rgbFrameSize());
-}
-
-Bytes expected(quint32 width, quint32 height, quint8 value, std::size_t bytes)
-{
-    Bytes yuyv(std::size_t(width) * height * 2);
-    std::fill_n(yuyv.begin(), bytes, value);
-    Bytes rgb(std::size_t(width) * height * 3);
-    sws_yuv2rgb24(width, int(height), yuyv.data(), rgb.data());
-    return rgb;
 }
 
 } // namespace
@@ -113,64 +101,54 @@ private slots:
         QFETCH(int, busyFormats);
         QFETCH(bool, buffersRefused);
         QFETCH(QStringList, calls);
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.trace().clear();
+        RiggedCamera camera;
         for (int n = 1; n <= busyFormats; ++n)
-            machine.failCall("VIDIOC_S_FMT", n, -1, EBUSY);
+            camera.machine.failCall("VIDIOC_S_FMT", n, -1, EBUSY);
         if (buffersRefused)
-            machine.failCall("VIDIOC_REQBUFS", 1, -1, EINVAL);
+            camera.machine.failCall("VIDIOC_REQBUFS", 1, -1, EINVAL);
         QVERIFY(camera.open(0, "", false));
-        QCOMPARE(formatCalls(machine), calls);
-        QCOMPARE(spy.count(), 3);
-        QCOMPARE(errors(spy), QStringList());
-        QCOMPARE(machine.openDescriptors(ScriptedCamera::kVideo), std::size_t(1));
-        QVERIFY(machine.deliver({70, 640 * 480 * 2}));
+        QCOMPARE(formatCalls(camera.machine), calls);
+        QCOMPARE(camera.told.count(), 3);
+        QCOMPARE(errors(camera.told), QStringList());
+        QCOMPARE(camera.machine.openDescriptors(ScriptedCamera::kVideo), std::size_t(1));
+        QVERIFY(camera.machine.deliver({70, 640 * 480 * 2}));
         QVERIFY(camera.close());
     }
 
     void aDriverThatStaysBusyIsAFailure()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.trace().clear();
-        machine.failCall("VIDIOC_S_FMT", ScriptedCamera::kAlways, -1, EBUSY);
+        RiggedCamera camera;
+        camera.machine.failCall("VIDIOC_S_FMT", ScriptedCamera::kAlways, -1, EBUSY);
         QVERIFY(!camera.open(0, "", false));
-        QCOMPARE(machine.calls(),
+        QCOMPARE(camera.machine.calls(),
                  QStringList({kFormat, kGiveBack, kFormat}) + kReopen + QStringList(kFormat));
-        QCOMPARE(errors(spy), QStringList(kRefused.join(' ')));
-        QCOMPARE(spy.last().at(0).toStringList(), kRefused);
+        QCOMPARE(errors(camera.told), QStringList(kRefused.join(' ')));
+        QCOMPARE(camera.told.last().at(0).toStringList(), kRefused);
         QCOMPARE(camera.openFailure(), QString("VIDIOC_S_FMT"));
-        machine.healCalls();
+        camera.machine.healCalls();
         QVERIFY(camera.open(0, "", false));
     }
 
     void aDeviceThatCannotBeOpenedAnewIsAFailure()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.failCall("VIDIOC_S_FMT", ScriptedCamera::kAlways, -1, EBUSY);
-        machine.setMissing(ScriptedCamera::kVideo, true);
+        RiggedCamera camera;
+        camera.machine.failCall("VIDIOC_S_FMT", ScriptedCamera::kAlways, -1, EBUSY);
+        camera.machine.setMissing(ScriptedCamera::kVideo, true);
         QVERIFY(!camera.open(0, "", false));
-        QCOMPARE(spy.last().at(0).toStringList(), kRefused);
+        QCOMPARE(camera.told.last().at(0).toStringList(), kRefused);
         QCOMPARE(camera.openFailure(), QString("open /dev/video0"));
-        machine.healCalls();
-        machine.setMissing(ScriptedCamera::kVideo, false);
+        camera.machine.healCalls();
+        camera.machine.setMissing(ScriptedCamera::kVideo, false);
         QVERIFY(camera.open(0, "", false));
-        QCOMPARE(machine.misuses(), QStringList());
+        QCOMPARE(camera.machine.misuses(), QStringList());
     }
 
     void anotherRefusalOfTheFormatIsTakenAsItIs()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        machine.trace().clear();
-        machine.failCall("VIDIOC_S_FMT", 1, -1, EINVAL);
+        RiggedCamera camera;
+        camera.machine.failCall("VIDIOC_S_FMT", 1, -1, EINVAL);
         QVERIFY(!camera.open(0, "", false));
-        QCOMPARE(machine.calls(), QStringList(kFormat));
+        QCOMPARE(camera.machine.calls(), QStringList(kFormat));
     }
 
     void whatARefusedStartLeavesBehindDoesNotBlockTheNext_data()
@@ -183,13 +161,12 @@ private slots:
     void whatARefusedStartLeavesBehindDoesNotBlockTheNext()
     {
         QFETCH(QString, refused);
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        machine.failCall(refused, 1);
+        RiggedCamera camera;
+        camera.machine.failCall(refused, 1);
         QVERIFY(!camera.open(1, "", false));
         QVERIFY(camera.open(0, "", false));
-        QVERIFY(machine.deliver({70, 640 * 480 * 2}));
-        QCOMPARE(shown(camera), expected(640, 480, 70, std::size_t(640) * 480 * 2));
+        QVERIFY(camera.machine.deliver({70, 640 * 480 * 2}));
+        QCOMPARE(shown(camera), rgbOf(70));
     }
 
     void anotherSizeOrPixelFormatIsAFailure_data()
@@ -267,12 +244,12 @@ private slots:
             QVERIFY(line.endsWith(QString("granted: 640 x 480 YUYV , bytes per line: %1").arg(bytesPerLine)));
         }
         QVERIFY(machine.deliver({200, bytesUsed}));
-        QVERIFY(shown(camera) == expected(640, 480, 200, std::size_t(copied)));
+        QVERIFY(shown(camera) == rgbOf(0, std::size_t(copied), 200));
         // The next mode's rows are its own.
         machine.setFormatAdjustment({});
         QVERIFY(camera.open(1, "", false));
         QVERIFY(machine.deliver({90, 1280 * 960 * 2}));
-        QVERIFY(shown(camera) == expected(1280, 960, 90, std::size_t(1280) * 960 * 2));
+        QVERIFY(shown(camera) == rgbOf(90, 0, 0, 1280, 960));
         QCOMPARE(machine.misuses(), QStringList());
     }
 };

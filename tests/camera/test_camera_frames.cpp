@@ -8,26 +8,9 @@
 
 #include <QtTest>
 
-#include "ScriptedCamera.h"
-#include "camera/OV5642Camera.h"
-#include "camera/YuvConversion.h"
+#include "CameraTools.h"
 
 namespace {
-
-constexpr quint32 kVgaSize = 640 * 480 * 2;
-constexpr std::size_t kVgaRgbSize = 921600;
-
-using Bytes = std::vector<uchar>;
-
-// A VGA frame of that byte throughout, with another one in its first bytes, as RGB.
-Bytes rgbOf(quint8 value, std::size_t headSize = 0, quint8 head = 0)
-{
-    Bytes yuyv(kVgaSize, value);
-    std::fill_n(yuyv.begin(), headSize, head);
-    Bytes rgb(kVgaRgbSize);
-    sws_yuv2rgb24(640, 480, yuyv.data(), rgb.data());
-    return rgb;
-}
 
 Bytes copyOf(const uchar* frame)
 {
@@ -91,8 +74,7 @@ class TestCameraFrames : public QObject
 private slots:
     void beforeAnyFrameTheEmptyCopyOfIndexZeroIsConverted()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.open(0, "", false));
         unsigned int index = 99;
         QCOMPARE(copyOf(camera.getFrame(index)), rgbOf(0));
@@ -101,8 +83,7 @@ private slots:
 
     void aClosedCameraHasNoFrame()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QCOMPARE(camera.getFrame(), nullptr);
         unsigned int index = 99;
         QCOMPARE(camera.getFrame(index), nullptr);
@@ -114,12 +95,11 @@ private slots:
 
     void theNewestFrameIsConvertedAndItsBufferNamed()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.open(0, "", false));
         for (unsigned int i = 0; i < 6; ++i) {
             const auto value = quint8(40 + 30 * i);
-            QVERIFY(machine.deliver({value, kVgaSize}));
+            QVERIFY(camera.machine.deliver({value, kVgaSize}));
             unsigned int index = 99;
             QCOMPARE(copyOf(camera.getFrame(index)), rgbOf(value));
             QCOMPARE(index, i % 4);
@@ -129,10 +109,9 @@ private slots:
 
     void theIgnoredArgumentsChangeNothing()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.open(0, "", false));
-        QVERIFY(machine.deliver({77, kVgaSize}));
+        QVERIFY(camera.machine.deliver({77, kVgaSize}));
         const Bytes expected = rgbOf(77);
         unsigned int index = 99;
         QCOMPARE(copyOf(camera.getFrame(true, 1, 2, 3)), expected);
@@ -142,13 +121,12 @@ private slots:
 
     void oneRoundPausesWaitsTakesAndGivesBack()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.open(0, "", false));
-        QVERIFY(machine.deliver({10, kVgaSize}));
-        QVERIFY(machine.deliver({20, kVgaSize}));
+        QVERIFY(camera.machine.deliver({10, kVgaSize}));
+        QVERIFY(camera.machine.deliver({20, kVgaSize}));
         QVERIFY(camera.close());
-        QStringList rounds = machine.captureCalls();
+        QStringList rounds = camera.machine.captureCalls();
         for (int i = 1; i < rounds.size();) {
             // A round in which nothing came ends with the wait.
             if (rounds.at(i - 1) == "select 1000" && rounds.at(i) == "pause 10000") {
@@ -179,24 +157,22 @@ private slots:
     {
         QFETCH(QString, call);
         QFETCH(int, result);
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.open(0, "", false));
-        machine.failCall(call, 1, result);
-        QVERIFY(machine.deliver({123, kVgaSize}));
+        camera.machine.failCall(call, 1, result);
+        QVERIFY(camera.machine.deliver({123, kVgaSize}));
         QCOMPARE(copyOf(camera.getFrame()), rgbOf(123));
-        QCOMPARE(machine.misuses(), QStringList());
+        QCOMPARE(camera.machine.misuses(), QStringList());
         QVERIFY(camera.close());
     }
 
     void aDriverThatTakesNoBufferBackRunsDryButTheCameraCloses()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.open(0, "", false));
-        machine.failCall("VIDIOC_QBUF", ScriptedCamera::kAlways);
-        machine.deliverEndlessly();
-        QTRY_COMPARE(machine.captureCalls().filter("VIDIOC_QBUF ").size(), 4);
+        camera.machine.failCall("VIDIOC_QBUF", ScriptedCamera::kAlways);
+        camera.machine.deliverEndlessly();
+        QTRY_COMPARE(camera.machine.captureCalls().filter("VIDIOC_QBUF ").size(), 4);
         QVERIFY(camera.getFrame() != nullptr);
         QVERIFY(camera.close());
     }
@@ -277,15 +253,14 @@ private slots:
     void anIndexThatWasNeverGrantedIsIgnored()
     {
         QFETCH(int, index);
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.open(0, "", false));
-        QVERIFY(machine.deliver({90, kVgaSize}));
-        QVERIFY(machine.deliver({180, kVgaSize, unsigned(index)}));
+        QVERIFY(camera.machine.deliver({90, kVgaSize}));
+        QVERIFY(camera.machine.deliver({180, kVgaSize, unsigned(index)}));
         unsigned int newest = 99;
         QCOMPARE(copyOf(camera.getFrame(newest)), rgbOf(90));
         QCOMPARE(newest, 0u);
-        QVERIFY(machine.deliver({210, kVgaSize}));
+        QVERIFY(camera.machine.deliver({210, kVgaSize}));
         QCOMPARE(copyOf(camera.getFrame()), rgbOf(210));
     }
 
@@ -378,11 +353,10 @@ private slots:
 
     void reopeningStartsFromAnEmptyFrame()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.open(0, "", false));
-        QVERIFY(machine.deliver({90, kVgaSize}));
-        QVERIFY(machine.deliver({91, kVgaSize}));
+        QVERIFY(camera.machine.deliver({90, kVgaSize}));
+        QVERIFY(camera.machine.deliver({91, kVgaSize}));
         QVERIFY(camera.close());
         QVERIFY(camera.open(0, "", false));
         unsigned int index = 99;
@@ -392,18 +366,17 @@ private slots:
 
     void theGuiAndOtherThreadsHaveBuffersOfTheirOwn()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.open(0, "", false));
-        QVERIFY(machine.deliver({60, kVgaSize}));
+        QVERIFY(camera.machine.deliver({60, kVgaSize}));
         const uchar* own = camera.getFrame();
-        QVERIFY(machine.deliver({160, kVgaSize}));
+        QVERIFY(camera.machine.deliver({160, kVgaSize}));
         const uchar* others = nullptr;
         std::thread([&] { others = camera.getFrame(); }).join();
         QVERIFY(own != others);
         QCOMPARE(copyOf(own), rgbOf(60));
         QCOMPARE(copyOf(others), rgbOf(160));
-        QVERIFY(machine.deliver({240, kVgaSize}));
+        QVERIFY(camera.machine.deliver({240, kVgaSize}));
         QCOMPARE(copyOf(camera.getFrame()), rgbOf(240));
         QCOMPARE(copyOf(others), rgbOf(160));
     }

@@ -4,29 +4,15 @@
 
 #include <QtTest>
 
-#include "ScriptedCamera.h"
+#include "CameraTools.h"
 #include "camera/GrabThread.h"
-#include "camera/OV5642Camera.h"
-#include "camera/YuvConversion.h"
 
 namespace {
 
-constexpr quint32 kVgaSize = 640 * 480 * 2;
-constexpr std::size_t kVgaRgbSize = 921600;
 constexpr uchar kUntouched = 0xA7;
 
 // Several of the thread's rounds.
 constexpr int kIdle_ms = 150;
-
-using Bytes = std::vector<uchar>;
-
-Bytes rgbOf(quint8 value)
-{
-    const Bytes yuyv(kVgaSize, value);
-    Bytes rgb(kVgaRgbSize);
-    sws_yuv2rgb24(640, 480, yuyv.data(), rgb.data());
-    return rgb;
-}
 
 } // namespace
 
@@ -38,8 +24,7 @@ private:
     // A streaming camera, the window's buffer and a grab thread that fills it.
     struct Bench
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         Bytes buffer = Bytes(kVgaRgbSize, kUntouched);
         GrabThread grabber;
         int delivered = 0;
@@ -62,7 +47,7 @@ private:
             grabber.wait();
         }
 
-        bool deliver(quint8 value) { return machine.deliver({value, kVgaSize}); }
+        bool deliver(quint8 value) { return camera.machine.deliver({value, kVgaSize}); }
     };
 
 private slots:
@@ -120,7 +105,7 @@ private slots:
     void theHandShakeRunsAsLongAsItIsAnswered()
     {
         Bench bench;
-        bench.machine.deliverEndlessly();
+        bench.camera.machine.deliverEndlessly();
         int torn = 0;
         connect(&bench.grabber, &GrabThread::grabDone, &bench.camera, [&] {
             const Bytes& rgb = bench.buffer;
@@ -154,7 +139,7 @@ private slots:
     void aCameraWithoutAFrameIsSurvivedAndAnswered()
     {
         Bench bench(false);
-        bench.machine.failCall("VIDIOC_S_FMT", 1);
+        bench.camera.machine.failCall("VIDIOC_S_FMT", 1);
         QVERIFY(!bench.camera.open(0, "", false));
         bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
         bench.grabber.start(QThread::InheritPriority);
@@ -173,7 +158,7 @@ private slots:
         bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
         bench.grabber.start(QThread::InheritPriority);
         QTRY_COMPARE(bench.delivered, 1);
-        bench.machine.failCall("select", ScriptedCamera::kAlways, -1, ENODEV);
+        bench.camera.machine.failCall("select", ScriptedCamera::kAlways, -1, ENODEV);
         QTRY_VERIFY(bench.camera.isGone());
 
         // The buffer comes back as it was, with nothing to be drawn.
@@ -187,7 +172,7 @@ private slots:
         QCOMPARE(bench.delivered, 1);
 
         // Should a frame come after all, the hand-shake goes on by itself.
-        bench.machine.healCalls();
+        bench.camera.machine.healCalls();
         QVERIFY(bench.deliver(170));
         QTRY_COMPARE(bench.delivered, 2);
         bench.grabber.grab();
@@ -199,7 +184,7 @@ private slots:
     {
         Bench bench;
         QVERIFY(bench.deliver(70));
-        bench.machine.failCall("select", ScriptedCamera::kAlways, -1, ENODEV);
+        bench.camera.machine.failCall("select", ScriptedCamera::kAlways, -1, ENODEV);
         QTRY_VERIFY(bench.camera.isGone());
         bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
         bench.grabber.start(QThread::InheritPriority);

@@ -5,9 +5,8 @@
 #include <QSignalSpy>
 #include <QtTest>
 
+#include "CameraTools.h"
 #include "NoMoreThreads.h"
-#include "ScriptedCamera.h"
-#include "camera/OV5642Camera.h"
 #include "settings/GlobalIni.h"
 #include "settings/SettingsFiles.h"
 
@@ -16,10 +15,6 @@ namespace {
 const QString kOpenText = "bool OV5642Camera::open(int, std::string, bool)";
 const QString kOpenVideo = QString("open /dev/video0 read-write non-blocking");
 const QString kCloseOnExec = QString("F_SETFD FD_CLOEXEC");
-const QString kOpenBus = QString("open /dev/i2c-1 read-write");
-const QString kAddress = "I2C_SLAVE_FORCE 3C";
-const QString kCloseBus = "close /dev/i2c-1";
-const QString kPause = "pause 5000";
 
 struct Mode
 {
@@ -121,27 +116,23 @@ private slots:
     void eachModeStreamsInItsSize()
     {
         QFETCH(int, mode);
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.trace().clear();
+        RiggedCamera camera;
         QVERIFY(camera.open(mode, "", false));
-        QCOMPARE(machine.calls(), streamCalls(mode, 4) + QStringList({kOpenBus, kAddress, kCloseBus}));
-        QCOMPARE(messages(spy), QList<QStringList>({opening(mode, "")}));
+        QCOMPARE(camera.machine.calls(), streamCalls(mode, 4) + QStringList({kOpenBus, kAddress, kCloseBus}));
+        QCOMPARE(messages(camera.told), QList<QStringList>({opening(mode, "")}));
         QCOMPARE(camera.mode(), mode);
         QCOMPARE(camera.width(), kModes[mode].width);
         QCOMPARE(camera.height(), kModes[mode].height);
         QCOMPARE(camera.rgbFrameSize(), kModes[mode].rgbSize);
         QVERIFY(camera.isStreaming());
         QVERIFY(!camera.openFailed());
-        QVERIFY(machine.isStreaming());
-        QCOMPARE(machine.misuses(), QStringList());
+        QVERIFY(camera.machine.isStreaming());
+        QCOMPARE(camera.machine.misuses(), QStringList());
     }
 
     void theModesCalibrationIsWrittenOnceTheStreamRuns()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QStringList expected = streamCalls(1, 4) << kOpenBus << kAddress;
         for (int i = 0; i < 10; ++i) {
             g_global_ini.BFN_reg[1][i] = quint16(0xA0 + i);
@@ -149,9 +140,9 @@ private slots:
             expected << QString::asprintf("write %02X %02X %02X", reg >> 8, reg & 0xFF, 0xA0 + i) << kPause;
         }
         expected << kCloseBus;
-        machine.trace().clear();
+        camera.machine.trace().clear();
         QVERIFY(camera.open(1, "/opt/ORLA3/conf/Calibration_BFN.ini", false));
-        QCOMPARE(machine.calls(), expected);
+        QCOMPARE(camera.machine.calls(), expected);
     }
 
     void theStartUpTableComesBeforeTheCalibration_data()
@@ -167,13 +158,11 @@ private slots:
         QFETCH(QString, file);
         QFETCH(int, writes);
         g_global_ini.CUS_reg[0][0] = 0x5A;
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        machine.trace().clear();
+        RiggedCamera camera;
         QVERIFY(camera.open(0, file.toStdString(), true));
-        const QStringList sent = machine.calls().filter("write ");
+        const QStringList sent = camera.machine.calls().filter("write ");
         QCOMPARE(sent.size(), writes);
-        QCOMPARE(machine.calls().filter(kPause).size(), writes);
+        QCOMPARE(camera.machine.calls().filter(kPause).size(), writes);
         QCOMPARE(sent.at(0), QString("write 31 03 93"));
         QCOMPARE(sent.at(493), QString("write 38 27 00"));
         if (writes > 494)
@@ -183,11 +172,10 @@ private slots:
 
     void aSettingsFileThatNobodyKnowsStillStreams()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.open(0, "/opt/ORLA3/conf/ORLA3.ini", false));
-        QVERIFY(machine.trace().calls(CallKind::BusWrite).empty());
-        QCOMPARE(machine.calls().count(kOpenBus), 1);
+        QVERIFY(camera.machine.trace().calls(CallKind::BusWrite).empty());
+        QCOMPARE(camera.machine.calls().count(kOpenBus), 1);
         QVERIFY(camera.isStreaming());
     }
 
@@ -196,13 +184,11 @@ private slots:
     void aSilentSensorIsReportedAndTheCameraStreamsAllTheSame()
     {
         QFETCH(int, mode);
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.failCall("write", 4, 2);
+        RiggedCamera camera;
+        camera.machine.failCall("write", 4, 2);
         QVERIFY(camera.open(mode, kCusCalibrationFile, false));
-        QCOMPARE(messages(spy), QList<QStringList>({opening(mode, kCusCalibrationFile),
-                                                    {kOpenText, kModes[mode].busFailure}}));
+        QCOMPARE(messages(camera.told), QList<QStringList>({opening(mode, kCusCalibrationFile),
+                                                            {kOpenText, kModes[mode].busFailure}}));
         QVERIFY(camera.isStreaming());
     }
 
@@ -246,14 +232,12 @@ private slots:
         QFETCH(QString, call);
         QFETCH(int, n);
         QFETCH(QString, message);
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.trace().clear();
-        machine.failCall(call, n);
+        RiggedCamera camera;
+        camera.machine.failCall(call, n);
         QVERIFY(!camera.open(1, kCusCalibrationFile, false));
-        QCOMPARE(messages(spy), QList<QStringList>({opening(1, kCusCalibrationFile), {kOpenText, message}}));
-        checkClosed(camera, machine);
+        QCOMPARE(messages(camera.told),
+                 QList<QStringList>({opening(1, kCusCalibrationFile), {kOpenText, message}}));
+        checkClosed(camera, camera.machine);
 
         // Everything up to the refused call, then what was mapped is unmapped, and no more.
         QStringList expected = streamCalls(1, 4);
@@ -268,7 +252,7 @@ private slots:
         const int mapped = expected.filter("mmap").size() - (call == "mmap" ? 1 : 0);
         for (int i = 0; i < mapped; ++i)
             expected << QString("munmap %1 of %2 bytes").arg(i).arg(1280 * 960 * 2);
-        QCOMPARE(machine.calls(), expected);
+        QCOMPARE(camera.machine.calls(), expected);
 
         // The window sizes its picture by a camera that failed, too.
         QCOMPARE(camera.mode(), 1);
@@ -280,7 +264,7 @@ private slots:
         QVERIFY(camera.open(1, kCusCalibrationFile, false));
         QVERIFY(!camera.openFailed());
         QVERIFY(camera.close());
-        QCOMPARE(machine.openMappings(), std::size_t(0));
+        QCOMPARE(camera.machine.openMappings(), std::size_t(0));
     }
 
     void aMissingDeviceFailsTheFormatAndIsTriedAgainEachTime()
@@ -320,17 +304,16 @@ private slots:
     void aModeThatDoesNotExistFailsWithoutACall()
     {
         QFETCH(int, mode);
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.open(1, "", false));
         QVERIFY(camera.close());
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
-        machine.trace().clear();
+        camera.machine.trace().clear();
         QVERIFY(!camera.open(mode, "x", false));
-        QCOMPARE(machine.calls(), QStringList());
+        QCOMPARE(camera.machine.calls(), QStringList());
         QCOMPARE(messages(spy), QList<QStringList>({opening(mode, "x")}));
         QCOMPARE(camera.mode(), 1);
-        checkClosed(camera, machine);
+        checkClosed(camera, camera.machine);
     }
 
     void asManyBuffersAreMappedAsTheDriverGrants_data()
@@ -356,30 +339,27 @@ private slots:
 
     void openingTwiceEndsTheFirstStream()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        machine.deliverEndlessly();
+        RiggedCamera camera;
+        camera.machine.deliverEndlessly();
         QVERIFY(camera.open(0, "", false));
         QVERIFY(camera.open(1, "", false));
         QCOMPARE(camera.width(), 1280u);
-        QCOMPARE(machine.openMappings(), std::size_t(4));
+        QCOMPARE(camera.machine.openMappings(), std::size_t(4));
         QVERIFY(camera.close());
-        QCOMPARE(machine.openMappings(), std::size_t(0));
-        QCOMPARE(machine.misuses(), QStringList());
+        QCOMPARE(camera.machine.openMappings(), std::size_t(0));
+        QCOMPARE(camera.machine.misuses(), QStringList());
     }
 
     void withoutACaptureThreadTheCameraStaysClosedAndTheDriverFree()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        machine.trace().clear();
+        RiggedCamera camera;
         {
             const NoMoreThreads none;
             QVERIFY(!camera.open(0, "", false));
         }
-        checkClosed(camera, machine);
-        QVERIFY(!machine.isStreaming());
-        QVERIFY(machine.captureCalls().isEmpty());
+        checkClosed(camera, camera.machine);
+        QVERIFY(!camera.machine.isStreaming());
+        QVERIFY(camera.machine.captureCalls().isEmpty());
         QVERIFY(camera.open(0, "", false));
     }
 };

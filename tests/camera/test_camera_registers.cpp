@@ -4,19 +4,13 @@
 
 #include <QtTest>
 
-#include "ScriptedCamera.h"
-#include "camera/OV5642Camera.h"
+#include "CameraTools.h"
 #include "settings/GlobalIni.h"
 #include "settings/SettingsFiles.h"
 
 namespace {
 
 constexpr quint16 kOutsideTheTen = 0x3500;
-
-const QString kOpenBus = QString("open /dev/i2c-1 read-write");
-const QString kAddress = "I2C_SLAVE_FORCE 3C";
-const QString kCloseBus = "close /dev/i2c-1";
-const QString kPause = "pause 5000";
 
 QStringList getCalls(const QString& addressBytes, const QString& read = "read 1")
 {
@@ -29,10 +23,10 @@ QStringList setCalls(const QString& bytes)
 }
 
 // Streams in a mode, so that the register operations work on its set.
-void openMode(OV5642Camera& camera, ScriptedCamera& machine, int mode, const std::string& file = {})
+void openMode(RiggedCamera& camera, int mode, const std::string& file = {})
 {
     QVERIFY(camera.open(mode, file, false));
-    machine.trace().clear();
+    camera.machine.trace().clear();
 }
 
 } // namespace
@@ -70,8 +64,7 @@ private slots:
     {
         QFETCH(int, reg);
         QFETCH(int, index);
-        ScriptedCamera machine;
-        const OV5642Camera camera;
+        RiggedCamera camera;
         QCOMPARE(camera.getRegisterIndex(reg), index);
         // The table that the window fills later is not what decides.
         std::fill(std::begin(g_RegIdx), std::end(g_RegIdx), quint16(0));
@@ -80,8 +73,7 @@ private slots:
 
     void allCalibrationRecordsAreZeroAtFirst()
     {
-        ScriptedCamera machine;
-        const OV5642Camera camera;
+        RiggedCamera camera;
         QCOMPARE(camera.mode(), 0);
         for (int mode = 0; mode < 3; ++mode) {
             for (int i = 0; i < 10; ++i) {
@@ -93,15 +85,14 @@ private slots:
 
     void readingSendsTheAddressHighByteFirstAndPausesTwice()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        machine.setRegister(0x350A, 0xA5);
-        machine.trace().clear();
+        RiggedCamera camera;
+        camera.machine.setRegister(0x350A, 0xA5);
+        camera.machine.trace().clear();
         quint16 value = 0xFFFF;
         QVERIFY(camera.get(0x350A, value));
         QCOMPARE(value, quint16(0xA5));
-        QCOMPARE(machine.calls(), getCalls("35 0A", "read 1 A5"));
-        QCOMPARE(machine.openDescriptors(ScriptedCamera::kBus), std::size_t(0));
+        QCOMPARE(camera.machine.calls(), getCalls("35 0A", "read 1 A5"));
+        QCOMPARE(camera.machine.openDescriptors(ScriptedCamera::kBus), std::size_t(0));
     }
 
     void aFailedReadGoesThroughAllItsStepsAndYieldsTheCachedByte_data()
@@ -122,13 +113,12 @@ private slots:
     {
         QFETCH(QString, call);
         QFETCH(int, result);
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.set(0x3501, 0x1E));
-        machine.setRegister(0x3501, 0x77);
-        machine.trace().clear();
+        camera.machine.setRegister(0x3501, 0x77);
+        camera.machine.trace().clear();
 
-        machine.failCall(call, 1, result);
+        camera.machine.failCall(call, 1, result);
         quint16 value = 0xFFFF;
         QVERIFY(!camera.get(0x3501, value));
         QCOMPARE(value, quint16(0x1E));
@@ -136,10 +126,10 @@ private slots:
         QStringList expected = getCalls("35 01", call == "write" ? "read 1 77" : "read 1");
         if (call == "open")
             expected.removeLast(); // nothing to close
-        QCOMPARE(machine.calls(), expected);
-        QCOMPARE(machine.openDescriptors(ScriptedCamera::kBus), std::size_t(0));
+        QCOMPARE(camera.machine.calls(), expected);
+        QCOMPARE(camera.machine.openDescriptors(ScriptedCamera::kBus), std::size_t(0));
 
-        machine.failCall(call, 1, result);
+        camera.machine.failCall(call, 1, result);
         value = 0xFFFF;
         QVERIFY(!camera.get(kOutsideTheTen, value));
         QCOMPARE(value, quint16(0xFFFF));
@@ -147,10 +137,9 @@ private slots:
 
     void readingWithoutABusYieldsTheCacheOfTheCurrentMode()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        openMode(camera, machine, kMode1280, kBfnCalibrationFile);
-        machine.setMissing(ScriptedCamera::kBus, true);
+        RiggedCamera camera;
+        openMode(camera, kMode1280, kBfnCalibrationFile);
+        camera.machine.setMissing(ScriptedCamera::kBus, true);
         for (int i = 0; i < 10; ++i) {
             quint16 value = 0xFFFF;
             QVERIFY(!camera.get(kCalibrationRegisters[i], value));
@@ -163,24 +152,22 @@ private slots:
 
     void writingSendsThreeBytesAndCachesThemInTheCurrentModeOnly()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        openMode(camera, machine, kMode1280);
+        RiggedCamera camera;
+        openMode(camera, kMode1280);
         QVERIFY(camera.set(0x3501, 0x1E));
-        QCOMPARE(machine.calls(), setCalls("35 01 1E"));
-        QCOMPARE(machine.sensorRegister(0x3501), quint8(0x1E));
+        QCOMPARE(camera.machine.calls(), setCalls("35 01 1E"));
+        QCOMPARE(camera.machine.sensorRegister(0x3501), quint8(0x1E));
         for (int mode = 0; mode < 3; ++mode) {
             const CalibrationRecord& record = camera.calibrationRecord(mode, 0);
             QCOMPARE(record.address, quint16(mode == kMode1280 ? 0x3501 : 0));
             QCOMPARE(record.value, quint16(mode == kMode1280 ? 0x1E : 0));
         }
-        QCOMPARE(machine.openDescriptors(ScriptedCamera::kBus), std::size_t(0));
+        QCOMPARE(camera.machine.openDescriptors(ScriptedCamera::kBus), std::size_t(0));
     }
 
     void everyCalibrationRegisterIsCachedAtItsIndex()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         for (int i = 0; i < 10; ++i)
             QVERIFY(camera.set(kCalibrationRegisters[i], 0x40 + i));
         for (int i = 0; i < 10; ++i) {
@@ -191,20 +178,17 @@ private slots:
 
     void onlyTheLowByteOfAValueCounts()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        machine.trace().clear();
+        RiggedCamera camera;
         QVERIFY(camera.set(0x3405, 0x12AB));
-        QCOMPARE(machine.calls(), setCalls("34 05 AB"));
+        QCOMPARE(camera.machine.calls(), setCalls("34 05 AB"));
         QCOMPARE(camera.calibrationRecord(kModeVga, 9).value, quint16(0xAB));
     }
 
     void writingAnotherRegisterSucceedsAndCachesNothing()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.set(kOutsideTheTen, 0x0F));
-        QCOMPARE(machine.sensorRegister(kOutsideTheTen), quint8(0x0F));
+        QCOMPARE(camera.machine.sensorRegister(kOutsideTheTen), quint8(0x0F));
         for (int i = 0; i < 10; ++i)
             QCOMPARE(camera.calibrationRecord(kModeVga, i).address, quint16(0));
     }
@@ -224,18 +208,17 @@ private slots:
     {
         QFETCH(QString, call);
         QFETCH(int, result);
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.set(0x350B, 0x11));
-        machine.trace().clear();
-        machine.failCall(call, 1, result);
+        camera.machine.trace().clear();
+        camera.machine.failCall(call, 1, result);
         QVERIFY(!camera.set(0x350B, 0x22));
         QStringList expected = setCalls("35 0B 22");
         if (call == "open")
             expected.removeLast();
-        QCOMPARE(machine.calls(), expected);
+        QCOMPARE(camera.machine.calls(), expected);
         QCOMPARE(camera.calibrationRecord(kModeVga, 3).value, quint16(0x11));
-        QCOMPARE(machine.openDescriptors(ScriptedCamera::kBus), std::size_t(0));
+        QCOMPARE(camera.machine.openDescriptors(ScriptedCamera::kBus), std::size_t(0));
     }
 
     void eachSettingsFileFillsTheSetFromItsBlock_data()
@@ -258,11 +241,10 @@ private slots:
         QFETCH(QString, file);
         QFETCH(int, mode);
         QFETCH(int, firstValue);
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        openMode(camera, machine, mode);
+        RiggedCamera camera;
+        openMode(camera, mode);
         QVERIFY(camera.loadRegisters(file.toStdString()));
-        QVERIFY(machine.calls().isEmpty());
+        QVERIFY(camera.machine.calls().isEmpty());
         for (int other = 0; other < 3; ++other) {
             for (int i = 0; i < 10; ++i) {
                 const CalibrationRecord& record = camera.calibrationRecord(other, i);
@@ -274,8 +256,7 @@ private slots:
 
     void theAddressesOfALoadedSetComeFromTheIndexTable()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         for (int i = 0; i < 10; ++i)
             g_RegIdx[i] = 0x5000 + i;
         QVERIFY(camera.loadRegisters(kCusCalibrationFile));
@@ -296,8 +277,7 @@ private slots:
     void anUnknownPathLoadsNothing()
     {
         QFETCH(QString, file);
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.set(0x3501, 0x55));
         QVERIFY(!camera.loadRegisters(file.toStdString()));
         QCOMPARE(camera.calibrationRecord(kModeVga, 0).value, quint16(0x55));
@@ -306,33 +286,30 @@ private slots:
 
     void theWorkTableGoesOutRecordByRecord()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        openMode(camera, machine, kModeVga, kCusCalibrationFile);
+        RiggedCamera camera;
+        openMode(camera, kModeVga, kCusCalibrationFile);
         QCOMPARE(camera.setRegisters(3), 3);
         const QStringList expected = {kOpenBus,         kAddress,         "write 35 01 01",
                                       kPause,           "write 35 02 02", kPause,
                                       "write 35 0A 03", kPause,           kCloseBus};
-        QCOMPARE(machine.calls(), expected);
+        QCOMPARE(camera.machine.calls(), expected);
     }
 
     void noRecordsStillOpenAndCloseTheBus()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        openMode(camera, machine, kModeVga, kCusCalibrationFile);
+        RiggedCamera camera;
+        openMode(camera, kModeVga, kCusCalibrationFile);
         QCOMPARE(camera.setRegisters(0), 0);
-        QCOMPARE(machine.calls(), QStringList({kOpenBus, kAddress, kCloseBus}));
+        QCOMPARE(camera.machine.calls(), QStringList({kOpenBus, kAddress, kCloseBus}));
     }
 
     void theWorkTableIsNeverReadBeyondItsEnd()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QCOMPARE(camera.setRegisters(5), 0);
-        openMode(camera, machine, kModeVga, kCusCalibrationFile);
+        openMode(camera, kModeVga, kCusCalibrationFile);
         QCOMPARE(camera.setRegisters(1000), 10);
-        QCOMPARE(machine.trace().calls(CallKind::BusWrite).size(), std::size_t(10));
+        QCOMPARE(camera.machine.trace().calls(CallKind::BusWrite).size(), std::size_t(10));
     }
 
     void oneFailingWriteOfATableFailsItButTheRestIsWritten_data()
@@ -349,35 +326,32 @@ private slots:
     {
         QFETCH(int, n);
         QFETCH(int, result);
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        openMode(camera, machine, kModeVga, kAutoExposureFile);
-        machine.failCall("write", n, result);
+        RiggedCamera camera;
+        openMode(camera, kModeVga, kAutoExposureFile);
+        camera.machine.failCall("write", n, result);
         QCOMPARE(camera.setRegisters(10), -1);
-        QCOMPARE(machine.trace().calls(CallKind::BusWrite).size(), std::size_t(10));
-        QCOMPARE(machine.calls().filter(kPause).size(), 10);
-        QCOMPARE(machine.calls().last(), kCloseBus);
+        QCOMPARE(camera.machine.trace().calls(CallKind::BusWrite).size(), std::size_t(10));
+        QCOMPARE(camera.machine.calls().filter(kPause).size(), 10);
+        QCOMPARE(camera.machine.calls().last(), kCloseBus);
     }
 
     void aTableWithoutABusWritesNothing()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        openMode(camera, machine, kModeVga, kCusCalibrationFile);
-        machine.setMissing(ScriptedCamera::kBus, true);
+        RiggedCamera camera;
+        openMode(camera, kModeVga, kCusCalibrationFile);
+        camera.machine.setMissing(ScriptedCamera::kBus, true);
         QCOMPARE(camera.setRegisters(10), 0);
-        QCOMPARE(machine.calls(), QStringList({kOpenBus}));
+        QCOMPARE(camera.machine.calls(), QStringList({kOpenBus}));
     }
 
     void aTableForASensorThatIsNotThereLeavesTheBusOpen()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        openMode(camera, machine, kModeVga, kCusCalibrationFile);
-        machine.failCall("I2C_SLAVE_FORCE", 1);
+        RiggedCamera camera;
+        openMode(camera, kModeVga, kCusCalibrationFile);
+        camera.machine.failCall("I2C_SLAVE_FORCE", 1);
         QCOMPARE(camera.setRegisters(10), 0);
-        QCOMPARE(machine.calls(), QStringList({kOpenBus, kAddress}));
-        QCOMPARE(machine.openDescriptors(ScriptedCamera::kBus), std::size_t(1));
+        QCOMPARE(camera.machine.calls(), QStringList({kOpenBus, kAddress}));
+        QCOMPARE(camera.machine.openDescriptors(ScriptedCamera::kBus), std::size_t(1));
     }
 
     void croppingWritesTheWindowOfTheMode_data()
@@ -404,11 +378,10 @@ private slots:
         for (int i = 0; i < values.size(); ++i)
             expected << setCalls(QString("%1 %2").arg(addresses[i], values[i]));
 
-        ScriptedCamera machine;
-        OV5642Camera camera;
-        openMode(camera, machine, mode);
+        RiggedCamera camera;
+        openMode(camera, mode);
         camera.setCrop(on);
-        QCOMPARE(machine.calls(), expected);
+        QCOMPARE(camera.machine.calls(), expected);
     }
 };
 

@@ -5,14 +5,11 @@
 #include <QSignalSpy>
 #include <QtTest>
 
+#include "CameraTools.h"
 #include "NoMoreThreads.h"
-#include "ScriptedCamera.h"
-#include "camera/OV5642Camera.h"
 #include "settings/SettingsFiles.h"
 
 namespace {
-
-constexpr quint32 kVgaSize = 640 * 480 * 2;
 
 // Last parts of the lines that tell of an error.
 QStringList toldOf(const QSignalSpy& spy)
@@ -68,8 +65,7 @@ private slots:
 
     void aMissingModeAndAMissingThreadAreFailuresToo()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(!camera.open(3, "", false));
         QCOMPARE(camera.openFailure(), QString("no such mode"));
 
@@ -80,14 +76,13 @@ private slots:
 
     void capturedFramesAreCountedOverAllStreams()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QCOMPARE(camera.framesCaptured(), std::uint64_t(0));
         for (std::uint64_t stream = 0; stream < 2; ++stream) {
             QVERIFY(camera.open(0, "", false));
             QCOMPARE(camera.framesCaptured(), 3 * stream);
             for (int frame = 0; frame < 3; ++frame)
-                machine.hand({50, kVgaSize});
+                camera.machine.hand({50, kVgaSize});
             QTRY_COMPARE(camera.framesCaptured(), 3 * (stream + 1));
             QVERIFY(camera.close());
         }
@@ -107,8 +102,7 @@ private slots:
     {
         QFETCH(QString, call);
         QFETCH(int, result);
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.sensorAnswers());
         quint16 value = 0;
         const auto accesses = {
@@ -117,14 +111,14 @@ private slots:
             std::function<void()>([&] { camera.open(0, kBfnCalibrationFile, false); }),
         };
         for (const auto& access : accesses) {
-            machine.failCall(call, ScriptedCamera::kAlways, result);
+            camera.machine.failCall(call, ScriptedCamera::kAlways, result);
             access();
             QVERIFY(!camera.sensorAnswers());
-            machine.healCalls();
+            camera.machine.healCalls();
             access();
             QVERIFY(camera.sensorAnswers());
         }
-        machine.failCall("read", 1);
+        camera.machine.failCall("read", 1);
         QVERIFY(!camera.get(0x300A, value));
         QVERIFY(!camera.sensorAnswers());
         // Nothing is sent: that tells nothing.
@@ -202,11 +196,10 @@ private slots:
 
     void aFrameAfterAllIsTaken()
     {
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.open(0, "", false));
-        machine.failCall("VIDIOC_DQBUF", 1, -1, ENODEV);
-        machine.hand({50, kVgaSize});
+        camera.machine.failCall("VIDIOC_DQBUF", 1, -1, ENODEV);
+        camera.machine.hand({50, kVgaSize});
         QTRY_VERIFY(camera.isGone());
         QTRY_COMPARE(camera.framesCaptured(), std::uint64_t(1));
         QVERIFY(camera.close());
@@ -222,14 +215,13 @@ private slots:
     void aCameraThatIsBackIsOpenedAnew()
     {
         QFETCH(bool, whileStreaming);
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.open(0, "", false));
         if (!whileStreaming)
             QVERIFY(camera.close());
         for (const char* call : {"VIDIOC_DQBUF", "VIDIOC_S_FMT", "VIDIOC_STREAMOFF"})
-            machine.failCall(call, ScriptedCamera::kAlways, -1, ENODEV);
-        machine.deliverEndlessly();
+            camera.machine.failCall(call, ScriptedCamera::kAlways, -1, ENODEV);
+        camera.machine.deliverEndlessly();
         if (whileStreaming) {
             QTRY_VERIFY(camera.isGone());
             QVERIFY(!camera.close());
@@ -238,14 +230,14 @@ private slots:
         QVERIFY(camera.isGone());
         QCOMPARE(camera.openFailure(), QString("VIDIOC_S_FMT"));
 
-        machine.healCalls();
-        machine.trace().clear();
+        camera.machine.healCalls();
+        camera.machine.trace().clear();
         QVERIFY(camera.open(0, "", false));
-        QCOMPARE(machine.calls().at(0), QString("close /dev/video0"));
-        QVERIFY(machine.calls().at(1).startsWith("open /dev/video0"));
+        QCOMPARE(camera.machine.calls().at(0), QString("close /dev/video0"));
+        QVERIFY(camera.machine.calls().at(1).startsWith("open /dev/video0"));
         QVERIFY(!camera.isGone());
         QTRY_VERIFY(camera.framesCaptured() > 0);
-        QCOMPARE(machine.openDescriptors(ScriptedCamera::kVideo), std::size_t(1));
+        QCOMPARE(camera.machine.openDescriptors(ScriptedCamera::kVideo), std::size_t(1));
     }
 };
 

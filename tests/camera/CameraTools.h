@@ -1,0 +1,47 @@
+#pragma once
+
+#include <algorithm>
+#include <vector>
+
+#include <QSignalSpy>
+
+#include "ScriptedCamera.h"
+#include "camera/OV5642Camera.h"
+#include "camera/YuvConversion.h"
+
+using Bytes = std::vector<uchar>;
+
+constexpr quint32 kVgaSize = 640 * 480 * 2;
+constexpr std::size_t kVgaRgbSize = 921600;
+
+// Calls to the sensor's bus.
+const QString kOpenBus = QStringLiteral("open /dev/i2c-1 read-write");
+const QString kAddress = QStringLiteral("I2C_SLAVE_FORCE 3C");
+const QString kCloseBus = QStringLiteral("close /dev/i2c-1");
+const QString kPause = QStringLiteral("pause 5000");
+
+/// Is there before the camera, and goes after it.
+struct MachineOfCamera
+{
+    ScriptedCamera machine;
+};
+
+/// A camera on a machine of its own, and what it tells. What its construction called is
+/// forgotten.
+class RiggedCamera : public MachineOfCamera, public OV5642Camera
+{
+public:
+    RiggedCamera() { machine.trace().clear(); }
+
+    QSignalSpy told{this, &OV5642Camera::sig_debug_Message};
+};
+
+/// A frame of that byte throughout, with another one in its first bytes, as RGB.
+inline Bytes rgbOf(quint8 value, std::size_t headSize = 0, quint8 head = 0, int width = 640, int height = 480)
+{
+    Bytes yuyv(std::size_t(width) * height * 2, value);
+    std::fill_n(yuyv.begin(), headSize, head);
+    Bytes rgb(std::size_t(width) * height * 3);
+    sws_yuv2rgb24(width, height, yuyv.data(), rgb.data());
+    return rgb;
+}
