@@ -65,6 +65,8 @@ private:
     BoardPort m_port;
 };
 
+constexpr int kLong_ms = 5000; // far beyond what an answer takes here
+
 /// A controller on a serial line with a scripted peer, and what it logs.
 struct ControllerBench
 {
@@ -81,4 +83,30 @@ struct ControllerBench
         controller.m_skipProbe = false;
         log.clear();
     }
+
+    /// A blocking exchange that the peer answers.
+    void exchange(const char* command, const QByteArray& answer)
+    {
+        peer.answer(answer);
+        controller.writeAndRead_Blocking(command, kLong_ms, kLong_ms);
+    }
+
+    /// The fields of the last reply that could be parsed.
+    QStringList fields() const
+    {
+        const responseInfo_t& info = controller.responseInfo();
+        return {info.result, info.target, info.command, info.value};
+    }
+};
+
+/// The same with an open line.
+struct OpenBench : ControllerBench
+{
+    OpenBench() { open(); }
+};
+
+/// The same with a listener to what comes unasked.
+struct ListeningBench : OpenBench
+{
+    ListeningBench() { controller.setPortListener(true); }
 };

@@ -100,8 +100,7 @@ private slots:
         QFETCH(bool, ok);
         const BoolRow& command = boolRows()[static_cast<std::size_t>(row)];
         const QByteArray line = QByteArray(command.line) + "\r\n";
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         bench.controller.m_zStagePosition = 1000;
         bench.peer.answer("$" + result + line.mid(1));
         QSignalSpy origin(&bench.controller, &Controller::sig_z_stage_origin);
@@ -131,9 +130,7 @@ private slots:
         QFETCH(int, row);
         QFETCH(bool, previousOk);
         const MoveRow& move = moveRows()[static_cast<std::size_t>(row)];
-        ControllerBench bench;
-        bench.open();
-        bench.controller.setPortListener(true);
+        ListeningBench bench;
         bench.controller.parsing_responseReceived(previousOk ? "$OK,LED4,ON,," : "$NG,LED4,ON,,");
         bench.log.clear();
         bench.controller.m_zStagePosition = 1000;
@@ -164,8 +161,7 @@ private slots:
         QFETCH(bool, build);
         QFETCH(QByteArray, reply);
         QFETCH(QString, text);
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         bench.peer.answer(reply);
         QCOMPARE(build ? bench.controller.device_fw_build() : bench.controller.device_fw_version(), text);
         QCOMPARE(bench.peer.received(),
@@ -190,8 +186,7 @@ private slots:
         QFETCH(QByteArray, reply);
         QFETCH(int, returned);
         QFETCH(int, tracked);
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         bench.controller.m_zStagePosition = 1000;
         bench.peer.answer(reply);
         QCOMPARE(bench.controller.z_stage_pos(), returned);
@@ -213,8 +208,7 @@ private slots:
     {
         QFETCH(QByteArray, reply);
         QFETCH(int, returned);
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         bench.peer.answer(reply);
         QCOMPARE(bench.controller.z_stage_diagnosis(), returned);
         QCOMPARE(bench.peer.received(), QList<QByteArray>{"$,STM1,SELF_DIAG,,\r\n"});
@@ -223,8 +217,7 @@ private slots:
 
     void arithmeticOfTheTrackedPositionWraps()
     {
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         bench.controller.m_zStagePosition = 2147483647;
         bench.peer.answer("$OK,STM1,MVP,1,\r\n");
         QVERIFY(bench.controller.z_stage_mvp(SERIAL_BLOCKING, 1));

@@ -6,18 +6,12 @@
 #include <QtTest>
 
 #include "ControllerBench.h"
+#include "support/PortLocks.h"
 
 namespace {
 
 const QByteArray kProbe = "$,DEVICE,READY,,\r\n";
 const QByteArray kReady = "$OK,DEVICE,READY,,\r\n";
-constexpr int kLong_ms = 5000; // far beyond what an answer takes here
-
-QStringList fieldsOf(const Controller& controller)
-{
-    const responseInfo_t& info = controller.responseInfo();
-    return {info.result, info.target, info.command, info.value};
-}
 
 termios settingsOf(const QByteArray& device)
 {
@@ -42,16 +36,6 @@ termios setUpForATerminal(const QByteArray& device)
     return settingsOf(device);
 }
 
-/// The lock files of the serial port of this path, wherever the system keeps them.
-QStringList portLocks(QString port)
-{
-    const QString name = "LCK.." + port.replace('/', '_');
-    QStringList locks;
-    for (const char* folder : {"/var/lock", "/etc/locks", "/var/spool/locks", "/var/spool/uucp", "/tmp"})
-        locks += QDir(folder).entryList({name}, QDir::Files | QDir::Hidden);
-    return locks;
-}
-
 } // namespace
 
 class TestControllerLink : public QObject
@@ -71,7 +55,7 @@ private slots:
     void aNewControllerKnowsNothing()
     {
         ControllerBench bench;
-        QCOMPARE(fieldsOf(bench.controller), QStringList({"", "", "", ""}));
+        QCOMPARE(bench.fields(), QStringList({"", "", "", ""}));
         QCOMPARE(bench.controller.commandResponse(), QString());
         QCOMPARE(bench.controller.m_zStagePosition, 0);
         QVERIFY(!bench.controller.m_skipProbe);
@@ -105,8 +89,7 @@ private slots:
     // By the port's own word: a pseudo-terminal does not take every setting.
     void theLineIsSetUpForTheBoard()
     {
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         const QObjectList children = bench.controller.children();
         QCOMPARE(children.size(), 1);
         const QObject* port = children.first();
@@ -255,13 +238,11 @@ private slots:
 
     void anUnparsableReplyLetsTheProbePassOnThePreviousOk()
     {
-        ControllerBench bench;
-        bench.open();
-        bench.peer.answer("$OK,STM1,STOP,,\r\n");
-        bench.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kLong_ms);
+        OpenBench bench;
+        bench.exchange("$,STM1,STOP,,\r\n", "$OK,STM1,STOP,,\r\n");
         bench.peer.answer("$OK,DEVICE,READY,\r\n");
         QVERIFY(bench.controller.trySerialPort());
-        QCOMPARE(fieldsOf(bench.controller), QStringList({"OK", "STM1", "STOP", ""}));
+        QCOMPARE(bench.fields(), QStringList({"OK", "STM1", "STOP", ""}));
     }
 
     void aSecondTryOpensThePortAgain()

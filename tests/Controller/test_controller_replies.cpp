@@ -12,14 +12,7 @@
 
 namespace {
 
-constexpr int kLong_ms = 5000; // far beyond what an answer takes here
-constexpr int kShort_ms = 50;  // for an answer that never comes
-
-QStringList fieldsOf(const Controller& controller)
-{
-    const responseInfo_t& info = controller.responseInfo();
-    return {info.result, info.target, info.command, info.value};
-}
+constexpr int kShort_ms = 50; // for an answer that never comes
 
 } // namespace
 
@@ -56,7 +49,7 @@ private slots:
         bench.controller.parsing_responseReceived("$was,a,b,c,");
         bench.log.clear();
         bench.controller.parsing_responseReceived(line);
-        QCOMPARE(fieldsOf(bench.controller), fields);
+        QCOMPARE(bench.fields(), fields);
         QCOMPARE(bench.log.messages().size(), 1);
         QVERIFY(bench.log.messages().first().startsWith("parsing_responseReceived"));
     }
@@ -94,9 +87,7 @@ private slots:
         QFETCH(QByteArray, reply);
         QFETCH(int, position);
         QFETCH(QByteArrayList, signalled);
-        ControllerBench bench;
-        bench.open();
-        bench.controller.setPortListener(true);
+        ListeningBench bench;
         bench.controller.m_zStagePosition = 1000;
         QByteArrayList seen;
         connect(
@@ -120,9 +111,7 @@ private slots:
 
     void theTrackedPositionIsUpToDateWhenTheSignalComes()
     {
-        ControllerBench bench;
-        bench.open();
-        bench.controller.setPortListener(true);
+        ListeningBench bench;
         int seen = 0;
         connect(&bench.controller, &Controller::sig_z_stage_mvp, this,
                 [&] { seen = bench.controller.m_zStagePosition; });
@@ -132,8 +121,7 @@ private slots:
 
     void twoLinesInOneChunkAreHandledByTwoNotifications()
     {
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         // Twice, or every notification would find two listeners and take two lines.
         bench.controller.setPortListener(true);
         bench.controller.setPortListener(true);
@@ -150,9 +138,7 @@ private slots:
 
     void anUnparsableLineRepeatsThePreviousReply()
     {
-        ControllerBench bench;
-        bench.open();
-        bench.controller.setPortListener(true);
+        ListeningBench bench;
         QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
         bench.peer.send("$OK,STM1,MVP,230,\r\n");
         QTRY_COMPARE(moved.count(), 1);
@@ -163,9 +149,7 @@ private slots:
 
     void trickledBytesAreOneLine()
     {
-        ControllerBench bench;
-        bench.open();
-        bench.controller.setPortListener(true);
+        ListeningBench bench;
         QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
         for (const char byte : QByteArray("$OK,STM1,MVP,230,\r\n")) {
             QCOMPARE(moved.count(), 0);
@@ -178,9 +162,7 @@ private slots:
 
     void aLineEndsAtItsFirstNul()
     {
-        ControllerBench bench;
-        bench.open();
-        bench.controller.setPortListener(true);
+        ListeningBench bench;
         bench.controller.parsing_responseReceived("$OK,STM1,ABS,3,");
         QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_abs);
         bench.peer.send(QByteArray("$OK,STM1,ABS,-40\0,\r\n", 20));
@@ -191,8 +173,7 @@ private slots:
 
     void withTheListenerOffALineIsNotHandled()
     {
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
         bench.controller.setPortListener(true);
         bench.controller.setPortListener(true);
@@ -209,11 +190,9 @@ private slots:
 
     void anExchangeEchoesBothLinesWithTheirEnds()
     {
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         QSignalSpy console(&bench.controller, &Controller::sig_debug_Controller);
-        bench.peer.answer("$OK,LED4,ON,,\r\n");
-        bench.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
+        bench.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n");
         QCOMPARE(console.count(), 2);
         QCOMPARE(console.at(0).at(0).toString(), QStringLiteral("$,LED4,ON,,\r\n"));
         QCOMPARE(console.at(1).at(0).toString(), QStringLiteral("$OK,LED4,ON,,\r\n"));
@@ -222,12 +201,9 @@ private slots:
 
     void anExchangeKeepsTheListenerAwayAndBringsItBack()
     {
-        ControllerBench bench;
-        bench.open();
-        bench.controller.setPortListener(true);
+        ListeningBench bench;
         QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
-        bench.peer.answer("$OK,STM1,MVP,640,\r\n");
-        bench.controller.writeAndRead_Blocking("$,STM1,MVP,640,\r\n", kLong_ms, kLong_ms);
+        bench.exchange("$,STM1,MVP,640,\r\n", "$OK,STM1,MVP,640,\r\n");
         QTest::qWait(kShort_ms);
         QCOMPARE(moved.count(), 0);
         QCOMPARE(bench.controller.m_zStagePosition, 0);
@@ -237,8 +213,7 @@ private slots:
 
     void aSilentBoardLeavesThePreviousRecord()
     {
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         bench.controller.parsing_responseReceived("$OK,STM1,GET_POS,77,");
         bench.log.clear();
         QSignalSpy console(&bench.controller, &Controller::sig_debug_Controller);
@@ -247,7 +222,7 @@ private slots:
         bench.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kShort_ms);
         QVERIFY(timer.elapsed() >= kShort_ms - 1);
         QCOMPARE(bench.controller.commandResponse(), QString());
-        QCOMPARE(fieldsOf(bench.controller), QStringList({"OK", "STM1", "GET_POS", "77"}));
+        QCOMPARE(bench.fields(), QStringList({"OK", "STM1", "GET_POS", "77"}));
         QCOMPARE(console.count(), 1);
         QCOMPARE(bench.log.messages(), QStringList({"write_Blocking command: \"$,STM1,STOP,,\\r\\n\"",
                                                     "readAvailableData_Blocking errorDataReadingTimeout"}));
@@ -255,10 +230,8 @@ private slots:
 
     void aTimeoutEmptiesTheLastLine()
     {
-        ControllerBench bench;
-        bench.open();
-        bench.peer.answer("$OK,LED4,ON,,\r\n");
-        bench.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
+        OpenBench bench;
+        bench.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n");
         QVERIFY(!bench.controller.commandResponse().isEmpty());
         bench.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kShort_ms);
         QVERIFY(bench.controller.commandResponse().isEmpty());
@@ -266,8 +239,7 @@ private slots:
 
     void theListenerIsBackAfterATimeout()
     {
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         bench.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kShort_ms);
         QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
         bench.peer.send("$OK,STM1,MVP,640,\r\n");
@@ -279,8 +251,7 @@ private slots:
     {
         const InstrumentTime kPause{200000};
         constexpr int kReadTimeout_ms = 1000;
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         bench.peer.answer({{"$OK,"},
                            {"STM1", kPause},
                            {",", kPause},
@@ -298,55 +269,45 @@ private slots:
 
     void anUnfinishedLineIsATimeoutAndIsGoneByTheNextExchange()
     {
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         bench.peer.answer("$OK,STM1,STO");
         bench.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kShort_ms);
         QCOMPARE(bench.controller.commandResponse(), QString());
-        bench.peer.answer("$OK,LED4,ON,,\r\n");
-        bench.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
+        bench.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n");
         QCOMPARE(bench.controller.commandResponse(), QStringLiteral("$OK,LED4,ON,,"));
     }
 
     void anOldLineIsNotTakenForTheAnswer()
     {
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         bench.peer.send("$NG,STM1,OLD,,\r\n");
         QTest::qWait(kShort_ms);
-        bench.peer.answer("$OK,LED4,ON,,\r\n$OK,LED4,TWICE,,\r\n");
-        bench.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
-        QCOMPARE(fieldsOf(bench.controller), QStringList({"OK", "LED4", "ON", ""}));
-        bench.peer.answer("$OK,LED4,OFF,,\r\n");
-        bench.controller.writeAndRead_Blocking("$,LED4,OFF,,\r\n", kLong_ms, kLong_ms);
-        QCOMPARE(fieldsOf(bench.controller), QStringList({"OK", "LED4", "OFF", ""}));
+        bench.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n$OK,LED4,TWICE,,\r\n");
+        QCOMPARE(bench.fields(), QStringList({"OK", "LED4", "ON", ""}));
+        bench.exchange("$,LED4,OFF,,\r\n", "$OK,LED4,OFF,,\r\n");
+        QCOMPARE(bench.fields(), QStringList({"OK", "LED4", "OFF", ""}));
     }
 
     void aBlockingReplyEndsAtItsFirstNul()
     {
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         QSignalSpy console(&bench.controller, &Controller::sig_debug_Controller);
-        bench.peer.answer(QByteArray("$OK,\0LED4,ON,,\r\n", 16));
-        bench.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
+        bench.exchange("$,LED4,ON,,\r\n", QByteArray("$OK,\0LED4,ON,,\r\n", 16));
         QCOMPARE(bench.controller.commandResponse(), QStringLiteral("$OK,"));
         QCOMPARE(console.at(1).at(0).toString(), QStringLiteral("$OK,"));
-        QCOMPARE(fieldsOf(bench.controller), QStringList({"", "", "", ""}));
+        QCOMPARE(bench.fields(), QStringList({"", "", "", ""}));
     }
 
     void foreignBytesAreReadAsLatin1()
     {
-        ControllerBench bench;
-        bench.open();
-        bench.peer.answer("$OK,DEVICE,FW VERSION,\xb5\xff,\r\n");
-        bench.controller.writeAndRead_Blocking("$,DEVICE,FW VERSION,,\r\n", kLong_ms, kLong_ms);
+        OpenBench bench;
+        bench.exchange("$,DEVICE,FW VERSION,,\r\n", "$OK,DEVICE,FW VERSION,\xb5\xff,\r\n");
         QCOMPARE(bench.controller.responseInfo().value, QString::fromLatin1("\xb5\xff"));
     }
 
     void aNonBlockingWriteReturnsWithoutAnAnswer()
     {
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         QSignalSpy console(&bench.controller, &Controller::sig_debug_Controller);
         bench.controller.write_nonBlocking("$,STM1,ABS,40,\r\n");
         QCOMPARE(bench.log.messages(), QStringList{"write_nonBlocking command: \"$,STM1,ABS,40,\\r\\n\""});
@@ -358,9 +319,7 @@ private slots:
     // A second line of one chunk waits to be read; a command does away with it.
     void aNonBlockingWriteDiscardsWhatWasNotReadYet()
     {
-        ControllerBench bench;
-        bench.open();
-        bench.controller.setPortListener(true);
+        ListeningBench bench;
         QSignalSpy stopped(&bench.controller, &Controller::sig_z_stage_mvp);
         QSignalSpy stale(&bench.controller, &Controller::sig_z_stage_mvn);
         QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_abs);
@@ -375,20 +334,16 @@ private slots:
     // A non-blocking line leaves with the event loop; an exchange that comes first takes its place.
     void anExchangeDiscardsWhatWasNotSentYet()
     {
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         bench.controller.write_nonBlocking("$,STM1,ABS,40,\r\n");
-        bench.peer.answer("$OK,LED4,ON,,\r\n");
-        bench.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
+        bench.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n");
         QTest::qWait(kShort_ms);
         QCOMPARE(bench.peer.received(), QList<QByteArray>{"$,LED4,ON,,\r\n"});
     }
 
     void aBlockingWriteDiscardsWhatWasNotReadYet()
     {
-        ControllerBench bench;
-        bench.open();
-        bench.controller.setPortListener(true);
+        ListeningBench bench;
         QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
         bench.peer.send("$OK,STM1,MVP,1,\r\n$NG,STM1,OLD,,\r\n");
         QTRY_COMPARE(moved.count(), 1);

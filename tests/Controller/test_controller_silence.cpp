@@ -163,8 +163,7 @@ private slots:
 
     void aBoardThatFallsSilentAnswersNoMore()
     {
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         QVERIFY(!bench.controller.answers());
         bench.peer.answer("$OK,LED4,ON,,\r\n");
         QVERIFY(bench.controller.led_on());
@@ -190,8 +189,7 @@ private slots:
     void aLineThatIsStuckCostsBothTimeouts()
     {
         QFETCH(bool, diagnosis);
-        ControllerBench bench;
-        bench.open();
+        OpenBench bench;
         const QByteArray device = QFile::encodeName(bench.root.path() + "/dev/ttyS2");
         const FileDescriptor line(::open(device.constData(), O_RDWR | O_NOCTTY));
         QCOMPARE(::tcflow(line.get(), TCOOFF), 0);

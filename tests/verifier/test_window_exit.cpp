@@ -16,6 +16,7 @@
 #include "camera/OV5642Camera.h"
 #include "platform/TerminationSignal.h"
 #include "support/EventWatch.h"
+#include "support/PortLocks.h"
 #include "support/WindowFixture.h"
 
 namespace {
@@ -26,16 +27,6 @@ const QString kQuit = "Are you sure quit ?";
 const QStringList kParking{"$,LED4,OFF,,", "$,STM1,ORIGIN,,"};
 constexpr int kEndless_ms = 60000;
 constexpr int kNeverEnded = 77;
-
-/// The lock files of the serial port of this path, wherever the system keeps them.
-QStringList portLocks(QString port)
-{
-    const QString name = "LCK.." + port.replace('/', '_');
-    QStringList locks;
-    for (const char* folder : {"/var/lock", "/etc/locks", "/var/spool/locks", "/var/spool/uucp", "/tmp"})
-        locks += QDir(folder).entryList({name}, QDir::Files | QDir::Hidden);
-    return locks;
-}
 
 } // namespace
 
@@ -186,9 +177,7 @@ private slots:
     {
         makeWindow(false);
         m_fixture->setText("EDIT_Z_POSITION", "31500");
-        m_fixture->board().withBoard([](Board& board, InstrumentTime) {
-            board.addFault({LineFault::NoAnswer, "MVP", 1});
-        });
+        m_fixture->addFault({LineFault::NoAnswer, "MVP", 1});
         QTimer::singleShot(0, this, [this] {
             m_fixture->click("BUTTON_AUTOFOCUS");
             m_fixture->waitUntil([this] { return m_fixture->takeBoardLines().contains("$,STM1,MVP,640,"); });
@@ -370,12 +359,11 @@ private:
     /// The board sends the answer that it owes, and the line is given the time to bring it.
     void answerAtLast()
     {
-        m_fixture->board().withBoard(
-            [](Board& board, InstrumentTime now) { board.sendUnasked("$OK,STM1,MVP,640,\r\n", now); });
+        m_fixture->sayUnasked("$OK,STM1,MVP,640,\r\n");
         QThread::msleep(200);
     }
 
-    bool isStreaming() const { return m_fixture->window().findChild<OV5642Camera*>()->isStreaming(); }
+    bool isStreaming() const { return m_fixture->programCamera()->isStreaming(); }
 
     void pressExit()
     {
