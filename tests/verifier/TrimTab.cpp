@@ -36,18 +36,19 @@ void put(const QString& path, const QByteArray& content)
         qFatal("%s cannot be written", qPrintable(path));
 }
 
-} // namespace
-
-TrimTab::TrimTab()
+WindowFixture::Options calibratedOptions()
 {
     WindowFixture::Options options;
     options.prepare = [](const QString& root) {
         put(root + "/opt/ORLA3/conf/Calibration_CUS.ini", calibrationFile(true));
         put(root + "/opt/ORLA3/conf/Calibration_BFN.ini", calibrationFile(false));
     };
-    m_fixture = std::make_unique<WindowFixture>(options);
-    m_loaded = *global_ini();
+    return options;
 }
+
+} // namespace
+
+TrimTab::TrimTab() : WindowFixture(calibratedOptions()), m_loaded(*global_ini()) {}
 
 int TrimTab::calibratedLowByte(bool stained, int resolution, std::size_t family)
 {
@@ -56,31 +57,30 @@ int TrimTab::calibratedLowByte(bool stained, int resolution, std::size_t family)
 
 void TrimTab::reset()
 {
-    m_fixture->camera().faults().clear();
-    m_fixture->board().withBoard([](Board& board, InstrumentTime) { board.clearFaults(); });
+    clearFaults();
     *global_ini() = m_loaded;
-    if (m_fixture->find<QPushButton>("BUTTON_LED")->isChecked())
-        m_fixture->click("BUTTON_LED");
-    const bool stained = m_fixture->style("BUTTON_STAINING_TB").contains("rgb");
-    if (stained || window().findChild<OV5642Camera*>()->mode() != 1)
+    if (find<QPushButton>("BUTTON_LED")->isChecked())
+        click("BUTTON_LED");
+    const bool stained = style("BUTTON_STAINING_TB").contains("rgb");
+    if (stained || programCamera()->mode() != 1)
         choose(false, 1);
     window().set_LED(225);
     for (const Family& f : kFamilies)
         enableAll(f);
     for (const char* widget : kLedWidgets)
-        m_fixture->find<QWidget>(widget)->setEnabled(true);
-    m_fixture->openTab(1);
-    m_fixture->clearConsoles();
-    m_fixture->takeBoardLines();
-    m_fixture->camera().trace().clear();
-    m_fixture->boxes().clear();
+        find<QWidget>(widget)->setEnabled(true);
+    openTab(1);
+    clearConsoles();
+    takeBoardLines();
+    camera().trace().clear();
+    boxes().clear();
 }
 
 void TrimTab::choose(bool stained, int resolution)
 {
-    m_fixture->click(stained ? "BUTTON_STAINING_TB" : "BUTTON_STAINING_NTB");
-    m_fixture->click(kResolutions[resolution]);
-    const auto* camera = window().findChild<OV5642Camera*>();
+    click(stained ? "BUTTON_STAINING_TB" : "BUTTON_STAINING_NTB");
+    click(kResolutions[resolution]);
+    const auto* camera = programCamera();
     QVERIFY(camera->isStreaming());
     QCOMPARE(camera->mode(), resolution);
 }
@@ -88,26 +88,25 @@ void TrimTab::choose(bool stained, int resolution)
 void TrimTab::enableAll(const Family& f)
 {
     for (const char* button : {f.fineDown, f.fineUp, f.coarseDown, f.coarseUp})
-        m_fixture->find<QWidget>(button)->setEnabled(true);
+        find<QWidget>(button)->setEnabled(true);
 }
 
 Enabled TrimTab::enabledOf(const Family& f)
 {
-    return enabledText(m_fixture->isEnabled(f.fineDown), m_fixture->isEnabled(f.coarseDown),
-                       m_fixture->isEnabled(f.fineUp), m_fixture->isEnabled(f.coarseUp));
+    return enabledText(isEnabled(f.fineDown), isEnabled(f.coarseDown), isEnabled(f.fineUp),
+                       isEnabled(f.coarseUp));
 }
 
 Enabled TrimTab::ledEnabled()
 {
-    return enabledText(
-        m_fixture->isEnabled("BUTTON_LED_FINE_DOWN"), m_fixture->isEnabled("BUTTON_LED_COARSE_DOWN"),
-        m_fixture->isEnabled("BUTTON_LED_FINE_UP"), m_fixture->isEnabled("BUTTON_LED_COARSE_UP"));
+    return enabledText(isEnabled("BUTTON_LED_FINE_DOWN"), isEnabled("BUTTON_LED_COARSE_DOWN"),
+                       isEnabled("BUTTON_LED_FINE_UP"), isEnabled("BUTTON_LED_COARSE_UP"));
 }
 
 QStringList TrimTab::busCalls()
 {
     QStringList calls;
-    for (const TracedCall& call : m_fixture->camera().trace().calls()) {
+    for (const TracedCall& call : camera().trace().calls()) {
         const QString details = QString::fromStdString(call.details).toUpper();
         switch (call.kind) {
         case CallKind::Open:

@@ -52,13 +52,10 @@ inline constexpr int kNothing = -1;
 using Enabled = QString;
 
 /// The camera tab on an instrument whose calibration files hold another value in each place.
-class TrimTab
+class TrimTab : public WindowFixture
 {
 public:
     TrimTab();
-
-    WindowFixture* operator->() { return m_fixture.get(); }
-    Window& window() { return m_fixture->window(); }
 
     /// The settings as they were loaded, NTB at 1280 x 960, LED on at 225, the step
     /// buttons enabled, the tab open, and nothing remembered of consoles, board lines and bus calls.
@@ -78,7 +75,6 @@ public:
     static int calibratedLowByte(bool stained, int resolution, std::size_t family);
 
 private:
-    std::unique_ptr<WindowFixture> m_fixture;
     global_ini_t m_loaded{};
 };
 

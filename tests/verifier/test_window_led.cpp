@@ -7,16 +7,12 @@
 #include "verifier/TrimTab.h"
 
 /// The LED of the camera tab, and what the trimming does to the picture.
-class TestWindowLed : public QObject
+class TestWindowLed : public QObject, protected TrimTab
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase() { m_tab = std::make_unique<TrimTab>(); }
-
-    void cleanupTestCase() { m_tab.reset(); }
-
-    void init() { tab().reset(); }
+    void init() { reset(); }
 
     void aTypedLevelIsTakenBelowThousand_data()
     {
@@ -38,20 +34,20 @@ private slots:
     {
         QFETCH(QString, typed);
         QFETCH(int, level);
-        tab()->setText("EDIT_LED", typed);
-        QTest::keyClick(tab()->find<QLineEdit>("EDIT_LED"), Qt::Key_Return);
+        setText("EDIT_LED", typed);
+        QTest::keyClick(find<QLineEdit>("EDIT_LED"), Qt::Key_Return);
         if (level == kNothing) {
-            QVERIFY(tab()->takeBoardLines().isEmpty());
-            QCOMPARE(tab()->text("EDIT_LED"), typed);
+            QVERIFY(takeBoardLines().isEmpty());
+            QCOMPARE(text("EDIT_LED"), typed);
             QCOMPARE(global_ini()->LED_brightness, 225);
         } else {
-            QCOMPARE(tab()->takeBoardLines(), QStringList(QString("$,LED4,BRT,%1,").arg(level)));
-            QCOMPARE(tab()->text("EDIT_LED"), QString::number(level));
+            QCOMPARE(takeBoardLines(), QStringList(QString("$,LED4,BRT,%1,").arg(level)));
+            QCOMPARE(text("EDIT_LED"), QString::number(level));
             QCOMPARE(global_ini()->LED_brightness, level);
-            QCOMPARE(tab()->board().light().ledLevel, level);
-            QCOMPARE(tab().ledEnabled(), enabledText(level != 0, level != 0, true, true));
+            QCOMPARE(board().light().ledLevel, level);
+            QCOMPARE(ledEnabled(), enabledText(level != 0, level != 0, true, true));
         }
-        QVERIFY(tab()->boxes().seen().isEmpty());
+        QVERIFY(boxes().seen().isEmpty());
     }
 
     void aPressStepsTheLevel_data()
@@ -96,25 +92,25 @@ private slots:
         QFETCH(QString, button);
         QFETCH(int, from);
         QFETCH(int, to);
-        tab()->setText("EDIT_LED", QString::number(from));
+        setText("EDIT_LED", QString::number(from));
         for (const char* widget : kLedWidgets)
-            tab()->find<QWidget>(widget)->setEnabled(true);
-        tab()->click(qPrintable(button));
+            find<QWidget>(widget)->setEnabled(true);
+        click(qPrintable(button));
         const int after = to == kNothing ? from : to;
-        QCOMPARE(tab()->text("EDIT_LED"), QString::number(after));
-        QCOMPARE(tab()->takeBoardLines(),
+        QCOMPARE(text("EDIT_LED"), QString::number(after));
+        QCOMPARE(takeBoardLines(),
                  to == kNothing ? QStringList() : QStringList(QString("$,LED4,BRT,%1,").arg(to)));
         QCOMPARE(global_ini()->LED_brightness, to == kNothing ? 225 : to);
         const bool down = after != 0;
         const bool up = after < 1000;
-        QCOMPARE(tab().ledEnabled(), enabledText(down, down, up, up));
+        QCOMPARE(ledEnabled(), enabledText(down, down, up, up));
         const QString line = QString("void ORLA_II_Plus_Verifier::set_LED(unsigned int)() %1 \n").arg(to);
-        QCOMPARE(tab()->messages().count(line), to == kNothing ? 0 : 1);
+        QCOMPARE(messages().count(line), to == kNothing ? 0 : 1);
     }
 
     void aLevelIsKeptAndShownBeforeItIsSent()
     {
-        tab()->setText("EDIT_LED", "300");
+        setText("EDIT_LED", "300");
         int sent = 0;
         const auto connection = connect(Controller::getInstance(), &Controller::sig_debug_Controller, this,
                                         [&](const QString& line) {
@@ -122,59 +118,59 @@ private slots:
                                                 return;
                                             ++sent;
                                             QCOMPARE(global_ini()->LED_brightness, 301);
-                                            QCOMPARE(tab()->text("EDIT_LED"), QString("301"));
+                                            QCOMPARE(text("EDIT_LED"), QString("301"));
                                         });
-        tab()->click("BUTTON_LED_FINE_UP");
+        click("BUTTON_LED_FINE_UP");
         disconnect(connection);
         QCOMPARE(sent, 1);
     }
 
     void aHeldLedButtonRepeats()
     {
-        tab()->setText("EDIT_LED", "100");
-        tab()->press("BUTTON_LED_COARSE_UP");
+        setText("EDIT_LED", "100");
+        press("BUTTON_LED_COARSE_UP");
         QStringList lines;
-        QVERIFY(tab()->waitUntil([&] {
-            lines += tab()->takeBoardLines();
+        QVERIFY(waitUntil([&] {
+            lines += takeBoardLines();
             return lines.size() >= 3;
         }));
-        tab()->release("BUTTON_LED_COARSE_UP");
+        release("BUTTON_LED_COARSE_UP");
         for (int i = 0; i < lines.size(); ++i)
             QCOMPARE(lines[i], QString("$,LED4,BRT,%1,").arg(110 + 10 * i));
     }
 
     void aCheckedLedButtonMeansDark()
     {
-        QVERIFY(tab()->board().light().ledOn);
-        tab()->click("BUTTON_LED");
-        QVERIFY(tab()->find<QPushButton>("BUTTON_LED")->isChecked());
-        QCOMPARE(tab()->takeBoardLines(), QStringList("$,LED4,OFF,,"));
-        QVERIFY(!tab()->board().light().ledOn);
+        QVERIFY(board().light().ledOn);
+        click("BUTTON_LED");
+        QVERIFY(find<QPushButton>("BUTTON_LED")->isChecked());
+        QCOMPARE(takeBoardLines(), QStringList("$,LED4,OFF,,"));
+        QVERIFY(!board().light().ledOn);
         for (const char* widget : kLedWidgets)
-            QVERIFY2(!tab()->isEnabled(widget), widget);
+            QVERIFY2(!isEnabled(widget), widget);
 
-        tab()->click("BUTTON_LED");
-        QVERIFY(!tab()->find<QPushButton>("BUTTON_LED")->isChecked());
-        QCOMPARE(tab()->takeBoardLines(), QStringList("$,LED4,ON,,"));
-        QVERIFY(tab()->board().light().ledOn);
-        QCOMPARE(tab()->board().light().ledLevel, 225);
+        click("BUTTON_LED");
+        QVERIFY(!find<QPushButton>("BUTTON_LED")->isChecked());
+        QCOMPARE(takeBoardLines(), QStringList("$,LED4,ON,,"));
+        QVERIFY(board().light().ledOn);
+        QCOMPARE(board().light().ledLevel, 225);
         for (const char* widget : kLedWidgets)
-            QVERIFY2(tab()->isEnabled(widget), widget);
+            QVERIFY2(isEnabled(widget), widget);
     }
 
     void aDarkLedStaysLockedWhenTheBoardIsConnectedAnew()
     {
-        tab()->click("BUTTON_LED");
-        tab()->takeBoardLines();
+        click("BUTTON_LED");
+        takeBoardLines();
         QVERIFY(QMetaObject::invokeMethod(Controller::getInstance(), "sig_connected_controller"));
-        QCOMPARE(tab()->takeBoardLines().filter("BRT"), QStringList("$,LED4,BRT,225,"));
-        QVERIFY(tab()->find<QPushButton>("BUTTON_LED")->isChecked());
+        QCOMPARE(takeBoardLines().filter("BRT"), QStringList("$,LED4,BRT,225,"));
+        QVERIFY(find<QPushButton>("BUTTON_LED")->isChecked());
         for (const char* widget : kLedWidgets)
-            QVERIFY2(!tab()->isEnabled(widget), widget);
+            QVERIFY2(!isEnabled(widget), widget);
 
-        tab()->click("BUTTON_LED");
+        click("BUTTON_LED");
         for (const char* widget : kLedWidgets)
-            QVERIFY2(tab()->isEnabled(widget), widget);
+            QVERIFY2(isEnabled(widget), widget);
     }
 
     void switchingOnLeavesTheButtonsThatHaveRoom_data()
@@ -198,24 +194,22 @@ private slots:
     void switchingOnLeavesTheButtonsThatHaveRoom()
     {
         QFETCH(QString, text);
-        tab()->click("BUTTON_LED");
-        tab()->setText("EDIT_LED", text);
-        tab()->click("BUTTON_LED");
-        QVERIFY(tab()->isEnabled("EDIT_LED"));
-        QTEST(tab().ledEnabled(), "enabled");
-        QCOMPARE(tab()->takeBoardLines(), QStringList({"$,LED4,OFF,,", "$,LED4,ON,,"}));
+        click("BUTTON_LED");
+        setText("EDIT_LED", text);
+        click("BUTTON_LED");
+        QVERIFY(isEnabled("EDIT_LED"));
+        QTEST(ledEnabled(), "enabled");
+        QCOMPARE(takeBoardLines(), QStringList({"$,LED4,OFF,,", "$,LED4,ON,,"}));
     }
 
     void aBoardThatRefusesChangesNothingOnTheScreen()
     {
-        tab()->board().withBoard([](Board& board, InstrumentTime) {
-            board.addFault({LineFault::Failure, "BRT", 1});
-        });
-        tab()->setText("EDIT_LED", "300");
-        tab()->click("BUTTON_LED_FINE_UP");
-        QCOMPARE(tab()->text("EDIT_LED"), QString("301"));
+        addFault({LineFault::Failure, "BRT", 1});
+        setText("EDIT_LED", "300");
+        click("BUTTON_LED_FINE_UP");
+        QCOMPARE(text("EDIT_LED"), QString("301"));
         QCOMPARE(global_ini()->LED_brightness, 301);
-        QVERIFY(tab()->boxes().seen().isEmpty());
+        QVERIFY(boxes().seen().isEmpty());
     }
 
     void thePictureGetsBrighter_data()
@@ -248,8 +242,8 @@ private slots:
         std::array<double, 2> levels{};
         const std::array<QString, 2> texts{dim, bright};
         for (std::size_t i = 0; i < texts.size(); ++i) {
-            tab()->setText(qPrintable(edit), texts[i]);
-            tab()->click(qPrintable(button));
+            setText(qPrintable(edit), texts[i]);
+            click(qPrintable(button));
             levels[i] = meanColour()[1];
         }
         QVERIFY2(levels[1] > 1.3 * levels[0], qPrintable(QString("%1 and %2").arg(levels[0]).arg(levels[1])));
@@ -271,8 +265,8 @@ private slots:
         QFETCH(int, channel);
         makeNeutral();
         const auto neutral = meanColour();
-        tab()->setText(qPrintable("EDIT_COLOR_" + colour), "0x05F0");
-        tab()->click(qPrintable("BUTTON_COLOR_" + colour + "_COARSE_UP"));
+        setText(qPrintable("EDIT_COLOR_" + colour), "0x05F0");
+        click(qPrintable("BUTTON_COLOR_" + colour + "_COARSE_UP"));
         const auto tinted = meanColour();
         for (int i = 0; i < 3; ++i) {
             const double ratio = tinted[std::size_t(i)] / neutral[std::size_t(i)];
@@ -285,7 +279,7 @@ private slots:
     {
         makeNeutral();
         const double lit = meanColour()[1];
-        tab()->click("BUTTON_LED");
+        click("BUTTON_LED");
         const double dark = meanColour()[1];
         QVERIFY2(dark < 10.0 && lit > 50.0, qPrintable(QString("%1 and %2").arg(lit).arg(dark)));
     }
@@ -301,38 +295,36 @@ private slots:
     {
         QFETCH(bool, atMaximum);
         for (const Family& f : kFamilies)
-            (tab().window().*f.setter)(atMaximum ? f.maximum : 0);
-        tab().window().getCamera_reg();
-        tab().window().set_LED(atMaximum ? 999 : 1);
-        tab()->click(atMaximum ? "BUTTON_LED_FINE_UP" : "BUTTON_LED_FINE_DOWN");
+            (window().*f.setter)(atMaximum ? f.maximum : 0);
+        window().getCamera_reg();
+        window().set_LED(atMaximum ? 999 : 1);
+        click(atMaximum ? "BUTTON_LED_FINE_UP" : "BUTTON_LED_FINE_DOWN");
         for (const Family& f : kFamilies) {
-            QCOMPARE(tab()->text(f.edit), shown(atMaximum ? f.maximum : 0));
-            QCOMPARE(tab().enabledOf(f), Enabled(atMaximum ? "1100" : "0011"));
+            QCOMPARE(text(f.edit), shown(atMaximum ? f.maximum : 0));
+            QCOMPARE(enabledOf(f), Enabled(atMaximum ? "1100" : "0011"));
         }
-        QCOMPARE(tab().ledEnabled(), Enabled(atMaximum ? "1100" : "0011"));
-        QCOMPARE(layout::clippedTexts(&tab().window()).join("; "), QString());
+        QCOMPARE(ledEnabled(), Enabled(atMaximum ? "1100" : "0011"));
+        QCOMPARE(layout::clippedTexts(&window()).join("; "), QString());
         keepPicture(QString("camera-tab-") + QTest::currentDataTag());
     }
 
 private:
-    TrimTab& tab() { return *m_tab; }
-
     /// A clear grey picture with room above and below.
     void makeNeutral()
     {
         const std::array<unsigned int, 5> values{0x1C00, 0x0000, 0x0400, 0x0400, 0x0400};
         for (std::size_t i = 0; i < kFamilies.size(); ++i)
-            (tab().window().*kFamilies[i].setter)(values[i]);
-        tab().window().set_LED(225);
+            (window().*kFamilies[i].setter)(values[i]);
+        window().set_LED(225);
     }
 
     /// Mean red, green and blue of the live view on the screen, once it shows the settings of
     /// now: frames that were under way before may take a few repaints.
     std::array<double, 3> meanColour()
     {
-        if (!tab()->waitForFrames(8))
+        if (!waitForFrames(8))
             qFatal("no frames");
-        const QImage view = tab().window().grab(QRect(0, 0, 640, 480)).toImage();
+        const QImage view = window().grab(QRect(0, 0, 640, 480)).toImage();
         std::array<double, 3> sums{};
         for (int y = 0; y < view.height(); y += 4) {
             for (int x = 0; x < view.width(); x += 4) {
@@ -353,11 +345,9 @@ private:
         const QString directory = qEnvironmentVariable("ORLA_TEST_PICTURES");
         if (directory.isEmpty())
             return;
-        QVERIFY(tab()->waitForFrames(8));
-        QVERIFY(tab().window().grab().save(directory + '/' + name + ".png"));
+        QVERIFY(waitForFrames(8));
+        QVERIFY(window().grab().save(directory + '/' + name + ".png"));
     }
-
-    std::unique_ptr<TrimTab> m_tab;
 };
 
 QTEST_MAIN(TestWindowLed)

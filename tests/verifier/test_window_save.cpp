@@ -52,27 +52,6 @@ private:
     bool m_mounted;
 };
 
-/// Calls a function when a message box comes up, before anybody can answer it.
-class ShownBox : public QObject
-{
-public:
-    explicit ShownBox(std::function<void()> look) : m_look(std::move(look))
-    {
-        qApp->installEventFilter(this);
-    }
-
-protected:
-    bool eventFilter(QObject* object, QEvent* event) override
-    {
-        if (event->type() == QEvent::Show && qobject_cast<QMessageBox*>(object) != nullptr)
-            m_look();
-        return false;
-    }
-
-private:
-    std::function<void()> m_look;
-};
-
 } // namespace
 
 /// The Save button on each tab.
@@ -175,7 +154,8 @@ private slots:
         global_ini()->Z_step = 100;
         QByteArray mainFile;
         QByteArray stageFile;
-        const ShownBox box([&] {
+        const QObject look;
+        connect(&boxes(), &BoxWatcher::boxShown, &look, [&] {
             mainFile = m_folder.content(kMainSettingsFile);
             stageFile = m_folder.content(kStageFile);
         });

@@ -1,7 +1,5 @@
 // On a real X server without a monitor: only there can the whole screen be grabbed.
 
-#include <memory>
-
 #include <QDir>
 #include <QGuiApplication>
 #include <QImageReader>
@@ -13,33 +11,8 @@
 #include "support/XServer.h"
 #include "verifier/UsbStick.h"
 
-namespace {
-
-/// Calls back when a message box comes up, before anyone can answer it.
-class BoxShown : public QObject
-{
-public:
-    explicit BoxShown(std::function<void()> callback) : m_callback(std::move(callback))
-    {
-        qApp->installEventFilter(this);
-    }
-
-protected:
-    bool eventFilter(QObject* object, QEvent* event) override
-    {
-        if (event->type() == QEvent::Show && qobject_cast<QMessageBox*>(object) != nullptr)
-            m_callback();
-        return false;
-    }
-
-private:
-    std::function<void()> m_callback;
-};
-
-} // namespace
-
 /// The Print key.
-class TestWindowScreenshot : public QObject
+class TestWindowScreenshot : public QObject, protected WindowFixture
 {
     Q_OBJECT
 
@@ -48,43 +21,38 @@ private slots:
     {
         if (QGuiApplication::platformName() != "xcb")
             QSKIP("no X server (Xvfb) can be started here, and without one there is no screen to grab");
-        m_fixture = std::make_unique<WindowFixture>();
-        m_fixture->window().move(0, 0);
+        window().move(0, 0);
         // Its flushes would be taken for those of the screenshot.
-        for (QTimer* timer : m_fixture->window().findChildren<QTimer*>(QString(), Qt::FindDirectChildrenOnly))
+        for (QTimer* timer : window().findChildren<QTimer*>(QString(), Qt::FindDirectChildrenOnly))
             timer->stop();
-        QVERIFY(m_fixture->waitForFrames(3));
+        QVERIFY(waitForFrames(3));
     }
-
-    void cleanupTestCase() { m_fixture.reset(); }
 
     void init()
     {
-        m_fixture->boxes().clear();
-        m_fixture->clearConsoles();
+        boxes().clear();
+        clearConsoles();
     }
 
-    void cleanup()
-    {
-        if (m_fixture != nullptr)
-            pullAndUnmount(*m_fixture);
-    }
+    void cleanup() { pullAndUnmount(*this); }
 
     // The counter goes on from test to test; this is the first one.
     void theFirstPictureIsNumberOne()
     {
-        QVERIFY(plugAndMount(*m_fixture));
+        QVERIFY(plugAndMount(*this));
         const QImage screen = grabScreen();
-        const auto syncs = m_fixture->camera().counters().fileSystemSyncs;
+        const auto syncs = camera().counters().fileSystemSyncs;
         std::uint64_t syncsAtBox = syncs + 100;
-        const BoxShown boxShown([&] { syncsAtBox = m_fixture->camera().counters().fileSystemSyncs; });
+        const QObject look;
+        connect(&boxes(), &BoxWatcher::boxShown, &look,
+                [&] { syncsAtBox = camera().counters().fileSystemSyncs; });
         print();
         expectBox("ORLA-III", "/mnt/KorvexCap-0001.png saved !", QMessageBox::Information);
         QCOMPARE(syncsAtBox, syncs);
-        QCOMPARE(m_fixture->camera().counters().fileSystemSyncs, syncs + 1);
+        QCOMPARE(camera().counters().fileSystemSyncs, syncs + 1);
 
         QCOMPARE(filesOnDisk(), QStringList("KorvexCap-0001.png"));
-        QImageReader reader(m_fixture->usb().filesOf() + "/KorvexCap-0001.png");
+        QImageReader reader(usb().filesOf() + "/KorvexCap-0001.png");
         QCOMPARE(reader.format(), QByteArray("png"));
         const QImage picture = reader.read();
         QCOMPARE(picture.size(), QGuiApplication::primaryScreen()->size());
@@ -93,43 +61,43 @@ private slots:
 
     void thePictureIsWhatTheWindowShows()
     {
-        QVERIFY(plugAndMount(*m_fixture));
-        const QImage window = m_fixture->window().grab().toImage().convertToFormat(QImage::Format_RGB32);
+        QVERIFY(plugAndMount(*this));
+        const QImage shown = window().grab().toImage().convertToFormat(QImage::Format_RGB32);
         print();
-        QCOMPARE(m_fixture->boxes().texts(), QStringList("/mnt/KorvexCap-0002.png saved !"));
-        const QImage picture(m_fixture->usb().filesOf() + "/KorvexCap-0002.png");
+        QCOMPARE(boxes().texts(), QStringList("/mnt/KorvexCap-0002.png saved !"));
+        const QImage picture(usb().filesOf() + "/KorvexCap-0002.png");
         QCOMPARE(picture.size(), QSize(800, 480));
         // The window fills the screen.
-        QCOMPARE(picture.convertToFormat(QImage::Format_RGB32), window);
+        QCOMPARE(picture.convertToFormat(QImage::Format_RGB32), shown);
     }
 
     void withoutADiskNothingIsWrittenOrCounted()
     {
-        const auto syncs = m_fixture->camera().counters().fileSystemSyncs;
+        const auto syncs = camera().counters().fileSystemSyncs;
         // What a disk would be mounted over is a folder like any other.
-        const QDir folder(m_fixture->machinePath("/mnt"));
+        const QDir folder(machinePath("/mnt"));
         QVERIFY(folder.exists());
         QVERIFY(folder.isEmpty());
         print();
         expectBox("Error", "Please insert USB disk !!!", QMessageBox::Critical);
-        QCOMPARE(m_fixture->camera().counters().fileSystemSyncs, syncs);
+        QCOMPARE(camera().counters().fileSystemSyncs, syncs);
         QCOMPARE(folder.entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
     }
 
     void aFailureKeepsTheNumber()
     {
-        QVERIFY(plugAndMount(*m_fixture));
-        const QString name = m_fixture->usb().filesOf() + "/KorvexCap-0003.png";
+        QVERIFY(plugAndMount(*this));
+        const QString name = usb().filesOf() + "/KorvexCap-0003.png";
         // Nobody, root included, writes to a directory as if it were a file.
         QVERIFY(QDir().mkdir(name));
-        const auto syncs = m_fixture->camera().counters().fileSystemSyncs;
+        const auto syncs = camera().counters().fileSystemSyncs;
         print();
         expectBox("Error", "/mnt/KorvexCap-0003.png saving failed !!!", QMessageBox::Critical);
-        QCOMPARE(m_fixture->camera().counters().fileSystemSyncs, syncs);
-        QVERIFY(m_fixture->messages().contains("[Error] /mnt/KorvexCap-0003.png "));
+        QCOMPARE(camera().counters().fileSystemSyncs, syncs);
+        QVERIFY(messages().contains("[Error] /mnt/KorvexCap-0003.png "));
 
         QVERIFY(QDir().rmdir(name));
-        m_fixture->boxes().clear();
+        boxes().clear();
         print();
         expectBox("ORLA-III", "/mnt/KorvexCap-0003.png saved !", QMessageBox::Information);
         QVERIFY(!QImage(name).isNull());
@@ -145,7 +113,7 @@ private slots:
     void aDiskThatTakesNothingFails()
     {
         QFETCH(int, condition);
-        if (!plugAndMount(*m_fixture, static_cast<UsbDiskCondition>(condition)))
+        if (!plugAndMount(*this, static_cast<UsbDiskCondition>(condition)))
             QSKIP("this process may not mount a file system");
         print();
         expectBox("Error", "/mnt/KorvexCap-0004.png saving failed !!!", QMessageBox::Critical);
@@ -153,15 +121,15 @@ private slots:
 
     void otherKeysDoNothing()
     {
-        QVERIFY(plugAndMount(*m_fixture));
+        QVERIFY(plugAndMount(*this));
         const QStringList before = filesOnDisk();
         for (const int key : {Qt::Key_SysReq, Qt::Key_P, Qt::Key_Escape, Qt::Key_F12, Qt::Key_Return}) {
             QKeyEvent event(QEvent::KeyPress, key, Qt::NoModifier);
             event.accept();
-            QCoreApplication::sendEvent(&m_fixture->window(), &event);
+            QCoreApplication::sendEvent(&window(), &event);
             QVERIFY(!event.isAccepted());
         }
-        QVERIFY(m_fixture->boxes().seen().isEmpty());
+        QVERIFY(boxes().seen().isEmpty());
         QCOMPARE(filesOnDisk(), before);
     }
 
@@ -177,12 +145,12 @@ private slots:
     void theKeyCountsWhereverTheFocusIs()
     {
         QFETCH(QString, widget);
-        QTest::keyClick(m_fixture->find<QWidget>(qPrintable(widget)), Qt::Key_Print);
-        QCOMPARE(m_fixture->boxes().texts(), QStringList("Please insert USB disk !!!"));
+        QTest::keyClick(find<QWidget>(qPrintable(widget)), Qt::Key_Print);
+        QCOMPARE(boxes().texts(), QStringList("Please insert USB disk !!!"));
     }
 
 private:
-    void print() { QTest::keyClick(&m_fixture->window(), Qt::Key_Print); }
+    void print() { QTest::keyClick(&window(), Qt::Key_Print); }
 
     static QImage grabScreen()
     {
@@ -190,19 +158,7 @@ private:
             QImage::Format_RGB32);
     }
 
-    QStringList filesOnDisk() const { return QDir(m_fixture->usb().filesOf()).entryList(QDir::Files); }
-
-    void expectBox(const QString& title, const QString& text, QMessageBox::Icon icon)
-    {
-        QCOMPARE(m_fixture->boxes().seen().size(), 1);
-        const SeenBox& box = m_fixture->boxes().seen().first();
-        QCOMPARE(box.title, title);
-        QCOMPARE(box.text, text);
-        QCOMPARE(box.icon, icon);
-        QCOMPARE(box.buttons, QStringList("OK"));
-    }
-
-    std::unique_ptr<WindowFixture> m_fixture;
+    QStringList filesOnDisk() { return QDir(usb().filesOf()).entryList(QDir::Files); }
 };
 
 int main(int argc, char* argv[])

@@ -145,7 +145,7 @@ private slots:
 
     void theCameraStreamsAt1280WithTheNtbFile()
     {
-        const auto* camera = m_fixture->window().findChild<OV5642Camera*>();
+        const auto* camera = m_fixture->programCamera();
         QVERIFY(camera->isStreaming());
         QCOMPARE(camera->mode(), 1);
         QVERIFY(
@@ -201,9 +201,7 @@ private slots:
         if (!kZigMode)
             QSKIP("outside Zig mode the button is disabled");
         m_fixture->takeBoardLines();
-        m_fixture->board().withBoard([](Board& board, InstrumentTime) {
-            board.addFault({LineFault::Failure, "READY", 1});
-        });
+        m_fixture->addFault({LineFault::Failure, "READY", 1});
         m_fixture->clearConsoles();
         m_fixture->click("BUTTON_CONNECT");
         QCOMPARE(connectButton()->text(), QString("X"));
@@ -224,9 +222,7 @@ private slots:
             QSKIP("outside Zig mode the button is disabled");
         QVERIFY(Controller::getInstance()->z_stage_stop());
         m_fixture->takeBoardLines();
-        m_fixture->board().withBoard([](Board& board, InstrumentTime) {
-            board.addFault({LineFault::NoAnswer, "READY", 1});
-        });
+        m_fixture->addFault({LineFault::NoAnswer, "READY", 1});
         m_fixture->click("BUTTON_CONNECT");
         QCOMPARE(connectButton()->text(), QString("X"));
         QCOMPARE(m_fixture->style("BUTTON_CONNECT"), QString(kPlain));
@@ -241,9 +237,7 @@ private slots:
     // A press would home the stage under the sweep.
     void connectIsLockedDuringARunAndIsWhatItWasAfterwards()
     {
-        m_fixture->board().withBoard([](Board& board, InstrumentTime) {
-            board.addFault({LineFault::NoAnswer, "MVP", 1});
-        });
+        m_fixture->addFault({LineFault::NoAnswer, "MVP", 1});
         const QString look = connectButton()->text() + connectButton()->styleSheet();
         m_fixture->click("BUTTON_AUTOFOCUS");
         QVERIFY(!m_fixture->isEnabled("TAB_MENU"));
@@ -406,7 +400,7 @@ private slots:
         QVERIFY(!box.hadDefaultButton);
         QVERIFY(m_fixture->messages().endsWith("void ORLA_II_Plus_Verifier::on_BUTTON_EXIT_clicked()() \n"));
         QVERIFY(m_fixture->takeBoardLines().isEmpty());
-        QVERIFY(m_fixture->window().findChild<OV5642Camera*>()->isStreaming());
+        QVERIFY(m_fixture->programCamera()->isStreaming());
         QVERIFY(m_fixture->waitForFrames(2));
     }
 
@@ -433,7 +427,7 @@ private slots:
         m_fixture->takeBoardLines();
         m_fixture->clearConsoles();
         m_fixture->boxes().answerNextWith("Yes");
-        const auto* camera = m_fixture->window().findChild<OV5642Camera*>();
+        const auto* camera = m_fixture->programCamera();
         const auto connection = connect(
             Controller::getInstance(), &Controller::sig_debug_Controller, this,
             [&](const QString& line) { QVERIFY2(camera->isStreaming(), qPrintable(line)); });
@@ -457,12 +451,8 @@ private:
 
     void expectPasswordBox()
     {
-        QCOMPARE(m_fixture->boxes().seen().size(), 1);
-        const SeenBox& box = m_fixture->boxes().seen().first();
-        QCOMPARE(box.title, QString("ORLA-III"));
-        QCOMPARE(box.text, QString("The serial number has been set as the password!"));
-        QCOMPARE(box.icon, QMessageBox::Information);
-        QCOMPARE(box.buttons, QStringList("OK"));
+        m_fixture->expectBox("ORLA-III", "The serial number has been set as the password!",
+                             QMessageBox::Information);
     }
 
     std::unique_ptr<WindowFixture> m_fixture;

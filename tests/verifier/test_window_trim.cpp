@@ -4,16 +4,12 @@
 #include "verifier/TrimTab.h"
 
 /// The five sensor settings of the camera tab.
-class TestWindowTrim : public QObject
+class TestWindowTrim : public QObject, protected TrimTab
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase() { m_tab = std::make_unique<TrimTab>(); }
-
-    void cleanupTestCase() { m_tab.reset(); }
-
-    void init() { tab().reset(); }
+    void init() { reset(); }
 
     void aPressStepsTheValue_data()
     {
@@ -65,62 +61,62 @@ private slots:
             expected.BFN_reg[1][f.column + 1] = static_cast<quint16>(to & 0xFF);
         }
 
-        tab()->setText(f.edit, shown(static_cast<unsigned int>(from)));
-        tab().enableAll(f);
-        tab()->click(qPrintable(QString("BUTTON_%1_%2").arg(f.name, button)));
+        setText(f.edit, shown(static_cast<unsigned int>(from)));
+        enableAll(f);
+        click(qPrintable(QString("BUTTON_%1_%2").arg(f.name, button)));
 
-        QCOMPARE(tab()->text(f.edit), shown(static_cast<unsigned int>(after)));
-        QCOMPARE(tab().busCalls(), to == kNothing ? QStringList() : pairWrite(f, after));
+        QCOMPARE(text(f.edit), shown(static_cast<unsigned int>(after)));
+        QCOMPARE(busCalls(), to == kNothing ? QStringList() : pairWrite(f, after));
         QVERIFY(sameTables(*global_ini(), expected));
         const bool down = after != 0;
         const bool up = after < static_cast<int>(f.maximum);
-        QCOMPARE(tab().enabledOf(f), enabledText(down, down, up, up));
+        QCOMPARE(enabledOf(f), enabledText(down, down, up, up));
         const QString line = signatureOf(f) + "() " + shown(static_cast<unsigned int>(after)) + " \n";
-        QCOMPARE(tab()->messages().count(line), to == kNothing ? 0 : 1);
+        QCOMPARE(messages().count(line), to == kNothing ? 0 : 1);
     }
 
     void aValueIsShownThenToldThenWrittenThenKept()
     {
         for (const Family& f : kFamilies) {
-            tab()->setText(f.edit, "0x0123");
-            tab().enableAll(f);
+            setText(f.edit, "0x0123");
+            enableAll(f);
             const global_ini_t before = *global_ini();
             int told = 0;
             const auto connection =
-                connect(&tab().window(), &Window::sig_debug_Message, this, [&](const QStringList& parts) {
+                connect(&window(), &Window::sig_debug_Message, this, [&](const QStringList& parts) {
                     ++told;
                     QCOMPARE(parts, QStringList({signatureOf(f), "0x0124"}));
-                    QCOMPARE(tab()->text(f.edit), QString("0x0124"));
-                    QVERIFY(tab().busCalls().isEmpty());
+                    QCOMPARE(text(f.edit), QString("0x0124"));
+                    QVERIFY(busCalls().isEmpty());
                     QVERIFY(sameTables(*global_ini(), before));
                 });
-            tab()->click(f.fineUp);
+            click(f.fineUp);
             disconnect(connection);
             QCOMPARE(told, 1);
-            tab()->camera().trace().clear();
+            camera().trace().clear();
         }
     }
 
     void theSensorHoldsWhatIsShown()
     {
         for (const Family& f : kFamilies) {
-            tab()->setText(f.edit, "0x0123");
-            tab()->click(f.coarseUp);
-            QCOMPARE(int(tab()->camera().sensorRegister(f.high)), 0x01);
-            QCOMPARE(int(tab()->camera().sensorRegister(f.low)), 0x33);
+            setText(f.edit, "0x0123");
+            click(f.coarseUp);
+            QCOMPARE(int(camera().sensorRegister(f.high)), 0x01);
+            QCOMPARE(int(camera().sensorRegister(f.low)), 0x33);
         }
     }
 
     void theTopByteOfTheExposureIsNeverWritten()
     {
-        const auto top = tab()->camera().sensorRegister(0x3500);
+        const auto top = camera().sensorRegister(0x3500);
         for (const char* text : {"0x0000", "0xFFFE"}) {
-            tab()->setText("EDIT_EXPOSURE", text);
-            tab().enableAll(kFamilies[0]);
-            tab()->click("BUTTON_EXPOSURE_FINE_UP");
+            setText("EDIT_EXPOSURE", text);
+            enableAll(kFamilies[0]);
+            click("BUTTON_EXPOSURE_FINE_UP");
         }
-        QCOMPARE(tab()->camera().sensorRegister(0x3500), top);
-        QCOMPARE(tab().busCalls().filter("write 35 00").size(), 0);
+        QCOMPARE(camera().sensorRegister(0x3500), top);
+        QCOMPARE(busCalls().filter("write 35 00").size(), 0);
     }
 
     void theShownTextIsRead_data()
@@ -148,10 +144,10 @@ private slots:
     void theShownTextIsRead()
     {
         QFETCH(QString, text);
-        tab()->setText("EDIT_GAIN", text);
-        tab().enableAll(kFamilies[1]);
-        tab()->click("BUTTON_GAIN_FINE_UP");
-        QTEST(tab()->text("EDIT_GAIN"), "after");
+        setText("EDIT_GAIN", text);
+        enableAll(kFamilies[1]);
+        click("BUTTON_GAIN_FINE_UP");
+        QTEST(this->text("EDIT_GAIN"), "after");
     }
 
     void eachChoiceFillsItsOwnEntry_data() { addChoices(); }
@@ -160,13 +156,13 @@ private slots:
     {
         QFETCH(bool, stained);
         QFETCH(int, resolution);
-        tab().choose(stained, resolution);
+        choose(stained, resolution);
         global_ini_t expected = *global_ini();
         auto& table = stained ? expected.CUS_reg : expected.BFN_reg;
         for (const Family& f : kFamilies) {
             // The files hold a high byte of 1 everywhere: another one shows where it goes.
-            tab()->setText(f.edit, "0x00A0");
-            tab()->click(f.fineUp);
+            setText(f.edit, "0x00A0");
+            click(f.fineUp);
             table[resolution][f.column] = 0x00;
             table[resolution][f.column + 1] = 0xA1;
             QVERIFY2(sameTables(*global_ini(), expected), f.name);
@@ -180,19 +176,19 @@ private slots:
         QFETCH(bool, stained);
         QFETCH(int, resolution);
         for (const Family& f : kFamilies)
-            tab()->setText(f.edit, "before");
-        tab().choose(stained, resolution);
+            setText(f.edit, "before");
+        choose(stained, resolution);
         const auto& table = stained ? global_ini()->CUS_reg : global_ini()->BFN_reg;
         for (std::size_t i = 0; i < kFamilies.size(); ++i) {
             const Family& f = kFamilies[i];
-            QCOMPARE(tab()->text(f.edit),
+            QCOMPARE(text(f.edit),
                      shown(0x0100u + unsigned(TrimTab::calibratedLowByte(stained, resolution, i))));
-            QCOMPARE(tab()->text(f.edit),
+            QCOMPARE(text(f.edit),
                      shown(table[resolution][f.column] * 256u + table[resolution][f.column + 1]));
-            QCOMPARE(tab().enabledOf(f), enabledText(true, true, true, f.maximum > 0x0170 + 16));
+            QCOMPARE(enabledOf(f), enabledText(true, true, true, f.maximum > 0x0170 + 16));
         }
-        const int last = tab()->messages().lastIndexOf("ORLA_II_Plus_Verifier::getCamera_reg");
-        QVERIFY(last > tab()->messages().lastIndexOf("ORLA_II_Plus_Verifier::startCamera"));
+        const int last = messages().lastIndexOf("ORLA_II_Plus_Verifier::getCamera_reg");
+        QVERIFY(last > messages().lastIndexOf("ORLA_II_Plus_Verifier::startCamera"));
     }
 
     void aSwitchWritesItsTenRegistersAndReadsThemBack_data() { addChoices(); }
@@ -201,9 +197,9 @@ private slots:
     {
         QFETCH(bool, stained);
         QFETCH(int, resolution);
-        tab().choose(stained, resolution);
-        tab()->camera().trace().clear();
-        tab()->click(stained ? "BUTTON_STAINING_TB" : "BUTTON_STAINING_NTB");
+        choose(stained, resolution);
+        camera().trace().clear();
+        click(stained ? "BUTTON_STAINING_TB" : "BUTTON_STAINING_NTB");
         QStringList expected{"open /dev/i2c-1", "address"};
         for (std::size_t i = 0; i < kFamilies.size(); ++i) {
             const Family& f = kFamilies[i];
@@ -213,35 +209,35 @@ private slots:
         }
         expected += "close";
         // The read-back asks for each of them in a transaction of its own.
-        QCOMPARE(tab().busCalls().mid(0, expected.size()), expected);
-        QCOMPARE(tab().busCalls().size(), expected.size() + 10 * 5);
+        QCOMPARE(busCalls().mid(0, expected.size()), expected);
+        QCOMPARE(busCalls().size(), expected.size() + 10 * 5);
     }
 
     void whatWasTrimmedIsThereAgainAfterSwitchingAwayAndBack()
     {
-        tab()->setText("EDIT_COLOR_RED", "0x0ABC");
-        tab()->click("BUTTON_COLOR_RED_FINE_UP");
-        tab().choose(true, 1);
-        QCOMPARE(tab()->text("EDIT_COLOR_RED"), QString("0x0127"));
-        tab().choose(false, 0);
-        QCOMPARE(tab()->text("EDIT_COLOR_RED"), QString("0x0162"));
-        tab().choose(false, 1);
-        QCOMPARE(tab()->text("EDIT_COLOR_RED"), QString("0x0ABD"));
+        setText("EDIT_COLOR_RED", "0x0ABC");
+        click("BUTTON_COLOR_RED_FINE_UP");
+        choose(true, 1);
+        QCOMPARE(text("EDIT_COLOR_RED"), QString("0x0127"));
+        choose(false, 0);
+        QCOMPARE(text("EDIT_COLOR_RED"), QString("0x0162"));
+        choose(false, 1);
+        QCOMPARE(text("EDIT_COLOR_RED"), QString("0x0ABD"));
     }
 
     void theReadBackAsksForEachPairHighByteFirst()
     {
-        tab().window().getCamera_reg();
+        window().getCamera_reg();
         QStringList expected;
         for (const Family& f : kFamilies) {
             for (const quint16 address : {f.high, f.low}) {
-                const int value = tab()->camera().sensorRegister(address);
+                const int value = camera().sensorRegister(address);
                 expected += {"open /dev/i2c-1", "address",
                              QString::asprintf("write %02X %02X", address >> 8, address & 0xFF),
                              QString::asprintf("read %02X", value), "close"};
             }
         }
-        QCOMPARE(tab().busCalls(), expected);
+        QCOMPARE(busCalls(), expected);
     }
 
     void afterAReadBackACoarseButtonNeedsAWholeStep_data()
@@ -273,11 +269,11 @@ private slots:
         QFETCH(int, family);
         QFETCH(int, value);
         const Family& f = kFamilies[static_cast<std::size_t>(family)];
-        (tab().window().*f.setter)(static_cast<unsigned int>(value));
-        tab()->setText(f.edit, "before");
-        tab().window().getCamera_reg();
-        QCOMPARE(tab()->text(f.edit), shown(static_cast<unsigned int>(value)));
-        QTEST(tab().enabledOf(f), "enabled");
+        (window().*f.setter)(static_cast<unsigned int>(value));
+        setText(f.edit, "before");
+        window().getCamera_reg();
+        QCOMPARE(text(f.edit), shown(static_cast<unsigned int>(value)));
+        QTEST(enabledOf(f), "enabled");
     }
 
     void aFailedBusFallsBackOnTheLastWrittenBytes_data()
@@ -291,43 +287,43 @@ private slots:
     void aFailedBusFallsBackOnTheLastWrittenBytes()
     {
         QFETCH(int, fault);
-        tab()->setText("EDIT_GAIN", "0x0110");
-        tab()->click("BUTTON_GAIN_FINE_UP");
-        tab()->camera().faults().enable({static_cast<CameraFault>(fault)});
+        setText("EDIT_GAIN", "0x0110");
+        click("BUTTON_GAIN_FINE_UP");
+        camera().faults().enable({static_cast<CameraFault>(fault)});
         // The value is shown and kept for the files; the sensor has not taken it.
-        tab()->click("BUTTON_GAIN_COARSE_UP");
-        QCOMPARE(tab()->text("EDIT_GAIN"), QString("0x0121"));
+        click("BUTTON_GAIN_COARSE_UP");
+        QCOMPARE(text("EDIT_GAIN"), QString("0x0121"));
         QCOMPARE(int(global_ini()->BFN_reg[1][2]), 0x01);
         QCOMPARE(int(global_ini()->BFN_reg[1][3]), 0x21);
-        tab().window().getCamera_reg();
-        QCOMPARE(tab()->text("EDIT_GAIN"), QString("0x0111"));
-        QVERIFY(tab()->boxes().seen().isEmpty());
+        window().getCamera_reg();
+        QCOMPARE(text("EDIT_GAIN"), QString("0x0111"));
+        QVERIFY(boxes().seen().isEmpty());
     }
 
     void aHeldButtonRepeatsPairByPair()
     {
-        tab()->setText("EDIT_GAIN", "0x0100");
-        tab()->press("BUTTON_GAIN_FINE_UP");
-        QVERIFY(tab()->waitUntil([this] { return tab().busCalls().filter("write").size() >= 6; }));
-        tab()->release("BUTTON_GAIN_FINE_UP");
-        const QStringList calls = tab().busCalls();
+        setText("EDIT_GAIN", "0x0100");
+        press("BUTTON_GAIN_FINE_UP");
+        QVERIFY(waitUntil([this] { return busCalls().filter("write").size() >= 6; }));
+        release("BUTTON_GAIN_FINE_UP");
+        const QStringList calls = busCalls();
         const int presses = calls.filter("write").size() / 2;
         QStringList expected;
         for (int i = 1; i <= presses; ++i)
             expected += pairWrite(kFamilies[1], 0x100 + i);
         QCOMPARE(calls, expected);
-        QCOMPARE(tab()->text("EDIT_GAIN"), shown(0x100u + static_cast<unsigned int>(presses)));
+        QCOMPARE(text("EDIT_GAIN"), shown(0x100u + static_cast<unsigned int>(presses)));
     }
 
     void aHeldButtonEndsAtTheMaximum()
     {
-        tab()->setText("EDIT_GAIN", "0x01FD");
-        tab()->press("BUTTON_GAIN_FINE_UP");
-        QVERIFY(tab()->waitUntil([this] { return !tab()->isEnabled("BUTTON_GAIN_FINE_UP"); }));
+        setText("EDIT_GAIN", "0x01FD");
+        press("BUTTON_GAIN_FINE_UP");
+        QVERIFY(waitUntil([this] { return !isEnabled("BUTTON_GAIN_FINE_UP"); }));
         QTest::qWait(300);
-        tab()->release("BUTTON_GAIN_FINE_UP");
-        QCOMPARE(tab()->text("EDIT_GAIN"), QString("0x01FF"));
-        QCOMPARE(tab().busCalls(), pairWrite(kFamilies[1], 0x1FE) + pairWrite(kFamilies[1], 0x1FF));
+        release("BUTTON_GAIN_FINE_UP");
+        QCOMPARE(text("EDIT_GAIN"), QString("0x01FF"));
+        QCOMPARE(busCalls(), pairWrite(kFamilies[1], 0x1FE) + pairWrite(kFamilies[1], 0x1FF));
     }
 
     void everyStepButtonRepeatsWhileHeld()
@@ -338,23 +334,21 @@ private slots:
         for (std::size_t i = 1; i < std::size(kLedWidgets); ++i)
             names += kLedWidgets[i];
         for (const QString& name : names)
-            QVERIFY2(tab()->find<QPushButton>(qPrintable(name))->autoRepeat(), qPrintable(name));
+            QVERIFY2(find<QPushButton>(qPrintable(name))->autoRepeat(), qPrintable(name));
     }
 
     void theTestButtonDoesNothing()
     {
         const global_ini_t before = *global_ini();
-        tab()->click("BUTTON_TEST");
-        QVERIFY(tab().busCalls().isEmpty());
-        QVERIFY(tab()->takeBoardLines().isEmpty());
-        QCOMPARE(tab()->messages(), QString());
+        click("BUTTON_TEST");
+        QVERIFY(busCalls().isEmpty());
+        QVERIFY(takeBoardLines().isEmpty());
+        QCOMPARE(messages(), QString());
         QVERIFY(sameTables(*global_ini(), before));
-        QVERIFY(tab()->boxes().seen().isEmpty());
+        QVERIFY(boxes().seen().isEmpty());
     }
 
 private:
-    TrimTab& tab() { return *m_tab; }
-
     static void addChoices()
     {
         QTest::addColumn<bool>("stained");
@@ -369,8 +363,6 @@ private:
     {
         return QString("void ORLA_II_Plus_Verifier::set_%1(unsigned int)").arg(f.name);
     }
-
-    std::unique_ptr<TrimTab> m_tab;
 };
 
 QTEST_MAIN(TestWindowTrim)
