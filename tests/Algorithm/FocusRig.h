@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 
 #include <QObject>
 #include <QStringList>
@@ -42,8 +43,12 @@ struct Run
                          [this](const QStringList& parts) { log << parts.join(QLatin1Char('|')); });
     }
 
+    /// Of a sequencer of its own.
+    explicit Run(std::unique_ptr<alg_Autofocus> owned) : Run(*owned) { sequencer = std::move(owned); }
+
     QStringList logOf(const QString& part) const { return log.filter(part); }
 
+    std::unique_ptr<alg_Autofocus> sequencer;
     QObject receiver;
     QVector<int> positions;
     QVector<int> steps;
