@@ -173,7 +173,10 @@ bool Operator::dragOn(const QString& name, const QPoint& place, const QPoint& by
     if (!reach(name, middle))
         return false;
     const bool enabled = isEnabled(name);
-    const QPoint start = find(name)->mapTo(&m_window, place);
+    const QWidget& widget = *find(name);
+    const QPoint start = widget.mapTo(&m_window, place);
+    if (!uncovered(widget, start))
+        return false;
     pressAt(start);
     for (int move = 1; move <= kMoves && !by.isNull(); ++move)
         moveTo(start + by * move / kMoves);

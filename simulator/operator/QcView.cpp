@@ -21,22 +21,23 @@ QPoint clamped(const QPoint& offset)
 
 } // namespace
 
-void QcView::panTo(const QPoint& place)
+bool QcView::panTo(const QPoint& place)
 {
-    m_operator.setChecked(kTargetBox, false);
+    if (!m_operator.setChecked(kTargetBox, false))
+        return false;
     const QPoint wanted = clamped(place - kViewMiddle);
     while (m_offset != wanted && !m_operator.hasGivenUp()) {
         const QPoint rest = m_offset - wanted;
         const QPoint by(qBound(-kStroke_px, rest.x(), kStroke_px), qBound(-kStroke_px, rest.y(), kStroke_px));
         if (!m_operator.dragOn(kWidget, kViewMiddle - by / 2, by))
-            return;
+            return false;
         m_offset = clamped(m_offset - by);
     }
+    return true;
 }
 
-void QcView::aimAt(const QPoint& place)
+bool QcView::aimAt(const QPoint& place)
 {
-    panTo(place);
-    m_operator.setChecked(kTargetBox, true);
-    m_operator.dragOn(kWidget, place - m_offset);
+    return panTo(place) && m_operator.setChecked(kTargetBox, true) &&
+           m_operator.dragOn(kWidget, place - m_offset);
 }

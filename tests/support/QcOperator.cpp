@@ -42,6 +42,18 @@ void QcOperator::setTargeting(bool on)
     m_fixture.user().setChecked("CHECK_TARGET", on);
 }
 
+void QcOperator::panTo(QPoint place)
+{
+    if (!m_view.panTo(place))
+        qFatal("the frame is not dragged: %s", qPrintable(m_fixture.user().takeProblems()));
+}
+
+void QcOperator::aimAt(QPoint place)
+{
+    if (!m_view.aimAt(place))
+        qFatal("no target is placed: %s", qPrintable(m_fixture.user().takeProblems()));
+}
+
 void QcOperator::findPoint(int index)
 {
     m_fixture.click(index == 0 ? "BUTTON_POINT_1" : "BUTTON_POINT_2");

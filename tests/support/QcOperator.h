@@ -23,12 +23,13 @@ public:
     /// Checks or unchecks the target box with a click, if it is not so already.
     void setTargeting(bool on);
     /// Drags the frozen frame, in as many strokes as it takes, until the place (image
-    /// pixels) is as near to the middle of the view as the frame lets it be.
-    void panTo(QPoint place) { m_view.panTo(place); }
+    /// pixels) is as near to the middle of the view as the frame lets it be. This and aimAt()
+    /// end the test program if the frame cannot be reached.
+    void panTo(QPoint place);
     /// Top left image pixel of the view after panTo(), worked out from the drags.
     QPoint offset() const { return m_view.offset(); }
     /// Pans to the place, checks the target box and presses there.
-    void aimAt(QPoint place) { m_view.aimAt(place); }
+    void aimAt(QPoint place);
     /// Presses the button of point 1 (index 0) or 2 (index 1); boxes are answered.
     void findPoint(int index);
 

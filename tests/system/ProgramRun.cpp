@@ -2,26 +2,19 @@
 
 #include <QDir>
 #include <QFile>
-#include <QProcess>
 #include <QRegularExpression>
+
+#include "ProgramEnd.h"
 
 ProgramRun::ProgramRun(const QStringList& arguments, int limit_ms)
 {
     QProcess program;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    program.setProcessEnvironment(environment);
     program.setWorkingDirectory(out.path());
-    program.start(QStringLiteral(SIMULATOR_PROGRAM),
-                  QStringList{QStringLiteral("--out"), out.path()} + arguments);
-    if (!program.waitForFinished(limit_ms)) {
-        program.kill();
-        program.waitForFinished();
-    } else if (program.exitStatus() == QProcess::NormalExit) {
-        exitStatus = program.exitCode();
-    }
-    output = QString::fromLocal8Bit(program.readAllStandardOutput());
-    errors = QString::fromLocal8Bit(program.readAllStandardError());
+    startSimulator(program, QStringList{QStringLiteral("--out"), out.path()} + arguments);
+    const Ended ended(program, limit_ms);
+    exitStatus = ended.status;
+    output = ended.output;
+    errors = ended.errors;
 }
 
 QString ProgramRun::log() const

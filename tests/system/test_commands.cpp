@@ -6,8 +6,9 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
-#include <QProcess>
 #include <QRegularExpression>
+
+#include "ProgramEnd.h"
 
 /// The commands of the project's folder, ./run, ./test and the gate, on a copy of their scripts
 /// with nothing to install or build: what they say, what they leave behind, what they fall back to.
@@ -40,13 +41,6 @@ constexpr int kUsageError = 2;
 
 const QStringList kAll{"*"};
 constexpr QDir::Filters kEverything = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
-
-struct Ended
-{
-    int status = -1;
-    QString output;
-    QString errors;
-};
 
 /// A copy of the commands in a folder of its own; cmake and ctest do nothing there, for the
 /// program is built already.
@@ -109,16 +103,7 @@ public:
     {
         QProcess process;
         start(process, command);
-        Ended ended;
-        if (!process.waitForFinished(kRunLimit_ms)) {
-            process.kill();
-            process.waitForFinished();
-        } else if (process.exitStatus() == QProcess::NormalExit) {
-            ended.status = process.exitCode();
-        }
-        ended.output = QString::fromLocal8Bit(process.readAllStandardOutput());
-        ended.errors = QString::fromLocal8Bit(process.readAllStandardError());
-        return ended;
+        return {process, kRunLimit_ms};
     }
 
     /// Processes that the commands have started and that are still there, by their environment.

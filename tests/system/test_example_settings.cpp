@@ -2,17 +2,6 @@
 
 #include "shipped/Expectations.h"
 
-/// The example settings that come with the package, for a board that has none: the program finds
-/// all of its keys in them, and would have written them just so.
-class TestExampleSettings : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void initTestCase();
-    void theyAreReadAndSavedAgainByteByByte();
-};
-
 namespace {
 
 struct Example
@@ -35,38 +24,46 @@ QByteArray example(const char* name)
 
 } // namespace
 
-void TestExampleSettings::initTestCase()
+/// The example settings that come with the package, for a board that has none: the program finds
+/// all of its keys in them, and would have written them just so.
+class TestExampleSettings : public QObject
 {
-    if (const QString hindrance = ShippedProgram::hindrance(); !hindrance.isEmpty())
-        QSKIP(qPrintable(hindrance));
-}
+    Q_OBJECT
 
-void TestExampleSettings::theyAreReadAndSavedAgainByteByByte()
-{
-    ShippedProgram program;
-    for (const Example& file : kExamples) {
-        QVERIFY2(!example(file.name).isEmpty(), file.name);
-        program.write(file.place, example(file.name));
+private slots:
+    void initTestCase()
+    {
+        if (const QString hindrance = ShippedProgram::hindrance(); !hindrance.isEmpty())
+            QSKIP(qPrintable(hindrance));
     }
-    QVERIFY(program.start());
-    QTRY_COMPARE(program.text("EDIT_Z_REFERENCE"), "32000");
-    QCOMPARE(program.text("LABEL_VERSION"), ORLA_VERSION);
-    QCOMPARE(program.text("EDIT_SERIAL_MIDFIX"), "00");
-    QCOMPARE(program.text("EDIT_SERIAL_SUFFIX"), "00000");
-    QCOMPARE(program.text("EDIT_LED"), "225");
-    QCOMPARE(program.text("EDIT_EXPOSURE"), "0x1800");
-    QVERIFY(!program.enabled("BUTTON_CONNECT"));
 
-    for (int tab = 0; tab < kTabs; ++tab) {
-        program.chooseTab(tab);
-        VERIFY_BOX(program.boxOf("BUTTON_SAVE_INI"), "information: ORLA-III", "INI saved !", "OK");
-        program.answer("OK");
+    void theyAreReadAndSavedAgainByteByByte()
+    {
+        ShippedProgram program;
+        for (const Example& file : kExamples) {
+            QVERIFY2(!example(file.name).isEmpty(), file.name);
+            program.write(file.place, example(file.name));
+        }
+        QVERIFY(program.start());
+        QTRY_COMPARE(program.text("EDIT_Z_REFERENCE"), "32000");
+        QCOMPARE(program.text("LABEL_VERSION"), ORLA_VERSION);
+        QCOMPARE(program.text("EDIT_SERIAL_MIDFIX"), "00");
+        QCOMPARE(program.text("EDIT_SERIAL_SUFFIX"), "00000");
+        QCOMPARE(program.text("EDIT_LED"), "225");
+        QCOMPARE(program.text("EDIT_EXPOSURE"), "0x1800");
+        QVERIFY(!program.enabled("BUTTON_CONNECT"));
+
+        for (int tab = 0; tab < kTabs; ++tab) {
+            program.chooseTab(tab);
+            VERIFY_BOX(program.boxOf("BUTTON_SAVE_INI"), "information: ORLA-III", "INI saved !", "OK");
+            program.answer("OK");
+        }
+        QCOMPARE(program.exit(), 0);
+        QVERIFY2(!program.output().contains("[Error]"), program.output());
+        for (const Example& file : kExamples)
+            QCOMPARE(program.content(file.place), example(file.name));
     }
-    QCOMPARE(program.exit(), 0);
-    QVERIFY2(!program.output().contains("[Error]"), program.output());
-    for (const Example& file : kExamples)
-        QCOMPARE(program.content(file.place), example(file.name));
-}
+};
 
 QTEST_GUILESS_MAIN(TestExampleSettings)
 #include "test_example_settings.moc"

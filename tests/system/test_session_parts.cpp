@@ -98,468 +98,441 @@ class TestSessionParts : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
+    void init()
+    {
+        m_window = std::make_unique<PracticeWindow>();
+        m_window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+        m_operator = std::make_unique<Operator>(*m_window, QString());
+    }
 
-    void aClickOpensTheTabFirst();
-    void aDisabledWidgetDoesNotReact();
-    void aCoveredWidgetDoesNotReact();
-    void aMissingWidgetIsAProblem();
-    void typingReplacesTheText();
-    void aCheckBoxIsSetOnlyWhenItIsNot();
-    void aHeldButtonIsDownUntilReleased();
-    void aSlowClickDoesNotRepeat();
-    void anAnnouncedBoxIsAnswered();
-    void anUnexpectedBoxIsAnsweredAndIsAProblem();
-    void aBoxThatDoesNotComeIsAProblem();
-    void aWaitEndsWhenGivenUp();
-    void framesAreCounted();
-    void pictureMeasuresOfKnownPictures();
-    void sharperPicturesMeasureSharper();
-    void differencesNeedTheSameSize();
-    void darkSpotsAreFoundApart();
-    void aStepWithAProblemFails();
-    void stepsThatWereNotMadeFailTheSession();
-    void everyParameterTakesItsDefault();
-    void aWrongValueChangesNothing();
-    void everyParameterHasItsOwnPlace();
-    void everyFaultIsUnderstood();
-    void aDragMovesWithTheButtonDown();
-    void aFileDialogGetsItsName();
-    void anUnexpectedFileDialogIsCancelledAndIsAProblem();
-    void disabledControlsAreNamed();
-    void oneTableOrdersThePlans();
+    void cleanup()
+    {
+        m_operator.reset();
+        m_window.reset();
+    }
+
+    void aClickOpensTheTabFirst()
+    {
+        QSignalSpy clicked(m_window->button, &QPushButton::clicked);
+        QVERIFY(!m_window->button->isVisible());
+        QVERIFY(m_operator->click("BUTTON"));
+        QCOMPARE(clicked.count(), 1);
+        QVERIFY(m_operator->isShown("BUTTON"));
+        QVERIFY(m_operator->openTab("PAGE_ONE"));
+        QVERIFY(!m_operator->isShown("BUTTON"));
+        QCOMPARE(m_operator->takeProblems(), QString());
+    }
+
+    void aDisabledWidgetDoesNotReact()
+    {
+        QSignalSpy clicked(m_window->button, &QPushButton::clicked);
+        m_window->button->setEnabled(false);
+        QVERIFY(!m_operator->click("BUTTON"));
+        QCOMPARE(m_operator->takeProblems(), QString("BUTTON is disabled"));
+        m_window->button->setEnabled(true);
+        m_window->setEnabled(false);
+        QVERIFY(!m_operator->click("BUTTON"));
+        QVERIFY(!m_operator->windowIsEnabled());
+        QCOMPARE(clicked.count(), 0);
+    }
+
+    void aCoveredWidgetDoesNotReact()
+    {
+        QSignalSpy clicked(m_window->covered, &QPushButton::clicked);
+        QVERIFY(!m_operator->click("COVERED"));
+        QCOMPARE(m_operator->takeProblems(), QString("COVERED is covered by COVER"));
+        m_window->cover->hide();
+        QVERIFY(m_operator->click("COVERED"));
+        QCOMPARE(clicked.count(), 1);
+    }
+
+    void aMissingWidgetIsAProblem()
+    {
+        QVERIFY(!m_operator->click("NOTHING"));
+        QCOMPARE(m_operator->text("NOTHING"), QString());
+        QCOMPARE(m_operator->takeProblems(), QString("there is no NOTHING"));
+        QCOMPARE(m_operator->takeProblems(), QString());
+    }
+
+    void typingReplacesTheText()
+    {
+        QSignalSpy returned(m_window->edit, &QLineEdit::returnPressed);
+        QVERIFY(m_operator->type("EDIT", "-120"));
+        QCOMPARE(m_operator->text("EDIT"), QString("-120"));
+        QCOMPARE(returned.count(), 1);
+        QVERIFY(m_operator->type("SPIN", "640"));
+        QCOMPARE(m_window->spin->value(), 640);
+        QCOMPARE(m_operator->text("SPIN"), QString("640"));
+    }
+
+    void aCheckBoxIsSetOnlyWhenItIsNot()
+    {
+        QSignalSpy clicked(m_window->box, &QCheckBox::clicked);
+        QVERIFY(m_operator->setChecked("CHECK", true));
+        QVERIFY(m_operator->setChecked("CHECK", true));
+        QVERIFY(m_operator->isChecked("CHECK"));
+        QCOMPARE(clicked.count(), 1);
+        QVERIFY(m_operator->setChecked("CHECK", false));
+        QVERIFY(!m_window->box->isChecked());
+    }
+
+    void aHeldButtonIsDownUntilReleased()
+    {
+        bool wasDown = false;
+        QTimer::singleShot(50, this, [&] { wasDown = m_window->button->isDown(); });
+        QVERIFY(m_operator->hold("BUTTON", 200));
+        QVERIFY(wasDown);
+        QVERIFY(!m_window->button->isDown());
+    }
+
+    // A button that repeats while it is held must not do so for a machine that is busy: the finger
+    // is up again before the window turns to anything else.
+    void aSlowClickDoesNotRepeat()
+    {
+        constexpr int kRepeatDelay_ms = 1;
+        m_window->button->setAutoRepeat(true);
+        m_window->button->setAutoRepeatDelay(kRepeatDelay_ms);
+        connect(m_window->button, &QPushButton::pressed, this, [] { QTest::qSleep(20 * kRepeatDelay_ms); });
+        QSignalSpy clicked(m_window->button, &QPushButton::clicked);
+        QVERIFY(m_operator->click("BUTTON"));
+        QCOMPARE(clicked.count(), 1);
+    }
+
+    void anAnnouncedBoxIsAnswered()
+    {
+        m_operator->expectBox("Yes");
+        m_operator->click("ASKER");
+        QCOMPARE(m_window->answer, int(QMessageBox::Yes));
+        QCOMPARE(m_operator->takeProblems(), QString());
+        QCOMPARE(m_operator->boxes().size(), 1);
+        const SeenBox& box = m_operator->boxes().first();
+        QCOMPARE(box.title, QString("Title"));
+        QCOMPARE(box.text, QString("Text ?"));
+        QCOMPARE(box.buttons.size(), 2);
+        QCOMPARE(box.answer, QString("Yes"));
+    }
+
+    void anUnexpectedBoxIsAnsweredAndIsAProblem()
+    {
+        m_operator->click("ASKER");
+        QCOMPARE(m_window->answer, int(QMessageBox::No));
+        QCOMPARE(m_operator->takeProblems(), QString("unexpected box \"Title\": \"Text ?\""));
+    }
+
+    void aBoxThatDoesNotComeIsAProblem()
+    {
+        m_operator->expectBox("Yes");
+        m_operator->wait(10);
+        QCOMPARE(m_operator->takeProblems(), QString("an expected box did not come up"));
+        m_operator->click("ASKER");
+        QCOMPARE(m_window->answer, int(QMessageBox::No));
+    }
+
+    void aWaitEndsWhenGivenUp()
+    {
+        QTimer::singleShot(20, this, [this] { m_operator->giveUp(); });
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(!m_operator->waitUntil([] { return false; }, 60000, "waited in vain"));
+        QVERIFY(clock.elapsed() < 30000);
+        QCOMPARE(m_operator->takeProblems(), QString("waited in vain"));
+    }
+
+    void framesAreCounted()
+    {
+        QTimer::singleShot(10, m_window.get(), [this] {
+            for (int i = 0; i < 3; ++i)
+                emit m_window->updateFrameDone();
+        });
+        QVERIFY(m_operator->waitForFrames(3, 10000));
+        QCOMPARE(m_operator->paintedFrames(), 3);
+        QVERIFY(!m_operator->waitForFrames(1, 20));
+        QCOMPARE(m_operator->takeProblems(), QString("the live view stands still"));
+    }
+
+    void pictureMeasuresOfKnownPictures()
+    {
+        QImage even(40, 30, QImage::Format_RGB32);
+        even.fill(qRgb(80, 80, 80));
+        const PictureMeasures flat = measurePicture(even);
+        QCOMPARE(flat.brightness, 80.0);
+        QCOMPARE(flat.contrast, 0.0);
+        QCOMPARE(flat.sharpness, 0.0);
+        const PictureMeasures striped = measurePicture(stripes(64, 8));
+        QCOMPARE(striped.brightness, 125.0);
+        QCOMPARE(striped.contrast, 25.0);
+        // Seven edges, each met by two of the 62 pairs of a row.
+        QCOMPARE(striped.sharpness, 7.0 * 2.0 * 50.0 * 50.0 / 62.0);
+        QCOMPARE(measurePicture(QImage()).sharpness, 0.0);
+    }
+
+    void sharperPicturesMeasureSharper()
+    {
+        const QImage sharp = stripes(240, 12);
+        double last = measurePicture(sharp).sharpness;
+        for (const int width : {120, 60, 30}) {
+            const QImage blurred = sharp.scaled(width, 32, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+                                       .scaled(240, 32, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+            const double sharpness = measurePicture(blurred).sharpness;
+            QVERIFY(sharpness < last);
+            last = sharpness;
+        }
+    }
+
+    void differencesNeedTheSameSize()
+    {
+        QImage first(4, 4, QImage::Format_RGB32);
+        first.fill(qRgb(10, 10, 10));
+        QImage second = first;
+        QCOMPARE(pictureDifference(first, second), 0.0);
+        second.fill(qRgb(30, 30, 30));
+        QCOMPARE(pictureDifference(first, second), 20.0);
+        QCOMPARE(pictureDifference(first, QImage(4, 5, QImage::Format_RGB32)), -1.0);
+        QCOMPARE(pictureDifference(QImage(), QImage()), -1.0);
+    }
+
+    void darkSpotsAreFoundApart()
+    {
+        QImage picture(200, 100, QImage::Format_RGB32);
+        picture.fill(qRgb(180, 180, 180));
+        QCOMPARE(darkSpots(picture, 2), QVector<QPoint>());
+        picture.setPixel(40, 50, qRgb(60, 60, 60));
+        picture.setPixel(42, 50, qRgb(70, 70, 70));
+        picture.setPixel(100, 10, qRgb(150, 150, 150));
+        QCOMPARE(darkSpots(picture, 2), QVector<QPoint>({{40, 50}}));
+        picture.setPixel(150, 20, qRgb(30, 30, 30));
+        QCOMPARE(darkSpots(picture, 2), QVector<QPoint>({{150, 20}, {40, 50}}));
+        QCOMPARE(darkSpots(picture, 1), QVector<QPoint>({{150, 20}}));
+        QCOMPARE(darkSpots(QImage(), 2), QVector<QPoint>());
+    }
+
+    void aStepWithAProblemFails()
+    {
+        QString text;
+        QTextStream output(&text);
+        SessionRunner runner(*m_operator,
+                             {{"good", "", false,
+                               [] {
+                                   return StepResult{true, "seen", "truth"};
+                               }},
+                              {"bad", "", false,
+                               [] {
+                                   return StepResult{false, "seen", {}};
+                               }},
+                              {"hard", "", true,
+                               [this] {
+                                   m_operator->noteProblem("stuck");
+                                   return StepResult{true, {}, {}};
+                               }}},
+                             output);
+        runner.runInEventLoop();
+        QCOMPARE(runner.reports().size(), std::size_t(2));
+        runner.runAfterEventLoop();
+        QCOMPARE(runner.exitStatus(), 1);
+        QVERIFY(runner.reports()[0].holds());
+        QVERIFY(!runner.reports()[1].holds());
+        QCOMPARE(runner.reports()[2].problems, QString("stuck"));
+        QVERIFY(!runner.reports()[2].holds());
+        const QStringList lines = text.split('\n');
+        QVERIFY(lines[0].contains("ok     good") && lines[0].contains("seen | true: truth"));
+        QVERIFY(lines[1].contains("FAILED bad"));
+        QVERIFY(lines[2].contains("FAILED hard") && lines[2].contains("problems: stuck"));
+        QCOMPARE(lines[3], QString("1 of 3 steps as they should be"));
+    }
+
+    void stepsThatWereNotMadeFailTheSession()
+    {
+        QString text;
+        QTextStream output(&text);
+        const auto fine = [] { return StepResult{true, {}, {}}; };
+        SessionRunner whole(*m_operator, {{"one", "", false, fine}, {"two", "", false, fine}}, output);
+        whole.runInEventLoop();
+        QCOMPARE(whole.exitStatus(), 0);
+        std::vector<StepReport> duringStep;
+        SessionRunner stopped(*m_operator,
+                              {{"one", "", false,
+                                [&] {
+                                    // What asks from another thread sees it already.
+                                    duringStep = stopped.reports();
+                                    m_operator->giveUp();
+                                    return fine();
+                                }},
+                               {"two", "", false, fine}},
+                              output);
+        stopped.runInEventLoop();
+        stopped.runAfterEventLoop();
+        QCOMPARE(stopped.reports().size(), std::size_t(1));
+        QVERIFY(stopped.reports()[0].interrupted);
+        QVERIFY(!stopped.reports()[0].holds());
+        QCOMPARE(stopped.stepNames(), QStringList({"one", "two"}));
+        QCOMPARE(duringStep.size(), std::size_t(1));
+        QVERIFY(duringStep[0].interrupted && duringStep[0].name == "one");
+        QVERIFY(text.endsWith("stopped in step one\n0 of 2 steps as they should be\n"));
+        QCOMPARE(stopped.exitStatus(), 1);
+    }
+
+    void everyParameterTakesItsDefault()
+    {
+        InstrumentParameters parameters;
+        for (const InstrumentParameter& parameter : instrumentParameters()) {
+            const std::string value = parameterValue(parameter, parameters);
+            if (value == "from the seed")
+                continue;
+            QCOMPARE(setParameter(parameters, std::string(parameter.name) + "=" + value), std::string());
+            QCOMPARE(parameterValue(parameter, parameters), value);
+            QVERIFY(*parameter.text != '\0');
+        }
+    }
+
+    void aWrongValueChangesNothing()
+    {
+        InstrumentParameters parameters;
+        for (const InstrumentParameter& parameter : instrumentParameters()) {
+            const std::string before = parameterValue(parameter, parameters);
+            const std::string sentence = setParameter(parameters, std::string(parameter.name) + "=$nonsense");
+            QVERIFY2(sentence.find(parameter.name) != std::string::npos, parameter.name);
+            QCOMPARE(parameterValue(parameter, parameters), before);
+        }
+        QVERIFY(!setParameter(parameters, "target-dots=1,2,3").empty());
+        QVERIFY(!setParameter(parameters, "target-dots=1,2,3,4,").empty());
+        QVERIFY(!setParameter(parameters, "target-dots=1,2,3,2593").empty());
+        QVERIFY(!setParameter(parameters, "led-on=yes").empty());
+        QVERIFY(!setParameter(parameters, "dust=1.5").empty());
+        QVERIFY(!setParameter(parameters, "noise=nan").empty());
+    }
+
+    void everyParameterHasItsOwnPlace()
+    {
+        for (const InstrumentParameter& changed : instrumentParameters()) {
+            InstrumentParameters plain;
+            InstrumentParameters parameters;
+            const std::string before = parameterValue(changed, plain);
+            const std::string other = before == "on"    ? "off"
+                                      : before == "off" ? "on"
+                                      : std::string(changed.name) == "target-dots"
+                                          ? "1,2,3,4"
+                                          : QString::number(changed.most, 'f', 0).toStdString();
+            QCOMPARE(setParameter(parameters, std::string(changed.name) + "=" + other), std::string());
+            for (const InstrumentParameter& each : instrumentParameters())
+                QCOMPARE(parameterValue(each, parameters) != parameterValue(each, plain),
+                         std::string(each.name) == changed.name && other != before);
+        }
+    }
+
+    void everyFaultIsUnderstood()
+    {
+        for (const InstrumentFaultText& fault : instrumentFaultTexts()) {
+            InstrumentFaults faults;
+            const std::string text = fault.name == "ioctl" ? "ioctl:VIDIOC_QBUF:EBUSY:2" : fault.name;
+            QCOMPARE(addFault(faults, text), std::string());
+            QVERIFY(!fault.text.empty());
+        }
+        InstrumentFaults faults;
+        QCOMPARE(addFault(faults, "late:MVP:3"), std::string());
+        QCOMPARE(faults.line.size(), std::size_t(1));
+        QCOMPARE(faults.line[0].command, std::string("MVP"));
+        QCOMPARE(faults.line[0].nth, 3);
+        QVERIFY(!addFault(faults, "late:MVP:0").empty());
+        QVERIFY(!addFault(faults, "no-power:1").empty());
+        QVERIFY(!addFault(faults, "").empty());
+        QCOMPARE(faults.line.size(), std::size_t(1));
+        QVERIFY(!faults.noBoardPower);
+    }
+
+    void aDragMovesWithTheButtonDown()
+    {
+        auto* field = new QWidget(m_window.get());
+        field->setObjectName("FIELD");
+        field->setGeometry(0, 200, 300, 200);
+        field->show();
+        QVERIFY(m_operator->dragOn("FIELD", {50, 60}, {90, 30}));
+        QVERIFY(m_window->dragged.size() > 2);
+        QCOMPARE(m_window->dragged.first(), QPoint(50, 260));
+        QCOMPARE(m_window->dragged.last(), QPoint(140, 290));
+        QVERIFY(m_operator->dragOn("FIELD", {20, 20}));
+        QCOMPARE(m_window->dragged, QVector<QPoint>({{20, 220}, {20, 220}}));
+        QCOMPARE(m_operator->takeProblems(), QString());
+        // Only where it is covered itself, wherever its middle lies.
+        m_window->cover->setGeometry(0, 200, 30, 30);
+        m_window->cover->raise();
+        QVERIFY(!m_operator->dragOn("FIELD", {20, 20}, {90, 30}));
+        QCOMPARE(m_operator->takeProblems(), QString("FIELD is covered by COVER"));
+    }
+
+    void aFileDialogGetsItsName()
+    {
+        QTemporaryDir directory;
+        QTimer::singleShot(0, m_window.get(), [&] {
+            m_window->fileName =
+                QFileDialog::getSaveFileName(m_window.get(), "Save", directory.path(), "Text (*.txt)");
+        });
+        m_operator->expectFileDialog("note");
+        QVERIFY(m_operator->waitUntil([this] { return !m_window->fileName.isEmpty(); }, 20000));
+        QCOMPARE(m_window->fileName, directory.filePath("note"));
+        QCOMPARE(m_operator->boxes().size(), 1);
+        QCOMPARE(m_operator->boxes().first().answer, QString("note"));
+        QCOMPARE(m_operator->takeProblems(), QString());
+    }
+
+    void anUnexpectedFileDialogIsCancelledAndIsAProblem()
+    {
+        bool closed = false;
+        QTimer::singleShot(
+            0, m_window.get(),
+            [&] {
+                m_window->fileName = QFileDialog::getSaveFileName(m_window.get(), "Save", QDir::tempPath());
+                closed = true;
+            });
+        QVERIFY(m_operator->waitUntil([&] { return closed; }, 20000));
+        QCOMPARE(m_window->fileName, QString());
+        QVERIFY(m_operator->takeProblems().startsWith("unexpected box \"Save\""));
+        m_operator->expectFileDialog("never");
+        QCOMPARE(m_operator->takeProblems(), QString("an expected box did not come up"));
+    }
+
+    void disabledControlsAreNamed()
+    {
+        QCOMPARE(m_operator->disabledControls(), QStringList());
+        m_window->button->setEnabled(false);
+        QCOMPARE(m_operator->disabledControls(), QStringList("BUTTON"));
+        m_window->setEnabled(false);
+        QCOMPARE(m_operator->disabledControls(), QStringList("the whole window"));
+    }
+
+    void oneTableOrdersThePlans()
+    {
+        InstrumentParameters parameters;
+        parameters.instant = true;
+        SimulatedInstrument instrument(parameters);
+        QCOMPARE(instrument.error(), QString());
+        SessionContext context(*m_operator, instrument);
+        const std::map<SessionPlan, int> sizes{{SessionPlan::Day, 40}, {SessionPlan::Calibration, 11}};
+        for (const auto& [plan, size] : sizes) {
+            QStringList names;
+            for (const SessionStep& step : sessionSteps(context, plan)) {
+                names.append(step.name);
+                QVERIFY(*step.text != '\0');
+                QCOMPARE(step.afterEventLoop, names.last() == "ended" || names.last() == "parked");
+            }
+            QCOMPARE(names.size(), size);
+            QCOMPARE(names, sessionStepNames(plan));
+            QCOMPARE(names.removeDuplicates(), 0);
+            QCOMPARE(sessionSteps(context, plan, {"exit", "window"}).size(), std::size_t(2));
+            QCOMPARE(QString(sessionSteps(context, plan, {"exit", "window"})[0].name), QString("window"));
+        }
+        // A plan leaves steps out, and never makes them in another order.
+        QStringList day = sessionStepNames(SessionPlan::Day);
+        for (const QString& name : sessionStepNames(SessionPlan::Day))
+            if (!sessionStepNames(SessionPlan::Calibration).contains(name))
+                day.removeAll(name);
+        QCOMPARE(day, sessionStepNames(SessionPlan::Calibration));
+    }
 
 private:
     std::unique_ptr<PracticeWindow> m_window;
     std::unique_ptr<Operator> m_operator;
 };
-
-void TestSessionParts::init()
-{
-    m_window = std::make_unique<PracticeWindow>();
-    m_window->show();
-    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
-    m_operator = std::make_unique<Operator>(*m_window, QString());
-}
-
-void TestSessionParts::cleanup()
-{
-    m_operator.reset();
-    m_window.reset();
-}
-
-void TestSessionParts::aClickOpensTheTabFirst()
-{
-    QSignalSpy clicked(m_window->button, &QPushButton::clicked);
-    QVERIFY(!m_window->button->isVisible());
-    QVERIFY(m_operator->click("BUTTON"));
-    QCOMPARE(clicked.count(), 1);
-    QVERIFY(m_operator->isShown("BUTTON"));
-    QVERIFY(m_operator->openTab("PAGE_ONE"));
-    QVERIFY(!m_operator->isShown("BUTTON"));
-    QCOMPARE(m_operator->takeProblems(), QString());
-}
-
-void TestSessionParts::aDisabledWidgetDoesNotReact()
-{
-    QSignalSpy clicked(m_window->button, &QPushButton::clicked);
-    m_window->button->setEnabled(false);
-    QVERIFY(!m_operator->click("BUTTON"));
-    QCOMPARE(m_operator->takeProblems(), QString("BUTTON is disabled"));
-    m_window->button->setEnabled(true);
-    m_window->setEnabled(false);
-    QVERIFY(!m_operator->click("BUTTON"));
-    QVERIFY(!m_operator->windowIsEnabled());
-    QCOMPARE(clicked.count(), 0);
-}
-
-void TestSessionParts::aCoveredWidgetDoesNotReact()
-{
-    QSignalSpy clicked(m_window->covered, &QPushButton::clicked);
-    QVERIFY(!m_operator->click("COVERED"));
-    QCOMPARE(m_operator->takeProblems(), QString("COVERED is covered by COVER"));
-    m_window->cover->hide();
-    QVERIFY(m_operator->click("COVERED"));
-    QCOMPARE(clicked.count(), 1);
-}
-
-void TestSessionParts::aMissingWidgetIsAProblem()
-{
-    QVERIFY(!m_operator->click("NOTHING"));
-    QCOMPARE(m_operator->text("NOTHING"), QString());
-    QCOMPARE(m_operator->takeProblems(), QString("there is no NOTHING"));
-    QCOMPARE(m_operator->takeProblems(), QString());
-}
-
-void TestSessionParts::typingReplacesTheText()
-{
-    QSignalSpy returned(m_window->edit, &QLineEdit::returnPressed);
-    QVERIFY(m_operator->type("EDIT", "-120"));
-    QCOMPARE(m_operator->text("EDIT"), QString("-120"));
-    QCOMPARE(returned.count(), 1);
-    QVERIFY(m_operator->type("SPIN", "640"));
-    QCOMPARE(m_window->spin->value(), 640);
-    QCOMPARE(m_operator->text("SPIN"), QString("640"));
-}
-
-void TestSessionParts::aCheckBoxIsSetOnlyWhenItIsNot()
-{
-    QSignalSpy clicked(m_window->box, &QCheckBox::clicked);
-    QVERIFY(m_operator->setChecked("CHECK", true));
-    QVERIFY(m_operator->setChecked("CHECK", true));
-    QVERIFY(m_operator->isChecked("CHECK"));
-    QCOMPARE(clicked.count(), 1);
-    QVERIFY(m_operator->setChecked("CHECK", false));
-    QVERIFY(!m_window->box->isChecked());
-}
-
-void TestSessionParts::aHeldButtonIsDownUntilReleased()
-{
-    bool wasDown = false;
-    QTimer::singleShot(50, this, [&] { wasDown = m_window->button->isDown(); });
-    QVERIFY(m_operator->hold("BUTTON", 200));
-    QVERIFY(wasDown);
-    QVERIFY(!m_window->button->isDown());
-}
-
-// A button that repeats while it is held must not do so for a machine that is busy: the finger
-// is up again before the window turns to anything else.
-void TestSessionParts::aSlowClickDoesNotRepeat()
-{
-    constexpr int kRepeatDelay_ms = 1;
-    m_window->button->setAutoRepeat(true);
-    m_window->button->setAutoRepeatDelay(kRepeatDelay_ms);
-    connect(m_window->button, &QPushButton::pressed, this, [] { QTest::qSleep(20 * kRepeatDelay_ms); });
-    QSignalSpy clicked(m_window->button, &QPushButton::clicked);
-    QVERIFY(m_operator->click("BUTTON"));
-    QCOMPARE(clicked.count(), 1);
-}
-
-void TestSessionParts::anAnnouncedBoxIsAnswered()
-{
-    m_operator->expectBox("Yes");
-    m_operator->click("ASKER");
-    QCOMPARE(m_window->answer, int(QMessageBox::Yes));
-    QCOMPARE(m_operator->takeProblems(), QString());
-    QCOMPARE(m_operator->boxes().size(), 1);
-    const SeenBox& box = m_operator->boxes().first();
-    QCOMPARE(box.title, QString("Title"));
-    QCOMPARE(box.text, QString("Text ?"));
-    QCOMPARE(box.buttons.size(), 2);
-    QCOMPARE(box.answer, QString("Yes"));
-}
-
-void TestSessionParts::anUnexpectedBoxIsAnsweredAndIsAProblem()
-{
-    m_operator->click("ASKER");
-    QCOMPARE(m_window->answer, int(QMessageBox::No));
-    QCOMPARE(m_operator->takeProblems(), QString("unexpected box \"Title\": \"Text ?\""));
-}
-
-void TestSessionParts::aBoxThatDoesNotComeIsAProblem()
-{
-    m_operator->expectBox("Yes");
-    m_operator->wait(10);
-    QCOMPARE(m_operator->takeProblems(), QString("an expected box did not come up"));
-    m_operator->click("ASKER");
-    QCOMPARE(m_window->answer, int(QMessageBox::No));
-}
-
-void TestSessionParts::aWaitEndsWhenGivenUp()
-{
-    QTimer::singleShot(20, this, [this] { m_operator->giveUp(); });
-    QElapsedTimer clock;
-    clock.start();
-    QVERIFY(!m_operator->waitUntil([] { return false; }, 60000, "waited in vain"));
-    QVERIFY(clock.elapsed() < 30000);
-    QCOMPARE(m_operator->takeProblems(), QString("waited in vain"));
-}
-
-void TestSessionParts::framesAreCounted()
-{
-    QTimer::singleShot(10, m_window.get(), [this] {
-        for (int i = 0; i < 3; ++i)
-            emit m_window->updateFrameDone();
-    });
-    QVERIFY(m_operator->waitForFrames(3, 10000));
-    QCOMPARE(m_operator->paintedFrames(), 3);
-    QVERIFY(!m_operator->waitForFrames(1, 20));
-    QCOMPARE(m_operator->takeProblems(), QString("the live view stands still"));
-}
-
-void TestSessionParts::pictureMeasuresOfKnownPictures()
-{
-    QImage even(40, 30, QImage::Format_RGB32);
-    even.fill(qRgb(80, 80, 80));
-    const PictureMeasures flat = measurePicture(even);
-    QCOMPARE(flat.brightness, 80.0);
-    QCOMPARE(flat.contrast, 0.0);
-    QCOMPARE(flat.sharpness, 0.0);
-    const PictureMeasures striped = measurePicture(stripes(64, 8));
-    QCOMPARE(striped.brightness, 125.0);
-    QCOMPARE(striped.contrast, 25.0);
-    // Seven edges, each met by two of the 62 pairs of a row.
-    QCOMPARE(striped.sharpness, 7.0 * 2.0 * 50.0 * 50.0 / 62.0);
-    QCOMPARE(measurePicture(QImage()).sharpness, 0.0);
-}
-
-void TestSessionParts::sharperPicturesMeasureSharper()
-{
-    const QImage sharp = stripes(240, 12);
-    double last = measurePicture(sharp).sharpness;
-    for (const int width : {120, 60, 30}) {
-        const QImage blurred = sharp.scaled(width, 32, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
-                                   .scaled(240, 32, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-        const double sharpness = measurePicture(blurred).sharpness;
-        QVERIFY(sharpness < last);
-        last = sharpness;
-    }
-}
-
-void TestSessionParts::differencesNeedTheSameSize()
-{
-    QImage first(4, 4, QImage::Format_RGB32);
-    first.fill(qRgb(10, 10, 10));
-    QImage second = first;
-    QCOMPARE(pictureDifference(first, second), 0.0);
-    second.fill(qRgb(30, 30, 30));
-    QCOMPARE(pictureDifference(first, second), 20.0);
-    QCOMPARE(pictureDifference(first, QImage(4, 5, QImage::Format_RGB32)), -1.0);
-    QCOMPARE(pictureDifference(QImage(), QImage()), -1.0);
-}
-
-void TestSessionParts::darkSpotsAreFoundApart()
-{
-    QImage picture(200, 100, QImage::Format_RGB32);
-    picture.fill(qRgb(180, 180, 180));
-    QCOMPARE(darkSpots(picture, 2), QVector<QPoint>());
-    picture.setPixel(40, 50, qRgb(60, 60, 60));
-    picture.setPixel(42, 50, qRgb(70, 70, 70));
-    picture.setPixel(100, 10, qRgb(150, 150, 150));
-    QCOMPARE(darkSpots(picture, 2), QVector<QPoint>({{40, 50}}));
-    picture.setPixel(150, 20, qRgb(30, 30, 30));
-    QCOMPARE(darkSpots(picture, 2), QVector<QPoint>({{150, 20}, {40, 50}}));
-    QCOMPARE(darkSpots(picture, 1), QVector<QPoint>({{150, 20}}));
-    QCOMPARE(darkSpots(QImage(), 2), QVector<QPoint>());
-}
-
-void TestSessionParts::aStepWithAProblemFails()
-{
-    QString text;
-    QTextStream output(&text);
-    SessionRunner runner(*m_operator,
-                         {{"good", "", false,
-                           [] {
-                               return StepResult{true, "seen", "truth"};
-                           }},
-                          {"bad", "", false,
-                           [] {
-                               return StepResult{false, "seen", {}};
-                           }},
-                          {"hard", "", true,
-                           [this] {
-                               m_operator->noteProblem("stuck");
-                               return StepResult{true, {}, {}};
-                           }}},
-                         output);
-    runner.runInEventLoop();
-    QCOMPARE(runner.reports().size(), std::size_t(2));
-    runner.runAfterEventLoop();
-    QCOMPARE(runner.exitStatus(), 1);
-    QVERIFY(runner.reports()[0].holds());
-    QVERIFY(!runner.reports()[1].holds());
-    QCOMPARE(runner.reports()[2].problems, QString("stuck"));
-    QVERIFY(!runner.reports()[2].holds());
-    const QStringList lines = text.split('\n');
-    QVERIFY(lines[0].contains("ok     good") && lines[0].contains("seen | true: truth"));
-    QVERIFY(lines[1].contains("FAILED bad"));
-    QVERIFY(lines[2].contains("FAILED hard") && lines[2].contains("problems: stuck"));
-    QCOMPARE(lines[3], QString("1 of 3 steps as they should be"));
-}
-
-void TestSessionParts::stepsThatWereNotMadeFailTheSession()
-{
-    QString text;
-    QTextStream output(&text);
-    const auto fine = [] { return StepResult{true, {}, {}}; };
-    SessionRunner whole(*m_operator, {{"one", "", false, fine}, {"two", "", false, fine}}, output);
-    whole.runInEventLoop();
-    QCOMPARE(whole.exitStatus(), 0);
-    std::vector<StepReport> duringStep;
-    SessionRunner stopped(*m_operator,
-                          {{"one", "", false,
-                            [&] {
-                                // What asks from another thread sees it already.
-                                duringStep = stopped.reports();
-                                m_operator->giveUp();
-                                return fine();
-                            }},
-                           {"two", "", false, fine}},
-                          output);
-    stopped.runInEventLoop();
-    stopped.runAfterEventLoop();
-    QCOMPARE(stopped.reports().size(), std::size_t(1));
-    QVERIFY(stopped.reports()[0].interrupted);
-    QVERIFY(!stopped.reports()[0].holds());
-    QCOMPARE(stopped.stepNames(), QStringList({"one", "two"}));
-    QCOMPARE(duringStep.size(), std::size_t(1));
-    QVERIFY(duringStep[0].interrupted && duringStep[0].name == "one");
-    QVERIFY(text.endsWith("stopped in step one\n0 of 2 steps as they should be\n"));
-    QCOMPARE(stopped.exitStatus(), 1);
-}
-
-void TestSessionParts::everyParameterTakesItsDefault()
-{
-    InstrumentParameters parameters;
-    for (const InstrumentParameter& parameter : instrumentParameters()) {
-        const std::string value = parameterValue(parameter, parameters);
-        if (value == "from the seed")
-            continue;
-        QCOMPARE(setParameter(parameters, std::string(parameter.name) + "=" + value), std::string());
-        QCOMPARE(parameterValue(parameter, parameters), value);
-        QVERIFY(*parameter.text != '\0');
-    }
-}
-
-void TestSessionParts::aWrongValueChangesNothing()
-{
-    InstrumentParameters parameters;
-    for (const InstrumentParameter& parameter : instrumentParameters()) {
-        const std::string before = parameterValue(parameter, parameters);
-        const std::string sentence = setParameter(parameters, std::string(parameter.name) + "=$nonsense");
-        QVERIFY2(sentence.find(parameter.name) != std::string::npos, parameter.name);
-        QCOMPARE(parameterValue(parameter, parameters), before);
-    }
-    QVERIFY(!setParameter(parameters, "target-dots=1,2,3").empty());
-    QVERIFY(!setParameter(parameters, "target-dots=1,2,3,4,").empty());
-    QVERIFY(!setParameter(parameters, "target-dots=1,2,3,2593").empty());
-    QVERIFY(!setParameter(parameters, "led-on=yes").empty());
-    QVERIFY(!setParameter(parameters, "dust=1.5").empty());
-    QVERIFY(!setParameter(parameters, "noise=nan").empty());
-}
-
-void TestSessionParts::everyParameterHasItsOwnPlace()
-{
-    for (const InstrumentParameter& changed : instrumentParameters()) {
-        InstrumentParameters plain;
-        InstrumentParameters parameters;
-        const std::string before = parameterValue(changed, plain);
-        const std::string other = before == "on"    ? "off"
-                                  : before == "off" ? "on"
-                                  : std::string(changed.name) == "target-dots"
-                                      ? "1,2,3,4"
-                                      : QString::number(changed.most, 'f', 0).toStdString();
-        QCOMPARE(setParameter(parameters, std::string(changed.name) + "=" + other), std::string());
-        for (const InstrumentParameter& each : instrumentParameters())
-            QCOMPARE(parameterValue(each, parameters) != parameterValue(each, plain),
-                     std::string(each.name) == changed.name && other != before);
-    }
-}
-
-void TestSessionParts::everyFaultIsUnderstood()
-{
-    for (const InstrumentFaultText& fault : instrumentFaultTexts()) {
-        InstrumentFaults faults;
-        const std::string text = fault.name == "ioctl" ? "ioctl:VIDIOC_QBUF:EBUSY:2" : fault.name;
-        QCOMPARE(addFault(faults, text), std::string());
-        QVERIFY(!fault.text.empty());
-    }
-    InstrumentFaults faults;
-    QCOMPARE(addFault(faults, "late:MVP:3"), std::string());
-    QCOMPARE(faults.line.size(), std::size_t(1));
-    QCOMPARE(faults.line[0].command, std::string("MVP"));
-    QCOMPARE(faults.line[0].nth, 3);
-    QVERIFY(!addFault(faults, "late:MVP:0").empty());
-    QVERIFY(!addFault(faults, "no-power:1").empty());
-    QVERIFY(!addFault(faults, "").empty());
-    QCOMPARE(faults.line.size(), std::size_t(1));
-    QVERIFY(!faults.noBoardPower);
-}
-
-void TestSessionParts::aDragMovesWithTheButtonDown()
-{
-    auto* field = new QWidget(m_window.get());
-    field->setObjectName("FIELD");
-    field->setGeometry(0, 200, 300, 200);
-    field->show();
-    QVERIFY(m_operator->dragOn("FIELD", {50, 60}, {90, 30}));
-    QVERIFY(m_window->dragged.size() > 2);
-    QCOMPARE(m_window->dragged.first(), QPoint(50, 260));
-    QCOMPARE(m_window->dragged.last(), QPoint(140, 290));
-    QVERIFY(m_operator->dragOn("FIELD", {20, 20}));
-    QCOMPARE(m_window->dragged, QVector<QPoint>({{20, 220}, {20, 220}}));
-    QCOMPARE(m_operator->takeProblems(), QString());
-}
-
-void TestSessionParts::aFileDialogGetsItsName()
-{
-    QTemporaryDir directory;
-    QTimer::singleShot(0, m_window.get(), [&] {
-        m_window->fileName =
-            QFileDialog::getSaveFileName(m_window.get(), "Save", directory.path(), "Text (*.txt)");
-    });
-    m_operator->expectFileDialog("note");
-    QVERIFY(m_operator->waitUntil([this] { return !m_window->fileName.isEmpty(); }, 20000));
-    QCOMPARE(m_window->fileName, directory.filePath("note"));
-    QCOMPARE(m_operator->boxes().size(), 1);
-    QCOMPARE(m_operator->boxes().first().answer, QString("note"));
-    QCOMPARE(m_operator->takeProblems(), QString());
-}
-
-void TestSessionParts::anUnexpectedFileDialogIsCancelledAndIsAProblem()
-{
-    bool closed = false;
-    QTimer::singleShot(
-        0, m_window.get(),
-        [&] {
-            m_window->fileName = QFileDialog::getSaveFileName(m_window.get(), "Save", QDir::tempPath());
-            closed = true;
-        });
-    QVERIFY(m_operator->waitUntil([&] { return closed; }, 20000));
-    QCOMPARE(m_window->fileName, QString());
-    QVERIFY(m_operator->takeProblems().startsWith("unexpected box \"Save\""));
-    m_operator->expectFileDialog("never");
-    QCOMPARE(m_operator->takeProblems(), QString("an expected box did not come up"));
-}
-
-void TestSessionParts::disabledControlsAreNamed()
-{
-    QCOMPARE(m_operator->disabledControls(), QStringList());
-    m_window->button->setEnabled(false);
-    QCOMPARE(m_operator->disabledControls(), QStringList("BUTTON"));
-    m_window->setEnabled(false);
-    QCOMPARE(m_operator->disabledControls(), QStringList("the whole window"));
-}
-
-void TestSessionParts::oneTableOrdersThePlans()
-{
-    InstrumentParameters parameters;
-    parameters.instant = true;
-    SimulatedInstrument instrument(parameters);
-    QCOMPARE(instrument.error(), QString());
-    SessionContext context(*m_operator, instrument);
-    const std::map<SessionPlan, int> sizes{{SessionPlan::Day, 40}, {SessionPlan::Calibration, 11}};
-    for (const auto& [plan, size] : sizes) {
-        QStringList names;
-        for (const SessionStep& step : sessionSteps(context, plan)) {
-            names.append(step.name);
-            QVERIFY(*step.text != '\0');
-            QCOMPARE(step.afterEventLoop, names.last() == "ended" || names.last() == "parked");
-        }
-        QCOMPARE(names.size(), size);
-        QCOMPARE(names, sessionStepNames(plan));
-        QCOMPARE(names.removeDuplicates(), 0);
-        QCOMPARE(sessionSteps(context, plan, {"exit", "window"}).size(), std::size_t(2));
-        QCOMPARE(QString(sessionSteps(context, plan, {"exit", "window"})[0].name), QString("window"));
-    }
-    // A plan leaves steps out, and never makes them in another order.
-    QStringList day = sessionStepNames(SessionPlan::Day);
-    for (const QString& name : sessionStepNames(SessionPlan::Day))
-        if (!sessionStepNames(SessionPlan::Calibration).contains(name))
-            day.removeAll(name);
-    QCOMPARE(day, sessionStepNames(SessionPlan::Calibration));
-}
 
 QTEST_MAIN(TestSessionParts)
 #include "test_session_parts.moc"

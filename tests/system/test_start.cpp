@@ -1,37 +1,12 @@
+#include <functional>
+
 #include <QtTest>
 
 #include <QDir>
-#include <QProcess>
 
+#include "ProgramEnd.h"
 #include "shipped/Expectations.h"
 #include "support/XServer.h"
-
-/// What both programs do before their window: questions that are answered at once, options that
-/// they do not know, screens that are missing or of another resolution.
-class TestStart : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void initTestCase();
-    void aQuestionIsAnsweredWithoutScreenAndDevices_data();
-    void aQuestionIsAnsweredWithoutScreenAndDevices();
-    void theSimulatorAnswersWithoutAScreen_data();
-    void theSimulatorAnswersWithoutAScreen();
-    void anUnknownArgumentIsRefused_data();
-    void anUnknownArgumentIsRefused();
-    void theSimulatorRefusesAnUnknownArgument_data();
-    void theSimulatorRefusesAnUnknownArgument();
-    void theOptionsOfEveryQtProgramAreTaken();
-    void withoutAScreenNoDeviceIsTouched_data();
-    void withoutAScreenNoDeviceIsTouched();
-    void withoutAScreenTheSimulatorLeavesNothing_data();
-    void withoutAScreenTheSimulatorLeavesNothing();
-    void theVersionIsLoggedOnce();
-    void theSimulatorLogsTheVersionOnce();
-    void pointsAreAsLargeOnEveryScreen();
-    void pointsAreAsLargeOnEveryScreenOfTheSimulator();
-};
 
 namespace {
 
@@ -45,32 +20,12 @@ const QString kSimulatorNameAndVersion = QStringLiteral("orla-verifier-simulator
 // A display number beyond any that a server takes.
 const Variables kNoDisplay{{"QT_QPA_PLATFORM", "xcb"}, {"DISPLAY", ":32123"}};
 
-struct Ended
-{
-    int status = -1;
-    QString output;
-    QString errors;
-};
-
 Ended runSimulator(const QStringList& arguments, const Variables& variables, const QString& folder = {})
 {
     QProcess program;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    for (auto variable = variables.cbegin(); variable != variables.cend(); ++variable)
-        environment.insert(variable.key(), variable.value());
-    program.setProcessEnvironment(environment);
     program.setWorkingDirectory(folder);
-    program.start(QStringLiteral(SIMULATOR_PROGRAM), arguments);
-    Ended ended;
-    if (!program.waitForFinished(kRunLimit_ms)) {
-        program.kill();
-        program.waitForFinished();
-    } else if (program.exitStatus() == QProcess::NormalExit) {
-        ended.status = program.exitCode();
-    }
-    ended.output = QString::fromLocal8Bit(program.readAllStandardOutput());
-    ended.errors = QString::fromLocal8Bit(program.readAllStandardError());
-    return ended;
+    startSimulator(program, arguments, variables);
+    return {program, kRunLimit_ms};
 }
 
 void questionRows()
@@ -113,199 +68,193 @@ int differentPixels(const QImage& one, const QImage& other)
 
 } // namespace
 
-void TestStart::initTestCase()
+/// What both programs do before their window: questions that are answered at once, options that
+/// they do not know, screens that are missing or of another resolution.
+class TestStart : public QObject
 {
-    if (const QString hindrance = ShippedProgram::hindrance(); !hindrance.isEmpty())
-        QSKIP(qPrintable(hindrance));
-}
+    Q_OBJECT
 
-void TestStart::aQuestionIsAnsweredWithoutScreenAndDevices_data()
-{
-    questionRows();
-}
+private slots:
+    void initTestCase()
+    {
+        if (const QString hindrance = ShippedProgram::hindrance(); !hindrance.isEmpty())
+            QSKIP(qPrintable(hindrance));
+    }
 
-void TestStart::aQuestionIsAnsweredWithoutScreenAndDevices()
-{
-    QFETCH(QString, question);
-    QFETCH(bool, asksVersion);
-    ShippedProgram program;
-    program.setVariables(kNoDisplay);
-    QElapsedTimer time;
-    time.start();
-    QCOMPARE(program.run({question}), 0);
-    QVERIFY(time.elapsed() < kAtOnce_ms);
-    if (asksVersion)
-        QCOMPARE(QString(program.output()), kNameAndVersion + '\n');
-    else
-        QVERIFY2(program.output().startsWith("Usage: orla-verifier [options]\n"), program.output());
-    QCOMPARE(program.calls(), QStringList());
-    QCOMPARE(program.commands(), QByteArray());
-    QCOMPARE(program.boardLines(), QStringList());
-}
+    void aQuestionIsAnsweredWithoutScreenAndDevices_data() { questionRows(); }
 
-void TestStart::theSimulatorAnswersWithoutAScreen_data()
-{
-    questionRows();
-}
-
-void TestStart::theSimulatorAnswersWithoutAScreen()
-{
-    QFETCH(QString, question);
-    QFETCH(bool, asksVersion);
-    QElapsedTimer time;
-    time.start();
-    const Ended ended = runSimulator({question}, kNoDisplay);
-    QCOMPARE(ended.status, 0);
-    QVERIFY(time.elapsed() < kAtOnce_ms);
-    QCOMPARE(ended.errors, QString());
-    if (asksVersion)
-        QCOMPARE(ended.output, kSimulatorNameAndVersion + '\n');
-    else
-        QVERIFY2(ended.output.startsWith("Usage: orla-verifier-simulator [options]\n"),
-                 qPrintable(ended.output));
-}
-
-void TestStart::anUnknownArgumentIsRefused_data()
-{
-    QTest::addColumn<QString>("argument");
-    for (const char* argument : {"--no-such-option", "-x", "word", "--helpme"})
-        QTest::newRow(argument) << argument;
-}
-
-void TestStart::anUnknownArgumentIsRefused()
-{
-    QFETCH(QString, argument);
-    ShippedProgram program;
-    QCOMPARE(program.run({argument}), kUsageError);
-    const QString lastLine = QString(program.output()).trimmed().section('\n', -1);
-    QCOMPARE(lastLine, "orla-verifier does not understand \"" + argument + "\"; --help lists its options.");
-    QCOMPARE(program.calls(), QStringList());
-}
-
-void TestStart::theSimulatorRefusesAnUnknownArgument_data()
-{
-    anUnknownArgumentIsRefused_data();
-}
-
-void TestStart::theSimulatorRefusesAnUnknownArgument()
-{
-    QFETCH(QString, argument);
-    const Ended ended = runSimulator({argument}, kNoDisplay);
-    QCOMPARE(ended.status, kUsageError);
-    QCOMPARE(ended.output, QString());
-    QCOMPARE(ended.errors.count('\n'), 1);
-    const QString name = QString(argument).remove(QRegularExpression("^-+"));
-    QVERIFY2(ended.errors.contains(name), qPrintable(ended.errors));
-}
-
-void TestStart::theOptionsOfEveryQtProgramAreTaken()
-{
-    ShippedProgram program;
-    program.setVariables({{"QT_QPA_PLATFORM", "nonsense"}});
-    QVERIFY2(program.start({"-platform", "offscreen"}), program.output());
-    QCOMPARE(program.exit(), 0);
-}
-
-void TestStart::withoutAScreenNoDeviceIsTouched_data()
-{
-    screenRows();
-}
-
-void TestStart::withoutAScreenNoDeviceIsTouched()
-{
-    QFETCH(Variables, screen);
-    ShippedProgram program;
-    program.setVariables(screen);
-    QCOMPARE(program.run({}), kFailure);
-    const QByteArray lastLine = program.output().trimmed().split('\n').last();
-    QVERIFY2(lastLine.startsWith("orla-verifier: no screen can be used"), program.output());
-    QCOMPARE(program.calls(), QStringList());
-    QCOMPARE(program.commands(), QByteArray());
-    QCOMPARE(program.boardLines(), QStringList());
-}
-
-void TestStart::withoutAScreenTheSimulatorLeavesNothing_data()
-{
-    screenRows();
-}
-
-void TestStart::withoutAScreenTheSimulatorLeavesNothing()
-{
-    QFETCH(Variables, screen);
-    const QTemporaryDir temporary, runtime;
-    screen["TMPDIR"] = temporary.path();
-    screen["XDG_RUNTIME_DIR"] = runtime.path(); // Qt makes one of its own otherwise
-    const Ended ended = runSimulator({"--session", "--out", temporary.filePath("out")}, screen);
-    QCOMPARE(ended.status, kFailure);
-    const QString lastLine = ended.errors.trimmed().split('\n').last();
-    QVERIFY2(lastLine.startsWith("orla-verifier-simulator: no screen can be used"), qPrintable(ended.errors));
-    QCOMPARE(QDir(temporary.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
-             QStringList());
-}
-
-void TestStart::theVersionIsLoggedOnce()
-{
-    ShippedProgram program;
-    QVERIFY(program.start());
-    QCOMPARE(program.exit(), 0);
-    const QStringList lines = QString(program.output()).split('\n');
-    QCOMPARE(lines.count(kNameAndVersion), 1);
-    QVERIFY(lines.indexOf(kNameAndVersion) < lines.indexOf(QRegularExpression(".*OV5642Camera::open.*")));
-}
-
-void TestStart::theSimulatorLogsTheVersionOnce()
-{
-    const QTemporaryDir out;
-    const Ended ended = runSimulator({"--instant", "--steps", "window,exit,ended", "--out", "."},
-                                     {{"QT_QPA_PLATFORM", "offscreen"}}, out.path());
-    QVERIFY2(ended.status == 0, qPrintable(ended.output + ended.errors));
-    QFile log(out.filePath("latest/verifier.log"));
-    QVERIFY(log.open(QIODevice::ReadOnly));
-    QCOMPARE(QString(log.readAll()).split('\n').count(kSimulatorNameAndVersion), 1);
-}
-
-void TestStart::pointsAreAsLargeOnEveryScreen()
-{
-    QImage usual;
-    for (const int resolution_dpi : {96, 144, 60}) {
-        const XServer server(800, 480, resolution_dpi);
-        if (server.display().empty())
-            QSKIP("no X server here");
+    void aQuestionIsAnsweredWithoutScreenAndDevices()
+    {
+        QFETCH(QString, question);
+        QFETCH(bool, asksVersion);
         ShippedProgram program;
-        program.setVariables(
-            {{"QT_QPA_PLATFORM", "xcb"}, {"DISPLAY", QString::fromStdString(server.display())}});
-        QVERIFY2(program.start(), program.output());
-        QTRY_COMPARE(program.text("EDIT_Z_REFERENCE"), "30000");
-        const QImage seen = controls(program.picture());
-        QCOMPARE(program.exit(), 0);
-        QVERIFY(!seen.isNull());
-        if (usual.isNull())
-            usual = seen;
-        QCOMPARE(seen.size(), usual.size());
-        QVERIFY(differentPixels(seen, usual) <= kBlinking_px);
+        program.setVariables(kNoDisplay);
+        QElapsedTimer time;
+        time.start();
+        QCOMPARE(program.run({question}), 0);
+        QVERIFY(time.elapsed() < kAtOnce_ms);
+        if (asksVersion)
+            QCOMPARE(QString(program.output()), kNameAndVersion + '\n');
+        else
+            QVERIFY2(program.output().startsWith("Usage: orla-verifier [options]\n"), program.output());
+        QCOMPARE(program.calls(), QStringList());
+        QCOMPARE(program.commands(), QByteArray());
+        QCOMPARE(program.boardLines(), QStringList());
     }
-}
 
-void TestStart::pointsAreAsLargeOnEveryScreenOfTheSimulator()
-{
-    QImage usual;
-    for (const int resolution_dpi : {96, 144, 60}) {
-        const XServer server(800, 480, resolution_dpi);
-        if (server.display().empty())
-            QSKIP("no X server here");
-        const QTemporaryDir out;
-        const Ended ended = runSimulator(
-            {"--instant", "--steps", "window,exit,ended", "--out", "."},
-            {{"QT_QPA_PLATFORM", "xcb"}, {"DISPLAY", QString::fromStdString(server.display())}}, out.path());
-        QVERIFY2(ended.status == 0, qPrintable(ended.output + ended.errors));
-        const QImage seen = controls(QImage(out.filePath("latest/01-window.png")));
-        QVERIFY(!seen.isNull());
-        if (usual.isNull())
-            usual = seen;
-        QCOMPARE(seen.size(), usual.size());
-        QVERIFY(differentPixels(seen, usual) <= kBlinking_px);
+    void theSimulatorAnswersWithoutAScreen_data() { questionRows(); }
+
+    void theSimulatorAnswersWithoutAScreen()
+    {
+        QFETCH(QString, question);
+        QFETCH(bool, asksVersion);
+        QElapsedTimer time;
+        time.start();
+        const Ended ended = runSimulator({question}, kNoDisplay);
+        QCOMPARE(ended.status, 0);
+        QVERIFY(time.elapsed() < kAtOnce_ms);
+        QCOMPARE(ended.errors, QString());
+        if (asksVersion)
+            QCOMPARE(ended.output, kSimulatorNameAndVersion + '\n');
+        else
+            QVERIFY2(ended.output.startsWith("Usage: orla-verifier-simulator [options]\n"),
+                     qPrintable(ended.output));
     }
-}
+
+    void anUnknownArgumentIsRefused_data()
+    {
+        QTest::addColumn<QString>("argument");
+        for (const char* argument : {"--no-such-option", "-x", "word", "--helpme"})
+            QTest::newRow(argument) << argument;
+    }
+
+    void anUnknownArgumentIsRefused()
+    {
+        QFETCH(QString, argument);
+        ShippedProgram program;
+        QCOMPARE(program.run({argument}), kUsageError);
+        const QString lastLine = QString(program.output()).trimmed().section('\n', -1);
+        QCOMPARE(lastLine,
+                 "orla-verifier does not understand \"" + argument + "\"; --help lists its options.");
+        QCOMPARE(program.calls(), QStringList());
+    }
+
+    void theSimulatorRefusesAnUnknownArgument_data() { anUnknownArgumentIsRefused_data(); }
+
+    void theSimulatorRefusesAnUnknownArgument()
+    {
+        QFETCH(QString, argument);
+        const Ended ended = runSimulator({argument}, kNoDisplay);
+        QCOMPARE(ended.status, kUsageError);
+        QCOMPARE(ended.output, QString());
+        QCOMPARE(ended.errors.count('\n'), 1);
+        const QString name = QString(argument).remove(QRegularExpression("^-+"));
+        QVERIFY2(ended.errors.contains(name), qPrintable(ended.errors));
+    }
+
+    void theOptionsOfEveryQtProgramAreTaken()
+    {
+        ShippedProgram program;
+        program.setVariables({{"QT_QPA_PLATFORM", "nonsense"}});
+        QVERIFY2(program.start({"-platform", "offscreen"}), program.output());
+        QCOMPARE(program.exit(), 0);
+    }
+
+    void withoutAScreenNoDeviceIsTouched_data() { screenRows(); }
+
+    void withoutAScreenNoDeviceIsTouched()
+    {
+        QFETCH(Variables, screen);
+        ShippedProgram program;
+        program.setVariables(screen);
+        QCOMPARE(program.run({}), kFailure);
+        const QByteArray lastLine = program.output().trimmed().split('\n').last();
+        QVERIFY2(lastLine.startsWith("orla-verifier: no screen can be used"), program.output());
+        QCOMPARE(program.calls(), QStringList());
+        QCOMPARE(program.commands(), QByteArray());
+        QCOMPARE(program.boardLines(), QStringList());
+    }
+
+    void withoutAScreenTheSimulatorLeavesNothing_data() { screenRows(); }
+
+    void withoutAScreenTheSimulatorLeavesNothing()
+    {
+        QFETCH(Variables, screen);
+        const QTemporaryDir temporary, runtime;
+        screen["TMPDIR"] = temporary.path();
+        screen["XDG_RUNTIME_DIR"] = runtime.path(); // Qt makes one of its own otherwise
+        const Ended ended = runSimulator({"--session", "--out", temporary.filePath("out")}, screen);
+        QCOMPARE(ended.status, kFailure);
+        const QString lastLine = ended.errors.trimmed().split('\n').last();
+        QVERIFY2(lastLine.startsWith("orla-verifier-simulator: no screen can be used"),
+                 qPrintable(ended.errors));
+        QCOMPARE(QDir(temporary.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                 QStringList());
+    }
+
+    void theVersionIsLoggedOnce()
+    {
+        ShippedProgram program;
+        QVERIFY(program.start());
+        QCOMPARE(program.exit(), 0);
+        const QStringList lines = QString(program.output()).split('\n');
+        QCOMPARE(lines.count(kNameAndVersion), 1);
+        QVERIFY(lines.indexOf(kNameAndVersion) < lines.indexOf(QRegularExpression(".*OV5642Camera::open.*")));
+    }
+
+    void theSimulatorLogsTheVersionOnce()
+    {
+        const QTemporaryDir out;
+        const Ended ended = runSimulator({"--instant", "--steps", "window,exit,ended", "--out", "."},
+                                         {{"QT_QPA_PLATFORM", "offscreen"}}, out.path());
+        QVERIFY2(ended.status == 0, qPrintable(ended.output + ended.errors));
+        QFile log(out.filePath("latest/verifier.log"));
+        QVERIFY(log.open(QIODevice::ReadOnly));
+        QCOMPARE(QString(log.readAll()).split('\n').count(kSimulatorNameAndVersion), 1);
+    }
+
+    void pointsAreAsLargeOnEveryScreen()
+    {
+        compareOnEveryScreen([](const Variables& screen) {
+            ShippedProgram program;
+            program.setVariables(screen);
+            if (!program.start() ||
+                !QTest::qWaitFor([&] { return program.text("EDIT_Z_REFERENCE") == "30000"; }))
+                return QImage();
+            const QImage seen = program.picture();
+            return program.exit() == 0 ? seen : QImage();
+        });
+    }
+
+    void pointsAreAsLargeOnEveryScreenOfTheSimulator()
+    {
+        compareOnEveryScreen([](const Variables& screen) {
+            const QTemporaryDir out;
+            const Ended ended =
+                runSimulator({"--instant", "--steps", "window,exit,ended", "--out", "."}, screen, out.path());
+            return ended.status == 0 ? QImage(out.filePath("latest/01-window.png")) : QImage();
+        });
+    }
+
+private:
+    /// Holds what a program shows on screens of several resolutions against each other.
+    static void compareOnEveryScreen(const std::function<QImage(const Variables& screen)>& pictureOn)
+    {
+        QImage usual;
+        for (const int resolution_dpi : {96, 144, 60}) {
+            const XServer server(800, 480, resolution_dpi);
+            if (server.display().empty())
+                QSKIP("no X server here");
+            const QImage seen = controls(pictureOn(
+                {{"QT_QPA_PLATFORM", "xcb"}, {"DISPLAY", QString::fromStdString(server.display())}}));
+            QVERIFY(!seen.isNull());
+            if (usual.isNull())
+                usual = seen;
+            QCOMPARE(seen.size(), usual.size());
+            QVERIFY(differentPixels(seen, usual) <= kBlinking_px);
+        }
+    }
+};
 
 QTEST_GUILESS_MAIN(TestStart)
 #include "test_start.moc"
