@@ -32,20 +32,16 @@ private slots:
     {
         QTest::addColumn<QString>("refused");
         QTest::addColumn<QString>("failure");
-        QTest::newRow("format") << "VIDIOC_S_FMT"
-                                << "VIDIOC_S_FMT";
-        QTest::newRow("buffers") << "VIDIOC_REQBUFS"
-                                 << "VIDIOC_REQBUFS";
-        QTest::newRow("query") << "VIDIOC_QUERYBUF"
-                               << "VIDIOC_QUERYBUF";
-        QTest::newRow("mapping") << "mmap"
-                                 << "mmap";
-        QTest::newRow("queueing") << "VIDIOC_QBUF"
-                                  << "VIDIOC_QBUF";
-        QTest::newRow("stream") << "VIDIOC_STREAMON"
-                                << "VIDIOC_STREAMON";
-        QTest::newRow("no device") << "open"
-                                   << "open /dev/video0";
+        const auto row = [](const char* name, const char* refused, const char* failure) {
+            QTest::newRow(name) << refused << failure;
+        };
+        row("format", "VIDIOC_S_FMT", "VIDIOC_S_FMT");
+        row("buffers", "VIDIOC_REQBUFS", "VIDIOC_REQBUFS");
+        row("query", "VIDIOC_QUERYBUF", "VIDIOC_QUERYBUF");
+        row("mapping", "mmap", "mmap");
+        row("queueing", "VIDIOC_QBUF", "VIDIOC_QBUF");
+        row("stream", "VIDIOC_STREAMON", "VIDIOC_STREAMON");
+        row("no device", "open", "open /dev/video0");
     }
 
     void theCallThatAnOpenFailedWithIsNamed()

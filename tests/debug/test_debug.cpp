@@ -18,9 +18,17 @@ namespace {
 constexpr int kMessageConsole = 0;
 constexpr int kControllerConsole = 1;
 
+/// The console of the row of data.
+int kindOfRow()
+{
+    QFETCH(int, kind);
+    return kind;
+}
+
 /// Either console behind the calls that both offer.
 struct Console
 {
+    Console() : Console(kindOfRow()) {}
     explicit Console(int kind, QWidget* parent = nullptr)
     {
         if (kind == kMessageConsole)
@@ -37,6 +45,11 @@ struct Console
         message ? message->insertPlainText(text) : controller->insertPlainText(text);
     }
     void showCursor() const { message ? message->ensureCursorVisible() : controller->ensureCursorVisible(); }
+    bool isShown() const
+    {
+        widget()->show();
+        return QTest::qWaitForWindowExposed(widget());
+    }
     QPlainTextEdit* area() const { return widget()->findChild<QPlainTextEdit*>(); }
     QPushButton* clear() const { return widget()->findChild<QPushButton*>("BUTTON_CLEAR"); }
 
@@ -155,10 +168,9 @@ private slots:
 
     void aConsoleLooksAsLaidOut()
     {
-        QFETCH(int, kind);
         QFETCH(QString, name);
         QFETCH(QString, area);
-        Console console(kind);
+        Console console;
         QWidget* widget = console.widget();
         QCOMPARE(widget->objectName(), name);
         QCOMPARE(QString(widget->metaObject()->className()), name);
@@ -181,8 +193,7 @@ private slots:
 
     void theClearButtonStaysClearOfTheScrollBar()
     {
-        QFETCH(int, kind);
-        Console console(kind);
+        Console console;
         console.insert(QString("line\n").repeated(100));
         console.widget()->show();
         QWidget* window = console.widget();
@@ -199,8 +210,7 @@ private slots:
 
     void textIsShownExactlyAsItComes()
     {
-        QFETCH(int, kind);
-        Console console(kind);
+        Console console;
         console.insert("$,STM1,POS,\r\n");
         console.insert("<b>OK</b>");
         console.insert(",1");
@@ -211,8 +221,7 @@ private slots:
 
     void clearEmptiesTheConsoleAndItGoesOn()
     {
-        QFETCH(int, kind);
-        Console console(kind);
+        Console console;
         console.insert("before\r\n");
         QTest::mouseClick(console.clear(), Qt::LeftButton);
         QCOMPARE(console.area()->toPlainText(), QString());
@@ -224,10 +233,8 @@ private slots:
 
     void theLastLineComesIntoView()
     {
-        QFETCH(int, kind);
-        Console console(kind);
-        console.widget()->show();
-        QVERIFY(QTest::qWaitForWindowExposed(console.widget()));
+        Console console;
+        QVERIFY(console.isShown());
         console.insert(QString("line\r\n").repeated(200));
         console.area()->verticalScrollBar()->setValue(0);
         QVERIFY(!console.area()->viewport()->rect().intersects(console.area()->cursorRect()));
@@ -239,11 +246,9 @@ private slots:
 
     void aTapMovesNoCursorAndMarksNothing()
     {
-        QFETCH(int, kind);
-        Console console(kind);
+        Console console;
         console.insert("first\r\nsecond\r\n");
-        console.widget()->show();
-        QVERIFY(QTest::qWaitForWindowExposed(console.widget()));
+        QVERIFY(console.isShown());
         QWidget* viewport = console.area()->viewport();
         const QPoint first = console.area()->cursorRect(QTextCursor(console.area()->document())).center();
         QTest::mouseClick(viewport, Qt::LeftButton, {}, first);
@@ -264,8 +269,7 @@ private slots:
 
     void keysChangeNoTextAndMoveNoCursor()
     {
-        QFETCH(int, kind);
-        Console console(kind);
+        Console console;
         console.insert("first\r\nsecond\r\n");
         console.widget()->show();
         QTest::keyClicks(console.area(), "abc");
@@ -283,8 +287,7 @@ private slots:
 
     void theTextGoesToTheCursorWhereverTheProgramPutsIt()
     {
-        QFETCH(int, kind);
-        Console console(kind);
+        Console console;
         console.insert("ad");
         QTextCursor cursor = console.area()->textCursor();
         cursor.setPosition(1);
@@ -298,11 +301,9 @@ private slots:
 
     void aFingerDragsTheTextLineByLine()
     {
-        QFETCH(int, kind);
-        Console console(kind);
+        Console console;
         console.insert(QString("line\r\n").repeated(500));
-        console.widget()->show();
-        QVERIFY(QTest::qWaitForWindowExposed(console.widget()));
+        QVERIFY(console.isShown());
         console.showCursor();
         QScrollBar* bar = console.area()->verticalScrollBar();
         const int end = bar->value();
@@ -320,16 +321,14 @@ private slots:
 
     void linesWithAnErrorStandOut()
     {
-        QFETCH(int, kind);
-        Console console(kind);
+        Console console;
         console.insert(formatDebugMessage({"open", "plain"}));
         console.insert(formatDebugMessage({"open", "[Error] VIDIOC_S_FMT !"}));
         console.insert(formatDebugMessage({"open", "Error without brackets"}));
         // Also where the mark comes in pieces.
         console.insert("open [Err");
         console.insert("or] late\r\n");
-        console.widget()->show();
-        QVERIFY(QTest::qWaitForWindowExposed(console.widget()));
+        QVERIFY(console.isShown());
         const QColor ground(0x1f, 0x29, 0x30);
         const QColor plain = colorOfLine(console.area(), 0);
         const QColor error = colorOfLine(console.area(), 1);
@@ -345,8 +344,7 @@ private slots:
     void aLineCostsNoMoreWhenAMillionAreHeld()
     {
         Console console(kMessageConsole);
-        console.widget()->show();
-        QVERIFY(QTest::qWaitForWindowExposed(console.widget()));
+        QVERIFY(console.isShown());
         const qint64 empty_us = timeOfThousandLines_us(console);
         console.insert(formatDebugMessage({"f", "held"}).repeated(1000000));
         const qint64 full_us = timeOfThousandLines_us(console);
@@ -361,9 +359,8 @@ private slots:
 
     void aHiddenConsoleKeepsItsText()
     {
-        QFETCH(int, kind);
         QWidget window;
-        Console console(kind, &window);
+        Console console(kindOfRow(), &window);
         console.widget()->hide();
         console.insert("kept");
         console.showCursor();

@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <functional>
 #include <memory>
 
 #include <dirent.h>
@@ -9,7 +8,6 @@
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <QDir>
@@ -21,6 +19,8 @@
 #include "media/MediaMonitor.h"
 #include "platform/InstrumentPath.h"
 #include "simulator/disk/UsbPort.h"
+#include "tests/support/FileBytes.h"
+#include "tests/support/InChild.h"
 
 namespace {
 
@@ -29,24 +29,33 @@ const UsbDisk kSecond{"sdb1", "2222-2222", UsbDiskCondition::Good};
 
 constexpr qint64 kImageSize_bytes = 1 << 20;
 
-void put(const QString& path, const QByteArray& bytes)
+void put(const char* fixedPath, const QByteArray& bytes)
 {
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), qint64(bytes.size()));
+    putBytes(instrumentPath(QString(fixedPath)), bytes);
 }
 
-// Runs work in a process of its own and returns its exit status, -1 if it crashed.
-int inChild(const std::function<int()>& work)
+/// A monitor, and the states that it has told.
+class WatchedMonitor : public MediaMonitor
 {
-    const pid_t child = ::fork();
-    if (child == 0)
-        ::_exit(work());
-    int status = 0;
-    if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status))
-        return -1;
-    return WEXITSTATUS(status);
-}
+public:
+    QList<int> states() const
+    {
+        QList<int> states;
+        for (const QList<QVariant>& arguments : m_told)
+            states.append(arguments.first().toInt());
+        return states;
+    }
+    void forgetStates() { m_told.clear(); }
+    // Delivers the directory's change at once, and lets the watcher's own follow.
+    void notify()
+    {
+        directoryChanged("unused");
+        QCoreApplication::processEvents();
+    }
+
+private:
+    QSignalSpy m_told{this, &MediaMonitor::detectSignal};
+};
 
 // What became of the disk on a loop device, as exit statuses. From kNoNamespace on: why it
 // could not be tried.
@@ -137,24 +146,18 @@ private slots:
     {
         QTest::addColumn<QString>("target");
         QTest::addColumn<QString>("device");
-        QTest::newRow("sd") << "../../sdb1"
-                            << "/dev/sdb1";
-        QTest::newRow("ub") << "../../ub0p1"
-                            << "/dev/ub0p1";
-        QTest::newRow("sd alone") << "../../sd"
-                                  << "/dev/sd";
-        QTest::newRow("absolute") << "/dev/sdz9"
-                                  << "/dev/sdz9";
-        QTest::newRow("internal memory") << "../../mmcblk0p1"
-                                         << "";
-        QTest::newRow("capital letters") << "../../SDa1"
-                                         << "";
-        QTest::newRow("other directory") << "../../mapper/sda1"
-                                         << "";
-        QTest::newRow("not below dev") << "../../../sda1"
-                                       << "";
-        QTest::newRow("shorter") << "../../s"
-                                 << "";
+        const auto row = [](const char* name, const char* target, const char* device) {
+            QTest::newRow(name) << target << device;
+        };
+        row("sd", "../../sdb1", "/dev/sdb1");
+        row("ub", "../../ub0p1", "/dev/ub0p1");
+        row("sd alone", "../../sd", "/dev/sd");
+        row("absolute", "/dev/sdz9", "/dev/sdz9");
+        row("internal memory", "../../mmcblk0p1", "");
+        row("capital letters", "../../SDa1", "");
+        row("other directory", "../../mapper/sda1", "");
+        row("not below dev", "../../../sda1", "");
+        row("shorter", "../../s", "");
     }
 
     void onlyUsbDevicesAreFound()
@@ -170,7 +173,7 @@ private slots:
 
     void whatIsNoLinkIsNoDevice()
     {
-        put(instrumentPath(QStringLiteral("/dev/disk/by-uuid/file")), "");
+        put("/dev/disk/by-uuid/file", "");
         QVERIFY(QDir().mkpath(instrumentPath(QStringLiteral("/dev/disk/by-uuid/directory"))));
         MediaMonitor monitor;
         QStringList list{"before"};
@@ -228,26 +231,26 @@ private slots:
 
     void withoutADiskNothingIsRunAtTheStart()
     {
-        MediaMonitor monitor;
+        WatchedMonitor monitor;
         QVERIFY(m_port->commands().isEmpty());
         QVERIFY(!monitor.searchUSB());
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        monitor.forgetStates();
         monitor.initialize();
-        QCOMPARE(statesOf(spy), QList<int>({1}));
+        QCOMPARE(monitor.states(), QList<int>({1}));
     }
 
     void aDiskThatIsPresentIsMountedAtTheStart()
     {
         QVERIFY(m_port->plug(kFirst));
-        MediaMonitor monitor;
+        WatchedMonitor monitor;
         QCOMPARE(m_port->commands(), QStringList({"mount /dev/sda1 /mnt"}));
         QVERIFY(monitor.searchUSB());
-        put(instrumentPath(QStringLiteral("/mnt/a.tif")), "x");
+        put("/mnt/a.tif", "x");
         QVERIFY(QFile::exists(m_port->filesOf("sda1") + "/a.tif"));
 
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        monitor.forgetStates();
         monitor.initialize();
-        QCOMPARE(statesOf(spy), QList<int>({0}));
+        QCOMPARE(monitor.states(), QList<int>({0}));
     }
 
     void ofTwoDisksTheFirstInListingOrderIsMounted()
@@ -281,7 +284,7 @@ private slots:
     {
         QFETCH(QByteArray, table);
         QFETCH(int, runs);
-        put(instrumentPath(QStringLiteral("/etc/mtab")), table);
+        put("/etc/mtab", table);
         MediaMonitor monitor;
         QStringList expected;
         for (int i = 0; i < runs; ++i)
@@ -303,10 +306,9 @@ private slots:
 
     void aDiskIsMountedWhenItIsPluggedIn()
     {
-        MediaMonitor monitor;
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        WatchedMonitor monitor;
         QVERIFY(m_port->plug(kFirst));
-        QTRY_COMPARE(statesOf(spy), QList<int>({0}));
+        QTRY_COMPARE(monitor.states(), QList<int>({0}));
         QVERIFY(monitor.searchUSB());
         // There is no disk to unmount yet; the command alone rejects that.
         QCOMPARE(m_port->commands(), QStringList({"umount", "mount /dev/sda1 /mnt"}));
@@ -315,13 +317,12 @@ private slots:
     void theOnlyDiskIsUnmountedWhenItIsPulled()
     {
         QVERIFY(m_port->plug(kFirst));
-        MediaMonitor monitor;
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        WatchedMonitor monitor;
         QVERIFY(m_port->pull("sda1"));
-        QTRY_COMPARE(statesOf(spy), QList<int>({1}));
+        QTRY_COMPARE(monitor.states(), QList<int>({1}));
         QVERIFY(!monitor.searchUSB());
         QCOMPARE(m_port->commands(), QStringList({"mount /dev/sda1 /mnt", "umount /dev/sda1"}));
-        put(instrumentPath(QStringLiteral("/mnt/on the instrument itself")), "x");
+        put("/mnt/on the instrument itself", "x");
     }
 
     void theSignalComesWhenTheCommandsHaveRun()
@@ -343,12 +344,11 @@ private slots:
     void aDiskThatComesBackIsUnmountedOnceMoreAndMounted()
     {
         QVERIFY(m_port->plug(kFirst));
-        MediaMonitor monitor;
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        WatchedMonitor monitor;
         QVERIFY(m_port->pull("sda1"));
-        QTRY_COMPARE(statesOf(spy), QList<int>({1}));
+        QTRY_COMPARE(monitor.states(), QList<int>({1}));
         QVERIFY(m_port->plug(kFirst));
-        QTRY_COMPARE(statesOf(spy), QList<int>({1, 0}));
+        QTRY_COMPARE(monitor.states(), QList<int>({1, 0}));
         // The name of the disk that was mounted last is kept.
         QCOMPARE(m_port->commands(), QStringList({"mount /dev/sda1 /mnt", "umount /dev/sda1",
                                                   "umount /dev/sda1", "mount /dev/sda1 /mnt"}));
@@ -358,35 +358,34 @@ private slots:
     void aDiskThatWasUnmountedCountsAsNewAtTheNextChange()
     {
         QVERIFY(m_port->plug(kFirst));
-        MediaMonitor monitor;
+        WatchedMonitor monitor;
         monitor.unmount("/dev/sda1");
         const int before = m_port->commands().size();
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        monitor.forgetStates();
         monitor.directoryChanged("unused");
-        QCOMPARE(statesOf(spy), QList<int>({0}));
+        QCOMPARE(monitor.states(), QList<int>({0}));
         QCOMPARE(m_port->commands().mid(before), QStringList({"umount /dev/sda1", "mount /dev/sda1 /mnt"}));
     }
 
     void aDeviceMountedByNameCountsAsPresentUntilTheNextSearch()
     {
-        MediaMonitor monitor;
+        WatchedMonitor monitor;
         monitor.mount("/dev/sdx1", "/mnt");
         link("A", "../../sda1");
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        monitor.forgetStates();
         monitor.directoryChanged("unused");
         // One device before, one now: nothing is mounted.
-        QVERIFY(spy.isEmpty());
+        QVERIFY(monitor.states().isEmpty());
         QCOMPARE(m_port->commands(), QStringList({"mount /dev/sdx1 /mnt", "umount /dev/sdx1"}));
     }
 
     void aSecondDiskBesideTheMountedOneChangesNothing()
     {
         QVERIFY(m_port->plug(kFirst));
-        MediaMonitor monitor;
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        WatchedMonitor monitor;
         QVERIFY(m_port->plug(kSecond));
-        notify(monitor);
-        QVERIFY(spy.isEmpty());
+        monitor.notify();
+        QVERIFY(monitor.states().isEmpty());
         QVERIFY(monitor.checkMountedUSB("/dev/sda1"));
         QCOMPARE(m_port->commands(), QStringList({"mount /dev/sda1 /mnt"}));
     }
@@ -394,12 +393,12 @@ private slots:
     void whenOneOfTwoIsPulledTheOtherIsMounted()
     {
         QVERIFY(m_port->plug(kFirst));
-        MediaMonitor monitor;
+        WatchedMonitor monitor;
         QVERIFY(m_port->plug(kSecond));
-        notify(monitor);
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        monitor.notify();
+        monitor.forgetStates();
         QVERIFY(m_port->pull("sda1"));
-        QTRY_COMPARE(statesOf(spy), QList<int>({0}));
+        QTRY_COMPARE(monitor.states(), QList<int>({0}));
         QCOMPARE(m_port->commands(),
                  QStringList({"mount /dev/sda1 /mnt", "umount /dev/sda1", "mount /dev/sdb1 /mnt"}));
         QVERIFY(monitor.searchUSB());
@@ -409,13 +408,12 @@ private slots:
     void asManyDisksAsBeforeAreLeftAlone()
     {
         QVERIFY(m_port->plug(kFirst));
-        MediaMonitor monitor;
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        WatchedMonitor monitor;
         // Swapped so quickly that the monitor sees only the result.
         QVERIFY(m_port->pull("sda1"));
         QVERIFY(m_port->plug(kSecond));
-        notify(monitor);
-        QVERIFY(spy.isEmpty());
+        monitor.notify();
+        QVERIFY(monitor.states().isEmpty());
         QCOMPARE(m_port->commands().mid(0, 2), QStringList({"mount /dev/sda1 /mnt", "umount /dev/sda1"}));
         QCOMPARE(m_port->commands().filter("sdb1"), QStringList());
         QVERIFY(!monitor.searchUSB());
@@ -425,42 +423,40 @@ private slots:
     void aDirectoryThatComesWithTheDiskIsWatchedAndItsDiskMounted()
     {
         removeLinkDirectory();
-        MediaMonitor monitor;
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        WatchedMonitor monitor;
         monitor.keepWatching();
         QVERIFY2(m_port->commands().isEmpty(), "nothing has come");
         makeLinkDirectory();
         QVERIFY(m_port->plug(kFirst));
         monitor.keepWatching();
-        QCOMPARE(statesOf(spy), QList<int>({0}));
+        QCOMPARE(monitor.states(), QList<int>({0}));
         QCOMPARE(m_port->commands(), QStringList({"umount", "mount /dev/sda1 /mnt"}));
         QVERIFY(monitor.searchUSB());
 
         // From now on the directory tells by itself.
         QVERIFY(m_port->pull("sda1"));
-        QTRY_COMPARE(statesOf(spy), QList<int>({0, 1}));
+        QTRY_COMPARE(monitor.states(), QList<int>({0, 1}));
         QVERIFY(m_port->plug(kSecond));
-        QTRY_COMPARE(statesOf(spy), QList<int>({0, 1, 0}));
+        QTRY_COMPARE(monitor.states(), QList<int>({0, 1, 0}));
         QVERIFY(monitor.searchUSB());
     }
 
     void aDirectoryThatGoesWithTheDiskIsWatchedAgainWhenItComesBack()
     {
         QVERIFY(m_port->plug(kFirst));
-        MediaMonitor monitor;
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        WatchedMonitor monitor;
         for (int times = 1; times <= 3; ++times) {
-            spy.clear();
+            monitor.forgetStates();
             QVERIFY(m_port->pull("sda1"));
             removeLinkDirectory();
-            QTRY_COMPARE(statesOf(spy), QList<int>({1}));
+            QTRY_COMPARE(monitor.states(), QList<int>({1}));
             QCoreApplication::processEvents();
             monitor.keepWatching();
             QVERIFY(!monitor.searchUSB());
             makeLinkDirectory();
             QVERIFY(m_port->plug(kFirst));
             monitor.keepWatching();
-            QCOMPARE(statesOf(spy), QList<int>({1, 0}));
+            QCOMPARE(monitor.states(), QList<int>({1, 0}));
             QVERIFY(monitor.searchUSB());
         }
     }
@@ -468,36 +464,34 @@ private slots:
     void aDirectoryThatComesEmptyIsWatched()
     {
         removeLinkDirectory();
-        MediaMonitor monitor;
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        WatchedMonitor monitor;
         makeLinkDirectory();
         monitor.keepWatching();
         QVERIFY(m_port->commands().isEmpty());
         QVERIFY(m_port->plug(kFirst));
-        QTRY_COMPARE(statesOf(spy), QList<int>({0}));
+        QTRY_COMPARE(monitor.states(), QList<int>({0}));
         QVERIFY(monitor.searchUSB());
     }
 
     // A press that asks for the disk may have its turn before the directory's notification.
     void aDiskThatAQuestionHadAlreadyCountedIsMounted()
     {
-        MediaMonitor monitor;
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        WatchedMonitor monitor;
         QVERIFY(m_port->plug(kFirst));
         QVERIFY(!monitor.searchUSB());
-        notify(monitor);
-        QVERIFY2(spy.isEmpty(), "the notification finds as many disks as before");
+        monitor.notify();
+        QVERIFY2(monitor.states().isEmpty(), "the notification finds as many disks as before");
         monitor.keepWatching();
-        QCOMPARE(statesOf(spy), QList<int>({0}));
+        QCOMPARE(monitor.states(), QList<int>({0}));
         QVERIFY(monitor.searchUSB());
 
         // The same again: also after it went unnoticed.
         QVERIFY(m_port->pull("sda1"));
         QVERIFY(!monitor.searchUSB());
-        notify(monitor);
+        monitor.notify();
         QVERIFY(m_port->plug(kSecond));
         QVERIFY(!monitor.searchUSB());
-        notify(monitor);
+        monitor.notify();
         monitor.keepWatching();
         QVERIFY(monitor.checkMountedUSB("/dev/sdb1"));
         QVERIFY(monitor.searchUSB());
@@ -506,12 +500,12 @@ private slots:
     void theDiskThatIsLeftIsMountedThoughAQuestionHadAlreadyMissedTheOther()
     {
         QVERIFY(m_port->plug(kFirst));
-        MediaMonitor monitor;
+        WatchedMonitor monitor;
         QVERIFY(m_port->plug(kSecond));
-        notify(monitor);
+        monitor.notify();
         QVERIFY(m_port->pull("sda1"));
         QVERIFY(!monitor.searchUSB());
-        notify(monitor);
+        monitor.notify();
         QVERIFY(!monitor.searchUSB());
         monitor.keepWatching();
         QVERIFY(monitor.checkMountedUSB("/dev/sdb1"));
@@ -521,13 +515,12 @@ private slots:
     // The second of the poll may come before the notification, which then has nothing to do.
     void aDiskIsMountedOnceHoweverItIsNoticed()
     {
-        MediaMonitor monitor;
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        WatchedMonitor monitor;
         QVERIFY(m_port->plug(kFirst));
         monitor.keepWatching();
-        notify(monitor);
+        monitor.notify();
         monitor.keepWatching();
-        QCOMPARE(statesOf(spy), QList<int>({0}));
+        QCOMPARE(monitor.states(), QList<int>({0}));
         QCOMPARE(m_port->commands(), QStringList({"umount", "mount /dev/sda1 /mnt"}));
 
         QVERIFY(m_port->pull("sda1"));
@@ -557,16 +550,16 @@ private slots:
             QVERIFY(m_port->plug(kFirst));
         else
             removeLinkDirectory();
-        MediaMonitor monitor;
+        WatchedMonitor monitor;
         if (scene == 1) {
             QVERIFY(m_port->pull("sda1"));
             QVERIFY(m_port->plug(kSecond));
-            notify(monitor);
+            monitor.notify();
         } else if (scene == 2) {
             monitor.unmount("/dev/sda1");
         } else if (scene == 3) {
             QVERIFY(m_port->plug(kSecond));
-            notify(monitor);
+            monitor.notify();
         }
         const QStringList before = m_port->commands();
         for (int second = 0; second < 3; ++second) {
@@ -578,10 +571,9 @@ private slots:
 
     void aDiskThatDoesNotMountIsNotReadyForFiles()
     {
-        MediaMonitor monitor;
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        WatchedMonitor monitor;
         QVERIFY(m_port->plug({"sda1", "1111-1111", UsbDiskCondition::Unmountable}));
-        QTRY_COMPARE(statesOf(spy), QList<int>({0}));
+        QTRY_COMPARE(monitor.states(), QList<int>({0}));
         QVERIFY(!monitor.searchUSB());
         QVERIFY(m_port->commands().contains("mount /dev/sda1 /mnt"));
     }
@@ -590,11 +582,11 @@ private slots:
     {
         link("A", "../../sda1");
         MediaMonitor monitor;
-        put(instrumentPath(QStringLiteral("/etc/mtab")), "/dev/sda10 /elsewhere ext4 rw 0 0\n");
+        put("/etc/mtab", "/dev/sda10 /elsewhere ext4 rw 0 0\n");
         QVERIFY(monitor.checkMountedUSB("/dev/sda1"));
         QVERIFY(!monitor.checkMountedUSB("/dev/sda10"));
         QVERIFY(!monitor.checkMountedUSB(""));
-        put(instrumentPath(QStringLiteral("/etc/mtab")), QByteArray("proc\0/dev/sda1 /mnt", 19));
+        put("/etc/mtab", QByteArray("proc\0/dev/sda1 /mnt", 19));
         QVERIFY2(!monitor.checkMountedUSB("/dev/sda1"), "what stands behind a NUL byte does not count");
     }
 
@@ -612,16 +604,16 @@ private slots:
 
     void aQuestionWithoutAMountTableForgetsNoDisk()
     {
-        MediaMonitor monitor;
+        WatchedMonitor monitor;
         link("A", "../../sda1");
         const QString table = instrumentPath(QStringLiteral("/etc/mtab"));
         QVERIFY(QFile::rename(table, table + ".away"));
         QVERIFY(!monitor.searchUSB());
         QVERIFY(QFile::rename(table + ".away", table));
         // No disk was searched for, so that the one plugged in is still news.
-        QSignalSpy spy(&monitor, &MediaMonitor::detectSignal);
+        monitor.forgetStates();
         monitor.directoryChanged("unused");
-        QCOMPARE(statesOf(spy), QList<int>({0}));
+        QCOMPARE(monitor.states(), QList<int>({0}));
     }
 
     void mountingRecordsTheDeviceWhateverComesOfIt()
@@ -630,7 +622,7 @@ private slots:
         monitor.mount("/dev/sdx1", "/mnt");
         QCOMPARE(m_port->commands(), QStringList({"mount /dev/sdx1 /mnt"}));
         QVERIFY(!monitor.searchUSB());
-        put(instrumentPath(QStringLiteral("/etc/mtab")), "/dev/sdx1 /mnt vfat rw 0 0\n");
+        put("/etc/mtab", "/dev/sdx1 /mnt vfat rw 0 0\n");
         link("X", "../../sdx1");
         QVERIFY(monitor.searchUSB());
     }
@@ -639,17 +631,15 @@ private slots:
     {
         const QString record = m_directory->filePath("arguments");
         for (const char* command : {"mount", "umount"})
-            put(m_directory->filePath("bin/") + command,
-                "#!/bin/sh\nfor a in \"${0##*/}\" \"$@\"; do echo \"<$a>\" >> '" + record.toUtf8() +
-                    "'; done\n");
+            putBytes(m_directory->filePath("bin/") + command,
+                     "#!/bin/sh\nfor a in \"${0##*/}\" \"$@\"; do echo \"<$a>\" >> '" + record.toUtf8() +
+                         "'; done\n");
         MediaMonitor monitor;
         monitor.mount("/dev/sd a;1", "/mnt/$(x)");
         monitor.unmount("/dev/sd 'b");
         monitor.unmount("");
-        QFile file(record);
-        QVERIFY(file.open(QIODevice::ReadOnly));
         const QString root = instrumentPath(QStringLiteral("/")).chopped(1);
-        QCOMPARE(QString::fromUtf8(file.readAll()).remove(root),
+        QCOMPARE(QString::fromUtf8(bytesOf(record)).remove(root),
                  QString("<mount>\n</dev/sd a;1>\n</mnt/$(x)>\n<umount>\n</dev/sd 'b>\n<umount>\n"));
     }
 
@@ -708,21 +698,6 @@ private:
     static void makeLinkDirectory()
     {
         QVERIFY(QDir().mkpath(instrumentPath(QStringLiteral("/dev/disk/by-uuid"))));
-    }
-
-    static QList<int> statesOf(const QSignalSpy& spy)
-    {
-        QList<int> states;
-        for (const QList<QVariant>& arguments : spy)
-            states.append(arguments.first().toInt());
-        return states;
-    }
-
-    // Delivers the directory's change at once, and lets the watcher's own follow.
-    static void notify(MediaMonitor& monitor)
-    {
-        monitor.directoryChanged("unused");
-        QCoreApplication::processEvents();
     }
 
     std::unique_ptr<QTemporaryDir> m_directory;

@@ -23,14 +23,6 @@ namespace {
 
 const QString kFile = QStringLiteral("/conf/Settings.ini");
 
-void put(const QString& path, const QByteArray& bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), qint64(bytes.size()));
-}
-
 // The write of one key as it is defined: QSettings on the file itself, then the blanks.
 void writeInPlace(const IniEntry& entry, const QString& path)
 {
@@ -42,7 +34,7 @@ void writeInPlace(const IniEntry& entry, const QString& path)
         settings.sync();
     }
     const QByteArray latin1 = QString::fromLatin1(bytesOf(path)).replace("%20", " ").toLatin1();
-    put(path, latin1);
+    putBytes(path, latin1);
 }
 
 // A few pieces, each of which means something in such a file.
@@ -127,7 +119,7 @@ private slots:
     void anOldFileIsRead()
     {
         QFETCH(QString, name);
-        put(machinePath(), bytesOf(name));
+        putBytes(machinePath(), bytesOf(name));
         const QString expected = QString::fromUtf8(bytesOf(name.chopped(4) + ".expected"));
         const QStringList rows = expected.split('\n', Qt::SkipEmptyParts);
         QVERIFY(!rows.isEmpty());
@@ -176,7 +168,7 @@ private slots:
 
     void aValueLosesItsEscapedBlankToTheNextWriteOfAnyKey()
     {
-        put(machinePath(), "[a]\nv=x%20y\n");
+        putBytes(machinePath(), "[a]\nv=x%20y\n");
         ini_write("b", "w", "1", kFile.toStdString());
         QCOMPARE(bytesOf(machinePath()), QByteArray("[a]\nv=x y\n\n[b]\nw=1\n"));
     }
@@ -229,8 +221,8 @@ private slots:
     {
         QFETCH(QString, name);
         const QString reference = m_directory->filePath("reference.ini");
-        put(machinePath(), bytesOf(name));
-        put(reference, bytesOf(name));
+        putBytes(machinePath(), bytesOf(name));
+        putBytes(reference, bytesOf(name));
         for (const IniEntry& entry : awkwardEntries()) {
             writeInPlace(entry, reference);
             ini_write(entry.section, entry.key, entry.value, kFile.toStdString());
@@ -292,8 +284,8 @@ private slots:
             // QSettings may take a quick rewrite of a file that it knows for unchanged.
             const QString reference = m_directory->filePath(QString::number(round));
             const QByteArray odd = oddContent(random);
-            put(machinePath(), odd);
-            put(reference, odd);
+            putBytes(machinePath(), odd);
+            putBytes(reference, odd);
             const IniEntry entry{"Z stage", "Step", std::to_string(round)};
             writeInPlace(entry, reference);
             QVERIFY2(writeIniEntries({entry}, kFile.toStdString()), odd.toPercentEncoding());
@@ -316,7 +308,7 @@ private slots:
     {
         QFETCH(qint64, ahead_s);
         QFETCH(bool, followsTheOldOne);
-        put(machinePath(), "[a]\nv=1\n");
+        putBytes(machinePath(), "[a]\nv=1\n");
         const QDateTime start = QDateTime::currentDateTime();
         const QDateTime old = start.addSecs(ahead_s);
         setTimeOfChange(old);
@@ -348,7 +340,7 @@ private slots:
     void ownerAndModeSurvive()
     {
         QFETCH(int, mode);
-        put(machinePath(), "[a]\nv=1\n");
+        putBytes(machinePath(), "[a]\nv=1\n");
         const bool isRoot = ::geteuid() == 0;
         if (!isRoot && (mode & S_IWUSR) == 0)
             QSKIP("only root writes a write-protected file");
@@ -367,7 +359,7 @@ private slots:
 
     void aWriteProtectedFileIsLeftAlone()
     {
-        put(machinePath(), "[a]\nv=1\n");
+        putBytes(machinePath(), "[a]\nv=1\n");
         letOthersIn();
         const bool isRoot = ::geteuid() == 0;
         const uid_t owner = isRoot ? kOtherUser : ::geteuid();
@@ -392,7 +384,7 @@ private slots:
 
     void aFileOfSomebodyElseThatCanBeWrittenIsSaved()
     {
-        put(machinePath(), "[a]\nv=1\n");
+        putBytes(machinePath(), "[a]\nv=1\n");
         letOthersIn();
         QCOMPARE(::chmod(qPrintable(machinePath()), 0666), 0);
         {
@@ -419,7 +411,7 @@ private slots:
         QFETCH(QString, target);
         QFETCH(bool, exists);
         const QString root = instrumentPath(QStringLiteral("/")).chopped(1);
-        put(root + "/data/Real.ini", "[a]\nv=1\n");
+        putBytes(root + "/data/Real.ini", "[a]\nv=1\n");
         QVERIFY(QFile::link("Real.ini", root + "/data/Link.ini"));
         QVERIFY(QDir().mkpath(root + "/conf"));
         const QString linkText = target.contains("%1") ? target.arg(root) : target;
@@ -461,7 +453,7 @@ private slots:
 
     void aDirectoryThatCannotBeCreatedIsAFailureWithItsReason()
     {
-        put(instrumentPath(QStringLiteral("/conf")), "a file where the directory should be");
+        putBytes(instrumentPath(QStringLiteral("/conf")), "a file where the directory should be");
         const QRegularExpression line(R"(\[Error\] not saved: /conf/Settings\.ini create directory: .+)");
         QTest::ignoreMessage(QtDebugMsg, line);
         ini_write("a", "v", "1", kFile.toStdString());
@@ -477,8 +469,8 @@ private slots:
 
     void whatAPowerCutLeftBehindGoesWithTheNextSave()
     {
-        put(machinePath(), "[a]\nv=1\n");
-        put(instrumentPath(QStringLiteral("/conf/.Settings.ini.saving/7")), "half");
+        putBytes(machinePath(), "[a]\nv=1\n");
+        putBytes(instrumentPath(QStringLiteral("/conf/.Settings.ini.saving/7")), "half");
         ini_write("a", "v", "2", kFile.toStdString());
         QCOMPARE(bytesOf(machinePath()), QByteArray("[a]\nv=2\n"));
         QCOMPARE(entriesBesideTheFile(), QStringList({"Settings.ini"}));
@@ -490,8 +482,8 @@ private slots:
     {
         QFETCH(QString, name);
         const QString reference = m_directory->filePath("reference.ini");
-        put(machinePath(), bytesOf(name));
-        put(reference, bytesOf(name));
+        putBytes(machinePath(), bytesOf(name));
+        putBytes(reference, bytesOf(name));
         SafeSettingsFile file(kFile);
         QSettings plain(reference, QSettings::IniFormat);
         for (QSettings* settings : {&file.settings(), &plain}) {
@@ -508,7 +500,7 @@ private slots:
 
     void aSafeFileThatIsNotCommittedChangesNothing()
     {
-        put(machinePath(), "[a]\nv=1\n");
+        putBytes(machinePath(), "[a]\nv=1\n");
         {
             SafeSettingsFile file(kFile);
             file.settings().setValue("a/v", 3);
@@ -529,11 +521,11 @@ private:
     static void verifyManyKeysLeaveTheBytesOfManyWrites(const std::vector<IniEntry>& entries,
                                                         const QByteArray& old)
     {
-        put(machinePath(), old);
+        putBytes(machinePath(), old);
         for (const IniEntry& entry : entries)
             ini_write(entry.section, entry.key, entry.value, kFile.toStdString());
         const QString other = QStringLiteral("/conf/Other.ini");
-        put(instrumentPath(other), old);
+        putBytes(instrumentPath(other), old);
         QVERIFY(writeIniEntries(entries, other.toStdString()));
         QCOMPARE(bytesOf(instrumentPath(other)), bytesOf(machinePath()));
     }

@@ -7,7 +7,6 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <QDir>
@@ -17,6 +16,7 @@
 #include "settings/IniFile.h"
 #include "settings/SafeSettingsFile.h"
 #include "support/FileBytes.h"
+#include "support/InChild.h"
 #include "support/LogRecorder.h"
 #include "tests/settings/FaultyFileCalls.h"
 #include "tests/settings/QuickDirectory.h"
@@ -47,18 +47,6 @@ bool save(Save way)
     file.settings().setValue("Calibration/Z reference", 31000);
     file.settings().setValue("ORLA-III/Serial", "OR3-07-00042");
     return file.commit();
-}
-
-// Runs work in a process of its own and returns its exit status, -1 if it crashed.
-int inChild(const std::function<int()>& work)
-{
-    const pid_t child = ::fork();
-    if (child == 0)
-        ::_exit(work());
-    int status = 0;
-    if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status))
-        return -1;
-    return WEXITSTATUS(status);
 }
 
 // Outcomes of a save on a small file system, as exit statuses.

@@ -23,11 +23,7 @@ constexpr RegisterIndex kRegisters = {0x3501, 0x3502, 0x350A, 0x350B, 0x3400,
 
 void put(const QString& fixedPath, const QByteArray& bytes)
 {
-    const QString path = instrumentPath(fixedPath);
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), qint64(bytes.size()));
+    putBytes(instrumentPath(fixedPath), bytes);
 }
 
 QByteArray content(const char* fixedPath)
@@ -279,66 +275,25 @@ private slots:
         QTest::addColumn<QString>("midfix");
         QTest::addColumn<QString>("suffix");
         QTest::addColumn<QString>("saved");
-        QTest::newRow("short") << "OR3-7-42"
-                               << "7"
-                               << "42"
-                               << "OR3-07-00042";
-        QTest::newRow("default") << "OR3-00-00000"
-                                 << "00"
-                                 << "00000"
-                                 << "OR3-00-00000";
-        QTest::newRow("wide") << "OR3-123-1234567"
-                              << "123"
-                              << "1234567"
-                              << "OR3-123-1234567";
-        QTest::newRow("other prefix") << "X-1-2"
-                                      << "1"
-                                      << "2"
-                                      << "OR3-01-00002";
-        QTest::newRow("letters") << "OR3-A-1b"
-                                 << "A"
-                                 << "1b"
-                                 << "OR3-00-00000";
-        QTest::newRow("one part") << "OR3"
-                                  << ""
-                                  << ""
-                                  << "OR3-00-00000";
-        QTest::newRow("two parts") << "OR3-5"
-                                   << "5"
-                                   << ""
-                                   << "OR3-05-00000";
-        QTest::newRow("four parts") << "OR3-1-2-3"
-                                    << "1"
-                                    << "2"
-                                    << "OR3-01-00002";
-        QTest::newRow("empty") << ""
-                               << ""
-                               << ""
-                               << "OR3-00-00000";
-        QTest::newRow("no octal") << "OR3-010-00010"
-                                  << "010"
-                                  << "00010"
-                                  << "OR3-10-00010";
-        QTest::newRow("no hexadecimal") << "OR3-0x1-0x2"
-                                        << "0x1"
-                                        << "0x2"
-                                        << "OR3-00-00000";
-        QTest::newRow("blanks around") << "OR3- 7 - 42"
-                                       << " 7 "
-                                       << " 42"
-                                       << "OR3-07-00042";
-        QTest::newRow("blank inside") << "OR3-1 2-4 2"
-                                      << "1 2"
-                                      << "4 2"
-                                      << "OR3-00-00000";
-        QTest::newRow("fraction") << "OR3-1.5-2"
-                                  << "1.5"
-                                  << "2"
-                                  << "OR3-00-00002";
-        QTest::newRow("beyond an integer") << "OR3-1-99999999999"
-                                           << "1"
-                                           << "99999999999"
-                                           << "OR3-01-00000";
+        const auto row = [](const char* name, const char* stored, const char* midfix, const char* suffix,
+                            const char* saved) {
+            QTest::newRow(name) << stored << midfix << suffix << saved;
+        };
+        row("short", "OR3-7-42", "7", "42", "OR3-07-00042");
+        row("default", "OR3-00-00000", "00", "00000", "OR3-00-00000");
+        row("wide", "OR3-123-1234567", "123", "1234567", "OR3-123-1234567");
+        row("other prefix", "X-1-2", "1", "2", "OR3-01-00002");
+        row("letters", "OR3-A-1b", "A", "1b", "OR3-00-00000");
+        row("one part", "OR3", "", "", "OR3-00-00000");
+        row("two parts", "OR3-5", "5", "", "OR3-05-00000");
+        row("four parts", "OR3-1-2-3", "1", "2", "OR3-01-00002");
+        row("empty", "", "", "", "OR3-00-00000");
+        row("no octal", "OR3-010-00010", "010", "00010", "OR3-10-00010");
+        row("no hexadecimal", "OR3-0x1-0x2", "0x1", "0x2", "OR3-00-00000");
+        row("blanks around", "OR3- 7 - 42", " 7 ", " 42", "OR3-07-00042");
+        row("blank inside", "OR3-1 2-4 2", "1 2", "4 2", "OR3-00-00000");
+        row("fraction", "OR3-1.5-2", "1.5", "2", "OR3-00-00002");
+        row("beyond an integer", "OR3-1-99999999999", "1", "99999999999", "OR3-01-00000");
     }
 
     void aSerialNumberIsSplitAndComposed()

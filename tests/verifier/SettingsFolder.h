@@ -21,12 +21,7 @@ public:
 
     QByteArray content(const char* file) const { return bytesOf(m_fixture.machinePath(file)); }
 
-    void put(const char* file, const QByteArray& content)
-    {
-        QFile target(m_fixture.machinePath(file));
-        if (!target.open(QIODevice::WriteOnly) || target.write(content) != content.size())
-            qFatal("%s cannot be written", file);
-    }
+    void put(const char* file, const QByteArray& content) { putBytes(m_fixture.machinePath(file), content); }
 
     void remove(const char* file) { QFile::remove(m_fixture.machinePath(file)); }
 

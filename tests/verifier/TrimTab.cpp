@@ -4,6 +4,8 @@
 
 #include <QPushButton>
 
+#include "support/FileBytes.h"
+
 namespace {
 
 constexpr const char* kResolutions[] = {"BUTTON_RESOLUTION_VGA", "BUTTON_RESOLUTION_1280",
@@ -29,19 +31,12 @@ QByteArray calibrationFile(bool stained)
     return content;
 }
 
-void put(const QString& path, const QByteArray& content)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
-        qFatal("%s cannot be written", qPrintable(path));
-}
-
 WindowFixture::Options calibratedOptions()
 {
     WindowFixture::Options options;
     options.prepare = [](const QString& root) {
-        put(root + "/opt/ORLA3/conf/Calibration_CUS.ini", calibrationFile(true));
-        put(root + "/opt/ORLA3/conf/Calibration_BFN.ini", calibrationFile(false));
+        putBytes(root + "/opt/ORLA3/conf/Calibration_CUS.ini", calibrationFile(true));
+        putBytes(root + "/opt/ORLA3/conf/Calibration_BFN.ini", calibrationFile(false));
     };
     return options;
 }

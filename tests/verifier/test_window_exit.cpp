@@ -305,16 +305,14 @@ private slots:
     {
         QTest::addColumn<QString>("handler");
         QTest::addColumn<QString>("button");
-        QTest::newRow("connect") << "on_BUTTON_CONNECT_clicked"
-                                 << "";
-        QTest::newRow("live view again") << "on_BUTTON_QC_CAPTURE_clicked"
-                                         << "BUTTON_QC_CAPTURE";
-        QTest::newRow("password") << "on_BUTTON_PASSWORD_clicked"
-                                  << "";
-        QTest::newRow("autofocus") << "on_BUTTON_AUTOFOCUS_clicked"
-                                   << "";
-        QTest::newRow("origin") << "on_BUTTON_Z_ORIGIN_clicked"
-                                << "";
+        const auto row = [](const char* name, const char* handler, const char* button) {
+            QTest::newRow(name) << handler << button;
+        };
+        row("connect", "on_BUTTON_CONNECT_clicked", "");
+        row("live view again", "on_BUTTON_QC_CAPTURE_clicked", "BUTTON_QC_CAPTURE");
+        row("password", "on_BUTTON_PASSWORD_clicked", "");
+        row("autofocus", "on_BUTTON_AUTOFOCUS_clicked", "");
+        row("origin", "on_BUTTON_Z_ORIGIN_clicked", "");
     }
 
     void nothingIsOpenedOnceASignalHasCome()

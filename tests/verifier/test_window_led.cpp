@@ -218,18 +218,11 @@ private slots:
         QTest::addColumn<QString>("button");
         QTest::addColumn<QString>("dim");
         QTest::addColumn<QString>("bright");
-        QTest::newRow("exposure") << "EDIT_EXPOSURE"
-                                  << "BUTTON_EXPOSURE_COARSE_UP"
-                                  << "0x0C00"
-                                  << "0x1C00";
-        QTest::newRow("gain") << "EDIT_GAIN"
-                              << "BUTTON_GAIN_FINE_UP"
-                              << "0x0000"
-                              << "0x000E";
-        QTest::newRow("LED") << "EDIT_LED"
-                             << "BUTTON_LED_FINE_UP"
-                             << "100"
-                             << "220";
+        const auto row = [](const char* name, const char* edit, const char* button, const char* dim,
+                            const char* bright) { QTest::newRow(name) << edit << button << dim << bright; };
+        row("exposure", "EDIT_EXPOSURE", "BUTTON_EXPOSURE_COARSE_UP", "0x0C00", "0x1C00");
+        row("gain", "EDIT_GAIN", "BUTTON_GAIN_FINE_UP", "0x0000", "0x000E");
+        row("LED", "EDIT_LED", "BUTTON_LED_FINE_UP", "100", "220");
     }
 
     void thePictureGetsBrighter()

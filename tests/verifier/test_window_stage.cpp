@@ -5,6 +5,7 @@
 #include "Controller/Controller.h"
 #include "settings/GlobalIni.h"
 #include "support/EventWatch.h"
+#include "support/FileBytes.h"
 #include "support/WindowFixture.h"
 
 namespace {
@@ -176,9 +177,7 @@ private slots:
         click("BUTTON_SAVE_INI");
         QCOMPARE(find<QSpinBox>("SPIN_Z_STEP")->text(), QString("10"));
         QCOMPARE(find<QSpinBox>("SPIN_Z_SPEED")->text(), QString("10"));
-        QFile file(machinePath("/root/Orla2/Orla2.ini"));
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QByteArray saved = file.readAll();
+        const QByteArray saved = bytesOf(machinePath("/root/Orla2/Orla2.ini"));
         QVERIFY2(saved.contains("Step=10\n") && saved.contains("Speed=10\n"), saved);
     }
 

@@ -123,22 +123,17 @@ private slots:
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("after");
-        QTest::newRow("as shown") << "0x01EE"
-                                  << "0x01EF";
-        QTest::newRow("small letters") << "0x01ee"
-                                       << "0x01EF";
-        QTest::newRow("no prefix") << "01EE"
-                                   << "0x01EF";
-        QTest::newRow("last four characters") << "0xFFFF0012"
-                                              << "0x0013";
-        QTest::newRow("short") << "F"
-                               << "0x0010";
-        QTest::newRow("prefix within the last four") << "0x1F"
-                                                     << "0x0020";
-        QTest::newRow("no number") << "zzzz"
-                                   << "0x0001";
-        QTest::newRow("empty") << ""
-                               << "0x0001";
+        const auto row = [](const char* name, const char* text, const char* after) {
+            QTest::newRow(name) << text << after;
+        };
+        row("as shown", "0x01EE", "0x01EF");
+        row("small letters", "0x01ee", "0x01EF");
+        row("no prefix", "01EE", "0x01EF");
+        row("last four characters", "0xFFFF0012", "0x0013");
+        row("short", "F", "0x0010");
+        row("prefix within the last four", "0x1F", "0x0020");
+        row("no number", "zzzz", "0x0001");
+        row("empty", "", "0x0001");
     }
 
     void theShownTextIsRead()
