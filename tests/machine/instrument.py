@@ -84,6 +84,8 @@ class Instrument:
         self.record, self.patience = record, patience
         self.form = Form()
         self.board = Board(board_program, folder)
+        # What the sensor is to hold in each mode: the settings, and what was changed since.
+        self.values = {(staining, section): register_values(staining, section) for staining in FILES for section in SECTIONS}
         self.stick_path = folder / "stick.img"
         make_stick(self.stick_path)
         self.stick = Stick(self.stick_path)
@@ -103,6 +105,10 @@ class Instrument:
         if self.machine:
             self.machine.cut()
             self.machine = None
+
+    def is_up(self):
+        """Whether the machine has come up, and has not ended."""
+        return bool(self.machine and self.machine.agent and self.machine.process.poll() is None)
 
     def end(self):
         self.power_cut()
