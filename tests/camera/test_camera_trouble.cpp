@@ -201,6 +201,36 @@ private slots:
         QVERIFY(camera.close());
     }
 
+    // The kernel keeps the name for a descriptor or mapping of the device that has gone, and
+    // calls the camera "/dev/video1" when it is plugged in again.
+    void aCameraWhoseNameHasGoneIsLetGo()
+    {
+        ScriptedCamera machine;
+        machine.deliverEndlessly();
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        QTRY_VERIFY(camera.framesCaptured() > 0);
+        const int mapped = machine.calls().filter("mmap").size();
+        QVERIFY(mapped > 0);
+        machine.trace().clear();
+        machine.setMissing(ScriptedCamera::kVideo, true);
+        for (const char* call : {"VIDIOC_DQBUF", "VIDIOC_STREAMOFF"})
+            machine.failCall(call, ScriptedCamera::kAlways, -1, ENODEV);
+        QTRY_COMPARE(machine.openDescriptors(ScriptedCamera::kVideo), std::size_t(0));
+        QCOMPARE(machine.captureCalls().filter("munmap").size(), mapped);
+        QVERIFY(camera.isGone());
+        QVERIFY(camera.isStreaming());
+
+        machine.setMissing(ScriptedCamera::kVideo, false);
+        machine.healCalls();
+        QVERIFY(!camera.close());
+        QVERIFY(camera.open(0, "", false));
+        QVERIFY(!camera.isGone());
+        const std::uint64_t before = camera.framesCaptured();
+        QTRY_VERIFY(camera.framesCaptured() > before);
+        QVERIFY(camera.close());
+    }
+
     void aCameraThatIsBackIsOpenedAnew_data()
     {
         QTest::addColumn<bool>("whileStreaming");

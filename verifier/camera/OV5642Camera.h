@@ -182,6 +182,7 @@ private:
     void freeFrames();
     int captureFrame();
     void restWithoutDevice();
+    void letGoOfMissingDevice();
     static QString errorText(const char* device, int error);
     RgbFrame& frameOfCaller();
 
@@ -212,6 +213,7 @@ private:
     QString m_openFailure;
     bool m_sensorAnswers = true;
     bool m_busFailureTold = false;
+    // Of the capture thread, with the buffers, from its start until it is joined.
     int m_fd = -1;
     std::vector<SensorRegister> m_workTable;
 };

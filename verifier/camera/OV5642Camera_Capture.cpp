@@ -5,6 +5,8 @@
 
 #include <QThread>
 
+#include <fcntl.h>
+
 #include "camera/YuvConversion.h"
 #include "platform/DebugLog.h"
 #include "platform/DeviceCalls.h"
@@ -276,6 +278,8 @@ void* video_grabber_thread(void* camera)
 // Waits for a frame and takes it. 0, or the errno of what failed.
 int OV5642Camera::captureFrame()
 {
+    if (m_fd < 0)
+        return ENODEV;
     const int readable = deviceCalls().waitReadable(m_fd, kFrameTimeout_ms);
     if (readable <= 0)
         return readable == 0 ? EAGAIN : errno;
@@ -301,8 +305,26 @@ void OV5642Camera::restWithoutDevice()
         // From the thread that everything else is logged from.
         QMetaObject::invokeMethod(this, "tellGone", Qt::QueuedConnection);
     }
+    letGoOfMissingDevice();
     for (int round = 0; round < kRoundsWithoutDevice && isStreaming(); ++round)
         QThread::usleep(kCapturePause_us);
+}
+
+// As long as a descriptor or a mapping of it is left, the kernel keeps the name of a device that
+// has gone, and gives the camera another one when it is plugged in again. While the name can be
+// opened the device is there, and the next look may find a frame after all.
+void OV5642Camera::letGoOfMissingDevice()
+{
+    if (m_fd < 0)
+        return;
+    const int there = deviceCalls().open(kCaptureDevice, O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    if (there >= 0)
+        deviceCalls().close(there);
+    // Another refusal, such as a second user's, says nothing of the device.
+    if (there >= 0 || (errno != ENOENT && errno != ENXIO && errno != ENODEV))
+        return;
+    m_buffers.unmapAll();
+    closeDevice();
 }
 
 void OV5642Camera::tellGone()
