@@ -1,6 +1,7 @@
 // Preloaded into the shipped program: leads its calls on the capture device and the sensor's
 // bus to the simulator's, and writes a line for each of the program's main thread into
-// $STAND_IN_LOG. Every other call, and every other descriptor, goes on to the C library.
+// $STAND_IN_LOG. $STAND_IN_FRAME_RATE, if there is one, is the frames a second of every mode. Every other
+// call, and every other descriptor, goes on to the C library.
 
 // The C library's checked calls would be defined in its headers, under the names defined here.
 #undef _FORTIFY_SOURCE
@@ -10,6 +11,7 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <sstream>
 #include <string>
@@ -42,27 +44,49 @@ public:
     }
     void draw(std::uint8_t* yuyv) override
     {
-        constexpr int fields[4][2] = {{90, 240}, {54, 34}, {240, 110}, {128, 128}}; // U, V
-        for (int y = 0; y < m_height; ++y) {
-            for (int x = 0; x < m_width; ++x) {
-                const int field = (x < m_width / 2 ? 0 : 1) + (y < m_height / 2 ? 0 : 2);
-                const bool square = (x * 64 / m_width) % 2 && (y * 48 / m_height) % 2;
-                int luma = 110 + (square ? m_contrast : 0);
-                int tint = fields[field][x % 2];
-                for (const int left : {796, 1796}) {
-                    const int distance2 = (x - left) * (x - left) + (y - 972) * (y - 972);
-                    if (m_width == 2592 && distance2 <= 100 * 100)
-                        tint = 128; // grey around the disc, so that it alone is dark
-                    if (m_width == 2592 && distance2 <= 12 * 12)
-                        luma = 16;
-                }
-                *yuyv++ = static_cast<std::uint8_t>(luma);
-                *yuyv++ = static_cast<std::uint8_t>(tint);
+        // Rows that are alike are copied: a large picture takes no longer than its bytes.
+        const std::size_t rowBytes = std::size_t(m_width) * 2;
+        std::array<const std::uint8_t*, 4> drawn{};
+        for (int y = 0; y < m_height; ++y, yuyv += rowBytes) {
+            if (m_width == kTargetWidth_px && std::abs(y - kTargetRow_px) <= kGreyRadius_px) {
+                drawRow(y, yuyv);
+                continue;
             }
+            const std::size_t kind = (y < m_height / 2 ? 0 : 2) + std::size_t((y * 48 / m_height) % 2);
+            if (drawn[kind])
+                std::memcpy(yuyv, drawn[kind], rowBytes);
+            else
+                drawRow(y, yuyv);
+            drawn[kind] = yuyv;
         }
     }
 
 private:
+    static constexpr int kTargetWidth_px = 2592;
+    static constexpr int kTargetRow_px = 972;
+    static constexpr int kGreyRadius_px = 100;
+    static constexpr int kDiscRadius_px = 12;
+
+    void drawRow(int y, std::uint8_t* yuyv) const
+    {
+        constexpr int fields[4][2] = {{90, 240}, {54, 34}, {240, 110}, {128, 128}}; // U, V
+        for (int x = 0; x < m_width; ++x) {
+            const int field = (x < m_width / 2 ? 0 : 1) + (y < m_height / 2 ? 0 : 2);
+            const bool square = (x * 64 / m_width) % 2 && (y * 48 / m_height) % 2;
+            int luma = 110 + (square ? m_contrast : 0);
+            int tint = fields[field][x % 2];
+            for (const int left : {796, 1796}) {
+                const int distance2 = (x - left) * (x - left) + (y - kTargetRow_px) * (y - kTargetRow_px);
+                if (m_width == kTargetWidth_px && distance2 <= kGreyRadius_px * kGreyRadius_px)
+                    tint = 128; // grey around the disc, so that it alone is dark
+                if (m_width == kTargetWidth_px && distance2 <= kDiscRadius_px * kDiscRadius_px)
+                    luma = 16;
+            }
+            *yuyv++ = static_cast<std::uint8_t>(luma);
+            *yuyv++ = static_cast<std::uint8_t>(tint);
+        }
+    }
+
     int m_width = 0;
     int m_height = 0;
     int m_contrast = 0;
@@ -82,6 +106,8 @@ CameraDevices& devices()
     static CameraDevices simulated = [] {
         CameraDeviceParameters parameters;
         parameters.capture.formatHeldByBuffers = !scene()->formatIsFree;
+        if (const char* const rate = std::getenv("STAND_IN_FRAME_RATE"))
+            parameters.capture.framesPerSecond = std::atoi(rate);
         return CameraDevices(parameters, pictures);
     }();
     [[maybe_unused]] static const bool listening = [] {

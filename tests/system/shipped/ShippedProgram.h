@@ -58,6 +58,7 @@ public:
     /// Waits for its end; the exit status, -1 when it does not come or is a crash.
     int waitForEnd();
     qint64 processId() const { return m_program.processId(); }
+    bool isRunning() const { return m_program.state() != QProcess::NotRunning; }
 
     /// Calls on the devices and files so far, from this one on, without their times.
     QStringList calls(int from = 0) const;
