@@ -19,6 +19,7 @@
 #include "settings/SafeSettingsFile.h"
 #include "settings/StageFile.h"
 #include "support/FileBytes.h"
+#include "support/InChild.h"
 #include "tests/settings/FaultyFileCalls.h"
 #include "tests/settings/QuickDirectory.h"
 
@@ -64,18 +65,6 @@ void saveTab(SettingsPart tab, int step)
             saveCalibration(calibration, kRegisters, values);
     saveMainSettings(file.settings(), values, tab, {{"7", QString::number(42 + step)}, "0.0.1"});
     file.commit();
-}
-
-/// Runs work in a process of its own, which has not read any settings file yet.
-int inChild(const std::function<int()>& work)
-{
-    const pid_t child = ::fork();
-    if (child == 0)
-        ::_exit(work());
-    int status = 0;
-    if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status))
-        return -1;
-    return WEXITSTATUS(status);
 }
 
 Contents contents()
