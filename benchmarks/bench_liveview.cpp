@@ -251,7 +251,10 @@ class Bench
 {
 public:
     Bench(SimulatedInstrument& instrument, bool shortRun)
-        : m_instrument(instrument), m_short(shortRun), m_calls(instrument.camera())
+        : m_instrument(instrument),
+          m_short(shortRun),
+          m_settle_ms(shortRun ? 400 : kSettle_ms),
+          m_calls(instrument.camera())
     {
         m_before = installDeviceCalls(&m_calls);
         m_window = std::make_unique<ORLA_II_Plus_Verifier>();
@@ -299,6 +302,7 @@ private:
 
     SimulatedInstrument& m_instrument;
     const bool m_short;
+    const int m_settle_ms;
     StampedFrames m_calls;
     DeviceCalls* m_before = nullptr;
     std::unique_ptr<ORLA_II_Plus_Verifier> m_window;
@@ -342,7 +346,7 @@ Bench::Shown Bench::watch(const CaptureMode& mode, View view, int frames)
 {
     show(view);
     m_calls.stamp(&mode, view);
-    wait(kSettle_ms / 2);
+    wait(m_settle_ms / 2);
     std::unique_ptr<Drag> drag;
     if (view == View::Panning)
         drag = std::make_unique<Drag>(*m_window);
@@ -352,7 +356,7 @@ Bench::Shown Bench::watch(const CaptureMode& mode, View view, int frames)
         m_window.get(), &ORLA_II_Plus_Verifier::updateFrameDone, m_window.get(),
         [&] { seen_ms.emplace(readStamp(*m_window), static_cast<double>(instrumentTime().count()) / 1e3); },
         Qt::QueuedConnection);
-    wait(kSettle_ms / 4);
+    wait(m_settle_ms / 4);
     waitForConversion();
     const std::uint64_t first = m_calls.dequeued();
     const std::uint64_t converted = g_conversions;
@@ -362,7 +366,7 @@ Bench::Shown Bench::watch(const CaptureMode& mode, View view, int frames)
     waitForConversion();
     const std::uint64_t delivered = m_calls.dequeued() - first;
     const std::uint64_t shown = g_conversions - converted;
-    wait(kSettle_ms / 2);
+    wait(m_settle_ms / 2);
     QObject::disconnect(connection);
     m_calls.stamp(nullptr, view);
     if (delivered == 0)
@@ -382,7 +386,7 @@ Bench::Shown Bench::watch(const CaptureMode& mode, View view, int frames)
 void Bench::tellFrames(const std::string& name, const CaptureMode& mode, double rate_hz)
 {
     constexpr int kFrames = 1000;
-    const int frames = m_short ? 5 : kFrames / 3 + 1;
+    const int frames = m_short ? 8 : kFrames / 3 + 1;
     std::vector<double> delays_ms;
     for (const View view : {View::Fit, View::OneToOne, View::Panning, View::Console}) {
         const Shown shown = watch(mode, view, view == View::Console ? frames / 5 + 1 : frames);
@@ -509,7 +513,7 @@ void Bench::tellCost(const std::string& name, const CaptureMode& mode, int index
         costs_ms.push_back(span.all_ms / span.delivered_hz);
         gui.push_back(span.gui_ms / 1e3);
         painted_hz = span.painted_hz;
-        wait(kSettle_ms / 4);
+        wait(m_settle_ms / 4);
     }
     m_frameCosts_ms[static_cast<std::size_t>(index)] = median(costs_ms);
     tell("cost_" + name, median(ratios),
@@ -527,7 +531,7 @@ void Bench::tellIdleRounds(const std::string& name)
     QString parts;
     for (const View view : {View::Fit, View::OneToOne}) {
         show(view);
-        wait(kSettle_ms / 2);
+        wait(m_settle_ms / 2);
         const Span span = measureSpan(m_short ? 300 : 1000);
         dearest = std::max(dearest, span.all_ms / 1e3 * kPercent);
         parts += QString::asprintf("%s%s %.2f ms each, %.0f a second", parts.isEmpty() ? "" : "; ",
@@ -544,7 +548,7 @@ void Bench::tellMode(int index)
     const CaptureMode& mode = kCaptureModes[static_cast<std::size_t>(index)];
     const std::string name = kModeNames[static_cast<std::size_t>(index)];
     find<QPushButton>(kModeButtons[static_cast<std::size_t>(index)])->click();
-    wait(kSettle_ms);
+    wait(m_settle_ms);
     tellCost(name, mode, index);
     tellFrames(name, mode, kSensorRates_hz[static_cast<std::size_t>(index)]);
     tellIdleRounds(name);
