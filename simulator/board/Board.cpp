@@ -10,7 +10,7 @@ constexpr std::size_t kKeptLines = 10000;
 constexpr char kUnaskedLine[] = "$OK,DEVICE,EVENT,1,\r\n";
 const BoardCommandLine kMalformed{"DEVICE", "SYNTAX", ""};
 
-// With the top bit of every character flipped no field is left; the line end survives.
+// Flips the top bit of every character but the line end, so that no field can be read.
 std::string garbled(std::string line)
 {
     const auto end = line.size() < 2 ? line.begin() : line.end() - 2;
@@ -85,7 +85,7 @@ void Board::receive(std::string_view bytes, InstrumentTime now)
         m_input.erase(0, end + 1);
         receiveLine(line, now);
     }
-    // The head of a line that never ends is lost, which makes the line malformed.
+    // Of a line that never ends the beginning is dropped, which makes it malformed.
     if (m_input.size() > kLongestLine)
         m_input.erase(0, m_input.size() - kLongestLine);
 }

@@ -78,17 +78,17 @@ public:
     /// Adds a fault to those in force. Takes effect with the next command.
     void addFault(const LineFaultRule& rule);
     void clearFaults() { m_faults.clear(); }
-    /// Sends a line that nobody asked for; text includes its line end.
+    /// Sends an unsolicited line, which includes its line end.
     void sendUnasked(std::string line, InstrumentTime now);
     /// Sends the answers that the fault "held" has kept back, oldest first.
     void releaseAnswers(InstrumentTime now);
-    /// From now on the board is told what to say: lines are recorded and not carried out; each
-    /// takes the next answer that was queued, and is not answered when there is none.
+    /// From now on the board follows a script: it records each line without carrying it out, and
+    /// answers it with the next queued answer, or not at all when none is left.
     void followScript() { m_script.emplace(); }
     /// Queues an answer for a board that follows a script.
     void queueAnswer(ScriptedAnswer answer);
-    /// Puts the stage somewhere as by hand, at rest; inside the travel or not. The command under
-    /// way must be over.
+    /// Puts the stage at a position, at rest, as if moved by hand; it may lie outside the travel.
+    /// No command may be under way.
     void placeStage(int position_steps);
 
     /// What the optics see at a time that is not before the last one.
@@ -119,7 +119,8 @@ private:
         bool has(LineFault fault) const;
     };
 
-    /// How a command ends: well or not, when, and with which value (none: the argument echoed).
+    /// How a command ends: whether it succeeds, when, and with which value (none: the argument is
+    /// echoed).
     struct Outcome
     {
         bool ok;

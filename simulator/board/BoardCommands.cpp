@@ -75,7 +75,7 @@ Board::Outcome Board::position(int, int, InstrumentTime now)
     return {true, now, std::to_string(std::lround(m_stage.position_steps(now)))};
 }
 
-// The stage stands still meanwhile.
+// The stage stands still during the diagnosis.
 Board::Outcome Board::diagnose(int, int, InstrumentTime now)
 {
     const InstrumentTime duration = spanOf(m_parameters.diagnosisDuration_s);

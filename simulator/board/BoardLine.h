@@ -12,11 +12,11 @@ struct BoardCommandLine
     std::string argument;
 };
 
-/// Takes a received line, without its line end, apart; none when it is malformed.
+/// Parses a received line, without its line end; none when it is malformed. Any thread.
 std::optional<BoardCommandLine> parseCommandLine(std::string_view line);
 
-/// The reply line "$result,target,command,value,\r\n".
+/// The reply line "$result,target,command,value,\r\n". Any thread.
 std::string replyLine(std::string_view result, const BoardCommandLine& command, std::string_view value);
 
-/// A decimal integer of 32 bits and nothing else; none otherwise.
+/// Reads a decimal integer of 32 bits; none if the text is anything else. Any thread.
 std::optional<int> parseInteger(std::string_view text);

@@ -16,7 +16,7 @@ constexpr char kDevice[] = "/dev/ttyS2";
 constexpr const char* kLockDirectories[] = {"/var/lock", "/run/lock", "/var/spool/locks", "/tmp"};
 
 // QSerialPort marks an open port by a lock file. The verifier's port stays open to the end of
-// the process, when nobody is left to take the file away.
+// the process, so QSerialPort never removes the file.
 void removePortLock(const std::string& devicePath)
 {
     std::string name = "LCK.." + devicePath;
@@ -47,7 +47,7 @@ std::string readAvailable(int fd)
     return bytes;
 }
 
-// What the host does not take off the line is lost, as on a real one.
+// What the host does not read from the line is lost, as on a real one.
 void writeOrLose(int fd, const std::string& bytes)
 {
     if (!bytes.empty()) [[maybe_unused]]

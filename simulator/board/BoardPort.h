@@ -40,20 +40,19 @@ public:
     /// The pseudo-terminal that the device leads to, such as "/dev/pts/7".
     const std::string& terminalPath() const { return m_terminal.devicePath(); }
 
-    /// Chooses how fast the commands from now on are done.
+    /// Sets how fast later commands are done.
     void setPace(BoardPace pace);
     /// Stage, LED state and level at this moment.
     BoardLight light() const;
-    /// Runs a function on the board at its present time, apart from the serving thread: to
-    /// switch power or faults, or to ask for the truth.
+    /// Runs a function on the board at its present time, while the serving thread leaves it alone:
+    /// to switch power or faults, or to ask for the truth.
     void withBoard(const std::function<void(Board& board, InstrumentTime now)>& function);
 
-    /// The same at a time of the motion that was the last one to begin.
+    /// Stage, LED state and level at a time within the latest motion, or after it.
     BoardLight light(InstrumentTime time) const;
-    /// Calls a function, on the serving thread, each time that a command which takes time has
-    /// ended or was skipped, before its answer leaves. The function is told the present time,
-    /// which at instant pace is the command's end, and may ask the board. An empty function:
-    /// none.
+    /// Calls a function, on the serving thread, whenever a command that takes time has ended or
+    /// was skipped, before its answer leaves. The function is given the present time, which at
+    /// instant pace is the command's end, and may ask the board. An empty function: none.
     void setArrivalWatcher(std::function<void(InstrumentTime arrival)> watcher);
 
 private:
@@ -68,7 +67,7 @@ private:
     const Clock::time_point m_powerOn;
     PseudoTerminal m_terminal;
     std::string m_devicePath;
-    FileDescriptor m_wake;      // readable when the thread has to look up
+    FileDescriptor m_wake;      // readable when the serving thread has to wake up
     mutable std::mutex m_mutex; // guards everything below but the thread
     BoardPace m_pace;
     Board m_board;

@@ -7,8 +7,7 @@
 #include "simulator/time/InstrumentTime.h"
 
 /// The board's sending end of the serial line: keeps lines until they are due and never
-/// interleaves two of them. Pure: every call takes the time. One thread
-/// at a time.
+/// interleaves two of them. Pure: every call takes the time. One thread at a time.
 class BoardTransmitter
 {
 public:

@@ -4,7 +4,8 @@
 
 #include <unistd.h>
 
-/// An owned file descriptor, closed at the end of its life; -1 when there is none.
+/// An owned file descriptor, closed at the end of its life; -1 when there is none. One
+/// thread at a time.
 class FileDescriptor
 {
 public:

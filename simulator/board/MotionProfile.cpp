@@ -5,7 +5,7 @@
 
 namespace {
 
-// A braking distance that is a whole number stays one in spite of rounding.
+// Keeps a braking distance that is a whole number whole in spite of rounding.
 constexpr double kRounding_steps = 1e-6;
 
 double travelled(double speed, double acceleration, double time)
@@ -60,7 +60,7 @@ double MotionProfile::position_steps(double elapsed_s) const
         position += travelled(phase.speed_stepsPerS, phase.acceleration_stepsPerS2, time_s);
         left_s -= time_s;
     }
-    // Rounding never carries it past its ends.
+    // Rounding must not carry the position past its ends.
     return std::clamp(position, std::min(m_start, m_end), std::max(m_start, m_end));
 }
 

@@ -5,7 +5,8 @@
 #include "simulator/board/FileDescriptor.h"
 
 /// A serial line without a wire: a pseudo-terminal pair in raw mode. The far end is a device
-/// that a serial port class can open, close and open again; it stays alive meanwhile.
+/// that a serial port class can open, close and open again; it stays alive meanwhile. One thread
+/// at a time.
 class PseudoTerminal
 {
 public:

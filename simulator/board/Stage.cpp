@@ -93,8 +93,8 @@ double Stage::speed_stepsPerS(InstrumentTime time) const
     return m_motion.speed_stepsPerS(seconds(time - m_motionStart));
 }
 
-// The motor drags the carriage down at once, and up once the play is used up: positions are
-// counted from the home switch, which is approached downwards.
+// Downwards the motor moves the carriage at once, upwards only after the play is used up:
+// positions are counted from the home switch, which is approached downwards.
 double Stage::carriageAfter(double carriage_steps, const MotionProfile& motion, double elapsed_s) const
 {
     const double motor = motion.position_steps(elapsed_s);

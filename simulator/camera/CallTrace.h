@@ -28,29 +28,30 @@ struct TracedCall
     bool onOwnThread = true;
 };
 
-/// What a call is called: "open", "write", "VIDIOC_QBUF", "select", ...
+/// The name of a call: "open", "write", "VIDIOC_QBUF", "select", ... Any thread.
 std::string callName(const TracedCall& call);
 
-/// A call in one line: its name, and what it was made with.
+/// A call in one line: its name and its arguments. Any thread.
 std::string callLine(const TracedCall& call);
 
 /// The newest calls, oldest first; the oldest are forgotten beyond the limit. Any thread.
 class CallTrace
 {
 public:
-    /// Waits and pauses, of which there are many, are traced only if they are asked for.
+    /// limit: the calls that are kept. withWaits: whether waits and pauses, of which there are
+    /// many, are kept as well.
     CallTrace(std::size_t limit, bool withWaits) : m_limit(limit), m_withWaits(withWaits) {}
 
-    /// Remembers a call.
+    /// Adds a call.
     void add(TracedCall call);
     std::vector<TracedCall> calls() const;
     /// The calls of one kind only, oldest first.
     std::vector<TracedCall> calls(CallKind kind) const;
     void clear();
-    /// Has every call from now on told to a listener, on the thread that makes it.
+    /// Calls a listener for every later call, on the thread that makes the call.
     void setListener(std::function<void(const TracedCall&)> listener);
 
-    /// Remembers something that a program must not do, whether or not a driver lets it pass.
+    /// Adds a misuse: something that a program must not do, whether or not a driver allows it.
     void addMisuse(std::string misuse);
     std::vector<std::string> misuses() const;
 

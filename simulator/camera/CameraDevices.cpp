@@ -106,7 +106,7 @@ std::string requestDetails(unsigned long request, const void* argument)
     }
 }
 
-// How a call ends that has an effect, and one that is refused.
+// The end of a call that succeeds (0), or fails with an errno.
 CallEnd endWith(int error)
 {
     return {error == 0 ? 0 : -1, error};
@@ -202,7 +202,7 @@ int CameraDevices::fcntl(int fd, int command, int argument)
                    });
 }
 
-// How many bytes of a transfer get through; nothing, and the errno, where none does.
+// How many bytes of a transfer get through; nothing, and the errno, if the transfer fails.
 std::optional<std::size_t> CameraDevices::beginTransfer(int fd, std::size_t count, int& error)
 {
     Descriptor descriptor;
@@ -245,7 +245,7 @@ ssize_t CameraDevices::write(int fd, const void* buffer, std::size_t count)
         const std::optional<std::size_t> transferred = beginTransfer(fd, count, error);
         if (!transferred)
             return endWith(error);
-        // An address that has not arrived whole changes nothing.
+        // An incomplete address changes nothing.
         if (*transferred >= kRegisterAddressBytes) {
             const auto address = static_cast<std::uint16_t>(bytes[0] << 8U | bytes[1]);
             const std::lock_guard<std::mutex> lock(m_sensorMutex);
@@ -308,8 +308,8 @@ int CameraDevices::requestError(unsigned long request, void* argument)
     return error;
 }
 
-// Until the next frame, a change by another thread or the deadline, but never long: a fault
-// that is switched does not wake anybody.
+// Waits until the next frame, a change by another thread or the deadline, but never long: a
+// fault that is switched on or off wakes nobody.
 void CameraDevices::waitForChange(std::unique_lock<std::mutex>& lock, InstrumentTime deadline)
 {
     const InstrumentTime now = m_clock();
@@ -351,7 +351,7 @@ int CameraDevices::waitReadable(int fd, int timeout_ms)
             Descriptor descriptor;
             if (!findDescriptor(fd, descriptor))
                 return endWith(EBADF);
-            // What cannot be waited for is readable: the request that follows tells why.
+            // Without anything to wait for it is readable: the next request fails and says why.
             if (descriptor.device != Device::Video || descriptor.unplugged)
                 return {1, 0};
             const std::chrono::milliseconds timeout(timeout_ms);

@@ -35,8 +35,8 @@ using InstrumentClock = std::function<InstrumentTime()>;
 
 /// The camera in place of the machine's devices, "/dev/video0" and "/dev/i2c-1", with the
 /// pictures of whatever source it is given. Behaves as the kernel does: results, errno,
-/// ownership of buffers; but opened to block, the capture device answers EAGAIN all the same.
-/// Bus calls never wait while another thread has a picture drawn.
+/// ownership of buffers. One difference: a capture device that was opened to block answers
+/// EAGAIN as well. Bus calls do not wait for a picture that is being drawn. Any thread.
 class CameraDevices : public DeviceCalls
 {
 public:
@@ -52,8 +52,8 @@ public:
         std::uint64_t paused_us = 0;
     };
 
-    /// The source is asked by the thread that uses the capture device, and has to live as long.
-    /// Without a clock, frames are counted from the construction on.
+    /// The source is asked for pictures on the thread that uses the capture device, and outlives
+    /// the devices. Without a clock, frames are counted from the construction on.
     CameraDevices(const CameraDeviceParameters& parameters, FrameSource& source, InstrumentClock clock = {});
     ~CameraDevices() override;
 
@@ -70,20 +70,19 @@ public:
     void pause(unsigned int duration_us) override;
     void syncFileSystems() override;
 
-    /// Waits, in real time, until the program has taken in that many frames which it had not
-    /// been given yet; false when the time is up or nothing streams. Any thread but the
-    /// program's capture thread.
+    /// Waits, in real time, until the program has taken in that many frames beyond those already
+    /// delivered; false when the time is up or nothing streams. Not on the program's capture
+    /// thread, which it waits for.
     bool waitForFreshFrames(unsigned count, std::chrono::milliseconds timeout);
-    /// The same until Counters::framesReturned has come to a total.
+    /// The same until Counters::framesReturned has reached a total.
     bool waitForReturnedFrames(std::uint64_t total, std::chrono::milliseconds timeout);
 
-    /// Tells whoever waits for a frame that the clock was moved on, or that the source has
-    /// something to show. Any thread.
+    /// Wakes whoever waits for a frame: the clock was moved on, or the source has a new frame.
     void clockMoved();
-    /// Has the driver answer otherwise from the next request on. Any thread.
+    /// Changes how the driver answers from the next request on.
     void setCapture(const CaptureParameters& parameters);
 
-    /// The faults in force, and the calls so far. Any thread.
+    /// The faults in force, and the calls so far.
     CameraFaults& faults() { return m_faults; }
     CallTrace& trace() { return m_trace; }
     const CallTrace& trace() const { return m_trace; }
@@ -93,12 +92,12 @@ public:
     std::size_t openDescriptors(const std::string& path) const;
     std::size_t openMappings() const;
     bool isStreaming() const;
-    /// The sensor's settings, and one of its registers, at this moment. Any thread.
+    /// The sensor's settings, and one of its registers, at this moment.
     SensorSettings sensorSettings() const;
     std::uint8_t sensorRegister(std::uint16_t address) const;
 
 protected:
-    /// Keeps every picture from being drawn for as long as it is held.
+    /// While this lock is held, no picture is drawn.
     std::unique_lock<std::mutex> holdPictures() const { return std::unique_lock<std::mutex>(m_captureMutex); }
 
 private:

@@ -54,7 +54,7 @@ std::optional<int> callNumber(const std::string& text)
 std::vector<std::string> splitAtColons(const std::string& text)
 {
     std::vector<std::string> parts;
-    // With an end of its own, an empty last part counts as well.
+    // The colon that is added makes an empty last part count as well.
     std::istringstream stream(text + ':');
     for (std::string part; std::getline(stream, part, ':');)
         parts.push_back(part);
@@ -146,7 +146,7 @@ std::optional<CallEnd> CameraFaults::strikesCall(const std::string& call)
     return struckBy(CameraFault::CallFails, call);
 }
 
-// Every rule counts the call, so that two rules for one kind of call strike independently.
+// Every rule counts the call, so that two rules for one kind of call work independently.
 std::optional<CallEnd> CameraFaults::struckBy(CameraFault fault, const std::string& call)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);

@@ -12,7 +12,7 @@ namespace {
 constexpr std::int64_t kMicrosecondsPerSecond = 1000000;
 // Bytes that an oversized frame claims beyond its buffer.
 constexpr unsigned kOversize_bytes = 65536;
-// What a driver that is short of memory, or generous, grants at once.
+// Buffers that a driver short of memory grants, and a generous one.
 constexpr unsigned kFewerBuffers = 2;
 constexpr unsigned kMoreBuffers = 8;
 constexpr unsigned kBytesPerPixel = PictureMode::kBytesPerPixel;
@@ -92,7 +92,7 @@ int CaptureDevice::setFormat(v4l2_format& record)
 
 CaptureFormat CaptureDevice::formatFor(const PictureMode& mode) const
 {
-    // Two pixels share their colour.
+    // Two pixels share their colour, so the width is even.
     const int width = std::min(mode.width_px, m_parameters.mostColumns_px) / 2 * 2;
     const int height = std::min(mode.height_px, m_parameters.mostRows_px);
     return {&mode, static_cast<unsigned>(width), static_cast<unsigned>(height),
@@ -234,8 +234,8 @@ std::optional<InstrumentTime> CaptureDevice::nextFrameTime() const
     return endOfTick(m_ticks + 1);
 }
 
-// Frames end whether anybody asks or not: those that ended since the last call go, in their
-// order, into the buffers that were queued, and are lost once there is none.
+// Frames end whether or not anybody asks. Those that ended since the last call go, in order, into
+// the queued buffers; once no buffer is left they are lost.
 void CaptureDevice::advance(InstrumentTime now)
 {
     if (!m_streaming)

@@ -26,8 +26,8 @@ struct CaptureParameters
     /// change of format, as the kernel's own buffer handling does. A driver with a handling
     /// of its own may only look at the stream and the mappings.
     bool formatHeldByBuffers = true;
-    /// The largest picture that a format is granted; of a larger one only that part arrives.
-    /// An odd width is rounded down.
+    /// The largest picture that is granted; of a larger one only the upper left part of this size
+    /// is delivered. An odd width is rounded down.
     int mostColumns_px = 2592;
     int mostRows_px = 1944;
     /// Bytes behind the pixels of each row.
@@ -81,9 +81,9 @@ public:
     /// bytes is refused with EINVAL. It counts as mapped for as long as a copy is held.
     std::shared_ptr<FrameMemory> memoryAt(off_t offset, std::size_t length) const;
 
-    /// What the kernel does when the last descriptor is closed: stops and frees the buffers.
+    /// What the kernel does when the last descriptor is closed: stops, and frees the buffers.
     void release();
-    /// Has the driver answer otherwise from the next request on.
+    /// Changes how the driver answers from the next request on.
     void setParameters(const CaptureParameters& parameters) { m_parameters = parameters; }
 
     bool isStreaming() const { return m_streaming; }

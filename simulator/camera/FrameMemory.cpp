@@ -28,8 +28,8 @@ FrameMemory::~FrameMemory()
 
 void* FrameMemory::map(std::size_t length) const
 {
-    // The second mapping of shared pages takes the place of the first of those that are kept
-    // free; what remains of these catches an access behind its end.
+    // Reserves one page more than needed and maps the shared pages over the beginning: the page
+    // that is left catches an access behind the end.
     void* const place =
         ::mmap(nullptr, withGuard(length), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (place == MAP_FAILED)

@@ -4,8 +4,8 @@
 #include <cstdint>
 
 /// Memory of one driver buffer, shared by the device and whoever has it mapped: whole pages,
-/// zero at first, and only occupied once they are used. A mapping has an address of its own,
-/// which is good for nothing once it is unmapped, nor are the bytes behind its last page.
+/// zero at first, and only occupied once they are used. Each mapping has its own address; an
+/// access after unmapping, or behind the last page, ends the process. One thread at a time.
 class FrameMemory
 {
 public:
@@ -18,11 +18,11 @@ public:
     std::uint8_t* data() const { return m_data; }
     /// The bytes asked for; the memory goes on to the end of the last page.
     std::size_t bytes() const { return m_bytes; }
-    /// The first so many bytes at another address; nullptr when there is no room for them.
+    /// Maps the first `length` bytes at another address; nullptr when there is no room for them.
     void* map(std::size_t length) const;
-    /// Gives such an address up.
+    /// Undoes such a mapping.
     static void unmap(void* address, std::size_t length);
-    /// What a length takes in whole pages.
+    /// A length rounded up to whole pages.
     static std::size_t inWholePages(std::size_t bytes);
 
 private:

@@ -6,7 +6,7 @@ namespace {
 
 constexpr std::uint8_t kDarkLuma = 40;
 constexpr std::uint8_t kNoColour = 128;
-// Keeps the pictures' numbers from 0, and stripes from what is of one value.
+// Picture numbers: never 0, and different for stripes and for pictures of a single value.
 constexpr std::uint64_t kFirstPicture = 1;
 constexpr std::uint64_t kFirstStripes = 1000;
 

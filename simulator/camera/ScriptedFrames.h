@@ -7,8 +7,8 @@
 
 #include "simulator/optics/FrameSource.h"
 
-/// Pictures that somebody hands over one by one, or stripes of a contrast. Whoever changes
-/// them tells the devices that show them, by CameraDevices::clockMoved(). Any thread.
+/// Frames that a test queues one by one, or stripes of a given contrast. After a change, call
+/// CameraDevices::clockMoved() of the devices that show them. Any thread.
 class ScriptedFrames : public FrameSource
 {
 public:
@@ -19,11 +19,11 @@ public:
         FrameReport report{};
     };
 
-    /// Has one more frame shown.
+    /// Queues one more frame.
     void add(const Frame& frame);
-    /// Shows frames of the values 1 to 255 in turn whenever no other is there, or not any more.
+    /// on: shows frames of the values 1 to 255 in turn whenever none is queued.
     void showEndlessly(bool on);
-    /// Shows stripes of two pixels from now on, whose luma differs by so much (0 to 200).
+    /// Shows stripes two pixels wide from now on; contrast: their difference in luma, 0 to 200.
     void showStripes(int contrast);
 
     bool hasFrame() override;

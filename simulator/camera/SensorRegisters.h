@@ -13,7 +13,8 @@ struct SensorParameters
 
 /// The sensor's 16-bit register file: stores and returns any register, knows the few that
 /// matter. A software reset (bit 7 of 0x3008) clears itself and brings back the defaults;
-/// the chip id 0x300A/0x300B cannot be written. Not thread-safe.
+/// the chip id 0x300A/0x300B cannot be written. One thread at a
+/// time.
 class SensorRegisters
 {
 public:

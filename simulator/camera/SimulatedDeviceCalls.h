@@ -23,19 +23,20 @@ struct SimulatedScene
     PictureSource m_pictures;
 };
 
-/// The simulated camera: its devices, and a slide under the objective that they show.
+/// The simulated camera: its devices, and the slide under the objective that they show. Any
+/// thread.
 class SimulatedDeviceCalls : private SimulatedScene, public CameraDevices
 {
 public:
-    /// lightPath is asked by the thread that uses the capture device. Without a clock,
-    /// frames are counted from the construction on.
+    /// lightPath is asked on the thread that uses the capture device. Without a clock, frames
+    /// are counted from the construction on.
     SimulatedDeviceCalls(const SimulatedCameraParameters& parameters, LightPathSource lightPath,
                          InstrumentClock clock = {});
 
     /// Puts another slide under the objective, for the frames from now on.
     void changeSlide(const SlideParameters& parameters);
 
-    /// The truth, to judge results by. Any thread; the slide on the one that changes it, if any does.
+    /// The truth, to judge results by. The slide: one thread at a time, with changeSlide().
     const Slide& slide() const { return m_optics.slide(); }
     /// Red, green and blue, 0..255, of the clear field in this light, before noise.
     std::array<double, 3> fieldColour(const LightPath& light) const

@@ -65,7 +65,7 @@ QByteArray path(const QString& name)
     return QFile::encodeName(name);
 }
 
-// A file of the full size of a small disk, or what fits of it.
+// Writes as much of a small disk's full size as fits.
 void fill(const QString& directory)
 {
     QFile file(directory + QStringLiteral("/old pictures"));

@@ -63,8 +63,8 @@ public:
     /// condition cannot be made here; nothing is plugged in then.
     bool plug(const UsbDisk& disk = UsbDisk());
 
-    /// Pulls a disk without asking whether it is mounted or being written; false if there is
-    /// none. It stays in the mount table until it is unmounted, as on the real system.
+    /// Pulls a disk even if it is mounted or being written to; false if there is none. It stays in
+    /// the mount table until it is unmounted, as on the real system.
     bool pull(const QString& device = UsbDisk().device);
 
     /// Whether the disk of that device name is in.

@@ -6,7 +6,7 @@ namespace {
 
 using F = InstrumentFaults;
 
-/// A fault that is there or not.
+/// A fault without arguments.
 struct PlainFault
 {
     const char* name;
@@ -30,7 +30,7 @@ constexpr PlainFault kPlainFaults[] = {
      [](F& f) { f.disk = UsbDiskCondition::Pulled; }},
 };
 
-/// "name[:COMMAND[:N]]"; false where it is no fault of the line.
+/// Adds "name[:COMMAND[:N]]"; false where it is no fault of the line.
 bool addLineFault(InstrumentFaults& faults, const std::string& text)
 {
     const std::size_t first = text.find(':');

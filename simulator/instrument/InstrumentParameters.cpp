@@ -11,7 +11,7 @@ using P = InstrumentParameters;
 constexpr double kAnySteps = 1e6;
 constexpr double kAnyPlace_px = 2592;
 
-/// Texts for the values that are neither numbers nor words of their own.
+/// Texts for values that are not numbers.
 constexpr const char* kFromSeed = "from the seed";
 constexpr const char* kOn = "on";
 constexpr const char* kOff = "off";
@@ -180,7 +180,7 @@ struct ValueReader
     }
     bool operator()(std::string& value) const
     {
-        // The protocol's separators would break every answer that carries the text.
+        // The protocol's separators would break every answer that contains the text.
         if (text.find_first_of(",$\r\n") != std::string::npos)
             return false;
         value = text;

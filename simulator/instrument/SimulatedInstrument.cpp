@@ -14,12 +14,12 @@ namespace {
 
 constexpr const char* kSerialDevice = "/dev/ttyS2";
 
-// The first frame may have been exposed before the arrival. The wait stays below the five
-// seconds after which the program gives an answer up.
+// The first frame may have been exposed before the stage arrived. The wait stays below the five
+// seconds after which the program gives up waiting for an answer.
 constexpr unsigned kFreshFrames = 2;
 constexpr std::chrono::milliseconds kLongestWait(2000);
 
-// What no user may read, root included, is a directory.
+// A directory in the file's place cannot be read by anybody, root included.
 bool makeUnreadable(const QString& path)
 {
     return QFile::remove(path) && QDir().mkpath(path);
@@ -130,8 +130,8 @@ void SimulatedInstrument::changeCamera(const SimulatedCameraParameters& paramete
     SimulatedCameraParameters cameraParameters = parameters;
     cameraParameters.instantPauses = m_instant;
     LightPathSource lightPath = m_assembly.lightPath;
-    // What the picture shows is where the carriage stands and how the LED shines when the
-    // frame is taken off the sensor, which is now.
+    // The picture shows the carriage and the LED as they are when the frame is read from the
+    // sensor, which is now.
     if (!lightPath)
         lightPath = [this](InstrumentTime) {
             const BoardLight light = m_board->light();

@@ -22,13 +22,13 @@ struct InstrumentPlace
     QString settingsFolder; ///< the user's own settings files to start with; empty: none
 };
 
-/// What a test does otherwise than the instrument does it by itself.
+/// Parts that a test replaces by its own.
 struct InstrumentAssembly
 {
-    /// In place of a board of the instrument's own; outlives the instrument. The program's
-    /// controller keeps its port, so that only the first board of a process is reached.
+    /// A board that outlives the instrument, which makes none of its own then. The program's
+    /// controller keeps its port open, so only the first board of a process can be reached.
     BoardPort* sharedBoard = nullptr;
-    /// Runs when the files stand and nothing is powered; root: machine path for "/".
+    /// Runs when the files are made and nothing is powered yet; root: machine path for "/".
     std::function<void(const QString& root)> beforePowerOn;
     /// Where the carriage stands and how the LED shines for a frame; empty: as on the board now.
     LightPathSource lightPath;
@@ -83,8 +83,7 @@ public:
     /// Puts a slide of that kind under the microscope, made by the parameters' seed and values.
     void putSlide(SlideKind kind);
 
-    /// Takes the camera away and connects another one, which knows nothing of the first. The
-    /// program must have closed it.
+    /// Replaces the camera by a new one. The program must have closed the old one.
     void changeCamera(const SimulatedCameraParameters& parameters);
 
     /// The parts, for their faults and for more of the truth. Only of an instrument without error().

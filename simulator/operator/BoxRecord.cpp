@@ -95,7 +95,7 @@ bool pressButton(QDialog& dialog, const QString& caption)
     return false;
 }
 
-// Typed letters would bring up names to choose from, over the dialog.
+// Typing would open a list of matching names over the dialog.
 bool giveFileName(QDialog& dialog, const QString& name)
 {
     auto* edit = dialog.findChild<QLineEdit*>(QStringLiteral("fileNameEdit"));

@@ -25,10 +25,10 @@ struct SeenBox
     QStringList filters; ///< of such a dialog
 };
 
-/// What stands on a dialog that is open over a window. GUI thread.
+/// Reads what a dialog shows that is open over a window. GUI thread.
 SeenBox recordOf(const QDialog& dialog, const QWidget& window);
 
-/// The record as an object for a protocol or a file, and back from it.
+/// A record as a JSON object, and back from it. Any thread.
 QJsonObject boxToJson(const SeenBox& box);
 SeenBox boxFromJson(const QJsonObject& object);
 

@@ -62,7 +62,7 @@ void BoxWatcher::look()
         answer(*dialog);
 }
 
-// The record comes first: a press does not return before what it sets off has ended.
+// The record comes first: a press returns only after everything that it sets off has ended.
 void BoxWatcher::answer(QDialog& dialog)
 {
     SeenBox record = recordOf(dialog, m_window);

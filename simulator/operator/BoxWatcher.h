@@ -33,8 +33,7 @@ public:
     /// The next dialog that asks for a file's name is given this one; without one it is
     /// cancelled.
     void giveNextFileName(const QString& fileName) { m_fileNames.append(fileName); }
-    /// Forgets the announced boxes and names that have
-    /// not come up, and returns their number.
+    /// Forgets the announced boxes and names that have not come up, and returns their number.
     int forgetAwaited();
     /// From now on boxes stay open, and are not recorded.
     void stop() { m_timer.stop(); }

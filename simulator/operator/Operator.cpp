@@ -95,7 +95,7 @@ bool Operator::reach(const QString& name, QPoint& position)
         noteProblem(QStringLiteral("%1 cannot be seen").arg(name));
         return false;
     }
-    // A finger presses it all the same, and the window makes nothing of it.
+    // It is pressed nevertheless, as by a finger, and the window ignores that.
     if (!widget->isEnabled())
         noteProblem(QStringLiteral("%1 is disabled").arg(name));
     position = widget->mapTo(&m_window, pressPoint(*widget));
@@ -142,7 +142,7 @@ void Operator::releaseAt(const QPoint& position)
     QTest::lastMouseTimestamp += QTest::mouseDoubleClickInterval;
 }
 
-// The test library's own functions run the event loop after each event, asked or not.
+// The test library's own functions would run the event loop after each event.
 void Operator::sendMouse(QEvent::Type type, const QPoint& position)
 {
     const bool isUp = type == QEvent::MouseButtonRelease;
@@ -156,7 +156,7 @@ void Operator::sendMouse(QEvent::Type type, const QPoint& position)
         QCoreApplication::processEvents();
 }
 
-// Where somebody may be looking, the pointer goes to the place before it is pressed.
+// On a display that somebody may watch, the pointer goes to the place before it is pressed.
 void Operator::pointAt(const QPoint& position)
 {
     constexpr int kPointing_ms = 40;

@@ -45,7 +45,7 @@ public:
     void pressAt(const QPoint& position);
     void moveTo(const QPoint& position);
     void releaseAt(const QPoint& position);
-    /// Presses and releases a key, wherever the keyboard leads to.
+    /// Presses and releases a key; the widget with the keyboard focus gets it.
     void pressKey(Qt::Key key);
     /// Replaces the text of a line edit or a spin box, and usually ends with Return.
     bool type(const QString& name, const QString& text, bool endWithReturn = true);
@@ -69,8 +69,8 @@ public:
     bool windowIsEnabled() const;
     QString windowTitle() const;
 
-    /// Goes on with events until the condition holds; false when the time is up. A condition
-    /// that should hold is worth a word: `otherwise`, if not empty, is then noted as a problem.
+    /// Goes on with events until the condition holds; false when the time is up, and
+    /// `otherwise`, unless empty, is noted as a problem.
     bool waitUntil(const std::function<bool()>& condition, int timeout_ms, const QString& otherwise = {});
     void wait(int duration_ms);
     /// Waits until that many more live view frames have been painted.

@@ -21,7 +21,7 @@ public:
     NormalIntegral()
     {
         for (int i = 0; i <= kSteps; ++i) {
-            // An entry stands for the middle of its step, so that looking up can just cut off.
+            // An entry holds the value at the middle of its step, so that a look-up need not round.
             const double x = -kLimit + (i + 0.5) / kStepsPerUnit;
             m_values[static_cast<std::size_t>(i)] = static_cast<float>(0.5 * std::erfc(-x / std::sqrt(2.0)));
         }

@@ -24,7 +24,7 @@ int reductionFor(double sigma_px);
 /// Overlapping discs add up. Where every disc is strongly blurred, the plane is painted at
 /// 1/2, 1/4 or 1/8 of the size and interpolated, which the eye and the focus measure cannot
 /// tell from the full one. Works strip by strip in a few hundred kilobytes, so that no plane
-/// of the whole picture is needed and each strip stays in the cache.
+/// of the whole picture is needed and each strip stays in the cache. One thread at a time.
 class BlurredDiscs
 {
 public:

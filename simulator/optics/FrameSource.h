@@ -6,14 +6,14 @@
 #include "simulator/optics/Optics.h"
 #include "simulator/time/InstrumentTime.h"
 
-/// What a driver says of a frame, where that is not the truth.
+/// What the driver reports of a frame, where that is not the truth.
 struct FrameReport
 {
     std::optional<unsigned> bytesUsed;
     std::optional<unsigned> bufferIndex;
 };
 
-/// Where the capture device gets its pictures from.
+/// Where the capture device gets its pictures from. One thread at a time, that of the device.
 class FrameSource
 {
 public:

@@ -21,7 +21,7 @@ struct LightPath
     bool operator!=(const LightPath& other) const { return !(*this == other); }
 };
 
-/// Answers for the light path at an instrument time. Asked by the thread that waits for
-/// frames, while another changes stage and LED: any thread. The times never decrease, and lie
-/// at most a few frames in the past.
+/// Gives the light path at an instrument time. Any thread: it is asked on the one that waits
+/// for frames, while another moves the stage. The times never decrease, and lie at most a few
+/// frames in the past.
 using LightPathSource = std::function<LightPath(InstrumentTime)>;

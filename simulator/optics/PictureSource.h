@@ -12,8 +12,8 @@ struct PictureSourceParameters
     int frameDelay_frames = 0;
 };
 
-/// The camera's eye: looks at light path and sensor settings frame by frame, and tells the
-/// optics to draw anew only when one of them has changed. One thread at a time.
+/// The simulated camera's pictures: looks at light path and sensor settings for each frame, and
+/// has the optics draw again only when one of them has changed. One thread at a time.
 class PictureSource : public FrameSource
 {
 public:
@@ -25,7 +25,7 @@ public:
     std::uint64_t look(InstrumentTime time, const PictureMode& mode) override;
     void draw(std::uint8_t* yuyv) override;
 
-    /// Tells that the optics show something else from the next look on.
+    /// Makes the next look() begin a new picture: the optics have another slide.
     void sceneChanged() { m_sceneChanged = true; }
 
 private:

@@ -63,6 +63,7 @@ struct SlideParameters
 };
 
 /// What lies under the microscope: a seeded scene of discs that do not overlap, or a picture.
+/// Never changes but by assignment; any thread.
 class Slide
 {
 public:

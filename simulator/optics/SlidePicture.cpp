@@ -28,8 +28,8 @@ cv::Rect partInField(const cv::Size& picture)
     return {(picture.width - width) / 2, (picture.height - height) / 2, width, height};
 }
 
-// The decoders know what a file is by its content; the library's way from a file's name would
-// write to standard error where there is none.
+// Decodes from memory, where the format is known by the content: the library's own reading of a
+// file writes to standard error if the file is missing.
 cv::Mat decoded(const std::vector<std::uint8_t>& bytes)
 {
     return bytes.empty() ? cv::Mat() : cv::imdecode(bytes, cv::IMREAD_COLOR);
@@ -65,7 +65,7 @@ std::shared_ptr<const SlidePicture> SlidePicture::read(const std::string& file, 
             return std::shared_ptr<const SlidePicture>(new SlidePicture(std::move(rgb)));
         }
     } catch (const std::exception&) {
-        // A file too large for the memory, or one that the decoder refuses, is none to read.
+        // Too large for the memory, or refused by the decoder: told below like any other.
     }
     error = "The picture \"" + file + "\" cannot be read; PNG, TIFF and JPEG can.";
     return nullptr;

@@ -28,14 +28,14 @@ namespace {
 constexpr int kFailure = 1;
 // A run that does not end is stopped by its own watchdog long before.
 constexpr int kRunLimit_ms = 900000;
-// The longest that a handler of the window blocks, and the way out behind it.
+// The longest that a handler of the window blocks, and the time to leave after it.
 constexpr int kEndPatience_ms = 60000;
 
-/// What a used instrument has: before the user's own options, which win.
+/// A used instrument. The user's own options come after these and override them.
 const QStringList kUsedInstrument{"--parameter",       "noise=2",     "--parameter",
                                   "stage-backlash=40", "--parameter", "stage-vibration=25"};
 
-/// A run of this program, which ends with it, in whatever way it ends.
+/// A run of this program as a child process, which is ended whenever this process ends.
 class ChildRun : public QProcess
 {
 protected:
@@ -64,7 +64,7 @@ bool runSeed(const SimulatorOptions& options, std::uint32_t seed, Answers answer
                   arguments + kUsedInstrument + options.ofInstrument);
     if (program.state() != QProcess::NotRunning)
         untilItEnds.exec();
-    // A signal ends the loop before the run.
+    // A signal ended the loop, not the end of the run.
     if (program.state() != QProcess::NotRunning) {
         program.terminate();
         if (!program.waitForFinished(kEndPatience_ms)) {
@@ -129,7 +129,7 @@ private:
             return;
         const QString directory = m_folder.filePath(name);
         const bool good = runSeed(m_options, seed, answers, directory);
-        // What a run left that was ended is not what it would have found.
+        // An interrupted run has not found what it would have found.
         if (m_signalled.isReceived()) {
             std::printf("%s ended the repetition with seed %u\n", qPrintable(m_signalled.name()), seed);
             return;

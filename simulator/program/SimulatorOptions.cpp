@@ -19,7 +19,7 @@ const QString kSignalHelp =
                    "  USR1 plugs the disk of the first USB socket in, or pulls it; USR2 that of the second.\n"
                    "  The disks are those of --disk in order, and otherwise good ones.\n");
 
-/// Options of which a record tells what they led to.
+/// Options that the record lists by their effect instead.
 const QStringList kToldApart{"seed", "fault", "parameter"};
 
 using Apply = std::function<void(SimulatorOptions&, const QString& value)>;

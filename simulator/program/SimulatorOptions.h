@@ -34,7 +34,7 @@ struct SimulatorOptions
     QStringList given;         ///< all options but seed, faults and parameters, as they were given
     QStringList ofInstrument;  ///< the arguments that describe the instrument, without its seed
 
-    /// Only asks whether a window could be shown.
+    /// Only checks whether a window could be shown.
     bool screenCheck = false;
     /// A text that was asked for instead of a run.
     QString textToPrint;

@@ -37,7 +37,7 @@ public:
 
     /// Plugs in what belongs in from the start. What went wrong in a sentence, or empty.
     QString plugAtStart();
-    /// Obeys the signals, also those that came since holdSignals(). Needs the application.
+    /// Acts on the signals, including those that came since holdSignals(). Needs the application.
     void listen();
 
 private:

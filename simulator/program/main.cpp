@@ -48,9 +48,9 @@ int main(int argc, char* argv[])
     }
 
     UsbSockets::holdSignals();
-    // A desktop's own file dialog may lie outside this process, where no operator of ours reaches.
+    // A desktop's own file dialog may belong to another process, which the operator cannot reach.
     QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs, options.session);
-    // Without a screen it ends here, before the instrument has files that would stay behind.
+    // Without a screen the program ends here, before it makes files that would stay behind.
     const std::unique_ptr<QApplication> application =
         startApplication(kSimulatorProgram, argumentCount, argv);
     if (!application)

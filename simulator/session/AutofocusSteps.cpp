@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kSamples = 15;
 constexpr int kSampleDistance_steps = 640;
-// What the sweep promises: within one interval, with frames that may be a little old.
+// The sweep's accuracy: one interval, with frames that may be a little old.
 constexpr double kFocusTolerance_steps = kSampleDistance_steps;
 constexpr int kRun_ms = 60000;
 constexpr int kDisk_ms = 10000;
@@ -91,8 +91,8 @@ StepResult steps::autofocus(SessionContext& session)
 {
     session.user.click("BUTTON_RESOLUTION_1280");
     session.settle();
-    // A sample belongs to its place only if frames pass while the stage moves, and if the
-    // machine is not too busy to take them in.
+    // A sample is right only if frames of the new position arrive while the stage moves, and if
+    // the machine is not too busy to take them in.
     session.instrument.setRealTimeMotion(true);
     session.instrument.answerMovesWithFreshFrames(session.answersHeldBack);
     session.user.expectBox("OK");

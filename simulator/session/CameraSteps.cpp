@@ -7,13 +7,13 @@
 
 namespace {
 
-// The mean grey level that the trimmed picture is to have, and what an eye lets pass.
+// The mean grey level that the trimmed picture is to have, and the difference that nobody sees.
 constexpr double kStatedBrightness = 160.0;
 constexpr double kBrightnessTolerance = 2.0;
 constexpr double kDark = 12.0;
 constexpr int kDimLevel = 100;
 constexpr int kMostPresses = 60;
-// What one press of a coarse exposure button changes of the stated brightness, roughly.
+// Roughly the change of brightness by one press of a coarse exposure button.
 constexpr double kBrightnessPerPress = 0.45;
 constexpr int kMostPressesAtOnce = 20;
 constexpr int kColourPresses = 6;

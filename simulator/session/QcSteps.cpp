@@ -13,7 +13,7 @@ constexpr QSize kView(640, 480);
 // A finger meets a dot, but not its middle.
 constexpr QPoint kBesideTheDot(5, -4);
 constexpr QPoint kWideOfTheDot(0, 120);
-// A pixel that the cut to whole numbers may take, and half of one for the search in noise.
+// One pixel for the cut to whole numbers, and half of one for noise in the search.
 constexpr double kPointTolerance_px = 1.5;
 constexpr double kLengthTolerance_px = 1.5;
 constexpr double kIntensityTolerance = 3.0;
@@ -61,7 +61,7 @@ QPointF pointShown(SessionContext& session, const QString& edit)
     return isNumber[0] && isNumber[1] ? point : QPointF(kNotTaken, kNotTaken);
 }
 
-// A box instead of a result leaves what was shown before.
+// If a box comes up instead of a result, the old result is still shown.
 bool pressWithoutBox(SessionContext& session, const QString& button)
 {
     const int boxesBefore = session.user.boxes().size();
@@ -163,8 +163,8 @@ StepResult steps::measure(SessionContext& session)
     session.waitUntilEnabled(QStringLiteral("the window stays disabled after the measurement"));
     session.user.takePicture("measured");
     const double length_px = session.instrument.slide().targetDistance_px();
-    // The target's length is its pixels rounded to tenths of a millimetre: those that were
-    // found, as the true ones may lie on the other side of a rounding limit.
+    // The program rounds the length in pixels to tenths of a millimetre. The found pixels are
+    // rounded here too, as the true ones may lie on the other side of a rounding limit.
     const double length_mm = std::round(session.findings.foundLength_px / kPixelsPerMm * 10.0) / 10.0;
     const double magnificationTruth = magnification(length_px, length_mm);
     const double volumeTruth = volumeFactor(length_px, length_mm);

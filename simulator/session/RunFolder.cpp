@@ -32,7 +32,7 @@ QString makeRunFolder(const QString& outDirectory, const QDateTime& begun)
         return {};
     const QString time = begun.toString(QStringLiteral("yyyy-MM-dd_hhmmss"));
     QString name = time;
-    // Making it is what tells whether another run has taken the name.
+    // Only making the folder shows whether another run has taken the name.
     for (int run = 2; run <= kMostRunsASecond; ++run) {
         if (out.mkdir(name))
             return out.filePath(name);
@@ -50,7 +50,7 @@ bool linkToRun(const QString& outDirectory, const QString& name, const QString& 
     const QFileInfo there(out.filePath(name));
     if ((there.exists() || there.isSymLink()) && !leadsToARun(link))
         return false;
-    // By renaming, whoever looks always finds a link, the old one or the new one.
+    // Renaming replaces the link in one step: there is always one, the old or the new.
     const QByteArray made = link + '.' + QByteArray::number(QDateTime::currentMSecsSinceEpoch()) + '.' +
                             QByteArray::number(static_cast<qlonglong>(::getpid()));
     if (::symlink(QFile::encodeName(target).constData(), made.constData()) != 0)

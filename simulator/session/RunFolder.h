@@ -9,12 +9,12 @@
 /// has begun in the same second. Returns its path; empty if it cannot be made.
 QString makeRunFolder(const QString& outDirectory, const QDateTime& begun);
 
-/// Links a run's folder as "latest" and some of its files by their names into the directory for
-/// all runs. Returns the first file's path there, or in the folder where its name is taken by
-/// something that is not a run's; empty without files.
+/// Links a run's folder as "latest", and some of its files by their names, into the directory for
+/// all runs. Returns the first file's path: in that directory, or in the run's folder where the
+/// name is taken by something else. Empty without files.
 QString showResults(const QString& outDirectory, const QString& runFolder, const QStringList& files);
 
-/// Lets outDirectory/name lead to outDirectory/target, a run's folder or a file in it, as a
-/// symbolic link. What stands there already is replaced only if it is a link to a run: all else
-/// is somebody else's. False, and nothing has changed, where it is not replaced.
+/// Makes outDirectory/name a symbolic link to outDirectory/target, a run's folder or a file in
+/// it. Something that has the name already is replaced only if it is a link to a run, for
+/// anything else belongs to the user. False, and nothing has changed, where it is not replaced.
 bool linkToRun(const QString& outDirectory, const QString& name, const QString& target);

@@ -12,7 +12,7 @@
 
 #include "simulator/session/SessionRecord.h"
 
-// Of a static library no resource registers itself; the macro wants no namespace around it.
+// A static library's resources do not register themselves; the macro must not be in a namespace.
 static void registerTemplate()
 {
     Q_INIT_RESOURCE(SessionReport);
@@ -20,7 +20,7 @@ static void registerTemplate()
 
 namespace {
 
-// All pictures together, as they stand in the file; their base64 form is a third longer.
+// Of all pictures together in base64, which is a third longer than the pictures themselves.
 constexpr int kMostPictureBytes = 5'500'000;
 constexpr int kWidths_px[] = {800, 640, 480, 320};
 constexpr int kQuality = 74;
@@ -104,7 +104,7 @@ QString plainTable(const QJsonArray& items, const QStringList& members)
     return html + "</table>\n";
 }
 
-/// What is left for a reader without scripts: the run, and its steps or runs.
+/// What a reader without scripts sees: the run, and its steps or runs.
 QString plainTables(const QJsonObject& record)
 {
     QString html = QStringLiteral("<table>");
@@ -130,7 +130,7 @@ QString plainTables(const QJsonObject& record)
            plainTable(steps, {"name", "text", "seconds", "verdict", "seen", "truth", "problems"});
 }
 
-/// The page with what its places are to hold; what is filled in is not looked through again.
+/// The page with its placeholders filled in; what is filled in is not searched for placeholders.
 QByteArray filledTemplate(const QMap<QByteArray, QByteArray>& contents)
 {
     registerTemplate();

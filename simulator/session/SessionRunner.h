@@ -14,8 +14,8 @@
 #include "simulator/session/Watchdog.h"
 
 /// Makes the steps of a session one after the other, prints a line for each and keeps the
-/// reports. A step that does not end stops the process with status 1, without which the
-/// session could not end either. GUI thread, unless a function says otherwise.
+/// reports. If a step does not end, the process is stopped with status 1, for the session could
+/// not end either. GUI thread, unless a function says otherwise.
 class SessionRunner
 {
 public:
@@ -27,7 +27,7 @@ public:
     /// What is done on the watchdog's thread before it stops a process that hangs.
     void setLastWords(Watchdog::LastWords lastWords) { m_watchdog.setLastWords(std::move(lastWords)); }
 
-    /// Makes the steps that belong into the event loop.
+    /// Makes the steps that run inside the event loop.
     void runInEventLoop();
     /// Gives the program this long to leave its event loop and tear itself down.
     void expectEnd();

@@ -22,7 +22,7 @@ QStringList linesOf(const QByteArray& content)
     return lines;
 }
 
-// The longest common lines stay, by the usual table; settings files are short.
+// The longest common subsequence of lines, by the usual table; settings files are short.
 std::vector<DifferenceLine> compare(const QStringList& before, const QStringList& after)
 {
     const int rows = before.size();

@@ -33,7 +33,7 @@ bool boxAfter(SessionContext& session, const QString& button, const QString& tit
     return session.boxWas(title, text);
 }
 
-// Only what is expected may change; a value that stays counts where it is as expected.
+// Only expected values may change. An expected value that was there before is right as well.
 StepResult save(SessionContext& session, const QString& page, const Entries& expected)
 {
     session.user.openTab(page);
@@ -102,7 +102,7 @@ StepResult steps::saveQc(SessionContext& session)
 {
     Entries expected{{kMainFile + "ORLA-III/Serial", kSerial},
                      {kMainFile + "Cell counting/Skip frame", QString::number(kSkippedFrames)}};
-    // The shown texts are the values, with as many decimals or fewer than the file keeps.
+    // The window shows at most as many decimals as the file keeps.
     const double magnification = session.user.text("EDIT_MAGNIFICATION").toDouble();
     const double volume = session.user.text("EDIT_VOLUME_FACTOR").toDouble();
     if (magnification != 0.0 && volume != 0.0) {

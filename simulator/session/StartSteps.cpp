@@ -4,7 +4,7 @@
 
 namespace {
 
-// Until a window that has just come up is painted, with or without a camera.
+// Time for a new window to be painted, with or without a camera.
 constexpr int kFirstPaint_ms = 500;
 // What the label shows when the settings file has no version.
 const QString kVersionWithoutSettings = QStringLiteral("0.0.1");

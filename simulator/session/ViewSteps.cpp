@@ -14,7 +14,8 @@ constexpr double kDarkest = 30.0;
 constexpr double kBrightest = 250.0;
 constexpr double kLeastContrast = 2.0;
 constexpr double kLeastDifference = 0.5;
-// A busy machine paints fewer frames than the device delivers; so few would look stuck.
+// A busy machine paints fewer frames than the device delivers; below this part the view would
+// look stuck.
 constexpr double kLeastPartPainted = 0.2;
 
 bool isNavigatorColour(const QImage& view, int x, int y)

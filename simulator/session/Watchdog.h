@@ -8,7 +8,7 @@
 #include <thread>
 
 /// Ends the process when what it watches does not come to an end: a handler that never
-/// returns blocks the GUI thread, so that nothing on that thread could.
+/// returns blocks the GUI thread, so that nothing on that thread could. Any thread.
 class Watchdog
 {
 public:
@@ -20,12 +20,12 @@ public:
     Watchdog(const Watchdog&) = delete;
     Watchdog& operator=(const Watchdog&) = delete;
 
-    /// What is done, on the watchdog's thread, before the process is stopped; it is told what
-    /// did not end. Any thread.
+    /// Sets what is called, on the watchdog's thread, before the process is stopped, with the name
+    /// of what did not end.
     void setLastWords(LastWords lastWords);
-    /// Watches something new, instead of what it watched before. Any thread.
+    /// Watches something new, instead of what it watched before.
     void watch(const std::string& what, std::chrono::milliseconds limit);
-    /// Watches nothing. Any thread.
+    /// Watches nothing.
     void rest();
 
 private:

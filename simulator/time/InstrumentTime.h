@@ -6,8 +6,9 @@
 /// argument and never read a clock; only the shells around them do.
 using InstrumentTime = std::chrono::microseconds;
 
-/// A span of instrument time in seconds.
+/// A span of instrument time in seconds. Any thread.
 double seconds(InstrumentTime time);
 
 /// The instrument time of a span in seconds, rounded up: when it has passed, so has the span.
+/// Any thread.
 InstrumentTime spanOf(double span_s);

@@ -22,8 +22,8 @@ using ZeroedBytes = std::unique_ptr<uchar, FreeDeleter>;
 /// size zero bytes; null where there is no memory.
 ZeroedBytes allocateZeroed(std::size_t size);
 
-/// The four copies of captured frames, shared by one writing thread and any number of
-/// reading ones without a lock.
+/// The four copies of captured frames, shared without a lock: the capture thread writes them, any
+/// thread may read them.
 ///
 /// A slot is never read and written at the same time. The writer does not wait: it gives up a
 /// frame whose slot is being read. A reader waits for the copy of one frame at most.
@@ -87,8 +87,8 @@ public:
 private:
     struct Slot
     {
-        // Readers at work, or kBeingWritten. Changed by the writing thread and the reading
-        // ones; taking it is an acquire, giving it back a release, and that orders every
+        // Readers at work, or kBeingWritten. Changed by the capture thread and by the
+        // readers; taking it is an acquire, giving it back a release, and that orders every
         // access to the other members.
         std::atomic<int> state{0};
         ZeroedBytes bytes;
@@ -102,12 +102,12 @@ private:
     void copyRows(uchar* destination, const uchar* frame, std::size_t size_bytes) const;
 
     std::array<Slot, kCount> m_slots;
-    // Of the content that came last; of the writing thread, and of allocate() before it runs.
+    // Of the content that came last; of the capture thread, and of allocate() before it runs.
     std::uint64_t m_lastNumber = 0;
     Rows m_rows{};
-    // Written by the writing thread after the slot is complete, read by the reading ones.
+    // Written by the capture thread after the slot is complete, read by the readers.
     std::atomic<unsigned int> m_newest{0};
-    // Counted by the writing thread after the frame has become the newest, read by any: who
+    // Counted by the capture thread after the frame has become the newest, read by any: who
     // has seen a number finds that frame, or a newer one, in readNewest().
     std::atomic<std::uint64_t> m_framesWritten{0};
 };

@@ -18,7 +18,7 @@
 /// gets another owner, a flush to the disk that fails is ignored, and what a power cut leaves
 /// behind has a random name, so that no later save finds and removes it.
 ///
-/// Any thread, but one object per file at a time.
+/// One thread at a time, and one object for each file at a time.
 class FileReplacement
 {
 public:

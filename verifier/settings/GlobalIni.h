@@ -31,8 +31,8 @@ struct global_ini_t
     int Skip_frame; ///< 1..30, used by the instrument's cell counting
 };
 
-/// The one record, zero at process start, never freed. GUI thread only, hence no lock.
+/// The one record, zero at process start, never freed. GUI thread, hence no lock.
 extern global_ini_t g_global_ini;
 
-/// Address of g_global_ini. GUI thread only.
+/// Address of g_global_ini. GUI thread.
 global_ini_t* global_ini();

@@ -4,7 +4,7 @@
 #include <vector>
 
 /// One key at a time of an INI file, as the settings loader and saver use it. File names are
-/// fixed paths of the instrument; texts are UTF-8. GUI thread only. Nothing is thrown.
+/// fixed paths of the instrument; texts are UTF-8. GUI thread. Nothing is thrown.
 
 /// Reads a key. A value that stands in the file as a list ("a,b") comes back joined with
 /// ", " ("a, b"). Returns true and the text in value; or false and defaultValue if file,

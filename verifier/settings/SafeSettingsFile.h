@@ -11,7 +11,7 @@
 /// A settings file opened for a save through QSettings that either happens as a whole or
 /// not at all: the QSettings works on a scratch copy, which takes the file's place at
 /// commit() (FileReplacement). The bytes are those that QSettings writes in its INI format.
-/// GUI thread only.
+/// GUI thread.
 class SafeSettingsFile
 {
 public:

@@ -10,7 +10,7 @@
 /// A QSettings over a scratch copy of an INI file's content: QSettings turns old content and
 /// new values into the new content, and what becomes of that is somebody else's decision.
 /// Nothing but the scratch file is touched: it lies in memory, where there is such a folder.
-/// GUI thread only.
+/// GUI thread.
 class ScratchSettings
 {
 public:
