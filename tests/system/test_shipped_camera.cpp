@@ -124,7 +124,7 @@ private slots:
         QCOMPARE(entries("fd"), descriptors);
         QCOMPARE(entries("task"), threads);
         const int frames = program.scene().framesTaken;
-        QTRY_VERIFY(program.scene().framesTaken > frames + 5);
+        QTRY_VERIFY_WITH_TIMEOUT(program.scene().framesTaken > frames + 5, kPatience_ms);
         QCOMPARE(program.exit(), 0);
     }
 
@@ -133,7 +133,7 @@ private slots:
         ShippedProgram program;
         QVERIFY(program.start());
         program.chooseTab(1);
-        QTRY_VERIFY(isNear(program.picture().pixel(100, 100), kRed));
+        QTRY_VERIFY_WITH_TIMEOUT(isNear(program.picture().pixel(100, 100), kRed), kPatience_ms);
         QImage scaled = program.picture();
         QVERIFY(isNear(scaled.pixel(500, 100), kGreen));
         QVERIFY(isNear(scaled.pixel(100, 400), kBlue));
@@ -142,7 +142,7 @@ private slots:
 
         program.click("CHECK_SCALED_TO_FIT"); // 1:1, the frame's upper left quarter
         const QRgb yellow = qRgb(255, 255, 0);
-        QTRY_VERIFY(isNear(program.picture().pixel(600, 450), kRed));
+        QTRY_VERIFY_WITH_TIMEOUT(isNear(program.picture().pixel(600, 450), kRed), kPatience_ms);
         QImage whole = program.picture();
         QCOMPARE(whole.pixel(0, 0), yellow);
         QCOMPARE(whole.pixel(80, 20), yellow); // the navigator's right edge
@@ -158,7 +158,7 @@ private slots:
                 QVERIFY(isNear(program.picture().pixel(600, 450), kRed));
             }
         }
-        QTRY_VERIFY(isNear(program.picture().pixel(600, 450), kGrey));
+        QTRY_VERIFY_WITH_TIMEOUT(isNear(program.picture().pixel(600, 450), kGrey), kPatience_ms);
         for (int i = 0; i < 2; ++i) {
             program.mouse("press", 630, 470);
             program.mouse("move", 5, 5);
@@ -169,12 +169,12 @@ private slots:
 
         program.click("CHECK_CROSS_LINE");
         const QRgb red = qRgb(255, 0, 0);
-        QTRY_COMPARE(program.picture().pixel(320, 100), red);
+        QTRY_COMPARE_WITH_TIMEOUT(program.picture().pixel(320, 100), red, kPatience_ms);
         QCOMPARE(program.picture().pixel(100, 240), red);
         program.click("CHECK_SCALED_TO_FIT");
-        QTRY_VERIFY(isNear(program.picture().pixel(100, 100), kRed));
+        QTRY_VERIFY_WITH_TIMEOUT(isNear(program.picture().pixel(100, 100), kRed), kPatience_ms);
         program.click("CHECK_SCALED_TO_FIT"); // and 1:1 starts at the upper left again
-        QTRY_COMPARE(program.picture().pixel(40, 20), yellow);
+        QTRY_COMPARE_WITH_TIMEOUT(program.picture().pixel(40, 20), yellow, kPatience_ms);
         QCOMPARE(program.exit(), 0);
     }
 
@@ -185,13 +185,13 @@ private slots:
         QVERIFY(program.start());
         program.chooseTab(1);
         const int frames = program.scene().framesTaken;
-        QTRY_VERIFY(program.scene().framesTaken > frames + 2);
+        QTRY_VERIFY_WITH_TIMEOUT(program.scene().framesTaken > frames + 2, kPatience_ms);
         const SeenBox dialog = program.boxOf("BUTTON_CAPTURE");
         QCOMPARE(dialog.title, "Save image");
         QCOMPARE(dialog.text, "/mnt");
         QCOMPARE(dialog.filters, QStringList("TIFF image (*.tif)"));
         program.ask({{"do", "file"}, {"path", "/mnt/cells.tif"}, {"later", true}});
-        QTRY_VERIFY(!program.isBoxOpen());
+        QTRY_VERIFY_WITH_TIMEOUT(!program.isBoxOpen(), kPatience_ms);
         QVERIFY(program.waitEnabled(5000));
         QCOMPARE(QDir(program.file("mnt")).entryList(QDir::Files), QStringList("cells.tif.tif"));
         const QImage written = QImage::fromData(program.content("mnt/cells.tif.tif"));
@@ -328,7 +328,7 @@ private slots:
         QCOMPARE(program.text("BUTTON_QC_CAPTURE"), "Capture");
         QCOMPARE(enabled(), QList<bool>({false, false, false, false}));
         QVERIFY(program.look("CHECK_TARGET")["checked"].toBool());
-        QTRY_VERIFY(isNear(program.picture().pixel(100, 100), kRed));
+        QTRY_VERIFY_WITH_TIMEOUT(isNear(program.picture().pixel(100, 100), kRed), kPatience_ms);
         program.click("BUTTON_INTENSITY");
         const double expected = (qRed(kRed) + qRed(kGreen) + qRed(kBlue) + qRed(kGrey)) / 4.0;
         QVERIFY(std::abs(program.text("EDIT_INTENSITY_RED").toDouble() - expected) < 3);
