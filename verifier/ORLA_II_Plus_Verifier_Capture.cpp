@@ -2,8 +2,11 @@
 
 #include "ORLA_II_Plus_Verifier.h"
 
+#include <cerrno>
 #include <exception>
+#include <vector>
 
+#include <QBuffer>
 #include <QFileDialog>
 #include <QGuiApplication>
 #include <QImageWriter>
@@ -18,6 +21,7 @@
 #include "camera/OV5642Camera.h"
 #include "platform/DebugLog.h"
 #include "platform/DeviceCalls.h"
+#include "platform/DiskFile.h"
 #include "platform/InstrumentPath.h"
 #include "settings/GlobalIni.h"
 #include "ui_ORLA_II_Plus_Verifier.h"
@@ -53,9 +57,13 @@ void ORLA_II_Plus_Verifier::keyPressEvent(QKeyEvent* event)
 
     const QPixmap screen = QGuiApplication::primaryScreen()->grabWindow(0);
     const QString fileName = QString::asprintf(kScreenshotName, kDiskMountPoint, m_screenshotNumber);
-    QImageWriter writer(instrumentPath(fileName), "png");
-    if (!writer.write(screen.toImage())) {
-        logMessage(this, {Q_FUNC_INFO, "[Error]", fileName, writer.errorString()});
+    QBuffer picture;
+    QImageWriter writer(&picture, "png");
+    const bool encoded = writer.write(screen.toImage());
+    const QByteArray& bytes = picture.data();
+    if (!encoded || !disk_file::write(fileName, bytes.constData(), static_cast<std::size_t>(bytes.size()))) {
+        const QString reason = encoded ? qt_error_string(errno) : writer.errorString();
+        logMessage(this, {Q_FUNC_INFO, "[Error]", fileName, reason});
         QMessageBox::critical(this, kErrorTitle, QString("%1 saving failed !!!").arg(fileName),
                               QMessageBox::Ok);
         return;
@@ -88,7 +96,9 @@ void ORLA_II_Plus_Verifier::writeFrame(const QString& fileName)
                             static_cast<std::size_t>(m_frameWidth_px) * kRgbBytesPerPixel);
         cv::Mat bgr;
         cv::cvtColor(frame, bgr, cv::COLOR_RGB2BGR);
-        if (!cv::imwrite(QFile::encodeName(fileName).toStdString(), bgr))
+        std::vector<unsigned char> picture;
+        if (!cv::imencode(kCaptureEnding, bgr, picture) ||
+            !disk_file::write(fixedPathOf(fileName), picture.data(), picture.size()))
             logMessage(this, {Q_FUNC_INFO, "[Error]", fixedPathOf(fileName)});
     } catch (const std::exception& exception) {
         logMessage(this, {Q_FUNC_INFO, "[Error]", fixedPathOf(fileName), exception.what()});

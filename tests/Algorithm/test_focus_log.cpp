@@ -27,6 +27,8 @@ private slots:
     void framesAreReadBackPixelByPixel();
     void aSecondTableReplacesTheFirst();
     void whatCannotBeWrittenIsReportedAndThrowsNothing();
+    void aDisksLinksLeadNoLogElsewhere_data();
+    void aDisksLinksLeadNoLogElsewhere();
 
 private:
     QScopedPointer<QTemporaryDir> m_root;
@@ -137,6 +139,41 @@ void TestFocusLog::whatCannotBeWrittenIsReportedAndThrowsNothing()
     QVERIFY(!writeText(QStringLiteral("/full.csv"), QStringLiteral("x")));
     QVERIFY(QFile::link(QStringLiteral("/dev/full"), m_root->filePath(QStringLiteral("full.tiff"))));
     QVERIFY(!writeFrame(QStringLiteral("/full.tiff"), frame));
+}
+
+void TestFocusLog::aDisksLinksLeadNoLogElsewhere_data()
+{
+    QTest::addColumn<QString>("link");
+    QTest::addColumn<QString>("target");
+    const auto row = [](const char* name, const char* link, const char* target) {
+        QTest::newRow(name) << link << target;
+    };
+    row("file, in the place of the table", "/mnt/log/t.csv", "../../etc/theirs");
+    row("nothing, in the place of the table", "/mnt/log/t.csv", "../../etc/new");
+    row("file, in the place of a frame", "/mnt/log/f.tiff", "../../etc/theirs");
+    row("folder, in the place of the log's", "/mnt/log", "../etc");
+    row("folder, in the place of the first one", "/mnt/ORLA-II", "../etc");
+}
+
+void TestFocusLog::aDisksLinksLeadNoLogElsewhere()
+{
+    QFETCH(QString, link);
+    QFETCH(QString, target);
+    const QDir root(m_root->path());
+    const QDir etc(root.filePath("etc"));
+    QVERIFY(root.mkpath("etc") && root.mkpath("mnt/log"));
+    QVERIFY(writeText(QStringLiteral("/etc/theirs"), QStringLiteral("theirs")));
+    const QString path = instrumentPath(link);
+    QDir().rmdir(path);
+    QVERIFY(QFile::link(target, path));
+
+    createDirectory(QStringLiteral("/mnt/ORLA-II/Autofocus/20240309_070502/Step1"));
+    writeText(QStringLiteral("/mnt/log/t.csv"), QStringLiteral("ours"));
+    writeFrame(QStringLiteral("/mnt/log/f.tiff"), cv::Mat(8, 8, CV_8UC3, cv::Scalar(1, 2, 3)));
+    QCOMPARE(etc.entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList("theirs"));
+    QFile theirs(etc.filePath("theirs"));
+    QVERIFY(theirs.open(QIODevice::ReadOnly));
+    QCOMPARE(theirs.readAll(), QByteArray("theirs"));
 }
 
 QTEST_GUILESS_MAIN(TestFocusLog)

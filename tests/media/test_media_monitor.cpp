@@ -8,6 +8,7 @@
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <QDir>
@@ -17,6 +18,7 @@
 #include <QtTest>
 
 #include "media/MediaMonitor.h"
+#include "platform/DiskFile.h"
 #include "platform/InstrumentPath.h"
 #include "simulator/disk/UsbPort.h"
 #include "tests/support/FileBytes.h"
@@ -63,6 +65,7 @@ enum RealDisk {
     kAllWell,
     kNotMounted,
     kNotWritten,
+    kLedAstray,
     kNotUnmounted,
     kNoNamespace,
     kNoLoopDevice,
@@ -92,12 +95,22 @@ RealDisk useRealDisk(const QString& root)
 {
     if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
         return kNoNamespace;
+    // What a hostile stick may hold: links out of it, and nodes of the machine's devices.
+    const QString hostile = root + "/hostile";
+    for (const char* folder : {"/hostile", "/outside"})
+        if (!QDir().mkpath(root + folder))
+            return kNoFileSystem;
+    const QByteArray outside = QFile::encodeName(root + "/outside");
+    if (::symlink((outside + "/a").constData(), qPrintable(hostile + "/a.tif")) != 0 ||
+        ::symlink(outside.constData(), qPrintable(hostile + "/ORLA-II")) != 0 ||
+        ::mknod(qPrintable(hostile + "/null.tif"), S_IFCHR | 0666, makedev(1, 3)) != 0)
+        return kNoDeviceNode;
     const QString image = root + "/image";
     QFile file(image);
     if (!file.open(QIODevice::WriteOnly) || !file.resize(kImageSize_bytes))
         return kNoFileSystem;
     file.close();
-    if (QProcess::execute("mkfs.ext2", {"-q", "-F", image}) != 0)
+    if (QProcess::execute("mkfs.ext2", {"-q", "-F", "-d", hostile, image}) != 0)
         return kNoFileSystem;
     dev_t device = 0;
     if (loopDeviceOn(image, device) < 0)
@@ -116,6 +129,14 @@ RealDisk useRealDisk(const QString& root)
     if (!picture.open(QIODevice::WriteOnly) || picture.write("pixels") != 6)
         return kNotWritten;
     picture.close();
+    if (!QFileInfo(instrumentPath(QStringLiteral("/mnt/a.tif"))).isSymLink())
+        return kNoFileSystem;
+    if (disk_file::write("/mnt/a.tif", "x", 1) || disk_file::write("/mnt/null.tif", "x", 1) ||
+        disk_file::write("/mnt/ORLA-II/b", "x", 1) || disk_file::makeFolder("/mnt/ORLA-II/Autofocus") ||
+        !QDir(root + "/outside").isEmpty())
+        return kLedAstray;
+    if (!disk_file::makeFolder("/mnt/ours/Step1") || !disk_file::write("/mnt/ours/Step1/c.tif", "x", 1))
+        return kNotWritten;
     monitor.unmount("/dev/sda1");
     return monitor.searchUSB() || picture.exists() ? kNotUnmounted : kAllWell;
 }

@@ -1,6 +1,7 @@
 #include <memory>
 
 #include <QDir>
+#include <QTemporaryDir>
 #include <QtTest>
 
 #include <opencv2/imgcodecs.hpp>
@@ -249,6 +250,24 @@ private slots:
         QVERIFY(QDir(usb().filesOf()).mkdir("taken.tif"));
         capture("taken");
         expectFailedWrite("/mnt/taken.tif");
+    }
+
+    void aLinkOnTheDiskLeadsNoCaptureElsewhere()
+    {
+        QVERIFY(plugAndMount(*this));
+        QTemporaryDir elsewhere;
+        QFile theirs(elsewhere.filePath("theirs"));
+        QVERIFY(theirs.open(QIODevice::WriteOnly));
+        theirs.close();
+        const QDir disk(usb().filesOf());
+        QVERIFY(QFile::link(theirs.fileName(), disk.filePath("file.tif")));
+        QVERIFY(QFile::link(elsewhere.filePath("new"), disk.filePath("dangling.tif")));
+        capture("file");
+        expectFailedWrite("/mnt/file.tif");
+        capture("dangling");
+        expectFailedWrite("/mnt/dangling.tif");
+        QCOMPARE(QDir(elsewhere.path()).entryList(QDir::Files), QStringList("theirs"));
+        QCOMPARE(QFileInfo(theirs).size(), qint64(0));
     }
 
     void withoutACameraNoExceptionLeavesTheHandler()

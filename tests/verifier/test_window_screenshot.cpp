@@ -4,6 +4,7 @@
 #include <QGuiApplication>
 #include <QImageReader>
 #include <QScreen>
+#include <QTemporaryDir>
 #include <QTimer>
 #include <QtTest>
 
@@ -101,6 +102,18 @@ private slots:
         print();
         expectBox("ORLA-III", "/mnt/KorvexCap-0003.png saved !", QMessageBox::Information);
         QVERIFY(!QImage(name).isNull());
+    }
+
+    void aLinkOnTheDiskLeadsNoPictureElsewhere()
+    {
+        QVERIFY(plugAndMount(*this));
+        QTemporaryDir elsewhere;
+        const QString name = usb().filesOf() + "/KorvexCap-0004.png";
+        QVERIFY(QFile::link(elsewhere.filePath("theirs.png"), name));
+        print();
+        expectBox("Error", "/mnt/KorvexCap-0004.png saving failed !!!", QMessageBox::Critical);
+        QVERIFY(QDir(elsewhere.path()).isEmpty());
+        QVERIFY(QFile::remove(name));
     }
 
     void aDiskThatTakesNothingFails_data()

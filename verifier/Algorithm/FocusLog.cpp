@@ -1,14 +1,17 @@
 #include "Algorithm/FocusLog.h"
 
 #include <exception>
+#include <string>
+#include <vector>
 
-#include <QDir>
-#include <QFile>
+#include <QByteArray>
+#include <QFileInfo>
 #include <QTextStream>
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "platform/DiskFile.h"
 #include "platform/InstrumentPath.h"
 
 namespace focus_log {
@@ -60,7 +63,7 @@ QString scoreTable(const std::vector<AutoFocusingData_s>& samples, std::size_t b
 
 bool createDirectory(const QString& path)
 {
-    return QDir().mkpath(instrumentPath(path));
+    return disk_file::makeFolder(path);
 }
 
 bool writeFrame(const QString& path, const cv::Mat& rgbFrame)
@@ -68,7 +71,9 @@ bool writeFrame(const QString& path, const cv::Mat& rgbFrame)
     try {
         cv::Mat bgr;
         cv::cvtColor(rgbFrame, bgr, cv::COLOR_RGB2BGR);
-        return cv::imwrite(QFile::encodeName(instrumentPath(path)).toStdString(), bgr);
+        std::vector<unsigned char> picture;
+        const std::string ending = '.' + QFileInfo(path).suffix().toStdString();
+        return cv::imencode(ending, bgr, picture) && disk_file::write(path, picture.data(), picture.size());
     } catch (const std::exception&) {
         return false;
     }
@@ -76,11 +81,8 @@ bool writeFrame(const QString& path, const cv::Mat& rgbFrame)
 
 bool writeText(const QString& path, const QString& text)
 {
-    QFile file(instrumentPath(path));
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return false;
     const QByteArray bytes = text.toLocal8Bit();
-    return file.write(bytes) == bytes.size() && file.flush();
+    return disk_file::write(path, bytes.constData(), static_cast<std::size_t>(bytes.size()));
 }
 
 } // namespace focus_log
