@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <csignal>
 
+#include <QDir>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -32,6 +33,70 @@ private slots:
         QFile result(record);
         QVERIFY(result.open(QIODevice::ReadOnly));
         QCOMPARE(result.readAll(), QByteArray("<a b>\n<$HOME; x>\n<>\n<\"q\">\n"));
+    }
+
+    void whatWouldLeadItAstrayIsNotHandedOn_data()
+    {
+        QTest::addColumn<QByteArray>("name");
+        QTest::addColumn<QByteArray>("value");
+        for (const char* name : {"LD_PRELOAD",    "LD_LIBRARY_PATH", "LD_AUDIT",
+                                 "IFS",           "BASH_ENV",        "ENV",
+                                 "CDPATH",        "SHELLOPTS",       "PS4",
+                                 "GCONV_PATH",    "GLIBC_TUNABLES",  "LIBMOUNT_FSTAB",
+                                 "LIBMOUNT_MTAB", "BLKID_FILE",      "PERL5LIB",
+                                 "PYTHONPATH",    "RUBYOPT",         "NLSPATH",
+                                 "TMPDIR",        "MALLOC_TRACE",    "BASH_FUNC_mount%%"})
+            QTest::newRow(name) << QByteArray(name) << QByteArray();
+        QTest::newRow("a shell's function") << QByteArray("mount") << QByteArray("() { echo theirs; }");
+    }
+
+    void whatWouldLeadItAstrayIsNotHandedOn()
+    {
+        QFETCH(QByteArray, name);
+        QFETCH(QByteArray, value);
+        qputenv(name.constData(), value);
+        const QByteArrayList environment = environmentOfAChild();
+        qunsetenv(name.constData());
+        QVERIFY(!environment.isEmpty());
+        for (const QByteArray& variable : environment)
+            QVERIFY2(!variable.startsWith(name + '='), variable.constData());
+    }
+
+    void itFindsTheSystemsOwnProgramsOnly()
+    {
+        const QByteArray path = qgetenv("PATH");
+        qputenv("PATH", "/nowhere:" + path);
+        const QByteArrayList environment = environmentOfAChild();
+        qputenv("PATH", path);
+        const QByteArray own = "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+        QCOMPARE(environment.count(own), 1);
+    }
+
+    void languageAndHomeAreHandedOn()
+    {
+        const QByteArray home = qgetenv("HOME");
+        qputenv("HOME", "/a home");
+        qputenv("LANG", "C.UTF-8");
+        const QByteArrayList environment = environmentOfAChild();
+        qputenv("HOME", home);
+        QVERIFY(environment.contains("HOME=/a home"));
+        QVERIFY(environment.contains("LANG=C.UTF-8"));
+    }
+
+    // A stick's folder, say, from which somebody started this program.
+    void aNameIsNotLookedUpInTheFolderAtHand()
+    {
+        QTemporaryDir directory;
+        const QString record = directory.filePath("record");
+        QVERIFY(writeScript(directory.filePath("mount"), "#!/bin/sh\n: > \"$1\"\n"));
+        const QString before = QDir::currentPath();
+        const QByteArray path = qgetenv("PATH");
+        QVERIFY(QDir::setCurrent(directory.path()));
+        qputenv("PATH", "/nowhere");
+        runChildProcess("mount", {record});
+        qputenv("PATH", path);
+        QVERIFY(QDir::setCurrent(before));
+        QVERIFY(!QFile::exists(record));
     }
 
     void aSlowProgramIsWaitedFor()
@@ -69,6 +134,24 @@ private slots:
         const auto process = static_cast<pid_t>(file.readAll().trimmed().toInt());
         QVERIFY(process > 0);
         QVERIFY(::kill(process, 0) == -1 && errno == ESRCH);
+    }
+
+private:
+    static bool writeScript(const QString& path, const QByteArray& text)
+    {
+        QFile file(path);
+        return file.open(QIODevice::WriteOnly) && file.write(text) == text.size() &&
+               file.setPermissions(file.permissions() | QFile::ExeOwner);
+    }
+
+    // As the kernel handed it over, before a shell has had its say.
+    static QByteArrayList environmentOfAChild()
+    {
+        QTemporaryDir directory;
+        const QString record = directory.filePath("record");
+        runChildProcess("cp", {"/proc/self/environ", record});
+        QFile file(record);
+        return file.open(QIODevice::ReadOnly) ? file.readAll().split('\0') : QByteArrayList();
     }
 };
 
