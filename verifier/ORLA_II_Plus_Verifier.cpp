@@ -24,6 +24,7 @@
 #include "platform/InstrumentPath.h"
 #include "settings/GlobalIni.h"
 #include "settings/SettingsFiles.h"
+#include "settings/StoredObjects.h"
 #include "ui_ORLA_II_Plus_Verifier.h"
 
 namespace {
@@ -52,7 +53,7 @@ ORLA_II_Plus_Verifier::ORLA_II_Plus_Verifier(QWidget* parent)
     std::copy(kCalibrationRegisters.begin(), kCalibrationRegisters.end(), g_RegIdx);
 
     m_settingsFile = kMainSettingsFile;
-    QSettings settings(instrumentPath(m_settingsFile), QSettings::IniFormat);
+    QSettings settings(readableSettingsPath(m_settingsFile), QSettings::IniFormat);
     get_INI_value(settings);
     m_settingsState = 1;
 

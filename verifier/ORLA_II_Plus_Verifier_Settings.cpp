@@ -17,6 +17,7 @@
 #include "settings/MainSettings.h"
 #include "settings/SafeSettingsFile.h"
 #include "settings/StageFile.h"
+#include "settings/StoredObjects.h"
 #include "settings/UnreadFiles.h"
 #include "ui_ORLA_II_Plus_Verifier.h"
 
@@ -55,9 +56,10 @@ void ORLA_II_Plus_Verifier::get_INI_value(QSettings& settings)
         if (!noteLoad(fixedPath, loaded))
             logMessage(this, {signature, "[Error] not read:", fixedPath});
     };
-    note(fixedPathOf(settings.fileName()), settings);
+    const bool isMainFile = settings.fileName() == readableSettingsPath(m_settingsFile);
+    note(isMainFile ? m_settingsFile : fixedPathOf(settings.fileName()), settings);
     for (const char* file : {kCusCalibrationFile, kBfnCalibrationFile, kStageFile})
-        note(file, QSettings(instrumentPath(QString(file)), QSettings::NativeFormat));
+        note(file, QSettings(readableSettingsPath(file), QSettings::NativeFormat));
 }
 
 void ORLA_II_Plus_Verifier::apply_INI_value()

@@ -9,6 +9,7 @@
 #include "settings/FileReplacement.h"
 #include "settings/SaveFailure.h"
 #include "settings/ScratchSettings.h"
+#include "settings/StoredObjects.h"
 #include "settings/UnreadFiles.h"
 
 namespace {
@@ -49,10 +50,11 @@ bool ini_read(std::string section, std::string key, std::string defaultValue, st
               std::string fileName)
 {
     constexpr int kAttempts = 2; // one that could not open the file is not the file's answer
+    const QString path = readableSettingsPath(text(fileName));
     QString joined;
     bool answered = false;
     for (int attempt = 0; attempt < kAttempts && !answered; ++attempt) {
-        QSettings settings(instrumentPath(text(fileName)), QSettings::NativeFormat);
+        QSettings settings(path, QSettings::NativeFormat);
         settings.beginGroup(text(section));
         joined = settings.value(text(key)).toStringList().join(QStringLiteral(", "));
         settings.endGroup();
@@ -80,6 +82,8 @@ bool writeIniEntries(const std::vector<IniEntry>& entries, const std::string& fi
     QByteArray content;
     if (!file.begin() || !file.read(content))
         return saveFailed(fixedPath, file.reason());
+    if (holdsUnsafeObject(content))
+        return saveFailed(fixedPath, kUnsafeObjectReason);
 
     // All at once is one by one where a further reading finds what was written. It finds
     // something else where a "%20" at the edge of a text became a blank: QSettings drops that

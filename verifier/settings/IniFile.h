@@ -8,7 +8,8 @@
 
 /// Reads a key. A value that stands in the file as a list ("a,b") comes back joined with
 /// ", " ("a, b"). Returns true and the text in value; or false and defaultValue if file,
-/// section or key is missing or the value is empty.
+/// section or key is missing or the value is empty, or the file holds an object that is not in
+/// order (StoredObjects.h).
 bool ini_read(std::string section, std::string key, std::string defaultValue, std::string& value,
               std::string fileName);
 

@@ -2,6 +2,7 @@
 
 #include "platform/InstrumentPath.h"
 #include "settings/SaveFailure.h"
+#include "settings/StoredObjects.h"
 #include "settings/UnreadFiles.h"
 
 SafeSettingsFile::SafeSettingsFile(const QString& fixedPath)
@@ -9,6 +10,12 @@ SafeSettingsFile::SafeSettingsFile(const QString& fixedPath)
 {
     QByteArray content;
     m_ready = m_file.begin() && m_file.read(content);
+    m_reason = m_file.reason();
+    if (m_ready && holdsUnsafeObject(content)) {
+        m_ready = false;
+        m_reason = kUnsafeObjectReason;
+        content.clear();
+    }
     const auto makeScratch = [&] {
         m_scratch = std::make_unique<ScratchSettings>(m_ready ? m_file.scratchFile() : QString(), content,
                                                       QSettings::IniFormat);
@@ -23,7 +30,7 @@ SafeSettingsFile::SafeSettingsFile(const QString& fixedPath)
 bool SafeSettingsFile::commit()
 {
     if (!m_ready)
-        return saveFailed(m_fixedPath, m_file.reason());
+        return saveFailed(m_fixedPath, m_reason);
     if (isUnread(m_fixedPath))
         return saveFailed(m_fixedPath, kNotRead);
     QByteArray content;

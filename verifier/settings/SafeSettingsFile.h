@@ -29,6 +29,7 @@ public:
 private:
     QString m_fixedPath;
     FileReplacement m_file; ///< outlives m_scratch, which lives in its directory
+    QString m_reason;       ///< why there can be no save
     bool m_ready;           ///< the scratch directory exists and the old content was read
     std::unique_ptr<ScratchSettings> m_scratch;
 };

@@ -5,6 +5,7 @@
 
 #include "platform/InstrumentPath.h"
 #include "settings/FileReplacement.h"
+#include "settings/StoredObjects.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ bool isLoadedWhole(const QString& fixedPath, const QSettings& loaded)
         return true;
     QByteArray content;
     return FileReplacement(instrumentPath(fixedPath)).read(content) &&
-           (content.isEmpty() || !holdsKeys(content));
+           (content.isEmpty() || (!holdsUnsafeObject(content) && !holdsKeys(content)));
 }
 
 } // namespace

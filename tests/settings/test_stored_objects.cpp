@@ -1,0 +1,141 @@
+#include <QDir>
+#include <QtTest>
+
+#include "QuickDirectory.h"
+#include "platform/InstrumentPath.h"
+#include "settings/GlobalIni.h"
+#include "settings/IniFile.h"
+#include "settings/SafeSettingsFile.h"
+#include "settings/SettingsFiles.h"
+#include "settings/StageFile.h"
+#include "settings/StoredObjects.h"
+#include "support/LogRecorder.h"
+
+namespace {
+
+const QByteArray kList = "\\0\\0\\0\\t";
+// A list of lists of lists ..., deeper than any stack.
+const QByteArray kDeepLists = (kList + "\\0\\0\\0\\x1").repeated(300000);
+
+QByteArray valueOf(const QByteArray& bytes)
+{
+    return "[Z stage]\nother=@Variant(" + bytes + ")\nStep=5\n";
+}
+
+} // namespace
+
+/// Objects that QSettings would build from a settings file, whatever they cost.
+class TestStoredObjects : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        m_directory = std::make_unique<QuickDirectory>();
+        setInstrumentRoot(m_directory->path());
+        QVERIFY(QDir().mkpath(instrumentPath(QStringLiteral("/root/Orla2"))));
+    }
+    void cleanup() { setInstrumentRoot({}); }
+
+    void whatIsNotInOrderIsFound_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("list of four thousand millions") << valueOf(kList + "\\xff\\xff\\xff\\xff");
+        QTest::newRow("list of two thousand millions") << valueOf(kList + "\\x7f\\xff\\xff\\xff");
+        QTest::newRow("texts") << valueOf("\\0\\0\\0\\v\\x7f\\xff\\xff\\xff");
+        QTest::newRow("lists in lists") << valueOf(kDeepLists);
+        QTest::newRow("list in a map")
+            << valueOf("\\0\\0\\0\\b\\0\\0\\0\\x1\\0\\0\\0\\x2\\0k" + kList + "\\xff\\xff\\xff\\xff");
+        QTest::newRow("picture") << valueOf("\\0\\0\\0"
+                                            "F\\0\\0\\0\\x1");
+        QTest::newRow("list by its name")
+            << valueOf("\\0\\0\\0\\x7f\\0\\0\\0\\rQVariantList\\0\\xff\\xff\\xff\\xff");
+        QTest::newRow("as date") << QByteArray("v=@DateTime(" + kList + "\\0\\xff\\xff\\xff\\xff)\n");
+        QTest::newRow("escaped") << QByteArray("v=\\x40\\126ar\\x69\"ant\"(" + kList +
+                                               "\\xff\\xff\\xff\\xff)\n");
+        QTest::newRow("over two lines") << QByteArray("v=@Vari\\\nant(" + kList + "\\xff\\xff\\xff\\xff)\n");
+        QTest::newRow("in a list") << QByteArray("v=1, @Variant(" + kList + "\\xff\\xff\\xff\\xff)\n");
+    }
+
+    void whatIsNotInOrderIsFound()
+    {
+        QFETCH(QByteArray, content);
+        QVERIFY(holdsUnsafeObject(content));
+    }
+
+    // It is neither read, for the program would end, nor written: somebody else may need it.
+    void suchAFileIsLeftAlone_data() { whatIsNotInOrderIsFound_data(); }
+
+    void suchAFileIsLeftAlone()
+    {
+        QFETCH(QByteArray, content);
+        const QString path = instrumentPath(QString(kStageFile));
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QCOMPARE(file.write(content), qint64(content.size()));
+        file.close();
+        const LogRecorder log;
+
+        std::string value;
+        QVERIFY(!ini_read("Z stage", "Step", "256", value, kStageFile));
+        QCOMPARE(QString::fromStdString(value), QString("256"));
+        QVERIFY2(log.messages().join('\n').contains(kUnsafeObjectReason),
+                 qPrintable(log.messages().join('\n')));
+        global_ini_t record{};
+        loadStageFile(record);
+        QCOMPARE(record.Z_step, 256);
+        QVERIFY(!saveStageFile(record));
+        SafeSettingsFile settings(kStageFile);
+        settings.settings().setValue("a", 1);
+        QVERIFY(!settings.commit());
+        QVERIFY(log.messages().last().contains(kUnsafeObjectReason));
+        QCOMPARE(bytesOf(path), content);
+    }
+
+    void whatQSettingsWritesIsTaken()
+    {
+        const QString path = instrumentPath(QString(kStageFile));
+        {
+            QSettings settings(path, QSettings::IniFormat);
+            settings.setValue("float", 2.5F);
+            settings.setValue("list", QVariantList{1, "two", QVariantList{3.0, QByteArray("four")}});
+            settings.setValue("map", QVariantMap{{"a", 1}, {"b", QVariantMap{{"c", QStringList{"d", "e"}}}}});
+            settings.setValue("hash", QVariantHash{{"a", QPoint(1, 2)}});
+            settings.setValue("texts", QStringList{"a", "b,c", "@d"});
+            settings.setValue("bytes", QByteArray("\0\xff\"\\", 4));
+            settings.setValue("time", QDateTime(QDate(2024, 3, 9), QTime(7, 5), Qt::UTC));
+            settings.setValue("date", QDate(2024, 3, 9));
+            settings.setValue("letter", QChar('x'));
+            settings.setValue("long", Q_INT64_C(1) << 40);
+            settings.setValue("rect", QRectF(0.5, 1, 2, 3));
+            settings.setValue("nothing", QVariant());
+            settings.setValue("text", "@Variant(that is none)");
+            settings.setValue("Z stage/Step", "7");
+        }
+        QVERIFY(bytesOf(path).contains("@Variant(") && bytesOf(path).contains("@DateTime("));
+        QVERIFY(!holdsUnsafeObject(bytesOf(path)));
+        std::string value;
+        QVERIFY(ini_read("Z stage", "Step", "256", value, kStageFile));
+        QCOMPARE(QString::fromStdString(value), QString("7"));
+        QCOMPARE(readableSettingsPath(kStageFile), path);
+        QVERIFY(!holdsUnsafeObject(""));
+        QVERIFY(!holdsUnsafeObject("v=@Variant("));
+        QVERIFY(!holdsUnsafeObject("v=\\"));
+        // Nobody knows such types, so that nothing is built.
+        QVERIFY(!holdsUnsafeObject("v=@Variant( @\\x@)"));
+        QVERIFY(!holdsUnsafeObject(valueOf("\\0\\0\\0\\x7f\\0\\0\\0\\x4theirs\\0")));
+    }
+
+private:
+    static QByteArray bytesOf(const QString& path)
+    {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+
+    std::unique_ptr<QuickDirectory> m_directory;
+};
+
+QTEST_GUILESS_MAIN(TestStoredObjects)
+#include "test_stored_objects.moc"

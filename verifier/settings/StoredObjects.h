@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+/// QSettings keeps values that are no plain text as "@Variant(...)": bytes from which it builds
+/// whatever object of Qt's they name, as soon as any key of the section is read. A list whose
+/// length is not true then asks for more memory than there is, lists within lists use up the
+/// stack, and either ends the program.
+///
+/// True if an INI file's content holds such a value that is not in order, or of a kind that no
+/// settings need (a picture, say); QSettings must not see that content. Any thread.
+bool holdsUnsafeObject(const QByteArray& content);
+
+/// Machine path from which QSettings can read a settings file of that fixed path: the file's own,
+/// or, for a file with an unsafe object, that of none, so that every key has its default; the
+/// debug stream says so. GUI thread.
+QString readableSettingsPath(const QString& fixedPath);
+
+/// What a save says of a file that holds an unsafe object, and that it leaves alone.
+extern const char* const kUnsafeObjectReason;
