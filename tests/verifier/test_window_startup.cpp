@@ -1,12 +1,15 @@
 // Built twice: with the instrument in Zig mode and without it. The controller belongs to the
 // process, so one process sees one start-up.
 
+#include <unistd.h>
+
 #include <QApplication>
 #include <QDir>
 #include <QFile>
 #include <QLabel>
 #include <QMetaMethod>
 #include <QTabWidget>
+#include <QTemporaryFile>
 #include <QtTest>
 
 #include "Controller/Controller.h"
@@ -316,6 +319,46 @@ private slots:
         QCOMPARE(m_fixture->tree().passwordRuns().size(), 1);
         QCOMPARE(m_fixture->tree().passwordRuns().first().arguments, QStringList());
         expectPasswordBox();
+    }
+
+    // Neither what the script says, nor the serial number, which becomes the password.
+    void noLogHoldsThePassword()
+    {
+        const QString path = m_fixture->machinePath("/opt/ORLA3/bin/set_password.sh");
+        QFile script(path);
+        QVERIFY(script.open(QIODevice::ReadOnly));
+        const QByteArray before = script.readAll();
+        script.close();
+        QVERIFY(script.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        script.write("#!/bin/sh\necho OR3-07-31415\necho OR3-07-31415 >&2\n");
+        script.close();
+        m_fixture->setText("EDIT_SERIAL_MIDFIX", "07");
+        m_fixture->setText("EDIT_SERIAL_SUFFIX", "31415");
+        m_fixture->boxes().clear();
+        m_fixture->clearConsoles();
+
+        QTemporaryFile output;
+        QVERIFY(output.open());
+        QStringList log;
+        {
+            const LogRecorder recorder;
+            const int own = ::dup(STDERR_FILENO);
+            ::dup2(output.handle(), STDERR_FILENO);
+            m_fixture->click("BUTTON_PASSWORD");
+            ::dup2(own, STDERR_FILENO);
+            ::close(own);
+            log = recorder.messages();
+        }
+        QVERIFY(script.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        script.write(before);
+        QVERIFY(!log.isEmpty());
+        QCOMPARE(log.filter("31415"), QStringList());
+        QVERIFY(!m_fixture->messages().isEmpty());
+        QVERIFY(!m_fixture->messages().contains("31415"));
+        QVERIFY(!m_fixture->traffic().contains("31415"));
+        QVERIFY(output.seek(0));
+        QVERIFY(!output.readAll().contains("31415"));
+        QCOMPARE(m_fixture->boxes().texts().filter("31415"), QStringList());
     }
 
     void thePasswordButtonShowsThatItIsAtWorkAndKeepsPressesOut()
