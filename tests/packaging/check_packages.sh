@@ -31,7 +31,8 @@ holds() { # PACKAGE PATH
     dpkg-deb --fsys-tarfile "$1" | tar -t | grep -x "\./$2" >/dev/null || complain "$1 has no $2"
 }
 for path in bin/orla-verifier lib/systemd/system/orla-verifier.service share/man/man1/orla-verifier.1.gz \
-    share/doc/orla-verifier/manual.md share/doc/orla-verifier/install.md; do
+    share/doc/orla-verifier/manual.md share/doc/orla-verifier/install.md \
+    share/doc/orla-verifier/security.md; do
     holds "$verifier" "$prefix/$path"
 done
 for path in bin/orla-verifier-simulator share/man/man1/orla-verifier-simulator.1.gz \
