@@ -7,7 +7,8 @@ set(ORLA_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= take
 add_library(orla_options INTERFACE)
 target_compile_options(orla_options INTERFACE
     -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2
-    -Wduplicated-cond -Wlogical-op -Wnull-dereference -Wunused -Wvla)
+    -Wnull-dereference -Wunused -Wvla
+    $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond> $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op>)
 # Every operation is rounded on its own, also where the processor could fuse two of them.
 target_compile_options(orla_options INTERFACE -ffp-contract=off)
 # A note on 32-bit ARM at each container of the standard library, of compilers long gone.
@@ -31,7 +32,8 @@ endif()
 
 # OpenCV's and Qt's inline code trips this one under the sanitizers' instrumentation.
 if(ORLA_SANITIZE)
-    target_compile_options(orla_options INTERFACE -Wno-null-dereference -Wno-maybe-uninitialized
+    target_compile_options(orla_options INTERFACE -Wno-null-dereference
+        $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>
         -fsanitize=${ORLA_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     target_link_options(orla_options INTERFACE -fsanitize=${ORLA_SANITIZE})
 endif()
