@@ -317,6 +317,17 @@ int openNamed(const OpenFunction real, const char* path, int flags, int mode)
     return call.fails() ? -1 : named(real(path, flags, mode), name);
 }
 
+// A name in a folder that is open, as a whole path.
+std::string pathBelow(int folder, const char* name)
+{
+    if (folder == AT_FDCWD || name == nullptr || name[0] == '/')
+        return name == nullptr ? "" : name;
+    char path[512];
+    const std::string link = "/proc/self/fd/" + std::to_string(folder);
+    const long length = syscall(SYS_readlinkat, AT_FDCWD, link.c_str(), path, sizeof path);
+    return std::string(path, length > 0 ? static_cast<std::size_t>(length) : 0) + '/' + name;
+}
+
 std::FILE* openStream(std::FILE* (*real)(const char*, const char*), const char* path, const char* mode)
 {
     const std::string name = target(path);
@@ -395,6 +406,18 @@ int open64(const char* path, int flags, ...)
     va_end(arguments);
     static const auto real = next<OpenFunction>("open64");
     return openNamed(real, path, flags, mode);
+}
+
+int openat(int folder, const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const int mode = va_arg(arguments, int); // there or not: as the kernel, which ignores it
+    va_end(arguments);
+    static const auto real = next<int (*)(int, const char*, int, ...)>("openat");
+    const std::string name = target(pathBelow(folder, path).c_str());
+    const Call call("open", name);
+    return call.fails() ? -1 : named(real(folder, path, flags, mode), name);
 }
 
 FILE* fopen(const char* path, const char* mode)
