@@ -55,6 +55,7 @@ constexpr Board::CommandRow Board::kCommands[] = {
 Board::Board(const BoardParameters& parameters)
     : m_parameters(parameters),
       m_stage(parameters.stage),
+      m_chance(parameters.faultSeed),
       m_ledOn(parameters.ledOn),
       m_ledLevel(parameters.ledLevel)
 {
@@ -199,6 +200,10 @@ void Board::reply(const Request& request, const Outcome& outcome)
         replyLine(outcome.ok ? "OK" : "NG", request.line, outcome.value.value_or(request.line.argument));
     if (request.has(LineFault::Garbled))
         line = garbled(std::move(line));
+    if (request.has(LineFault::Noisy)) {
+        char& letter = line[static_cast<std::size_t>(drawnBelow(static_cast<int>(line.size())))];
+        letter = disturbed(letter);
+    }
     if (request.has(LineFault::Held)) {
         m_held.push_back(std::move(line));
         return;
@@ -221,10 +226,30 @@ std::vector<LineFault> Board::faultsFor(const std::string& command)
         if (!fault.rule.command.empty() && fault.rule.command != command)
             continue;
         ++fault.seen;
-        if (fault.rule.nth == 0 || fault.rule.nth == fault.seen)
+        const bool strikes = fault.rule.oneIn > 0 ? drawnBelow(fault.rule.oneIn) == 0
+                                                  : fault.rule.nth == 0 || fault.rule.nth == fault.seen;
+        if (strikes)
             faults.push_back(fault.rule.fault);
     }
     return faults;
+}
+
+// The generator's own numbers are the same everywhere, those of a distribution need not be.
+int Board::drawnBelow(int count)
+{
+    return static_cast<int>(m_chance() % static_cast<unsigned>(count));
+}
+
+// A digit that became another would be an answer like any other: the line has no checksum, and
+// nobody who asks once could tell.
+char Board::disturbed(char letter)
+{
+    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    char other = letter;
+    do
+        other = static_cast<char>(letter ^ 1 << drawnBelow(8));
+    while (isDigit(letter) && isDigit(other));
+    return other;
 }
 
 std::string Board::takeOutput(InstrumentTime now)

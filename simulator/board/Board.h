@@ -1,8 +1,10 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <deque>
 #include <optional>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,6 +30,7 @@ struct BoardParameters
     int diagnosisValue = 0;            ///< its result
     double lateAnswer_s = 3.0;         ///< delay of the fault "late"
     double trickledByte_s = 0.02;      ///< pause between bytes of the fault "trickled"
+    std::uint32_t faultSeed = 1;       ///< of the faults that strike at random
 };
 
 /// What the optics see of the board.
@@ -145,6 +148,8 @@ private:
     void advance(InstrumentTime now);
     Outcome carryOut(const Request& request, InstrumentTime now);
     void reply(const Request& request, const Outcome& outcome);
+    int drawnBelow(int count);
+    char disturbed(char letter);
     std::vector<LineFault> faultsFor(const std::string& command);
 
     // What the commands do; variant tells apart those that share a function.
@@ -171,6 +176,7 @@ private:
     std::optional<Job> m_stopping; // the STOP that brakes
     std::deque<Request> m_queue;
     std::vector<Fault> m_faults;
+    std::mt19937 m_chance;                              // of the faults that strike at random
     std::optional<std::deque<ScriptedAnswer>> m_script; // of a board that is told what to say
     std::vector<std::string> m_held;
     std::array<int, 4> m_amplitudes{};

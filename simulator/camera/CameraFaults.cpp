@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdio>
 #include <sstream>
+#include <string_view>
 
 #include <linux/i2c-dev.h>
 #include <linux/videodev2.h>
@@ -41,14 +42,19 @@ std::optional<Value> valueNamed(const Named<Value> (&table)[Size], const std::st
     return std::nullopt;
 }
 
-std::optional<int> callNumber(const std::string& text)
+// "N", or "1/N" for one of N at random, into a rule; false where it is neither.
+bool takeCallNumber(const std::string& text, CameraFaultRule& rule)
 {
+    constexpr std::string_view kOneIn = "1/";
+    const bool atRandom = text.compare(0, kOneIn.size(), kOneIn) == 0;
     int number = 0;
+    const char* begin = text.data() + (atRandom ? kOneIn.size() : 0);
     const char* end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, number);
+    const auto result = std::from_chars(begin, end, number);
     if (result.ec != std::errc() || result.ptr != end || number < 1)
-        return std::nullopt;
-    return number;
+        return false;
+    (atRandom ? rule.oneIn : rule.nthCall) = number;
+    return true;
 }
 
 std::vector<std::string> splitAtColons(const std::string& text)
@@ -75,12 +81,10 @@ std::optional<CameraFaultRule> requestRule(const std::vector<std::string>& parts
     if (parts.size() < 2 || parts.size() > 4)
         return std::nullopt;
     const std::optional<int> error = parts.size() > 2 ? valueNamed(kErrors, parts[2]) : EIO;
-    const std::optional<int> nthCall = parts.size() > 3 ? callNumber(parts[3]) : 0;
-    if (!valueNamed(kRequests, parts[1]) || !error || !nthCall)
+    if (!valueNamed(kRequests, parts[1]) || !error || (parts.size() > 3 && !takeCallNumber(parts[3], rule)))
         return std::nullopt;
     rule.call = parts[1];
     rule.error = *error;
-    rule.nthCall = *nthCall;
     return rule;
 }
 
@@ -93,10 +97,10 @@ std::optional<CameraFaultRule> ruleOf(const std::string& text)
     if (fault->fault == CameraFault::CallFails)
         return requestRule(parts);
     const bool countsCalls = fault->arguments[0] != '\0';
-    const std::optional<int> nthCall = parts.size() > 1 ? callNumber(parts[1]) : 0;
-    if (!nthCall || parts.size() > (countsCalls ? 2U : 1U))
+    CameraFaultRule rule{fault->fault};
+    if (parts.size() > (countsCalls ? 2U : 1U) || (parts.size() > 1 && !takeCallNumber(parts[1], rule)))
         return std::nullopt;
-    return CameraFaultRule{fault->fault, *nthCall};
+    return rule;
 }
 
 } // namespace
@@ -129,6 +133,12 @@ void CameraFaults::clear()
     m_rules.clear();
 }
 
+void CameraFaults::setSeed(std::uint32_t seed)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_chance.seed(seed);
+}
+
 bool CameraFaults::isOn(CameraFault fault) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -154,7 +164,10 @@ std::optional<CallEnd> CameraFaults::struckBy(CameraFault fault, const std::stri
     for (Counted& counted : m_rules) {
         if (counted.rule.fault == fault && counted.rule.call == call) {
             ++counted.calls;
-            if (counted.rule.nthCall == 0 || counted.rule.nthCall == counted.calls)
+            const bool strikes = counted.rule.oneIn > 0
+                                     ? m_chance() % static_cast<unsigned>(counted.rule.oneIn) == 0
+                                     : counted.rule.nthCall == 0 || counted.rule.nthCall == counted.calls;
+            if (strikes)
                 end = CallEnd{counted.rule.result, counted.rule.error};
         }
     }

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cerrno>
+#include <cstdint>
 #include <mutex>
 #include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -19,6 +21,7 @@ enum class CameraFault {
     OversizedFrames,
     MoreBuffers,
     FewerBuffers,
+    LostFrames,
     Unplugged
 };
 
@@ -45,6 +48,7 @@ inline constexpr CameraFaultText kCameraFaults[] = {
     {CameraFault::OversizedFrames, "oversized-frames", "", "frames claim more bytes than their buffer has"},
     {CameraFault::MoreBuffers, "more-buffers", "", "eight buffers are granted"},
     {CameraFault::FewerBuffers, "fewer-buffers", "", "two buffers are granted"},
+    {CameraFault::LostFrames, "lost-frames", "[:N]", "the N-th frame, or every one, never arrives"},
     {CameraFault::Unplugged, "unplugged", "", "the camera goes away: every call on it answers ENODEV"},
 };
 
@@ -59,6 +63,8 @@ struct CameraFaultRule
     std::string call{};
     int error = EIO;
     int result = -1;
+    /// Strikes one of so many calls, at random; 0: as nthCall says.
+    int oneIn = 0;
 };
 
 /// How a call ends: its result, and the errno, which matters only with the result -1.
@@ -75,11 +81,14 @@ public:
     /// Switches a fault on, beside those that are on already.
     void enable(const CameraFaultRule& rule);
     /// Switches a fault on by its command line form, "name", "name:N" or, for ioctls,
-    /// "ioctl:VIDIOC_QBUF[:EIO[:N]]"; false where that names no fault, request or errno.
+    /// "ioctl:VIDIOC_QBUF[:EIO[:N]]"; false where that names no fault, request or errno. In
+    /// place of N, "1/N" is one of N at random.
     bool enable(const std::string& text);
     /// Switches one fault, or all of them, off.
     void disable(CameraFault fault);
     void clear();
+    /// Chooses when those strike that strike at random.
+    void setSeed(std::uint32_t seed);
 
     /// Whether a lasting fault is on.
     bool isOn(CameraFault fault) const;
@@ -99,6 +108,7 @@ private:
 
     mutable std::mutex m_mutex;
     std::vector<Counted> m_rules;
+    std::mt19937 m_chance{1};
 };
 
 /// A request's name in the kernel's headers, such as "VIDIOC_QBUF"; its number in

@@ -42,8 +42,7 @@ void describeFormat(const CaptureFormat& format, v4l2_pix_format& pix)
 
 } // namespace
 
-CaptureDevice::CaptureDevice(const CaptureParameters& parameters, FrameSource& source,
-                             const CameraFaults& faults)
+CaptureDevice::CaptureDevice(const CaptureParameters& parameters, FrameSource& source, CameraFaults& faults)
     : m_parameters(parameters), m_source(source), m_faults(faults), m_format(formatFor(kPictureModes.front()))
 {
 }
@@ -243,6 +242,10 @@ void CaptureDevice::advance(InstrumentTime now)
     const std::int64_t latest = ticksAt(now);
     while (m_ticks < latest && !m_queued.empty() && !isStandingStill()) {
         ++m_ticks;
+        if (m_faults.strikes(CameraFault::LostFrames)) {
+            ++m_sequence;
+            continue;
+        }
         const unsigned index = m_queued.front();
         m_queued.pop_front();
         fill(m_buffers[index], endOfTick(m_ticks));

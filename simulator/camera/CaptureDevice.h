@@ -62,7 +62,7 @@ class CaptureDevice
 {
 public:
     /// The source and the faults, which are asked at every call, live as long as the device.
-    CaptureDevice(const CaptureParameters& parameters, FrameSource& source, const CameraFaults& faults);
+    CaptureDevice(const CaptureParameters& parameters, FrameSource& source, CameraFaults& faults);
 
     /// Answers one ioctl: 0, or the errno that it fails with. A dequeue with no finished
     /// frame is EAGAIN; waiting for one is up to the caller. argument is the request's
@@ -140,7 +140,7 @@ private:
 
     CaptureParameters m_parameters;
     FrameSource& m_source;
-    const CameraFaults& m_faults;
+    CameraFaults& m_faults;
     CaptureFormat m_format;
     /// The whole picture, where the format holds less or more than that.
     std::vector<std::uint8_t> m_picture;

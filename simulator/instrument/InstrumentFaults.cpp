@@ -6,6 +6,16 @@ namespace {
 
 using F = InstrumentFaults;
 
+/// All that comes with age, none of it so often that the instrument could not be used.
+void wearOut(F& faults)
+{
+    constexpr double kPlay_steps = 60.0;
+    constexpr const char* kFaults[] = {"late::1/20", "noisy::1/20", "lost-frames:1/20", "i2c-nack:1/1000"};
+    faults.stagePlay_steps = kPlay_steps;
+    for (const char* fault : kFaults)
+        addFault(faults, fault);
+}
+
 /// A fault without arguments.
 struct PlainFault
 {
@@ -28,7 +38,22 @@ constexpr PlainFault kPlainFaults[] = {
     {"read-only-disk", "a USB disk cannot be written", [](F& f) { f.disk = UsbDiskCondition::ReadOnly; }},
     {"pulled-disk", "a USB disk is pulled some seconds after it was plugged in",
      [](F& f) { f.disk = UsbDiskCondition::Pulled; }},
+    {"worn-out",
+     "play in the stage, and now and then a late or a disturbed answer, a lost frame, a register access "
+     "that is not acknowledged",
+     wearOut},
 };
+
+/// "N", or "1/N" for one of N at random.
+bool takeNumber(const std::string& text, LineFaultRule& rule)
+{
+    const bool atRandom = text.compare(0, 2, "1/") == 0;
+    const std::optional<int> number = parseInteger(text.substr(atRandom ? 2 : 0));
+    if (!number || *number < 1)
+        return false;
+    (atRandom ? rule.oneIn : rule.nth) = *number;
+    return true;
+}
 
 /// Adds "name[:COMMAND[:N]]"; false where it is no fault of the line.
 bool addLineFault(InstrumentFaults& faults, const std::string& text)
@@ -41,12 +66,8 @@ bool addLineFault(InstrumentFaults& faults, const std::string& text)
     if (first != std::string::npos) {
         const std::size_t second = text.find(':', first + 1);
         rule.command = text.substr(first + 1, second - first - 1);
-        if (second != std::string::npos) {
-            const std::optional<int> nth = parseInteger(text.substr(second + 1));
-            if (!nth || *nth < 1)
-                return false;
-            rule.nth = *nth;
-        }
+        if (second != std::string::npos && !takeNumber(text.substr(second + 1), rule))
+            return false;
     }
     faults.line.push_back(rule);
     return true;

@@ -19,6 +19,7 @@ struct InstrumentFaults
     bool unreadableSettingsFiles = false;
     bool noDisplayParameter = false;
     std::optional<UsbDiskCondition> disk; ///< what is wrong with every USB disk
+    double stagePlay_steps = 0.0;         ///< at least so much between motor and carriage
 };
 
 /// A fault's form on the command line and what it does.

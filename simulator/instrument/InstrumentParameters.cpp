@@ -241,6 +241,7 @@ void InstrumentParameters::setSeed(std::uint32_t seed)
 {
     camera.slide.seed = seed;
     camera.optics.seed = seed;
+    faultSeed = seed;
 }
 
 const std::vector<InstrumentParameter>& instrumentParameters()

@@ -20,8 +20,10 @@ struct InstrumentParameters
     bool zigMode = false;
     /// Motion, pauses and diagnosis take no time.
     bool instant = false;
+    /// Of the faults that strike at random.
+    std::uint32_t faultSeed = 1;
 
-    /// Chooses slide, focus and noise.
+    /// Chooses slide, focus, noise, and when faults strike that do so at random.
     void setSeed(std::uint32_t seed);
 };
 

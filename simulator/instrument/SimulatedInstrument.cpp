@@ -1,5 +1,6 @@
 #include "simulator/instrument/SimulatedInstrument.h"
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -39,6 +40,7 @@ SimulatedInstrument::SimulatedInstrument(const InstrumentParameters& parameters,
         return;
     m_callsBefore = installDeviceCalls(nullptr);
     changeCamera(parameters.camera);
+    m_camera->faults().setSeed(parameters.faultSeed);
     for (const std::string& fault : faults.camera)
         m_camera->faults().enable(fault);
     setInstrumentRoot(m_root);
@@ -102,7 +104,10 @@ bool SimulatedInstrument::createBoard(const InstrumentParameters& parameters, co
     m_board = m_assembly.sharedBoard;
     if (m_board != nullptr)
         return linkSharedBoard();
-    m_ownBoard = std::make_unique<BoardPort>(QFile::encodeName(m_root).toStdString(), parameters.board,
+    BoardParameters own = parameters.board;
+    own.faultSeed = parameters.faultSeed;
+    own.stage.backlash_steps = std::max(own.stage.backlash_steps, faults.stagePlay_steps);
+    m_ownBoard = std::make_unique<BoardPort>(QFile::encodeName(m_root).toStdString(), own,
                                              parameters.instant ? BoardPace::Instant : BoardPace::RealTime);
     m_board = m_ownBoard.get();
     m_board->withBoard([&](Board& board, InstrumentTime now) {

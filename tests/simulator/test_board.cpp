@@ -1,4 +1,7 @@
+#include <algorithm>
+#include <cctype>
 #include <set>
+#include <string>
 
 #include <QtTest>
 
@@ -331,6 +334,47 @@ private slots:
         QCOMPARE(m_board.light(kStart).ledOn, undone);
         m_board.clearFaults();
         QCOMPARE(answerTo("$,LED4,OFF,,\r\n", kStart + kForever), "$OK,LED4,OFF,,\r\n"s);
+    }
+
+    void noiseIsOneBitAndNeverMakesAnotherNumber()
+    {
+        const std::string plain = "$OK,STM1,GET_POS,12000,\r\n";
+        m_board.addFault({LineFault::Noisy, {}, 0});
+        std::set<std::size_t> places;
+        for (int i = 0; i < 1000; ++i) {
+            const std::string noisy = answerTo("$,STM1,GET_POS,,\r\n");
+            QCOMPARE(noisy.size(), plain.size());
+            int bits = 0;
+            for (std::size_t place = 0; place < plain.size(); ++place) {
+                const auto difference = static_cast<unsigned char>(noisy[place] ^ plain[place]);
+                bits += qPopulationCount(difference);
+                if (difference != 0)
+                    places.insert(place);
+                if (difference != 0 && std::isdigit(static_cast<unsigned char>(plain[place])) != 0)
+                    QVERIFY(std::isdigit(static_cast<unsigned char>(noisy[place])) == 0);
+            }
+            QCOMPARE(bits, 1);
+        }
+        QCOMPARE(places.size(), plain.size());
+    }
+
+    void aFaultAtRandomStrikesItsShareAndAlikeForASeed()
+    {
+        const auto answers = [this](std::uint32_t seed) {
+            BoardParameters parameters;
+            parameters.faultSeed = seed;
+            m_board = Board(parameters);
+            m_board.addFault({LineFault::Failure, "ON", 0, 10});
+            std::string results;
+            for (int i = 0; i < 1000; ++i)
+                results += answerTo("$,LED4,ON,,\r\n").substr(1, 1);
+            return results;
+        };
+        const std::string one = answers(1);
+        const auto struck = std::count(one.begin(), one.end(), 'N');
+        QVERIFY2(struck > 60 && struck < 140, qPrintable(QString::number(struck)));
+        QCOMPARE(answers(1), one);
+        QVERIFY(answers(2) != one);
     }
 
     void answersHeldBackComeInTheirOrderWhenTheyAreReleased()

@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <string>
+
 #include <QtTest>
 
 #include "simulator/camera/CallTrace.h"
@@ -22,6 +25,10 @@ private slots:
         QTest::newRow("too much") << QByteArray("ioctl:VIDIOC_QBUF:EBUSY:12:1") << false;
         QTest::newRow("no such request") << QByteArray("ioctl:VIDIOC_MAKE_TEA") << false;
         QTest::newRow("no such errno") << QByteArray("ioctl:VIDIOC_QBUF:ETEA") << false;
+        QTest::newRow("one of some") << QByteArray("mmap:1/20") << true;
+        QTest::newRow("request, one of some") << QByteArray("ioctl:VIDIOC_QBUF:EBUSY:1/20") << true;
+        QTest::newRow("one of none") << QByteArray("mmap:1/0") << false;
+        QTest::newRow("two of some") << QByteArray("mmap:2/20") << false;
         QTest::newRow("not a number") << QByteArray("mmap:x") << false;
         QTest::newRow("0th call") << QByteArray("mmap:0") << false;
         QTest::newRow("number and more") << QByteArray("mmap:2x") << false;
@@ -43,6 +50,24 @@ private slots:
         faults.clear();
         for (const CameraFaultText& fault : kCameraFaults)
             QVERIFY(!faults.isOn(fault.fault));
+    }
+
+    void aFaultAtRandomStrikesItsShareAndAlikeForASeed()
+    {
+        const auto strikes = [](std::uint32_t seed) {
+            CameraFaults faults;
+            faults.setSeed(seed);
+            faults.enable("i2c-nack:1/10");
+            std::string struck;
+            for (int i = 0; i < 1000; ++i)
+                struck += faults.strikes(CameraFault::BusNack) ? 'x' : '.';
+            return struck;
+        };
+        const std::string one = strikes(1);
+        const auto struck = std::count(one.begin(), one.end(), 'x');
+        QVERIFY2(struck > 60 && struck < 140, qPrintable(QString::number(struck)));
+        QCOMPARE(strikes(1), one);
+        QVERIFY(strikes(2) != one);
     }
 
     void theTraceForgetsTheOldest()

@@ -392,6 +392,19 @@ private slots:
         QVERIFY(buffer.bytesused > buffer.length);
     }
 
+    void aLostFrameIsMissingInTheCount()
+    {
+        CaptureFixture<> capture;
+        capture.start();
+        QVERIFY(capture.faults.enable("lost-frames:2"));
+        v4l2_buffer buffer{};
+        QCOMPARE(capture.dequeueAt(34, buffer), 0);
+        QCOMPARE(buffer.sequence, 0U);
+        QCOMPARE(capture.dequeueAt(67, buffer), EAGAIN);
+        QCOMPARE(capture.dequeueAt(100, buffer), 0);
+        QCOMPARE(buffer.sequence, 2U);
+    }
+
     void aStalledStreamDeliversNothingUntilItGoesOn()
     {
         CaptureFixture<> capture;

@@ -164,7 +164,7 @@ private slots:
         const ProgramRun run({"--faults"}, 20000);
         QCOMPARE(run.exitStatus, 0);
         for (const char* expected :
-             {"no-serial", "no-power", "no-settings", "garbled", "no-camera", "i2c-short"})
+             {"no-serial", "no-power", "no-settings", "garbled", "no-camera", "i2c-short", "worn-out"})
             QVERIFY2(run.output.contains(QRegularExpression(QString("  %1\\S* +\\S+").arg(expected))),
                      expected);
         QVERIFY(!run.output.contains("stage-maximum"));

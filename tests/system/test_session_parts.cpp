@@ -434,9 +434,18 @@ private slots:
         QCOMPARE(faults.line[0].command, std::string("MVP"));
         QCOMPARE(faults.line[0].nth, 3);
         QVERIFY(!addFault(faults, "late:MVP:0").empty());
+        QVERIFY(!addFault(faults, "late:MVP:1/0").empty());
+        QCOMPARE(addFault(faults, "late::1/20"), std::string());
+        QCOMPARE(faults.line.back().nth, 0);
+        QCOMPARE(faults.line.back().oneIn, 20);
+        InstrumentFaults worn;
+        QCOMPARE(addFault(worn, "worn-out"), std::string());
+        QVERIFY(worn.stagePlay_steps > 0.0);
+        QCOMPARE(worn.line.size(), std::size_t(2));
+        QCOMPARE(worn.camera.size(), std::size_t(2));
         QVERIFY(!addFault(faults, "no-power:1").empty());
         QVERIFY(!addFault(faults, "").empty());
-        QCOMPARE(faults.line.size(), std::size_t(1));
+        QCOMPARE(faults.line.size(), std::size_t(2));
         QVERIFY(!faults.noBoardPower);
     }
 
