@@ -12,6 +12,8 @@ QString cameraLine(const InstrumentCondition& condition)
         return "Camera was unplugged. Plug it in, then press a resolution.";
     if (!condition.sensorAnswers)
         return "Image sensor does not answer: its settings are neither read nor changed.";
+    if (!condition.sensorSettingsInForce)
+        return "Image sensor missed a setting: what is shown may not be in force. Set it again.";
     if (condition.framesOverdue)
         return "No picture from the camera for 3 seconds. Press a resolution to restart it.";
     return {};
@@ -27,6 +29,9 @@ QStringList noticeLines(const InstrumentCondition& condition)
         lines += "No 5M picture to measure. Press Live, then Capture again.";
     if (!condition.boardAnswers)
         lines += "Controller board does not answer: LED and stage do not react. Check its cable.";
+    else if (!condition.boardDoubts.isEmpty())
+        lines += QString("An answer of the board was unclear. Ask or set again: %1.")
+                     .arg(condition.boardDoubts.join(", "));
     lines.removeAll(QString());
     return lines;
 }

@@ -11,7 +11,9 @@ struct InstrumentCondition
     bool cameraGone = false;   ///< unplugged since it was opened
     bool framesOverdue = false;
     bool sensorAnswers = true;
+    bool sensorSettingsInForce = true; ///< as far as the last access to each of them tells
     bool boardAnswers = true;
+    QStringList boardDoubts;           ///< what is shown of the board and may be wrong, in words
     bool fullSizeFrameMissing = false; ///< a frame was to be frozen for QC, and there was none
 };
 

@@ -238,6 +238,7 @@ private:
     // ORLA_II_Plus_Verifier_Notice.cpp: what the instrument is missing
 private slots:
     void refreshNotice();
+    QStringList boardDoubts() const;
 
 private:
     void createNotice();
@@ -359,6 +360,9 @@ private:
 
     alg_Autofocus* m_autofocus = nullptr;
     int m_autofocusProgress = 0;
+    // Of the run under way or the last one: whether the board confirmed all of it.
+    int m_unconfirmedBefore = 0;
+    bool m_focusDoubtful = false;
     std::array<std::vector<AutoFocusingData_t>, kReviewSteps> m_reviewSamples;
     std::array<int, kReviewSteps> m_reviewBestIndex{};
 

@@ -9,6 +9,7 @@
 #include <QPainter>
 
 #include "Algorithm/alg_Autofocus.h"
+#include "Controller/Controller.h"
 #include "FocusGraph.h"
 #include "WindowStyle.h"
 #include "platform/DebugLog.h"
@@ -35,6 +36,8 @@ void ORLA_II_Plus_Verifier::on_BUTTON_AUTOFOCUS_clicked()
     m_autofocus =
         new alg_Autofocus(this, m_camera, centre_steps, m_frameWidth_px, m_frameHeight_px, saveImages);
     connectAutofocus();
+    m_focusDoubtful = false;
+    m_unconfirmedBefore = Controller::getInstance()->unconfirmedStageCommands();
     m_autofocusProgress = 0;
     m_form->PROGRESS_AUTOFOCUS->setValue(0);
     for (auto& samples : m_reviewSamples)
@@ -112,6 +115,8 @@ void ORLA_II_Plus_Verifier::slot_endAutoFocusing(int position_steps)
         m_autofocus->deleteLater();
         m_autofocus = nullptr;
     }
+    m_focusDoubtful = Controller::getInstance()->unconfirmedStageCommands() != m_unconfirmedBefore;
+    refreshNotice();
     enableRunControls(true);
     QMessageBox::information(this, kMessageTitle, "Finish AutoFocus !", QMessageBox::Ok);
 }

@@ -21,6 +21,25 @@ void ORLA_II_Plus_Verifier::createNotice()
     refreshNotice();
 }
 
+/// What is shown of the board without its word for it. The best focus of a sweep in which a
+/// move was not confirmed stays in doubt until the next run.
+QStringList ORLA_II_Plus_Verifier::boardDoubts() const
+{
+    const BoardDoubts& doubts = Controller::getInstance()->doubts();
+    QStringList words;
+    if (doubts.position)
+        words += "Z position";
+    if (doubts.diagnosis)
+        words += "diagnosis";
+    if (doubts.ledLevel)
+        words += "LED level";
+    if (doubts.ledSwitch)
+        words += "LED";
+    if (m_focusDoubtful)
+        words += "best focus";
+    return words;
+}
+
 void ORLA_II_Plus_Verifier::refreshNotice()
 {
     // The constructor opens the camera before it makes the notice.
@@ -35,7 +54,9 @@ void ORLA_II_Plus_Verifier::refreshNotice()
     condition.framesOverdue =
         m_frameWatch.isOverdue(framesExpected, m_camera->framesCaptured(), m_noticeClock.elapsed());
     condition.sensorAnswers = m_camera->sensorAnswers();
+    condition.sensorSettingsInForce = m_camera->settingsInForce();
     condition.boardAnswers = Controller::getInstance()->answers();
+    condition.boardDoubts = boardDoubts();
     condition.fullSizeFrameMissing = m_fullSizeFrameMissing;
     m_notice->showLines(noticeLines(condition));
 }

@@ -95,6 +95,41 @@ private slots:
         QCOMPARE(camera.machine.openDescriptors(ScriptedCamera::kBus), std::size_t(0));
     }
 
+    void aSettingThatWasNotWrittenIsKnownUntilItIsWrittenOrRead_data()
+    {
+        QTest::addColumn<bool>("written");
+        QTest::newRow("written again") << true;
+        QTest::newRow("read") << false;
+    }
+
+    void aSettingThatWasNotWrittenIsKnownUntilItIsWrittenOrRead()
+    {
+        QFETCH(bool, written);
+        ScriptedCamera machine;
+        OV5642Camera camera;
+        QVERIFY(camera.settingsInForce());
+        machine.failCall("write", 1, -1);
+        QVERIFY(!camera.set(0x3501, 0x1E));
+        QVERIFY(!camera.settingsInForce());
+        // Another register's success is no news of this one, and a failed reading none at all.
+        QVERIFY(camera.set(0x3502, 0x1E));
+        QVERIFY(camera.sensorAnswers());
+        quint16 value = 0;
+        machine.failCall("read", 1, -1);
+        QVERIFY(!camera.get(0x3501, value));
+        QVERIFY(!camera.settingsInForce());
+        QVERIFY(written ? camera.set(0x3501, 0x1E) : camera.get(0x3501, value));
+        QVERIFY(camera.settingsInForce());
+        // What is shown after a failed reading is what was written last.
+        machine.failCall("read", 1, -1);
+        QVERIFY(!camera.get(0x3501, value));
+        QVERIFY(camera.settingsInForce());
+        // A register that nothing shows does not count.
+        machine.failCall("write", 1, -1);
+        QVERIFY(!camera.set(0x3804, 0x02));
+        QVERIFY(camera.settingsInForce());
+    }
+
     void aFailedReadGoesThroughAllItsStepsAndYieldsTheCachedByte_data()
     {
         QTest::addColumn<QString>("call");

@@ -13,6 +13,10 @@ const Change kGone = [](InstrumentCondition& c) { c.cameraGone = true; };
 const Change kSilentSensor = [](InstrumentCondition& c) { c.sensorAnswers = false; };
 const Change kNoFrames = [](InstrumentCondition& c) { c.framesOverdue = true; };
 const Change kNo5M = [](InstrumentCondition& c) { c.fullSizeFrameMissing = true; };
+const Change kMissedSetting = [](InstrumentCondition& c) { c.sensorSettingsInForce = false; };
+const Change kUnclearAnswers = [](InstrumentCondition& c) {
+    c.boardDoubts = QStringList{"Z position", "LED"};
+};
 const Change kSilentBoard = [](InstrumentCondition& c) { c.boardAnswers = false; };
 
 constexpr const char* kOpenLine = "Camera could not be opened: VIDIOC_S_FMT failed.";
@@ -20,6 +24,8 @@ constexpr const char* kGoneLine = "Camera was unplugged.";
 constexpr const char* kSensorLine = "Image sensor does not answer:";
 constexpr const char* kFramesLine = "No picture from the camera for 3 seconds.";
 constexpr const char* k5MLine = "No 5M picture to measure.";
+constexpr const char* kSettingLine = "Image sensor missed a setting:";
+constexpr const char* kUnclearLine = "An answer of the board was unclear. Ask or set again: Z position, LED.";
 constexpr const char* kBoardLine = "Controller board does not answer:";
 
 } // namespace
@@ -44,6 +50,12 @@ private slots:
         row("no frames", {kNoFrames}, {kFramesLine});
         row("no 5M frame", {kNo5M}, {k5MLine});
         row("silent board", {kSilentBoard}, {kBoardLine});
+        row("missed setting", {kMissedSetting}, {kSettingLine});
+        row("unclear answers", {kUnclearAnswers}, {kUnclearLine});
+        row("a silent sensor misses settings", {kSilentSensor, kMissedSetting}, {kSensorLine});
+        row("a missed setting and no frames", {kMissedSetting, kNoFrames}, {kSettingLine});
+        row("a silent board's answers were unclear", {kSilentBoard, kUnclearAnswers}, {kBoardLine});
+        row("sensor and board in doubt", {kMissedSetting, kUnclearAnswers}, {kSettingLine, kUnclearLine});
         row("not opened, and all that follows", {kNotOpened, kGone, kSilentSensor, kNoFrames, kNo5M},
             {kOpenLine});
         row("unplugged, and all that follows", {kGone, kSilentSensor, kNoFrames, kNo5M}, {kGoneLine});

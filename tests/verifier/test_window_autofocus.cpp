@@ -413,6 +413,22 @@ private slots:
         stillUsableButForTheTabs();
     }
 
+    void aMoveThatWasNotConfirmedLeavesTheBestFocusInDoubtUntilTheNextRun()
+    {
+        const auto* notice = find<QLabel>("LABEL_NOTICE");
+        addFault({LineFault::Failure, "MVP", 5});
+        QVERIFY(runs());
+        QVERIFY(waitUntil([&] { return notice->isVisible(); }));
+        QVERIFY2(notice->text().contains("best focus"), qPrintable(notice->text()));
+        // The board's word for the position says nothing of the sweep.
+        click("BUTTON_Z_POSITION");
+        QVERIFY(waitUntil([&] { return !notice->text().contains("Z position"); }));
+        QVERIFY(notice->text().contains("best focus"));
+        setText("EDIT_Z_POSITION", QString::number(kCentre_steps));
+        QVERIFY(runs());
+        QVERIFY(waitUntil([&] { return notice->isHidden(); }));
+    }
+
     void aRefusedLastMoveEndsTheRunAndShowsWhereTheStageIs()
     {
         addFault({LineFault::Failure, "MVN", 2});

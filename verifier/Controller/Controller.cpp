@@ -53,7 +53,8 @@ bool Controller::isSerialPortOpen() const
 
 bool Controller::answers() const
 {
-    return m_answered && m_serialPort->isOpen();
+    const bool overdue = m_awaited && m_awaitedSince.hasExpired(m_timeouts.diagnosisRead_ms);
+    return m_answered && m_serialPort->isOpen() && !overdue;
 }
 
 void Controller::openSerialPort()
@@ -88,6 +89,7 @@ void Controller::closeSerialPort()
 {
     m_serialPort->close();
     m_answered = false;
+    m_awaited.reset();
 }
 
 bool Controller::reopenSerialPort()
@@ -191,7 +193,8 @@ void Controller::parsing_responseReceived(const QString& line)
     qDebug() << "parsing_responseReceived"
              << "response:" << line;
     const QStringList pieces = line.split(m_startMark).last().split(QLatin1Char(','));
-    if (pieces.size() == kReplyPieces)
+    m_parsed = pieces.size() == kReplyPieces;
+    if (m_parsed)
         m_responseInfo = {pieces[0], pieces[1], pieces[2], pieces[3]};
 }
 
@@ -204,6 +207,7 @@ void Controller::slot_readyRead()
     qDebug() << "slot_readyRead"
              << "response:" << response;
     parsing_responseReceived(response);
+    noteAwaited();
     followStageReply();
 }
 

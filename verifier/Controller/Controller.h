@@ -1,5 +1,8 @@
 #pragma once
 
+#include <optional>
+
+#include <QElapsedTimer>
 #include <QObject>
 #include <QString>
 
@@ -18,6 +21,17 @@ struct responseInfo_t
     QString target;  ///< the addressed unit: "DEVICE", "LED4" or "STM1"
     QString command; ///< the command word, echoed
     QString value;   ///< the returned value or the echoed argument, decimal text
+};
+
+/// What the board has not confirmed as it should: the answer was missing, could not be read, was
+/// another command's or a refusal. What is shown of it may be wrong; so it stays until the board
+/// has been told or asked again and has answered.
+struct BoardDoubts
+{
+    bool position = false;  ///< of the Z stage
+    bool ledLevel = false;  ///< the LED's level
+    bool ledSwitch = false; ///< whether the LED is on
+    bool diagnosis = false; ///< the result of the self-diagnosis
 };
 
 /// How long the blocking exchanges wait, in milliseconds: with the defaults, as long as the
@@ -126,8 +140,15 @@ public:
     /// The fields of the last reply that could be parsed.
     const responseInfo_t& responseInfo() const { return m_responseInfo; }
     /// Whether the board answered the last exchange that was waited for, with whatever line.
-    /// False before the first one, after a read time-out, and while the port is closed.
+    /// False before the first one, after a read time-out, while the port is closed, and when a
+    /// non-blocking command has had no answer for as long as a self-diagnosis may take.
     bool answers() const;
+    /// What is shown of the board and may be wrong. The results of the commands above do not
+    /// know: they go by the record, whichever command's reply it holds. A reply in which noise
+    /// has made one number another is taken as it is, for the line has no checksum.
+    const BoardDoubts& doubts() const { return m_doubts; }
+    /// How often a command to the stage has not been confirmed since construction.
+    int unconfirmedStageCommands() const { return m_unconfirmedStageCommands; }
     /// Whether the serial line is open, probed or not.
     bool isSerialPortOpen() const;
 
@@ -163,6 +184,9 @@ private:
     const StageMove* trackStage(const QString& words, int value);
     void followStageReply();
     bool isOk() const;
+    bool confirms(const QString& word) const;
+    void noteOutcome(Command command, bool confirmed);
+    void noteAwaited();
     bool exchange(Command command, int argument = 0);
     QString queryText(Command command);
     bool sendMove(Command command, SerialPort_Mode_e mode, int argument = 0);
@@ -172,6 +196,11 @@ private:
     QString m_lineEnd = QStringLiteral("\r\n");
     QString m_commandResponse;
     bool m_answered = false; ///< whether the last wait brought a line
+    bool m_parsed = false;   ///< whether the last line filled the record
+    BoardDoubts m_doubts;
+    int m_unconfirmedStageCommands = 0;
+    std::optional<Command> m_awaited; ///< the non-blocking command without an answer yet
+    QElapsedTimer m_awaitedSince;     ///< its sending
     responseInfo_t m_responseInfo;
 
 public:

@@ -30,10 +30,14 @@ namespace {
 
 constexpr int kNoNumber = -1;
 
+// What becomes of what is shown when a command is confirmed, and when it is not.
+enum class Effect { None, LedSwitch, LedLevel, Motion, Position, Diagnosis };
+
 struct CommandRow
 {
     const char* function; // traced under this name
     const char* line;     // "%1" stands for the integer argument
+    Effect effect = Effect::None;
     int ControllerTimeouts::*readTimeout = &ControllerTimeouts::read_ms;
 };
 
@@ -41,18 +45,18 @@ struct CommandRow
 constexpr CommandRow kCommandRows[] = {
     {"device_fw_version", "$,DEVICE,FW VERSION,,\r\n"},
     {"device_fw_build", "$,DEVICE,FW BUILD,,\r\n"},
-    {"led_on", "$,LED4,ON,,\r\n"},
-    {"led_off", "$,LED4,OFF,,\r\n"},
-    {"led_brightness", "$,LED4,BRT,%1,\r\n"},
-    {"z_stage_origin", "$,STM1,ORIGIN,,\r\n"},
-    {"z_stage_ron", "$,STM1,RON,%1,\r\n"},
-    {"z_stage_rop", "$,STM1,ROP,%1,\r\n"},
-    {"z_stage_mvn", "$,STM1,MVN,%1,\r\n"},
-    {"z_stage_mvp", "$,STM1,MVP,%1,\r\n"},
-    {"z_stage_abs", "$,STM1,ABS,%1,\r\n"},
-    {"z_stage_diagnosis", "$,STM1,SELF_DIAG,,\r\n", &ControllerTimeouts::diagnosisRead_ms},
-    {"z_stage_stop", "$,STM1,STOP,,\r\n"},
-    {"z_stage_pos", "$,STM1,GET_POS,,\r\n"},
+    {"led_on", "$,LED4,ON,,\r\n", Effect::LedSwitch},
+    {"led_off", "$,LED4,OFF,,\r\n", Effect::LedSwitch},
+    {"led_brightness", "$,LED4,BRT,%1,\r\n", Effect::LedLevel},
+    {"z_stage_origin", "$,STM1,ORIGIN,,\r\n", Effect::Motion},
+    {"z_stage_ron", "$,STM1,RON,%1,\r\n", Effect::Motion},
+    {"z_stage_rop", "$,STM1,ROP,%1,\r\n", Effect::Motion},
+    {"z_stage_mvn", "$,STM1,MVN,%1,\r\n", Effect::Motion},
+    {"z_stage_mvp", "$,STM1,MVP,%1,\r\n", Effect::Motion},
+    {"z_stage_abs", "$,STM1,ABS,%1,\r\n", Effect::Motion},
+    {"z_stage_diagnosis", "$,STM1,SELF_DIAG,,\r\n", Effect::Diagnosis, &ControllerTimeouts::diagnosisRead_ms},
+    {"z_stage_stop", "$,STM1,STOP,,\r\n", Effect::Motion},
+    {"z_stage_pos", "$,STM1,GET_POS,,\r\n", Effect::Position},
     {"stage_kval_acc", "$,STM1,ACC,%1,\r\n"},
     {"stage_kval_dec", "$,STM1,DEC,%1,\r\n"},
     {"stage_kval_run", "$,STM1,RUN,%1,\r\n"},
@@ -72,14 +76,64 @@ QString lineOf(const CommandRow& row, int argument)
     return line.contains(QLatin1String("%1")) ? line.arg(argument) : line;
 }
 
+// The command word, which the board's reply repeats.
+QString wordOf(const CommandRow& row)
+{
+    return QString::fromLatin1(row.line).section(QLatin1Char(','), 2, 2);
+}
+
+bool isNumber(const QString& text)
+{
+    return QString::number(text.toInt()) == text;
+}
+
 } // namespace
 
 bool Controller::exchange(Command command, int argument)
 {
     const CommandRow& row = rowOf(command);
     qDebug() << row.function;
+    m_awaited.reset();
+    m_parsed = false;
     writeAndRead_Blocking(lineOf(row, argument), m_timeouts.write_ms, m_timeouts.*row.readTimeout);
+    const bool asksForNumber = command == Command::GetPosition || command == Command::SelfDiagnosis;
+    noteOutcome(command, confirms(wordOf(row)) && (!asksForNumber || isNumber(m_responseInfo.value)));
     return isOk();
+}
+
+// Whether the last line is the reply to a command, and says that it was carried out.
+bool Controller::confirms(const QString& word) const
+{
+    return m_parsed && isOk() && m_responseInfo.command == word;
+}
+
+// A motion that is confirmed takes no doubt away: what is shown may be from before, and only the
+// board's own word replaces it.
+void Controller::noteOutcome(Command command, bool confirmed)
+{
+    const Effect effect = rowOf(command).effect;
+    if (effect == Effect::LedSwitch)
+        m_doubts.ledSwitch = !confirmed;
+    else if (effect == Effect::LedLevel)
+        m_doubts.ledLevel = !confirmed;
+    else if (effect == Effect::Diagnosis)
+        m_doubts.diagnosis = !confirmed;
+    else if (effect == Effect::Position)
+        m_doubts.position = !confirmed;
+    else if (effect == Effect::Motion)
+        m_doubts.position = m_doubts.position || !confirmed;
+    if ((effect == Effect::Motion || effect == Effect::Position) && !confirmed)
+        ++m_unconfirmedStageCommands;
+}
+
+// The line that has just come is the reply to the non-blocking command, or stands in its place.
+void Controller::noteAwaited()
+{
+    if (!m_awaited)
+        return;
+    const Command command = *m_awaited;
+    m_awaited.reset();
+    noteOutcome(command, confirms(wordOf(rowOf(command))));
 }
 
 bool Controller::sendMove(Command command, SerialPort_Mode_e mode, int argument)
@@ -90,6 +144,8 @@ bool Controller::sendMove(Command command, SerialPort_Mode_e mode, int argument)
         trackStage(QLatin1String(rowOf(command).line), argument);
     } else {
         qDebug() << rowOf(command).function;
+        m_awaited = command;
+        m_awaitedSince.start();
         write_nonBlocking(lineOf(rowOf(command), argument));
     }
     return isOk();

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <atomic>
+#include <bitset>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -128,6 +129,9 @@ public:
     /// False after a register access (get(), set() or setRegisters()) whose transfer failed or
     /// whose bus could not be opened, until one succeeds; true before any. GUI thread.
     bool sensorAnswers() const { return m_sensorAnswers; }
+    /// False while a calibration register does not hold what was last written to it, as far as
+    /// is known: from a write that failed until that register is written or read again.
+    bool settingsInForce() const { return m_unwritten.none(); }
     /// True once the driver has answered ENODEV since the last open(): the device is no longer
     /// there. The next open() looks for it anew. Any thread.
     bool isGone() const { return m_gone.load(std::memory_order_acquire); }
@@ -179,6 +183,7 @@ private:
     bool switchStream(unsigned long request);
     bool openBus(SensorBus& bus);
     bool noteTransfer(bool good);
+    void noteWritten(quint16 reg, bool good);
     void freeFrames();
     int captureFrame();
     void restWithoutDevice();
@@ -212,6 +217,7 @@ private:
     bool m_openFailed = false;
     QString m_openFailure;
     bool m_sensorAnswers = true;
+    std::bitset<kCalibrationRegisterCount> m_unwritten; ///< by the order of g_RegIdx
     bool m_busFailureTold = false;
     // Of the capture thread, with the buffers, from its start until it is joined.
     int m_fd = -1;

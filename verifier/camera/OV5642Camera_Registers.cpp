@@ -61,6 +61,7 @@ bool OV5642Camera::get(quint16 reg, quint16& out)
         SensorBus::settle();
     }
     if (noteTransfer(good)) {
+        noteWritten(reg, true);
         out = byte;
         return true;
     }
@@ -81,6 +82,7 @@ bool OV5642Camera::set(quint16 reg, quint16 value)
         good = bus.writeRegister({reg, byte}) && good;
         SensorBus::settle();
     }
+    noteWritten(reg, good);
     if (!noteTransfer(good))
         return false;
     const int index = getRegisterIndex(reg);
@@ -124,7 +126,9 @@ int OV5642Camera::setRegisters(unsigned int count)
     const auto records = std::min<std::size_t>(count, m_workTable.size());
     bool good = true;
     for (std::size_t i = 0; i < records; ++i) {
-        good = bus.writeRegister(m_workTable[i]) && good;
+        const bool written = bus.writeRegister(m_workTable[i]);
+        noteWritten(m_workTable[i].address, written);
+        good = written && good;
         SensorBus::settle();
     }
     // Nothing sent tells nothing.
@@ -151,6 +155,13 @@ bool OV5642Camera::noteTransfer(bool good)
 {
     m_sensorAnswers = good;
     return good;
+}
+
+// What a successful reading shows is what the register holds.
+void OV5642Camera::noteWritten(quint16 reg, bool good)
+{
+    if (const int index = getRegisterIndex(reg); index >= 0)
+        m_unwritten.set(static_cast<std::size_t>(index), !good);
 }
 
 void OV5642Camera::setCrop(bool on)

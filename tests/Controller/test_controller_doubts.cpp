@@ -1,0 +1,174 @@
+// What the board has not confirmed stays in doubt until the board's own word replaces it.
+
+#include <functional>
+
+#include <QtTest>
+
+#include "ControllerBench.h"
+
+namespace {
+
+constexpr int kShort_ms = 60;
+
+using Command = std::function<void(Controller&)>;
+
+/// What is in doubt, in words.
+QStringList doubtsOf(const Controller& controller)
+{
+    const BoardDoubts& doubts = controller.doubts();
+    QStringList words;
+    if (doubts.position)
+        words << "position";
+    if (doubts.ledLevel)
+        words << "level";
+    if (doubts.ledSwitch)
+        words << "switch";
+    if (doubts.diagnosis)
+        words << "diagnosis";
+    return words;
+}
+
+const Command kStep = [](Controller& board) { board.z_stage_mvp(SERIAL_BLOCKING, 640); };
+const Command kPlace = [](Controller& board) { board.z_stage_abs(SERIAL_BLOCKING, 640); };
+const Command kQuery = [](Controller& board) { board.z_stage_pos(); };
+const Command kStop = [](Controller& board) { board.z_stage_stop(); };
+const Command kLevel = [](Controller& board) { board.led_brightness(5); };
+const Command kSwitch = [](Controller& board) { board.led_on(); };
+const Command kDiagnosis = [](Controller& board) { board.z_stage_diagnosis(); };
+const Command kVersion = [](Controller& board) { board.device_fw_version(); };
+
+} // namespace
+
+Q_DECLARE_METATYPE(Command)
+
+class TestControllerDoubts : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void onlyAConfirmationLeavesNoDoubt_data()
+    {
+        QTest::addColumn<Command>("command");
+        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<QStringList>("doubts");
+        const auto row = [](const char* reply, const Command& command, const QStringList& doubts) {
+            QTest::newRow(reply) << command << QByteArray(reply) + "\r\n" << doubts;
+        };
+        row("$OK,STM1,MVP,640,", kStep, {});
+        row("$NG,STM1,MVP,640,", kStep, {"position"});
+        row("$OK,STM1,MVN,640,", kStep, {"position"});
+        row("$OK,STM1,MVP;640,", kStep, {"position"});
+        row("$OK,STM1,ABS,640,", kPlace, {});
+        row("$KK,STM1,ABS,640,", kPlace, {"position"});
+        row("$OK,STM1,STOP,,", kStop, {});
+        row("$OK,STM1,ST0P,,", kStop, {"position"});
+        row("$OK,STM1,GET_POS,1280,", kQuery, {});
+        row("$OK,STM1,GET_POS,-40,", kQuery, {});
+        row("$OK,STM1,MVP,1280,", kQuery, {"position"});
+        row("$OK,STM1,GET_POS,q280,", kQuery, {"position"});
+        row("$OK,STM1,GET_POS,128 ,", kQuery, {"position"});
+        row("$OK,LED4,BRT,5,", kLevel, {});
+        row("$NG,LED4,BRT,5,", kLevel, {"level"});
+        row("$OK,LED4,ON,,", kSwitch, {});
+        row("$OK,LED4,OFF,,", kSwitch, {"switch"});
+        row("$OK,STM1,SELF_DIAG,0,", kDiagnosis, {});
+        row("$OK,STM1,GET_POS,0,", kDiagnosis, {"diagnosis"});
+        row("$NG,DEVICE,FW VERSION,,", kVersion, {});
+    }
+
+    void onlyAConfirmationLeavesNoDoubt()
+    {
+        QFETCH(Command, command);
+        QFETCH(QByteArray, reply);
+        QFETCH(QStringList, doubts);
+        ControllerBench bench;
+        bench.open();
+        QCOMPARE(doubtsOf(bench.controller), QStringList());
+        bench.peer.answer(reply);
+        command(bench.controller);
+        QCOMPARE(doubtsOf(bench.controller), doubts);
+        QCOMPARE(bench.controller.unconfirmedStageCommands(), doubts.contains("position") ? 1 : 0);
+    }
+
+    void aMissingAnswerIsNoConfirmationThoughTheRecordSaysOk()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.peer.answer("$OK,STM1,GET_POS,640,\r\n");
+        QCOMPARE(bench.controller.z_stage_pos(), 640);
+        bench.controller.m_timeouts.read_ms = kShort_ms;
+        QCOMPARE(bench.controller.z_stage_pos(), 640);
+        QCOMPARE(doubtsOf(bench.controller), QStringList("position"));
+    }
+
+    // The late answer to a step stands in the place of the answer to the query after it.
+    void aLateAnswerIsNotTakenForTheNextOne()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.controller.m_timeouts.read_ms = kShort_ms;
+        bench.controller.z_stage_mvp(SERIAL_BLOCKING, 640);
+        // An answer that is queued before the line has come would be this line's.
+        QTRY_COMPARE(bench.peer.received().size(), 1);
+        bench.controller.m_timeouts = ControllerTimeouts();
+        bench.peer.answer("$OK,STM1,MVP,640,\r\n");
+        QCOMPARE(bench.controller.z_stage_pos(), 640);
+        QVERIFY(bench.controller.answers());
+        QCOMPARE(doubtsOf(bench.controller), QStringList("position"));
+    }
+
+    void onlyTheBoardsOwnWordEndsTheDoubtOfAPosition()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.peer.answer("$NG,STM1,MVP,640,\r\n");
+        kStep(bench.controller);
+        bench.peer.answer("$OK,STM1,MVP,640,\r\n");
+        kStep(bench.controller);
+        bench.peer.answer("$OK,STM1,ABS,640,\r\n");
+        kPlace(bench.controller);
+        bench.peer.answer("$OK,LED4,ON,,\r\n");
+        kSwitch(bench.controller);
+        QCOMPARE(doubtsOf(bench.controller), QStringList("position"));
+        bench.peer.answer("$OK,STM1,GET_POS,640,\r\n");
+        kQuery(bench.controller);
+        QCOMPARE(doubtsOf(bench.controller), QStringList());
+        QCOMPARE(bench.controller.unconfirmedStageCommands(), 1);
+    }
+
+    void theReplyThatIsNotWaitedForIsLookedAtToo()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.controller.setPortListener(true);
+        bench.controller.z_stage_abs(SERIAL_NON_BLOCKING, 640);
+        QTRY_COMPARE(bench.peer.received().size(), 1);
+        QCOMPARE(doubtsOf(bench.controller), QStringList());
+        bench.peer.send("$OK,STM1,ABS640,\r\n");
+        QTRY_COMPARE(doubtsOf(bench.controller), QStringList("position"));
+        // A line that nobody asked for is none.
+        bench.peer.answer("$OK,STM1,GET_POS,640,\r\n");
+        kQuery(bench.controller);
+        bench.peer.send("$OK,DEVICE,EVENT,1,\r\n");
+        QTRY_COMPARE(bench.controller.responseInfo().command, QString("EVENT"));
+        QCOMPARE(doubtsOf(bench.controller), QStringList());
+    }
+
+    void aReplyThatNeverComesIsMissedInTheEnd()
+    {
+        ControllerBench bench;
+        bench.open();
+        bench.controller.m_timeouts.diagnosisRead_ms = kShort_ms;
+        bench.peer.answer("$OK,STM1,GET_POS,640,\r\n");
+        kQuery(bench.controller);
+        bench.controller.z_stage_abs(SERIAL_NON_BLOCKING, 640);
+        QTRY_COMPARE(bench.peer.received().size(), 2);
+        QTRY_VERIFY(!bench.controller.answers());
+        bench.peer.answer("$OK,STM1,GET_POS,640,\r\n");
+        kQuery(bench.controller);
+        QVERIFY(bench.controller.answers());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestControllerDoubts)
+#include "test_controller_doubts.moc"
