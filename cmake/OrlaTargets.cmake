@@ -106,12 +106,13 @@ function(orla_test name)
 endfunction()
 
 # orla_long_test(<test> <variable=value>...)
-# The test once more, in an environment that makes it long; ./test long alone runs it.
+# The test once more, in an environment that makes it long; ./test long alone runs it. Qt gives
+# each of its functions five minutes unless told otherwise.
 function(orla_long_test name)
     add_test(NAME ${name}_long COMMAND ${name} CONFIGURATIONS Long)
     get_test_property(${name} ENVIRONMENT environment)
     set_tests_properties(${name}_long PROPERTIES
-        ENVIRONMENT "${environment};${ARGN}"
+        ENVIRONMENT "${environment};QTEST_FUNCTION_TIMEOUT=3600000;${ARGN}"
         TIMEOUT 3600
         LABELS long)
 endfunction()
