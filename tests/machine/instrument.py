@@ -86,6 +86,8 @@ class Instrument:
         self.board = Board(board_program, folder)
         # What the sensor is to hold in each mode: the settings, and what was changed since.
         self.values = {(staining, section): register_values(staining, section) for staining in FILES for section in SECTIONS}
+        # Stage position and light level of the example settings.
+        self.reference, self.led = 32000, 225
         self.stick_path = folder / "stick.img"
         make_stick(self.stick_path)
         self.stick = Stick(self.stick_path)

@@ -11,8 +11,6 @@ from screen import Picture
 EXAMPLES = "/usr/share/doc/orla-verifier/examples"
 MAIN_FILE = f"{CONF}/ORLA3.ini"
 STAGE_FILE = "/root/Orla2/Orla2.ini"
-REFERENCE = 32000  # of the example settings
-LED = 225
 SWEEP = 15  # positions of an autofocus run
 
 
@@ -38,7 +36,7 @@ def install(machine):
         machine.ask(f"cat >{CONF}/{name} <<'END'\n{calibration_file(staining)}END")
 
 
-def start(machine, reference=REFERENCE, led=LED):
+def start(machine):
     """The service is started: handshake, homing, settings to board and sensor, first picture."""
     said = len(machine.board.lines)
     machine.forget_sensor_log()
@@ -51,8 +49,9 @@ def start(machine, reference=REFERENCE, led=LED):
         lines()[:2] == ["$,DEVICE,READY,,", "$,STM1,ORIGIN,,"], f"the board is greeted and homed: {lines()[:2]}"
     )
     # Whether the light is on is the board's to remember: a start sets its level only.
-    machine.wait(lambda: machine.board.state()[::2] == (reference, led), 240, "the stored stage position and light")
-    machine.verdict(True, f"stage at {reference}, light level {led}: {lines()[2:]}")
+    stored = (machine.reference, machine.led)
+    machine.wait(lambda: machine.board.state()[::2] == stored, 240, "the stored stage position and light")
+    machine.verdict(True, f"stage and light level at {stored}: {lines()[2:]}")
     machine.wait(lambda: machine.machine.picture().is_like(760, 455, EXIT_COLOUR, 12), 240, "the window")
     machine.verdict(machine.unit_state() == "active", "the service is active")
     machine.verdict(machine.ask("cat /sys/class/tty/tty0/active").strip() == "tty8", "its terminal is shown")
@@ -186,7 +185,7 @@ def autofocus(machine):
     pictures = sorted(name for name in names if name.endswith(".tiff"))
     machine.verdict(len(pictures) == SWEEP, f"{len(pictures)} pictures on the stick")
     positions = [int(name.rsplit("_", 2)[1]) for name in pictures]
-    expected = [REFERENCE - 640 * (SWEEP // 2) + 640 * (i + 1) for i in range(SWEEP)]
+    expected = [machine.reference - 640 * (SWEEP // 2) + 640 * (i + 1) for i in range(SWEEP)]
     machine.verdict(positions == expected, f"taken at {positions}")
     sizes = {tiff_size(machine.stick.read(name)) for name in pictures}
     machine.verdict(sizes == {SIZES["1280"]}, f"of {sizes} pixels")
@@ -304,8 +303,10 @@ def quality_control(machine):
         cross = lambda: machine.machine.picture().is_like(x - 10, 299, (255, 0, 0))
         machine.wait(cross, 240, f"the cross of point {number}")
     machine.press("BUTTON_QC_MEASURE")
-    result = machine.form.rectangles["EDIT_MAGNIFICATION"]
-    machine.wait(lambda: max(machine.machine.picture().part(*result)) > 220, 120, "the result")
+    # The edit's light text on its dark ground; its corners are round.
+    x, y, width, height = machine.form.rectangles["EDIT_MAGNIFICATION"]
+    inner = (x + 5, y + 5, width - 10, height - 10)
+    machine.wait(lambda: max(machine.machine.picture().part(*inner)) > 220, 120, "the result")
     machine.show("Measured")
     # 400 pixels are 0.4 mm: 1.4 micrometers a pixel on the sensor, 1 on the slide.
     machine.press("BUTTON_SAVE_INI")
@@ -321,16 +322,16 @@ def quality_control(machine):
 def power(machine):
     """Save on stage and camera tab, power cut as soon as it says so, and all is as it was."""
     machine.press("BUTTON_Z_MOVE_REFERENCE")
-    machine.wait(lambda: machine.board.state()[0] == REFERENCE, 60, "the stage at its reference")
+    machine.wait(lambda: machine.board.state()[0] == machine.reference, 60, "the stage at its reference")
     machine.press("BUTTON_Z_MOVE_PLUS")
-    machine.wait(lambda: machine.board.state()[0] > REFERENCE, 60, "the stage to move")
+    machine.wait(lambda: machine.board.state()[0] > machine.reference, 60, "the stage to move")
     place = settled(machine, lambda: machine.board.state()[0])
     machine.press("BUTTON_Z_SET_REFERENCE")
     machine.press("BUTTON_SAVE_INI")
     machine.answer_box(machine.wait_for_box("Stage saved"))
     exposure = (machine.sensor_register(0x3501), machine.sensor_register(0x3502))
     machine.press("BUTTON_LED_COARSE_UP")
-    machine.wait(lambda: machine.board.state()[2] > LED, 60, "the light to change")
+    machine.wait(lambda: machine.board.state()[2] > machine.led, 60, "the light to change")
     led = settled(machine, lambda: machine.board.state()[2])
     machine.press("BUTTON_EXPOSURE_COARSE_UP")
     machine.wait(
@@ -359,7 +360,8 @@ def power(machine):
     values = [[int(other[section][f"0x{address:04X}"], 16) for address in REGISTERS] for section in SECTIONS]
     machine.verdict(values == [register_values("TB", section) for section in SECTIONS], "the other staining's values")
     machine.values["NTB", "5M"][:2] = exposure
-    start(machine, place, led)
+    machine.reference, machine.led = place, led
+    start(machine)
     check_mode(machine, "NTB", "1280", "After the power cut", OPENED)
     # What the power's cut may have left beside the files goes with the next save.
     machine.open_tab("TAB_CAMERA")
@@ -393,21 +395,34 @@ def camera_gone(machine):
     machine.wait(lambda: machine.has_notice(), 120, "the notice of a camera that is gone")
     machine.verdict(machine.unit_state() == "active" and machine.pid() == pid, "a camera that is gone is told of")
     machine.show("Camera gone")
+    # Only then its name is free.
+    held = f"ls -l /proc/{pid}/fd /proc/{pid}/map_files | grep -c /dev/video"
+    machine.wait(lambda: machine.ask(held, expect=None).strip() == "0", 60, "the device to be let go of")
     machine.ask("echo vivid.0 >/sys/bus/platform/drivers/vivid/bind")
     machine.record.say("cameras: " + machine.ask("ls -l /dev/video*", expect=None).strip())
     machine.ready_camera()
     machine.forget_sensor_log()
+    machine.driver_calls()
     machine.press("BUTTON_RESOLUTION_1280")
-    check_mode(machine, "NTB", "1280", "Camera back")
+    check_mode(machine, "NTB", "1280", "Camera back", OPENED)
     machine.verdict(not machine.has_notice(), "the notice has gone")
 
 
 def leave(machine):
-    """Exit parks the instrument, and the service can be started again."""
+    """Exit parks the instrument, the service can be started again, and its end parks it too."""
     said = len(machine.board.lines)
     machine.press("BUTTON_EXIT")
-    box = machine.wait_for_box("Exit")
-    machine.answer_box(box, button=0, of=2)
+    machine.answer_box(machine.wait_for_box("Exit"), button=0, of=2)
+    check_parked(machine, said)
+    start(machine)
+    check_mode(machine, "NTB", "1280", "Started again", OPENED)
+    said = len(machine.board.lines)
+    machine.ask(f"systemctl stop {UNIT}", limit=120)
+    check_parked(machine, said)
+
+
+def check_parked(machine, said):
+    """The service has ended well, and the board heard what it has to since a line's number."""
     machine.wait(lambda: machine.unit_state() == "inactive", 180, "the service to end")
     lines = machine.board.lines[said:]
     machine.verdict(lines == ["$,LED4,OFF,,", "$,STM1,ORIGIN,,"], f"light off and stage home: {lines}")
