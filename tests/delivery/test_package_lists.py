@@ -37,6 +37,7 @@ PACKAGE_OF = {
     "gzip": None,
     "lintian": "lintian",
     "mkfs.ext2": None,
+    "mmdebstrap": "mmdebstrap",
     "pngquant": "pngquant",
     "readelf": "g++",
     "sudo": None,

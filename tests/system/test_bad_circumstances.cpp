@@ -66,7 +66,7 @@ private slots:
         row("bus refuses the address", "ioctl:I2C_SLAVE_FORCE", {}, "[Error]", "window,tabs,exit");
 
         row("no settings files", "no-settings", {});
-        row("unreadable settings files", "unreadable-settings", {});
+        row("unreadable settings files", "unreadable-settings", "[Error] not read:");
         row("no display driver parameter", "no-display-parameter", {});
     }
 
