@@ -5,8 +5,11 @@
 
 #include <QBuffer>
 #include <QDataStream>
+#include <QDateTime>
 #include <QDebug>
 #include <QFile>
+#include <QFileInfo>
+#include <QHash>
 #include <QVariant>
 
 #include "platform/InstrumentPath.h"
@@ -216,10 +219,24 @@ bool holdsUnsafeObject(const QByteArray& content)
 
 QString readableSettingsPath(const QString& fixedPath)
 {
-    QString path = instrumentPath(fixedPath);
+    struct Look
+    {
+        qint64 size;
+        QDateTime changed;
+        bool unsafe;
+    };
+    static QHash<QString, Look> looks;
+
+    const QString path = instrumentPath(fixedPath);
+    const QFileInfo now(path);
+    const auto last = looks.constFind(path);
+    // As QSettings itself tells whether it has to read a file again.
+    if (last != looks.constEnd() && last->size == now.size() && last->changed == now.lastModified())
+        return last->unsafe ? kNowhere : path;
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly) || !holdsUnsafeObject(file.readAll()))
-        return path;
-    qDebug() << "[Error]" << fixedPath << kUnsafeObjectReason;
-    return kNowhere;
+    const bool unsafe = file.open(QIODevice::ReadOnly) && holdsUnsafeObject(file.readAll());
+    looks.insert(path, {now.size(), now.lastModified(), unsafe});
+    if (unsafe)
+        qDebug() << "[Error]" << fixedPath << kUnsafeObjectReason;
+    return unsafe ? kNowhere : path;
 }

@@ -14,7 +14,7 @@ bool holdsUnsafeObject(const QByteArray& content);
 
 /// Machine path from which QSettings can read a settings file of that fixed path: the file's own,
 /// or, for a file with an unsafe object, that of none, so that every key has its default; the
-/// debug stream says so. GUI thread.
+/// debug stream says so. A file is looked into once, and again when it has changed. GUI thread.
 QString readableSettingsPath(const QString& fixedPath);
 
 /// What a save says of a file that holds an unsafe object, and that it leaves alone.
