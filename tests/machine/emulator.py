@@ -11,6 +11,10 @@ from pathlib import Path
 from screen import Picture
 
 MEMORY_MB = 1536
+KERNEL_OPTIONS = (
+    "root=/dev/vda rw console=ttyS0,115200 loglevel=4 systemd.show_status=false net.ifnames=0"
+    " mitigations=off panic=30"
+)
 
 
 class MachineError(Exception):
@@ -79,7 +83,7 @@ class Machine:
             *("-cpu", "max", "-smp", "2", "-m", str(MEMORY_MB), "-nodefaults", "-no-user-config", "-display", "none"),
             *("-kernel", str(system / "vmlinuz"), "-initrd", str(system / "initrd.img")),
             "-append",
-            "root=/dev/vda rw console=ttyS0,115200 loglevel=4 systemd.show_status=false net.ifnames=0 mitigations=off panic=30",
+            KERNEL_OPTIONS,
             *("-drive", f"file={disk},format=raw,if=virtio,cache=writeback"),
             *("-drive", f"file={payload},format=raw,if=virtio,readonly=on"),
             *("-device", "VGA,edid=on,xres=800,yres=480"),
@@ -106,9 +110,8 @@ class Machine:
 
     def start(self):
         """Waits until the machine has come up far enough to be steered."""
-        wait_for(
-            lambda: all(path.exists() for path in self.sockets.values()), self.limit(30), "the emulator", 0.1, self.watch
-        )
+        is_there = lambda: all(path.exists() for path in self.sockets.values())
+        wait_for(is_there, self.limit(30), "the emulator", 0.1, self.watch)
         self.qmp = Lines(self.sockets["qmp"], self.limit(30))
         self.qmp.receive(self.limit(30))
         self.order("qmp_capabilities")
@@ -215,11 +218,8 @@ def make_stick(path):
         image.write(entry)
         image.seek(510)
         image.write(b"\x55\xaa")
-    subprocess.run(
-        ["/usr/sbin/mkfs.vfat", f"--offset={STICK_START}", "-F", "32", "-n", "STICK", str(path), str(STICK_SECTORS // 2)],
-        check=True,
-        stdout=subprocess.DEVNULL,
-    )
+    command = ["/usr/sbin/mkfs.vfat", f"--offset={STICK_START}", "-F", "32", "-n", "STICK"]
+    subprocess.run([*command, str(path), str(STICK_SECTORS // 2)], check=True, stdout=subprocess.DEVNULL)
 
 
 class Stick:

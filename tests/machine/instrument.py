@@ -85,7 +85,8 @@ class Instrument:
         self.form = Form()
         self.board = Board(board_program, folder)
         # What the sensor is to hold in each mode: the settings, and what was changed since.
-        self.values = {(staining, section): register_values(staining, section) for staining in FILES for section in SECTIONS}
+        modes = [(staining, section) for staining in FILES for section in SECTIONS]
+        self.values = {mode: register_values(*mode) for mode in modes}
         # Stage position and light level of the example settings.
         self.reference, self.led = 32000, 225
         self.stick_path = folder / "stick.img"

@@ -116,7 +116,7 @@ def modes(machine):
 
 
 def registers(machine):
-    """A press changes the sensor's registers; a sensor that is silent is told, and comes back."""
+    """A press changes the sensor's registers; a silent sensor is told of, a claimed one is reached."""
     values = machine.values["NTB", "1280"]
     high, low = values[:2]
     value = high * 256 + low
@@ -141,9 +141,28 @@ def registers(machine):
     after = (machine.sensor_register(0x3501), machine.sensor_register(0x3502))
     machine.verdict(after == in_sensor, f"nothing has reached it: {after}")
     machine.ask("echo 0 >/sys/kernel/debug/orla_sensor/silent")
-    machine.press("BUTTON_EXPOSURE_FINE_DOWN")
+    press_and_see_written(machine, "BUTTON_EXPOSURE_FINE_DOWN", values)
     machine.wait(lambda: not machine.has_notice(), 60, "the notice to go")
     machine.verdict(True, "the notice goes once it answers again")
+
+    # On the instrument the capture driver has the sensor's address.
+    machine.ask("echo dummy 0x3c >/sys/bus/i2c/devices/i2c-1/new_device")
+    driver = machine.ask("basename $(readlink /sys/bus/i2c/devices/1-003c/driver)").strip()
+    machine.verdict(driver == "dummy", f"the address belongs to a driver of the kernel's: {driver}")
+    press_and_see_written(machine, "BUTTON_EXPOSURE_FINE_UP", values)
+    machine.verdict(not machine.has_notice(), "the sensor is reached all the same")
+    machine.ask("echo 0x3c >/sys/bus/i2c/devices/i2c-1/delete_device")
+
+
+def press_and_see_written(machine, button, values):
+    """Presses a button of the exposure's, and keeps in values what has reached the sensor."""
+    machine.forget_sensor_log()
+    machine.press(button)
+    machine.wait(lambda: len(machine.sensor_log()) >= 2, 60, "a write to the sensor")
+    written = settled(machine, machine.sensor_log)
+    reached = [access[:2] for access in written[-2:]] == [("W", 0x3501), ("W", 0x3502)]
+    machine.verdict(reached, f"{button} reaches the sensor: {written}")
+    values[:2] = [access[2] for access in written[-2:]]
 
 
 def settled(machine, view):
