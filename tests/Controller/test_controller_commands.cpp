@@ -3,7 +3,7 @@
 #include <QSignalSpy>
 #include <QtTest>
 
-#include "ControllerBench.h"
+#include "ControllerFixture.h"
 
 namespace {
 
@@ -100,17 +100,17 @@ private slots:
         QFETCH(bool, ok);
         const BoolRow& command = boolRows()[static_cast<std::size_t>(row)];
         const QByteArray line = QByteArray(command.line) + "\r\n";
-        OpenBench bench;
-        bench.controller.m_zStagePosition = 1000;
-        bench.peer.answer("$" + result + line.mid(1));
-        QSignalSpy origin(&bench.controller, &Controller::sig_z_stage_origin);
-        QSignalSpy up(&bench.controller, &Controller::sig_z_stage_mvp);
-        QSignalSpy down(&bench.controller, &Controller::sig_z_stage_mvn);
-        QSignalSpy absolute(&bench.controller, &Controller::sig_z_stage_abs);
-        QCOMPARE(command.call(bench.controller), ok);
-        QCOMPARE(bench.peer.received(), QList<QByteArray>{line});
-        QCOMPARE(bench.controller.m_zStagePosition, command.positionAfter);
-        QCOMPARE(bench.log.messages().first(), QString(command.function));
+        OpenFixture fixture;
+        fixture.controller.m_zStagePosition = 1000;
+        fixture.peer.answer("$" + result + line.mid(1));
+        QSignalSpy origin(&fixture.controller, &Controller::sig_z_stage_origin);
+        QSignalSpy up(&fixture.controller, &Controller::sig_z_stage_mvp);
+        QSignalSpy down(&fixture.controller, &Controller::sig_z_stage_mvn);
+        QSignalSpy absolute(&fixture.controller, &Controller::sig_z_stage_abs);
+        QCOMPARE(command.call(fixture.controller), ok);
+        QCOMPARE(fixture.peer.received(), QList<QByteArray>{line});
+        QCOMPARE(fixture.controller.m_zStagePosition, command.positionAfter);
+        QCOMPARE(fixture.log.messages().first(), QString(command.function));
         QCOMPARE(origin.count() + up.count() + down.count() + absolute.count(), 0);
     }
 
@@ -130,19 +130,19 @@ private slots:
         QFETCH(int, row);
         QFETCH(bool, previousOk);
         const MoveRow& move = moveRows()[static_cast<std::size_t>(row)];
-        ListeningBench bench;
-        bench.controller.parsing_responseReceived(previousOk ? "$OK,LED4,ON,," : "$NG,LED4,ON,,");
-        bench.log.clear();
-        bench.controller.m_zStagePosition = 1000;
-        QSignalSpy completed(&bench.controller, move.completed);
-        QCOMPARE(move.call(bench.controller), previousOk);
-        QCOMPARE(bench.log.messages().first(), QString(move.function));
-        QVERIFY(bench.log.messages().at(1).startsWith("write_nonBlocking command:"));
-        QCOMPARE(bench.controller.m_zStagePosition, 1000);
-        QTRY_COMPARE(bench.peer.received(), QList<QByteArray>{QByteArray(move.line) + "\r\n"});
-        bench.peer.send(QByteArray(move.reply) + "\r\n");
+        ListeningFixture fixture;
+        fixture.controller.parsing_responseReceived(previousOk ? "$OK,LED4,ON,," : "$NG,LED4,ON,,");
+        fixture.log.clear();
+        fixture.controller.m_zStagePosition = 1000;
+        QSignalSpy completed(&fixture.controller, move.completed);
+        QCOMPARE(move.call(fixture.controller), previousOk);
+        QCOMPARE(fixture.log.messages().first(), QString(move.function));
+        QVERIFY(fixture.log.messages().at(1).startsWith("write_nonBlocking command:"));
+        QCOMPARE(fixture.controller.m_zStagePosition, 1000);
+        QTRY_COMPARE(fixture.peer.received(), QList<QByteArray>{QByteArray(move.line) + "\r\n"});
+        fixture.peer.send(QByteArray(move.reply) + "\r\n");
         QTRY_COMPARE(completed.count(), 1);
-        QCOMPARE(bench.controller.m_zStagePosition, move.positionAfter);
+        QCOMPARE(fixture.controller.m_zStagePosition, move.positionAfter);
     }
 
     void theFirmwareIsAskedForItsTexts_data()
@@ -161,12 +161,12 @@ private slots:
         QFETCH(bool, build);
         QFETCH(QByteArray, reply);
         QFETCH(QString, text);
-        OpenBench bench;
-        bench.peer.answer(reply);
-        QCOMPARE(build ? bench.controller.device_fw_build() : bench.controller.device_fw_version(), text);
-        QCOMPARE(bench.peer.received(),
+        OpenFixture fixture;
+        fixture.peer.answer(reply);
+        QCOMPARE(build ? fixture.controller.device_fw_build() : fixture.controller.device_fw_version(), text);
+        QCOMPARE(fixture.peer.received(),
                  QList<QByteArray>{build ? "$,DEVICE,FW BUILD,,\r\n" : "$,DEVICE,FW VERSION,,\r\n"});
-        QCOMPARE(bench.log.messages().first(), QString(build ? "device_fw_build" : "device_fw_version"));
+        QCOMPARE(fixture.log.messages().first(), QString(build ? "device_fw_build" : "device_fw_version"));
     }
 
     void thePositionQueryCorrectsTheTrackedPosition_data()
@@ -186,13 +186,13 @@ private slots:
         QFETCH(QByteArray, reply);
         QFETCH(int, returned);
         QFETCH(int, tracked);
-        OpenBench bench;
-        bench.controller.m_zStagePosition = 1000;
-        bench.peer.answer(reply);
-        QCOMPARE(bench.controller.z_stage_pos(), returned);
-        QCOMPARE(bench.controller.m_zStagePosition, tracked);
-        QCOMPARE(bench.peer.received(), QList<QByteArray>{"$,STM1,GET_POS,,\r\n"});
-        QCOMPARE(bench.log.messages().first(), QStringLiteral("z_stage_pos"));
+        OpenFixture fixture;
+        fixture.controller.m_zStagePosition = 1000;
+        fixture.peer.answer(reply);
+        QCOMPARE(fixture.controller.z_stage_pos(), returned);
+        QCOMPARE(fixture.controller.m_zStagePosition, tracked);
+        QCOMPARE(fixture.peer.received(), QList<QByteArray>{"$,STM1,GET_POS,,\r\n"});
+        QCOMPARE(fixture.log.messages().first(), QStringLiteral("z_stage_pos"));
     }
 
     void theDiagnosisReturnsTheBoardsNumber_data()
@@ -208,20 +208,20 @@ private slots:
     {
         QFETCH(QByteArray, reply);
         QFETCH(int, returned);
-        OpenBench bench;
-        bench.peer.answer(reply);
-        QCOMPARE(bench.controller.z_stage_diagnosis(), returned);
-        QCOMPARE(bench.peer.received(), QList<QByteArray>{"$,STM1,SELF_DIAG,,\r\n"});
-        QCOMPARE(bench.log.messages().first(), QStringLiteral("z_stage_diagnosis"));
+        OpenFixture fixture;
+        fixture.peer.answer(reply);
+        QCOMPARE(fixture.controller.z_stage_diagnosis(), returned);
+        QCOMPARE(fixture.peer.received(), QList<QByteArray>{"$,STM1,SELF_DIAG,,\r\n"});
+        QCOMPARE(fixture.log.messages().first(), QStringLiteral("z_stage_diagnosis"));
     }
 
     void arithmeticOfTheTrackedPositionWraps()
     {
-        OpenBench bench;
-        bench.controller.m_zStagePosition = 2147483647;
-        bench.peer.answer("$OK,STM1,MVP,1,\r\n");
-        QVERIFY(bench.controller.z_stage_mvp(SERIAL_BLOCKING, 1));
-        QCOMPARE(bench.controller.m_zStagePosition, -2147483647 - 1);
+        OpenFixture fixture;
+        fixture.controller.m_zStagePosition = 2147483647;
+        fixture.peer.answer("$OK,STM1,MVP,1,\r\n");
+        QVERIFY(fixture.controller.z_stage_mvp(SERIAL_BLOCKING, 1));
+        QCOMPARE(fixture.controller.m_zStagePosition, -2147483647 - 1);
     }
 
     void theModesHaveTheirNumbers()

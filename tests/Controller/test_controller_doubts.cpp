@@ -4,7 +4,7 @@
 
 #include <QtTest>
 
-#include "ControllerBench.h"
+#include "ControllerFixture.h"
 
 namespace {
 
@@ -81,92 +81,92 @@ private slots:
         QFETCH(Command, command);
         QFETCH(QByteArray, reply);
         QFETCH(QStringList, doubts);
-        ControllerBench bench;
-        bench.open();
-        QCOMPARE(doubtsOf(bench.controller), QStringList());
-        bench.peer.answer(reply);
-        command(bench.controller);
-        QCOMPARE(doubtsOf(bench.controller), doubts);
-        QCOMPARE(bench.controller.unconfirmedStageCommands(), doubts.contains("position") ? 1 : 0);
+        ControllerFixture fixture;
+        fixture.open();
+        QCOMPARE(doubtsOf(fixture.controller), QStringList());
+        fixture.peer.answer(reply);
+        command(fixture.controller);
+        QCOMPARE(doubtsOf(fixture.controller), doubts);
+        QCOMPARE(fixture.controller.unconfirmedStageCommands(), doubts.contains("position") ? 1 : 0);
     }
 
     void aMissingAnswerIsNoConfirmationThoughTheRecordSaysOk()
     {
-        ControllerBench bench;
-        bench.open();
-        bench.peer.answer("$OK,STM1,GET_POS,640,\r\n");
-        QCOMPARE(bench.controller.z_stage_pos(), 640);
-        bench.controller.m_timeouts.read_ms = kShort_ms;
-        QCOMPARE(bench.controller.z_stage_pos(), 640);
-        QCOMPARE(doubtsOf(bench.controller), QStringList("position"));
+        ControllerFixture fixture;
+        fixture.open();
+        fixture.peer.answer("$OK,STM1,GET_POS,640,\r\n");
+        QCOMPARE(fixture.controller.z_stage_pos(), 640);
+        fixture.controller.m_timeouts.read_ms = kShort_ms;
+        QCOMPARE(fixture.controller.z_stage_pos(), 640);
+        QCOMPARE(doubtsOf(fixture.controller), QStringList("position"));
     }
 
     // The late answer to a step stands in the place of the answer to the query after it.
     void aLateAnswerIsNotTakenForTheNextOne()
     {
-        ControllerBench bench;
-        bench.open();
-        bench.controller.m_timeouts.read_ms = kShort_ms;
-        bench.controller.z_stage_mvp(SERIAL_BLOCKING, 640);
+        ControllerFixture fixture;
+        fixture.open();
+        fixture.controller.m_timeouts.read_ms = kShort_ms;
+        fixture.controller.z_stage_mvp(SERIAL_BLOCKING, 640);
         // An answer that is queued before the line has come would be this line's.
-        QTRY_COMPARE(bench.peer.received().size(), 1);
-        bench.controller.m_timeouts = ControllerTimeouts();
-        bench.peer.answer("$OK,STM1,MVP,640,\r\n");
-        QCOMPARE(bench.controller.z_stage_pos(), 640);
-        QVERIFY(bench.controller.answers());
-        QCOMPARE(doubtsOf(bench.controller), QStringList("position"));
+        QTRY_COMPARE(fixture.peer.received().size(), 1);
+        fixture.controller.m_timeouts = ControllerTimeouts();
+        fixture.peer.answer("$OK,STM1,MVP,640,\r\n");
+        QCOMPARE(fixture.controller.z_stage_pos(), 640);
+        QVERIFY(fixture.controller.answers());
+        QCOMPARE(doubtsOf(fixture.controller), QStringList("position"));
     }
 
     void onlyTheBoardsOwnWordEndsTheDoubtOfAPosition()
     {
-        ControllerBench bench;
-        bench.open();
-        bench.peer.answer("$NG,STM1,MVP,640,\r\n");
-        kStep(bench.controller);
-        bench.peer.answer("$OK,STM1,MVP,640,\r\n");
-        kStep(bench.controller);
-        bench.peer.answer("$OK,STM1,ABS,640,\r\n");
-        kPlace(bench.controller);
-        bench.peer.answer("$OK,LED4,ON,,\r\n");
-        kSwitch(bench.controller);
-        QCOMPARE(doubtsOf(bench.controller), QStringList("position"));
-        bench.peer.answer("$OK,STM1,GET_POS,640,\r\n");
-        kQuery(bench.controller);
-        QCOMPARE(doubtsOf(bench.controller), QStringList());
-        QCOMPARE(bench.controller.unconfirmedStageCommands(), 1);
+        ControllerFixture fixture;
+        fixture.open();
+        fixture.peer.answer("$NG,STM1,MVP,640,\r\n");
+        kStep(fixture.controller);
+        fixture.peer.answer("$OK,STM1,MVP,640,\r\n");
+        kStep(fixture.controller);
+        fixture.peer.answer("$OK,STM1,ABS,640,\r\n");
+        kPlace(fixture.controller);
+        fixture.peer.answer("$OK,LED4,ON,,\r\n");
+        kSwitch(fixture.controller);
+        QCOMPARE(doubtsOf(fixture.controller), QStringList("position"));
+        fixture.peer.answer("$OK,STM1,GET_POS,640,\r\n");
+        kQuery(fixture.controller);
+        QCOMPARE(doubtsOf(fixture.controller), QStringList());
+        QCOMPARE(fixture.controller.unconfirmedStageCommands(), 1);
     }
 
     void theReplyThatIsNotWaitedForIsLookedAtToo()
     {
-        ControllerBench bench;
-        bench.open();
-        bench.controller.setPortListener(true);
-        bench.controller.z_stage_abs(SERIAL_NON_BLOCKING, 640);
-        QTRY_COMPARE(bench.peer.received().size(), 1);
-        QCOMPARE(doubtsOf(bench.controller), QStringList());
-        bench.peer.send("$OK,STM1,ABS640,\r\n");
-        QTRY_COMPARE(doubtsOf(bench.controller), QStringList("position"));
+        ControllerFixture fixture;
+        fixture.open();
+        fixture.controller.setPortListener(true);
+        fixture.controller.z_stage_abs(SERIAL_NON_BLOCKING, 640);
+        QTRY_COMPARE(fixture.peer.received().size(), 1);
+        QCOMPARE(doubtsOf(fixture.controller), QStringList());
+        fixture.peer.send("$OK,STM1,ABS640,\r\n");
+        QTRY_COMPARE(doubtsOf(fixture.controller), QStringList("position"));
         // A line that nobody asked for is none.
-        bench.peer.answer("$OK,STM1,GET_POS,640,\r\n");
-        kQuery(bench.controller);
-        bench.peer.send("$OK,DEVICE,EVENT,1,\r\n");
-        QTRY_COMPARE(bench.controller.responseInfo().command, QString("EVENT"));
-        QCOMPARE(doubtsOf(bench.controller), QStringList());
+        fixture.peer.answer("$OK,STM1,GET_POS,640,\r\n");
+        kQuery(fixture.controller);
+        fixture.peer.send("$OK,DEVICE,EVENT,1,\r\n");
+        QTRY_COMPARE(fixture.controller.responseInfo().command, QString("EVENT"));
+        QCOMPARE(doubtsOf(fixture.controller), QStringList());
     }
 
     void aReplyThatNeverComesIsMissedInTheEnd()
     {
-        ControllerBench bench;
-        bench.open();
-        bench.controller.m_timeouts.diagnosisRead_ms = kShort_ms;
-        bench.peer.answer("$OK,STM1,GET_POS,640,\r\n");
-        kQuery(bench.controller);
-        bench.controller.z_stage_abs(SERIAL_NON_BLOCKING, 640);
-        QTRY_COMPARE(bench.peer.received().size(), 2);
-        QTRY_VERIFY(!bench.controller.answers());
-        bench.peer.answer("$OK,STM1,GET_POS,640,\r\n");
-        kQuery(bench.controller);
-        QVERIFY(bench.controller.answers());
+        ControllerFixture fixture;
+        fixture.open();
+        fixture.controller.m_timeouts.diagnosisRead_ms = kShort_ms;
+        fixture.peer.answer("$OK,STM1,GET_POS,640,\r\n");
+        kQuery(fixture.controller);
+        fixture.controller.z_stage_abs(SERIAL_NON_BLOCKING, 640);
+        QTRY_COMPARE(fixture.peer.received().size(), 2);
+        QTRY_VERIFY(!fixture.controller.answers());
+        fixture.peer.answer("$OK,STM1,GET_POS,640,\r\n");
+        kQuery(fixture.controller);
+        QVERIFY(fixture.controller.answers());
     }
 };
 

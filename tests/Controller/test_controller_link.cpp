@@ -5,7 +5,7 @@
 #include <QSignalSpy>
 #include <QtTest>
 
-#include "ControllerBench.h"
+#include "ControllerFixture.h"
 #include "support/PortLocks.h"
 
 namespace {
@@ -54,27 +54,27 @@ private slots:
 
     void aNewControllerKnowsNothing()
     {
-        ControllerBench bench;
-        QCOMPARE(bench.fields(), QStringList({"", "", "", ""}));
-        QCOMPARE(bench.controller.commandResponse(), QString());
-        QCOMPARE(bench.controller.m_zStagePosition, 0);
-        QVERIFY(!bench.controller.m_skipProbe);
-        QVERIFY(!bench.controller.m_bZigMode);
-        QVERIFY(!bench.controller.isSerialPortOpen());
-        QVERIFY(!bench.controller.answers());
+        ControllerFixture fixture;
+        QCOMPARE(fixture.fields(), QStringList({"", "", "", ""}));
+        QCOMPARE(fixture.controller.commandResponse(), QString());
+        QCOMPARE(fixture.controller.m_zStagePosition, 0);
+        QVERIFY(!fixture.controller.m_skipProbe);
+        QVERIFY(!fixture.controller.m_bZigMode);
+        QVERIFY(!fixture.controller.isSerialPortOpen());
+        QVERIFY(!fixture.controller.answers());
     }
 
     void openingProbesTheBoard()
     {
-        ControllerBench bench;
-        QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
-        bench.log.clear();
-        bench.peer.answer(kReady);
-        bench.controller.openSerialPort();
+        ControllerFixture fixture;
+        QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
+        fixture.log.clear();
+        fixture.peer.answer(kReady);
+        fixture.controller.openSerialPort();
         QCOMPARE(connected.count(), 1);
-        QVERIFY(bench.controller.isSerialPortOpen());
-        QCOMPARE(bench.peer.received(), QList<QByteArray>{kProbe});
-        QCOMPARE(bench.log.messages(),
+        QVERIFY(fixture.controller.isSerialPortOpen());
+        QCOMPARE(fixture.peer.received(), QList<QByteArray>{kProbe});
+        QCOMPARE(fixture.log.messages(),
                  QStringList({
                      "openSerialPort",
                      "\"/dev/ttyS2\"",
@@ -89,8 +89,8 @@ private slots:
     // By the port's own word: a pseudo-terminal does not take every setting.
     void theLineIsSetUpForTheBoard()
     {
-        OpenBench bench;
-        const QObjectList children = bench.controller.children();
+        OpenFixture fixture;
+        const QObjectList children = fixture.controller.children();
         QCOMPARE(children.size(), 1);
         const QObject* port = children.first();
         QCOMPARE(port->metaObject()->className(), "QSerialPort");
@@ -104,64 +104,64 @@ private slots:
 
     void theListenerIsOnAfterTheProbe()
     {
-        ControllerBench bench;
-        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
-        bench.peer.answer(kReady);
-        bench.controller.openSerialPort();
-        bench.peer.send("$OK,STM1,MVP,5,\r\n");
+        ControllerFixture fixture;
+        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
+        fixture.peer.answer(kReady);
+        fixture.controller.openSerialPort();
+        fixture.peer.send("$OK,STM1,MVP,5,\r\n");
         QTRY_COMPARE(moved.count(), 1);
-        QCOMPARE(bench.controller.m_zStagePosition, 5);
+        QCOMPARE(fixture.controller.m_zStagePosition, 5);
 
         // Whatever the acknowledgement made of it.
-        connect(&bench.controller, &Controller::sig_connected_controller, this,
-                [&] { bench.controller.setPortListener(false); });
-        bench.peer.answer(kReady);
-        QVERIFY(bench.controller.trySerialPort());
-        bench.peer.send("$OK,STM1,MVP,5,\r\n");
+        connect(&fixture.controller, &Controller::sig_connected_controller, this,
+                [&] { fixture.controller.setPortListener(false); });
+        fixture.peer.answer(kReady);
+        QVERIFY(fixture.controller.trySerialPort());
+        fixture.peer.send("$OK,STM1,MVP,5,\r\n");
         QTRY_COMPARE(moved.count(), 2);
     }
 
     void anOpenPortIsNotProbedAgain()
     {
-        ControllerBench bench;
-        QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
-        bench.peer.answer(kReady);
-        bench.controller.openSerialPort();
-        bench.log.clear();
-        bench.controller.openSerialPort();
-        QCOMPARE(bench.log.messages(),
+        ControllerFixture fixture;
+        QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
+        fixture.peer.answer(kReady);
+        fixture.controller.openSerialPort();
+        fixture.log.clear();
+        fixture.controller.openSerialPort();
+        QCOMPARE(fixture.log.messages(),
                  QStringList({"openSerialPort", "the serial port \"/dev/ttyS2\" is already open"}));
         QCOMPARE(connected.count(), 1);
-        QCOMPARE(bench.peer.received().size(), 1);
+        QCOMPARE(fixture.peer.received().size(), 1);
     }
 
     void skippingTheProbeOnlyOpensThePort()
     {
-        ControllerBench bench;
-        QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
-        bench.log.clear();
-        bench.controller.m_skipProbe = true;
-        bench.controller.openSerialPort();
-        QVERIFY(bench.controller.isSerialPortOpen());
-        QCOMPARE(bench.log.messages(), QStringList({"openSerialPort", "\"/dev/ttyS2\""}));
+        ControllerFixture fixture;
+        QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
+        fixture.log.clear();
+        fixture.controller.m_skipProbe = true;
+        fixture.controller.openSerialPort();
+        QVERIFY(fixture.controller.isSerialPortOpen());
+        QCOMPARE(fixture.log.messages(), QStringList({"openSerialPort", "\"/dev/ttyS2\""}));
         QCOMPARE(connected.count(), 0);
-        QVERIFY(bench.peer.received().isEmpty());
+        QVERIFY(fixture.peer.received().isEmpty());
     }
 
     void zigModeDoesNotChangeTheProbe()
     {
-        ControllerBench bench;
-        bench.controller.m_bZigMode = true;
-        bench.peer.answer(kReady);
-        bench.controller.openSerialPort();
-        QCOMPARE(bench.peer.received(), QList<QByteArray>{kProbe});
+        ControllerFixture fixture;
+        fixture.controller.m_bZigMode = true;
+        fixture.peer.answer(kReady);
+        fixture.controller.openSerialPort();
+        QCOMPARE(fixture.peer.received(), QList<QByteArray>{kProbe});
     }
 
     void aMissingDeviceIsSilent()
     {
-        BenchRoot root;
+        TemporaryRoot root;
         LogRecorder log;
-        BenchController controller;
+        FreshController controller;
         QSignalSpy connected(&controller, &Controller::sig_connected_controller);
         log.clear();
         controller.openSerialPort();
@@ -185,26 +185,26 @@ private slots:
     void aRefusedProbeClosesThePort()
     {
         QFETCH(QByteArray, reply);
-        ControllerBench bench;
-        QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
-        bench.peer.answer(reply);
-        bench.controller.openSerialPort();
-        QVERIFY(!bench.controller.isSerialPortOpen());
-        QVERIFY2(!bench.controller.answers(), "a closed port brings no answers");
+        ControllerFixture fixture;
+        QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
+        fixture.peer.answer(reply);
+        fixture.controller.openSerialPort();
+        QVERIFY(!fixture.controller.isSerialPortOpen());
+        QVERIFY2(!fixture.controller.answers(), "a closed port brings no answers");
         QCOMPARE(connected.count(), 0);
     }
 
     // For whoever uses the line next, on the instrument or beside it.
     void aClosedPortLeavesTheLineAsItWasFound()
     {
-        ControllerBench bench;
-        const QByteArray device = QFile::encodeName(bench.root.path() + "/dev/ttyS2");
+        ControllerFixture fixture;
+        const QByteArray device = QFile::encodeName(fixture.root.path() + "/dev/ttyS2");
         const termios found = setUpForATerminal(device);
-        bench.peer.answer(kReady);
-        QVERIFY(bench.controller.trySerialPort());
-        bench.controller.closeSerialPort();
-        QVERIFY(!bench.controller.isSerialPortOpen());
-        QVERIFY(!bench.controller.answers());
+        fixture.peer.answer(kReady);
+        QVERIFY(fixture.controller.trySerialPort());
+        fixture.controller.closeSerialPort();
+        QVERIFY(!fixture.controller.isSerialPortOpen());
+        QVERIFY(!fixture.controller.answers());
         QCOMPARE(portLocks(device), QStringList());
         const termios left = settingsOf(device);
         QCOMPARE(left.c_iflag, found.c_iflag);
@@ -213,65 +213,65 @@ private slots:
         QCOMPARE(left.c_cflag, found.c_cflag);
         QCOMPARE(::cfgetospeed(&left), ::cfgetospeed(&found));
 
-        bench.controller.closeSerialPort();
-        bench.peer.answer(kReady);
-        QVERIFY(bench.controller.trySerialPort());
+        fixture.controller.closeSerialPort();
+        fixture.peer.answer(kReady);
+        QVERIFY(fixture.controller.trySerialPort());
         QCOMPARE(portLocks(device).size(), 1);
-        bench.controller.closeSerialPort();
+        fixture.controller.closeSerialPort();
     }
 
     // Neither the answer to a command that nobody waits for, nor a port opened without a probe.
     void onlyAnExchangeThatWasWaitedForShowsThatTheBoardAnswers()
     {
-        ControllerBench bench;
-        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
-        bench.open();
-        bench.controller.setPortListener(true);
-        bench.peer.answer("$OK,STM1,MVP,5,\r\n");
-        bench.controller.z_stage_mvp(SERIAL_NON_BLOCKING, 5);
+        ControllerFixture fixture;
+        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
+        fixture.open();
+        fixture.controller.setPortListener(true);
+        fixture.peer.answer("$OK,STM1,MVP,5,\r\n");
+        fixture.controller.z_stage_mvp(SERIAL_NON_BLOCKING, 5);
         QTRY_COMPARE(moved.count(), 1);
-        QVERIFY(!bench.controller.answers());
-        bench.peer.answer("not a reply at all\r\n");
-        bench.controller.z_stage_pos();
-        QVERIFY2(bench.controller.answers(), "any line is an answer");
+        QVERIFY(!fixture.controller.answers());
+        fixture.peer.answer("not a reply at all\r\n");
+        fixture.controller.z_stage_pos();
+        QVERIFY2(fixture.controller.answers(), "any line is an answer");
     }
 
     void anUnparsableReplyLetsTheProbePassOnThePreviousOk()
     {
-        OpenBench bench;
-        bench.exchange("$,STM1,STOP,,\r\n", "$OK,STM1,STOP,,\r\n");
-        bench.peer.answer("$OK,DEVICE,READY,\r\n");
-        QVERIFY(bench.controller.trySerialPort());
-        QCOMPARE(bench.fields(), QStringList({"OK", "STM1", "STOP", ""}));
+        OpenFixture fixture;
+        fixture.exchange("$,STM1,STOP,,\r\n", "$OK,STM1,STOP,,\r\n");
+        fixture.peer.answer("$OK,DEVICE,READY,\r\n");
+        QVERIFY(fixture.controller.trySerialPort());
+        QCOMPARE(fixture.fields(), QStringList({"OK", "STM1", "STOP", ""}));
     }
 
     void aSecondTryOpensThePortAgain()
     {
-        ControllerBench bench;
-        QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
-        bench.peer.answer("$NG,DEVICE,READY,,\r\n");
-        bench.controller.openSerialPort();
-        QVERIFY(!bench.controller.isSerialPortOpen());
-        bench.peer.answer(kReady);
-        QVERIFY(bench.controller.trySerialPort());
-        QVERIFY(bench.controller.isSerialPortOpen());
+        ControllerFixture fixture;
+        QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
+        fixture.peer.answer("$NG,DEVICE,READY,,\r\n");
+        fixture.controller.openSerialPort();
+        QVERIFY(!fixture.controller.isSerialPortOpen());
+        fixture.peer.answer(kReady);
+        QVERIFY(fixture.controller.trySerialPort());
+        QVERIFY(fixture.controller.isSerialPortOpen());
         QCOMPARE(connected.count(), 1);
     }
 
     void aTryConfiguresAPortThatNeverWas()
     {
-        ControllerBench bench;
-        bench.peer.answer(kReady);
-        QVERIFY(bench.controller.trySerialPort());
-        QVERIFY(bench.controller.isSerialPortOpen());
-        QCOMPARE(bench.log.messages().mid(1, 2), QStringList({"trySerialPort", "\"/dev/ttyS2\""}));
+        ControllerFixture fixture;
+        fixture.peer.answer(kReady);
+        QVERIFY(fixture.controller.trySerialPort());
+        QVERIFY(fixture.controller.isSerialPortOpen());
+        QCOMPARE(fixture.log.messages().mid(1, 2), QStringList({"trySerialPort", "\"/dev/ttyS2\""}));
     }
 
     void aTryWithoutADeviceFailsAtOnce()
     {
-        BenchRoot root;
+        TemporaryRoot root;
         LogRecorder log;
-        BenchController controller;
+        FreshController controller;
         controller.openSerialPort();
         log.clear();
         QElapsedTimer timer;
@@ -285,9 +285,9 @@ private slots:
 
     void aDeviceThatAppearsLaterIsFoundByATry()
     {
-        BenchRoot root;
+        TemporaryRoot root;
         LogRecorder log;
-        BenchController controller;
+        FreshController controller;
         controller.openSerialPort();
         ScriptedPeer peer(root.path());
         peer.answer(kReady);
@@ -297,35 +297,36 @@ private slots:
     // The port was configured by the attempt that failed: it opens at the first try, unprobed.
     void reopeningAConfiguredPortDoesNotProbe()
     {
-        ControllerBench bench;
-        bench.peer.answer("$NG,DEVICE,READY,,\r\n");
-        bench.controller.openSerialPort();
-        bench.log.clear();
-        bench.controller.openSerialPort();
-        QVERIFY(bench.controller.isSerialPortOpen());
-        QCOMPARE(bench.log.messages(), QStringList({"openSerialPort", "opened serial port \"/dev/ttyS2\""}));
-        QCOMPARE(bench.peer.received().size(), 1);
+        ControllerFixture fixture;
+        fixture.peer.answer("$NG,DEVICE,READY,,\r\n");
+        fixture.controller.openSerialPort();
+        fixture.log.clear();
+        fixture.controller.openSerialPort();
+        QVERIFY(fixture.controller.isSerialPortOpen());
+        QCOMPARE(fixture.log.messages(),
+                 QStringList({"openSerialPort", "opened serial port \"/dev/ttyS2\""}));
+        QCOMPARE(fixture.peer.received().size(), 1);
     }
 
     void repeatedProbesAnnounceTheConnectionEachTime()
     {
-        ControllerBench bench;
-        QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
+        ControllerFixture fixture;
+        QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
         for (int i = 0; i < 3; ++i) {
-            bench.peer.answer(kReady);
-            QVERIFY(bench.controller.trySerialPort());
+            fixture.peer.answer(kReady);
+            QVERIFY(fixture.controller.trySerialPort());
         }
         QCOMPARE(connected.count(), 3);
-        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_abs);
-        bench.peer.send("$OK,STM1,ABS,-40,\r\n");
+        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_abs);
+        fixture.peer.send("$OK,STM1,ABS,-40,\r\n");
         QTRY_COMPARE(moved.count(), 1);
     }
 
     void aClosedPortCountsAsATimeoutWithoutTheWait()
     {
-        BenchRoot root;
+        TemporaryRoot root;
         LogRecorder log;
-        BenchController controller;
+        FreshController controller;
         log.clear();
         QElapsedTimer timer;
         timer.start();

@@ -8,7 +8,7 @@
 #include <QSignalSpy>
 #include <QtTest>
 
-#include "ControllerBench.h"
+#include "ControllerFixture.h"
 
 namespace {
 
@@ -45,13 +45,13 @@ private slots:
     {
         QFETCH(QString, line);
         QFETCH(QStringList, fields);
-        ControllerBench bench;
-        bench.controller.parsing_responseReceived("$was,a,b,c,");
-        bench.log.clear();
-        bench.controller.parsing_responseReceived(line);
-        QCOMPARE(bench.fields(), fields);
-        QCOMPARE(bench.log.messages().size(), 1);
-        QVERIFY(bench.log.messages().first().startsWith("parsing_responseReceived"));
+        ControllerFixture fixture;
+        fixture.controller.parsing_responseReceived("$was,a,b,c,");
+        fixture.log.clear();
+        fixture.controller.parsing_responseReceived(line);
+        QCOMPARE(fixture.fields(), fields);
+        QCOMPARE(fixture.log.messages().size(), 1);
+        QVERIFY(fixture.log.messages().first().startsWith("parsing_responseReceived"));
     }
 
     void aNonBlockingReplyMovesTheTrackedPosition_data()
@@ -87,162 +87,163 @@ private slots:
         QFETCH(QByteArray, reply);
         QFETCH(int, position);
         QFETCH(QByteArrayList, signalled);
-        ListeningBench bench;
-        bench.controller.m_zStagePosition = 1000;
+        ListeningFixture fixture;
+        fixture.controller.m_zStagePosition = 1000;
         QByteArrayList seen;
         connect(
-            &bench.controller, &Controller::sig_z_stage_origin, this, [&] { seen << "origin"; });
+            &fixture.controller, &Controller::sig_z_stage_origin, this, [&] { seen << "origin"; });
         connect(
-            &bench.controller, &Controller::sig_z_stage_mvn, this, [&] { seen << "mvn"; });
+            &fixture.controller, &Controller::sig_z_stage_mvn, this, [&] { seen << "mvn"; });
         connect(
-            &bench.controller, &Controller::sig_z_stage_mvp, this, [&] { seen << "mvp"; });
-        connect(&bench.controller, &Controller::sig_z_stage_abs, this, [&] { seen << "abs"; });
-        QSignalSpy console(&bench.controller, &Controller::sig_debug_Controller);
+            &fixture.controller, &Controller::sig_z_stage_mvp, this, [&] { seen << "mvp"; });
+        connect(&fixture.controller, &Controller::sig_z_stage_abs, this, [&] { seen << "abs"; });
+        QSignalSpy console(&fixture.controller, &Controller::sig_debug_Controller);
 
-        bench.peer.send(reply);
-        QTRY_COMPARE(bench.log.messages().size(), 2);
+        fixture.peer.send(reply);
+        QTRY_COMPARE(fixture.log.messages().size(), 2);
         QCOMPARE(seen, signalled);
-        QCOMPARE(bench.controller.m_zStagePosition, position);
+        QCOMPARE(fixture.controller.m_zStagePosition, position);
         QCOMPARE(console.count(), 0);
         const QString line = QString::fromLatin1(reply.left(reply.size() - 2));
-        QCOMPARE(bench.log.messages(), QStringList({"slot_readyRead response: \"" + line + "\"",
-                                                    "parsing_responseReceived response: \"" + line + "\""}));
+        QCOMPARE(fixture.log.messages(),
+                 QStringList({"slot_readyRead response: \"" + line + "\"",
+                              "parsing_responseReceived response: \"" + line + "\""}));
     }
 
     void theTrackedPositionIsUpToDateWhenTheSignalComes()
     {
-        ListeningBench bench;
+        ListeningFixture fixture;
         int seen = 0;
-        connect(&bench.controller, &Controller::sig_z_stage_mvp, this,
-                [&] { seen = bench.controller.m_zStagePosition; });
-        bench.peer.send("$OK,STM1,MVP,230,\r\n");
+        connect(&fixture.controller, &Controller::sig_z_stage_mvp, this,
+                [&] { seen = fixture.controller.m_zStagePosition; });
+        fixture.peer.send("$OK,STM1,MVP,230,\r\n");
         QTRY_COMPARE(seen, 230);
     }
 
     void twoLinesInOneChunkAreHandledByTwoNotifications()
     {
-        OpenBench bench;
+        OpenFixture fixture;
         // Twice, or every notification would find two listeners and take two lines.
-        bench.controller.setPortListener(true);
-        bench.controller.setPortListener(true);
-        QSignalSpy up(&bench.controller, &Controller::sig_z_stage_mvp);
-        QSignalSpy down(&bench.controller, &Controller::sig_z_stage_mvn);
-        bench.peer.send("$OK,STM1,MVP,230,\r\n$OK,STM1,MVN,30,\r\n");
+        fixture.controller.setPortListener(true);
+        fixture.controller.setPortListener(true);
+        QSignalSpy up(&fixture.controller, &Controller::sig_z_stage_mvp);
+        QSignalSpy down(&fixture.controller, &Controller::sig_z_stage_mvn);
+        fixture.peer.send("$OK,STM1,MVP,230,\r\n$OK,STM1,MVN,30,\r\n");
         QTRY_COMPARE(up.count(), 1);
         QTest::qWait(kShort_ms);
         QCOMPARE(down.count(), 0);
-        bench.peer.send("$OK,STM1,STOP,,\r\n");
+        fixture.peer.send("$OK,STM1,STOP,,\r\n");
         QTRY_COMPARE(down.count(), 1);
-        QCOMPARE(bench.controller.m_zStagePosition, 200);
+        QCOMPARE(fixture.controller.m_zStagePosition, 200);
     }
 
     void anUnparsableLineRepeatsThePreviousReply()
     {
-        ListeningBench bench;
-        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
-        bench.peer.send("$OK,STM1,MVP,230,\r\n");
+        ListeningFixture fixture;
+        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
+        fixture.peer.send("$OK,STM1,MVP,230,\r\n");
         QTRY_COMPARE(moved.count(), 1);
-        bench.peer.send("noise\r\n");
+        fixture.peer.send("noise\r\n");
         QTRY_COMPARE(moved.count(), 2);
-        QCOMPARE(bench.controller.m_zStagePosition, 460);
+        QCOMPARE(fixture.controller.m_zStagePosition, 460);
     }
 
     void trickledBytesAreOneLine()
     {
-        ListeningBench bench;
-        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
+        ListeningFixture fixture;
+        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
         for (const char byte : QByteArray("$OK,STM1,MVP,230,\r\n")) {
             QCOMPARE(moved.count(), 0);
-            bench.peer.send(QByteArray(1, byte));
+            fixture.peer.send(QByteArray(1, byte));
             QTest::qWait(2);
         }
         QTRY_COMPARE(moved.count(), 1);
-        QCOMPARE(bench.controller.m_zStagePosition, 230);
+        QCOMPARE(fixture.controller.m_zStagePosition, 230);
     }
 
     void aLineEndsAtItsFirstNul()
     {
-        ListeningBench bench;
-        bench.controller.parsing_responseReceived("$OK,STM1,ABS,3,");
-        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_abs);
-        bench.peer.send(QByteArray("$OK,STM1,ABS,-40\0,\r\n", 20));
+        ListeningFixture fixture;
+        fixture.controller.parsing_responseReceived("$OK,STM1,ABS,3,");
+        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_abs);
+        fixture.peer.send(QByteArray("$OK,STM1,ABS,-40\0,\r\n", 20));
         QTRY_COMPARE(moved.count(), 1);
-        QCOMPARE(bench.controller.m_zStagePosition, 3);
-        QVERIFY(bench.log.messages().contains("slot_readyRead response: \"$OK,STM1,ABS,-40\""));
+        QCOMPARE(fixture.controller.m_zStagePosition, 3);
+        QVERIFY(fixture.log.messages().contains("slot_readyRead response: \"$OK,STM1,ABS,-40\""));
     }
 
     void withTheListenerOffALineIsNotHandled()
     {
-        OpenBench bench;
-        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
-        bench.controller.setPortListener(true);
-        bench.controller.setPortListener(true);
-        bench.peer.send("$OK,STM1,MVP,1,\r\n");
+        OpenFixture fixture;
+        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
+        fixture.controller.setPortListener(true);
+        fixture.controller.setPortListener(true);
+        fixture.peer.send("$OK,STM1,MVP,1,\r\n");
         QTRY_COMPARE(moved.count(), 1);
         QTest::qWait(kShort_ms);
         QCOMPARE(moved.count(), 1);
-        bench.controller.setPortListener(false);
-        bench.peer.send("$OK,STM1,MVP,2,\r\n");
+        fixture.controller.setPortListener(false);
+        fixture.peer.send("$OK,STM1,MVP,2,\r\n");
         QTest::qWait(kShort_ms);
         QCOMPARE(moved.count(), 1);
-        QCOMPARE(bench.controller.m_zStagePosition, 1);
+        QCOMPARE(fixture.controller.m_zStagePosition, 1);
     }
 
     void anExchangeEchoesBothLinesWithTheirEnds()
     {
-        OpenBench bench;
-        QSignalSpy console(&bench.controller, &Controller::sig_debug_Controller);
-        bench.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n");
+        OpenFixture fixture;
+        QSignalSpy console(&fixture.controller, &Controller::sig_debug_Controller);
+        fixture.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n");
         QCOMPARE(console.count(), 2);
         QCOMPARE(console.at(0).at(0).toString(), QStringLiteral("$,LED4,ON,,\r\n"));
         QCOMPARE(console.at(1).at(0).toString(), QStringLiteral("$OK,LED4,ON,,\r\n"));
-        QCOMPARE(bench.controller.commandResponse(), QStringLiteral("$OK,LED4,ON,,"));
+        QCOMPARE(fixture.controller.commandResponse(), QStringLiteral("$OK,LED4,ON,,"));
     }
 
     void anExchangeKeepsTheListenerAwayAndBringsItBack()
     {
-        ListeningBench bench;
-        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
-        bench.exchange("$,STM1,MVP,640,\r\n", "$OK,STM1,MVP,640,\r\n");
+        ListeningFixture fixture;
+        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
+        fixture.exchange("$,STM1,MVP,640,\r\n", "$OK,STM1,MVP,640,\r\n");
         QTest::qWait(kShort_ms);
         QCOMPARE(moved.count(), 0);
-        QCOMPARE(bench.controller.m_zStagePosition, 0);
-        bench.peer.send("$OK,STM1,MVP,640,\r\n");
+        QCOMPARE(fixture.controller.m_zStagePosition, 0);
+        fixture.peer.send("$OK,STM1,MVP,640,\r\n");
         QTRY_COMPARE(moved.count(), 1);
     }
 
     void aSilentBoardLeavesThePreviousRecord()
     {
-        OpenBench bench;
-        bench.controller.parsing_responseReceived("$OK,STM1,GET_POS,77,");
-        bench.log.clear();
-        QSignalSpy console(&bench.controller, &Controller::sig_debug_Controller);
+        OpenFixture fixture;
+        fixture.controller.parsing_responseReceived("$OK,STM1,GET_POS,77,");
+        fixture.log.clear();
+        QSignalSpy console(&fixture.controller, &Controller::sig_debug_Controller);
         QElapsedTimer timer;
         timer.start();
-        bench.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kShort_ms);
+        fixture.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kShort_ms);
         QVERIFY(timer.elapsed() >= kShort_ms - 1);
-        QCOMPARE(bench.controller.commandResponse(), QString());
-        QCOMPARE(bench.fields(), QStringList({"OK", "STM1", "GET_POS", "77"}));
+        QCOMPARE(fixture.controller.commandResponse(), QString());
+        QCOMPARE(fixture.fields(), QStringList({"OK", "STM1", "GET_POS", "77"}));
         QCOMPARE(console.count(), 1);
-        QCOMPARE(bench.log.messages(), QStringList({"write_Blocking command: \"$,STM1,STOP,,\\r\\n\"",
-                                                    "readAvailableData_Blocking errorDataReadingTimeout"}));
+        QCOMPARE(fixture.log.messages(), QStringList({"write_Blocking command: \"$,STM1,STOP,,\\r\\n\"",
+                                                      "readAvailableData_Blocking errorDataReadingTimeout"}));
     }
 
     void aTimeoutEmptiesTheLastLine()
     {
-        OpenBench bench;
-        bench.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n");
-        QVERIFY(!bench.controller.commandResponse().isEmpty());
-        bench.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kShort_ms);
-        QVERIFY(bench.controller.commandResponse().isEmpty());
+        OpenFixture fixture;
+        fixture.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n");
+        QVERIFY(!fixture.controller.commandResponse().isEmpty());
+        fixture.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kShort_ms);
+        QVERIFY(fixture.controller.commandResponse().isEmpty());
     }
 
     void theListenerIsBackAfterATimeout()
     {
-        OpenBench bench;
-        bench.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kShort_ms);
-        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
-        bench.peer.send("$OK,STM1,MVP,640,\r\n");
+        OpenFixture fixture;
+        fixture.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kShort_ms);
+        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
+        fixture.peer.send("$OK,STM1,MVP,640,\r\n");
         QTRY_COMPARE(moved.count(), 1);
     }
 
@@ -251,82 +252,82 @@ private slots:
     {
         const InstrumentTime kPause{200000};
         constexpr int kReadTimeout_ms = 1000;
-        OpenBench bench;
-        bench.peer.answer({{"$OK,"},
-                           {"STM1", kPause},
-                           {",", kPause},
-                           {"STO", kPause},
-                           {"P", kPause},
-                           {",,", kPause},
-                           {"\r", kPause},
-                           {"\n", kPause}});
+        OpenFixture fixture;
+        fixture.peer.answer({{"$OK,"},
+                             {"STM1", kPause},
+                             {",", kPause},
+                             {"STO", kPause},
+                             {"P", kPause},
+                             {",,", kPause},
+                             {"\r", kPause},
+                             {"\n", kPause}});
         QElapsedTimer timer;
         timer.start();
-        bench.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kReadTimeout_ms);
+        fixture.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kReadTimeout_ms);
         QVERIFY(timer.elapsed() > kReadTimeout_ms);
-        QCOMPARE(bench.controller.commandResponse(), QStringLiteral("$OK,STM1,STOP,,"));
+        QCOMPARE(fixture.controller.commandResponse(), QStringLiteral("$OK,STM1,STOP,,"));
     }
 
     void anUnfinishedLineIsATimeoutAndIsGoneByTheNextExchange()
     {
-        OpenBench bench;
-        bench.peer.answer("$OK,STM1,STO");
-        bench.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kShort_ms);
-        QCOMPARE(bench.controller.commandResponse(), QString());
-        bench.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n");
-        QCOMPARE(bench.controller.commandResponse(), QStringLiteral("$OK,LED4,ON,,"));
+        OpenFixture fixture;
+        fixture.peer.answer("$OK,STM1,STO");
+        fixture.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kShort_ms);
+        QCOMPARE(fixture.controller.commandResponse(), QString());
+        fixture.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n");
+        QCOMPARE(fixture.controller.commandResponse(), QStringLiteral("$OK,LED4,ON,,"));
     }
 
     void anOldLineIsNotTakenForTheAnswer()
     {
-        OpenBench bench;
-        bench.peer.send("$NG,STM1,OLD,,\r\n");
+        OpenFixture fixture;
+        fixture.peer.send("$NG,STM1,OLD,,\r\n");
         QTest::qWait(kShort_ms);
-        bench.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n$OK,LED4,TWICE,,\r\n");
-        QCOMPARE(bench.fields(), QStringList({"OK", "LED4", "ON", ""}));
-        bench.exchange("$,LED4,OFF,,\r\n", "$OK,LED4,OFF,,\r\n");
-        QCOMPARE(bench.fields(), QStringList({"OK", "LED4", "OFF", ""}));
+        fixture.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n$OK,LED4,TWICE,,\r\n");
+        QCOMPARE(fixture.fields(), QStringList({"OK", "LED4", "ON", ""}));
+        fixture.exchange("$,LED4,OFF,,\r\n", "$OK,LED4,OFF,,\r\n");
+        QCOMPARE(fixture.fields(), QStringList({"OK", "LED4", "OFF", ""}));
     }
 
     void aBlockingReplyEndsAtItsFirstNul()
     {
-        OpenBench bench;
-        QSignalSpy console(&bench.controller, &Controller::sig_debug_Controller);
-        bench.exchange("$,LED4,ON,,\r\n", QByteArray("$OK,\0LED4,ON,,\r\n", 16));
-        QCOMPARE(bench.controller.commandResponse(), QStringLiteral("$OK,"));
+        OpenFixture fixture;
+        QSignalSpy console(&fixture.controller, &Controller::sig_debug_Controller);
+        fixture.exchange("$,LED4,ON,,\r\n", QByteArray("$OK,\0LED4,ON,,\r\n", 16));
+        QCOMPARE(fixture.controller.commandResponse(), QStringLiteral("$OK,"));
         QCOMPARE(console.at(1).at(0).toString(), QStringLiteral("$OK,"));
-        QCOMPARE(bench.fields(), QStringList({"", "", "", ""}));
+        QCOMPARE(fixture.fields(), QStringList({"", "", "", ""}));
     }
 
     void foreignBytesAreReadAsLatin1()
     {
-        OpenBench bench;
-        bench.exchange("$,DEVICE,FW VERSION,,\r\n", "$OK,DEVICE,FW VERSION,\xb5\xff,\r\n");
-        QCOMPARE(bench.controller.responseInfo().value, QString::fromLatin1("\xb5\xff"));
+        OpenFixture fixture;
+        fixture.exchange("$,DEVICE,FW VERSION,,\r\n", "$OK,DEVICE,FW VERSION,\xb5\xff,\r\n");
+        QCOMPARE(fixture.controller.responseInfo().value, QString::fromLatin1("\xb5\xff"));
     }
 
     void aNonBlockingWriteReturnsWithoutAnAnswer()
     {
-        OpenBench bench;
-        QSignalSpy console(&bench.controller, &Controller::sig_debug_Controller);
-        bench.controller.write_nonBlocking("$,STM1,ABS,40,\r\n");
-        QCOMPARE(bench.log.messages(), QStringList{"write_nonBlocking command: \"$,STM1,ABS,40,\\r\\n\""});
+        OpenFixture fixture;
+        QSignalSpy console(&fixture.controller, &Controller::sig_debug_Controller);
+        fixture.controller.write_nonBlocking("$,STM1,ABS,40,\r\n");
+        QCOMPARE(fixture.log.messages(), QStringList{"write_nonBlocking command: \"$,STM1,ABS,40,\\r\\n\""});
         QCOMPARE(console.count(), 1);
         QCOMPARE(console.at(0).at(0).toString(), QStringLiteral("$,STM1,ABS,40,\r\n"));
-        QTRY_COMPARE(bench.peer.received(), QList<QByteArray>{"$,STM1,ABS,40,\r\n"});
+        QTRY_COMPARE(fixture.peer.received(), QList<QByteArray>{"$,STM1,ABS,40,\r\n"});
     }
 
     // A second line of one chunk waits to be read; a command does away with it.
     void aNonBlockingWriteDiscardsWhatWasNotReadYet()
     {
-        ListeningBench bench;
-        QSignalSpy stopped(&bench.controller, &Controller::sig_z_stage_mvp);
-        QSignalSpy stale(&bench.controller, &Controller::sig_z_stage_mvn);
-        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_abs);
-        bench.peer.send("$OK,STM1,MVP,1,\r\n$OK,STM1,MVN,1,\r\n");
+        ListeningFixture fixture;
+        QSignalSpy stopped(&fixture.controller, &Controller::sig_z_stage_mvp);
+        QSignalSpy stale(&fixture.controller, &Controller::sig_z_stage_mvn);
+        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_abs);
+        fixture.peer.send("$OK,STM1,MVP,1,\r\n$OK,STM1,MVN,1,\r\n");
         QTRY_COMPARE(stopped.count(), 1);
-        bench.controller.write_nonBlocking("$,STM1,ABS,40,\r\n");
-        bench.peer.send("$OK,STM1,ABS,40,\r\n");
+        fixture.controller.write_nonBlocking("$,STM1,ABS,40,\r\n");
+        fixture.peer.send("$OK,STM1,ABS,40,\r\n");
         QTRY_COMPARE(moved.count(), 1);
         QCOMPARE(stale.count(), 0);
     }
@@ -334,35 +335,35 @@ private slots:
     // A non-blocking line leaves with the event loop; an exchange that comes first takes its place.
     void anExchangeDiscardsWhatWasNotSentYet()
     {
-        OpenBench bench;
-        bench.controller.write_nonBlocking("$,STM1,ABS,40,\r\n");
-        bench.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n");
+        OpenFixture fixture;
+        fixture.controller.write_nonBlocking("$,STM1,ABS,40,\r\n");
+        fixture.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n");
         QTest::qWait(kShort_ms);
-        QCOMPARE(bench.peer.received(), QList<QByteArray>{"$,LED4,ON,,\r\n"});
+        QCOMPARE(fixture.peer.received(), QList<QByteArray>{"$,LED4,ON,,\r\n"});
     }
 
     void aBlockingWriteDiscardsWhatWasNotReadYet()
     {
-        ListeningBench bench;
-        QSignalSpy moved(&bench.controller, &Controller::sig_z_stage_mvp);
-        bench.peer.send("$OK,STM1,MVP,1,\r\n$NG,STM1,OLD,,\r\n");
+        ListeningFixture fixture;
+        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
+        fixture.peer.send("$OK,STM1,MVP,1,\r\n$NG,STM1,OLD,,\r\n");
         QTRY_COMPARE(moved.count(), 1);
-        bench.controller.setPortListener(false);
-        bench.peer.answer("$OK,LED4,ON,,\r\n");
-        bench.controller.write_Blocking("$,LED4,ON,,\r\n", kLong_ms);
-        bench.controller.readAvailableData_Blocking(kLong_ms);
-        QCOMPARE(bench.controller.commandResponse(), QStringLiteral("$OK,LED4,ON,,"));
+        fixture.controller.setPortListener(false);
+        fixture.peer.answer("$OK,LED4,ON,,\r\n");
+        fixture.controller.write_Blocking("$,LED4,ON,,\r\n", kLong_ms);
+        fixture.controller.readAvailableData_Blocking(kLong_ms);
+        QCOMPARE(fixture.controller.commandResponse(), QStringLiteral("$OK,LED4,ON,,"));
     }
 
     // The port stays open: nothing tells a pulled cable from a silent board.
     void aLineThatVanishesEndsTheWait()
     {
-        BenchRoot root;
+        TemporaryRoot root;
         auto line = std::make_unique<PseudoTerminal>();
         QVERIFY(QDir(root.path()).mkpath("dev"));
         QVERIFY(QFile::link(QString::fromStdString(line->devicePath()), root.path() + "/dev/ttyS2"));
         LogRecorder log;
-        BenchController controller;
+        FreshController controller;
         controller.m_skipProbe = true;
         controller.openSerialPort();
         log.clear();
@@ -384,12 +385,12 @@ private slots:
 
     void aLineThatCannotBeWrittenIsLoggedAndTheReadFollows()
     {
-        BenchRoot root;
+        TemporaryRoot root;
         const PseudoTerminal blocked;
         QVERIFY(QDir(root.path()).mkpath("dev"));
         QVERIFY(QFile::link(QString::fromStdString(blocked.devicePath()), root.path() + "/dev/ttyS2"));
         LogRecorder log;
-        BenchController controller;
+        FreshController controller;
         controller.m_skipProbe = true;
         controller.openSerialPort();
         const FileDescriptor line(::open(blocked.devicePath().c_str(), O_RDWR | O_NOCTTY));

@@ -9,17 +9,17 @@
 #include <QSignalSpy>
 #include <QtTest>
 
-#include "ControllerBench.h"
+#include "ControllerFixture.h"
 
 namespace {
 
 constexpr int kShort_ms = 60;
 constexpr int kNotInThisTest_ms = 60000;
 
-/// A bench whose exchanges wait kShort_ms for a reply, but not the self-diagnosis.
-struct SilentBench : ControllerBench
+/// A fixture whose exchanges wait kShort_ms for a reply, but not the self-diagnosis.
+struct SilentFixture : ControllerFixture
 {
-    SilentBench() { controller.m_timeouts = {kShort_ms, kShort_ms, kNotInThisTest_ms}; }
+    SilentFixture() { controller.m_timeouts = {kShort_ms, kShort_ms, kNotInThisTest_ms}; }
 };
 
 bool lasted(const QElapsedTimer& timer, qint64 timeout_ms)
@@ -40,7 +40,7 @@ class TestControllerSilence : public QObject
 private slots:
     void theProgramWaitsAsLongAsTheBoardMayTake()
     {
-        const BenchController controller;
+        const FreshController controller;
         QCOMPARE(controller.m_timeouts.write_ms, 1000);
         QCOMPARE(controller.m_timeouts.read_ms, 5000);
         QCOMPARE(controller.m_timeouts.diagnosisRead_ms, 25000);
@@ -48,22 +48,22 @@ private slots:
 
     void aSilentBoardFailsTheProbe()
     {
-        SilentBench bench;
-        QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
+        SilentFixture fixture;
+        QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
         QElapsedTimer timer;
         timer.start();
-        bench.controller.openSerialPort();
+        fixture.controller.openSerialPort();
         QVERIFY(lasted(timer, kShort_ms));
-        QVERIFY(!bench.controller.isSerialPortOpen());
+        QVERIFY(!fixture.controller.isSerialPortOpen());
         QCOMPARE(connected.count(), 0);
-        QTRY_COMPARE(bench.peer.received(), QList<QByteArray>{"$,DEVICE,READY,,\r\n"});
-        QVERIFY(bench.log.messages().contains("readAvailableData_Blocking errorDataReadingTimeout"));
-        QVERIFY(!bench.log.messages().contains(R"(opened serial port "/dev/ttyS2")"));
+        QTRY_COMPARE(fixture.peer.received(), QList<QByteArray>{"$,DEVICE,READY,,\r\n"});
+        QVERIFY(fixture.log.messages().contains("readAvailableData_Blocking errorDataReadingTimeout"));
+        QVERIFY(!fixture.log.messages().contains(R"(opened serial port "/dev/ttyS2")"));
 
         // Powered at last, it answers the next try.
-        bench.controller.m_timeouts = ControllerTimeouts();
-        bench.peer.answer("$OK,DEVICE,READY,,\r\n");
-        QVERIFY(bench.controller.trySerialPort());
+        fixture.controller.m_timeouts = ControllerTimeouts();
+        fixture.peer.answer("$OK,DEVICE,READY,,\r\n");
+        QVERIFY(fixture.controller.trySerialPort());
         QCOMPARE(connected.count(), 1);
     }
 
@@ -109,73 +109,73 @@ private slots:
     void everyCommandWaitsForTheReply()
     {
         QFETCH(Command, command);
-        SilentBench bench;
-        bench.open();
+        SilentFixture fixture;
+        fixture.open();
         QElapsedTimer timer;
         timer.start();
-        command(bench.controller);
+        command(fixture.controller);
         QVERIFY2(lasted(timer, kShort_ms), qPrintable(QString::number(timer.elapsed())));
-        QVERIFY(!bench.controller.answers());
+        QVERIFY(!fixture.controller.answers());
     }
 
     void theSelfDiagnosisHasATimeOfItsOwn()
     {
-        ControllerBench bench;
-        bench.controller.m_timeouts = {kShort_ms, kNotInThisTest_ms, kShort_ms};
-        bench.open();
+        ControllerFixture fixture;
+        fixture.controller.m_timeouts = {kShort_ms, kNotInThisTest_ms, kShort_ms};
+        fixture.open();
         QElapsedTimer timer;
         timer.start();
-        QCOMPARE(bench.controller.z_stage_diagnosis(), -1);
+        QCOMPARE(fixture.controller.z_stage_diagnosis(), -1);
         QVERIFY2(lasted(timer, kShort_ms), qPrintable(QString::number(timer.elapsed())));
     }
 
     // The record of the last reply stands, so silence is taken for its repetition.
     void aSilentBoardRepeatsThePreviousOutcome()
     {
-        SilentBench bench;
-        bench.open();
-        bench.controller.parsing_responseReceived("$OK,STM1,GET_POS,77,");
-        QVERIFY(bench.controller.z_stage_mvp(SERIAL_BLOCKING, 640));
-        QCOMPARE(bench.controller.m_zStagePosition, 640);
+        SilentFixture fixture;
+        fixture.open();
+        fixture.controller.parsing_responseReceived("$OK,STM1,GET_POS,77,");
+        QVERIFY(fixture.controller.z_stage_mvp(SERIAL_BLOCKING, 640));
+        QCOMPARE(fixture.controller.m_zStagePosition, 640);
     }
 
     // ...but not by the probe: a board that has died since is not connected.
     void aSilentBoardFailsTheProbeWhateverItSaidBefore()
     {
-        ControllerBench bench;
-        QSignalSpy connected(&bench.controller, &Controller::sig_connected_controller);
-        bench.peer.answer("$OK,DEVICE,READY,,\r\n");
-        QVERIFY(bench.controller.trySerialPort());
-        QVERIFY(bench.controller.answers());
-        bench.controller.m_timeouts.read_ms = kShort_ms;
-        QVERIFY(!bench.controller.trySerialPort());
+        ControllerFixture fixture;
+        QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
+        fixture.peer.answer("$OK,DEVICE,READY,,\r\n");
+        QVERIFY(fixture.controller.trySerialPort());
+        QVERIFY(fixture.controller.answers());
+        fixture.controller.m_timeouts.read_ms = kShort_ms;
+        QVERIFY(!fixture.controller.trySerialPort());
         QCOMPARE(connected.count(), 1);
-        QVERIFY(!bench.controller.isSerialPortOpen());
-        QVERIFY(!bench.controller.answers());
-        QCOMPARE(bench.controller.responseInfo().result, QString("OK"));
+        QVERIFY(!fixture.controller.isSerialPortOpen());
+        QVERIFY(!fixture.controller.answers());
+        QCOMPARE(fixture.controller.responseInfo().result, QString("OK"));
 
-        bench.controller.m_timeouts = ControllerTimeouts();
-        bench.peer.answer("$OK,DEVICE,READY,,\r\n");
-        QVERIFY(bench.controller.trySerialPort());
+        fixture.controller.m_timeouts = ControllerTimeouts();
+        fixture.peer.answer("$OK,DEVICE,READY,,\r\n");
+        QVERIFY(fixture.controller.trySerialPort());
         QCOMPARE(connected.count(), 2);
-        QVERIFY(bench.controller.answers());
+        QVERIFY(fixture.controller.answers());
     }
 
     void aBoardThatFallsSilentAnswersNoMore()
     {
-        OpenBench bench;
-        QVERIFY(!bench.controller.answers());
-        bench.peer.answer("$OK,LED4,ON,,\r\n");
-        QVERIFY(bench.controller.led_on());
-        QVERIFY(bench.controller.answers());
-        bench.controller.m_timeouts.read_ms = kShort_ms;
-        QVERIFY2(bench.controller.led_off(), "the previous outcome");
-        QVERIFY(!bench.controller.answers());
-        QVERIFY(bench.controller.isSerialPortOpen());
-        bench.controller.m_timeouts = ControllerTimeouts();
-        bench.peer.answer("$NG,LED4,OFF,,\r\n");
-        QVERIFY(!bench.controller.led_off());
-        QVERIFY2(bench.controller.answers(), "a refusal is an answer");
+        OpenFixture fixture;
+        QVERIFY(!fixture.controller.answers());
+        fixture.peer.answer("$OK,LED4,ON,,\r\n");
+        QVERIFY(fixture.controller.led_on());
+        QVERIFY(fixture.controller.answers());
+        fixture.controller.m_timeouts.read_ms = kShort_ms;
+        QVERIFY2(fixture.controller.led_off(), "the previous outcome");
+        QVERIFY(!fixture.controller.answers());
+        QVERIFY(fixture.controller.isSerialPortOpen());
+        fixture.controller.m_timeouts = ControllerTimeouts();
+        fixture.peer.answer("$NG,LED4,OFF,,\r\n");
+        QVERIFY(!fixture.controller.led_off());
+        QVERIFY2(fixture.controller.answers(), "a refusal is an answer");
     }
 
     // A line that takes nothing, too: the time-out of writing comes first.
@@ -189,21 +189,21 @@ private slots:
     void aLineThatIsStuckCostsBothTimeouts()
     {
         QFETCH(bool, diagnosis);
-        OpenBench bench;
-        const QByteArray device = QFile::encodeName(bench.root.path() + "/dev/ttyS2");
+        OpenFixture fixture;
+        const QByteArray device = QFile::encodeName(fixture.root.path() + "/dev/ttyS2");
         const FileDescriptor line(::open(device.constData(), O_RDWR | O_NOCTTY));
         QCOMPARE(::tcflow(line.get(), TCOOFF), 0);
         constexpr int kWrite_ms = 300;
-        bench.controller.m_timeouts = {kWrite_ms, diagnosis ? kNotInThisTest_ms : kShort_ms,
-                                       diagnosis ? kShort_ms : kNotInThisTest_ms};
+        fixture.controller.m_timeouts = {kWrite_ms, diagnosis ? kNotInThisTest_ms : kShort_ms,
+                                         diagnosis ? kShort_ms : kNotInThisTest_ms};
         QElapsedTimer timer;
         timer.start();
         if (diagnosis)
-            QCOMPARE(bench.controller.z_stage_diagnosis(), -1);
+            QCOMPARE(fixture.controller.z_stage_diagnosis(), -1);
         else
-            QVERIFY(!bench.controller.trySerialPort());
+            QVERIFY(!fixture.controller.trySerialPort());
         QVERIFY2(lasted(timer, kWrite_ms + kShort_ms), qPrintable(QString::number(timer.elapsed())));
-        QVERIFY(bench.log.messages().contains("write_Blocking errorDataWritingTimeout"));
+        QVERIFY(fixture.log.messages().contains("write_Blocking errorDataWritingTimeout"));
     }
 };
 

@@ -22,7 +22,7 @@ class TestCameraGrab : public QObject
 
 private:
     // A streaming camera, the window's buffer and a grab thread that fills it.
-    struct Bench
+    struct Fixture
     {
         RiggedCamera camera;
         Bytes buffer = Bytes(kVgaRgbSize, kUntouched);
@@ -30,7 +30,7 @@ private:
         int delivered = 0;
         QList<QStringList> messages;
 
-        explicit Bench(bool streaming = true)
+        explicit Fixture(bool streaming = true)
         {
             if (streaming)
                 camera.open(0, "", false);
@@ -41,7 +41,7 @@ private:
                     [this](const QStringList& parts) { messages << parts; });
         }
 
-        ~Bench()
+        ~Fixture()
         {
             grabber.stop();
             grabber.wait();
@@ -54,68 +54,68 @@ private slots:
     void everyStepWritesItsSignature()
     {
         QTest::ignoreMessage(QtDebugMsg, "GrabThread::GrabThread(QObject*)");
-        Bench bench;
-        bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
-        bench.grabber.start(QThread::InheritPriority);
-        QTRY_COMPARE(bench.messages.size(), 2);
-        QCOMPARE(bench.messages.at(0),
+        Fixture fixture;
+        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
+        fixture.grabber.start(QThread::InheritPriority);
+        QTRY_COMPARE(fixture.messages.size(), 2);
+        QCOMPARE(fixture.messages.at(0),
                  QStringList({"void GrabThread::registerCamera(OV5642Camera*, uchar*)"}));
-        QCOMPARE(bench.messages.at(1), QStringList({"virtual void GrabThread::run()"}));
+        QCOMPARE(fixture.messages.at(1), QStringList({"virtual void GrabThread::run()"}));
     }
 
     void theFirstFrameIsTakenAtOnceAndThenNoMore()
     {
-        Bench bench;
-        QVERIFY(bench.deliver(70));
-        bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
-        QVERIFY(!bench.grabber.frameDelivered());
-        bench.grabber.start(QThread::InheritPriority);
-        QTRY_COMPARE(bench.delivered, 1);
-        QVERIFY(bench.grabber.frameDelivered());
-        QCOMPARE(bench.buffer, rgbOf(70));
+        Fixture fixture;
+        QVERIFY(fixture.deliver(70));
+        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
+        QVERIFY(!fixture.grabber.frameDelivered());
+        fixture.grabber.start(QThread::InheritPriority);
+        QTRY_COMPARE(fixture.delivered, 1);
+        QVERIFY(fixture.grabber.frameDelivered());
+        QCOMPARE(fixture.buffer, rgbOf(70));
 
-        QVERIFY(bench.deliver(170));
+        QVERIFY(fixture.deliver(170));
         QTest::qWait(kIdle_ms);
-        QCOMPARE(bench.delivered, 1);
-        QVERIFY(bench.grabber.frameDelivered());
-        QCOMPARE(bench.buffer, rgbOf(70));
+        QCOMPARE(fixture.delivered, 1);
+        QVERIFY(fixture.grabber.frameDelivered());
+        QCOMPARE(fixture.buffer, rgbOf(70));
     }
 
     void eachAnswerBringsOneMoreFrame()
     {
-        Bench bench;
-        bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
-        bench.grabber.start(QThread::InheritPriority);
-        QTRY_COMPARE(bench.delivered, 1);
+        Fixture fixture;
+        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
+        fixture.grabber.start(QThread::InheritPriority);
+        QTRY_COMPARE(fixture.delivered, 1);
         for (int i = 2; i <= 5; ++i) {
-            QVERIFY(bench.deliver(quint8(30 * i)));
-            bench.grabber.grab();
-            QTRY_COMPARE(bench.delivered, i);
-            QVERIFY(bench.grabber.frameDelivered());
-            QCOMPARE(bench.buffer, rgbOf(quint8(30 * i)));
+            QVERIFY(fixture.deliver(quint8(30 * i)));
+            fixture.grabber.grab();
+            QTRY_COMPARE(fixture.delivered, i);
+            QVERIFY(fixture.grabber.frameDelivered());
+            QCOMPARE(fixture.buffer, rgbOf(quint8(30 * i)));
         }
         // Asked twice before it could answer is asked once.
-        bench.grabber.stop();
-        QVERIFY(bench.grabber.wait());
-        bench.grabber.grab();
-        bench.grabber.grab();
-        QVERIFY(!bench.grabber.frameDelivered());
+        fixture.grabber.stop();
+        QVERIFY(fixture.grabber.wait());
+        fixture.grabber.grab();
+        fixture.grabber.grab();
+        QVERIFY(!fixture.grabber.frameDelivered());
     }
 
     void theHandShakeRunsAsLongAsItIsAnswered()
     {
-        Bench bench;
-        bench.camera.machine.deliverEndlessly();
+        Fixture fixture;
+        fixture.camera.machine.deliverEndlessly();
         int torn = 0;
-        connect(&bench.grabber, &GrabThread::grabDone, &bench.camera, [&] {
-            const Bytes& rgb = bench.buffer;
-            if (!bench.grabber.frameDelivered() || !std::equal(rgb.begin() + 3, rgb.end(), rgb.begin()))
+        connect(&fixture.grabber, &GrabThread::grabDone, &fixture.camera, [&] {
+            const Bytes& rgb = fixture.buffer;
+            if (!fixture.grabber.frameDelivered() || !std::equal(rgb.begin() + 3, rgb.end(), rgb.begin()))
                 ++torn;
-            bench.grabber.grab();
+            fixture.grabber.grab();
         });
-        bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
-        bench.grabber.start(QThread::InheritPriority);
-        QTRY_VERIFY(bench.delivered >= 20);
+        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
+        fixture.grabber.start(QThread::InheritPriority);
+        QTRY_VERIFY(fixture.delivered >= 20);
         QCOMPARE(torn, 0);
     }
 
@@ -123,116 +123,116 @@ private slots:
     {
         constexpr int kRounds = 20;
         constexpr qint64 kRest_ms = 10;
-        Bench bench;
+        Fixture fixture;
         // Answered on the thread itself, before it rests: a frame a round.
         connect(
-            &bench.grabber, &GrabThread::grabDone, &bench.grabber, [&bench] { bench.grabber.grab(); },
+            &fixture.grabber, &GrabThread::grabDone, &fixture.grabber, [&fixture] { fixture.grabber.grab(); },
             Qt::DirectConnection);
-        bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
+        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
         QElapsedTimer timer;
         timer.start();
-        bench.grabber.start(QThread::InheritPriority);
-        QTRY_VERIFY(bench.delivered >= kRounds);
+        fixture.grabber.start(QThread::InheritPriority);
+        QTRY_VERIFY(fixture.delivered >= kRounds);
         QVERIFY(timer.elapsed() >= (kRounds - 1) * kRest_ms);
     }
 
     void aCameraWithoutAFrameIsSurvivedAndAnswered()
     {
-        Bench bench(false);
-        bench.camera.machine.failCall("VIDIOC_S_FMT", 1);
-        QVERIFY(!bench.camera.open(0, "", false));
-        bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
-        bench.grabber.start(QThread::InheritPriority);
+        Fixture fixture(false);
+        fixture.camera.machine.failCall("VIDIOC_S_FMT", 1);
+        QVERIFY(!fixture.camera.open(0, "", false));
+        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
+        fixture.grabber.start(QThread::InheritPriority);
         for (int i = 1; i <= 3; ++i) {
-            QTRY_COMPARE(bench.delivered, i);
-            QVERIFY(bench.grabber.frameDelivered());
-            QCOMPARE(bench.buffer, Bytes(kVgaRgbSize, kUntouched));
-            bench.grabber.grab();
+            QTRY_COMPARE(fixture.delivered, i);
+            QVERIFY(fixture.grabber.frameDelivered());
+            QCOMPARE(fixture.buffer, Bytes(kVgaRgbSize, kUntouched));
+            fixture.grabber.grab();
         }
     }
 
     void theLastFrameOfACameraThatIsGoneIsNotConvertedAgain()
     {
-        Bench bench;
-        QVERIFY(bench.deliver(70));
-        bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
-        bench.grabber.start(QThread::InheritPriority);
-        QTRY_COMPARE(bench.delivered, 1);
-        bench.camera.machine.failCall("select", ScriptedCamera::kAlways, -1, ENODEV);
-        QTRY_VERIFY(bench.camera.isGone());
+        Fixture fixture;
+        QVERIFY(fixture.deliver(70));
+        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
+        fixture.grabber.start(QThread::InheritPriority);
+        QTRY_COMPARE(fixture.delivered, 1);
+        fixture.camera.machine.failCall("select", ScriptedCamera::kAlways, -1, ENODEV);
+        QTRY_VERIFY(fixture.camera.isGone());
 
         // The buffer comes back as it was, with nothing to be drawn.
         for (int i = 0; i < 3; ++i) {
-            std::fill(bench.buffer.begin(), bench.buffer.end(), kUntouched);
-            bench.grabber.grab();
-            QTRY_VERIFY(bench.grabber.frameDelivered());
-            QCOMPARE(bench.buffer, Bytes(kVgaRgbSize, kUntouched));
+            std::fill(fixture.buffer.begin(), fixture.buffer.end(), kUntouched);
+            fixture.grabber.grab();
+            QTRY_VERIFY(fixture.grabber.frameDelivered());
+            QCOMPARE(fixture.buffer, Bytes(kVgaRgbSize, kUntouched));
         }
         QTest::qWait(kIdle_ms);
-        QCOMPARE(bench.delivered, 1);
+        QCOMPARE(fixture.delivered, 1);
 
         // Should a frame come after all, the hand-shake goes on by itself.
-        bench.camera.machine.healCalls();
-        QVERIFY(bench.deliver(170));
-        QTRY_COMPARE(bench.delivered, 2);
-        bench.grabber.grab();
-        QTRY_COMPARE(bench.delivered, 3);
-        QCOMPARE(bench.buffer, rgbOf(170));
+        fixture.camera.machine.healCalls();
+        QVERIFY(fixture.deliver(170));
+        QTRY_COMPARE(fixture.delivered, 2);
+        fixture.grabber.grab();
+        QTRY_COMPARE(fixture.delivered, 3);
+        QCOMPARE(fixture.buffer, rgbOf(170));
     }
 
     void aCameraThatIsGoneIsStillShownOnce()
     {
-        Bench bench;
-        QVERIFY(bench.deliver(70));
-        bench.camera.machine.failCall("select", ScriptedCamera::kAlways, -1, ENODEV);
-        QTRY_VERIFY(bench.camera.isGone());
-        bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
-        bench.grabber.start(QThread::InheritPriority);
-        QTRY_COMPARE(bench.delivered, 1);
-        QCOMPARE(bench.buffer, rgbOf(70));
+        Fixture fixture;
+        QVERIFY(fixture.deliver(70));
+        fixture.camera.machine.failCall("select", ScriptedCamera::kAlways, -1, ENODEV);
+        QTRY_VERIFY(fixture.camera.isGone());
+        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
+        fixture.grabber.start(QThread::InheritPriority);
+        QTRY_COMPARE(fixture.delivered, 1);
+        QCOMPARE(fixture.buffer, rgbOf(70));
     }
 
     void aStoppedThreadEndsAndDeliversNoMore()
     {
-        Bench bench;
-        bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
-        bench.grabber.start(QThread::InheritPriority);
-        QTRY_COMPARE(bench.delivered, 1);
-        QVERIFY(bench.grabber.isRunning());
-        bench.grabber.stop();
-        QVERIFY(bench.grabber.wait());
-        QVERIFY(!bench.grabber.isRunning());
-        bench.grabber.grab();
+        Fixture fixture;
+        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
+        fixture.grabber.start(QThread::InheritPriority);
+        QTRY_COMPARE(fixture.delivered, 1);
+        QVERIFY(fixture.grabber.isRunning());
+        fixture.grabber.stop();
+        QVERIFY(fixture.grabber.wait());
+        QVERIFY(!fixture.grabber.isRunning());
+        fixture.grabber.grab();
         QTest::qWait(kIdle_ms);
-        QCOMPARE(bench.delivered, 1);
+        QCOMPARE(fixture.delivered, 1);
 
-        bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
-        bench.grabber.start(QThread::InheritPriority);
-        QTRY_COMPARE(bench.delivered, 2);
+        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
+        fixture.grabber.start(QThread::InheritPriority);
+        QTRY_COMPARE(fixture.delivered, 2);
     }
 
     void aThreadStoppedBeforeItRunsTakesNoFrame()
     {
-        Bench bench;
-        bench.grabber.registerCamera(&bench.camera, bench.buffer.data());
-        bench.grabber.stop();
-        bench.grabber.start(QThread::InheritPriority);
-        QVERIFY(bench.grabber.wait());
+        Fixture fixture;
+        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
+        fixture.grabber.stop();
+        fixture.grabber.start(QThread::InheritPriority);
+        QVERIFY(fixture.grabber.wait());
         QCoreApplication::processEvents();
-        QCOMPARE(bench.delivered, 0);
-        QVERIFY(bench.grabber.frameDelivered());
-        QCOMPARE(bench.buffer, Bytes(kVgaRgbSize, kUntouched));
+        QCOMPARE(fixture.delivered, 0);
+        QVERIFY(fixture.grabber.frameDelivered());
+        QCOMPARE(fixture.buffer, Bytes(kVgaRgbSize, kUntouched));
     }
 
     void deletingARunningThreadStopsItFirst()
     {
-        Bench bench;
+        Fixture fixture;
         auto thread = std::make_unique<GrabThread>(nullptr);
-        thread->registerCamera(&bench.camera, bench.buffer.data());
+        thread->registerCamera(&fixture.camera, fixture.buffer.data());
         thread->start(QThread::InheritPriority);
         QTRY_VERIFY(thread->frameDelivered());
         thread.reset();
-        QCOMPARE(bench.buffer, rgbOf(0));
+        QCOMPARE(fixture.buffer, rgbOf(0));
     }
 
     void theWholeFrameOfTheModeAndNoMoreIsCopied_data()
@@ -248,16 +248,16 @@ private slots:
     {
         QFETCH(int, mode);
         QFETCH(int, size);
-        Bench bench(false);
-        QVERIFY(bench.camera.open(mode, "", false));
+        Fixture fixture(false);
+        QVERIFY(fixture.camera.open(mode, "", false));
         Bytes buffer(std::size_t(size) + 1, kUntouched);
-        const Bytes expected(bench.camera.getFrame(), bench.camera.getFrame() + size);
-        bench.grabber.registerCamera(&bench.camera, buffer.data());
-        bench.grabber.start(QThread::InheritPriority);
-        QTRY_COMPARE(bench.delivered, 1);
-        bench.grabber.stop();
-        QVERIFY(bench.grabber.wait());
-        QVERIFY(bench.grabber.frameDelivered());
+        const Bytes expected(fixture.camera.getFrame(), fixture.camera.getFrame() + size);
+        fixture.grabber.registerCamera(&fixture.camera, buffer.data());
+        fixture.grabber.start(QThread::InheritPriority);
+        QTRY_COMPARE(fixture.delivered, 1);
+        fixture.grabber.stop();
+        QVERIFY(fixture.grabber.wait());
+        QVERIFY(fixture.grabber.frameDelivered());
         QCOMPARE(buffer.back(), kUntouched);
         buffer.pop_back();
         QVERIFY(buffer == expected);

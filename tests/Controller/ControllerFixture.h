@@ -8,20 +8,20 @@
 #include "support/LogRecorder.h"
 
 /// A controller that is not the process's one, so that every test begins with a fresh one.
-class BenchController : public Controller
+class FreshController : public Controller
 {
 public:
-    BenchController() = default;
+    FreshController() = default;
 };
 
-/// A root directory that stands in for the machine as long as the bench lives.
-class BenchRoot
+/// A root directory that stands in for the machine as long as the fixture lives.
+class TemporaryRoot
 {
 public:
-    BenchRoot() { setInstrumentRoot(m_directory.path()); }
-    ~BenchRoot() { setInstrumentRoot(QStringLiteral("/")); }
-    BenchRoot(const BenchRoot&) = delete;
-    BenchRoot& operator=(const BenchRoot&) = delete;
+    TemporaryRoot() { setInstrumentRoot(m_directory.path()); }
+    ~TemporaryRoot() { setInstrumentRoot(QStringLiteral("/")); }
+    TemporaryRoot(const TemporaryRoot&) = delete;
+    TemporaryRoot& operator=(const TemporaryRoot&) = delete;
 
     QString path() const { return m_directory.path(); }
 
@@ -68,12 +68,12 @@ private:
 constexpr int kLong_ms = 5000; // far beyond what an answer takes here
 
 /// A controller on a serial line with a scripted peer, and what it logs.
-struct ControllerBench
+struct ControllerFixture
 {
-    BenchRoot root;
+    TemporaryRoot root;
     ScriptedPeer peer{root.path()};
     LogRecorder log;
-    BenchController controller;
+    FreshController controller;
 
     /// Opens the line without asking the peer anything.
     void open()
@@ -100,13 +100,13 @@ struct ControllerBench
 };
 
 /// The same with an open line.
-struct OpenBench : ControllerBench
+struct OpenFixture : ControllerFixture
 {
-    OpenBench() { open(); }
+    OpenFixture() { open(); }
 };
 
 /// The same with a listener to what comes unasked.
-struct ListeningBench : OpenBench
+struct ListeningFixture : OpenFixture
 {
-    ListeningBench() { controller.setPortListener(true); }
+    ListeningFixture() { controller.setPortListener(true); }
 };
