@@ -43,7 +43,7 @@ public:
     QByteArray upTo(char separator)
     {
         const int end = m_bytes.indexOf(separator, m_position);
-        const QByteArray part = m_bytes.mid(m_position, end < 0 ? -1 : end - m_position);
+        QByteArray part = m_bytes.mid(m_position, end < 0 ? -1 : end - m_position);
         m_position = end < 0 ? m_bytes.size() : end + 1;
         return part;
     }
@@ -51,7 +51,7 @@ public:
     /// All bytes that are left.
     QByteArray rest()
     {
-        const QByteArray part = m_bytes.mid(m_position);
+        QByteArray part = m_bytes.mid(m_position);
         m_position = m_bytes.size();
         return part;
     }

@@ -14,8 +14,8 @@
 
 namespace {
 
-constexpr quint32 kWidth_px = 640;
-constexpr quint32 kHeight_px = 480;
+constexpr std::size_t kWidth_px = 640;
+constexpr std::size_t kHeight_px = 480;
 constexpr std::size_t kRow_bytes = kWidth_px * kYuyvBytesPerPixel;
 constexpr std::size_t kFrame_bytes = kRow_bytes * kHeight_px;
 constexpr int kMostFrames = 6;
@@ -77,7 +77,7 @@ Format adjustFormat(ScriptedCamera& machine, std::uint8_t choice, std::uint32_t 
 
 Bytes rgbOf(const Bytes& yuyv)
 {
-    Bytes rgb(std::size_t(kWidth_px) * kHeight_px * kRgbBytesPerPixel);
+    Bytes rgb(kWidth_px * kHeight_px * kRgbBytesPerPixel);
     sws_yuv2rgb24(kWidth_px, kHeight_px, yuyv.data(), rgb.data());
     return rgb;
 }
