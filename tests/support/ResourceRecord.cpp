@@ -43,7 +43,7 @@ QByteArray mallocReport()
         return {};
     ::malloc_info(0, stream);
     std::fclose(stream);
-    const QByteArray report(text, static_cast<int>(length));
+    QByteArray report(text, static_cast<int>(length));
     std::free(text);
     return report;
 }

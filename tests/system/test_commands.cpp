@@ -228,7 +228,7 @@ void TestCommands::aChangedPresetIsConfiguredAnew()
     const auto setAge = [](const QString& path, int hours) {
         QFile file(path);
         return file.open(QIODevice::ReadWrite) &&
-               file.setFileTime(QDateTime::currentDateTimeUtc().addSecs(-3600 * hours),
+               file.setFileTime(QDateTime::currentDateTimeUtc().addSecs(-qint64(3600) * hours),
                                 QFileDevice::FileModificationTime);
     };
     copy.setTool("cmake", "echo \"$@\" >>" + record.toLocal8Bit() + "\n");
