@@ -103,6 +103,8 @@ const ResourceRecord::Figure ResourceRecord::kFigures[] = {
 Resources resourcesNow()
 {
     Resources held;
+    // How much of what was freed malloc keeps back is chance; what is in use is not.
+    ::malloc_trim(0);
     // The figures that looking them up would change come first.
     const QString report = QString::fromLatin1(mallocReport());
     const QString sums = report.mid(report.lastIndexOf(QLatin1String("</heap>")));

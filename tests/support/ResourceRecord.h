@@ -16,7 +16,8 @@ struct Resources
     qint64 threads = 0;
 };
 
-/// What it holds now, looked up in the kernel's and malloc's own books. Any thread.
+/// What it holds now, looked up in the kernel's and malloc's own books, once malloc has given
+/// back what it can. Any thread.
 Resources resourcesNow();
 
 /// Samples of what a process holds while it does the same thing again and again, and the
