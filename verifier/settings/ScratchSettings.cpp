@@ -3,14 +3,13 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include "settings/SettingsFiles.h"
+
 namespace {
 
 // QSettings forces its lock file and all that it writes to the disk. Nobody wants that of a copy
 // that goes again at once, and a card takes its time for each: in memory it costs nothing.
 const QString kInMemory = QStringLiteral("/dev/shm/orla-scratch-XXXXXX");
-
-// Can be neither read nor created, whoever runs the program.
-const QString kNowhere = QStringLiteral("/dev/null/settings");
 
 // A key in a group that sorts behind all others, and how the two stand in a file.
 const QString kEndMark = QStringLiteral("\uFFFF/end");
@@ -49,7 +48,7 @@ ScratchSettings::ScratchSettings(const QString& path, const QByteArray& content,
         m_path = inMemory;
     else
         m_reason = writeFile(path, content);
-    m_settings = std::make_unique<QSettings>(m_reason.isEmpty() ? m_path : kNowhere, format);
+    m_settings = std::make_unique<QSettings>(m_reason.isEmpty() ? m_path : QString(kNoSettingsFile), format);
 }
 
 ScratchSettings::~ScratchSettings() = default;

@@ -13,13 +13,11 @@
 #include <QVariant>
 
 #include "platform/InstrumentPath.h"
+#include "settings/SettingsFiles.h"
 
 const char* const kUnsafeObjectReason = "holds an object that is not in order";
 
 namespace {
-
-// Can be neither read nor created, whoever runs the program.
-const QString kNowhere = QStringLiteral("/dev/null/settings");
 
 constexpr int kDeepest = 32;
 
@@ -232,11 +230,11 @@ QString readableSettingsPath(const QString& fixedPath)
     const auto last = looks.constFind(path);
     // As QSettings itself tells whether it has to read a file again.
     if (last != looks.constEnd() && last->size == now.size() && last->changed == now.lastModified())
-        return last->unsafe ? kNowhere : path;
+        return last->unsafe ? QString(kNoSettingsFile) : path;
     QFile file(path);
     const bool unsafe = file.open(QIODevice::ReadOnly) && holdsUnsafeObject(file.readAll());
     looks.insert(path, {now.size(), now.lastModified(), unsafe});
     if (unsafe)
         qDebug() << "[Error]" << fixedPath << kUnsafeObjectReason;
-    return unsafe ? kNowhere : path;
+    return unsafe ? QString(kNoSettingsFile) : path;
 }
