@@ -7,8 +7,8 @@
 #include <string>
 #include <thread>
 
+#include "platform/FileDescriptor.h"
 #include "simulator/board/Board.h"
-#include "simulator/board/FileDescriptor.h"
 #include "simulator/board/PseudoTerminal.h"
 
 /// How fast the board's commands are done.

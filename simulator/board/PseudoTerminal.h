@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "simulator/board/FileDescriptor.h"
+#include "platform/FileDescriptor.h"
 
 /// A serial line without a wire: a pseudo-terminal pair in raw mode. The far end is a device
 /// that a serial port class can open, close and open again; it stays alive meanwhile. One thread

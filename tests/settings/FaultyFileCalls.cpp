@@ -19,6 +19,7 @@ struct State
     int number = 0;
     int errorNumber = 0;
     bool lasting = false;
+    QByteArray kind; // with the blank behind it; empty for every
     int count = 0;
     QByteArrayList calls;
 };
@@ -53,6 +54,8 @@ Fault enter(const QByteArray& description)
 {
     State& now = state();
     now.calls.append(description);
+    if (!description.startsWith(now.kind))
+        return Fault::None;
     ++now.count;
     const bool hit = now.lasting ? now.count >= now.number : now.count == now.number;
     if (!hit)
@@ -226,9 +229,9 @@ int wideFutimens(int fd, const void* times) noexcept
 
 namespace FaultyFileCalls {
 
-void arm(Fault fault, int number, int errorNumber, bool lasting)
+void arm(Fault fault, int number, int errorNumber, bool lasting, const QByteArray& kind)
 {
-    state() = State{fault, number, errorNumber, lasting, 0, {}};
+    state() = State{fault, number, errorNumber, lasting, kind.isEmpty() ? kind : kind + ' ', 0, {}};
     g_armed = true;
 }
 

@@ -19,10 +19,11 @@ enum class Fault {
 };
 
 /// From now on the calls are counted and recorded, and the one with this number (the first
-/// is 1) has the fault. With lasting, all calls from this one on have it.
-void arm(Fault fault, int number, int errorNumber = 0, bool lasting = false);
+/// is 1) has the fault. With lasting, all calls from this one on have it; with a kind, such as
+/// "fsync", only calls of that kind are counted.
+void arm(Fault fault, int number, int errorNumber = 0, bool lasting = false, const QByteArray& kind = {});
 
-/// Ends the counting. Returns how many calls there were.
+/// Ends the counting. Returns how many calls were counted.
 int disarm();
 
 /// The calls since the last arm(), as "rename /from /to" or "fsync /path".

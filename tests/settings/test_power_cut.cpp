@@ -253,6 +253,27 @@ private slots:
         QVERIFY(calls.indexOf("fsync " + QFile::encodeName(QFileInfo(path()).path())) > replaced);
     }
 
+    void aFlushThatASignalBreaksOffIsDoneAgain_data() { addWays(); }
+
+    void aFlushThatASignalBreaksOffIsDoneAgain()
+    {
+        QFETCH(int, way);
+        putOld(true);
+        FaultyFileCalls::arm(Fault::None, 0, 0, false, "fsync");
+        QVERIFY(save(Save(way)));
+        const int flushes = FaultyFileCalls::disarm();
+        QVERIFY(flushes > 0);
+        const QByteArray fresh = bytesOf(path());
+        for (int number = 1; number <= flushes; ++number) {
+            putOld(true);
+            FaultyFileCalls::arm(Fault::Error, number, EINTR, false, "fsync");
+            const bool saved = save(Save(way));
+            QCOMPARE(FaultyFileCalls::disarm(), flushes + 1);
+            QVERIFY(saved);
+            QCOMPARE(bytesOf(path()), fresh);
+        }
+    }
+
     void aDiskThatIsFullKeepsTheOldContent_data()
     {
         QTest::addColumn<int>("way");

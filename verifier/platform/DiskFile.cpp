@@ -1,7 +1,6 @@
 #include "platform/DiskFile.h"
 
 #include <cerrno>
-#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,6 +11,7 @@
 #include <QFile>
 #include <QStringList>
 
+#include "platform/FileDescriptor.h"
 #include "platform/InstrumentPath.h"
 
 namespace {
@@ -21,30 +21,6 @@ constexpr mode_t kFolderMode = 0777; // the same
 // Whatever stands in the name's place is neither waited for nor made this process's terminal.
 constexpr int kWriteFlags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
 constexpr int kFolderFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
-
-// A descriptor that closes with its block and leaves errno alone.
-class Descriptor
-{
-public:
-    explicit Descriptor(int fd) : m_fd(fd) {}
-    ~Descriptor() { reset(-1); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const { return m_fd; }
-    int release() { return std::exchange(m_fd, -1); }
-    void reset(int fd)
-    {
-        const int error = errno;
-        if (m_fd >= 0)
-            ::close(m_fd);
-        m_fd = fd;
-        errno = error;
-    }
-
-private:
-    int m_fd;
-};
 
 bool fail(int error)
 {
@@ -71,7 +47,7 @@ QByteArray machinePath(const QString& fixedPath)
 // Goes down from the mount point, a name at a time, each looked up in the folder at hand and
 // not beyond a link; with make, folders that are missing are created. False, and errno, where
 // there is no such folder.
-bool enter(Descriptor& folder, const QStringList& names, bool make)
+bool enter(FileDescriptor& folder, const QStringList& names, bool make)
 {
     folder.reset(::open(machinePath(QLatin1String(kDiskMountPoint)).constData(), kFolderFlags));
     for (const QString& name : names) {
@@ -92,7 +68,7 @@ bool isOrdinary(const struct stat& entry)
 
 // Opening a device may do something already, so the name is looked at before; and what was
 // opened once more, for the disk may change between the two.
-int openOnDisk(const Descriptor& folder, const QByteArray& name)
+int openOnDisk(const FileDescriptor& folder, const QByteArray& name)
 {
     struct stat entry = {};
     if (::fstatat(folder.get(), name.constData(), &entry, AT_SYMLINK_NOFOLLOW) == 0) {
@@ -103,7 +79,7 @@ int openOnDisk(const Descriptor& folder, const QByteArray& name)
     } else if (errno != ENOENT) {
         return -1;
     }
-    Descriptor file(::openat(folder.get(), name.constData(), kWriteFlags | O_NOFOLLOW, kFileMode));
+    FileDescriptor file(::openat(folder.get(), name.constData(), kWriteFlags | O_NOFOLLOW, kFileMode));
     if (file.get() < 0 || ::fstat(file.get(), &entry) != 0 || !isOrdinary(entry) ||
         ::ftruncate(file.get(), 0) != 0)
         return -1;
@@ -121,25 +97,17 @@ int openForWriting(const QString& fixedPath)
         return ::open(machinePath(fixedPath).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC,
                       kFileMode);
     const QByteArray name = QFile::encodeName(names.takeLast());
-    Descriptor folder(-1);
+    FileDescriptor folder;
     return enter(folder, names, false) ? openOnDisk(folder, name) : -1;
 }
 
 bool write(const QString& fixedPath, const void* bytes, std::size_t count)
 {
-    Descriptor file(openForWriting(fixedPath));
+    FileDescriptor file(openForWriting(fixedPath));
     if (file.get() < 0)
         return false;
-    const char* position = static_cast<const char*>(bytes);
-    const char* end = position + count;
-    while (position < end) {
-        const ssize_t written = ::write(file.get(), position, static_cast<std::size_t>(end - position));
-        if (written < 0 && errno != EINTR)
-            return false;
-        position += written > 0 ? written : 0;
-    }
-    // Some file systems tell only now that there was no room.
-    return ::close(file.release()) == 0;
+    // Some file systems tell only when the file is closed that there was no room.
+    return file.writeAll(bytes, count) && file.close();
 }
 
 bool makeFolder(const QString& fixedPath)
@@ -149,7 +117,7 @@ bool makeFolder(const QString& fixedPath)
         return QDir().mkpath(instrumentPath(fixedPath));
     // A board without the mount point is no reason to fail.
     QDir().mkpath(instrumentPath(QString(kDiskMountPoint)));
-    Descriptor folder(-1);
+    FileDescriptor folder;
     return enter(folder, names, true);
 }
 

@@ -12,6 +12,8 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include "platform/FileDescriptor.h"
+
 namespace {
 
 constexpr mode_t kPrivateMode = 0700;
@@ -21,27 +23,6 @@ constexpr int kMostLinks = 40; // as the kernel
 constexpr long kNanosecondsPerMillisecond = 1000000;
 constexpr qint64 kMillisecondsPerSecond = 1000;
 constexpr qint64 kClockStep_ms = 10000;
-
-// A descriptor that closes with its block.
-class Descriptor
-{
-public:
-    explicit Descriptor(int fd) : m_fd(fd) {}
-    ~Descriptor() { close(); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const { return m_fd; }
-    bool close()
-    {
-        const int fd = m_fd;
-        m_fd = -1;
-        return fd < 0 || ::close(fd) == 0;
-    }
-
-private:
-    int m_fd;
-};
 
 // The file that a path leads to, which need not exist.
 QString resolved(const QString& path)
@@ -54,19 +35,6 @@ QString resolved(const QString& path)
         file = target;
     }
     return file;
-}
-
-bool writeAll(int fd, const QByteArray& content)
-{
-    const char* position = content.constData();
-    const char* end = position + content.size();
-    while (position < end) {
-        const ssize_t written = ::write(fd, position, static_cast<size_t>(end - position));
-        if (written < 0 && errno != EINTR)
-            return false;
-        position += written > 0 ? written : 0;
-    }
-    return true;
 }
 
 qint64 modified_ms(const struct stat& file)
@@ -133,7 +101,7 @@ bool FileReplacement::begin()
 bool FileReplacement::read(QByteArray& content)
 {
     content.clear();
-    const Descriptor file(::open(QFile::encodeName(m_path).constData(), O_RDONLY | O_CLOEXEC));
+    const FileDescriptor file(::open(QFile::encodeName(m_path).constData(), O_RDONLY | O_CLOEXEC));
     if (file.get() < 0)
         return errno == ENOENT || fail("open");
     char block[4096];
@@ -164,24 +132,24 @@ bool FileReplacement::commit(const QByteArray& content)
         return fail("write");
 
     const QByteArray fresh = QFile::encodeName(scratchFile());
-    Descriptor file(::open(fresh.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode));
+    FileDescriptor file(::open(fresh.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode));
     if (file.get() < 0)
         return fail("create");
-    if (!writeAll(file.get(), content))
+    if (!file.writeAll(content.constData(), static_cast<std::size_t>(content.size())))
         return fail("write");
     if (exists && !takeAfter(file.get(), old))
         return fail("keep owner and mode");
     // The content must be on the disk before the name leads to it.
-    if (::fsync(file.get()) != 0 || !file.close())
+    if (!file.sync() || !file.close())
         return fail("flush");
     if (::rename(fresh.constData(), target.constData()) != 0)
         return fail("replace");
 
     // Makes the new name last; either name is a whole file, so a failure costs nothing.
     const QByteArray directory = QFile::encodeName(QFileInfo(m_path).path());
-    const Descriptor parent(::open(directory.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (parent.get() >= 0)
-        ::fsync(parent.get());
+    const FileDescriptor parent(::open(directory.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (parent.isOpen())
+        parent.sync();
     return true;
 }
 
