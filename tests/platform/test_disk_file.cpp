@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <cstring>
 #include <memory>
 
 #include <sys/stat.h>
@@ -11,6 +12,7 @@
 
 #include "platform/DiskFile.h"
 #include "platform/InstrumentPath.h"
+#include "support/FileTime.h"
 
 namespace {
 
@@ -75,6 +77,16 @@ private slots:
         QVERIFY(!QFileInfo(file).permission(QFileDevice::ExeOwner));
         QVERIFY(disk_file::write(path, "", 0));
         QCOMPARE(contentOf(file), QByteArray());
+    }
+
+    // A clock set wrong once is enough; a board whose time is of 32 bits must not mind.
+    void aFileDatedBeyond2038IsReplaced()
+    {
+        QVERIFY(disk_file::write("/mnt/picture.tif", "a longer text", 13));
+        const QDateTime time(QDate(2050, 1, 2), QTime(3, 4), Qt::UTC);
+        QVERIFY(FileTime::setChanged(at("/mnt/picture.tif"), time.toMSecsSinceEpoch()));
+        QVERIFY2(writeOurs("/mnt/picture.tif"), std::strerror(errno));
+        QCOMPARE(contentOf(at("/mnt/picture.tif")), QByteArray(kOurs));
     }
 
     void noLinkLeadsAWriteElsewhere_data()

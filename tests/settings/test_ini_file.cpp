@@ -16,7 +16,7 @@
 #include "settings/IniFile.h"
 #include "settings/SafeSettingsFile.h"
 #include "support/FileBytes.h"
-#include "tests/settings/FileTime.h"
+#include "support/FileTime.h"
 #include "tests/settings/QuickDirectory.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/settings/FileTime.h"
+#include "support/FileTime.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
