@@ -42,6 +42,7 @@ extern "C" {
 #include "camera/YuvConversion.h"
 #include "settings/CaptureModes.h"
 #include "simulator/instrument/SimulatedInstrument.h"
+#include "support/ConversionCount.h"
 
 namespace {
 
@@ -70,8 +71,6 @@ constexpr int kLight = 235;
 
 enum class View { Fit, OneToOne, Panning, Console };
 constexpr std::array<const char*, 4> kViewNames{"fit", "1to1", "panning", "console"};
-
-std::atomic<std::uint64_t> g_conversions{0};
 
 /// The simulated devices, with the processor time that they take, and with each frame's number
 /// in its picture when asked.
@@ -194,9 +193,9 @@ void wait(int duration_ms)
 void waitForConversion()
 {
     constexpr int kPatience_ms = 1000;
-    const std::uint64_t before = g_conversions;
+    const int before = conversionsSoFar();
     const double limit_ms = wallTime_ms() + kPatience_ms;
-    while (g_conversions == before && wallTime_ms() < limit_ms)
+    while (conversionsSoFar() == before && wallTime_ms() < limit_ms)
         wait(1);
 }
 
@@ -359,13 +358,13 @@ Bench::Shown Bench::watch(const CaptureMode& mode, View view, int frames)
     wait(m_settle_ms / 4);
     waitForConversion();
     const std::uint64_t first = m_calls.dequeued();
-    const std::uint64_t converted = g_conversions;
+    const int converted = conversionsSoFar();
     const double limit_ms = wallTime_ms() + 1e3 * frames;
     while (m_calls.dequeued() < first + static_cast<unsigned>(frames) && wallTime_ms() < limit_ms)
         wait(10);
     waitForConversion();
     const std::uint64_t delivered = m_calls.dequeued() - first;
-    const std::uint64_t shown = g_conversions - converted;
+    const int shown = conversionsSoFar() - converted;
     wait(m_settle_ms / 2);
     QObject::disconnect(connection);
     m_calls.stamp(nullptr, view);
@@ -569,21 +568,6 @@ void Bench::tellGrowth()
 }
 
 } // namespace
-
-// The linker sends every conversion through here (-Wl,--wrap), by names of its own making.
-// NOLINTBEGIN(bugprone-reserved-identifier)
-extern "C" SwsContext* __real_sws_getContext(int, int, AVPixelFormat, int, int, AVPixelFormat, int,
-                                             SwsFilter*, SwsFilter*, const double*);
-extern "C" SwsContext* __wrap_sws_getContext(int sourceWidth, int sourceHeight, AVPixelFormat sourceFormat,
-                                             int width, int height, AVPixelFormat format, int flags,
-                                             SwsFilter* sourceFilter, SwsFilter* filter,
-                                             const double* parameters)
-{
-    ++g_conversions;
-    return __real_sws_getContext(sourceWidth, sourceHeight, sourceFormat, width, height, format, flags,
-                                 sourceFilter, filter, parameters);
-}
-// NOLINTEND(bugprone-reserved-identifier)
 
 int main(int argc, char* argv[])
 {

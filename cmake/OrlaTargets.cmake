@@ -70,6 +70,16 @@ function(orla_wide_file_times)
     set_property(SOURCE ${ARGN} APPEND PROPERTY COMPILE_DEFINITIONS _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 endfunction()
 
+# orla_count_conversions(<program>)
+# The program knows how often a frame has been converted in it: support/ConversionCount.h.
+function(orla_count_conversions PROGRAM)
+    set(counter "${PROJECT_SOURCE_DIR}/tests/support/ConversionCount")
+    target_sources(${PROGRAM} PRIVATE "${counter}.cpp" "${counter}.h")
+    target_include_directories(${PROGRAM} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+    target_link_libraries(${PROGRAM} PRIVATE PkgConfig::SWSCALE)
+    target_link_options(${PROGRAM} PRIVATE -Wl,--wrap=sws_getContext)
+endfunction()
+
 # The last words of a Qt Test program whose cases have all skipped: what it counts as passed is
 # no more than its own first and last step. Nothing follows them, so that a sanitizer's report
 # after the end is a failure nevertheless.

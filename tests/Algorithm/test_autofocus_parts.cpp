@@ -22,12 +22,14 @@ public:
     using alg_Autofocus::alg_Autofocus;
     using alg_Autofocus::enterState;
 
-    void listen()
+    void beginFineSweep()
     {
         connect(Controller::getInstance(), &Controller::sig_z_stage_mvn, this,
                 &alg_Autofocus::slot_z_stage_moved);
         connect(Controller::getInstance(), &Controller::sig_z_stage_mvp, this,
                 &alg_Autofocus::slot_z_stage_moved);
+        enterState(State::FineFirstStep);
+        prepareAutoFocusing_Step(230, 7);
     }
 };
 
@@ -54,9 +56,7 @@ private slots:
         show(peakAt(10230));
         FineAutofocus sequencer(nullptr, camera(), 10000, kWidth, kHeight, false);
         Run run(sequencer);
-        sequencer.listen();
-        sequencer.enterState(State::FineFirstStep);
-        sequencer.prepareAutoFocusing_Step(230, 7);
+        sequencer.beginFineSweep();
         QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
         QCOMPARE(run.samples.size(), std::size_t(7));
         QCOMPARE(run.samples.front().zPosition, 9310 + 230);
@@ -78,9 +78,7 @@ private slots:
         show(peakAt(11610));
         FineAutofocus sequencer(nullptr, camera(), 10000, kWidth, kHeight, false);
         Run run(sequencer);
-        sequencer.listen();
-        sequencer.enterState(State::FineFirstStep);
-        sequencer.prepareAutoFocusing_Step(230, 7);
+        sequencer.beginFineSweep();
         QTRY_COMPARE_WITH_TIMEOUT(run.reviewedSteps.size(), 1, kEnd_ms);
         QCOMPARE(run.samples.back().zPosition, 10920);
         // The third step is centred 690 beyond the last sample, and so begins where it was taken.

@@ -118,6 +118,8 @@ private slots:
         QTest::newRow("third disk") << QStringList{"--disk", "good", "--disk", "good", "--disk", "good"}
                                     << "two USB sockets";
         QTest::newRow("step") << QStringList{"--steps", "window,lunch"} << "\"lunch\"";
+        QTest::newRow("no repetition") << QStringList{"--repeat", "0"} << "\"0\"";
+        QTest::newRow("repetitions") << QStringList{"--repeat", "often"} << "\"often\"";
     }
 
     void wrongOptionsGetOneSentenceAndStatus2()

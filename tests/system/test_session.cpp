@@ -427,25 +427,6 @@ private slots:
         QVERIFY(QFile::exists(out.filePath("report.html")));
     }
 
-    void wrongOptionsGetOneSentenceAndStatus2_data()
-    {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QString>("named");
-        QTest::newRow("no repetition") << QStringList{"--repeat", "0"} << "\"0\"";
-        QTest::newRow("repetitions") << QStringList{"--repeat", "often"} << "\"often\"";
-        QTest::newRow("step") << QStringList{"--steps", "window,lunch"} << "\"lunch\"";
-    }
-
-    void wrongOptionsGetOneSentenceAndStatus2()
-    {
-        QFETCH(QStringList, arguments);
-        QFETCH(QString, named);
-        const ProgramRun run(arguments, 20000);
-        QCOMPARE(run.exitStatus, 2);
-        QVERIFY2(run.errors.contains(named), run.all());
-        QCOMPARE(run.errors.count('\n'), 1);
-    }
-
 private:
     /// A technician's day, made once for all that is asked of it.
     std::unique_ptr<ProgramRun> m_day;

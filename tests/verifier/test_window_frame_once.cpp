@@ -1,39 +1,13 @@
 // What the hand-shake shows again is not worked out again.
 
 #include <algorithm>
-#include <atomic>
 #include <ctime>
 
 #include <QtTest>
 
-extern "C" {
-#include <libswscale/swscale.h>
-}
-
 #include "camera/OV5642Camera.h"
+#include "support/ConversionCount.h"
 #include "support/WindowFixture.h"
-
-namespace {
-
-// Each conversion has a context of its own.
-std::atomic<int> g_conversions{0};
-
-} // namespace
-
-// The linker sends every conversion through here (-Wl,--wrap), by names of its own making.
-// NOLINTBEGIN(bugprone-reserved-identifier)
-extern "C" SwsContext* __real_sws_getContext(int, int, AVPixelFormat, int, int, AVPixelFormat, int,
-                                             SwsFilter*, SwsFilter*, const double*);
-extern "C" SwsContext* __wrap_sws_getContext(int sourceWidth, int sourceHeight, AVPixelFormat sourceFormat,
-                                             int width, int height, AVPixelFormat format, int flags,
-                                             SwsFilter* sourceFilter, SwsFilter* filter,
-                                             const double* parameters)
-{
-    ++g_conversions;
-    return __real_sws_getContext(sourceWidth, sourceHeight, sourceFormat, width, height, format, flags,
-                                 sourceFilter, filter, parameters);
-}
-// NOLINTEND(bugprone-reserved-identifier)
 
 class TestWindowFrameOnce : public QObject, protected WindowFixture
 {
@@ -54,14 +28,15 @@ private slots:
         click(qPrintable(button));
         QVERIFY(waitForFrames(2));
         constexpr int kPaints = 40;
-        const int before = g_conversions;
+        const int before = conversionsSoFar();
         const std::uint64_t framesBefore = camera().counters().framesDelivered;
         QVERIFY(waitForPaints(kPaints));
         const auto frames = static_cast<int>(camera().counters().framesDelivered - framesBefore);
         // One frame may have been on its way when the counting began.
-        QVERIFY2(g_conversions - before <= frames + 1,
-                 qPrintable(QString("%1 conversions of %2 frames").arg(g_conversions - before).arg(frames)));
-        QVERIFY(g_conversions > before);
+        QVERIFY2(
+            conversionsSoFar() - before <= frames + 1,
+            qPrintable(QString("%1 conversions of %2 frames").arg(conversionsSoFar() - before).arg(frames)));
+        QVERIFY(conversionsSoFar() > before);
     }
 
     /// A stream that stands still is shown on and on, and costs no conversion.
@@ -72,18 +47,18 @@ private slots:
         camera().faults().enable("stall");
         // What was filled before the stream stood still is taken in first.
         QVERIFY(waitForPaints(20));
-        const int before = g_conversions;
+        const int before = conversionsSoFar();
         QVERIFY(waitForPaints(20));
-        QCOMPARE(int(g_conversions), before);
+        QCOMPARE(conversionsSoFar(), before);
 
         // The side of the window has a buffer of its own, which is filled once as well.
         auto* camera = programCamera();
         const uchar* first = camera->getFrame();
         const std::uint64_t number = camera->frameNumber();
-        QCOMPARE(int(g_conversions), before + 1);
+        QCOMPARE(conversionsSoFar(), before + 1);
         QCOMPARE(static_cast<const uchar*>(camera->getFrame()), first);
         QCOMPARE(camera->frameNumber(), number);
-        QCOMPARE(int(g_conversions), before + 1);
+        QCOMPARE(conversionsSoFar(), before + 1);
         clearFaults();
     }
 
@@ -107,10 +82,10 @@ private slots:
         const std::uint64_t number = camera->frameNumber();
         click("BUTTON_RESOLUTION_VGA");
         QVERIFY(waitForFrames(2));
-        const int before = g_conversions;
+        const int before = conversionsSoFar();
         camera->getFrame();
         QVERIFY(camera->frameNumber() > number);
-        QVERIFY(g_conversions > before);
+        QVERIFY(conversionsSoFar() > before);
     }
 
 private:

@@ -1,0 +1,33 @@
+#include "support/ConversionCount.h"
+
+#include <atomic>
+
+extern "C" {
+#include <libswscale/swscale.h>
+}
+
+namespace {
+
+std::atomic<int> g_conversions{0};
+
+} // namespace
+
+int conversionsSoFar()
+{
+    return g_conversions;
+}
+
+// The linker sends every conversion through here (-Wl,--wrap), by names of its own making.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+extern "C" SwsContext* __real_sws_getContext(int, int, AVPixelFormat, int, int, AVPixelFormat, int,
+                                             SwsFilter*, SwsFilter*, const double*);
+extern "C" SwsContext* __wrap_sws_getContext(int sourceWidth, int sourceHeight, AVPixelFormat sourceFormat,
+                                             int width, int height, AVPixelFormat format, int flags,
+                                             SwsFilter* sourceFilter, SwsFilter* filter,
+                                             const double* parameters)
+{
+    ++g_conversions;
+    return __real_sws_getContext(sourceWidth, sourceHeight, sourceFormat, width, height, format, flags,
+                                 sourceFilter, filter, parameters);
+}
+// NOLINTEND(bugprone-reserved-identifier)
