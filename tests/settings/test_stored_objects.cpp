@@ -127,6 +127,22 @@ private slots:
         QVERIFY(!holdsUnsafeObject(valueOf("\\0\\0\\0\\x7f\\0\\0\\0\\x4theirs\\0")));
     }
 
+    // QSettings keeps a text with a zero in it within "@String(...)", and looks no further.
+    void aTextThatLooksLikeAnObjectIsSavedAgainAndAgain()
+    {
+        const QString text = QStringLiteral("@Variant(") + QString(3, QChar(0)) + QStringLiteral("\t");
+        for (const int value : {1, 2, 3}) {
+            SafeSettingsFile settings(kStageFile);
+            if (value > 1)
+                QCOMPARE(settings.settings().value("text").toString(), text);
+            settings.settings().setValue("text", text);
+            settings.settings().setValue("bytes", text.toLatin1());
+            settings.settings().setValue("a", value);
+            QVERIFY(settings.commit());
+        }
+        QCOMPARE(QSettings(readableSettingsPath(kStageFile), QSettings::IniFormat).value("a").toInt(), 3);
+    }
+
 private:
     static QByteArray bytesOf(const QString& path)
     {

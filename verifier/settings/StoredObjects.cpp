@@ -200,8 +200,9 @@ bool holdsUnsafeObject(const QByteArray& content)
         const int length = static_cast<int>(qstrlen(form.beginning));
         for (int at = plain.indexOf(form.beginning); at >= 0;
              at = plain.indexOf(form.beginning, at + length)) {
-            // Doubled, the sign stands for itself.
-            if (at > 0 && plain[at - 1] == '@')
+            // Doubled, the sign stands for itself; behind a bracket, as in "@String(@Variant(", it
+            // does not begin the value and is a text.
+            if (at > 0 && (plain[at - 1] == '@' || plain[at - 1] == '('))
                 continue;
             QBuffer buffer(&plain);
             buffer.open(QIODevice::ReadOnly);
