@@ -12,10 +12,13 @@ std::size_t withGuard(std::size_t length)
 
 } // namespace
 
-FrameMemory::FrameMemory(std::size_t bytes) : m_bytes(bytes), m_data(nullptr)
+FrameMemory::FrameMemory(std::size_t bytes)
+    : m_bytes(bytes), m_file(::memfd_create("frame", MFD_CLOEXEC)), m_data(nullptr)
 {
-    void* address =
-        ::mmap(nullptr, inWholePages(bytes), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (!m_file.isOpen() || ::ftruncate(m_file.get(), static_cast<off_t>(inWholePages(bytes))) != 0)
+        return;
+    void* const address =
+        ::mmap(nullptr, inWholePages(bytes), PROT_READ | PROT_WRITE, MAP_SHARED, m_file.get(), 0);
     if (address != MAP_FAILED)
         m_data = static_cast<std::uint8_t*>(address);
 }
@@ -34,7 +37,8 @@ void* FrameMemory::map(std::size_t length) const
         ::mmap(nullptr, withGuard(length), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (place == MAP_FAILED)
         return nullptr;
-    if (::mremap(m_data, 0, inWholePages(length), MREMAP_MAYMOVE | MREMAP_FIXED, place) == MAP_FAILED) {
+    if (::mmap(place, inWholePages(length), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, m_file.get(),
+               0) == MAP_FAILED) {
         ::munmap(place, withGuard(length));
         return nullptr;
     }

@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "platform/FileDescriptor.h"
+
 /// Memory of one driver buffer, shared by the device and whoever has it mapped: whole pages,
 /// zero at first, and only occupied once they are used. Each mapping has its own address; an
 /// access after unmapping, or behind the last page, ends the process. One thread at a time.
@@ -27,5 +29,6 @@ public:
 
 private:
     std::size_t m_bytes;
+    FileDescriptor m_file;
     std::uint8_t* m_data;
 };
