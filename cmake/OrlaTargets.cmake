@@ -89,6 +89,40 @@ set(orla_all_skipped
 # The test programs that ./test quick runs; it builds no others.
 add_custom_target(quick_tests)
 
+# How many times as long as shipped programs may tests take: instrumented, or where an emulator
+# has to work out each instruction.
+set(orla_patience 1)
+if(ORLA_SANITIZE)
+    set(orla_patience 4)
+endif()
+if(CMAKE_CROSSCOMPILING_EMULATOR)
+    set(orla_patience 10)
+endif()
+
+# What every test program finds in its environment. Qt Test gives each function five minutes.
+math(EXPR _function_limit_ms "${orla_patience} * 300000")
+set(orla_test_environment
+    QT_QPA_PLATFORM=offscreen
+    QTEST_FUNCTION_TIMEOUT=${_function_limit_ms}
+    "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.supp:history_size=4"
+    "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/lsan.supp"
+    UBSAN_OPTIONS=print_stacktrace=1)
+if(CMAKE_CROSSCOMPILING_EMULATOR)
+    list(APPEND orla_test_environment "ORLA_TEST_EMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR}")
+endif()
+
+# Of a test that configures a project once more: with the same compiler.
+set(orla_configure_environment)
+if(CMAKE_TOOLCHAIN_FILE)
+    set(orla_configure_environment "CMAKE_TOOLCHAIN_FILE=${CMAKE_TOOLCHAIN_FILE}")
+endif()
+
+# orla_time_limit(<test> <seconds>): what the test may take as shipped; longer where it has to be.
+function(orla_time_limit name seconds)
+    math(EXPR limit "${seconds} * ${orla_patience}")
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${limit})
+endfunction()
+
 # orla_test(<name> SOURCES ... [LIBRARIES ...] [TIMEOUT seconds] [LABELS ...])
 # One Qt Test program, registered under its name, run without a display. Labels: "system", which
 # needs the programs themselves, and "slow", which takes more than some seconds; ./test quick
@@ -98,9 +132,6 @@ function(orla_test name)
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 120)
     endif()
-    if(ORLA_SANITIZE)
-        math(EXPR ARG_TIMEOUT "${ARG_TIMEOUT} * 4")
-    endif()
     add_executable(${name} ${ARG_SOURCES})
     set_target_properties(${name} PROPERTIES AUTOMOC ON)
     target_link_libraries(${name} PRIVATE orla_options ${ARG_LIBRARIES} Qt5::Test)
@@ -108,11 +139,11 @@ function(orla_test name)
         add_dependencies(quick_tests ${name})
     endif()
     add_test(NAME ${name} COMMAND ${name})
+    orla_time_limit(${name} ${ARG_TIMEOUT})
     set_tests_properties(${name} PROPERTIES
-        TIMEOUT ${ARG_TIMEOUT}
         LABELS "${ARG_LABELS}"
         SKIP_REGULAR_EXPRESSION "${orla_all_skipped}"
-        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.supp:history_size=4;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/lsan.supp;UBSAN_OPTIONS=print_stacktrace=1")
+        ENVIRONMENT "${orla_test_environment}")
 endfunction()
 
 # orla_long_test(<test> <variable=value>...)
@@ -123,6 +154,6 @@ function(orla_long_test name)
     get_test_property(${name} ENVIRONMENT environment)
     set_tests_properties(${name}_long PROPERTIES
         ENVIRONMENT "${environment};QTEST_FUNCTION_TIMEOUT=3600000;${ARGN}"
-        TIMEOUT 3600
         LABELS long)
+    orla_time_limit(${name}_long 3600)
 endfunction()

@@ -15,6 +15,7 @@
 #include "platform/DebugLog.h"
 #include "platform/InstrumentPath.h"
 #include "platform/SystemDeviceCalls.h"
+#include "support/Emulation.h"
 
 namespace {
 
@@ -108,9 +109,11 @@ private slots:
         QCOMPARE(calls.write(fd, "d", 1), ssize_t(1));
         QCOMPARE(calls.waitReadable(fd, 0), 1);
         QCOMPARE(calls.ioctl(fd, 0x0706, 0x3C), -1);
-        QCOMPARE(errno, ENOTTY);
+        const int refusal = errno;
         QCOMPARE(calls.close(fd), 0);
         QCOMPARE(calls.close(fd), -1);
+        SKIP_UNDER_EMULATION("it refuses requests that it does not know by itself, with ENOSYS");
+        QCOMPARE(refusal, ENOTTY);
     }
 
     void aMappingIsThatPartOfTheDeviceAndSharedWithIt()
@@ -132,11 +135,12 @@ private slots:
         QCOMPARE(memory[0], 'b');
         memory[0] = 'c';
         QCOMPARE(calls.munmap(memory, page), 0);
-        // No longer mapped, so that another request of it fails.
-        QCOMPARE(::msync(memory, page, MS_ASYNC), -1);
         QVERIFY(file.seek(int(page)));
         QCOMPARE(file.read(1), QByteArray("c"));
         QCOMPARE(calls.close(fd), 0);
+        SKIP_UNDER_EMULATION("the request of a place without memory succeeds");
+        // No longer mapped, so that another request of it fails.
+        QCOMPARE(::msync(memory, page, MS_ASYNC), -1);
     }
 
     void aFileIsNoCaptureDevice()
@@ -149,8 +153,10 @@ private slots:
         const int fd = calls.open("/device", O_RDWR);
         v4l2_capability capability = {};
         QCOMPARE(calls.captureIoctl(fd, VIDIOC_QUERYCAP, &capability), -1);
-        QCOMPARE(errno, ENOTTY);
+        const int refusal = errno;
         QCOMPARE(calls.close(fd), 0);
+        SKIP_UNDER_EMULATION("it refuses requests that it does not know by itself, with ENOSYS");
+        QCOMPARE(refusal, ENOTTY);
     }
 
     void aPauseLastsItsMicroseconds()

@@ -9,6 +9,7 @@
 #include <QTimer>
 #include <QtTest>
 
+#include "support/Emulation.h"
 #include "support/ResourceRecord.h"
 #include "support/WindowFixture.h"
 
@@ -72,6 +73,7 @@ class TestEndurance : public QObject
 private slots:
     void initTestCase()
     {
+        SKIP_UNDER_EMULATION("the memory is the emulator's, which keeps what it has translated");
         qInstallMessageHandler(dropMessage);
         WindowFixture::Options options;
         options.camera.capture.framesPerSecond = kFramesPerSecond;
