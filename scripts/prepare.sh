@@ -6,6 +6,8 @@ readonly project_dir="$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd -P)"
 readonly shown_log_lines=40
 # Who needs more than the programs do adds a list.
 package_lists=("$project_dir/scripts/packages.txt")
+# What cmake and ctest are started with, where they run in a root of their own.
+inside=()
 
 say() { printf '%s\n' "$*" >&2; }
 give_up() { say "$*"; exit 1; }
@@ -100,13 +102,13 @@ prepare() {
     # A build that is there follows a change of the project by itself, but not of its preset.
     if [[ ! -f "$build_dir/build.ninja" || "$project_dir/CMakePresets.json" -nt "$build_dir/build.ninja" ]]; then
         say "Configuring (preset $preset) ..."
-        quietly "$log" cmake -S "$project_dir" --preset "$preset" ||
+        quietly "$log" "${inside[@]}" cmake -S "$project_dir" --preset "$preset" ||
             give_up "Configuring failed; the whole output is in $log"
         say "Building; this takes some minutes the first time ..."
     fi
     local -a targets=()
     (($# == 0)) || targets=(--target "$@")
-    quietly "$log" cmake --build "$build_dir" "${targets[@]}" ||
+    quietly "$log" "${inside[@]}" cmake --build "$build_dir" "${targets[@]}" ||
         give_up "Building failed; the whole output is in $log"
     exec {lock_fd}>&-
 }

@@ -54,8 +54,8 @@ public:
             QDir(m_folder.path()).mkpath(folder);
         for (const char* script : {"run", "test", "scripts/prepare.sh", ".ci/run"})
             QFile::copy(source.filePath(script), file(script));
-        for (const char* list :
-             {"scripts/packages.txt", "scripts/test-packages.txt", "scripts/lint-packages.txt"})
+        for (const char* list : {"scripts/packages.txt", "scripts/test-packages.txt",
+                                 "scripts/lint-packages.txt", "scripts/root-packages.txt"})
             write(file(list), "# none\n");
         for (const char* tool : {"cmake", "ctest"})
             writeScript(tools() + '/' + tool, "exit 0\n");
@@ -164,8 +164,11 @@ void TestCommands::aWrongArgumentShowsTheUsage()
     QCOMPARE(test.output, QString());
     QVERIFY2(test.errors.startsWith("Usage: ./test "), qPrintable(test.errors));
     QCOMPARE(copy.run({"./run", "--no-such-option"}).status, kUsageError);
-    for (const QStringList& arguments : {QStringList{"quick", "long"}, QStringList{"debug", "tsan"},
-                                         QStringList{"quick", "release", "all"}, QStringList{""}})
+    for (const QStringList& arguments :
+         {QStringList{"quick", "long"}, QStringList{"debug", "tsan"}, QStringList{"quick", "release", "all"},
+          QStringList{""}, QStringList{"--arch"}, QStringList{"--arch", "mips"},
+          QStringList{"--arch", "armhf", "debug"}, QStringList{"--arch", "armhf", "--sources"},
+          QStringList{"--sources", "a list"}})
         QCOMPARE(copy.run(QStringList("./test") + arguments).status, kUsageError);
 }
 
@@ -186,6 +189,12 @@ void TestCommands::aChoiceOfTestsIsBuiltAndRun_data()
     QTest::newRow("long") << QStringList{"debug", "long"} << "debug"
                           << ""
                           << " --build-config Long --label-regex ^long$";
+    QTest::newRow("emulated") << QStringList{"--arch", "armhf"} << "armhf"
+                              << ""
+                              << "";
+    QTest::newRow("quick, emulated") << QStringList{"--arch", "arm64", "--sources", "a list", "quick"}
+                                     << "arm64"
+                                     << " --target quick_tests" << quick;
 }
 
 void TestCommands::aChoiceOfTestsIsBuiltAndRun()
@@ -196,8 +205,12 @@ void TestCommands::aChoiceOfTestsIsBuiltAndRun()
     QFETCH(QString, run);
     Copy copy;
     const QByteArray record = copy.file("record").toLocal8Bit();
+    const auto recorder = [&record](const QByteArray& name) {
+        return "echo " + name + " \"$@\" >>" + record + "\n";
+    };
     for (const char* tool : {"cmake", "ctest"})
-        copy.setTool(tool, QByteArray("echo ") + tool + " \"$@\" >>" + record + "\n");
+        copy.setTool(tool, recorder(tool));
+    Copy::writeScript(copy.file("scripts/in_root"), recorder("in_root"));
     const Ended ended = copy.run(QStringList("./test") + arguments);
     QVERIFY2(ended.status == 0, qPrintable(ended.errors));
     QFile file(record);
@@ -205,9 +218,18 @@ void TestCommands::aChoiceOfTestsIsBuiltAndRun()
     const QStringList lines = QString::fromLocal8Bit(file.readAll()).trimmed().split('\n');
     const QString folder = copy.file("build/" + preset);
     QVERIFY(lines.size() >= 2);
-    QCOMPARE(lines[lines.size() - 2], "cmake --build " + folder + built);
-    QVERIFY2(lines.last().startsWith("ctest --test-dir " + folder + " --output-on-failure --parallel "),
-             qPrintable(lines.last()));
+    // Another architecture's tests are built and run where its libraries are.
+    QString place;
+    if (arguments.contains("--arch")) {
+        place = "in_root " + preset + ' ';
+        if (arguments.contains("--sources"))
+            place += "--sources a list ";
+        QCOMPARE(lines.first(), place + "true");
+    }
+    QCOMPARE(lines[lines.size() - 2], place + "cmake --build " + folder + built);
+    QVERIFY2(
+        lines.last().startsWith(place + "ctest --test-dir " + folder + " --output-on-failure --parallel "),
+        qPrintable(lines.last()));
     QVERIFY2(lines.last().contains(QRegularExpression(" \\d+" + QRegularExpression::escape(run) + '$')),
              qPrintable(lines.last()));
 }
