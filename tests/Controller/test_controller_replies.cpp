@@ -392,8 +392,9 @@ private slots:
         LogRecorder log;
         FreshController controller;
         controller.m_skipProbe = true;
-        controller.openSerialPort();
+        // Before the controller has the line for itself: after that only root may open it.
         const FileDescriptor line(::open(blocked.devicePath().c_str(), O_RDWR | O_NOCTTY));
+        controller.openSerialPort();
         QCOMPARE(::tcflow(line.get(), TCOOFF), 0);
         log.clear();
         controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kShort_ms, kShort_ms);

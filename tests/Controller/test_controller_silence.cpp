@@ -189,9 +189,11 @@ private slots:
     void aLineThatIsStuckCostsBothTimeouts()
     {
         QFETCH(bool, diagnosis);
-        OpenFixture fixture;
+        ControllerFixture fixture;
         const QByteArray device = QFile::encodeName(fixture.root.path() + "/dev/ttyS2");
+        // Before the controller has the line for itself: after that only root may open it.
         const FileDescriptor line(::open(device.constData(), O_RDWR | O_NOCTTY));
+        fixture.open();
         QCOMPARE(::tcflow(line.get(), TCOOFF), 0);
         constexpr int kWrite_ms = 300;
         fixture.controller.m_timeouts = {kWrite_ms, diagnosis ? kNotInThisTest_ms : kShort_ms,
