@@ -20,7 +20,9 @@ systemd-analyze security --no-pager --offline=yes --threshold=60 "$unit" >"$scra
     complain "$(tail -n 1 "$scratch/security")"
 
 for line in 'StartLimitBurst=[1-9]' 'StartLimitIntervalSec=[1-9]' 'StandardInput=tty' 'TTYPath=/dev/tty[1-9]' \
-    'TTYReset=yes' 'ExecStopPost=-/usr/bin/chvt [1-9]'; do
+    'TTYReset=yes' 'ExecStopPost=-/usr/bin/chvt [1-9]' 'ExecStopPost=-/bin/sh .*/consoleblank .*/dev/tty0' \
+    'RuntimeDirectory=orla-verifier' 'RuntimeDirectoryMode=0700' \
+    'Environment=XDG_RUNTIME_DIR=%t/orla-verifier'; do
     grep -Eq "^$line" "$unit" || complain "the unit lacks $line"
 done
 # Any of these hides the USB disk's mount from the rest of the board, or devices from the program.
