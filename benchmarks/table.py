@@ -234,7 +234,9 @@ def options():
         "Prints a table: each figure with its goal, whether it holds, and what it is made of.\n\n"
         + __doc__.split("\n\n", 1)[1] + "\nPrograms:\n" + programs,
         epilog="Leaves table.csv and table.svg in out/benchmarks. Status 0: every goal holds; 1: one does not,\n"
-        "or a program failed; 2: the command line is wrong.",
+        "or a program failed; 2: the command line is wrong.\n\n"
+        "benchmarks/run --instructions armhf|arm64 [--sources FILE] counts the instructions of a frame's work\n"
+        "on a board's processor instead, emulated: benchmarks/instructions.md has the table.",
     )
     parser.add_argument("programs", nargs="*", metavar="PROGRAM", default=[], help="only these; by default all")
     parser.add_argument("--short", action="store_true",
