@@ -237,16 +237,17 @@ private slots:
         m_fixture->takeBoardLines();
         // Nobody answers this box.
         m_fixture->boxes().stop();
-        bool open = false;
-        QTimer::singleShot(
-            300, this,
-            [&] {
-                open = QApplication::activeModalWidget() != nullptr;
-                ::raise(SIGTERM);
-            });
+        QTimer looking;
+        connect(&looking, &QTimer::timeout, this, [&looking] {
+            if (QApplication::activeModalWidget() == nullptr)
+                return;
+            looking.stop();
+            ::raise(SIGTERM);
+        });
+        looking.start(20);
         QTimer::singleShot(0, this, [&] { m_fixture->click(qPrintable(button)); });
         QCOMPARE(loop(), 0);
-        QVERIFY(open);
+        QVERIFY2(!looking.isActive(), "no box has opened");
         QVERIFY(QApplication::activeModalWidget() == nullptr);
         expectEnded(kParking);
     }
