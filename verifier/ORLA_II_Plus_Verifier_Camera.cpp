@@ -27,6 +27,8 @@ void ORLA_II_Plus_Verifier::startCamera(int mode)
             &ORLA_II_Plus_Verifier::slot_debug_Message);
     m_grabThread->registerCamera(m_camera, m_frameBuffers[static_cast<std::size_t>(mode)]);
     m_grabThread->start(QThread::InheritPriority);
+    if (!m_grabThread->isRunning())
+        logMessage(this, {Q_FUNC_INFO, "[Error] the grab thread could not be started"});
 }
 
 void ORLA_II_Plus_Verifier::stopCamera()

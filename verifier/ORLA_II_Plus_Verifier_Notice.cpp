@@ -7,6 +7,7 @@
 #include "Controller/Controller.h"
 #include "LiveViewNotice.h"
 #include "WindowStyle.h"
+#include "camera/GrabThread.h"
 #include "camera/OV5642Camera.h"
 #include "ui_ORLA_II_Plus_Verifier.h"
 
@@ -48,11 +49,13 @@ void ORLA_II_Plus_Verifier::refreshNotice()
     // Over a frozen frame or the graph nobody waits for the live picture.
     const bool framesExpected =
         m_camera->isStreaming() && !m_graphDisplayed && m_form->QC_MEASURE->isHidden();
+    // Nobody sees what the camera delivers where no thread takes it.
+    const bool framesTaken = m_grabThread != nullptr && m_grabThread->isRunning();
     InstrumentCondition condition;
     condition.cameraOpenFailure = m_camera->openFailure();
     condition.cameraGone = m_camera->isGone();
-    condition.framesOverdue =
-        m_frameWatch.isOverdue(framesExpected, m_camera->framesCaptured(), m_noticeClock.elapsed());
+    condition.framesOverdue = m_frameWatch.isOverdue(
+        framesExpected, framesTaken ? m_camera->framesCaptured() : 0, m_noticeClock.elapsed());
     condition.sensorAnswers = m_camera->sensorAnswers();
     condition.sensorSettingsInForce = m_camera->settingsInForce();
     condition.boardAnswers = Controller::getInstance()->answers();

@@ -1,4 +1,5 @@
 #include <memory>
+#include <optional>
 
 #include <QCheckBox>
 #include <QElapsedTimer>
@@ -9,6 +10,7 @@
 #include <QtTest>
 
 #include "Controller/Controller.h"
+#include "camera/NoMoreThreads.h"
 #include "camera/OV5642Camera.h"
 #include "support/LayoutChecks.h"
 #include "support/WindowFixture.h"
@@ -160,6 +162,22 @@ private slots:
         take(Cause::NotOpened);
         QVERIFY(notice()->text().startsWith("Controller board does not answer"));
         QVERIFY(notice()->height() <= 30);
+    }
+
+    void framesThatNobodyTakesAreMissed()
+    {
+        clearConsoles();
+        switchWithoutAGrabThread();
+        QVERIFY(messages().contains("startCamera(int)() [Error] the grab thread could not be started"));
+        QVERIFY(waitUntil([this] { return notice()->isVisible(); }));
+        QVERIFY2(notice()->text().startsWith("No picture from the camera"), qPrintable(notice()->text()));
+        // The camera itself delivers, and what is told to press brings the picture back.
+        const quint64 captured = programCamera()->framesCaptured();
+        QVERIFY(waitUntil([&] { return programCamera()->framesCaptured() > captured; }));
+        click("BUTTON_RESOLUTION_VGA");
+        QVERIFY(waitForFrames(2));
+        QVERIFY(waitUntil([this] { return notice()->isHidden(); }));
+        QVERIFY(!messages().section("[Error]", 1).contains("[Error]"));
     }
 
     void framesThatNobodySeesAreNotMissed_data()
@@ -321,6 +339,20 @@ private:
             click("BUTTON_QC_CAPTURE");
             break;
         }
+    }
+
+    /// The camera gets its thread, and the live view's is refused.
+    void switchWithoutAGrabThread()
+    {
+        std::optional<NoMoreThreads> none;
+        const auto listening = connect(&window(), &ORLA_II_Plus_Verifier::sig_debug_Message, this,
+                                       [&none](const QStringList& parts) {
+                                           if (parts.first().contains("::startCamera") && !none)
+                                               none.emplace();
+                                       });
+        click("BUTTON_RESOLUTION_VGA");
+        disconnect(listening);
+        QVERIFY(none.has_value());
     }
 
     /// Pictures for the eye, when a directory for them is named.
