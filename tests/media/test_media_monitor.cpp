@@ -680,6 +680,10 @@ private slots:
 
     void aRealDiskIsMountedWrittenAndUnmounted()
     {
+#ifdef __SANITIZE_THREAD__
+        QSKIP(
+            "no signal is delivered in a copy of a process with threads, so that no child's end is noticed");
+#endif
         m_port.reset(); // the machine's own commands
         if (::geteuid() != 0)
             QSKIP("a loop device can only be set up by root");
