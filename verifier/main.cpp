@@ -5,6 +5,7 @@
 
 #include "ORLA_II_Plus_Verifier.h"
 #include "ProgramStart.h"
+#include "platform/DebugLog.h"
 #include "platform/TerminationSignal.h"
 
 namespace {
@@ -63,6 +64,9 @@ int main(int argc, char* argv[])
     // Before the window: its start takes seconds, and a signal is not to leave the LED on.
     const TerminationSignal termination(TerminationSignal::Second::IsAbsorbed);
     ORLA_II_Plus_Verifier window;
+    if (!termination.isWatching())
+        logMessage(&window, {Q_FUNC_INFO, "[Error] signals are not watched: one that ends the program "
+                                          "leaves LED and stage as they are"});
     QObject::connect(&termination, &TerminationSignal::received, &window,
                      &ORLA_II_Plus_Verifier::slot_terminate);
     window.show();

@@ -3,6 +3,7 @@
 #include <utility>
 #include <vector>
 
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -43,6 +44,26 @@ public:
 
 private:
     std::vector<std::pair<int, void (*)(int)>> m_before;
+};
+
+/// While it lives, nothing can be opened.
+class NoMoreDescriptors
+{
+public:
+    NoMoreDescriptors()
+    {
+        ::getrlimit(RLIMIT_NOFILE, &m_usual);
+        const int lowestFree = ::dup(0);
+        ::close(lowestFree);
+        const rlimit none{rlim_t(lowestFree), m_usual.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoMoreDescriptors() { ::setrlimit(RLIMIT_NOFILE, &m_usual); }
+    NoMoreDescriptors(const NoMoreDescriptors&) = delete;
+    NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
+
+private:
+    rlimit m_usual{};
 };
 
 /// How a process of its own ends that does this: the number of the signal, or 0.
@@ -131,6 +152,21 @@ private slots:
             ::raise(number);
         QTest::qWait(50);
         QVERIFY(spy.isEmpty());
+    }
+
+    void whereNoPipeCanBeMadeNothingIsTakenOver()
+    {
+        const OthersHandlers others(othersHandler);
+        {
+            const NoMoreDescriptors none;
+            const TerminationSignal termination(Second::IsAbsorbed);
+            QVERIFY(!termination.isWatching());
+            for (const int number : kSignals)
+                ::raise(number);
+            QCOMPARE(int(g_othersCount), 3);
+        }
+        const TerminationSignal termination(Second::IsAbsorbed);
+        QVERIFY(termination.isWatching());
     }
 
     void theHandlersOfBeforeAreBackAfterwards()

@@ -29,6 +29,9 @@ public:
     explicit TerminationSignal(Second second);
     ~TerminationSignal() override;
 
+    /// Whether signals are watched for. If not, for want of a descriptor, each does what it did
+    /// before, which is to end the process at once.
+    bool isWatching() const { return m_notifier != nullptr; }
     /// Whether received() has been emitted.
     bool isReceived() const { return m_number != 0; }
     /// What a shell reports for a process that the signal ended.

@@ -66,9 +66,13 @@ RULES = [
          costs=("disk",)),
     Rule(r": (mount|umount)$|: (mount|umount) ", costs=("disk",), told=r"USB|INSERT|[Uu]sb", maybe=True),
     Rule(r": disk", r"inotify|file dialog", maybe=True),
+    # Where signals cannot be watched, the next one ends the program and leaves the LED on.
+    Rule(r"1 pipe2: pipe", r"\[Error\] signals are not watched"),
     Rule(r"(clone|fork|waitid|wait4|waitpid): process|: pipe|: password script",
          r"USB|INSERT|QProcess|pipe|forkfd", maybe=True, costs=("disk", "descriptors")),
     Rule(r"display parameter"),
+    # The live view's thread: the camera's, which comes first, is told with the camera's opening.
+    Rule(r"2 pthread_create: thread EAGAIN", r"\[Error\] the grab thread could not be started"),
     Rule(r"pthread_create: thread", r"pthread_create failed|QThread::start", maybe=True),
     Rule(r"eventfd: thread", r"eventfd|event", maybe=True, costs=("descriptors",)),
     Rule(r"(poll|ppoll): event loop", r"poll", maybe=True),
