@@ -127,6 +127,33 @@ private slots:
         QVERIFY(!holdsUnsafeObject(valueOf("\\0\\0\\0\\x7f\\0\\0\\0\\x4theirs\\0")));
     }
 
+    // Else a save would make of a file that is taken one that is not.
+    void everyPlainKindThatQSettingsWritesIsTaken_data()
+    {
+        QTest::addColumn<int>("kind");
+        for (const int kind :
+             {QMetaType::Bool,      QMetaType::Int,       QMetaType::UInt,  QMetaType::LongLong,
+              QMetaType::ULongLong, QMetaType::Double,    QMetaType::QChar, QMetaType::QDate,
+              QMetaType::QTime,     QMetaType::QDateTime, QMetaType::QRect, QMetaType::QRectF,
+              QMetaType::QSize,     QMetaType::QSizeF,    QMetaType::QLine, QMetaType::QLineF,
+              QMetaType::QPoint,    QMetaType::QPointF,   QMetaType::QUuid, QMetaType::Long,
+              QMetaType::Short,     QMetaType::Char,      QMetaType::ULong, QMetaType::UShort,
+              QMetaType::UChar,     QMetaType::Float,     QMetaType::SChar})
+            QTest::newRow(QMetaType::typeName(kind)) << kind;
+    }
+
+    void everyPlainKindThatQSettingsWritesIsTaken()
+    {
+        QFETCH(int, kind);
+        const QString path = instrumentPath(QString(kStageFile));
+        {
+            QSettings settings(path, QSettings::IniFormat);
+            settings.setValue("value", QVariant(kind, nullptr));
+            settings.setValue("list", QVariantList{QVariant(kind, nullptr)});
+        }
+        QVERIFY2(!holdsUnsafeObject(bytesOf(path)), bytesOf(path));
+    }
+
     // QSettings keeps a text with a zero in it within "@String(...)", and looks no further.
     void aTextThatLooksLikeAnObjectIsSavedAgainAndAgain()
     {

@@ -80,14 +80,13 @@ QByteArray withoutEscapes(const QByteArray& content)
 
 bool isInOrder(QDataStream& stream, int depth);
 
-// Types that are no part of Qt are stored by their names.
-bool isKindKnown(QDataStream& stream, quint32 kind)
+// Types that are no part of Qt are stored by their names, and so are those of Qt that the older
+// form has no number for.
+quint32 namedKind(QDataStream& stream)
 {
-    if (kind != kNamedKind && kind != QMetaType::User)
-        return QMetaType::isRegistered(static_cast<int>(kind));
     QByteArray name;
     stream >> name;
-    return QMetaType::type(name.constData()) != QMetaType::UnknownType;
+    return static_cast<quint32>(QMetaType::type(name.constData()));
 }
 
 // A list says how many follow, and memory is asked for before they are read.
@@ -138,6 +137,12 @@ bool isInOrder(QDataStream& stream, int depth)
     qint8 isNull = 0;
     if (!old)
         stream >> isNull;
+    if (kind == kNamedKind || kind == QMetaType::User) {
+        kind = namedKind(stream);
+        // Of a kind that nobody knows nothing is built.
+        if (kind == QMetaType::UnknownType)
+            return true;
+    }
     if (stream.status() != QDataStream::Ok)
         return true;
 
@@ -186,8 +191,7 @@ bool isInOrder(QDataStream& stream, int depth)
         return true;
     }
     default:
-        // Of a kind that nobody knows nothing is built.
-        return !isKindKnown(stream, kind);
+        return !QMetaType::isRegistered(static_cast<int>(kind));
     }
 }
 
