@@ -122,8 +122,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FuzzInput input(data, size);
     const std::uint8_t kind = input.byte();
     const std::uint8_t choice = input.byte();
-    // Letters that a number can be read from differently stand in the first 256.
-    const QByteArray bytes = input.rest();
+    // Letters that a number can be read from differently stand in the first 256. No keyboard has
+    // the letter 0, behind which Qt reads no further.
+    const QByteArray bytes(input.rest().constData());
     const QString text = QString::fromLatin1(bytes);
     const int number = plainNumber(bytes);
     constexpr const char* kEdits[] = {"EDIT_LED", "EDIT_LED", "EDIT_SKIP_FRAME", "EDIT_Z_REFERENCE"};
