@@ -15,7 +15,7 @@ import subprocess
 import time
 
 PORT = "/dev/virtio-ports/machine"
-PANEL = (800, 480)
+SCREEN = (800, 480)
 
 EV_SYN, EV_KEY, EV_ABS = 0, 1, 3
 BTN_TOUCH = 0x14A
@@ -30,21 +30,29 @@ VIDIOC_G_FMT = 0xC0D05604
 V4L2_BUF_TYPE_VIDEO_CAPTURE = 1
 
 
+# What a panel says where the screen's upper left, upper right and lower left corner are.
+STRAIGHT = (SCREEN, (0, 0), (SCREEN[0] - 1, 0), (0, SCREEN[1] - 1))
+TURNED = ((4096, 4096), (3890, 320), (3870, 3760), (230, 340))
+
+
 class TouchPanel:
-    """A touch panel of the kernel's, the size of the screen."""
+    """A touch panel of the kernel's; the kernel's command line chooses which."""
 
     def __init__(self):
+        with open("/proc/cmdline", encoding="ascii") as options:
+            turned = "machine.panel=turned" in options.read().split()
+        size, *self.corners = TURNED if turned else STRAIGHT
         self.device = os.open("/dev/uinput", os.O_WRONLY)
         for kind in (EV_KEY, EV_ABS):
             fcntl.ioctl(self.device, UI_SET_EVBIT, kind)
         fcntl.ioctl(self.device, UI_SET_KEYBIT, BTN_TOUCH)
         fcntl.ioctl(self.device, UI_SET_PROPBIT, INPUT_PROP_DIRECT)
         for axis, highest in (
-            (ABS_X, PANEL[0] - 1),
-            (ABS_Y, PANEL[1] - 1),
+            (ABS_X, size[0] - 1),
+            (ABS_Y, size[1] - 1),
             (ABS_MT_SLOT, 1),
-            (ABS_MT_POSITION_X, PANEL[0] - 1),
-            (ABS_MT_POSITION_Y, PANEL[1] - 1),
+            (ABS_MT_POSITION_X, size[0] - 1),
+            (ABS_MT_POSITION_Y, size[1] - 1),
             (ABS_MT_TRACKING_ID, 65535),
         ):
             fcntl.ioctl(self.device, UI_ABS_SETUP, struct.pack("<H2x6i", axis, 0, 0, highest, 0, 0, 0))
@@ -57,10 +65,17 @@ class TouchPanel:
         for kind, code, value in [*events, (EV_SYN, 0, 0)]:
             os.write(self.device, struct.pack("<qqHHi", 0, 0, kind, code, value))
 
+    def raw(self, x, y):
+        """What the panel says for a place on the screen."""
+        origin, right, down = self.corners
+        along, across = x / (SCREEN[0] - 1), y / (SCREEN[1] - 1)
+        return tuple(round(o + along * (r - o) + across * (d - o)) for o, r, d in zip(origin, right, down))
+
     def touch(self, places):
         self.contact = (self.contact + 1) % 65536
         going_down = [(EV_ABS, ABS_MT_SLOT, 0), (EV_ABS, ABS_MT_TRACKING_ID, self.contact), (EV_KEY, BTN_TOUCH, 1)]
-        for x, y, duration in places:
+        for left, top, duration in places:
+            x, y = self.raw(left, top)
             self.send(
                 *going_down,
                 (EV_ABS, ABS_MT_POSITION_X, x),

@@ -6,6 +6,7 @@ import socket
 import subprocess
 import tarfile
 import time
+from dataclasses import dataclass
 from pathlib import Path
 
 from screen import Picture
@@ -14,6 +15,27 @@ MEMORY_MB = 1536
 KERNEL_OPTIONS = (
     "root=/dev/vda rw console=ttyS0,115200 loglevel=4 systemd.show_status=false net.ifnames=0"
     " mitigations=off panic=30"
+)
+
+
+@dataclass(frozen=True)
+class Wiring:
+    """How a machine's devices are connected, and the names that they get by it."""
+
+    camera: str
+    line: tuple  # the emulator's options for what leads to the board's
+    kernel_options: str = ""
+
+
+# The names that the program knows.
+INSTRUMENT = Wiring("/dev/video0", ("-device", "isa-serial,index=2,iobase=0x3e8,irq=10,chardev=board"))
+
+# A board on which they are other devices' names, or nobody's; its touch panel is turned and has a
+# range of its own, and its console goes dark soon.
+BARE_BOARD = Wiring(
+    "/dev/video2",
+    ("-device", "usb-serial,bus=usb.0,chardev=board"),
+    "vivid.vid_cap_nr=2 orla_sensor.bus=5 orla_sensor.empty_bus=1 8250.nr_uarts=1 consoleblank=20 machine.panel=turned",
 )
 
 
@@ -68,7 +90,7 @@ class Lines:
 class Machine:
     """One run of the emulator from power-on to power-off."""
 
-    def __init__(self, system, disk, payload, terminal, folder, patience):
+    def __init__(self, wiring, system, disk, payload, terminal, folder, patience):
         """system: folder with kernel and initial file system; disk: the image that the machine
         lives on; payload: an archive that it unpacks at its start; terminal: the board's;
         folder: for sockets and logs; patience: factor on all limits of time."""
@@ -82,8 +104,7 @@ class Machine:
             *("-name", "instrument", "-machine", "pc,usb=off", "-accel", "tcg,thread=multi"),
             *("-cpu", "max", "-smp", "2", "-m", str(MEMORY_MB), "-nodefaults", "-no-user-config", "-display", "none"),
             *("-kernel", str(system / "vmlinuz"), "-initrd", str(system / "initrd.img")),
-            "-append",
-            KERNEL_OPTIONS,
+            *("-append", f"{KERNEL_OPTIONS} {wiring.kernel_options}"),
             *("-drive", f"file={disk},format=raw,if=virtio,cache=writeback"),
             *("-drive", f"file={payload},format=raw,if=virtio,readonly=on"),
             *("-device", "VGA,edid=on,xres=800,yres=480"),
@@ -91,7 +112,7 @@ class Machine:
             *("-chardev", f"file,id=console,path={folder}/console.log,append=on"),
             *("-device", "isa-serial,index=0,chardev=console"),
             *("-chardev", f"serial,id=board,path={terminal}"),
-            *("-device", "isa-serial,index=2,iobase=0x3e8,irq=10,chardev=board"),
+            *wiring.line,
             *("-device", "virtio-serial"),
             *("-chardev", f"socket,id=agent,path={self.sockets['agent']},server=on,wait=off"),
             *("-device", "virtserialport,chardev=agent,name=machine"),
@@ -115,8 +136,16 @@ class Machine:
         self.qmp = Lines(self.sockets["qmp"], self.limit(30))
         self.qmp.receive(self.limit(30))
         self.order("qmp_capabilities")
+        self.order("object-add", **{"qom-type": "throttle-group", "id": "stick-speed"})
         self.agent = Lines(self.sockets["agent"], self.limit(30))
         self.agent.receive(self.limit(420))
+
+    def restart(self, command):
+        """Runs a command that restarts the system, and waits until it has come up again."""
+        self.agent.send({"run": command, "limit": self.limit(60)})
+        # The command's answer may get lost.
+        while "ready" not in self.agent.receive(self.limit(420)):
+            pass
 
     def order(self, command, **arguments):
         """An order to the emulator; its answer."""
@@ -165,11 +194,14 @@ class Machine:
         return Picture.read_ppm(path)
 
     def plug(self, image):
-        self.order(
-            "blockdev-add",
-            **{"driver": "raw", "node-name": "stick", "file": {"driver": "file", "filename": str(image)}},
-        )
+        file = {"driver": "throttle", "throttle-group": "stick-speed"}
+        file["file"] = {"driver": "file", "filename": str(image)}
+        self.order("blockdev-add", **{"driver": "raw", "node-name": "stick", "file": file})
         self.order("device_add", driver="usb-storage", id="stick-device", drive="stick", bus="usb.0", removable=True)
+
+    def limit_stick(self, bytes_per_second):
+        """How much a stick takes; 0: as much as it can."""
+        self.order("qom-set", path="/objects/stick-speed", property="limits", value={"bps-write": bytes_per_second})
 
     def pull(self):
         """Takes the stick out at once, whatever is being written to it."""

@@ -21,9 +21,6 @@ SECTIONS = list(SIZES)
 CONF = "/opt/ORLA3/conf"
 FILES = {"NTB": "Calibration_BFN.ini", "TB": "Calibration_CUS.ini"}
 
-# What the camera's input receives: 720p at the least frames a second that it takes.
-SOURCE = ("Active width: 1280", "Active height: 720", "(24.00 frames per second)")
-
 # The camera's test picture: eight bars, from the left.
 BARS = [(1, 1, 1), (1, 1, 0), (0, 1, 1), (0, 1, 0), (1, 0, 1), (1, 0, 0), (0, 0, 1), (0, 0, 0)]
 
@@ -79,7 +76,8 @@ class Board:
 
 
 class Instrument:
-    def __init__(self, system, disk, payload, board_program, folder, record, patience):
+    def __init__(self, wiring, system, disk, payload, board_program, folder, record, patience):
+        self.wiring = wiring
         self.system, self.disk, self.payload, self.folder = system, disk, payload, folder
         self.record, self.patience = record, patience
         self.form = Form()
@@ -98,11 +96,11 @@ class Instrument:
     # Power
 
     def power_on(self):
-        self.machine = Machine(self.system, self.disk, self.payload, self.board.terminal, self.folder, self.patience)
+        self.machine = Machine(
+            self.wiring, self.system, self.disk, self.payload, self.board.terminal, self.folder, self.patience
+        )
         self.machine.start()
-        self.ready_camera()
-        # From here on the kernel's log has every call to the camera's driver but the stream's.
-        self.ask("dmesg --console-off; dmesg -n 1")
+        self.watch()
 
     def power_cut(self):
         if self.machine:
@@ -117,13 +115,17 @@ class Instrument:
         self.power_cut()
         self.board.end()
 
-    def ready_camera(self):
-        """A source slow enough for an emulated processor, and a log of the calls."""
-        self.ask("udevadm settle; test -c /dev/video0")
-        timings = self.ask("v4l2-ctl -d /dev/video0 --list-dv-timings").split("Index: ")
-        slow = [text.split()[0] for text in timings if all(part in text for part in SOURCE)]
-        self.ask(f"v4l2-ctl -d /dev/video0 --set-dv-bt-timings index={slow[0]}")
-        self.ask("echo 3 >/sys/class/video4linux/video0/dev_debug")
+    def watch(self):
+        """From here on the kernel's log has every call to the camera's driver but the stream's."""
+        # What made the system has left word that packages stop no service.
+        self.ask("rm -f /usr/sbin/policy-rc.d")
+        self.watch_camera()
+        self.ask("dmesg --console-off; dmesg -n 1")
+
+    def watch_camera(self):
+        """The kernel's log gets the calls to the camera's driver."""
+        name = self.wiring.camera.rpartition("/")[2]
+        self.ask(f"udevadm settle; echo 3 >/sys/class/video4linux/{name}/dev_debug")
 
     # Ways in
 
@@ -142,6 +144,26 @@ class Instrument:
         if page and page != self.tab:
             self.open_tab(page)
         self.touch(*self.form.middle(name))
+
+    def write(self, name, text):
+        """Types a text into an edit in place of another one that is there."""
+        x, y, width, height = self.form.rectangles[name]
+        view = lambda: self.machine.picture().part(x + 5, y + 5, width - 10, height - 10)
+        self.press(name)
+        before = self._settled(view)
+        self.machine.key("ctrl", "a")
+        self.machine.type(text)
+        # Keys and the panel are two devices: what is pressed next would overtake the last key.
+        self.wait(lambda: view() != before, 60, f"{text} in {name}")
+        self._settled(view)
+
+    def _settled(self, view):
+        """What a view shows once it has been the same for a second."""
+        while True:
+            first = view()
+            time.sleep(1)
+            if view() == first:
+                return first
 
     def open_tab(self, page):
         x, y = TABS[page]
@@ -196,7 +218,7 @@ class Instrument:
         return int(self.ask(f"systemctl show -p MainPID --value {UNIT}"))
 
     def camera_format(self):
-        return self.machine.camera_format("/dev/video0")
+        return self.machine.camera_format(self.wiring.camera)
 
     def mapped_buffers(self):
         return int(self.ask(f"grep -c /dev/video /proc/{self.pid()}/maps", expect=None) or 0)
@@ -227,6 +249,10 @@ class Instrument:
 
     def is_mounted(self):
         return self.ask("findmnt -n -o SOURCE,FSTYPE /mnt", expect=None).split()
+
+    def keep_journal(self, name):
+        """What the system has said so far, as a file beside the log."""
+        (self.folder / name).write_text(self.ask("journalctl --no-pager", limit=120, expect=None), encoding="utf-8")
 
     def has_notice(self, picture=None):
         return (picture or self.machine.picture()).is_like(630, 4, NOTICE, 12)

@@ -24,6 +24,18 @@ blacklist i2c_piix4
 options vivid n_devs=1 node_types=0x1 num_inputs=1 input_types=3 ccs_cap_mode=4
 """
 
+# A source slow enough for an emulated processor: 720p at the least frames a second there are.
+SLOW_CAMERA = """\
+#!/bin/sh
+index=$(v4l2-ctl -d "$1" --list-dv-timings | awk '
+    /Index:/ { i = $2 }
+    /Active width: 1280$/ { wide = i }
+    /Active height: 720$/ { high = i }
+    /\\(24.00 frames per second\\)/ && wide == i && high == i { print i; exit }')
+v4l2-ctl -d "$1" --set-dv-bt-timings "index=$index"
+"""
+CAMERA_RULE = 'SUBSYSTEM=="video4linux", ACTION=="add", RUN+="/bin/sh /usr/local/sbin/slow-camera $devnode"\n'
+
 # What the run brings along lies in an archive on the second disk.
 SERVICE = """\
 [Unit]
@@ -45,6 +57,8 @@ FILES = {
     "etc/modprobe.d/machine.conf": MODPROBE,
     "etc/modules-load.d/machine.conf": "orla_sensor\nvivid\nuinput\nevdev\ni2c_dev\n",
     "etc/systemd/system/machine.service": SERVICE,
+    "etc/udev/rules.d/10-machine.rules": CAMERA_RULE,
+    "usr/local/sbin/slow-camera": SLOW_CAMERA,
     # So that the power's cut leaves what was said until then.
     "etc/systemd/journald.conf.d/machine.conf": "[Journal]\nStorage=persistent\nSyncIntervalSec=5s\n",
 }
@@ -94,14 +108,30 @@ def recipe(names):
     return digest.hexdigest()[:12]
 
 
+class RootNeeded(Exception):
+    """Only root can make the machine's system, and there is no way to be root."""
+
+
+def as_root():
+    """What a command begins with so that root runs it."""
+    if os.geteuid() == 0:
+        return []
+    if not shutil.which("sudo"):
+        raise RootNeeded("the machine's system can only be made by root, and there is no sudo")
+    if subprocess.run(["sudo", "-n", "true"], stderr=subprocess.DEVNULL).returncode:
+        raise RootNeeded("the machine's system can only be made by root, and sudo was refused")
+    return ["sudo", "-n"]
+
+
 def make(cache, packages, sources, log):
     """The folder with "root.img", "vmlinuz" and "initrd.img"; made if it is not there. packages:
     our own, whose dependencies are installed. sources: an apt list to take the distribution
-    from, or None for the system's own. RuntimeError if it cannot be made."""
+    from, or None for the system's own. RootNeeded, or RuntimeError if it cannot be made."""
     names = sorted(set(listed_packages() + dependencies(packages)))
     folder = cache / recipe(names)
     if (folder / "root.img").exists():
         return folder
+    become_root = as_root()
     folder.mkdir(parents=True, exist_ok=True)
     files = folder / "files"
     for name, text in FILES.items():
@@ -113,7 +143,7 @@ def make(cache, packages, sources, log):
     image = folder / "root.img.new"
     image.unlink(missing_ok=True)
     command = [
-        *([] if os.geteuid() == 0 else ["sudo", "-n"]),
+        *become_root,
         "mmdebstrap",
         "--mode=root",
         "--variant=minbase",

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0
 /*
- * An image sensor's registers on an I2C adapter of their own: bus 1, address 0x3c. A write
- * begins with a register's address in two bytes, high byte first; the bytes after it go into
- * the registers from there on, and a read takes from there on.
+ * An image sensor's registers on an I2C adapter of their own, address 0x3c. A write begins with a
+ * register's address in two bytes, high byte first; the bytes after it go into the registers from
+ * there on, and a read takes from there on.
+ *
+ * Parameters: "bus" is the adapter's number, "empty_bus" that of another one on which nothing
+ * answers; -1 for none.
  *
  * debugfs, "orla_sensor/": "log" tells the latest accesses, the oldest first ("W 3501 18",
  * "R 3501 18"), and forgets them when it is written to; "registers" is the content, a byte for
@@ -14,7 +17,6 @@
 #include <linux/mutex.h>
 #include <linux/seq_file.h>
 
-#define SENSOR_BUS 1
 #define SENSOR_ADDRESS 0x3c
 #define LOG_SIZE 8192
 
@@ -23,6 +25,11 @@ struct access {
 	u16 address;
 	u8 value;
 };
+
+static int bus = 1;
+module_param(bus, int, 0444);
+static int empty_bus = -1;
+module_param(empty_bus, int, 0444);
 
 static u8 registers[0x10000];
 static u16 pointer;
@@ -84,6 +91,11 @@ static int transfer(struct i2c_adapter *adapter, struct i2c_msg *messages, int c
 	return count;
 }
 
+static int transfer_nothing(struct i2c_adapter *adapter, struct i2c_msg *messages, int count)
+{
+	return -ENXIO;
+}
+
 static u32 functionality(struct i2c_adapter *adapter)
 {
 	return I2C_FUNC_I2C | I2C_FUNC_SMBUS_EMUL;
@@ -94,11 +106,21 @@ static const struct i2c_algorithm algorithm = {
 	.functionality = functionality,
 };
 
+static const struct i2c_algorithm empty_algorithm = {
+	.master_xfer = transfer_nothing,
+	.functionality = functionality,
+};
+
 static struct i2c_adapter adapter = {
 	.owner = THIS_MODULE,
 	.name = "orla sensor",
-	.nr = SENSOR_BUS,
 	.algo = &algorithm,
+};
+
+static struct i2c_adapter empty_adapter = {
+	.owner = THIS_MODULE,
+	.name = "nothing",
+	.algo = &empty_algorithm,
 };
 
 static int log_show(struct seq_file *file, void *unused)
@@ -142,10 +164,20 @@ static struct debugfs_blob_wrapper content = { .data = registers, .size = sizeof
 
 static int __init sensor_init(void)
 {
-	int result = i2c_add_numbered_adapter(&adapter);
+	int result;
 
+	adapter.nr = bus;
+	result = i2c_add_numbered_adapter(&adapter);
 	if (result)
 		return result;
+	if (empty_bus >= 0) {
+		empty_adapter.nr = empty_bus;
+		result = i2c_add_numbered_adapter(&empty_adapter);
+		if (result) {
+			i2c_del_adapter(&adapter);
+			return result;
+		}
+	}
 	folder = debugfs_create_dir("orla_sensor", NULL);
 	debugfs_create_file("log", 0600, folder, NULL, &log_operations);
 	debugfs_create_blob("registers", 0400, folder, &content);
@@ -156,6 +188,8 @@ static int __init sensor_init(void)
 static void __exit sensor_exit(void)
 {
 	debugfs_remove_recursive(folder);
+	if (empty_bus >= 0)
+		i2c_del_adapter(&empty_adapter);
 	i2c_del_adapter(&adapter);
 }
 
