@@ -39,14 +39,14 @@ private slots:
     {
         QTest::addColumn<QByteArray>("name");
         QTest::addColumn<QByteArray>("value");
-        for (const char* name : {"LD_PRELOAD",    "LD_LIBRARY_PATH", "LD_AUDIT",
-                                 "IFS",           "BASH_ENV",        "ENV",
-                                 "CDPATH",        "SHELLOPTS",       "PS4",
-                                 "GCONV_PATH",    "GLIBC_TUNABLES",  "LIBMOUNT_FSTAB",
-                                 "LIBMOUNT_MTAB", "BLKID_FILE",      "PERL5LIB",
-                                 "PYTHONPATH",    "RUBYOPT",         "NLSPATH",
-                                 "TMPDIR",        "MALLOC_TRACE",    "BASH_FUNC_mount%%"})
-            QTest::newRow(name) << QByteArray(name) << QByteArray();
+        const QByteArray names =
+            "LD_PRELOAD LD_LIBRARY_PATH LD_AUDIT IFS BASH_ENV BASHOPTS ENV CDPATH FPATH GLOBIGNORE "
+            "PROMPT_COMMAND SHELLOPTS PS4 ZDOTDIR GCONV_PATH GETCONF_DIR GLIBC_TUNABLES "
+            "HOSTALIASES LOCALDOMAIN LOCPATH NIS_PATH NLSPATH RES_OPTIONS RESOLV_HOST_CONF "
+            "TERMINFO TERMINFO_DIRS TZDIR LIBMOUNT_FSTAB LIBMOUNT_MTAB BLKID_FILE PERL5LIB "
+            "PYTHONPATH RUBYOPT TMPDIR MALLOC_TRACE BASH_FUNC_mount%%";
+        for (const QByteArray& name : names.split(' '))
+            QTest::newRow(name.constData()) << name << QByteArray();
         QTest::newRow("a shell's function") << QByteArray("mount") << QByteArray("() { echo theirs; }");
     }
 
