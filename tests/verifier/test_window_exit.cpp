@@ -252,6 +252,20 @@ private slots:
         expectEnded(kParking);
     }
 
+    void aSecondDemandToEndChangesNothing()
+    {
+        makeWindow(false);
+        m_fixture->takeBoardLines();
+        m_fixture->clearConsoles();
+        QTimer::singleShot(0, this, [this] {
+            m_fixture->window().slot_terminate();
+            m_fixture->window().slot_terminate();
+        });
+        QCOMPARE(loop(), 0);
+        expectEnded(kParking);
+        QCOMPARE(m_fixture->messages().count("shutdown hardware"), 1);
+    }
+
     void aSignalDuringABlockingExchangeWaitsForItsEnd()
     {
         makeWindow(false);
