@@ -155,9 +155,18 @@ private slots:
     }
 
     // QSettings keeps a text with a zero in it within "@String(...)", and looks no further.
+    void aTextThatLooksLikeAnObjectIsSavedAgainAndAgain_data()
+    {
+        QTest::addColumn<QString>("before");
+        for (const char* before : {"", "a", "a b", "@", "1,2"})
+            QTest::newRow(before) << QString(before);
+    }
+
     void aTextThatLooksLikeAnObjectIsSavedAgainAndAgain()
     {
-        const QString text = QStringLiteral("@Variant(") + QString(3, QChar(0)) + QStringLiteral("\t");
+        QFETCH(QString, before);
+        const QString text =
+            before + QStringLiteral("@Variant(") + QString(3, QChar(0)) + QStringLiteral("\t");
         for (const int value : {1, 2, 3}) {
             SafeSettingsFile settings(kStageFile);
             if (value > 1)

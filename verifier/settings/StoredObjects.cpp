@@ -78,6 +78,13 @@ QByteArray withoutEscapes(const QByteArray& content)
     return plain;
 }
 
+// Behind any other letter, as in "@@Variant(" and "@String(a@Variant(", the sign is part of a text.
+// Behind a blank it may be, too, and then the text is taken for an object that nobody needs.
+bool canPrecedeValue(char letter)
+{
+    return letter == '=' || letter == ',' || std::isgraph(static_cast<unsigned char>(letter)) == 0;
+}
+
 bool isInOrder(QDataStream& stream, int depth);
 
 // Types that are no part of Qt are stored by their names, and so are those of Qt that the older
@@ -204,9 +211,7 @@ bool holdsUnsafeObject(const QByteArray& content)
         const int length = static_cast<int>(qstrlen(form.beginning));
         for (int at = plain.indexOf(form.beginning); at >= 0;
              at = plain.indexOf(form.beginning, at + length)) {
-            // Doubled, the sign stands for itself; behind a bracket, as in "@String(@Variant(", it
-            // does not begin the value and is a text.
-            if (at > 0 && (plain[at - 1] == '@' || plain[at - 1] == '('))
+            if (at > 0 && !canPrecedeValue(plain[at - 1]))
                 continue;
             QBuffer buffer(&plain);
             buffer.open(QIODevice::ReadOnly);
