@@ -137,12 +137,12 @@ private slots:
         PaintCounter positionPaints(find<QLineEdit>("EDIT_Z_POSITION"));
         QVector<int> values;
         int paintsBehind = 0;
-        const auto connection = connect(bar, &QProgressBar::valueChanged, [&](int value) {
+        QObject listener;
+        connect(bar, &QProgressBar::valueChanged, &listener, [&](int value) {
             paintsBehind = std::max(paintsBehind, int(values.size()) - barPaints.count);
             values << value;
         });
         QVERIFY(runs());
-        disconnect(connection);
         QCOMPARE(values, QVector<int>({0, 6, 13, 20, 26, 33, 40, 46, 53, 60, 66, 73, 80, 86, 93, 100}));
         // Each value is on the screen before the next one comes, though no event runs.
         QVERIFY2(paintsBehind <= 1, qPrintable(QString::number(paintsBehind)));
@@ -154,19 +154,18 @@ private slots:
         find<QProgressBar>("PROGRESS_AUTOFOCUS")->setValue(50);
         QStringList wrong;
         int looks = 0;
-        const auto connection =
-            connect(find<QProgressBar>("PROGRESS_AUTOFOCUS"), &QProgressBar::valueChanged, [&] {
-                ++looks;
-                for (const char* name :
-                     {"BUTTON_EXIT", "BUTTON_DEBUG", "SPIN_DEBUG", "DebugMessage", "DebugController"})
-                    if (!isEnabled(name))
-                        wrong << QString("%1 is disabled").arg(name);
-                const bool started = looks > 1; // the bar is reset before the controls are locked
-                if (started && isEnabled("TAB_MENU"))
-                    wrong << "TAB_MENU is enabled";
-            });
+        QObject listener;
+        connect(find<QProgressBar>("PROGRESS_AUTOFOCUS"), &QProgressBar::valueChanged, &listener, [&] {
+            ++looks;
+            for (const char* name :
+                 {"BUTTON_EXIT", "BUTTON_DEBUG", "SPIN_DEBUG", "DebugMessage", "DebugController"})
+                if (!isEnabled(name))
+                    wrong << QString("%1 is disabled").arg(name);
+            const bool started = looks > 1; // the bar is reset before the controls are locked
+            if (started && isEnabled("TAB_MENU"))
+                wrong << "TAB_MENU is enabled";
+        });
         QVERIFY(runs());
-        disconnect(connection);
         QCOMPARE(wrong, QStringList());
         QVERIFY(looks > kSamples);
     }
@@ -220,17 +219,17 @@ private slots:
         // The sequencer exists once the bar has been reset.
         auto* bar = find<QProgressBar>("PROGRESS_AUTOFOCUS");
         bar->setValue(50);
-        const auto connection = connect(bar, &QProgressBar::valueChanged, [&](int value) {
+        QObject listener;
+        connect(bar, &QProgressBar::valueChanged, &listener, [&](int value) {
             if (value != 0)
                 return;
-            connect(sequencers().first(), &alg_Autofocus::sig_review_AutoFocusing,
+            connect(sequencers().first(), &alg_Autofocus::sig_review_AutoFocusing, &listener,
                     [&](int, const std::vector<AutoFocusingData_t>& taken, int best) {
                         samples = taken;
                         bestIndex = best;
                     });
         });
         QVERIFY(runs());
-        disconnect(connection);
         QCOMPARE(int(samples.size()), kSamples);
         QCOMPARE(logLines().filter("slot_review_AutoFocusing"), reviewLog(1, samples, bestIndex));
         for (int i = 0; i < kSamples; ++i)
