@@ -65,9 +65,12 @@ endfunction()
 # orla_wide_file_times(<sources>...)
 # These sources read and write file times beyond 2038 also where the system's own are of 32 bits.
 # Not for the program as a whole: the records of a frame that the kernel of such a board hands out
-# hold a time too, and their size is part of the request's number.
+# hold a time too, and their size is part of the request's number. Elsewhere the system's calls keep
+# their names, by which tests take their place.
 function(orla_wide_file_times)
-    set_property(SOURCE ${ARGN} APPEND PROPERTY COMPILE_DEFINITIONS _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+    if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+        set_property(SOURCE ${ARGN} APPEND PROPERTY COMPILE_DEFINITIONS _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+    endif()
 endfunction()
 
 # orla_count_conversions(<program>)
