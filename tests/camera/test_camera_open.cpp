@@ -6,9 +6,9 @@
 #include <QtTest>
 
 #include "CameraTools.h"
-#include "NoMoreThreads.h"
 #include "settings/GlobalIni.h"
 #include "settings/SettingsFiles.h"
+#include "support/NoMoreThreads.h"
 
 namespace {
 

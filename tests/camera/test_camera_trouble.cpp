@@ -6,8 +6,8 @@
 #include <QtTest>
 
 #include "CameraTools.h"
-#include "NoMoreThreads.h"
 #include "settings/SettingsFiles.h"
+#include "support/NoMoreThreads.h"
 
 namespace {
 

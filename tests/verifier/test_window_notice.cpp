@@ -10,9 +10,9 @@
 #include <QtTest>
 
 #include "Controller/Controller.h"
-#include "camera/NoMoreThreads.h"
 #include "camera/OV5642Camera.h"
 #include "support/LayoutChecks.h"
+#include "support/NoMoreThreads.h"
 #include "support/WindowFixture.h"
 
 namespace {
