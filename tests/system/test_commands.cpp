@@ -23,6 +23,8 @@ private slots:
     void aChoiceOfTestsIsBuiltAndRun_data();
     void aChoiceOfTestsIsBuiltAndRun();
     void aChangedPresetIsConfiguredAnew();
+    void anEmulatedMachineWithoutItsPackagesIsSkipped_data();
+    void anEmulatedMachineWithoutItsPackagesIsSkipped();
     void theGateGoesThroughAllStepsAndFailsWithAnyOfThem_data();
     void theGateGoesThroughAllStepsAndFailsWithAnyOfThem();
     void aFolderThatCannotBeWrittenIsOneLine_data();
@@ -37,7 +39,7 @@ private slots:
 namespace {
 
 constexpr int kRunLimit_ms = 120000;
-constexpr int kUsageError = 2;
+constexpr int kUsageError = 2, kSkipped = 77;
 
 const QStringList kAll{"*"};
 constexpr QDir::Filters kEverything = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
@@ -54,8 +56,9 @@ public:
             QDir(m_folder.path()).mkpath(folder);
         for (const char* script : {"run", "test", "scripts/prepare.sh", ".ci/run"})
             QFile::copy(source.filePath(script), file(script));
-        for (const char* list : {"scripts/packages.txt", "scripts/test-packages.txt",
-                                 "scripts/lint-packages.txt", "scripts/root-packages.txt"})
+        for (const char* list :
+             {"scripts/packages.txt", "scripts/test-packages.txt", "scripts/lint-packages.txt",
+              "scripts/root-packages.txt", "scripts/machine-packages.txt"})
             write(file(list), "# none\n");
         for (const char* tool : {"cmake", "ctest"})
             writeScript(tools() + '/' + tool, "exit 0\n");
@@ -261,6 +264,28 @@ void TestCommands::aChangedPresetIsConfiguredAnew()
     QCOMPARE(configurations(), 0);
     QVERIFY(setAge(made, 3));
     QCOMPARE(configurations(), 1);
+}
+
+void TestCommands::anEmulatedMachineWithoutItsPackagesIsSkipped_data()
+{
+    QTest::addColumn<QString>("list");
+    for (const char* list : {"machine", "root", "test"})
+        QTest::newRow(list) << QString("scripts/%1-packages.txt").arg(list);
+}
+
+void TestCommands::anEmulatedMachineWithoutItsPackagesIsSkipped()
+{
+    QFETCH(QString, list);
+    Copy copy;
+    // Neither root nor sudo can bring it.
+    for (const char* tool : {"apt-get", "sudo"})
+        copy.setTool(tool, "exit 1\n");
+    Copy::write(copy.file(list), "# one\nno-such-package\n");
+    const Ended ended = copy.run({"./test", "machine"});
+    QVERIFY2(ended.status == kSkipped, qPrintable(ended.errors));
+    QVERIFY2(ended.errors.contains("no-such-package"), qPrintable(ended.errors));
+    QVERIFY2(ended.errors.contains("\nskipped: ") && ended.errors.contains(QFileInfo(list).fileName()),
+             qPrintable(ended.errors));
 }
 
 void TestCommands::theGateGoesThroughAllStepsAndFailsWithAnyOfThem_data()
