@@ -25,6 +25,8 @@ private slots:
     void aChangedPresetIsConfiguredAnew();
     void anEmulatedMachineWithoutItsPackagesIsSkipped_data();
     void anEmulatedMachineWithoutItsPackagesIsSkipped();
+    void aProcessorThatNothingEmulatesIsSkipped_data();
+    void aProcessorThatNothingEmulatesIsSkipped();
     void theGateGoesThroughAllStepsAndFailsWithAnyOfThem_data();
     void theGateGoesThroughAllStepsAndFailsWithAnyOfThem();
     void aFolderThatCannotBeWrittenIsOneLine_data();
@@ -54,7 +56,8 @@ public:
         const QDir source(PROJECT_FOLDER);
         for (const char* folder : {"project/scripts", "project/.ci", "tools", "temporary"})
             QDir(m_folder.path()).mkpath(folder);
-        for (const char* script : {"run", "test", "scripts/prepare.sh", ".ci/run"})
+        for (const char* script :
+             {"run", "test", "scripts/prepare.sh", "scripts/root_packages.sh", ".ci/run"})
             QFile::copy(source.filePath(script), file(script));
         for (const char* list :
              {"scripts/packages.txt", "scripts/test-packages.txt", "scripts/lint-packages.txt",
@@ -285,6 +288,41 @@ void TestCommands::anEmulatedMachineWithoutItsPackagesIsSkipped()
     QVERIFY2(ended.status == kSkipped, qPrintable(ended.errors));
     QVERIFY2(ended.errors.contains("no-such-package"), qPrintable(ended.errors));
     QVERIFY2(ended.errors.contains("\nskipped: ") && ended.errors.contains(QFileInfo(list).fileName()),
+             qPrintable(ended.errors));
+}
+
+void TestCommands::aProcessorThatNothingEmulatesIsSkipped_data()
+{
+    QTest::addColumn<QStringList>("where");
+    QTest::addColumn<bool>("machineKnows"); // what the kernel has one table for
+    for (const bool machineKnows : {false, true})
+        QTest::addRow("in a root, %d", machineKnows) << QStringList() << machineKnows;
+    QTest::newRow("outside") << QStringList("--outside") << false;
+}
+
+void TestCommands::aProcessorThatNothingEmulatesIsSkipped()
+{
+    QFETCH(QStringList, where);
+    QFETCH(bool, machineKnows);
+    Copy copy;
+    QFile::copy(QDir(PROJECT_FOLDER).filePath("scripts/in_root"), copy.file("scripts/in_root"));
+    QDir().mkpath(copy.file("build/roots/armhf/run"));
+    // An older kernel: no table of emulators for a namespace. All else is only said to be mounted.
+    copy.setTool("mount", "case \" $* \" in *' binfmt_misc '*) exit 1;; esac\n");
+    copy.setTool("chroot", machineKnows ? "echo reached\n" : "exit 1\n");
+    // As if within the namespaces already.
+    copy.setVariable("IN_ROOT_LOCK", "9");
+    const Ended ended =
+        copy.run(QStringList{"scripts/in_root", "armhf"} + where + QStringList{"echo", "reached"});
+    if (machineKnows) {
+        QVERIFY2(ended.status == 0, qPrintable(ended.errors));
+        QVERIFY(ended.output.contains("reached"));
+        return;
+    }
+    QCOMPARE(ended.output, QString());
+    QVERIFY2(ended.status == kSkipped, qPrintable(ended.errors));
+    QVERIFY2(ended.errors.startsWith("skipped: "), qPrintable(ended.errors));
+    QVERIFY2(ended.errors.contains("apt-get install qemu-user-static binfmt-support"),
              qPrintable(ended.errors));
 }
 
