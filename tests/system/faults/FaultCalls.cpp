@@ -119,6 +119,17 @@ std::string diskTarget(const std::string& path, const std::string& name)
     return path.find("/ORLA-II") == std::string::npos ? name : "autofocus folder";
 }
 
+/// The folder in which the stand-ins for mount and umount lie: the first of the search path.
+const std::string& commandFolder()
+{
+    static const std::string folder = [] {
+        const char* const path = std::getenv("PATH");
+        const std::string folders(path ? path : "");
+        return folders.substr(0, folders.find(':')) + '/';
+    }();
+    return folder;
+}
+
 /// What a path of the instrument is called; empty for any other path.
 std::string target(const char* path)
 {
@@ -138,7 +149,7 @@ std::string target(const char* path)
         if (text.rfind(place.start, 0) == 0)
             return std::strcmp(place.name, "disk") == 0 ? diskTarget(text, place.name) : place.name;
     for (const char* command : kCommands)
-        if (endsWith(text, (std::string("/bin/") + command).c_str()) && text.rfind("/tmp/", 0) == 0)
+        if (text == commandFolder() + command)
             return command;
     return {};
 }
