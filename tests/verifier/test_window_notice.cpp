@@ -109,6 +109,12 @@ private slots:
         QCOMPARE(layout::clippedTexts(&window()).filter("LABEL_NOTICE").join("; "), QString());
         QCOMPARE(layout::faintTexts(&window(), kReadable).filter("LABEL_NOTICE").join("; "), QString());
         QCOMPARE(window().childAt(0, notice()->height()) == notice(), false);
+        // An edge of one pixel sets it off from the picture.
+        const QImage band = notice()->grab().toImage();
+        const int last = band.height() - 1;
+        QVERIFY(band.pixel(0, last) != band.pixel(0, last - 1));
+        QCOMPARE(band.pixel(band.width() - 1, last), band.pixel(0, last));
+        QCOMPARE(band.pixel(0, last - 1), band.pixel(0, 0));
         keepPicture(QTest::currentDataTag());
     }
 
@@ -125,6 +131,16 @@ private slots:
         bring(cause);
         QVERIFY(notice()->isVisible());
         take(cause);
+        QVERIFY(notice()->isHidden());
+    }
+
+    void aSettingThatTheSensorDoesNotTakeIsToldAtOnce()
+    {
+        QVERIFY(camera().faults().enable("i2c-nack"));
+        click("BUTTON_EXPOSURE_FINE_UP");
+        QVERIFY(notice()->isVisible());
+        clearFaults();
+        click("BUTTON_EXPOSURE_FINE_DOWN");
         QVERIFY(notice()->isHidden());
     }
 
