@@ -1,4 +1,5 @@
-# Finds single OpenCV modules and makes one imported target of each (opencv_core, ...).
+# Finds single OpenCV modules and makes one imported target of each (opencv_core, ...). The name by
+# which a program loads one while it runs is OpenCV_<module>_SONAME.
 #
 # The distribution ships OpenCV's own CMake package only with all of its modules and
 # their several hundred dependencies; the three that are used here come in packages of
@@ -18,6 +19,9 @@ foreach(_module IN LISTS OpenCV_FIND_COMPONENTS)
     find_library(OpenCV_${_module}_LIBRARY opencv_${_module})
     if(OpenCV_INCLUDE_DIR AND OpenCV_${_module}_LIBRARY)
         set(OpenCV_${_module}_FOUND TRUE)
+        execute_process(COMMAND "${CMAKE_READELF}" --dynamic "${OpenCV_${_module}_LIBRARY}"
+            OUTPUT_VARIABLE _text COMMAND_ERROR_IS_FATAL ANY)
+        string(REGEX REPLACE ".*\\(SONAME\\)[^[]*\\[([^]]*)\\].*" "\\1" OpenCV_${_module}_SONAME "${_text}")
         if(NOT TARGET opencv_${_module})
             add_library(opencv_${_module} UNKNOWN IMPORTED)
             set_target_properties(opencv_${_module} PROPERTIES

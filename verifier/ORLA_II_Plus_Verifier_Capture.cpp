@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <exception>
-#include <vector>
 
 #include <QBuffer>
 #include <QFileDialog>
@@ -14,11 +13,11 @@
 #include <QMessageBox>
 #include <QScreen>
 
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
+#include <opencv2/core.hpp>
 
 #include "WindowStyle.h"
 #include "camera/OV5642Camera.h"
+#include "picture/PictureFile.h"
 #include "platform/DebugLog.h"
 #include "platform/DeviceCalls.h"
 #include "platform/DiskFile.h"
@@ -94,11 +93,7 @@ void ORLA_II_Plus_Verifier::writeFrame(const QString& fileName)
     try {
         const cv::Mat frame(m_frameHeight_px, m_frameWidth_px, CV_8UC3, m_camera->getFrame(),
                             static_cast<std::size_t>(m_frameWidth_px) * kRgbBytesPerPixel);
-        cv::Mat bgr;
-        cv::cvtColor(frame, bgr, cv::COLOR_RGB2BGR);
-        std::vector<unsigned char> picture;
-        if (!cv::imencode(kCaptureEnding, bgr, picture) ||
-            !disk_file::write(fixedPathOf(fileName), picture.data(), picture.size()))
+        if (!writePicture(fixedPathOf(fileName), frame))
             logMessage(this, {Q_FUNC_INFO, "[Error]", fixedPathOf(fileName)});
     } catch (const std::exception& exception) {
         logMessage(this, {Q_FUNC_INFO, "[Error]", fixedPathOf(fileName), exception.what()});

@@ -23,7 +23,7 @@ verifier=$(echo "$out"/orla-verifier_*.deb)
 simulator=$(echo "$out"/orla-verifier-simulator_*.deb)
 [ -f "$verifier" ] && [ -f "$simulator" ] || { ls "$out"; exit 1; }
 
-for library in libqt5widgets5 libqt5serialport5 libopencv-core libswscale libv4l-0 kbd fonts-dejavu-core; do
+for library in libqt5widgets5 libqt5serialport5 libopencv-core libopencv-imgcodecs4 libswscale libv4l-0 kbd fonts-dejavu-core; do
     dpkg-deb -f "$verifier" Depends | grep -q "$library" || complain "the dependency on $library is missing"
 done
 dpkg-deb -f "$verifier" Maintainer | grep -q '^.* <.*@.*>$' || complain "no maintainer"

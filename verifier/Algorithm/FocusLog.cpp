@@ -1,16 +1,11 @@
 #include "Algorithm/FocusLog.h"
 
 #include <exception>
-#include <string>
-#include <vector>
 
 #include <QByteArray>
-#include <QFileInfo>
 #include <QTextStream>
 
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
-
+#include "picture/PictureFile.h"
 #include "platform/DiskFile.h"
 #include "platform/InstrumentPath.h"
 
@@ -69,11 +64,7 @@ bool createDirectory(const QString& path)
 bool writeFrame(const QString& path, const cv::Mat& rgbFrame)
 {
     try {
-        cv::Mat bgr;
-        cv::cvtColor(rgbFrame, bgr, cv::COLOR_RGB2BGR);
-        std::vector<unsigned char> picture;
-        const std::string ending = '.' + QFileInfo(path).suffix().toStdString();
-        return cv::imencode(ending, bgr, picture) && disk_file::write(path, picture.data(), picture.size());
+        return writePicture(path, rgbFrame);
     } catch (const std::exception&) {
         return false;
     }
