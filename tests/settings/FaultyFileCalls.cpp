@@ -9,6 +9,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <QDir>
+#include <QFile>
+
 namespace {
 
 using FaultyFileCalls::Fault;
@@ -22,6 +25,7 @@ struct State
     QByteArray kind; // with the blank behind it; empty for every
     int count = 0;
     QByteArrayList calls;
+    QByteArrayList inMemory; // made since it was armed
 };
 
 State& state()
@@ -49,6 +53,19 @@ QByteArray pathOf(int fd)
     return size > 0 ? QByteArray(path, static_cast<int>(size)) : QByteArray("?");
 }
 
+// Where settings are worked on. Its names are random, but all children of a test go on from the
+// same random numbers: what one left behind, each after it would have to find its way around.
+constexpr char kMemory[] = "/dev/shm/orla-scratch-";
+
+// What is in memory goes as well.
+[[noreturn]] void cutThePower()
+{
+    g_armed = false;
+    for (const QByteArray& folder : state().inMemory)
+        QDir(QFile::decodeName(folder)).removeRecursively();
+    ::_exit(FaultyFileCalls::kCutStatus);
+}
+
 // The fault that the present call has. Does not return where the process is cut.
 Fault enter(const QByteArray& description)
 {
@@ -61,7 +78,7 @@ Fault enter(const QByteArray& description)
     if (!hit)
         return Fault::None;
     if (now.fault == Fault::Cut)
-        ::_exit(FaultyFileCalls::kCutStatus);
+        cutThePower();
     return now.fault;
 }
 
@@ -71,7 +88,7 @@ int guarded(const QByteArray& description, Call call)
 {
     const Fault fault = enter(description);
     if (fault == Fault::CutHalf)
-        ::_exit(FaultyFileCalls::kCutStatus);
+        cutThePower();
     if (fault == Fault::Error) {
         errno = state().errorNumber;
         return -1;
@@ -129,7 +146,7 @@ ssize_t write(int fd, const void* bytes, size_t count)
         return -1;
     case Fault::CutHalf:
         call(fd, bytes, count / 2);
-        ::_exit(FaultyFileCalls::kCutStatus);
+        cutThePower();
     case Fault::Half:
         return call(fd, bytes, count > 1 ? count / 2 : count);
     default:
@@ -181,8 +198,12 @@ int unlink(const char* path) noexcept
 int mkdir(const char* path, mode_t mode) noexcept
 {
     const auto call = original<int (*)(const char*, mode_t)>("mkdir");
-    return g_armed ? guarded(QByteArray("mkdir ") + path, [&] { return call(path, mode); })
-                   : call(path, mode);
+    if (!g_armed)
+        return call(path, mode);
+    const int result = guarded(QByteArray("mkdir ") + path, [&] { return call(path, mode); });
+    if (result == 0 && QByteArray(path).startsWith(kMemory))
+        state().inMemory.append(path);
+    return result;
 }
 
 int rmdir(const char* path) noexcept
@@ -231,7 +252,7 @@ namespace FaultyFileCalls {
 
 void arm(Fault fault, int number, int errorNumber, bool lasting, const QByteArray& kind)
 {
-    state() = State{fault, number, errorNumber, lasting, kind.isEmpty() ? kind : kind + ' ', 0, {}};
+    state() = State{fault, number, errorNumber, lasting, kind.isEmpty() ? kind : kind + ' ', 0, {}, {}};
     g_armed = true;
 }
 

@@ -12,7 +12,7 @@ namespace FaultyFileCalls {
 
 enum class Fault {
     None,
-    Cut,     ///< the process ends before the call, as if the power failed
+    Cut,     ///< the process ends before the call, and its memory goes, as if the power failed
     CutHalf, ///< a write stores half of its bytes first, then as Cut
     Error,   ///< the call fails with the given error number
     Half,    ///< a write stores half of its bytes and says so; other calls work

@@ -31,6 +31,8 @@ constexpr RegisterIndex kRegisters = {0x3501, 0x3502, 0x350A, 0x350B, 0x3400,
                                       0x3401, 0x3402, 0x3403, 0x3404, 0x3405};
 constexpr const char* kFiles[] = {kMainSettingsFile, kCusCalibrationFile, kBfnCalibrationFile, kStageFile};
 constexpr int kFileCount = int(std::size(kFiles));
+/// Calls that not every save makes: a file gets its time by one where the clock has not moved on.
+constexpr int kStamps = kFileCount;
 constexpr SettingsPart kTabs[] = {SettingsPart::Stage, SettingsPart::Camera, SettingsPart::Qc};
 
 using Contents = std::array<QByteArray, kFileCount>;
@@ -120,12 +122,14 @@ private slots:
         QFETCH(int, tab);
         const auto part = SettingsPart(tab);
         const Contents fresh = contentsAfterSave(part);
+        const int calls = callsOfASave(part);
         int cuts = 0;
         int mixed = 0;
         int status = FaultyFileCalls::kCutStatus;
         while (status == FaultyFileCalls::kCutStatus) {
             putOld();
             ++cuts;
+            QVERIFY2(cuts <= calls + 1 + kStamps, "what a cut left behind makes calls of a later save");
             status = inChild([part, cuts] {
                 FaultyFileCalls::arm(Fault::Cut, cuts);
                 saveTab(part, 1);
@@ -141,6 +145,7 @@ private slots:
                 return;
         }
         QCOMPARE(status, 0);
+        QVERIFY2(cuts >= calls + 1 - kStamps, "cuts are not seen");
         QVERIFY2(cuts > 25, "the calls are not seen");
         // Where several files belong to a tab, one may be new while another is old.
         QCOMPARE(mixed > 0, part != SettingsPart::Qc);
@@ -181,6 +186,16 @@ private:
         putOld();
         inChild([tab] { return saveTab(tab, 1), 0; });
         return contents();
+    }
+
+    int callsOfASave(SettingsPart tab)
+    {
+        putOld();
+        return inChild([tab] {
+            FaultyFileCalls::arm(Fault::None, 0);
+            saveTab(tab, 1);
+            return FaultyFileCalls::disarm();
+        });
     }
 
     void putOld() const
