@@ -117,7 +117,10 @@ endif()
 # Of a test that configures a project once more: with the same compiler.
 set(orla_configure_environment)
 if(CMAKE_TOOLCHAIN_FILE)
-    set(orla_configure_environment "CMAKE_TOOLCHAIN_FILE=${CMAKE_TOOLCHAIN_FILE}")
+    # A preset names it from this project's folder.
+    cmake_path(ABSOLUTE_PATH CMAKE_TOOLCHAIN_FILE BASE_DIRECTORY "${PROJECT_SOURCE_DIR}" NORMALIZE
+        OUTPUT_VARIABLE _toolchain)
+    set(orla_configure_environment "CMAKE_TOOLCHAIN_FILE=${_toolchain}")
 endif()
 
 # orla_time_limit(<test> <seconds>): what the test may take as shipped; longer where it has to be.
