@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <memory>
+#include <new>
 
 #include <QElapsedTimer>
 #include <QSignalSpy>
@@ -31,6 +32,25 @@ public:
         enterState(State::FineFirstStep);
         prepareAutoFocusing_Step(230, 7);
     }
+};
+
+/// While it lives, no matrix gets memory.
+class NoMemoryLeft : public cv::MatAllocator
+{
+public:
+    NoMemoryLeft() { cv::Mat::setDefaultAllocator(this); }
+    ~NoMemoryLeft() override { cv::Mat::setDefaultAllocator(m_before); }
+
+    cv::UMatData* allocate(int, const int*, int, void*, std::size_t*, cv::AccessFlag,
+                           cv::UMatUsageFlags) const override
+    {
+        throw std::bad_alloc();
+    }
+    bool allocate(cv::UMatData*, cv::AccessFlag, cv::UMatUsageFlags) const override { return false; }
+    void deallocate(cv::UMatData*) const override {}
+
+private:
+    cv::MatAllocator* const m_before = cv::Mat::getDefaultAllocator();
 };
 
 } // namespace
@@ -192,6 +212,21 @@ private slots:
         QCOMPARE(dark, focus_measures::darkPixelCount(frame, 1, FOCUS_WINDOW_320x240));
         sequencer->analyze_grabbed_image_bG(frame);
         QCOMPARE(sequencer->samples().back().focusValue, sequencer->brennerGradient(plane));
+    }
+
+    void aFrameThatMemoryDoesNotSufficeForScoresZero()
+    {
+        Run run(autofocus(0));
+        cv::Mat frame(480, 640, CV_8UC3, cv::Scalar(1, 2, 3));
+        {
+            const NoMemoryLeft noMemory;
+            run.sequencer->analyze_grabbed_image_bG(frame);
+            run.sequencer->analyze_grabbed_image_bG(frame);
+        }
+        QCOMPARE(run.sequencer->samples().back().focusValue, 0.0);
+        QCOMPARE(run.log.size(), 1);
+        QVERIFY2(run.log.first().endsWith("|[Error] frame not scored:|std::bad_alloc"),
+                 qPrintable(run.log.first()));
     }
 
     void findFocusValueKeepsItsList()

@@ -154,6 +154,26 @@ private slots:
         QCOMPARE(doubtsOf(fixture.controller), QStringList());
     }
 
+    void behindItsReplyACommandIsOver()
+    {
+        ControllerFixture fixture;
+        fixture.open();
+        fixture.controller.setPortListener(true);
+        fixture.controller.m_timeouts.diagnosisRead_ms = kShort_ms;
+        fixture.peer.answer("$OK,STM1,GET_POS,640,\r\n");
+        kQuery(fixture.controller);
+        fixture.controller.z_stage_abs(SERIAL_NON_BLOCKING, 640);
+        QTRY_COMPARE(fixture.peer.received().size(), 2);
+        fixture.peer.send("$OK,STM1,ABS,640,\r\n");
+        QTRY_COMPARE(fixture.controller.responseInfo().command, QString("ABS"));
+        // No later line is taken for its reply, and none is missed.
+        fixture.peer.send("$NG,DEVICE,EVENT,1,\r\n");
+        QTRY_COMPARE(fixture.controller.responseInfo().command, QString("EVENT"));
+        QCOMPARE(doubtsOf(fixture.controller), QStringList());
+        QTest::qWait(2 * kShort_ms);
+        QVERIFY(fixture.controller.answers());
+    }
+
     void aReplyThatNeverComesIsMissedInTheEnd()
     {
         ControllerFixture fixture;

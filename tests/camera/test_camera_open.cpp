@@ -85,6 +85,7 @@ private slots:
         ScriptedCamera machine;
         {
             const OV5642Camera camera;
+            QCOMPARE(camera.rgbFrameSize(), 0u);
             QCOMPARE(machine.calls(), QStringList({kOpenVideo, kCloseOnExec}));
             QVERIFY(!camera.isStreaming());
             QVERIFY(!camera.openFailed());

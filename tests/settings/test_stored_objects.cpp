@@ -80,8 +80,8 @@ private slots:
         std::string value;
         QVERIFY(!ini_read("Z stage", "Step", "256", value, kStageFile));
         QCOMPARE(QString::fromStdString(value), QString("256"));
-        QVERIFY2(log.messages().join('\n').contains(kUnsafeObjectReason),
-                 qPrintable(log.messages().join('\n')));
+        const QString told = QString("[Error] \"%1\" %2").arg(kStageFile, kUnsafeObjectReason);
+        QVERIFY2(log.messages().contains(told), qPrintable(log.messages().join('\n')));
         global_ini_t record{};
         loadStageFile(record);
         QCOMPARE(record.Z_step, 256);

@@ -359,6 +359,7 @@ private slots:
         QVERIFY(caption && caption->isVisible());
         QCOMPARE(caption->text(), QString("Board"));
         QVERIFY(board->rect().contains(caption->geometry()));
+        QCOMPARE(caption->pos(), QPoint(5, 0));
         // The caption lets the press through.
         QSignalSpy pressed(board, &QPushButton::clicked);
         const QPoint middle = caption->mapTo(m_panel.get(), caption->rect().center());
