@@ -34,7 +34,7 @@ private slots:
     void itClosesWithItsBlockAndLeavesErrnoAlone()
     {
         const int fd = m_writing.release();
-        QVERIFY(!m_writing.isOpen());
+        QCOMPARE(m_writing.get(), -1);
         {
             const FileDescriptor owner(fd);
             QVERIFY(owner.isOpen() && isOpen(fd));

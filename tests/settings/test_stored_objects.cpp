@@ -49,6 +49,7 @@ private slots:
             << valueOf("\\0\\0\\0\\b\\0\\0\\0\\x1\\0\\0\\0\\x2\\0k" + kList + "\\xff\\xff\\xff\\xff");
         QTest::newRow("picture") << valueOf("\\0\\0\\0"
                                             "F\\0\\0\\0\\x1");
+        QTest::newRow("pointer, the first that Qt 5 numbers anew") << valueOf("\\0\\0\\0\\x80");
         QTest::newRow("list by its name")
             << valueOf("\\0\\0\\0\\x7f\\0\\0\\0\\rQVariantList\\0\\xff\\xff\\xff\\xff");
         QTest::newRow("as date") << QByteArray("v=@DateTime(" + kList + "\\0\\xff\\xff\\xff\\xff)\n");
