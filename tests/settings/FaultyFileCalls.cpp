@@ -218,6 +218,12 @@ int ftruncate64(int fd, off64_t length) noexcept
     return g_armed ? guarded("ftruncate " + pathOf(fd), [&] { return call(fd, length); }) : call(fd, length);
 }
 
+int fstat(int fd, struct stat* file) noexcept
+{
+    const auto call = original<int (*)(int, struct stat*)>("fstat");
+    return g_armed ? guarded("fstat " + pathOf(fd), [&] { return call(fd, file); }) : call(fd, file);
+}
+
 int fchmod(int fd, mode_t mode) noexcept
 {
     const auto call = original<int (*)(int, mode_t)>("fchmod");
@@ -238,7 +244,13 @@ int futimens(int fd, const timespec times[2]) noexcept
 }
 
 #ifndef __LP64__
-// What futimens is called where wide times were asked for on a machine whose own are not.
+// What fstat and futimens are called where wide times were asked for on a machine whose own are not.
+int wideFstat(int fd, void* file) noexcept __asm__("__fstat64_time64");
+int wideFstat(int fd, void* file) noexcept
+{
+    const auto call = original<int (*)(int, void*)>("__fstat64_time64");
+    return g_armed ? guarded("fstat " + pathOf(fd), [&] { return call(fd, file); }) : call(fd, file);
+}
 int wideFutimens(int fd, const void* times) noexcept __asm__("__futimens64");
 int wideFutimens(int fd, const void* times) noexcept
 {

@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -355,6 +356,23 @@ private slots:
         file.settings().setValue("a/v", 3);
         QVERIFY(file.commit());
         verifyOwnerAndMode(owner, group, mode, "[a]\nv=3\n");
+    }
+
+    void aSaveNeedsNoStandardInput()
+    {
+        putBytes(machinePath(), "[a]\nv=1\n");
+        // The next file that is opened takes its number.
+        const int input = ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+        ::close(STDIN_FILENO);
+        SafeSettingsFile file(kFile);
+        file.settings().setValue("a/v", 2);
+        const bool saved = file.commit();
+        if (input >= 0) {
+            ::dup2(input, STDIN_FILENO);
+            ::close(input);
+        }
+        QVERIFY(saved);
+        QCOMPARE(bytesOf(machinePath()), QByteArray("[a]\nv=2\n"));
     }
 
     void aWriteProtectedFileIsLeftAlone()
