@@ -440,6 +440,8 @@ private slots:
         sequencer->analyze_grabbed_image_bG(grey);
         QCOMPARE(sequencer->samples().size(), std::size_t(2));
         QCOMPARE(sequencer->samples()[1].focusValue, 0.0);
+        // No run has begun, and no move was reported.
+        QCOMPARE(sequencer->samples()[1].zPosition, 0);
     }
 };
 
