@@ -111,6 +111,19 @@ private slots:
         QCOMPARE(int(g_othersCount), 0);
     }
 
+    // A window lets events in while it is made, and can be told to end only afterwards.
+    void aSignalWaitsUntilSomebodyListens()
+    {
+        const OthersHandlers others(othersHandler);
+        TerminationSignal termination(Second::IsAbsorbed);
+        ::raise(SIGTERM);
+        QTest::qWait(50);
+        QVERIFY(!termination.isReceived());
+        QSignalSpy spy(&termination, &TerminationSignal::received);
+        QTRY_COMPARE(spy.count(), 1);
+        QCOMPARE(termination.exitStatus(), 143);
+    }
+
     void moreSignalsAreAbsorbed()
     {
         const OthersHandlers others(othersHandler);

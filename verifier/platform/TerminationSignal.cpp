@@ -29,6 +29,7 @@ TerminationSignal::TerminationSignal(Second second)
     if (::pipe2(m_pipe, O_CLOEXEC | O_NONBLOCK) != 0)
         return;
     m_notifier = new QSocketNotifier(m_pipe[0], QSocketNotifier::Read, this);
+    m_notifier->setEnabled(false);
     connect(m_notifier, &QSocketNotifier::activated, this, [this] { readPipe(); });
     g_signalPipe = m_pipe[1];
     for (const int number : kSignals)
@@ -44,6 +45,12 @@ TerminationSignal::~TerminationSignal()
     g_signalPipe = -1;
     ::close(m_pipe[0]);
     ::close(m_pipe[1]);
+}
+
+void TerminationSignal::connectNotify(const QMetaMethod& signal)
+{
+    if (m_notifier != nullptr && signal == QMetaMethod::fromSignal(&TerminationSignal::received))
+        m_notifier->setEnabled(true);
 }
 
 void TerminationSignal::takeOver(int number, Second second)
