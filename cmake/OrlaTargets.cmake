@@ -107,6 +107,7 @@ math(EXPR _function_limit_ms "${orla_patience} * 300000")
 set(orla_test_environment
     QT_QPA_PLATFORM=offscreen
     QTEST_FUNCTION_TIMEOUT=${_function_limit_ms}
+    ORLA_TEST_PATIENCE=${orla_patience}
     "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.supp:history_size=4"
     "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/lsan.supp"
     UBSAN_OPTIONS=print_stacktrace=1)

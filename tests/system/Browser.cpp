@@ -5,9 +5,11 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
+#include "tests/support/Patience.h"
+
 namespace {
 
-constexpr int kLimit_ms = 120000;
+const int kLimit_ms = patient_ms(120000);
 
 // A window of the browser is no narrower than 500 pixels, a frame in it is.
 constexpr const char* kFrame = R"(<!DOCTYPE html><html><body>

@@ -4,12 +4,14 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+#include "tests/support/Patience.h"
+
 /// One run of the simulator program, in a process of its own without a display.
 struct ProgramRun
 {
     /// Runs to the end with these arguments, pictures and log in a private directory; an
     /// end by force after limit_ms leaves exitStatus at -1.
-    explicit ProgramRun(const QStringList& arguments, int limit_ms = 240000);
+    explicit ProgramRun(const QStringList& arguments, int limit_ms = patient_ms(240000));
 
     /// A file of the run's own folder.
     QString filePath(const QString& name) const { return out.filePath("latest/" + name); }

@@ -7,6 +7,14 @@
 #include "ProgramEnd.h"
 #include "ProgramRun.h"
 #include "tests/support/FileBytes.h"
+#include "tests/support/Patience.h"
+
+namespace {
+
+const int kLimit_ms = patient_ms(60000);
+const int kAnswer_ms = patient_ms(20000);
+
+} // namespace
 
 /// The simulator program's command line: what each option does to instrument, window and run.
 class TestCommandLine : public QObject
@@ -126,7 +134,7 @@ private slots:
     {
         QFETCH(QStringList, arguments);
         QFETCH(QString, named);
-        const ProgramRun run(arguments, 20000);
+        const ProgramRun run(arguments, kAnswer_ms);
         QCOMPARE(run.exitStatus, 2);
         QVERIFY2(run.errors.contains(named), run.all());
         QCOMPARE(run.errors.count('\n'), 1);
@@ -135,7 +143,7 @@ private slots:
 
     void helpNamesEveryOptionParameterAndFault()
     {
-        const ProgramRun run({"--help"}, 20000);
+        const ProgramRun run({"--help"}, kAnswer_ms);
         QCOMPARE(run.exitStatus, 0);
         for (const char* expected : {"--slide",
                                      "--seed",
@@ -163,7 +171,7 @@ private slots:
 
     void theListOfFaultsExplainsEach()
     {
-        const ProgramRun run({"--faults"}, 20000);
+        const ProgramRun run({"--faults"}, kAnswer_ms);
         QCOMPARE(run.exitStatus, 0);
         for (const char* expected :
              {"no-serial", "no-power", "no-settings", "garbled", "no-camera", "i2c-short", "worn-out"})
@@ -182,7 +190,8 @@ private slots:
         QVERIFY2(run.exitStatus == 0, run.all());
         QVERIFY2(run.output.contains("version 0.0.9"), run.all());
         QCOMPARE(bytesOf(folder.filePath("ORLA3.ini")), content);
-        QCOMPARE(ProgramRun({"--session", "--settings", folder.filePath("missing")}, 20000).exitStatus, 1);
+        QCOMPARE(ProgramRun({"--session", "--settings", folder.filePath("missing")}, kAnswer_ms).exitStatus,
+                 1);
     }
 
     void signalsPlugAndPullDisksDuringARun()
@@ -198,32 +207,32 @@ private slots:
         const auto signal = [&program](int number) {
             ::kill(static_cast<pid_t>(program.processId()), number);
         };
-        QTRY_VERIFY_WITH_TIMEOUT(table().contains("/dev/sda1 /mnt"), 60000);
+        QTRY_VERIFY_WITH_TIMEOUT(table().contains("/dev/sda1 /mnt"), kLimit_ms);
         // The board's answer comes last of what the window's construction waits for.
         QByteArray log;
         QTRY_VERIFY_WITH_TIMEOUT(
-            (log += program.readAllStandardError()).contains("slot_connected_controller"), 60000);
+            (log += program.readAllStandardError()).contains("slot_connected_controller"), kLimit_ms);
 
         // A second disk beside the mounted one changes nothing.
         signal(SIGUSR2);
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(root.filePath("dev/sdb1")) ||
                                      QFileInfo(root.filePath("dev/sdb1")).isSymLink(),
-                                 60000);
+                                 kLimit_ms);
         QTest::qWait(300);
         QCOMPARE(table(), QByteArray("/dev/sda1 /mnt vfat rw,relatime 0 0\n"));
         // The first one goes: the second is tried, and does not mount.
         signal(SIGUSR1);
-        QTRY_VERIFY_WITH_TIMEOUT(commands().contains("mount /dev/sdb1 /mnt"), 60000);
+        QTRY_VERIFY_WITH_TIMEOUT(commands().contains("mount /dev/sdb1 /mnt"), kLimit_ms);
         QCOMPARE(table(), QByteArray());
         QVERIFY(commands().contains("umount /dev/sda1"));
         // The second one goes, and the first comes back.
         signal(SIGUSR2);
-        QTRY_VERIFY_WITH_TIMEOUT(commands().contains("umount /dev/sdb1"), 60000);
+        QTRY_VERIFY_WITH_TIMEOUT(commands().contains("umount /dev/sdb1"), kLimit_ms);
         signal(SIGUSR1);
-        QTRY_VERIFY_WITH_TIMEOUT(table().contains("/dev/sda1 /mnt"), 60000);
+        QTRY_VERIFY_WITH_TIMEOUT(table().contains("/dev/sda1 /mnt"), kLimit_ms);
 
         program.terminate();
-        QVERIFY(program.waitForFinished(60000));
+        QVERIFY(program.waitForFinished(kLimit_ms));
         QCOMPARE(program.exitCode(), 128 + 15);
     }
 
@@ -239,12 +248,12 @@ private slots:
         QVERIFY(program.waitForStarted());
         // The window asks for the board's answer before it is shown; the log tells when it had it.
         QByteArray log;
-        while (!log.contains("slot_connected_controller") && program.waitForReadyRead(60000))
+        while (!log.contains("slot_connected_controller") && program.waitForReadyRead(kLimit_ms))
             log += program.readAllStandardError();
         QTest::qWait(500);
         QVERIFY(!QDir(temporary.path()).isEmpty());
         program.terminate();
-        QVERIFY(program.waitForFinished(60000));
+        QVERIFY(program.waitForFinished(kLimit_ms));
         QCOMPARE(program.exitCode(), 128 + 15);
         QVERIFY(QDir(temporary.path()).isEmpty());
     }

@@ -9,6 +9,7 @@
 #include <QRegularExpression>
 
 #include "ProgramEnd.h"
+#include "tests/support/Patience.h"
 
 /// The commands of the project's folder, ./run, ./test and the gate, on a copy of their scripts
 /// with nothing to install or build: what they say, what they leave behind, what they fall back to.
@@ -40,7 +41,7 @@ private slots:
 
 namespace {
 
-constexpr int kRunLimit_ms = 120000;
+const int kRunLimit_ms = patient_ms(120000);
 constexpr int kUsageError = 2, kSkipped = 77;
 
 const QStringList kAll{"*"};

@@ -13,10 +13,13 @@
 #include "ProgramEnd.h"
 #include "ProgramRun.h"
 #include "tests/support/FileBytes.h"
+#include "tests/support/Patience.h"
 
 namespace {
 
 constexpr const char* kProgramVersion = "orla-verifier-simulator " ORLA_VERSION;
+const int kLimit_ms = patient_ms(120000);
+
 QJsonObject sessionOf(const ProgramRun& run)
 {
     return QJsonDocument::fromJson(run.contentOf("session.json")).object();
@@ -312,7 +315,7 @@ private slots:
         for (QProcess& run : runs)
             startSimulator(run, arguments);
         for (QProcess& run : runs) {
-            QVERIFY(run.waitForFinished(120000));
+            QVERIFY(run.waitForFinished(kLimit_ms));
             QCOMPARE(run.exitCode(), 0);
         }
         for (const QString& name : own)
@@ -331,10 +334,10 @@ private slots:
         QProcess program;
         startSimulator(program, {"--session", "--instant", "--out", out.path()});
         QByteArray output;
-        while (!output.contains("[ 2/40]") && program.waitForReadyRead(120000))
+        while (!output.contains("[ 2/40]") && program.waitForReadyRead(kLimit_ms))
             output += program.readAllStandardOutput();
         QVERIFY(signalTo(program, SIGINT));
-        QVERIFY(program.waitForFinished(120000));
+        QVERIFY(program.waitForFinished(kLimit_ms));
         QCOMPARE(program.exitCode(), 128 + SIGINT);
         const QJsonObject session = QJsonDocument::fromJson(bytesOf(out.filePath("session.json"))).object();
         QVERIFY(!session["holds"].toBool());
@@ -412,12 +415,13 @@ private slots:
         QProcess program;
         startSimulator(program, {"--repeat", "2", "--instant", "--out", out.path()});
         const QString childsDirectory = out.path() + "/20";
-        QTRY_VERIFY_WITH_TIMEOUT(!processesWith(childsDirectory).isEmpty(), 60000);
+        QTRY_VERIFY_WITH_TIMEOUT(!processesWith(childsDirectory).isEmpty(), kLimit_ms);
         // The run is in its event loop, where a signal is met in order.
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(out.filePath("latest/seed-1/latest/01-window.png")), 60000);
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(out.filePath("latest/seed-1/latest/01-window.png")),
+                                 kLimit_ms);
         QVERIFY(signalTo(program, signal));
-        QVERIFY(program.waitForFinished(120000));
-        QTRY_COMPARE_WITH_TIMEOUT(processesWith(childsDirectory).size(), 0, 60000);
+        QVERIFY(program.waitForFinished(kLimit_ms));
+        QTRY_COMPARE_WITH_TIMEOUT(processesWith(childsDirectory).size(), 0, kLimit_ms);
         if (signal != SIGINT)
             return;
         QCOMPARE(program.exitCode(), 128 + SIGINT);

@@ -6,6 +6,7 @@
 #include <QDir>
 
 #include "shipped/Expectations.h"
+#include "tests/support/Patience.h"
 
 namespace {
 
@@ -29,7 +30,7 @@ bool isNear(QRgb seen, QRgb expected)
 }
 
 /// By when a busy machine has had a moment for the program.
-constexpr int kPatience_ms = 30000;
+const int kPatience_ms = patient_ms(30000);
 
 } // namespace
 

@@ -6,14 +6,15 @@
 
 #include "ProgramEnd.h"
 #include "shipped/Expectations.h"
+#include "support/Patience.h"
 #include "support/XServer.h"
 
 namespace {
 
 using Variables = QMap<QString, QString>;
 
-constexpr int kAtOnce_ms = 5000; // generous: the machine may be busy
-constexpr int kRunLimit_ms = 60000;
+const int kAtOnce_ms = patient_ms(5000); // generous: the machine may be busy
+const int kRunLimit_ms = patient_ms(60000);
 constexpr int kUsageError = 2, kFailure = 1;
 const char* const kHelp =
     "Usage: orla-verifier [options]\n\n"
@@ -261,7 +262,7 @@ private slots:
             ShippedProgram program;
             program.setVariables(screen);
             if (!program.start() ||
-                !QTest::qWaitFor([&] { return program.text("EDIT_Z_REFERENCE") == "30000"; }))
+                !QTest::qWaitFor([&] { return program.text("EDIT_Z_REFERENCE") == "30000"; }, kRunLimit_ms))
                 return QImage();
             const QImage seen = controlsAtRest(program);
             return program.exit() == 0 ? seen : QImage();

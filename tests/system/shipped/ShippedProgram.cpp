@@ -13,10 +13,12 @@
 #include <QJsonDocument>
 #include <QThread>
 
+#include "tests/support/Patience.h"
+
 namespace {
 
-constexpr int kAnswerLimit_ms = 40000; // a board without an answer keeps the window for 5 s a line
-constexpr int kStartLimit_ms = 40000;
+const int kAnswerLimit_ms = patient_ms(40000); // a board without an answer keeps the window for 5 s a line
+const int kStartLimit_ms = patient_ms(40000);
 constexpr int kLookAgain_ms = 20;
 
 /// How to get at a mount namespace here: by right, or else as the root of a user namespace.
@@ -328,7 +330,7 @@ SeenBox ShippedProgram::waitForBox(int limit_ms)
     QElapsedTimer time;
     time.start();
     QJsonObject box;
-    while ((box = ask({{"do", "box"}})).isEmpty() && time.elapsed() < limit_ms)
+    while ((box = ask({{"do", "box"}})).isEmpty() && time.elapsed() < patient_ms(limit_ms))
         QThread::msleep(kLookAgain_ms);
     return boxFromJson(box);
 }
@@ -337,7 +339,7 @@ bool ShippedProgram::waitEnabled(int limit_ms)
 {
     QElapsedTimer time;
     time.start();
-    while (time.elapsed() < limit_ms) {
+    while (time.elapsed() < patient_ms(limit_ms)) {
         if (ask({{"do", "look"}})["enabled"].toBool())
             return true;
         QThread::msleep(kLookAgain_ms);
