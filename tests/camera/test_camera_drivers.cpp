@@ -183,8 +183,8 @@ private slots:
             << Adjustment([](v4l2_pix_format& pix) { pix.pixelformat = V4L2_PIX_FMT_UYVY; })
             << "1280 x 960 UYVY";
         QTest::newRow("pixels without a name")
-            << Adjustment([](v4l2_pix_format& pix) { pix.pixelformat = 0x01020304; })
-            << "1280 x 960 0x01020304";
+            << Adjustment([](v4l2_pix_format& pix) { pix.pixelformat = 0x0102A30F; })
+            << "1280 x 960 0x0102A30F";
     }
 
     void anotherSizeOrPixelFormatIsAFailure()
