@@ -358,6 +358,21 @@ private slots:
         verifyOwnerAndMode(owner, group, mode, "[a]\nv=3\n");
     }
 
+    void aFileInTheScratchFoldersPlaceIsTold()
+    {
+        putBytes(machinePath(), "[a]\nv=1\n");
+        const QString inTheWay = QFileInfo(machinePath()).path() + "/.Settings.ini.saving";
+        putBytes(inTheWay, "theirs");
+        SafeSettingsFile file(kFile);
+        file.settings().setValue("a/v", 2);
+        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(R"(\[Error\] not saved: /conf/Settings\.ini )"
+                                                            "create scratch directory: File exists$"));
+        QVERIFY(!file.commit());
+        QCOMPARE(bytesOf(machinePath()), QByteArray("[a]\nv=1\n"));
+        QCOMPARE(bytesOf(inTheWay), QByteArray("theirs"));
+        QVERIFY(QFile::remove(inTheWay));
+    }
+
     void aSaveNeedsNoStandardInput()
     {
         putBytes(machinePath(), "[a]\nv=1\n");
