@@ -1,5 +1,7 @@
 #include "ShippedProgram.h"
 
+#include <cerrno>
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
@@ -192,6 +194,12 @@ void ShippedProgram::setCameraFaults(const QStringList& faults)
 {
     qstrncpy(m_scene->faults.data(), faults.join(' ').toLatin1().constData(), m_scene->faults.size());
     ++m_scene->faultsChanged;
+}
+
+bool ShippedProgram::portCanBeSeen() const
+{
+    const FileDescriptor port(::open(m_board->terminalPath().c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));
+    return port.get() >= 0 || errno != EBUSY;
 }
 
 bool ShippedProgram::portIsSetAsTheBoardExpects() const

@@ -41,6 +41,8 @@ public:
     void silenceBoard(bool silent);
     /// Sends a line that nobody has asked for.
     void sayUnasked(const QByteArray& line);
+    /// Whether anybody but the program can open its port, of which it takes sole possession.
+    bool portCanBeSeen() const;
     /// How the port is set: 8 data bits, no parity, one stop bit, no flow control, 115200 baud.
     bool portIsSetAsTheBoardExpects() const;
 
