@@ -7,8 +7,8 @@
 namespace {
 
 /// What each of Qt's platforms looks at. Its application attributes do not reach so far:
-/// Qt::AA_Use96Dpi leaves the fonts of widgets alone, Qt::AA_DisableHighDpiScaling leaves
-/// QT_SCALE_FACTOR in force.
+/// Qt::AA_Use96Dpi, which QT_FONT_DPI makes needless, leaves the fonts of widgets alone,
+/// Qt::AA_DisableHighDpiScaling leaves QT_SCALE_FACTOR in force.
 constexpr const char* kScaleVariables[] = {
     "QT_SCALE_FACTOR",           "QT_SCREEN_SCALE_FACTORS", "QT_AUTO_SCREEN_SCALE_FACTOR",
     "QT_ENABLE_HIGHDPI_SCALING", "QT_DEVICE_PIXEL_RATIO",   "QT_USE_PHYSICAL_DPI",

@@ -48,8 +48,6 @@ void logProgramVersion(const char* program)
 
 std::unique_ptr<QApplication> startApplication(const char* program, int& argumentCount, char* arguments[])
 {
-    // The attribute reaches the fonts that belong to no widget.
-    QCoreApplication::setAttribute(Qt::AA_Use96Dpi);
     setUpPanel();
 
     g_program = program;
