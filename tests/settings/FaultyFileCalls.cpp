@@ -102,9 +102,9 @@ int guardedOpen(const char* name, const char* path, int flags, mode_t mode)
 {
     const auto call = original<OpenFunction>(name);
     const bool changes = (flags & (O_CREAT | O_TRUNC | O_WRONLY | O_RDWR)) != 0;
-    if (!g_armed || !changes)
+    if (!g_armed || (!changes && state().kind != "read "))
         return call(path, flags, mode);
-    return guarded(QByteArray("open ") + path, [&] { return call(path, flags, mode); });
+    return guarded(QByteArray(changes ? "open " : "read ") + path, [&] { return call(path, flags, mode); });
 }
 
 mode_t modeArgument(int flags, va_list arguments)

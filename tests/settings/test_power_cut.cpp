@@ -196,6 +196,26 @@ private slots:
         QVERIFY(failures > 5);
     }
 
+    void aFileThatCannotBeOpenedOnceIsAskedAgain()
+    {
+        // The first look is for objects that are not in order, and only what looks different since is
+        // opened again.
+        constexpr int kFirstOfTheSettings = 2;
+        for (const int failures : {0, 1, 2}) {
+            putOld(true);
+            QFile file(path());
+            QVERIFY(file.open(QIODevice::Append) && file.write(QByteArray(failures, '\n')) == failures);
+            file.close();
+            std::string value;
+            FaultyFileCalls::arm(failures == 0 ? Fault::None : Fault::Error, kFirstOfTheSettings, EMFILE,
+                                 failures == 2, "read");
+            const bool found = ini_read("Calibration", "Z reference", "none", value, kFile.toStdString());
+            QVERIFY(FaultyFileCalls::disarm() >= kFirstOfTheSettings);
+            QCOMPARE(found, failures < 2);
+            QCOMPARE(QString::fromStdString(value), QString(failures < 2 ? "30000" : "none"));
+        }
+    }
+
     void aWriteThatTakesHalfOfTheBytesIsContinued_data() { addWays(); }
 
     void aWriteThatTakesHalfOfTheBytesIsContinued()
