@@ -19,7 +19,6 @@ LiveViewNotice::LiveViewNotice(int width_px, QWidget* parent) : QLabel(parent)
 {
     setObjectName("LABEL_NOTICE");
     setTextFormat(Qt::PlainText);
-    setWordWrap(true);
     setAttribute(Qt::WA_OpaquePaintEvent);
     setAttribute(Qt::WA_TransparentForMouseEvents);
     QFont larger = font();

@@ -85,6 +85,8 @@ private slots:
         ScriptedCamera machine;
         {
             const OV5642Camera camera;
+            QCOMPARE(camera.width(), 0u);
+            QCOMPARE(camera.height(), 0u);
             QCOMPARE(camera.rgbFrameSize(), 0u);
             QCOMPARE(machine.calls(), QStringList({kOpenVideo, kCloseOnExec}));
             QVERIFY(!camera.isStreaming());
