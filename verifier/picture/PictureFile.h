@@ -9,7 +9,7 @@
 /// disk is followed. False where the frame cannot be encoded or written. Throws std::runtime_error
 /// where the library for picture files cannot be loaded, and what OpenCV throws. Any thread.
 ///
-/// That library, OpenCV's imgcodecs, brings some 150 others with it. It is loaded by the first
-/// picture rather than by the start of the program: the technician waits for the window each time,
-/// and takes a picture now and then.
+/// That library, OpenCV's imgcodecs, brings more than a hundred others with it. It is
+/// loaded by the first picture rather than by the start of the program: the technician waits for the
+/// window each time, and takes a picture now and then.
 bool writePicture(const QString& path, const cv::Mat& rgbFrame);

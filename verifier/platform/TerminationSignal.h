@@ -12,10 +12,10 @@
 /// service manager, SIGINT of a keyboard, SIGHUP of a terminal that goes away. A signal that
 /// the process was started to ignore (nohup) stays ignored.
 ///
-/// A signal that comes before the event loop runs, before received() is connected, or while a handler
-/// blocks the loop, is reported once, when there is a loop and somebody to tell. There may be one object at a
-/// time. It is made after the application, whose platform plugin may have handlers of its own; these are back
-/// in force when the object goes. GUI thread.
+/// A signal that comes before the event loop runs, before received() is connected, or while a
+/// handler blocks the loop, is reported once, when there is a loop and somebody to tell. There may
+/// be one object at a time. It is made after the application, whose platform plugin may have
+/// handlers of its own; these are back in force when the object goes. GUI thread.
 class TerminationSignal : public QObject
 {
     Q_OBJECT
