@@ -339,6 +339,23 @@ std::string pathBelow(int folder, const char* name)
     return std::string(path, length > 0 ? static_cast<std::size_t>(length) : 0) + '/' + name;
 }
 
+using OpenBelowFunction = int (*)(int, const char*, int, ...);
+
+int openNamedBelow(const OpenBelowFunction real, int folder, const char* path, int flags, int mode)
+{
+    const std::string name = target(pathBelow(folder, path).c_str());
+    const Call call("open", name);
+    return call.fails() ? -1 : named(real(folder, path, flags, mode), name);
+}
+
+using ControlFunction = int (*)(int, int, ...);
+
+int controlNamed(const ControlFunction real, int fd, int command, void* argument)
+{
+    const Call call("fcntl", target(fd));
+    return call.fails() ? -1 : real(fd, command, argument);
+}
+
 std::FILE* openStream(std::FILE* (*real)(const char*, const char*), const char* path, const char* mode)
 {
     const std::string name = target(path);
@@ -386,10 +403,13 @@ std::string ioctlName(unsigned long request)
     }
 /// The same for one that the headers declare to throw nothing.
 #define FAILING_QUIETLY(RESULT, NAME, PARAMETERS, ARGUMENTS, TARGET, FAILED)                                 \
+    FAILING_QUIETLY_AS(#NAME, RESULT, NAME, PARAMETERS, ARGUMENTS, TARGET, FAILED)
+/// The same, counted under another name.
+#define FAILING_QUIETLY_AS(CALL, RESULT, NAME, PARAMETERS, ARGUMENTS, TARGET, FAILED)                        \
     RESULT NAME PARAMETERS noexcept                                                                          \
     {                                                                                                        \
         static const auto real = next<RESULT(*) PARAMETERS>(#NAME);                                          \
-        const Call call(#NAME, TARGET);                                                                      \
+        const Call call(CALL, TARGET);                                                                       \
         return call.fails() ? FAILED : real ARGUMENTS;                                                       \
     }
 
@@ -425,10 +445,18 @@ int openat(int folder, const char* path, int flags, ...)
     va_start(arguments, flags);
     const int mode = va_arg(arguments, int); // there or not: as the kernel, which ignores it
     va_end(arguments);
-    static const auto real = next<int (*)(int, const char*, int, ...)>("openat");
-    const std::string name = target(pathBelow(folder, path).c_str());
-    const Call call("open", name);
-    return call.fails() ? -1 : named(real(folder, path, flags, mode), name);
+    static const auto real = next<OpenBelowFunction>("openat");
+    return openNamedBelow(real, folder, path, flags, mode);
+}
+
+int openat64(int folder, const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const int mode = va_arg(arguments, int); // there or not: as the kernel, which ignores it
+    va_end(arguments);
+    static const auto real = next<OpenBelowFunction>("openat64");
+    return openNamedBelow(real, folder, path, flags, mode);
 }
 
 FILE* fopen(const char* path, const char* mode)
@@ -533,6 +561,13 @@ FAILING_QUIETLY(off64_t, lseek64, (int fd, off64_t offset, int from), (fd, offse
 FAILING_QUIETLY(int, fchmod, (int fd, mode_t mode), (fd, mode), target(fd), -1)
 FAILING_QUIETLY(int, fchown, (int fd, uid_t owner, gid_t group), (fd, owner, group), target(fd), -1)
 FAILING_QUIETLY(int, futimens, (int fd, const timespec times[2]), (fd, times), target(fd), -1)
+#if __TIMESIZE == 32
+// What stat(), fstat() and futimens() are where a source asks for file times beyond 2038.
+FAILING_QUIETLY_AS("stat", int, __stat64_time64, (const char* path, void* result), (path, result),
+                   target(path), -1)
+FAILING_QUIETLY_AS("fstat", int, __fstat64_time64, (int fd, void* result), (fd, result), target(fd), -1)
+FAILING_QUIETLY_AS("futimens", int, __futimens64, (int fd, const void* times), (fd, times), target(fd), -1)
+#endif
 FAILING_QUIETLY(int, ftruncate64, (int fd, off64_t length), (fd, length), target(fd), -1)
 FAILING_QUIETLY(int, flock, (int fd, int operation), (fd, operation), target(fd), -1)
 FAILING_QUIETLY(int, tcgetattr, (int fd, termios* settings), (fd, settings), target(fd), -1)
@@ -557,9 +592,18 @@ int fcntl(int fd, int command, ...)
     va_start(arguments, command);
     void* const argument = va_arg(arguments, void*);
     va_end(arguments);
-    static const auto real = next<int (*)(int, int, ...)>("fcntl");
-    const Call call("fcntl", target(fd));
-    return call.fails() ? -1 : real(fd, command, argument);
+    static const auto real = next<ControlFunction>("fcntl");
+    return controlNamed(real, fd, command, argument);
+}
+
+int fcntl64(int fd, int command, ...)
+{
+    va_list arguments;
+    va_start(arguments, command);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    static const auto real = next<ControlFunction>("fcntl64");
+    return controlNamed(real, fd, command, argument);
 }
 
 // The capture device's requests come this way, around ioctl(); a child process does as well.
