@@ -208,7 +208,7 @@ private:
         m_seen["threads"] = entries(process + "task").size();
         QFile maps(process + "maps");
         maps.open(QIODevice::ReadOnly);
-        m_seen["mappings"] = maps.readAll().count("/dev/zero (deleted)");
+        m_seen["mappings"] = maps.readAll().count("/memfd:frame (deleted)");
     }
 
     void lookAtFiles()
