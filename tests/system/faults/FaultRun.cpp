@@ -199,14 +199,9 @@ private:
 
     void countHoldings()
     {
-        const QString process = QString("/proc/%1/").arg(m_program.processId());
-        QJsonArray descriptors;
-        for (const QString& name : entries(process + "fd"))
-            descriptors.append(
-                QFile::symLinkTarget(process + "fd/" + name).section(":[", 0, 0).section('/', -1));
-        m_seen["descriptors"] = descriptors;
-        m_seen["threads"] = entries(process + "task").size();
-        QFile maps(process + "maps");
+        m_seen["descriptors"] = QJsonArray::fromStringList(m_program.descriptors());
+        m_seen["threads"] = m_program.threads();
+        QFile maps(QString("/proc/%1/maps").arg(m_program.processId()));
         maps.open(QIODevice::ReadOnly);
         m_seen["mappings"] = maps.readAll().count("/memfd:frame (deleted)");
     }

@@ -51,6 +51,11 @@ QByteArray calibration(int first)
     return text;
 }
 
+QStringList entriesOf(const QString& folder)
+{
+    return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+}
+
 BoardParameters boardParameters()
 {
     BoardParameters parameters;
@@ -269,6 +274,21 @@ int ShippedProgram::waitForEnd()
 {
     const bool ended = m_program.waitForFinished(kAnswerLimit_ms);
     return ended && m_program.exitStatus() == QProcess::NormalExit ? m_program.exitCode() : -1;
+}
+
+QStringList ShippedProgram::descriptors() const
+{
+    const QString folder = QString("/proc/%1/fd/").arg(processId());
+    QStringList names;
+    for (const QString& number : entriesOf(folder))
+        names += QFile::symLinkTarget(folder + number).section(":[", 0, 0).section('/', -1);
+    names.sort();
+    return names;
+}
+
+int ShippedProgram::threads() const
+{
+    return entriesOf(QString("/proc/%1/task").arg(processId())).size();
 }
 
 QStringList ShippedProgram::calls(int from) const

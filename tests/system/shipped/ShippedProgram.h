@@ -61,6 +61,9 @@ public:
     int waitForEnd();
     qint64 processId() const { return m_program.processId(); }
     bool isRunning() const { return m_program.state() != QProcess::NotRunning; }
+    /// What its descriptors lead to, without folders and numbers, sorted.
+    QStringList descriptors() const;
+    int threads() const;
 
     /// Calls on the devices and files so far, from this one on, without their times.
     QStringList calls(int from = 0) const;
