@@ -94,6 +94,22 @@ private slots:
         QCOMPARE(bytesOf(path), content);
     }
 
+    // A list of lists of lists ..., as deep as is followed, and one deeper.
+    void listsAreFollowedToADepth_data()
+    {
+        QTest::addColumn<int>("lists");
+        QTest::addColumn<bool>("unsafe");
+        QTest::newRow("32 lists and what the last one holds") << 32 << false;
+        QTest::newRow("33") << 33 << true;
+    }
+
+    void listsAreFollowedToADepth()
+    {
+        QFETCH(int, lists);
+        QFETCH(bool, unsafe);
+        QCOMPARE(holdsUnsafeObject(valueOf((kList + "\\0\\0\\0\\x1").repeated(lists))), unsafe);
+    }
+
     void whatQSettingsWritesIsTaken()
     {
         const QString path = instrumentPath(QString(kStageFile));
