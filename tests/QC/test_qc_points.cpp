@@ -198,8 +198,10 @@ private slots:
     {
         QC_measure widget;
         QSignalSpy errors(&widget, &QC_measure::sig_measure_error);
+        const LogRecorder log;
         widget.setPoint(0);
         QVERIFY(noCellWasTold(errors));
+        QCOMPARE(log.messages(), QStringList());
     }
 
     void aFailureOfTheLibraryStaysInside()
