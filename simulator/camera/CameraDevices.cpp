@@ -319,6 +319,12 @@ void CameraDevices::waitForChange(std::unique_lock<std::mutex>& lock, Instrument
     m_captureChanged.wait_for(lock, std::max(wake - now, InstrumentTime::zero()));
 }
 
+void CameraDevices::setNextDescriptor(int descriptor)
+{
+    const std::lock_guard<std::mutex> lock(m_descriptorMutex);
+    m_nextDescriptor = descriptor;
+}
+
 void CameraDevices::setCapture(const CaptureParameters& parameters)
 {
     const std::lock_guard<std::mutex> lock(m_captureMutex);

@@ -79,6 +79,9 @@ public:
 
     /// Wakes whoever waits for a frame: the clock was moved on, or the source has a new frame.
     void clockMoved();
+    /// The descriptor that the next open() gives, and those after it from there on: the kernel
+    /// begins with 0 where a program has no standard input.
+    void setNextDescriptor(int descriptor);
     /// Changes how the driver answers from the next request on.
     void setCapture(const CaptureParameters& parameters);
 

@@ -98,6 +98,37 @@ private slots:
         QCOMPARE(machine.openDescriptors(ScriptedCamera::kVideo), std::size_t(0));
     }
 
+    // Which a program without standard input is given.
+    void descriptorZeroIsOneLikeAnyOther_data()
+    {
+        QTest::addColumn<bool>("bus");
+        QTest::newRow("of the capture device") << false;
+        QTest::newRow("of the bus") << true;
+    }
+
+    void descriptorZeroIsOneLikeAnyOther()
+    {
+        QFETCH(bool, bus);
+        ScriptedCamera machine;
+        if (!bus)
+            machine.setNextDescriptor(0);
+        {
+            OV5642Camera camera;
+            if (bus)
+                machine.setNextDescriptor(0);
+            QVERIFY(camera.open(0, "", false));
+            QVERIFY(machine.deliver({100, kVgaSize}));
+            QCOMPARE(Bytes(camera.getFrame(), camera.getFrame() + kVgaRgbSize), rgbOf(100));
+            camera.close();
+        }
+        const QStringList begin = QStringList{kOpenVideo, kCloseOnExec} + streamCalls(0, 4) +
+                                  QStringList{kOpenBus, kAddress, kCloseBus};
+        QCOMPARE(machine.calls().mid(0, begin.size()), begin);
+        QCOMPARE(machine.calls().last(), QString("close /dev/video0"));
+        QCOMPARE(machine.openDescriptors(), std::size_t(0));
+        QCOMPARE(machine.misuses(), QStringList());
+    }
+
     void aMissingDeviceIsNeitherMarkedNorClosed()
     {
         ScriptedCamera machine;
