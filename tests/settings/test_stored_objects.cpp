@@ -144,6 +144,26 @@ private slots:
         QVERIFY(!holdsUnsafeObject(valueOf("\\0\\0\\0\\x7f\\0\\0\\0\\x4theirs\\0")));
     }
 
+    void aFileIsLookedAtAgainOnlyWhenItHasChanged()
+    {
+        const QString path = instrumentPath(QString(kStageFile));
+        const QDateTime time = QDateTime::currentDateTime().addDays(-1);
+        const QByteArray plain = "[Z stage]\nStep=5\n";
+        const QByteArray unsafe = valueOf(kList + "\\xff\\xff\\xff\\xff");
+        const LogRecorder log;
+        replace(path, plain, time);
+        QCOMPARE(readableSettingsPath(kStageFile), path);
+        // Of another size only, then of another time only.
+        replace(path, unsafe, time);
+        QCOMPARE(readableSettingsPath(kStageFile), QString(kNoSettingsFile));
+        replace(path, QByteArray(unsafe.size(), '\n'), time.addSecs(1));
+        QCOMPARE(readableSettingsPath(kStageFile), path);
+        replace(path, unsafe, time.addSecs(2));
+        QCOMPARE(readableSettingsPath(kStageFile), QString(kNoSettingsFile));
+        QCOMPARE(readableSettingsPath(kStageFile), QString(kNoSettingsFile));
+        QCOMPARE(log.messages().size(), 2);
+    }
+
     // Else a save would make of a file that is taken one that is not.
     void everyPlainKindThatQSettingsWritesIsTaken_data()
     {
@@ -201,6 +221,15 @@ private:
     {
         QFile file(path);
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+
+    static void replace(const QString& path, const QByteArray& content, const QDateTime& time)
+    {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QCOMPARE(file.write(content), qint64(content.size()));
+        QVERIFY(file.flush());
+        QVERIFY(file.setFileTime(time, QFileDevice::FileModificationTime));
     }
 
     std::unique_ptr<QuickDirectory> m_directory;
