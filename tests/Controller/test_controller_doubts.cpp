@@ -188,6 +188,20 @@ private slots:
         kQuery(fixture.controller);
         QVERIFY(fixture.controller.answers());
     }
+
+    void aLineThatIsOpenedAnewMissesNoReply()
+    {
+        ControllerFixture fixture;
+        fixture.open();
+        fixture.controller.m_timeouts.diagnosisRead_ms = kShort_ms;
+        fixture.controller.z_stage_abs(SERIAL_NON_BLOCKING, 640);
+        QTRY_COMPARE(fixture.peer.received().size(), 1);
+        QTest::qWait(2 * kShort_ms);
+        fixture.controller.closeSerialPort();
+        fixture.peer.answer("$OK,DEVICE,READY,,\r\n");
+        QVERIFY(fixture.controller.trySerialPort());
+        QVERIFY(fixture.controller.answers());
+    }
 };
 
 QTEST_GUILESS_MAIN(TestControllerDoubts)
