@@ -5,7 +5,9 @@
 
 #include <QCheckBox>
 #include <QElapsedTimer>
+#include <QLabel>
 #include <QLineEdit>
+#include <QPushButton>
 #include <QSettings>
 #include <QSpinBox>
 #include <QtTest>
@@ -249,7 +251,13 @@ private slots:
         runningWait()->start(0);
         QVERIFY(waitUntil([this] { return button() == "Live"; }, 20000));
         QVERIFY(messages().contains("[Error] no 5M frame"));
+        const auto* notice = find<QLabel>("LABEL_NOTICE");
+        QCOMPARE(notice->text(), QString("No 5M picture to measure. Press Live, then Capture again."));
         expectNoCell();
+        // The word goes with the press, not a second later.
+        find<QPushButton>("BUTTON_QC_CAPTURE")->click();
+        QCOMPARE(button(), QString("Capture"));
+        QCOMPARE(notice->text(), QString());
     }
 
     void withoutACameraNoOldPictureIsFrozen()
