@@ -23,13 +23,8 @@ struct Span
 /// One axis of the search window, limited to the image.
 Span searchSpan(int target, int image_px)
 {
-    Span span = {target - kHalfWindow_px, 2 * kHalfWindow_px};
-    if (target < kHalfWindow_px)
-        span = {0, target + kHalfWindow_px};
-    else if (target >= image_px - (kHalfWindow_px - 1))
-        span.length = image_px - target + kHalfWindow_px;
-    span.length = std::min(span.length, image_px - span.start);
-    return span;
+    const int start = std::max(target - kHalfWindow_px, 0);
+    return {start, std::min(target + kHalfWindow_px, image_px) - start};
 }
 
 /// Image coordinate of a circle's centre in the window; only a window that does not begin
