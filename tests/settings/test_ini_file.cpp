@@ -16,6 +16,7 @@
 #include "settings/GlobalIni.h"
 #include "settings/IniFile.h"
 #include "settings/SafeSettingsFile.h"
+#include "settings/SettingsFiles.h"
 #include "support/FileBytes.h"
 #include "support/FileTime.h"
 #include "tests/settings/QuickDirectory.h"
@@ -492,6 +493,7 @@ private slots:
         ini_write("a", "v", "1", kFile.toStdString());
 
         SafeSettingsFile file(kFile);
+        QCOMPARE(file.settings().fileName(), QString(kNoSettingsFile));
         file.settings().setValue("a/v", 3);
         QCOMPARE(file.settings().value("a/v").toInt(), 3);
         QTest::ignoreMessage(QtDebugMsg, line);

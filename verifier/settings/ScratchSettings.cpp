@@ -42,9 +42,7 @@ ScratchSettings::ScratchSettings(const QString& path, const QByteArray& content,
     : m_memory(kInMemory), m_path(path)
 {
     const QString inMemory = m_memory.filePath(QFileInfo(path).fileName());
-    if (path.isEmpty())
-        m_reason = QFile().errorString();
-    else if (m_memory.isValid() && writeFile(inMemory, content).isEmpty())
+    if (m_memory.isValid() && writeFile(inMemory, content).isEmpty())
         m_path = inMemory;
     else
         m_reason = writeFile(path, content);
