@@ -79,6 +79,28 @@ private slots:
         QCOMPARE(contentOf(file), QByteArray());
     }
 
+    void onlyTheUmaskTakesRights_data()
+    {
+        QTest::addColumn<QString>("folder");
+        QTest::addColumn<unsigned int>("umask");
+        for (const unsigned int mask : {0U, 027U}) {
+            QTest::addRow("on the disk, %o", mask) << "/mnt/new" << mask;
+            QTest::addRow("elsewhere, %o", mask) << "/etc/new" << mask;
+        }
+    }
+
+    void onlyTheUmaskTakesRights()
+    {
+        QFETCH(QString, folder);
+        QFETCH(unsigned int, umask);
+        const mode_t before = ::umask(umask);
+        const bool made = disk_file::makeFolder(folder) && writeOurs(folder + "/picture.tif");
+        ::umask(before);
+        QVERIFY(made);
+        QCOMPARE(modeOf(folder), 0777U & ~umask);
+        QCOMPARE(modeOf(folder + "/picture.tif"), 0666U & ~umask);
+    }
+
     // A clock set wrong once is enough; a board whose time is of 32 bits must not mind.
     void aFileDatedBeyond2038IsReplaced()
     {
@@ -213,6 +235,12 @@ private slots:
     }
 
 private:
+    static unsigned int modeOf(const QString& path)
+    {
+        struct stat entry = {};
+        return ::stat(qPrintable(at(path)), &entry) == 0 ? entry.st_mode & 07777U : 0U;
+    }
+
     static QString at(const QString& fixedPath) { return instrumentPath(fixedPath); }
     static QStringList namesIn(const QString& fixedPath)
     {
