@@ -3,12 +3,13 @@
 #include <QTimer>
 
 #include "QC/QC_measure.h"
+#include "support/Patience.h"
 
 namespace {
 
 /// Enough for frames under way before the switch, and for the sensor's own delay.
 constexpr int kSettlingFrames = 4;
-constexpr int kFreezeTimeout_ms = 20000;
+const int kFreezeTimeout_ms = patient_ms(20000);
 
 } // namespace
 
@@ -24,6 +25,8 @@ bool QcOperator::freeze(bool waitOutTheDelay)
     for (QTimer* timer : m_fixture.window().findChildren<QTimer*>()) {
         if (!timer->isSingleShot() || !timer->isActive() || waitOutTheDelay)
             continue;
+        // Not before the frames are there, however slow the machine is.
+        timer->start(kFreezeTimeout_ms);
         if (!m_fixture.waitForFrames(kSettlingFrames))
             return false;
         timer->start(0);
