@@ -542,6 +542,7 @@ private slots:
         const auto rest = now.paused_us - then.paused_us;
         QVERIFY(rest >= 500000);
         QVERIFY(rest <= 500000 + (now.pauses - then.pauses) * kCapturePause_us);
+        QCOMPARE(rest % kCapturePause_us, std::uint64_t(0));
         const auto before = camera().counters().pauses;
         clearConsoles();
         window().stopCamera();
