@@ -374,6 +374,12 @@ private slots:
         QVERIFY(view.pixelColor(300, 200) != QColor(255, 0, 0));
     }
 
+    void theWindowBringsItsPicturesAlong()
+    {
+        for (const char* picture : {"Graph", "Shade", "Veil"})
+            QVERIFY2(!QImage(QString(":/GUI/%1.png").arg(picture)).isNull(), picture);
+    }
+
     void theGraphTakesTheScaleOfTheMode_data() { modes(); }
 
     void theGraphTakesTheScaleOfTheMode()
