@@ -16,6 +16,7 @@
 #include "settings/GlobalIni.h"
 #include "settings/IniFile.h"
 #include "settings/SafeSettingsFile.h"
+#include "settings/ScratchSettings.h"
 #include "settings/SettingsFiles.h"
 #include "support/FileBytes.h"
 #include "support/FileTime.h"
@@ -372,6 +373,17 @@ private slots:
         QCOMPARE(bytesOf(machinePath()), QByteArray("[a]\nv=1\n"));
         QCOMPARE(bytesOf(inTheWay), QByteArray("theirs"));
         QVERIFY(QFile::remove(inTheWay));
+    }
+
+    void aCopyWithoutAPlaceLeavesNothingToSave()
+    {
+        ScratchSettings nowhere(QString(), "[a]\nv=1\n", QSettings::IniFormat);
+        nowhere.settings().setValue("a/v", 2);
+        QByteArray content("before");
+        QString reason;
+        QVERIFY(!nowhere.finish(content, reason));
+        QVERIFY(!reason.isEmpty());
+        QCOMPARE(content, QByteArray("before"));
     }
 
     void aSaveNeedsNoStandardInput()

@@ -196,6 +196,21 @@ private slots:
         QVERIFY(failures > 5);
     }
 
+    // Owner, mode and age of the new file are told from it: without them it does not take the place.
+    void aLookAtTheNewFileThatFailsEndsTheSave()
+    {
+        int looks = 0;
+        for (bool hit = true; hit; ++looks) {
+            putOld(true);
+            FaultyFileCalls::arm(Fault::Error, looks + 1, EIO, false, "fstat");
+            const bool saved = save(MainFile);
+            hit = FaultyFileCalls::disarm() > looks;
+            QCOMPARE(saved, !hit);
+            QVERIFY((bytesOf(path()) == kOld) == hit);
+        }
+        QVERIFY(looks > 2);
+    }
+
     void aFileThatCannotBeOpenedOnceIsAskedAgain()
     {
         // The first look is for objects that are not in order, and only what looks different since is

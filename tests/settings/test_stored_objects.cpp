@@ -87,6 +87,8 @@ private slots:
         loadStageFile(record);
         QCOMPARE(record.Z_step, 256);
         QVERIFY(!saveStageFile(record));
+        const QString unsaved = QString("[Error] not saved: %1 %2").arg(kStageFile, kUnsafeObjectReason);
+        QVERIFY2(log.messages().last().endsWith(unsaved), qPrintable(log.messages().last()));
         SafeSettingsFile settings(kStageFile);
         settings.settings().setValue("a", 1);
         QVERIFY(!settings.commit());
