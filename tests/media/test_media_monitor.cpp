@@ -560,16 +560,18 @@ private slots:
         QTest::newRow("unmounted by hand") << 2;
         QTest::newRow("second disk") << 3;
         QTest::newRow("no directory") << 4;
+        QTest::newRow("came later, does not mount") << 5;
     }
 
     void whatWasDealtWithIsNotTriedEverySecond()
     {
         QFETCH(int, scene);
+        const UsbDisk unmountable{"sda1", "1111-1111", UsbDiskCondition::Unmountable};
         if (scene == 0)
-            QVERIFY(m_port->plug({"sda1", "1111-1111", UsbDiskCondition::Unmountable}));
+            QVERIFY(m_port->plug(unmountable));
         else if (scene < 4)
             QVERIFY(m_port->plug(kFirst));
-        else
+        else if (scene == 4)
             removeLinkDirectory();
         WatchedMonitor monitor;
         if (scene == 1) {
@@ -581,6 +583,10 @@ private slots:
         } else if (scene == 3) {
             QVERIFY(m_port->plug(kSecond));
             monitor.notify();
+        } else if (scene == 5) {
+            QVERIFY(m_port->plug(unmountable));
+            monitor.notify();
+            QVERIFY(m_port->commands().contains("mount /dev/sda1 /mnt"));
         }
         const QStringList before = m_port->commands();
         for (int second = 0; second < 3; ++second) {

@@ -360,6 +360,8 @@ private slots:
         QCOMPARE(caption->text(), QString("Board"));
         QVERIFY(board->rect().contains(caption->geometry()));
         QCOMPARE(caption->pos(), QPoint(5, 0));
+        QCOMPARE(caption->font().pointSize(), 8);
+        QVERIFY(!caption->font().bold());
         // The caption lets the press through.
         QSignalSpy pressed(board, &QPushButton::clicked);
         const QPoint middle = caption->mapTo(m_panel.get(), caption->rect().center());

@@ -114,6 +114,33 @@ private slots:
         QVERIFY2(std::abs(best - kFocus_steps) <= 640, qPrintable(QString::number(best)));
     }
 
+    // It is there for a moment, for the end is told in the middle of its work.
+    void aRunThatHasEndedIsNotHeardAnyMore()
+    {
+        click("BUTTON_AUTOFOCUS");
+        QCOMPARE(sequencers().size(), 1);
+        alg_Autofocus* run = sequencers().first();
+        const auto shown = [this] {
+            return QStringList{messages(), text("EDIT_Z_POSITION"),
+                               QString::number(find<QProgressBar>("PROGRESS_AUTOFOCUS")->value())};
+        };
+        QStringList before;
+        QStringList after;
+        connect(
+            run, &alg_Autofocus::sig_endAutoFocusing, this,
+            [&] {
+                before = shown();
+                emit run->sig_debug_Message({"late"});
+                emit run->sig_move_z_position(12345);
+                emit run->sig_progress_AutoFocusing(1);
+                emit run->sig_review_AutoFocusing(1, {}, 0);
+                after = shown();
+            });
+        QVERIFY(waitUntil([&] { return !after.isEmpty(); }, kLongestRun_ms));
+        QCOMPARE(after, before);
+        QTRY_VERIFY(sequencers().isEmpty());
+    }
+
     void theEndIsReportedOnceTheControlsAreUsableAgain()
     {
         QVERIFY(runs());
