@@ -256,6 +256,17 @@ private slots:
         QCOMPARE(camera.machine.openDescriptors(ScriptedCamera::kBus), std::size_t(0));
     }
 
+    // Who answers where the sensor's address was refused is somebody else.
+    void aWriteBehindARefusedAddressIsNone()
+    {
+        RiggedCamera camera;
+        QVERIFY(camera.set(0x350B, 0x11));
+        camera.machine.failCall("I2C_SLAVE_FORCE", 1);
+        camera.machine.failCall("write", 1, 3);
+        QVERIFY(!camera.set(0x350B, 0x22));
+        QCOMPARE(camera.calibrationRecord(kModeVga, 3).value, quint16(0x11));
+    }
+
     void eachSettingsFileFillsTheSetFromItsBlock_data()
     {
         QTest::addColumn<QString>("file");
