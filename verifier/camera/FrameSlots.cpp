@@ -45,7 +45,6 @@ void FrameSlots::release()
 {
     for (Slot& slot : m_slots)
         slot.bytes.reset();
-    m_rows = {};
 }
 
 bool FrameSlots::write(unsigned int bufferIndex, const uchar* frame, std::size_t size_bytes)
