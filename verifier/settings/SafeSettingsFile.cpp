@@ -14,7 +14,6 @@ SafeSettingsFile::SafeSettingsFile(const QString& fixedPath)
     if (m_ready && holdsUnsafeObject(content)) {
         m_ready = false;
         m_reason = kUnsafeObjectReason;
-        content.clear();
     }
     const auto makeScratch = [&] {
         m_scratch = std::make_unique<ScratchSettings>(m_ready ? m_file.scratchFile() : QString(), content,
