@@ -213,6 +213,7 @@ private slots:
         QCOMPARE(program.run({}), kFailure);
         const QByteArray lastLine = program.output().trimmed().split('\n').last();
         QVERIFY2(lastLine.startsWith("orla-verifier: no screen can be used"), program.output());
+        QVERIFY2(lastLine.endsWith(')') && !lastLine.endsWith("()"), "no cause is told");
         QCOMPARE(program.calls(), QStringList());
         QCOMPARE(program.commands(), QByteArray());
         QCOMPARE(program.boardLines(), QStringList());
