@@ -90,17 +90,20 @@ private slots:
     {
         QTest::addColumn<int>("number");
         QTest::addColumn<int>("exitStatus");
-        QTest::newRow("SIGTERM") << SIGTERM << 143;
-        QTest::newRow("SIGINT") << SIGINT << 130;
-        QTest::newRow("SIGHUP") << SIGHUP << 129;
+        QTest::addColumn<QString>("name");
+        QTest::newRow("SIGTERM") << SIGTERM << 143 << "The signal SIGTERM";
+        QTest::newRow("SIGINT") << SIGINT << 130 << "Ctrl-C (SIGINT)";
+        QTest::newRow("SIGHUP") << SIGHUP << 129 << "The end of the terminal (SIGHUP)";
     }
 
     void aSignalIsToldFromTheEventLoop()
     {
         QFETCH(int, number);
         QFETCH(int, exitStatus);
+        QFETCH(QString, name);
         const OthersHandlers others(othersHandler);
         TerminationSignal termination(Second::IsAbsorbed);
+        QCOMPARE(termination.name(), QString());
         QSignalSpy spy(&termination, &TerminationSignal::received);
         ::raise(number);
         QVERIFY2(spy.isEmpty(), "not from within the handler");
@@ -108,6 +111,7 @@ private slots:
         QTRY_COMPARE(spy.count(), 1);
         QVERIFY(termination.isReceived());
         QCOMPARE(termination.exitStatus(), exitStatus);
+        QCOMPARE(termination.name(), name);
         QCOMPARE(int(g_othersCount), 0);
     }
 
