@@ -250,8 +250,7 @@ private slots:
         const Watch ofWindow(window());
         // More than two looks of the window at its instrument.
         QTest::qWait(kLooks_ms);
-        QVERIFY(waitForFrames(3));
-        QVERIFY(ofWindow.paints > 10);
+        QVERIFY(waitUntil([&ofWindow] { return ofWindow.paints > 10; }));
         QCOMPARE(ofNotice.paints, 0);
         QCOMPARE(ofNotice.layouts, 0);
         QCOMPARE(ofWindow.layouts, 0);
