@@ -6,6 +6,7 @@
 
 #include "Controller/Controller.h"
 #include "camera/OV5642Camera.h"
+#include "support/Patience.h"
 
 namespace {
 
@@ -178,7 +179,7 @@ void WindowFixture::clearConsoles()
 
 bool WindowFixture::waitUntil(const std::function<bool()>& condition, int timeout_ms)
 {
-    return QTest::qWaitFor(condition, timeout_ms);
+    return QTest::qWaitFor(condition, patient_ms(timeout_ms));
 }
 
 bool WindowFixture::waitForFrames(int count)
