@@ -26,7 +26,7 @@ bool QcOperator::freeze(bool waitOutTheDelay)
         if (!timer->isSingleShot() || !timer->isActive() || waitOutTheDelay)
             continue;
         // Not before the frames are there, however slow the machine is.
-        timer->start(kFreezeTimeout_ms);
+        timer->start(patient_ms(kFreezeTimeout_ms));
         if (!m_fixture.waitForFrames(kSettlingFrames))
             return false;
         timer->start(0);
