@@ -9,7 +9,7 @@ namespace {
 
 /// Enough for frames under way before the switch, and for the sensor's own delay.
 constexpr int kSettlingFrames = 4;
-const int kFreezeTimeout_ms = patient_ms(20000);
+constexpr int kFreezeTimeout_ms = 20000;
 
 } // namespace
 
