@@ -714,7 +714,10 @@ private slots:
         }
         // The camera starts anew under the cover: no repaint asks for a second frame.
         click("BUTTON_RESOLUTION_1280");
+        // Before the program has taken one in, it measures an empty one.
+        const auto taken = programCamera()->framesCaptured();
         QVERIFY(waitForDeliveries(3));
+        QVERIFY(waitUntil([&] { return programCamera()->framesCaptured() > taken; }));
         const double lit = measuredGreen();
         window().set_LED(0);
         QVERIFY(waitForDeliveries(6));
