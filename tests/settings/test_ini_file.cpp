@@ -20,6 +20,7 @@
 #include "settings/SettingsFiles.h"
 #include "support/FileBytes.h"
 #include "support/FileTime.h"
+#include "support/LogRecorder.h"
 #include "tests/settings/QuickDirectory.h"
 
 namespace {
@@ -377,6 +378,7 @@ private slots:
 
     void aCopyWithoutAPlaceLeavesNothingToSave()
     {
+        const LogRecorder log;
         ScratchSettings nowhere(QString(), "[a]\nv=1\n", QSettings::IniFormat);
         nowhere.settings().setValue("a/v", 2);
         QByteArray content("before");
@@ -384,6 +386,7 @@ private slots:
         QVERIFY(!nowhere.finish(content, reason));
         QVERIFY(!reason.isEmpty());
         QCOMPARE(content, QByteArray("before"));
+        QCOMPARE(log.messages(), QStringList());
     }
 
     void aSaveNeedsNoStandardInput()

@@ -42,7 +42,10 @@ ScratchSettings::ScratchSettings(const QString& path, const QByteArray& content,
     : m_memory(kInMemory), m_path(path)
 {
     const QString inMemory = m_memory.filePath(QFileInfo(path).fileName());
-    if (m_memory.isValid() && writeFile(inMemory, content).isEmpty())
+    // Nobody wants Qt's own word about a file without a name in the log.
+    if (path.isEmpty())
+        m_reason = QFile().errorString();
+    else if (m_memory.isValid() && writeFile(inMemory, content).isEmpty())
         m_path = inMemory;
     else
         m_reason = writeFile(path, content);
