@@ -104,6 +104,22 @@ private slots:
         QVERIFY(!fixture.grabber.frameDelivered());
     }
 
+    void anotherBufferGetsTheFrameThatTheFirstOneHas()
+    {
+        Fixture fixture;
+        QVERIFY(fixture.deliver(70));
+        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
+        fixture.grabber.start(QThread::InheritPriority);
+        QTRY_COMPARE(fixture.delivered, 1);
+        fixture.grabber.stop();
+        QVERIFY(fixture.grabber.wait());
+        Bytes other(kVgaRgbSize, kUntouched);
+        fixture.grabber.registerCamera(&fixture.camera, other.data());
+        fixture.grabber.start(QThread::InheritPriority);
+        QTRY_COMPARE(fixture.delivered, 2);
+        QCOMPARE(other, rgbOf(70));
+    }
+
     void theHandShakeRunsAsLongAsItIsAnswered()
     {
         Fixture fixture;

@@ -98,6 +98,19 @@ private slots:
         QCOMPARE(machine.openDescriptors(ScriptedCamera::kVideo), std::size_t(0));
     }
 
+    void aCameraBegunAnewHasForgottenItsSettings()
+    {
+        RiggedCamera camera;
+        QVERIFY(camera.open(0, "", false));
+        QVERIFY(camera.set(kCalibrationRegisters[0], 0x12));
+        QVERIFY(camera.close());
+        QCOMPARE(camera.calibrationRecord(kModeVga, 0).value, quint16(0x12));
+        camera.machine.trace().clear();
+        camera.init();
+        QCOMPARE(camera.machine.calls(), QStringList());
+        QCOMPARE(camera.calibrationRecord(kModeVga, 0).value, quint16(0));
+    }
+
     // Which a program without standard input is given.
     void descriptorZeroIsOneLikeAnyOther_data()
     {

@@ -190,6 +190,27 @@ private slots:
         QVERIFY(camera.close());
     }
 
+    void aCameraThatGoesAgainIsToldAgain()
+    {
+        ScriptedCamera machine;
+        machine.deliverEndlessly();
+        OV5642Camera camera;
+        for (int times = 1; times <= 2; ++times) {
+            QVERIFY(camera.open(0, "", false));
+            const std::uint64_t before = camera.framesCaptured();
+            QTRY_VERIFY(camera.framesCaptured() > before);
+            QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
+            machine.trace().clear();
+            machine.failCall("VIDIOC_DQBUF", ScriptedCamera::kAlways, -1, ENODEV);
+            // However often it is looked at.
+            QTRY_VERIFY(machine.captureCalls().filter("open /dev/video0").size() >= 2);
+            QCoreApplication::processEvents();
+            QCOMPARE(spy.count(), 1);
+            machine.healCalls();
+            QVERIFY(camera.close());
+        }
+    }
+
     void aFrameAfterAllIsTaken()
     {
         RiggedCamera camera;

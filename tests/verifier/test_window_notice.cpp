@@ -105,7 +105,6 @@ private slots:
         QCOMPARE(notice()->geometry().topLeft(), QPoint(0, 0));
         QCOMPARE(notice()->width(), kView.width());
         QVERIFY(notice()->height() <= 30);
-        QVERIFY(notice()->font().pointSize() >= 9);
         QCOMPARE(layout::clippedTexts(&window()).filter("LABEL_NOTICE").join("; "), QString());
         QCOMPARE(layout::faintTexts(&window(), kReadable).filter("LABEL_NOTICE").join("; "), QString());
         QCOMPARE(window().childAt(0, notice()->height()) == notice(), false);
@@ -115,6 +114,7 @@ private slots:
         QVERIFY(band.pixel(0, last) != band.pixel(0, last - 1));
         QCOMPARE(band.pixel(band.width() - 1, last), band.pixel(0, last));
         QCOMPARE(band.pixel(0, last - 1), band.pixel(0, 0));
+        theBandIsDrawnToThePixel(band);
         keepPicture(QTest::currentDataTag());
     }
 
@@ -376,6 +376,32 @@ private:
         const QString directory = qEnvironmentVariable("ORLA_TEST_PICTURES");
         if (!directory.isEmpty())
             QVERIFY(window().grab().save(directory + "/notice " + name + ".png"));
+    }
+
+    // Black on yellow, 8 pixels from the sides and 3 from above and below, with a darker last row.
+    void theBandIsDrawnToThePixel(const QImage& band)
+    {
+        constexpr int kFlags = Qt::AlignLeft | Qt::AlignTop | Qt::TextWordWrap;
+        QCOMPARE(notice()->font().pointSize(), 10);
+        const QFontMetrics metrics(notice()->font());
+        const int text_px =
+            metrics.boundingRect(QRect(0, 0, band.width() - 16, 1000), kFlags, notice()->text()).height();
+        QCOMPARE(band.height(), text_px + 7);
+        const QRgb ground = band.pixel(0, 0);
+        QCOMPARE(QColor(ground), QColor(255, 216, 74));
+        QCOMPARE(QColor(band.pixel(0, band.height() - 1)), QColor(138, 109, 0));
+        QRect text;
+        bool black = false;
+        for (int y = 0; y < band.height() - 1; ++y)
+            for (int x = 0; x < band.width(); ++x) {
+                if (band.pixel(x, y) != ground)
+                    text |= QRect(x, y, 1, 1);
+                black = black || QColor(band.pixel(x, y)) == Qt::black;
+            }
+        QVERIFY(black);
+        // The first letters begin a pixel behind the margin at most.
+        QVERIFY2(text.left() >= 8 && text.left() <= 9, QByteArray::number(text.left()));
+        QVERIFY2(text.top() >= 3 && text.bottom() < band.height() - 4, QByteArray::number(text.top()));
     }
 
     QLabel* notice() { return find<QLabel>("LABEL_NOTICE"); }
