@@ -168,6 +168,15 @@ def judge_window(seen, verdict, costs):
         verdict.wrong += seen["problems"]
 
 
+# What is another one each day.
+DAILY = [
+    (r"\d{8}_\d{6}|\d\d:\d\d:\d\d\.\d+", "TIME"),
+    (r"orla-scratch-\w{6}", "orla-scratch-NAME"),
+    (r"0x[0-9a-f]{8,}", "ADDRESS"),
+    (r"process:\d+", "process"),
+]
+
+
 def said(seen):
     """What a technician or a reader of the log is told, shortest first."""
     lines = [notice.split(": ", 1)[1] for notice in seen["notices"]]
@@ -175,7 +184,9 @@ def said(seen):
         line = re.sub(r"^\w[\w ]*\b[\w:~]+\([^)]*\) ", "", line)
         if re.search(r"QStandardPaths|bZig_mode|slot_|^\w+_\w+$", line):
             continue
-        lines.append(re.sub(r"\d{8}_\d{6}", "TIME", line))
+        for pattern, name in DAILY:
+            line = re.sub(pattern, name, line)
+        lines.append(line)
     return list(dict.fromkeys(lines))
 
 
