@@ -189,6 +189,19 @@ private slots:
         QVERIFY(fixture.controller.answers());
     }
 
+    void aLineThatIsOpenedAnewHasNoAnswerYet()
+    {
+        ControllerFixture fixture;
+        fixture.open();
+        fixture.peer.answer("$OK,STM1,GET_POS,640,\r\n");
+        kQuery(fixture.controller);
+        QVERIFY(fixture.controller.answers());
+        fixture.controller.closeSerialPort();
+        fixture.controller.openSerialPort();
+        QVERIFY(fixture.controller.isSerialPortOpen());
+        QVERIFY(!fixture.controller.answers());
+    }
+
     void aLineThatIsOpenedAnewMissesNoReply()
     {
         ControllerFixture fixture;
