@@ -18,7 +18,6 @@ constexpr QColor kTextColour(0, 0, 0);
 LiveViewNotice::LiveViewNotice(int width_px, QWidget* parent) : QLabel(parent)
 {
     setObjectName("LABEL_NOTICE");
-    setTextFormat(Qt::PlainText);
     setAttribute(Qt::WA_OpaquePaintEvent);
     setAttribute(Qt::WA_TransparentForMouseEvents);
     QFont larger = font();

@@ -383,6 +383,10 @@ private slots:
         QCOMPARE(run.logOf("[Error] create directory failed:|/mnt/ORLA-II/Autofocus/").size(), 1);
         QCOMPARE(run.logOf("[Error] write image failed:|/mnt/ORLA-II/Autofocus/").size(), 1);
         QCOMPARE(run.logOf("[Error] write file failed:|/mnt/ORLA-II/Autofocus/").size(), 1);
+        // Once a run.
+        run.sequencer->process();
+        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 2, kEnd_ms);
+        QCOMPARE(run.logOf("[Error]").size(), 6);
         QFile::remove(inTheWay.fileName());
     }
 

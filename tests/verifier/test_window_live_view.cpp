@@ -374,6 +374,9 @@ private slots:
         QVERIFY(view.pixelColor(300, 200) != QColor(255, 0, 0));
     }
 
+    // It paints all of its ground itself, and only what is not covered.
+    void nobodyFillsTheWindowBeforeItPaints() { QVERIFY(window().testAttribute(Qt::WA_OpaquePaintEvent)); }
+
     void theWindowBringsItsPicturesAlong()
     {
         for (const char* picture : {"Graph", "Shade", "Veil"})

@@ -104,6 +104,7 @@ private slots:
         QVERIFY(waitUntil([this] { return notice()->isVisible(); }));
         QCOMPARE(notice()->geometry().topLeft(), QPoint(0, 0));
         QCOMPARE(notice()->width(), kView.width());
+        QVERIFY(notice()->testAttribute(Qt::WA_TransparentForMouseEvents));
         QVERIFY(notice()->height() <= 30);
         QCOMPARE(layout::clippedTexts(&window()).filter("LABEL_NOTICE").join("; "), QString());
         QCOMPARE(layout::faintTexts(&window(), kReadable).filter("LABEL_NOTICE").join("; "), QString());

@@ -200,6 +200,7 @@ private slots:
         QVERIFY(lockedBeforeTheWait);
         QVERIFY(runningWait() != nullptr);
         QCOMPARE(runningWait()->interval(), kFullSizeDelay_ms);
+        QCOMPARE(runningWait()->timerType(), Qt::PreciseTimer);
         // The switch is over, the wait has begun; the live view goes on and nothing can be pressed.
         QCOMPARE(changes.seen, QVector<bool>({false, true, false}));
         QCOMPARE(button(), QString("Capture"));

@@ -66,7 +66,6 @@ void alg_Autofocus::process()
 {
     logMessage(this, {Q_FUNC_INFO});
     m_loggedErrors.clear();
-    m_logDirectory.clear();
     if (m_saveImages) {
         m_logDirectory = focus_log::directoryOf(QDateTime::currentDateTime());
         const QString directory = focus_log::stepDirectory(m_logDirectory, 1);
