@@ -5,7 +5,9 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QScroller>
 #include <QTextBlock>
+#include <QTextLayout>
 #include <QtTest>
 
 #include "debug/DebugController.h"
@@ -329,6 +331,11 @@ private slots:
         console.insert("open [Err");
         console.insert("or] late\r\n");
         QVERIFY(console.isShown());
+        // Dragged to its end, the text stays there.
+        const QScrollerProperties properties =
+            QScroller::scroller(console.area()->viewport())->scrollerProperties();
+        QCOMPARE(properties.scrollMetric(QScrollerProperties::VerticalOvershootPolicy).toInt(),
+                 int(QScrollerProperties::OvershootAlwaysOff));
         const QColor ground(0x1f, 0x29, 0x30);
         const QColor plain = colorOfLine(console.area(), 0);
         const QColor error = colorOfLine(console.area(), 1);
@@ -336,6 +343,10 @@ private slots:
         QVERIFY2(error != plain && error.red() - error.blue() > 50, qPrintable(error.name()));
         QCOMPARE(colorOfLine(console.area(), 2), plain);
         QCOMPARE(colorOfLine(console.area(), 3), error);
+        const auto formats = console.area()->document()->findBlockByNumber(1).layout()->formats();
+        QCOMPARE(formats.size(), 1);
+        QCOMPARE(formats.at(0).format.foreground().color(), QColor(0xff, 0xb4, 0xa8));
+        QCOMPARE(formats.at(0).format.fontWeight(), int(QFont::Bold));
         QCOMPARE(console.area()->toPlainText(),
                  QString("open() plain \nopen() [Error] VIDIOC_S_FMT ! \n"
                          "open() Error without brackets \nopen [Error] late\n"));

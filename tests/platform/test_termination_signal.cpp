@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <QDir>
 #include <QSignalSpy>
 #include <QtTest>
 
@@ -126,6 +127,20 @@ private slots:
         QSignalSpy spy(&termination, &TerminationSignal::received);
         QTRY_COMPARE(spy.count(), 1);
         QCOMPARE(termination.exitStatus(), 143);
+    }
+
+    void nothingStaysOpen()
+    {
+        const OthersHandlers others(othersHandler);
+        const auto descriptors = [] {
+            return QDir("/proc/self/fd").entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+        };
+        const QStringList before = descriptors();
+        {
+            const TerminationSignal termination(Second::IsAbsorbed);
+            QCOMPARE(descriptors().size(), before.size() + 2);
+        }
+        QCOMPARE(descriptors(), before);
     }
 
     void moreSignalsAreAbsorbed()

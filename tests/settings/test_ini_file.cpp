@@ -13,6 +13,7 @@
 #include <QtTest>
 
 #include "platform/InstrumentPath.h"
+#include "settings/FileReplacement.h"
 #include "settings/GlobalIni.h"
 #include "settings/IniFile.h"
 #include "settings/SafeSettingsFile.h"
@@ -374,6 +375,14 @@ private slots:
         QCOMPARE(bytesOf(machinePath()), QByteArray("[a]\nv=1\n"));
         QCOMPARE(bytesOf(inTheWay), QByteArray("theirs"));
         QVERIFY(QFile::remove(inTheWay));
+    }
+
+    void whatIsReadTakesThePlaceOfWhatWasThere()
+    {
+        putBytes(machinePath(), "[a]\nv=1\n");
+        QByteArray content("before");
+        QVERIFY(FileReplacement(machinePath()).read(content));
+        QCOMPARE(content, QByteArray("[a]\nv=1\n"));
     }
 
     void aCopyWithoutAPlaceLeavesNothingToSave()

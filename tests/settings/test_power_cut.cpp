@@ -225,7 +225,9 @@ private slots:
             FaultyFileCalls::arm(failures == 0 ? Fault::None : Fault::Error, kFirstOfTheSettings, EMFILE,
                                  failures == 2, "read");
             const bool found = ini_read("Calibration", "Z reference", "none", value, kFile.toStdString());
-            QVERIFY(FaultyFileCalls::disarm() >= kFirstOfTheSettings);
+            const int opened = FaultyFileCalls::disarm();
+            QVERIFY(opened >= kFirstOfTheSettings);
+            QVERIFY2(failures < 2 || opened == kFirstOfTheSettings + 1, "twice is often enough");
             QCOMPARE(found, failures < 2);
             QCOMPARE(QString::fromStdString(value), QString(failures < 2 ? "30000" : "none"));
         }

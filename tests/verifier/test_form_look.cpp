@@ -362,6 +362,8 @@ private slots:
         QCOMPARE(caption->pos(), QPoint(5, 0));
         QCOMPARE(caption->font().pointSize(), 8);
         QVERIFY(!caption->font().bold());
+        QCOMPARE(caption->size(), QSize(caption->sizeHint().width(), board->height()));
+        QCOMPARE(caption->objectName(), QString("LABEL_CONNECT"));
         // The caption lets the press through.
         QSignalSpy pressed(board, &QPushButton::clicked);
         const QPoint middle = caption->mapTo(m_panel.get(), caption->rect().center());

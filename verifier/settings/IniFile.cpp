@@ -57,7 +57,6 @@ bool ini_read(std::string section, std::string key, std::string defaultValue, st
         QSettings settings(path, QSettings::NativeFormat);
         settings.beginGroup(text(section));
         joined = settings.value(text(key)).toStringList().join(QStringLiteral(", "));
-        settings.endGroup();
         answered = settings.status() != QSettings::AccessError;
     }
     value = joined.isEmpty() ? std::move(defaultValue) : joined.toStdString();
