@@ -6,6 +6,7 @@
 #include <QtTest>
 
 #include "platform/ChildProcess.h"
+#include "support/LogRecorder.h"
 
 namespace {
 
@@ -125,9 +126,11 @@ private slots:
     {
         QTemporaryDir directory;
         const QString record = directory.filePath("process");
+        const LogRecorder log;
         QElapsedTimer timer;
         timer.start();
         runChildProcess("sh", {"-c", "echo $$ > \"$0\"; exec cat", record}, kShortTimeout_ms);
+        QCOMPARE(log.messages(), QStringList());
         QVERIFY2(timer.elapsed() >= kShortTimeout_ms, qPrintable(QString::number(timer.elapsed())));
         QFile file(record);
         QVERIFY(file.open(QIODevice::ReadOnly));

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <memory>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -77,6 +78,22 @@ private slots:
         QVERIFY(!QFileInfo(file).permission(QFileDevice::ExeOwner));
         QVERIFY(disk_file::write(path, "", 0));
         QCOMPARE(contentOf(file), QByteArray());
+    }
+
+    // Folders and files get its number in turn.
+    void aWriteNeedsNoStandardInput()
+    {
+        const int input = ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+        ::close(STDIN_FILENO);
+        bool all = true;
+        for (const char* path : {"/mnt/picture.tif", "/mnt/folder/picture.tif", "/elsewhere"})
+            all = writeOurs(path) && all;
+        if (input >= 0) {
+            ::dup2(input, STDIN_FILENO);
+            ::close(input);
+        }
+        QVERIFY(all);
+        QCOMPARE(contentOf(at("/mnt/folder/picture.tif")), QByteArray(kOurs));
     }
 
     void onlyTheUmaskTakesRights_data()
