@@ -146,6 +146,27 @@ private slots:
         QVERIFY(!holdsUnsafeObject(valueOf("\\0\\0\\0\\x7f\\0\\0\\0\\x4theirs\\0")));
     }
 
+    // Taken for itself, a letter would make a longer list than there are bytes for; left out, an
+    // empty one of a list that is too long.
+    void everyEscapedLetterIsTheByteThatItStandsFor_data()
+    {
+        QTest::addColumn<QByteArray>("letter");
+        QTest::addColumn<int>("byte");
+        int byte = 7;
+        for (const char* letter : {"a", "b", "t", "n", "v", "f", "r"})
+            QTest::newRow(letter) << QByteArray(letter) << byte++;
+    }
+
+    void everyEscapedLetterIsTheByteThatItStandsFor()
+    {
+        QFETCH(QByteArray, letter);
+        QFETCH(int, byte);
+        const QByteArray yes = "\\0\\0\\0\\x1\\x1";
+        QVERIFY(!holdsUnsafeObject(valueOf(kList + "\\0\\0\\0\\" + letter + yes.repeated(byte))));
+        QVERIFY(
+            holdsUnsafeObject(valueOf(kList + ("\\" + letter).repeated(4) + QByteArray("\\0").repeated(8))));
+    }
+
     void aFileIsLookedAtAgainOnlyWhenItHasChanged()
     {
         const QString path = instrumentPath(QString(kStageFile));
