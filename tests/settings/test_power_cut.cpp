@@ -211,6 +211,16 @@ private slots:
         QVERIFY(looks > 2);
     }
 
+    void contentThatDoesNotReachTheDiskDoesNotTakeTheOldOnesPlace()
+    {
+        putOld(true);
+        FaultyFileCalls::arm(Fault::Error, 1, EIO, false, "fsync");
+        const bool saved = save(MainFile);
+        QVERIFY(FaultyFileCalls::disarm() >= 1);
+        QVERIFY(!saved);
+        QCOMPARE(bytesOf(path()), QByteArray(kOld));
+    }
+
     void aFileThatCannotBeOpenedOnceIsAskedAgain()
     {
         // The first look is for objects that are not in order, and only what looks different since is
