@@ -299,7 +299,9 @@ private slots:
         QFETCH(int, stored);
         global_ini()->Skip_frame = 5;
         setText("EDIT_SKIP_FRAME", text);
+        clearConsoles();
         click("BUTTON_SKIP_FRAME");
+        QVERIFY(messages().startsWith("void ORLA_II_Plus_Verifier::on_BUTTON_SKIP_FRAME_clicked()"));
         QCOMPARE(global_ini()->Skip_frame, stored);
         QCOMPARE(this->text("EDIT_SKIP_FRAME"), text);
         if (stored != 5)
@@ -324,7 +326,9 @@ private:
     {
         if (!name.isEmpty()) // which cancels
             boxes().giveNextFileName(name);
+        clearConsoles();
         click("BUTTON_CAPTURE");
+        QVERIFY(messages().startsWith("void ORLA_II_Plus_Verifier::on_BUTTON_CAPTURE_clicked()"));
     }
 
     QStringList filesOnDisk() { return QDir(usb().filesOf()).entryList(QDir::Files); }

@@ -142,7 +142,9 @@ private slots:
     void aCheckedLedButtonMeansDark()
     {
         QVERIFY(board().light().ledOn);
+        clearConsoles();
         click("BUTTON_LED");
+        QVERIFY(messages().startsWith("void ORLA_II_Plus_Verifier::on_BUTTON_LED_clicked(bool)() off \n"));
         QVERIFY(find<QPushButton>("BUTTON_LED")->isChecked());
         QCOMPARE(takeBoardLines(), QStringList("$,LED4,OFF,,"));
         QVERIFY(!board().light().ledOn);
