@@ -2,7 +2,6 @@
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,6 +21,7 @@
 #include "support/FileBytes.h"
 #include "support/FileTime.h"
 #include "support/LogRecorder.h"
+#include "support/WithoutStandardInput.h"
 #include "tests/settings/QuickDirectory.h"
 
 namespace {
@@ -401,17 +401,10 @@ private slots:
     void aSaveNeedsNoStandardInput()
     {
         putBytes(machinePath(), "[a]\nv=1\n");
-        // The next file that is opened takes its number.
-        const int input = ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-        ::close(STDIN_FILENO);
+        const WithoutStandardInput without;
         SafeSettingsFile file(kFile);
         file.settings().setValue("a/v", 2);
-        const bool saved = file.commit();
-        if (input >= 0) {
-            ::dup2(input, STDIN_FILENO);
-            ::close(input);
-        }
-        QVERIFY(saved);
+        QVERIFY(file.commit());
         QCOMPARE(bytesOf(machinePath()), QByteArray("[a]\nv=2\n"));
     }
 
