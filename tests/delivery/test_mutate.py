@@ -25,6 +25,13 @@ def fault(line="    return 1;", nth=0, number=10):
     return mutate.Fault("verifier/f.cpp", number, kind, line, after, nth)
 
 
+class Known:
+    """A test whose time is known."""
+
+    def __init__(self, name, seconds, labels=()):
+        self.name, self.seconds, self.labels, self.folder = name, seconds, labels, "tests/x"
+
+
 class Faults(unittest.TestCase):
     def test_each_kind_of_fault(self):
         rows = [
@@ -84,10 +91,6 @@ class AddingUp(unittest.TestCase):
         self.assertEqual(len(again.of("verifier", mutate.FOUND)), 1)
 
     def test_what_found_faults_of_the_file_before_comes_first_and_whole_programs_last(self):
-        class Known:
-            def __init__(self, name, seconds, labels=()):
-                self.name, self.seconds, self.labels, self.folder = name, seconds, labels, "tests/x"
-
         slow, quick = Known("slow", 20), Known("quick", 1)
         program, near = Known("program", 0.1, ["system"]), Known("test_f", 4)
         results = mutate.Results(self.file)
@@ -96,6 +99,16 @@ class AddingUp(unittest.TestCase):
         for _ in range(3):
             results.keep(vars(fault(nth=_)) | {"verdict": mutate.FOUND, "by": "slow", "ran": ["near", "quick", "slow"]})
         self.assertEqual(results.order("verifier/f.cpp", tests)[1:], [slow, quick, program])
+
+    def test_the_order_is_learnt_from_another_seed_and_the_score_is_not(self):
+        slow, quick = Known("slow", 20), Known("quick", 1)
+        self.assertEqual(mutate.Results(None).order("verifier/f.cpp", [slow, quick]), [quick, slow])
+        earlier = mutate.Results(self.file)
+        for nth in range(3):
+            earlier.add(fault(nth=nth), {"verdict": mutate.FOUND, "by": "slow", "ran": ["quick", "slow"]}, 3)
+        learnt = mutate.Results(None, self.file)
+        self.assertEqual(learnt.order("verifier/f.cpp", [slow, quick]), [slow, quick])
+        self.assertEqual(learnt.of("verifier", mutate.FOUND), [])
 
 
 class Equivalents(unittest.TestCase):
