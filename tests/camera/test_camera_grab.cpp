@@ -49,6 +49,12 @@ private:
             grabber.wait();
         }
 
+        /// Has a frame copied there as soon as it is asked for, which it is at once.
+        void start(Bytes& destination)
+        {
+            grabber.registerCamera(&camera, destination.data());
+            grabber.start(QThread::InheritPriority);
+        }
         bool deliver(quint8 value) { return camera.machine.deliver({value, kVgaSize}); }
     };
 
@@ -57,8 +63,7 @@ private slots:
     {
         QTest::ignoreMessage(QtDebugMsg, "GrabThread::GrabThread(QObject*)");
         Fixture fixture;
-        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
-        fixture.grabber.start(QThread::InheritPriority);
+        fixture.start(fixture.buffer);
         QTRY_COMPARE(fixture.messages.size(), 2);
         QCOMPARE(fixture.messages.at(0),
                  QStringList({"void GrabThread::registerCamera(OV5642Camera*, uchar*)"}));
@@ -86,8 +91,7 @@ private slots:
     void eachAnswerBringsOneMoreFrame()
     {
         Fixture fixture;
-        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
-        fixture.grabber.start(QThread::InheritPriority);
+        fixture.start(fixture.buffer);
         QTRY_COMPARE(fixture.delivered, 1);
         for (int i = 2; i <= 5; ++i) {
             QVERIFY(fixture.deliver(quint8(30 * i)));
@@ -108,14 +112,12 @@ private slots:
     {
         Fixture fixture;
         QVERIFY(fixture.deliver(70));
-        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
-        fixture.grabber.start(QThread::InheritPriority);
+        fixture.start(fixture.buffer);
         QTRY_COMPARE(fixture.delivered, 1);
         fixture.grabber.stop();
         QVERIFY(fixture.grabber.wait());
         Bytes other(kVgaRgbSize, kUntouched);
-        fixture.grabber.registerCamera(&fixture.camera, other.data());
-        fixture.grabber.start(QThread::InheritPriority);
+        fixture.start(other);
         QTRY_COMPARE(fixture.delivered, 2);
         QCOMPARE(other, rgbOf(70));
     }
@@ -131,8 +133,7 @@ private slots:
                 ++torn;
             fixture.grabber.grab();
         });
-        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
-        fixture.grabber.start(QThread::InheritPriority);
+        fixture.start(fixture.buffer);
         QTRY_VERIFY_WITH_TIMEOUT(fixture.delivered >= 20, kManyFrames_ms);
         QCOMPARE(torn, 0);
     }
@@ -159,8 +160,7 @@ private slots:
         Fixture fixture(false);
         fixture.camera.machine.failCall("VIDIOC_S_FMT", 1);
         QVERIFY(!fixture.camera.open(0, "", false));
-        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
-        fixture.grabber.start(QThread::InheritPriority);
+        fixture.start(fixture.buffer);
         for (int i = 1; i <= 3; ++i) {
             QTRY_COMPARE(fixture.delivered, i);
             QVERIFY(fixture.grabber.frameDelivered());
@@ -173,8 +173,7 @@ private slots:
     {
         Fixture fixture;
         QVERIFY(fixture.deliver(70));
-        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
-        fixture.grabber.start(QThread::InheritPriority);
+        fixture.start(fixture.buffer);
         QTRY_COMPARE(fixture.delivered, 1);
         fixture.camera.machine.failCall("select", ScriptedCamera::kAlways, -1, ENODEV);
         QTRY_VERIFY(fixture.camera.isGone());
@@ -204,8 +203,7 @@ private slots:
         QVERIFY(fixture.deliver(70));
         fixture.camera.machine.failCall("select", ScriptedCamera::kAlways, -1, ENODEV);
         QTRY_VERIFY(fixture.camera.isGone());
-        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
-        fixture.grabber.start(QThread::InheritPriority);
+        fixture.start(fixture.buffer);
         QTRY_COMPARE(fixture.delivered, 1);
         QCOMPARE(fixture.buffer, rgbOf(70));
     }
@@ -213,8 +211,7 @@ private slots:
     void aStoppedThreadEndsAndDeliversNoMore()
     {
         Fixture fixture;
-        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
-        fixture.grabber.start(QThread::InheritPriority);
+        fixture.start(fixture.buffer);
         QTRY_COMPARE(fixture.delivered, 1);
         QVERIFY(fixture.grabber.isRunning());
         fixture.grabber.stop();
@@ -224,8 +221,7 @@ private slots:
         QTest::qWait(kIdle_ms);
         QCOMPARE(fixture.delivered, 1);
 
-        fixture.grabber.registerCamera(&fixture.camera, fixture.buffer.data());
-        fixture.grabber.start(QThread::InheritPriority);
+        fixture.start(fixture.buffer);
         QTRY_COMPARE(fixture.delivered, 2);
     }
 
@@ -270,8 +266,7 @@ private slots:
         QVERIFY(fixture.camera.open(mode, "", false));
         Bytes buffer(std::size_t(size) + 1, kUntouched);
         const Bytes expected(fixture.camera.getFrame(), fixture.camera.getFrame() + size);
-        fixture.grabber.registerCamera(&fixture.camera, buffer.data());
-        fixture.grabber.start(QThread::InheritPriority);
+        fixture.start(buffer);
         QTRY_COMPARE_WITH_TIMEOUT(fixture.delivered, 1, kManyFrames_ms);
         fixture.grabber.stop();
         QVERIFY(fixture.grabber.wait());
