@@ -492,6 +492,41 @@ private slots:
         QCOMPARE(linkTextOf(machinePath()), QString("Settings.ini"));
     }
 
+    void asManyLinksAreFollowedAsTheSystemFollows_data()
+    {
+        QTest::addColumn<int>("links");
+        QTest::addColumn<bool>("saved");
+        QTest::newRow("as many as it follows") << 40 << true;
+        QTest::newRow("one more") << 41 << false;
+        QTest::newRow("so many that the last ones lead to the file") << 60 << false;
+    }
+
+    void asManyLinksAreFollowedAsTheSystemFollows()
+    {
+        QFETCH(int, links);
+        QFETCH(bool, saved);
+        // A link in the way to the folder would be one of them.
+        setInstrumentRoot(QFileInfo(m_directory->path()).canonicalFilePath());
+        const QString folder = QFileInfo(machinePath()).path();
+        putBytes(folder + "/0", "[a]\nv=1\n");
+        for (int i = 1; i <= links; ++i)
+            QVERIFY(QFile::link(QString::number(i - 1),
+                                i < links ? folder + '/' + QString::number(i) : machinePath()));
+        QCOMPARE(QFile::exists(machinePath()), saved);
+        const LogRecorder log;
+        QCOMPARE(writeIniEntries({{"a", "v", "2"}}, kFile.toStdString()), saved);
+        if (!saved) {
+            QCOMPARE(log.messages().size(), 1);
+            QVERIFY2(log.messages().first().endsWith("[Error] not saved: /conf/Settings.ini "
+                                                     "open: Too many levels of symbolic links"),
+                     qPrintable(log.messages().first()));
+        }
+        QCOMPARE(bytesOf(folder + "/0"), QByteArray(saved ? "[a]\nv=2\n" : "[a]\nv=1\n"));
+        for (int i = 1; i < links; ++i)
+            QCOMPARE(linkTextOf(folder + '/' + QString::number(i)), QString::number(i - 1));
+        QCOMPARE(linkTextOf(machinePath()), QString::number(links - 1));
+    }
+
     void aFileThatCannotBeReplacedIsAFailureWithItsReason()
     {
         QVERIFY(QDir().mkpath(machinePath() + "/in the way"));

@@ -24,17 +24,18 @@ constexpr long kNanosecondsPerMillisecond = 1000000;
 constexpr qint64 kMillisecondsPerSecond = 1000;
 constexpr qint64 kClockStep_ms = 10000;
 
-// The file that a path leads to, which need not exist.
+// The file that a path leads to, which need not exist. The path itself where more links lead on
+// than the system follows: one of them in between would be taken for the file and replaced.
 QString resolved(const QString& path)
 {
     QString file = path;
-    for (int links = 0; links < kMostLinks; ++links) {
+    for (int links = 0; links <= kMostLinks; ++links) {
         const QString target = QFile::symLinkTarget(file);
         if (target.isEmpty())
-            break;
+            return file;
         file = target;
     }
-    return file;
+    return path;
 }
 
 qint64 modified_ms(const struct stat& file)

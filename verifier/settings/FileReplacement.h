@@ -10,9 +10,9 @@
 ///
 /// Owner, group and mode are those of the old file; a process that may write it but not give
 /// files away becomes the owner. A file that the process may not write stays. Where the path
-/// is a symbolic link, the file it leads to is replaced and the link stays. The scratch
-/// directory, ".NAME.saving", goes with this object; one that a power cut left behind goes
-/// with the next save.
+/// is a symbolic link, the file it leads to is replaced and the link stays; a chain of more
+/// links than the system follows is a failure. The scratch directory, ".NAME.saving", goes with
+/// this object; one that a power cut left behind goes with the next save.
 ///
 /// Neither QSaveFile nor QSettings' own atomic save, which uses it, promises as much: the file
 /// gets another owner, a flush to the disk that fails is ignored, and what a power cut leaves
