@@ -135,6 +135,15 @@ int open64(const char* path, int flags, ...)
     return guardedOpen("open64", path, flags, mode);
 }
 
+ssize_t read(int fd, void* bytes, size_t count)
+{
+    const auto call = original<ssize_t (*)(int, void*, size_t)>("read");
+    if (!g_armed || state().kind != "take " || enter("take " + pathOf(fd)) != Fault::Error)
+        return call(fd, bytes, count);
+    errno = state().errorNumber;
+    return -1;
+}
+
 ssize_t write(int fd, const void* bytes, size_t count)
 {
     const auto call = original<ssize_t (*)(int, const void*, size_t)>("write");

@@ -21,7 +21,7 @@ enum class Fault {
 /// From now on the calls are counted and recorded, and the one with this number (the first
 /// is 1) has the fault. With lasting, all calls from this one on have it; with a kind, such as
 /// "fsync", only calls of that kind are counted; the kind "read" is of those that open a file and
-/// change nothing.
+/// change nothing, the kind "take" of those that read.
 void arm(Fault fault, int number, int errorNumber = 0, bool lasting = false, const QByteArray& kind = {});
 
 /// Ends the counting. Returns how many calls were counted.

@@ -13,6 +13,7 @@
 #include <QtTest>
 
 #include "platform/InstrumentPath.h"
+#include "settings/FileReplacement.h"
 #include "settings/IniFile.h"
 #include "settings/SafeSettingsFile.h"
 #include "support/FileBytes.h"
@@ -209,6 +210,142 @@ private slots:
             QVERIFY((bytesOf(path()) == kOld) == hit);
         }
         QVERIFY(looks > 2);
+    }
+
+    // Of the old file, of the copy that is worked on and of the new content.
+    void aReadThatFailsLeavesTheOldOrTheNewContent_data()
+    {
+        QTest::addColumn<int>("way");
+        QTest::addColumn<QByteArray>("kind");
+        for (const char* kind : {"read", "take"})
+            for (Save way : {OneKey, ManyKeys, MainFile})
+                QTest::addRow("save %d, %s", way, kind) << int(way) << QByteArray(kind);
+    }
+
+    void aReadThatFailsLeavesTheOldOrTheNewContent()
+    {
+        QFETCH(int, way);
+        QFETCH(QByteArray, kind);
+        const QByteArray fresh = contentAfterSave(Save(way), true);
+        int failures = 0;
+        bool hit = true;
+        for (int number = 1; hit; ++number) {
+            putOld(true);
+            const LogRecorder log;
+            FaultyFileCalls::arm(Fault::Error, number, EIO, false, kind);
+            const bool saved = save(Save(way));
+            hit = FaultyFileCalls::disarm() >= number;
+            const QStringList messages = log.messages();
+
+            const QByteArray found = bytesOf(path());
+            const int lines = messages.filter("[Error] not saved: /conf/Settings.ini").size();
+            const QByteArray what = "failure " + QByteArray::number(number) + ": " +
+                                    messages.join('\n').toUtf8() + "\n" + found + "\n" +
+                                    FaultyFileCalls::calls().join('\n');
+            QVERIFY2(found == (lines == 0 ? fresh : QByteArray(kOld)), what);
+            QVERIFY2(way == OneKey || saved == (lines == 0), what);
+            QVERIFY2(messages.filter("Input/output error").size() == lines, what);
+            failures += lines;
+        }
+        // At least the old file and the new content.
+        QVERIFY(failures >= 2);
+    }
+
+    void aReadThatASignalBreaksOffIsGoneOnWith_data() { addWays(); }
+
+    void aReadThatASignalBreaksOffIsGoneOnWith()
+    {
+        QFETCH(int, way);
+        const QByteArray fresh = contentAfterSave(Save(way), true);
+        bool hit = true;
+        for (int number = 1; hit; ++number) {
+            putOld(true);
+            FaultyFileCalls::arm(Fault::Error, number, EINTR, false, "take");
+            QVERIFY(save(Save(way)));
+            hit = FaultyFileCalls::disarm() >= number;
+            QCOMPARE(bytesOf(path()), fresh);
+        }
+    }
+
+    void aStepThatFailsIsNamed_data()
+    {
+        QTest::addColumn<QByteArray>("kind");
+        QTest::addColumn<QString>("step");
+        QTest::newRow("new file") << QByteArray("open") << "create";
+        QTest::newRow("its content") << QByteArray("write") << "write";
+        QTest::newRow("a look at it") << QByteArray("fstat") << "keep owner and mode";
+        QTest::newRow("its mode") << QByteArray("fchmod") << "keep owner and mode";
+        QTest::newRow("its way to the disk") << QByteArray("fsync") << "flush";
+        QTest::newRow("its end") << QByteArray("close") << "flush";
+        QTest::newRow("its name") << QByteArray("rename") << "replace";
+    }
+
+    void aStepThatFailsIsNamed()
+    {
+        QFETCH(QByteArray, kind);
+        QFETCH(QString, step);
+        putOld(true);
+        FileReplacement file(path());
+        QVERIFY(file.begin());
+        FaultyFileCalls::arm(Fault::Error, 1, EIO, false, kind);
+        const bool saved = file.commit("new");
+        QCOMPARE(FaultyFileCalls::disarm(), 1);
+        QVERIFY(!saved);
+        QCOMPARE(file.reason(), step + ": Input/output error");
+        QCOMPARE(bytesOf(path()), QByteArray(kOld));
+    }
+
+    void aCopyThatCannotBeWrittenIsTheReason_data()
+    {
+        QTest::addColumn<QByteArray>("kind");
+        QTest::addColumn<int>("number");
+        QTest::addColumn<QString>("reason");
+        // Neither the copy in memory nor, where that is refused, the one beside the file.
+        QTest::newRow("with the old content") << QByteArray("write") << 1 << "No space left on device";
+        QTest::newRow("with the new content") << QByteArray("open") << 2 << "scratch file cannot be written";
+    }
+
+    void aCopyThatCannotBeWrittenIsTheReason()
+    {
+        QFETCH(QByteArray, kind);
+        QFETCH(int, number);
+        QFETCH(QString, reason);
+        putOld(true);
+        const LogRecorder log;
+        FaultyFileCalls::arm(Fault::Error, number, ENOSPC, true, kind);
+        const bool saved = save(MainFile);
+        FaultyFileCalls::disarm();
+        QVERIFY(!saved);
+        QCOMPARE(bytesOf(path()), QByteArray(kOld));
+        QCOMPARE(log.messages().size(), 1);
+        QVERIFY2(log.messages().first().endsWith(" /conf/Settings.ini " + reason),
+                 qPrintable(log.messages().first()));
+    }
+
+    // Each is a folder, a file and a reading of it.
+    void noMoreCopiesAreWorkedOnThanNeeded_data()
+    {
+        QTest::addColumn<int>("way");
+        QTest::addColumn<int>("copies");
+        QTest::newRow("one key, and a second reading") << int(OneKey) << 2;
+        QTest::newRow("many keys at once, and a second reading") << int(ManyKeys) << 2;
+        QTest::newRow("main file") << int(MainFile) << 1;
+    }
+
+    void noMoreCopiesAreWorkedOnThanNeeded()
+    {
+        QFETCH(int, way);
+        QFETCH(int, copies);
+        if (!QFileInfo("/dev/shm").isWritable())
+            QSKIP("no folder in memory here");
+        putOld(true);
+        FaultyFileCalls::arm(Fault::None, 0);
+        save(Save(way));
+        FaultyFileCalls::disarm();
+        int folders = 0;
+        for (const QByteArray& call : FaultyFileCalls::calls())
+            folders += call.startsWith("mkdir /dev/shm/orla-scratch-") ? 1 : 0;
+        QCOMPARE(folders, copies);
     }
 
     void contentThatDoesNotReachTheDiskDoesNotTakeTheOldOnesPlace()

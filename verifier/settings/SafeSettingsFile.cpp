@@ -15,15 +15,8 @@ SafeSettingsFile::SafeSettingsFile(const QString& fixedPath)
         m_ready = false;
         m_reason = kUnsafeObjectReason;
     }
-    const auto makeScratch = [&] {
-        m_scratch = std::make_unique<ScratchSettings>(m_ready ? m_file.scratchFile() : QString(), content,
-                                                      QSettings::IniFormat);
-    };
-    makeScratch();
-    // A copy that QSettings failed to read looks like one without a key, and without the old keys
-    // the new content would take the file's place. So such a one is looked at a second time.
-    if (m_ready && !content.isEmpty() && m_scratch->settings().allKeys().isEmpty())
-        makeScratch();
+    m_scratch = std::make_unique<ScratchSettings>(m_ready ? m_file.scratchFile() : QString(), content,
+                                                  QSettings::IniFormat);
 }
 
 bool SafeSettingsFile::commit()

@@ -39,8 +39,19 @@ bool takeEndMark(QByteArray& content)
 } // namespace
 
 ScratchSettings::ScratchSettings(const QString& path, const QByteArray& content, QSettings::Format format)
-    : m_memory(kInMemory), m_path(path)
+    : m_memory(kInMemory)
 {
+    makeCopy(path, content, format);
+    // A copy that QSettings failed to read looks like one without a key, and without the old keys
+    // the new content would take the file's place. So such a one is looked at a second time, under
+    // another name: QSettings remembers what it has found under the first one.
+    if (m_reason.isEmpty() && !content.isEmpty() && m_settings->allKeys().isEmpty())
+        makeCopy(path + QStringLiteral("-again"), content, format);
+}
+
+void ScratchSettings::makeCopy(const QString& path, const QByteArray& content, QSettings::Format format)
+{
+    m_path = path;
     const QString inMemory = m_memory.filePath(QFileInfo(path).fileName());
     // Nobody wants Qt's own word about a file without a name in the log.
     if (path.isEmpty())

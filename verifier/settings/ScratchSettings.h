@@ -28,6 +28,8 @@ public:
     bool finish(QByteArray& content, QString& reason);
 
 private:
+    void makeCopy(const QString& path, const QByteArray& content, QSettings::Format format);
+
     QTemporaryDir m_memory; ///< goes last, with what QSettings leaves there
     QString m_path;
     QString m_reason; ///< why there is no copy; empty if there is
