@@ -52,7 +52,6 @@ QString scoreTable(const std::vector<AutoFocusingData_s>& samples, std::size_t b
     // The operators read the last line: they count samples from one.
     if (best < samples.size())
         writeSample(best + 1, samples[best]);
-    stream.flush();
     return table;
 }
 

@@ -88,7 +88,6 @@ FileReplacement::~FileReplacement()
 bool FileReplacement::begin()
 {
     const QFileInfo file(m_path);
-    errno = 0;
     if (!QDir().mkpath(file.path()))
         return fail("create directory");
     const QString scratch = file.path() + QStringLiteral("/.") + file.fileName() + QStringLiteral(".saving");

@@ -50,7 +50,6 @@ int digitValue(char letter, int base)
 QByteArray withoutEscapes(const QByteArray& content)
 {
     QByteArray plain;
-    plain.reserve(content.size());
     for (int i = 0; i < content.size(); ++i) {
         if (content[i] == '"')
             continue;
