@@ -10,6 +10,7 @@
 #include "settings/IniFile.h"
 #include "settings/MainSettings.h"
 #include "settings/SafeSettingsFile.h"
+#include "settings/SettingsFiles.h"
 #include "settings/StageFile.h"
 #include "settings/UnreadFiles.h"
 #include "support/FileBytes.h"
@@ -134,6 +135,26 @@ private slots:
         QVERIFY(noteLoad(file, QSettings(instrumentPath(file), QSettings::IniFormat)));
         QVERIFY(save({}));
         QVERIFY(bytesOf(instrumentPath(file)) != valuable);
+    }
+
+    // It can be read by now, and holds what the load did not get.
+    void aFileThatTheLoadGotNothingOfWasNotRead_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("keys") << QByteArray("[Z stage]\nStep=512\n");
+        QTest::newRow("an object that is not in order")
+            << QByteArray("@Variant(\\0\\0\\0\\t\\xff\\xff\\xff\\xff)\n");
+    }
+
+    void aFileThatTheLoadGotNothingOfWasNotRead()
+    {
+        QFETCH(QByteArray, content);
+        put(kStageFile, content);
+        QVERIFY(!noteLoad(kStageFile, QSettings(QString(kNoSettingsFile), QSettings::IniFormat)));
+        QVERIFY(isUnread(kStageFile));
+        QVERIFY(QFile::remove(instrumentPath(QString(kStageFile))));
+        QVERIFY(noteLoad(kStageFile, QSettings(QString(kNoSettingsFile), QSettings::IniFormat)));
+        QVERIFY(!isUnread(kStageFile));
     }
 
     void aFileWithoutAKeyWasRead_data()

@@ -17,9 +17,17 @@ const QByteArray kList = "\\0\\0\\0\\t";
 // A list of lists of lists ..., deeper than any stack.
 const QByteArray kDeepLists = (kList + "\\0\\0\\0\\x1").repeated(300000);
 
+const QByteArray kTooMany = kList + "\\xff\\xff\\xff\\xff";
+
 QByteArray valueOf(const QByteArray& bytes)
 {
     return "[Z stage]\nother=@Variant(" + bytes + ")\nStep=5\n";
+}
+
+// A list of two: what these bytes are, and one that is not in order.
+QByteArray behind(const QByteArray& bytes)
+{
+    return valueOf(kList + "\\0\\0\\0\\x2" + bytes + kTooMany);
 }
 
 } // namespace
@@ -57,6 +65,10 @@ private slots:
                                                "\\xff\\xff\\xff\\xff)\n");
         QTest::newRow("over two lines") << QByteArray("v=@Vari\\\nant(" + kList + "\\xff\\xff\\xff\\xff)\n");
         QTest::newRow("in a list") << QByteArray("v=1, @Variant(" + kList + "\\xff\\xff\\xff\\xff)\n");
+        QTest::newRow("behind a number") << behind("\\0\\0\\0\\x2\\0\\0\\0\\x1");
+        QTest::newRow("behind a text") << behind("\\0\\0\\0\\v\\0\\0\\0\\x1\\0\\0\\0\\x4\\0a\\0b");
+        QTest::newRow("at the very beginning") << QByteArray("@Variant(" + kTooMany + ")\n");
+        QTest::newRow("behind what stands there") << QByteArray("@Variant(\nv=@Variant(" + kTooMany + ")\n");
     }
 
     void whatIsNotInOrderIsFound()
@@ -94,6 +106,39 @@ private slots:
         QVERIFY(!settings.commit());
         QVERIFY(log.messages().last().contains(kUnsafeObjectReason));
         QCOMPARE(bytesOf(path), content);
+    }
+
+    // A list is too long whose count says more than there are bytes behind it.
+    void whatFollowsIsCountedByTheByte_data()
+    {
+        QTest::addColumn<QByteArray>("count");
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<bool>("unsafe");
+        const auto row = [](const char* name, const char* count, const QByteArray& bytes, bool unsafe) {
+            QTest::newRow(name) << QByteArray(count) << bytes << unsafe;
+        };
+        row("one, none there", "1", "", true);
+        row("one", "1", "(", false);
+        row("a backslash at the end", "1", "\\", false);
+        row("a byte at the end", "1", "\\0", false);
+        row("two, a byte at the end", "2", "\\0", true);
+        row("two, two octal digits", "2", "\\17", true);
+        row("eight is no octal digit", "2", "\\18", false);
+        row("two, two hexadecimal digits", "2", "\\x1f", true);
+        row("two, zero is a digit", "2", "\\x10", true);
+        row("g is no hexadecimal digit", "2", "\\x1g", false);
+        row("a sign is no hexadecimal digit", "2", "\\x1`", false);
+        row("two, a letter of two bytes", "2", "\\x141", true);
+        row("one, a quote", "1", "\"", true);
+        row("one, nobody's letter", "1", "\\q", true);
+        row("one, a zero behind a backslash", "1", QByteArray("\\\0", 2), true);
+    }
+
+    void whatFollowsIsCountedByTheByte()
+    {
+        QFETCH(QByteArray, count);
+        QFETCH(QByteArray, bytes);
+        QTEST(holdsUnsafeObject("v=@Variant(" + kList + "\\0\\0\\0\\x" + count + bytes), "unsafe");
     }
 
     // A list of lists of lists ..., as deep as is followed, and one deeper.
@@ -141,6 +186,7 @@ private slots:
         QVERIFY(!holdsUnsafeObject(""));
         QVERIFY(!holdsUnsafeObject("v=@Variant("));
         QVERIFY(!holdsUnsafeObject("v=\\"));
+        QVERIFY(!holdsUnsafeObject("@@Variant(" + kTooMany));
         // Nobody knows such types, so that nothing is built.
         QVERIFY(!holdsUnsafeObject("v=@Variant( @\\x@)"));
         QVERIFY(!holdsUnsafeObject(valueOf("\\0\\0\\0\\x7f\\0\\0\\0\\x4theirs\\0")));
