@@ -214,6 +214,26 @@ private slots:
         QCOMPARE(sequencer->samples().back().focusValue, sequencer->brennerGradient(plane));
     }
 
+    void aFrameOfOneRowOrColumnIsOneToo_data()
+    {
+        QTest::addColumn<int>("width");
+        QTest::addColumn<int>("height");
+        QTest::newRow("row") << kWidth << 1;
+        QTest::newRow("column") << 1 << kHeight;
+    }
+
+    void aFrameOfOneRowOrColumnIsOneToo()
+    {
+        QFETCH(int, width);
+        QFETCH(int, height);
+        QTRY_VERIFY(camera()->getFrame() != nullptr);
+        alg_Autofocus sequencer(nullptr, camera(), 0, width, height, false);
+        const Run run(sequencer);
+        sequencer.trigger_image_grab();
+        QCOMPARE(run.log, QStringList());
+        QCOMPARE(sequencer.samples().size(), std::size_t(1));
+    }
+
     void aFrameThatMemoryDoesNotSufficeForScoresZero()
     {
         Run run(autofocus(0));

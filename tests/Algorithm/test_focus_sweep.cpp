@@ -127,6 +127,11 @@ private slots:
         QTest::newRow("falling, checked") << falling << true << 2 << 0;
         QTest::newRow("equal minima: the first counts") << Scores{1, 1, 9} << true << 2 << 2;
         QTest::newRow("minimum twice, not last") << Scores{9, 1, 1} << true << 1 << 0;
+        const double infinite = std::numeric_limits<double>::infinity();
+        QTest::newRow("infinite peak, checked: no score is halfway to it")
+            << Scores{1, infinite, 1} << true << 1 << 1;
+        QTest::newRow("infinite throughout, checked: no minimum")
+            << Scores{infinite, infinite} << true << 1 << 0;
         QTest::newRow("one sample") << Scores{3} << false << 1 << 0;
         QTest::newRow("one sample, checked: both ends at once") << Scores{3} << true << 2 << 0;
     }
