@@ -95,8 +95,11 @@ private slots:
         QFETCH(uint, height);
         Navigation navigation;
         navigation.setNavigationSize(80, 60);
-        navigation.setImageSize(width, height);
+        navigation.setImageSize(2592, 1944);
         navigation.setDisplaySize(640, 480);
+        navigation.setNavigationPosition(0, 0);
+        QCOMPARE(navigation.positionRect(), QRect(0, 0, 20, 15));
+        navigation.setImageSize(width, height);
         navigation.setNavigationPosition(0, 0);
         QCOMPARE(navigation.positionRect(), QRect());
     }

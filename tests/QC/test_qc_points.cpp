@@ -61,6 +61,20 @@ private slots:
         QCOMPARE(widget.errors.count(), 0);
     }
 
+    void aMeasurementMarksNoFurtherPoint()
+    {
+        FrozenWidget widget(patternedFrame(), {{{700, 500}, 8}, {{730, 520}, 5}});
+        aimAt(widget, {700, 500});
+        widget.setPoint(0);
+        const QPoint offset = aimAt(widget, {730, 520});
+        widget.setPoint(1);
+        QVERIFY(measuredLength(widget) > 0);
+        widget.setPoint(1);
+        QCOMPARE(shown(widget),
+                 expectedView(widget.frame, offset, {{widget.toldPoint(0), "1"}, {widget.toldPoint(2), "2"}},
+                              {730, 520}));
+    }
+
     void aPointThatMovesLeavesNoMarkBehind()
     {
         FrozenWidget widget(patternedFrame(), {{{700, 500}, 8}, {{760, 520}, 8}});
@@ -263,6 +277,10 @@ private slots:
         QVERIFY((point - QPoint(300, 200)).manhattanLength() <= 2);
         QCOMPARE(shown(widget).pixelColor(point + QPoint(12, 0)), QColor(255, 0, 0));
         QCOMPARE(shown(widget).pixelColor(500, 400), QColor(200, 200, 200));
+        // The navigator shows all of it, and no longer a part from 0 to 20.
+        widget.setScale(1.0);
+        QCOMPARE(shown(widget).pixelColor(20, 4), QColor(200, 200, 200));
+        QCOMPARE(shown(widget).pixelColor(80, 4), kNavigatorColor);
     }
 };
 

@@ -5,6 +5,10 @@
 
 namespace {
 
+constexpr std::size_t kFrameBytes = std::size_t(2592) * 1944 * 3;
+
+int g_framesAllocated = 0;
+
 /// Counts how often it is painted.
 class PaintedMeasure : public QC_measure
 {
@@ -55,6 +59,23 @@ struct Below : QWidget
 
 } // namespace
 
+/// In the place of the library's, for the whole program.
+void* operator new[](std::size_t size)
+{
+    g_framesAllocated += size == kFrameBytes ? 1 : 0;
+    return operator new(size);
+}
+
+void operator delete[](void* memory) noexcept
+{
+    operator delete(memory);
+}
+
+void operator delete[](void* memory, std::size_t) noexcept
+{
+    operator delete(memory);
+}
+
 class TestQcView : public QObject
 {
     Q_OBJECT
@@ -88,6 +109,20 @@ private slots:
         widget.frame.fill(QRect(100, 100, 50, 50), Qt::white);
         widget.setImageData(widget.frame.data());
         QCOMPARE(shown(widget), expectedView(widget.frame, {0, 0}));
+    }
+
+    void memoryForTheFrameIsTakenOnce()
+    {
+        CalibrationFrame frame = patternedFrame();
+        QC_measure widget;
+        g_framesAllocated = 0;
+        for (int i = 0; i < 3; ++i)
+            widget.setImageData(frame.data());
+        QCOMPARE(g_framesAllocated, 1);
+        // It is given back with the frame.
+        widget.setImageData(nullptr);
+        widget.setImageData(frame.data());
+        QCOMPARE(g_framesAllocated, 2);
     }
 
     void aMissingFrameTakesTheOldOneAway()
