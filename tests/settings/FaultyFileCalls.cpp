@@ -135,7 +135,9 @@ int open64(const char* path, int flags, ...)
     return guardedOpen("open64", path, flags, mode);
 }
 
-ssize_t read(int fd, void* bytes, size_t count)
+// By another name: the library's header may define one that looks after the size.
+ssize_t readFile(int fd, void* bytes, size_t count) __asm__("read");
+ssize_t readFile(int fd, void* bytes, size_t count)
 {
     const auto call = original<ssize_t (*)(int, void*, size_t)>("read");
     if (!g_armed || state().kind != "take " || enter("take " + pathOf(fd)) != Fault::Error)
