@@ -13,6 +13,8 @@
 
 namespace {
 
+const QString kReason = QStringLiteral("holds an object that is not in order");
+
 const QByteArray kList = "\\0\\0\\0\\t";
 // A list of lists of lists ..., deeper than any stack.
 const QByteArray kDeepLists = (kList + "\\0\\0\\0\\x1").repeated(300000);
@@ -93,18 +95,18 @@ private slots:
         std::string value;
         QVERIFY(!ini_read("Z stage", "Step", "256", value, kStageFile));
         QCOMPARE(QString::fromStdString(value), QString("256"));
-        const QString told = QString("[Error] \"%1\" %2").arg(kStageFile, kUnsafeObjectReason);
+        const QString told = QString("[Error] \"%1\" %2").arg(kStageFile, kReason);
         QVERIFY2(log.messages().contains(told), qPrintable(log.messages().join('\n')));
         global_ini_t record{};
         loadStageFile(record);
         QCOMPARE(record.Z_step, 256);
         QVERIFY(!saveStageFile(record));
-        const QString unsaved = QString("[Error] not saved: %1 %2").arg(kStageFile, kUnsafeObjectReason);
+        const QString unsaved = QString("[Error] not saved: %1 %2").arg(kStageFile, kReason);
         QVERIFY2(log.messages().last().endsWith(unsaved), qPrintable(log.messages().last()));
         SafeSettingsFile settings(kStageFile);
         settings.settings().setValue("a", 1);
         QVERIFY(!settings.commit());
-        QVERIFY(log.messages().last().contains(kUnsafeObjectReason));
+        QVERIFY(log.messages().last().contains(kReason));
         QCOMPARE(bytesOf(path), content);
     }
 
