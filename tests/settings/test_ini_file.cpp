@@ -408,6 +408,21 @@ private slots:
         QVERIFY(QFile::remove(inTheWay));
     }
 
+    void aLinkInTheScratchFoldersPlaceLeadsNoRemovalElsewhere()
+    {
+        putBytes(machinePath(), "[a]\nv=1\n");
+        const QString theirs = instrumentPath(QStringLiteral("/elsewhere/theirs"));
+        putBytes(theirs, "theirs");
+        const QString inTheWay = QFileInfo(machinePath()).path() + "/.Settings.ini.saving";
+        QVERIFY(QFile::link("../elsewhere", inTheWay));
+        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(R"(\[Error\] not saved: /conf/Settings\.ini )"
+                                                            "create scratch directory: File exists$"));
+        QVERIFY(!writeIniEntries({{"a", "v", "2"}}, kFile.toStdString()));
+        QCOMPARE(bytesOf(theirs), QByteArray("theirs"));
+        QCOMPARE(linkTextOf(inTheWay), QString("../elsewhere"));
+        QCOMPARE(bytesOf(machinePath()), QByteArray("[a]\nv=1\n"));
+    }
+
     void whatIsReadTakesThePlaceOfWhatWasThere()
     {
         putBytes(machinePath(), "[a]\nv=1\n");

@@ -91,7 +91,9 @@ bool FileReplacement::begin()
     if (!QDir().mkpath(file.path()))
         return fail("create directory");
     const QString scratch = file.path() + QStringLiteral("/.") + file.fileName() + QStringLiteral(".saving");
-    QDir(scratch).removeRecursively();
+    // What a power cut left behind, but nothing that a link leads to.
+    if (!QFileInfo(scratch).isSymLink())
+        QDir(scratch).removeRecursively();
     if (::mkdir(QFile::encodeName(scratch).constData(), kPrivateMode) != 0)
         return fail("create scratch directory");
     m_scratch = scratch;
