@@ -16,6 +16,8 @@
 #include "settings/FileReplacement.h"
 #include "settings/IniFile.h"
 #include "settings/SafeSettingsFile.h"
+#include "settings/SettingsFiles.h"
+#include "settings/UnreadFiles.h"
 #include "support/FileBytes.h"
 #include "support/InChild.h"
 #include "support/LogRecorder.h"
@@ -293,6 +295,33 @@ private slots:
         QVERIFY(!saved);
         QCOMPARE(file.reason(), step + ": Input/output error");
         QCOMPARE(bytesOf(path()), QByteArray(kOld));
+    }
+
+    // What the load did not get may be keys, and a save would put defaults in their place.
+    void whatCannotBeLookedIntoWasNotRead_data()
+    {
+        QTest::addColumn<QByteArray>("kind");
+        QTest::addColumn<QByteArray>("comment");
+        QTest::newRow("no copy to look into") << QByteArray("open") << QByteArray();
+        QTest::newRow("no room in it") << QByteArray("write") << QByteArray();
+        QTest::newRow("no room in it for what is not kept back")
+            << QByteArray("write") << QByteArray("; nothing\n").repeated(10000);
+    }
+
+    void whatCannotBeLookedIntoWasNotRead()
+    {
+        QFETCH(QByteArray, kind);
+        QFETCH(QByteArray, comment);
+        putBytes(path(), comment + kOld);
+        const QSettings nothing(QString(kNoSettingsFile), QSettings::IniFormat);
+        FaultyFileCalls::arm(Fault::Error, 1, ENOSPC, true, kind);
+        const bool whole = noteLoad(kFile, nothing);
+        FaultyFileCalls::disarm();
+        QVERIFY(!whole);
+        QVERIFY(!save(MainFile));
+        QCOMPARE(bytesOf(path()), comment + kOld);
+        QVERIFY(noteLoad(kFile, QSettings(path(), QSettings::IniFormat)));
+        QVERIFY(save(MainFile));
     }
 
     void aCopyThatCannotBeWrittenIsTheReason_data()

@@ -15,11 +15,12 @@ QStringList& unreadFiles()
     return files;
 }
 
-// From a copy: QSettings remembers what it has found under the file's own name.
-bool holdsKeys(const QByteArray& content)
+// From a copy: QSettings remembers what it has found under the file's own name. Where there is no
+// room for one, nobody knows.
+bool mayHoldKeys(const QByteArray& content)
 {
     QTemporaryFile copy;
-    return copy.open() && copy.write(content) == content.size() && copy.flush() &&
+    return !copy.open() || copy.write(content) != content.size() || !copy.flush() ||
            !QSettings(copy.fileName(), QSettings::IniFormat).allKeys().isEmpty();
 }
 
@@ -29,7 +30,7 @@ bool isLoadedWhole(const QString& fixedPath, const QSettings& loaded)
         return true;
     QByteArray content;
     return FileReplacement(instrumentPath(fixedPath)).read(content) &&
-           (content.isEmpty() || (!holdsUnsafeObject(content) && !holdsKeys(content)));
+           (content.isEmpty() || (!holdsUnsafeObject(content) && !mayHoldKeys(content)));
 }
 
 } // namespace
