@@ -11,6 +11,8 @@
 namespace {
 
 constexpr QRect kView(0, 0, 640, 480);
+constexpr QRect kWindow(0, 0, 800, 480);
+constexpr int kDotsPerInch = 96;
 constexpr int kVga = 0;
 constexpr int k1280 = 1;
 const QRgb kWhite = qRgb(255, 255, 255);
@@ -29,13 +31,30 @@ Samples sweep(double peak, int at = 7)
     return samples;
 }
 
-QImage drawn(int mode, const Samples& samples, int best)
+QImage blank(const QSize& size, int dotsPerInch)
 {
-    QImage image(kView.size(), QImage::Format_RGB32);
+    QImage image(size, QImage::Format_RGB32);
     image.fill(Qt::magenta);
+    const int dotsPerMetre = qRound(dotsPerInch / 0.0254);
+    image.setDotsPerMeterX(dotsPerMetre);
+    image.setDotsPerMeterY(dotsPerMetre);
+    return image;
+}
+
+/// The graph on the whole window's ground, by a painter that has drawn something else before.
+QImage drawnOnWindow(int mode, const Samples& samples, int best, int dotsPerInch = kDotsPerInch)
+{
+    QImage image = blank(kWindow.size(), dotsPerInch);
     QPainter painter(&image);
+    painter.setPen(Qt::green);
+    painter.setBrush(Qt::green);
     drawFocusGraph(painter, kView, mode, samples, best);
     return image;
+}
+
+QImage drawn(int mode, const Samples& samples, int best, int dotsPerInch = kDotsPerInch)
+{
+    return drawnOnWindow(mode, samples, best, dotsPerInch).copy(kView);
 }
 
 QRect box(int x1, int y1, int x2, int y2)
@@ -47,7 +66,7 @@ QRect box(int x1, int y1, int x2, int y2)
 class PlainGraph
 {
 public:
-    PlainGraph() : m_image(kView.size(), QImage::Format_RGB32), m_painter(&m_image)
+    explicit PlainGraph(int dotsPerInch) : m_image(blank(kView.size(), dotsPerInch)), m_painter(&m_image)
     {
         m_painter.fillRect(0, 0, 640, 480, QColor(255, 255, 255, 255));
         m_painter.drawPixmap(50, 100, 561, 251, QPixmap(":/GUI/Graph.png"));
@@ -103,9 +122,9 @@ private:
     QPainter m_painter;
 };
 
-QImage plainGraph(int mode, const Samples& samples, int best)
+QImage plainGraph(int mode, const Samples& samples, int best, int dotsPerInch = kDotsPerInch)
 {
-    PlainGraph graph;
+    PlainGraph graph(dotsPerInch);
     for (int i = 1; i <= 15; ++i)
         if (i != best + 1)
             graph.number(i);
@@ -193,6 +212,20 @@ private slots:
         QFETCH(double, peak);
         const Samples samples = sweep(peak, best);
         QCOMPARE(drawn(mode, samples, best), plainGraph(mode, samples, best));
+    }
+
+    // What is left over of a box is halved: letters of an even and of an odd height.
+    void lettersOfEveryHeightStandInTheMiddle()
+    {
+        for (int dotsPerInch = 80; dotsPerInch <= 120; dotsPerInch += 5)
+            QCOMPARE(drawn(k1280, sweep(421.9), 7, dotsPerInch),
+                     plainGraph(k1280, sweep(421.9), 7, dotsPerInch));
+    }
+
+    void nothingIsDrawnBesideTheView()
+    {
+        const QRect beside(640, 0, 160, 480);
+        QCOMPARE(drawnOnWindow(k1280, sweep(421.9), 7).copy(beside), blank(beside.size(), kDotsPerInch));
     }
 
     void withoutSamplesThereAreAxesAndLabelsOnly()

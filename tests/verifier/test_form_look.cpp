@@ -374,6 +374,15 @@ private slots:
         board->setStyleSheet(kSelected);
         QCOMPARE(shown(board).pixelColor(caption->x(), 6), QColor(0, 170, 255));
         QCOMPARE(shown(board).pixelColor(board->width() - 6, 6), QColor(0, 170, 255));
+        // It covers nothing but with its letters, which stand clear of the button's edges.
+        const QImage with = shown(board);
+        board->findChild<QLabel*>()->hide();
+        const QImage without = shown(board);
+        QVERIFY(with != without);
+        const int bottom = board->height() - 1;
+        for (const int y : {0, 1, 2, bottom - 2, bottom - 1, bottom})
+            for (int x = 0; x < board->width(); ++x)
+                QCOMPARE(with.pixelColor(x, y), without.pixelColor(x, y));
     }
 
     void aPressIsSeenWhateverColourTheButtonHas_data()

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include <QtTest>
 
 #include "LiveViewGeometry.h"
@@ -64,15 +66,23 @@ private slots:
         QCOMPARE(pannedOffset({0, 0}, {1, 1}, {600, 400}, frame), QPoint(0, 0));
         // One pixel at a time the edge is reached and held.
         QPoint offset;
-        for (int i = 0; i < 3000; ++i)
+        for (int i = 1; i < 3000; ++i) {
             offset = pannedOffset(offset, {2, 2}, {1, 1}, frame);
-        QCOMPARE(offset, largest);
+            QCOMPARE(offset, QPoint(std::min(i, largest.x()), std::min(i, largest.y())));
+        }
     }
 
     void anOffsetOfALargerModeIsClampedByTheNextDrag()
     {
         QCOMPARE(pannedOffset({1952, 1464}, {100, 100}, {100, 100}, modeFrameSize(1)), QPoint(640, 480));
         QCOMPARE(pannedOffset({1952, 1464}, {100, 100}, {100, 100}, modeFrameSize(0)), QPoint(0, 0));
+    }
+
+    // The same rule, on a frame without a pixel.
+    void theFrameOfNoModeLeavesTheViewBeforeIt()
+    {
+        QCOMPARE(pannedOffset({0, 0}, {100, 100}, {100, 100}, modeFrameSize(-1)), QPoint(-640, -480));
+        QCOMPARE(pannedOffset({0, 0}, {100, 100}, {101, 101}, modeFrameSize(-1)), QPoint(0, 0));
     }
 
     void frameSizesFollowTheModes_data()
