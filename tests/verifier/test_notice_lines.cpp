@@ -19,14 +19,19 @@ const Change kUnclearAnswers = [](InstrumentCondition& c) {
 };
 const Change kSilentBoard = [](InstrumentCondition& c) { c.boardAnswers = false; };
 
-constexpr const char* kOpenLine = "Camera could not be opened: VIDIOC_S_FMT failed.";
-constexpr const char* kGoneLine = "Camera was unplugged.";
-constexpr const char* kSensorLine = "Image sensor does not answer:";
-constexpr const char* kFramesLine = "No picture from the camera for 3 seconds.";
-constexpr const char* k5MLine = "No 5M picture to measure.";
-constexpr const char* kSettingLine = "Image sensor missed a setting:";
+constexpr const char* kOpenLine =
+    "Camera could not be opened: VIDIOC_S_FMT failed. Press a resolution to retry.";
+constexpr const char* kGoneLine = "Camera was unplugged. Plug it in, then press a resolution.";
+constexpr const char* kSensorLine =
+    "Image sensor does not answer: its settings are neither read nor changed.";
+constexpr const char* kFramesLine =
+    "No picture from the camera for 3 seconds. Press a resolution to restart it.";
+constexpr const char* k5MLine = "No 5M picture to measure. Press Live, then Capture again.";
+constexpr const char* kSettingLine =
+    "Image sensor missed a setting: what is shown may not be in force. Set it again.";
 constexpr const char* kUnclearLine = "An answer of the board was unclear. Ask or set again: Z position, LED.";
-constexpr const char* kBoardLine = "Controller board does not answer:";
+constexpr const char* kBoardLine =
+    "Controller board does not answer: LED and stage do not react. Check its cable.";
 
 } // namespace
 Q_DECLARE_METATYPE(QVector<Change>)
@@ -39,9 +44,9 @@ private slots:
     void everyCauseIsToldAndNothingThatFollowsFromAnother_data()
     {
         QTest::addColumn<QVector<Change>>("causes");
-        QTest::addColumn<QStringList>("begins");
-        const auto row = [](const char* name, const QVector<Change>& causes, const QStringList& begins) {
-            QTest::newRow(name) << causes << begins;
+        QTest::addColumn<QStringList>("lines");
+        const auto row = [](const char* name, const QVector<Change>& causes, const QStringList& lines) {
+            QTest::newRow(name) << causes << lines;
         };
         row("all is well", {}, {});
         row("not opened", {kNotOpened}, {kOpenLine});
@@ -69,14 +74,11 @@ private slots:
     void everyCauseIsToldAndNothingThatFollowsFromAnother()
     {
         QFETCH(QVector<Change>, causes);
-        QFETCH(QStringList, begins);
+        QFETCH(QStringList, lines);
         InstrumentCondition condition;
         for (const Change& cause : causes)
             cause(condition);
-        const QStringList lines = noticeLines(condition);
-        QCOMPARE(lines.size(), begins.size());
-        for (int i = 0; i < lines.size(); ++i)
-            QVERIFY2(lines[i].startsWith(begins[i]), qPrintable(lines[i]));
+        QCOMPARE(noticeLines(condition), lines);
     }
 
     void theCallThatFailedIsNamed()

@@ -1,6 +1,13 @@
+#include <QCheckBox>
+#include <QDir>
+#include <QPainter>
+#include <QThread>
 #include <QtTest>
 
+#include "camera/OV5642Camera.h"
+#include "support/FileBytes.h"
 #include "support/WindowFixture.h"
+#include "verifier/WithoutGrabThread.h"
 
 namespace {
 
@@ -32,6 +39,24 @@ std::string lastFormat(WindowFixture& fixture)
         if (call.name == "VIDIOC_S_FMT" && call.error == 0)
             format = call.details;
     return format;
+}
+
+/// How many threads of the process take frames for a live view.
+int grabThreads()
+{
+    int count = 0;
+    for (const QString& thread : QDir("/proc/self/task").entryList(QDir::Dirs | QDir::NoDotAndDotDot))
+        count += bytesOf("/proc/self/task/" + thread + "/comm") == "GrabThread\n" ? 1 : 0;
+    return count;
+}
+
+/// Waits without a turn of the event loop: a thread that has ended is there for a moment.
+bool noGrabThreadIsLeft()
+{
+    constexpr int kRounds = 100;
+    for (int round = 0; round < kRounds && grabThreads() > 0; ++round)
+        QThread::msleep(10);
+    return grabThreads() == 0;
 }
 
 } // namespace
@@ -114,6 +139,64 @@ private slots:
         QVERIFY(fixture.camera().trace().calls().empty());
         QCOMPARE(pausesOf(), paused_us);
         QCOMPARE(fixture.messages().count("stopCamera()"), 1);
+    }
+
+    // Nobody may read the camera's memory while it is made anew or given back.
+    void nothingGrabsWhereTheCameraIsOpenedOrClosed()
+    {
+        WindowFixture::Options options;
+        options.withBoard = false;
+        WindowFixture fixture(options);
+        QVector<bool> alone;
+        connect(fixture.programCamera(), &OV5642Camera::sig_debug_Message, &fixture.window(),
+                [&](const QStringList& parts) {
+                    if (parts.first().contains("OV5642Camera::open") && parts.contains("camera_mode:"))
+                        alone << noGrabThreadIsLeft();
+                });
+        QVERIFY(fixture.waitForFrames());
+        QCOMPARE(grabThreads(), 1);
+        fixture.camera().faults().enable("ioctl:VIDIOC_STREAMON");
+        fixture.click("BUTTON_RESOLUTION_VGA");
+        // Without a stream it takes frames all the same.
+        QTRY_COMPARE(grabThreads(), 1);
+        fixture.camera().faults().clear();
+        fixture.click("BUTTON_RESOLUTION_5M");
+        QVERIFY(fixture.waitForFrames());
+        QCOMPARE(alone, QVector<bool>({true, true}));
+        fixture.click("BUTTON_QC_CAPTURE");
+        QTRY_COMPARE(fixture.find<QPushButton>("BUTTON_QC_CAPTURE")->text(), QString("Live"));
+        QVERIFY(noGrabThreadIsLeft());
+    }
+
+    void aModeOfWhichNoFrameHasComeIsBlack_data()
+    {
+        QTest::addColumn<bool>("scaled");
+        QTest::newRow("scaled to fit") << true;
+        QTest::newRow("1:1") << false;
+    }
+
+    void aModeOfWhichNoFrameHasComeIsBlack()
+    {
+        QFETCH(bool, scaled);
+        WindowFixture::Options options;
+        options.withBoard = false;
+        WindowFixture fixture(options);
+        QVERIFY(fixture.waitForFrames(2));
+        fixture.find<QCheckBox>("CHECK_SCALED_TO_FIT")->setChecked(scaled);
+        QVERIFY(clickWithoutAGrabThread(fixture, "BUTTON_RESOLUTION_5M"));
+
+        QImage view(640, 480, QImage::Format_RGB32);
+        view.fill(Qt::magenta);
+        fixture.window().render(&view, QPoint(), QRegion(view.rect()), QWidget::RenderFlags());
+        QImage expected(view.size(), view.format());
+        expected.fill(Qt::black);
+        if (!scaled) {
+            QPainter painter(&expected);
+            painter.setPen(Qt::yellow);
+            painter.drawRect(0, 0, 80, 60);
+            painter.drawRect(0, 0, 20, 15);
+        }
+        QCOMPARE(view, expected);
     }
 
     void aCameraThatIsUnpluggedIsToldOnceAndComesBackWithAPress()

@@ -1,5 +1,4 @@
 #include <memory>
-#include <optional>
 
 #include <QCheckBox>
 #include <QElapsedTimer>
@@ -10,10 +9,11 @@
 #include <QtTest>
 
 #include "Controller/Controller.h"
+#include "LiveViewNotice.h"
 #include "camera/OV5642Camera.h"
 #include "support/LayoutChecks.h"
-#include "support/NoMoreThreads.h"
 #include "support/WindowFixture.h"
+#include "verifier/WithoutGrabThread.h"
 
 namespace {
 
@@ -119,6 +119,22 @@ private slots:
         keepPicture(QTest::currentDataTag());
     }
 
+    void theLettersAreDrawnInTheirWholeHeight()
+    {
+        LiveViewNotice own(kView.width(), nullptr);
+        // A stroke from the top of its line to the bottom.
+        own.showLines({QString(QChar(0x2502)), QString(QChar(0x2502))});
+        const QImage band = own.grab().toImage();
+        QRect ink;
+        for (int y = 0; y < band.height() - 1; ++y)
+            for (int x = 0; x < band.width(); ++x)
+                if (band.pixel(x, y) != band.pixel(0, 0))
+                    ink |= QRect(x, y, 1, 1);
+        // It may go beyond its line, but does not end before it.
+        QVERIFY2(ink.top() <= 3, QByteArray::number(ink.top()));
+        QVERIFY2(ink.bottom() >= band.height() - 5, QByteArray::number(band.height() - ink.bottom()));
+    }
+
     void whatHappensAtOnceIsToldAtOnce_data()
     {
         QTest::addColumn<Cause>("cause");
@@ -143,6 +159,39 @@ private slots:
         clearFaults();
         click("BUTTON_EXPOSURE_FINE_DOWN");
         QVERIFY(notice()->isHidden());
+    }
+
+    void aSettingThatTheSensorMissedIsToldUntilItIsSetAgain()
+    {
+        // The low byte, which comes after it, is taken.
+        QVERIFY(camera().faults().enable("i2c-nack:1"));
+        click("BUTTON_EXPOSURE_FINE_UP");
+        QCOMPARE(notice()->text(),
+                 QString("Image sensor missed a setting: what is shown may not be in force. Set it again."));
+        click("BUTTON_EXPOSURE_FINE_DOWN");
+        QVERIFY(notice()->isHidden());
+    }
+
+    void whatTheBoardLeavesUnclearIsNamed()
+    {
+        for (const char* command : {"BRT", "OFF", "SELF_DIAG", "GET_POS"})
+            addFault({LineFault::Failure, command, 1});
+        const auto askAndSet = [this](const char* level) {
+            click(level);
+            click("BUTTON_LED");
+            click("BUTTON_Z_DIAGNOSIS");
+            click("BUTTON_Z_POSITION");
+            QCoreApplication::processEvents();
+        };
+        openTab(1);
+        askAndSet("BUTTON_LED_FINE_UP");
+        QCOMPARE(notice()->text(), QString("An answer of the board was unclear. Ask or set again: "
+                                           "Z position, diagnosis, LED level, LED."));
+        // Its steps are locked while the LED is off.
+        click("BUTTON_LED");
+        askAndSet("BUTTON_LED_FINE_DOWN");
+        QVERIFY(notice()->isHidden());
+        click("BUTTON_LED");
     }
 
     void anExchangeWithTheBoardIsToldAsSoonAsItIsOver()
@@ -184,7 +233,7 @@ private slots:
     void framesThatNobodyTakesAreMissed()
     {
         clearConsoles();
-        switchWithoutAGrabThread();
+        QVERIFY(clickWithoutAGrabThread(*this, "BUTTON_RESOLUTION_VGA"));
         QVERIFY(messages().contains("startCamera(int)() [Error] the grab thread could not be started"));
         QVERIFY(waitUntil([this] { return notice()->isVisible(); }));
         QVERIFY2(notice()->text().startsWith("No picture from the camera"), qPrintable(notice()->text()));
@@ -355,20 +404,6 @@ private:
             click("BUTTON_QC_CAPTURE");
             break;
         }
-    }
-
-    /// The camera gets its thread, and the live view's is refused.
-    void switchWithoutAGrabThread()
-    {
-        std::optional<NoMoreThreads> none;
-        const auto listening = connect(&window(), &ORLA_II_Plus_Verifier::sig_debug_Message, this,
-                                       [&none](const QStringList& parts) {
-                                           if (parts.first().contains("::startCamera") && !none)
-                                               none.emplace();
-                                       });
-        click("BUTTON_RESOLUTION_VGA");
-        disconnect(listening);
-        QVERIFY(none.has_value());
     }
 
     /// Pictures for the eye, when a directory for them is named.
