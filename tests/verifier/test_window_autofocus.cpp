@@ -12,6 +12,7 @@
 #include "Algorithm/alg_Autofocus.h"
 #include "Controller/Controller.h"
 #include "camera/OV5642Camera.h"
+#include "support/EventWatch.h"
 #include "support/WindowFixture.h"
 #include "verifier/UsbStick.h"
 
@@ -445,11 +446,15 @@ private slots:
         addFault({LineFault::Failure, "MVP", 5});
         click("BUTTON_AUTOFOCUS");
         QCOMPARE(sequencers().size(), 1);
+        // Told before anything can be pressed again.
         QString atTheEnd;
-        connect(
-            sequencers().first(), &alg_Autofocus::sig_endAutoFocusing, this,
-            [&] { atTheEnd = notice->text(); });
-        QVERIFY(waitUntil([&] { return !atTheEnd.isEmpty(); }, kLongestRun_ms));
+        EventWatch watch;
+        watch.watch(find<QWidget>("TAB_MENU"));
+        watch.atChange([&](const QString& change) {
+            if (change == "enabled TAB_MENU")
+                atTheEnd = notice->text();
+        });
+        QVERIFY(waitUntil([&] { return boxes().texts().contains(kFinished); }, kLongestRun_ms));
         QVERIFY2(atTheEnd.contains("best focus"), qPrintable(atTheEnd));
         QVERIFY(notice->isVisible());
         // The board's word for the position says nothing of the sweep.

@@ -151,7 +151,9 @@ private slots:
         for (const char* widget : kLedWidgets)
             QVERIFY2(!isEnabled(widget), widget);
 
+        clearConsoles();
         click("BUTTON_LED");
+        QVERIFY(messages().startsWith("void ORLA_II_Plus_Verifier::on_BUTTON_LED_clicked(bool)() on \n"));
         QVERIFY(!find<QPushButton>("BUTTON_LED")->isChecked());
         QCOMPARE(takeBoardLines(), QStringList("$,LED4,ON,,"));
         QVERIFY(board().light().ledOn);

@@ -1,6 +1,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QMouseEvent>
+#include <QPaintEngine>
 #include <QPainter>
 #include <QScreen>
 #include <QSpinBox>
@@ -26,6 +27,39 @@ struct PaintWatcher : QObject
     }
 
     QRegion painted;
+};
+
+/// Counts what is painted, and paints nothing.
+class CountingEngine : public QPaintEngine
+{
+public:
+    CountingEngine() : QPaintEngine(AllFeatures) {}
+
+    int pictures = 0;
+    int grounds = 0; ///< areas that were filled and have no edge
+
+    bool begin(QPaintDevice*) override { return true; }
+    bool end() override { return true; }
+    Type type() const override { return User; }
+    void updateState(const QPaintEngineState& changed) override
+    {
+        if (changed.state() & DirtyPen)
+            m_edge = changed.pen().style();
+    }
+    void drawPixmap(const QRectF&, const QPixmap&, const QRectF&) override { ++pictures; }
+    void drawRects(const QRectF*, int count) override { grounds += m_edge == Qt::NoPen ? count : 0; }
+    void drawRects(const QRect*, int count) override { grounds += m_edge == Qt::NoPen ? count : 0; }
+
+private:
+    Qt::PenStyle m_edge = Qt::SolidLine;
+};
+
+struct CountingPaper : QImage
+{
+    CountingPaper() : QImage(640, 480, QImage::Format_RGB32) {}
+    QPaintEngine* paintEngine() const override { return &engine; }
+
+    mutable CountingEngine engine;
 };
 
 QtMessageHandler messageHandlerBefore = nullptr;
@@ -180,6 +214,24 @@ private slots:
         QCOMPARE(grabView().convertToFormat(QImage::Format_RGB32), expected);
     }
 
+    void nothingIsPaintedBelowAFrameThatCoversTheView_data()
+    {
+        theViewIsTheFrameAndItsMarksToThePixel_data();
+    }
+
+    void nothingIsPaintedBelowAFrameThatCoversTheView()
+    {
+        QFETCH(int, mode);
+        QFETCH(bool, scaled);
+        switchTo(mode);
+        setChecked("CHECK_SCALED_TO_FIT", scaled);
+        QVERIFY(waitForFrames(1));
+        CountingPaper paper;
+        window().render(&paper, QPoint(), QRegion(0, 0, 640, 480), QWidget::RenderFlags());
+        QCOMPARE(paper.engine.pictures, 1);
+        QCOMPARE(paper.engine.grounds, 0);
+    }
+
     // The view offset outlives the mode, and may lie beyond a smaller mode's frame.
     void whereTheFrameEndsNothingOldIsLeftStanding_data()
     {
@@ -327,6 +379,16 @@ private slots:
         send(QEvent::MouseMove, {0, 240});
         send(QEvent::MouseButtonRelease, {0, 240});
         QCOMPARE(navigator().left(), 10);
+    }
+
+    void eachMoveOfADragCountsFromTheOneBefore()
+    {
+        send(QEvent::MouseButtonPress, {400, 300});
+        for (int moves = 1; moves <= 4; ++moves)
+            send(QEvent::MouseMove, {400.0 - 40 * moves, 300.0 - 32 * moves});
+        send(QEvent::MouseButtonRelease, {240, 172});
+        // 160 and 128 of 1280 x 960 pixels, on a navigator of 80 x 60.
+        QCOMPARE(navigator().topLeft(), QPoint(10, 8));
     }
 
     void aDragRepaintsTheLiveViewOnlyAndAtOnce()

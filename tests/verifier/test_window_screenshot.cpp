@@ -146,6 +146,15 @@ private slots:
         QCOMPARE(filesOnDisk(), before);
     }
 
+    void theKeyIsTaken()
+    {
+        QKeyEvent event(QEvent::KeyPress, Qt::Key_Print, Qt::NoModifier);
+        event.ignore();
+        QCoreApplication::sendEvent(&window(), &event);
+        QVERIFY(event.isAccepted());
+        QCOMPARE(boxes().texts(), QStringList("Please insert USB disk !!!"));
+    }
+
     void theKeyCountsWhereverTheFocusIs_data()
     {
         QTest::addColumn<QString>("widget");

@@ -9,8 +9,15 @@
 
 #include "Controller/Controller.h"
 #include "settings/GlobalIni.h"
+#include "settings/StoredObjects.h"
 #include "support/LogRecorder.h"
 #include "verifier/SettingsFolder.h"
+
+namespace {
+
+const QString kNotRead = "void ORLA_II_Plus_Verifier::get_INI_value(QSettings&) [Error] not read: ";
+
+} // namespace
 
 /// What the window makes of the settings files, and how it brings itself and the instrument
 /// in line with them.
@@ -159,6 +166,50 @@ private slots:
                      QString::asprintf("[BFN_CAL_INI] 0x%04X, 0x%04X", registers[i % 10], bfn));
         }
         QVERIFY(lines.last().startsWith("----> global_ini()->bZig_mode :"));
+    }
+
+    void whatCannotBeReadIsToldByItsName_data()
+    {
+        QTest::addColumn<QString>("file");
+        for (const char* file : kSettingsFiles)
+            QTest::newRow(file) << file;
+    }
+
+    void whatCannotBeReadIsToldByItsName()
+    {
+        QFETCH(QString, file);
+        // Nobody, root included, reads a directory as if it were a file.
+        m_folder.remove(qPrintable(file));
+        QVERIFY(QDir().mkdir(machinePath(file)));
+        const LogRecorder log;
+        m_folder.load();
+        QVERIFY(QDir().rmdir(machinePath(file)));
+        QCOMPARE(log.messages().filter("not read:"), QStringList(kNotRead + file));
+    }
+
+    // It is loaded from another place, where there is nothing.
+    void aMainFileThatIsNotSafeToReadIsToldByItsOwnName()
+    {
+        m_folder.put(kMainSettingsFile, "[ORLA-III]\nSerial=@Variant(\\0\\0\\0\\x80)\n");
+        const LogRecorder log;
+        QSettings settings(readableSettingsPath(kMainSettingsFile), QSettings::IniFormat);
+        QCOMPARE(settings.fileName(), QString(kNoSettingsFile));
+        window().get_INI_value(settings);
+        QCOMPARE(log.messages().filter("not read:"), QStringList(kNotRead + kMainSettingsFile));
+    }
+
+    void whatCanBeReadAtLastIsLoaded()
+    {
+        m_folder.remove(kMainSettingsFile);
+        QVERIFY(QDir().mkdir(machinePath(kMainSettingsFile)));
+        QSettings settings(machinePath(kMainSettingsFile), QSettings::IniFormat);
+        QCOMPARE(settings.status(), QSettings::AccessError);
+        QVERIFY(QDir().rmdir(machinePath(kMainSettingsFile)));
+        m_folder.put(kMainSettingsFile, "[Cell%20counting]\nSkip%20frame=17\n");
+        const LogRecorder log;
+        window().get_INI_value(settings);
+        QCOMPARE(text("EDIT_SKIP_FRAME"), QString("17"));
+        QCOMPARE(log.messages().filter("not read:"), QStringList());
     }
 
     // ---- apply ----

@@ -26,6 +26,24 @@ constexpr bool kZigMode = ORLA_TEST_ZIG_MODE;
 constexpr const char* kHighlight = "background-color: rgb(0, 170, 255);";
 constexpr const char* kPlain = "background-color: none;";
 
+/// Notes when a message box comes up.
+class BoxShown : public QObject
+{
+public:
+    explicit BoxShown(EventWatch& watch) : m_watch(watch) { qApp->installEventFilter(this); }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (event->type() == QEvent::Show && qobject_cast<QMessageBox*>(watched) != nullptr)
+            m_watch.note("box");
+        return false;
+    }
+
+private:
+    EventWatch& m_watch;
+};
+
 } // namespace
 
 class TestWindowStartup : public QObject
@@ -371,11 +389,14 @@ private slots:
         m_fixture->boxes().clear();
         EventWatch watch;
         watch.watch(button);
+        watch.watch(&m_fixture->window());
+        const BoxShown boxShown(watch);
         QStringList wrong;
         watch.atChange([&](const QString& change) {
             if (change != "paint BUTTON_PASSWORD" || !m_fixture->boxes().seen().isEmpty())
                 return;
-            if (runs() == before && (button->isEnabled() || button->styleSheet() != kHighlight))
+            const bool isLocked = !button->isEnabled() && !button->isEnabledTo(&m_fixture->window());
+            if (runs() == before && (!isLocked || button->styleSheet() != kHighlight))
                 wrong << "painted as free before the script ran";
         });
         for (const char* other : {"BUTTON_Z_POSITION", "BUTTON_SAVE_INI", "BUTTON_PASSWORD", "BUTTON_EXIT"})
@@ -387,6 +408,10 @@ private slots:
         QCOMPARE(until.count("disabled BUTTON_PASSWORD"), 1);
         QCOMPARE(until.count("turn"), 1);
         QVERIFY(until.mid(until.indexOf("turn")).contains("paint BUTTON_PASSWORD"));
+        const QStringList end = watch.after("enabled ORLA_II_Plus_Verifier");
+        QVERIFY(end.contains("box"));
+        QVERIFY2(end.mid(0, end.indexOf("box")).contains("paint ORLA_II_Plus_Verifier"),
+                 "the end is seen before the box");
         QCOMPARE(runs(), before + 1);
         QCOMPARE(button->styleSheet(), QString(kPlain));
         QVERIFY(button->isEnabled());
