@@ -98,7 +98,7 @@ void OV5642Camera::selectMode(int mode)
 
 void OV5642Camera::buildWorkTable(const std::string& settingsFile, bool withInitTable)
 {
-    m_workTable.clear();
+    // Empty before: the stream that was, or its failure, has freed it.
     if (withInitTable) {
         const std::size_t count = countBeforeTerminator(ov5642_vga_crop_init_reg, kInitTableLength);
         m_workTable.assign(ov5642_vga_crop_init_reg, ov5642_vga_crop_init_reg + count);
