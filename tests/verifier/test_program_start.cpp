@@ -1,14 +1,25 @@
 #include <memory>
 
+#include <unistd.h>
+
 #include <QApplication>
 #include <QScreen>
+#include <QTemporaryFile>
 #include <QtTest>
 
 #include "ProgramStart.h"
+#include "support/InChild.h"
 
 namespace {
 
+const char* g_lastWords = nullptr;
+
 void ownHandler(QtMsgType, const QMessageLogContext&, const QString&) {}
+
+void endInStart()
+{
+    qFatal("%s", g_lastWords);
+}
 
 } // namespace
 
@@ -18,6 +29,40 @@ class TestProgramStart : public QObject
     Q_OBJECT
 
 private slots:
+    void whatEndsQtsStartIsToldByItsFirstSentence_data()
+    {
+        QTest::addColumn<QByteArray>("lastWords");
+        QTest::addColumn<QByteArray>("cause");
+        QTest::newRow("advice follows")
+            << QByteArray("The cause is this. Reinstalling may help.\n\nAvailable: a, b.\n")
+            << QByteArray("The cause is this");
+        QTest::newRow("on a line of its own")
+            << QByteArray("\n  The cause\n  is more. And more.\n") << QByteArray("The cause");
+    }
+
+    void whatEndsQtsStartIsToldByItsFirstSentence()
+    {
+        QFETCH(QByteArray, lastWords);
+        QFETCH(QByteArray, cause);
+        QTemporaryFile errors;
+        QVERIFY(errors.open());
+        const int status = inChild([&] {
+            ::dup2(errors.handle(), STDERR_FILENO);
+            g_lastWords = lastWords.constData();
+            qAddPreRoutine(endInStart);
+            char name[] = "program";
+            char* arguments[] = {name, nullptr};
+            int count = 1;
+            startApplication("program", count, arguments);
+            return 0;
+        });
+        QCOMPARE(status, kProgramFailed);
+        QVERIFY(errors.seek(0));
+        QCOMPARE(errors.readAll(), "program: no screen can be used; QT_QPA_PLATFORM, and for an X server "
+                                   "DISPLAY, name one (" +
+                                       cause + ")\n");
+    }
+
     // A failure of Qt's later on is not one of the screen.
     void whoeverTookMessagesTakesThemAfterwards()
     {
