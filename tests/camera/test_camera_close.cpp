@@ -1,10 +1,10 @@
-#include <malloc.h>
-
 #include <QDir>
 #include <QSignalSpy>
 #include <QtTest>
 
 #include "CameraTools.h"
+#include "camera/CaptureBuffers.h"
+#include "platform/SystemDeviceCalls.h"
 #include "settings/SettingsFiles.h"
 
 namespace {
@@ -13,17 +13,33 @@ const QStringList kRefused = {"bool OV5642Camera::close()", "[Error] VIDIOC_STRE
 const QStringList kUnmaps = {"munmap 0 of 614400 bytes", "munmap 1 of 614400 bytes",
                              "munmap 2 of 614400 bytes", "munmap 3 of 614400 bytes"};
 
-// What the process has allocated. A sanitizer's allocator tells nothing here, but of leaks.
-std::size_t allocatedBytes()
-{
-    const auto info = mallinfo2();
-    return info.uordblks + info.hblkhd;
-}
-
 int entriesOf(const char* directory)
 {
     return QDir(directory).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
 }
+
+/// Maps no memory, and tells what is given back.
+class RecordedMappings : public SystemDeviceCalls
+{
+public:
+    RecordedMappings() { installDeviceCalls(this); }
+    ~RecordedMappings() override { installDeviceCalls(nullptr); }
+
+    void* mmap(std::size_t /*length*/, int /*protection*/, int /*flags*/, int /*fd*/, off_t offset) override
+    {
+        return m_memory + offset;
+    }
+    int munmap(void* address, std::size_t length) override
+    {
+        unmapped.append({static_cast<char*>(address) - m_memory, length});
+        return 0;
+    }
+
+    QVector<QPair<std::ptrdiff_t, std::size_t>> unmapped;
+
+private:
+    char m_memory[16] = {};
+};
 
 } // namespace
 
@@ -147,6 +163,21 @@ private slots:
         }
         // Its smallest buffer, a copy of one frame, has ten million bytes; logging takes some too.
         QVERIFY(allocatedBytes() < before + 1000000);
+    }
+
+    void whatIsStillMappedGoesWithItsOwner()
+    {
+        RecordedMappings calls;
+        {
+            CaptureBuffers buffers;
+            QVERIFY(buffers.map(-1, 100, 4));
+            QVERIFY(buffers.map(-1, 200, 8));
+            buffers.unmapAll();
+            QCOMPARE(calls.unmapped.size(), 2);
+            calls.unmapped.clear();
+            QVERIFY(buffers.map(-1, 300, 12));
+        }
+        QCOMPARE(calls.unmapped, (QVector<QPair<std::ptrdiff_t, std::size_t>>{{12, 300}}));
     }
 
     void thousandsOfModeSwitchesLeaveNothingBehind()

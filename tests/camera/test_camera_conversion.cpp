@@ -1,8 +1,13 @@
 #include <thread>
 #include <vector>
 
+extern "C" {
+#include <libavutil/log.h>
+}
+
 #include <QtTest>
 
+#include "CameraTools.h"
 #include "camera/YuvConversion.h"
 
 namespace {
@@ -16,6 +21,13 @@ std::vector<uchar> flatYuyv(unsigned int width, int height, uchar y, uchar u, uc
     for (std::size_t pair = 0; pair < std::size_t(width) * height / 2; ++pair)
         frame.insert(frame.end(), {y, u, y, v});
     return frame;
+}
+
+int g_complaints = 0;
+
+void countComplaint(void* /*sender*/, int level, const char* /*format*/, va_list /*arguments*/)
+{
+    g_complaints += level <= AV_LOG_WARNING ? 1 : 0;
 }
 
 bool near(int actual, int expected, int tolerance = 3)
@@ -108,12 +120,29 @@ private slots:
         const std::vector<uchar> source = flatYuyv(8, 8, 200, 128, 128);
         const std::vector<uchar> untouched(std::size_t(8) * 8 * 3, kGuard);
         std::vector<uchar> destination = untouched;
+        // A camera without a frame is no error, and the library is not to complain of one.
+        g_complaints = 0;
+        av_log_set_callback(countComplaint);
         sws_yuv2rgb24(8, 8, nullptr, destination.data());
         sws_yuv2rgb24(8, 8, source.data(), nullptr);
+        av_log_set_callback(av_log_default_callback);
+        QCOMPARE(g_complaints, 0);
         sws_yuv2rgb24(0, 8, source.data(), destination.data());
         sws_yuv2rgb24(8, 0, source.data(), destination.data());
         sws_yuv2rgb24(8, -8, source.data(), destination.data());
         QCOMPARE(destination, untouched);
+    }
+
+    void aConversionLeavesNoMemoryBehind()
+    {
+        constexpr std::size_t kSlack_bytes = 100000; // less than one context's
+        const std::vector<uchar> source = flatYuyv(640, 480, 200, 128, 128);
+        std::vector<uchar> destination(std::size_t(640) * 480 * 3);
+        sws_yuv2rgb24(640, 480, source.data(), destination.data());
+        const std::size_t before = allocatedBytes();
+        for (int round = 0; round < 20; ++round)
+            sws_yuv2rgb24(640, 480, source.data(), destination.data());
+        QVERIFY(allocatedBytes() < before + kSlack_bytes);
     }
 
     void manyThreadsMayConvertAtOnce()

@@ -3,6 +3,8 @@
 #include <thread>
 #include <vector>
 
+#include <malloc.h>
+
 #include <QtTest>
 
 #include "camera/FrameSlots.h"
@@ -39,6 +41,15 @@ private slots:
         QVERIFY(isUniform(reader.bytes(), kSize));
     }
 
+    void noMoreMemoryIsTakenThanAskedFor()
+    {
+        constexpr std::size_t kFrame = 2592 * 1944 * 2;
+        constexpr std::size_t kRounding = 65536; // to whole pages
+        const ZeroedBytes bytes = allocateZeroed(kFrame);
+        const std::size_t usable = ::malloc_usable_size(bytes.get());
+        QVERIFY(usable >= kFrame && usable < kFrame + kRounding);
+    }
+
     void withoutMemoryThereIsNothingToReadOrWrite()
     {
         FrameSlots frames;
@@ -68,7 +79,8 @@ private slots:
     {
         FrameSlots frames;
         frames.allocate(kSize);
-        QVERIFY(frames.write(7, frameOf(9).data(), kSize));
+        for (const unsigned int index : {4U, 7U})
+            QVERIFY(frames.write(index, frameOf(9).data(), kSize));
         frames.allocate(2 * kSize);
         const FrameSlots::Reader reader = frames.readNewest();
         QCOMPARE(reader.bufferIndex(), 0u);

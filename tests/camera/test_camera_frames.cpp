@@ -12,6 +12,24 @@
 
 namespace {
 
+// The size of memory that is refused, one piece like another; 0: none.
+std::size_t g_refused_bytes = 0;
+
+const uchar g_anything = 0;
+
+} // namespace
+
+// The linker sends every request here (-Wl,--wrap), by names of its own making.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+extern "C" void* __real_calloc(std::size_t count, std::size_t size);
+extern "C" void* __wrap_calloc(std::size_t count, std::size_t size)
+{
+    return g_refused_bytes != 0 && count * size == g_refused_bytes ? nullptr : __real_calloc(count, size);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
+namespace {
+
 Bytes copyOf(const uchar* frame)
 {
     return frame == nullptr ? Bytes() : Bytes(frame, frame + kVgaRgbSize);
@@ -91,6 +109,36 @@ private slots:
         QVERIFY(camera.getFrame() != nullptr);
         QVERIFY(camera.close());
         QCOMPARE(camera.getFrame(), nullptr);
+    }
+
+    void withoutMemoryForItThereIsNoFrame_data()
+    {
+        QTest::addColumn<std::size_t>("refused_bytes");
+        QTest::addColumn<int>("frames");
+        QTest::newRow("for the copies") << std::size_t(kVgaSize) << 0;
+        QTest::newRow("for what is shown") << kVgaRgbSize << 1;
+    }
+
+    void withoutMemoryForItThereIsNoFrame()
+    {
+        QFETCH(std::size_t, refused_bytes);
+        QFETCH(int, frames);
+        RiggedCamera camera;
+        g_refused_bytes = refused_bytes;
+        const bool opened = camera.open(0, "", false);
+        g_refused_bytes = 0;
+        QVERIFY(opened);
+        for (int round = 0; round < 2; ++round) {
+            QCOMPARE(camera.getFrame(), nullptr);
+            const uchar* others = &g_anything;
+            std::thread([&] { others = camera.getFrame(); }).join();
+            QCOMPARE(others, nullptr);
+            QCOMPARE(camera.framesCaptured(), std::uint64_t(round * frames));
+            QVERIFY(camera.machine.deliver({90, kVgaSize}));
+        }
+        QVERIFY(camera.close());
+        QVERIFY(camera.open(0, "", false));
+        QCOMPARE(copyOf(camera.getFrame()), rgbOf(0));
     }
 
     void theNewestFrameIsConvertedAndItsBufferNamed()

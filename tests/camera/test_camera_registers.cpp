@@ -257,7 +257,7 @@ private slots:
     }
 
     // Who answers where the sensor's address was refused is somebody else.
-    void aWriteBehindARefusedAddressIsNone()
+    void aTransferBehindARefusedAddressIsNone()
     {
         RiggedCamera camera;
         QVERIFY(camera.set(0x350B, 0x11));
@@ -265,6 +265,13 @@ private slots:
         camera.machine.failCall("write", 1, 3);
         QVERIFY(!camera.set(0x350B, 0x22));
         QCOMPARE(camera.calibrationRecord(kModeVga, 3).value, quint16(0x11));
+
+        camera.machine.failCall("I2C_SLAVE_FORCE", 1);
+        camera.machine.failCall("write", 1, 2);
+        camera.machine.failCall("read", 1, 1);
+        quint16 value = 0xFFFF;
+        QVERIFY(!camera.get(0x350B, value));
+        QCOMPARE(value, quint16(0x11));
     }
 
     void eachSettingsFileFillsTheSetFromItsBlock_data()
@@ -376,9 +383,17 @@ private slots:
         openMode(camera, kModeVga, kAutoExposureFile);
         camera.machine.failCall("write", n, result);
         QCOMPARE(camera.setRegisters(10), -1);
+        QVERIFY(!camera.sensorAnswers());
+        QVERIFY(!camera.settingsInForce());
         QCOMPARE(camera.machine.trace().calls(CallKind::BusWrite).size(), std::size_t(10));
         QCOMPARE(camera.machine.calls().filter(kPause).size(), 10);
         QCOMPARE(camera.machine.calls().last(), kCloseBus);
+        // The register that was left out is written once as many go out as stand before it, and it.
+        QCOMPARE(camera.setRegisters(unsigned(n) - 1), n - 1);
+        QVERIFY(!camera.settingsInForce());
+        QCOMPARE(camera.setRegisters(unsigned(n)), n);
+        QVERIFY(camera.settingsInForce());
+        QVERIFY(camera.sensorAnswers());
     }
 
     void aTableWithoutABusWritesNothing()

@@ -50,6 +50,8 @@ private slots:
         QFETCH(QString, failure);
         ScriptedCamera machine;
         machine.failCall(refused, ScriptedCamera::kAlways);
+        // As in a program without standard input: that, too, is a device that could be opened.
+        machine.setNextDescriptor(0);
         OV5642Camera camera;
         QCOMPARE(camera.openFailure(), QString());
         QVERIFY(!camera.open(0, "", false));
@@ -211,15 +213,60 @@ private slots:
         }
     }
 
+    void aFrameAfterAllIsTaken_data()
+    {
+        QTest::addColumn<int>("lookedAtWith");
+        QTest::newRow("any descriptor") << 1000;
+        QTest::newRow("without standard input") << 0;
+    }
+
     void aFrameAfterAllIsTaken()
     {
+        QFETCH(int, lookedAtWith);
+        constexpr int kWaits = 20;
         RiggedCamera camera;
         QVERIFY(camera.open(0, "", false));
+        camera.machine.setNextDescriptor(lookedAtWith);
         camera.machine.failCall("VIDIOC_DQBUF", 1, -1, ENODEV);
         camera.machine.hand({50, kVgaSize});
         QTRY_VERIFY(camera.isGone());
         QTRY_COMPARE(camera.framesCaptured(), std::uint64_t(1));
+        QCOMPARE(camera.machine.openDescriptors(ScriptedCamera::kVideo), std::size_t(1));
+        // From then on it is looked at as ever, also while no frame comes.
+        const int waits = camera.machine.captureCalls().filter("select").size();
+        QTRY_VERIFY(camera.machine.captureCalls().filter("select").size() >= waits + kWaits);
         QVERIFY(camera.close());
+    }
+
+    void onlyADeviceThatIsNotThereIsLetGo_data()
+    {
+        QTest::addColumn<int>("refusal");
+        QTest::addColumn<bool>("letGo");
+        QTest::newRow("no such name") << ENOENT << true;
+        QTest::newRow("no device behind it") << ENXIO << true;
+        QTest::newRow("device unplugged") << ENODEV << true;
+        QTest::newRow("a second user") << EBUSY << false;
+        QTest::newRow("not allowed") << EACCES << false;
+        QTest::newRow("too many files") << EMFILE << false;
+    }
+
+    void onlyADeviceThatIsNotThereIsLetGo()
+    {
+        QFETCH(int, refusal);
+        QFETCH(bool, letGo);
+        ScriptedCamera machine;
+        machine.setNextDescriptor(0);
+        OV5642Camera camera;
+        QVERIFY(camera.open(0, "", false));
+        machine.failCall("open", ScriptedCamera::kAlways, -1, refusal);
+        machine.failCall("select", ScriptedCamera::kAlways, -1, ENODEV);
+        QTRY_VERIFY(!machine.captureCalls().filter("open /dev/video0").isEmpty());
+        // Joins the thread: what it does about the answer is done.
+        camera.close();
+        const QStringList calls = machine.captureCalls();
+        QCOMPARE(calls.filter("munmap").size(), letGo ? 4 : 0);
+        QCOMPARE(calls.count("close /dev/video0"), letGo ? 1 : 0);
+        QCOMPARE(machine.openDescriptors(ScriptedCamera::kVideo), std::size_t(letGo ? 0 : 1));
     }
 
     // The kernel keeps the name for a descriptor or mapping of the device that has gone, and
