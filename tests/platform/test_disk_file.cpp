@@ -168,6 +168,12 @@ private slots:
         QCOMPARE(::symlink("../../etc", qPrintable(at("/mnt/folder/last"))), 0);
         QVERIFY(!disk_file::makeFolder("/mnt/folder/last"));
         QCOMPARE(namesIn("/etc"), QStringList("theirs"));
+        QVERIFY(!writeOurs("/mnt/folder/missing/a.tif"));
+        QCOMPARE(errno, ENOENT);
+        QCOMPARE(namesIn("/mnt/folder"), QStringList("last"));
+        const QString tooLong(300, QLatin1Char('x'));
+        QVERIFY(!disk_file::makeFolder("/mnt/folder/" + tooLong));
+        QCOMPARE(errno, ENAMETOOLONG);
         for (int round = 0; round < 2; ++round)
             QVERIFY(disk_file::makeFolder("/mnt/folder/one/two"));
         QVERIFY(QFileInfo(at("/mnt/folder/one/two")).isDir());

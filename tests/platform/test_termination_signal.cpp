@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <csignal>
 #include <functional>
 #include <utility>
@@ -129,6 +130,19 @@ private slots:
         QCOMPARE(termination.exitStatus(), 143);
     }
 
+    void whatASignalInterruptsGoesOn()
+    {
+        const OthersHandlers others(othersHandler);
+        for (const Second second : {Second::IsAbsorbed, Second::EndsTheProcess}) {
+            const TerminationSignal termination(second);
+            for (const int number : kSignals) {
+                struct sigaction action = {};
+                QCOMPARE(::sigaction(number, nullptr, &action), 0);
+                QVERIFY((action.sa_flags & SA_RESTART) != 0);
+            }
+        }
+    }
+
     void nothingStaysOpen()
     {
         const OthersHandlers others(othersHandler);
@@ -151,7 +165,9 @@ private slots:
         // More than a pipe holds: the handler must not block.
         for (int i = 0; i < 100000; ++i)
             ::raise(SIGTERM);
+        errno = ENOENT;
         ::raise(SIGINT);
+        QCOMPARE(errno, ENOENT); // what was interrupted keeps its own
         QTRY_COMPARE(spy.count(), 1);
         ::raise(SIGHUP);
         QTest::qWait(50);
