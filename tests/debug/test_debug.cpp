@@ -72,20 +72,18 @@ void addConsoles()
 
 /// As a finger does that reads while it moves: without a flick at the end. By the window, as the
 /// platform delivers it: a mouse event for a widget alone has no button on its way.
-void dragSlowly(QWidget* viewport, int distance_px)
+void dragSlowly(QWidget* viewport, QPoint distance_px)
 {
     constexpr int kMove_px = 10;
     QWindow* window = viewport->window()->windowHandle();
-    const QPoint start =
-        viewport->mapTo(viewport->window(), viewport->rect().center()) - QPoint(0, distance_px / 2);
-    const int moves = std::abs(distance_px) / kMove_px;
-    const int direction = distance_px < 0 ? -1 : 1;
+    const QPoint start = viewport->mapTo(viewport->window(), viewport->rect().center()) - distance_px / 2;
+    const int moves = distance_px.manhattanLength() / kMove_px;
     QTest::mousePress(window, Qt::LeftButton, {}, start);
     for (int i = 1; i <= moves; ++i) {
-        QTest::mouseMove(window, start + QPoint(0, direction * i * kMove_px));
+        QTest::mouseMove(window, start + distance_px * i / moves);
         QTest::qWait(5);
     }
-    const QPoint end = start + QPoint(0, distance_px);
+    const QPoint end = start + distance_px;
     // The speed of the last moves is what the scroller would throw the text with.
     for (int i = 0; i < 20; ++i) {
         QTest::mouseMove(window, end + QPoint(i % 2, 0));
@@ -310,13 +308,27 @@ private slots:
         QScrollBar* bar = console.area()->verticalScrollBar();
         const int end = bar->value();
         const int line_px = console.area()->fontMetrics().lineSpacing();
-        dragSlowly(console.area()->viewport(), 20 * line_px);
+        dragSlowly(console.area()->viewport(), {0, 20 * line_px});
         const int lines = end - bar->value();
         // What the finger moves before the drag begins is not scrolled.
         QVERIFY2(lines >= 14 && lines <= 20, qPrintable(QString::number(lines)));
-        dragSlowly(console.area()->viewport(), -20 * line_px);
+        dragSlowly(console.area()->viewport(), {0, -20 * line_px});
         QVERIFY2(std::abs(bar->value() - end) <= 2, qPrintable(QString::number(bar->value() - end)));
         QVERIFY(console.area()->textCursor().atEnd());
+    }
+
+    void aStrokeSidewaysMovesNothing_data() { addConsoles(); }
+
+    void aStrokeSidewaysMovesNothing()
+    {
+        Console console;
+        console.insert(QString("line\r\n").repeated(500));
+        QVERIFY(console.isShown());
+        const QScrollBar* bar = console.area()->verticalScrollBar();
+        console.area()->verticalScrollBar()->setValue(bar->maximum() / 2);
+        const int before = bar->value();
+        dragSlowly(console.area()->viewport(), {300, 100});
+        QCOMPARE(bar->value(), before);
     }
 
     void linesWithAnErrorStandOut_data() { addConsoles(); }
