@@ -72,8 +72,6 @@ void stretchRow(const std::uint16_t* mixed, int width, std::uint8_t* row)
                 static_cast<std::uint8_t>((left * (Reduction - k) + right * k + kScale / 2) / kScale);
         }
     }
-    for (int x = whole * Reduction; x < width; ++x)
-        row[x] = static_cast<std::uint8_t>((mixed[whole] * Reduction + kScale / 2) / kScale);
 }
 
 } // namespace
@@ -91,7 +89,7 @@ void BlurredDiscs::prepare(const std::vector<BlurredDisc>& discs, int width_px)
     m_width_px = width_px;
     m_reduction = reductionFor(sharpestOf(discs));
     // One sample more than the picture needs, for the interpolation beyond the last one.
-    m_planeWidth = m_reduction == 1 ? width_px : width_px / m_reduction + 2;
+    m_planeWidth = m_reduction == 1 ? width_px : width_px / m_reduction + 1;
     m_discs.clear();
     for (const BlurredDisc& disc : discs)
         m_discs.push_back(painted(disc, m_reduction));

@@ -30,7 +30,7 @@ class BlurredDiscs
 public:
     static constexpr int kStripRows = 32;
 
-    /// Takes the discs of one picture of that width.
+    /// Takes the discs of one picture of that width, a multiple of 8.
     void prepare(const std::vector<BlurredDisc>& discs, int width_px);
     /// Paints the rows firstRow..firstRow + kStripRows - 1; firstRow is a multiple of
     /// kStripRows. Row r of the strip is found by row(r) until the next call.
