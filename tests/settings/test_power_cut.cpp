@@ -351,6 +351,29 @@ private slots:
                  qPrintable(log.messages().first()));
     }
 
+    void aCopyThatMemoryRefusesIsWorkedOnBesideTheFile_data() { addWays(); }
+
+    void aCopyThatMemoryRefusesIsWorkedOnBesideTheFile()
+    {
+        QFETCH(int, way);
+        if (!QFileInfo("/dev/shm").isWritable())
+            QSKIP("no folder in memory here");
+        const QByteArray fresh = contentAfterSave(Save(way), true);
+        putOld(true);
+        // The file's own folder comes first, then the one beside it.
+        constexpr int kInMemory = 3;
+        FaultyFileCalls::arm(Fault::Error, kInMemory, ENOSPC, false, "mkdir");
+        const bool saved = save(Save(way));
+        QVERIFY(FaultyFileCalls::disarm() >= kInMemory);
+        QVERIFY(saved);
+        QCOMPARE(bytesOf(path()), fresh);
+        QByteArrayList folders;
+        for (const QByteArray& call : FaultyFileCalls::calls())
+            if (call.startsWith("mkdir "))
+                folders.append(call);
+        QVERIFY2(folders[kInMemory - 1].startsWith("mkdir /dev/shm/orla-scratch-"), folders.join('\n'));
+    }
+
     // Each is a folder, a file and a reading of it.
     void noMoreCopiesAreWorkedOnThanNeeded_data()
     {
