@@ -189,6 +189,17 @@ private slots:
         QCOMPARE(answerTo("$,DEVICE,READY,,\r\n"), "$OK,DEVICE,READY,,\r\n"s);
     }
 
+    void theLongestLineIsKeptWhole()
+    {
+        const std::string longest(256, 'b');
+        m_board.receive(longest, kStart);
+        m_board.receive("\r\n", kStart);
+        QCOMPARE(m_board.receivedLines().back(), longest);
+        m_board.receive("a" + longest, kStart);
+        m_board.receive("\r\n", kStart);
+        QCOMPARE(m_board.receivedLines().back(), longest);
+    }
+
     void commandsAreCarriedOutOneAfterTheOther()
     {
         m_board.receive("$,STM1,MVP,640,\r\n$,STM1,MVP,640,\r\n$,LED4,OFF,,\r\n", kStart);
@@ -197,6 +208,35 @@ private slots:
         QCOMPARE(m_board.takeOutput(kStart + s(0.26)), "$OK,STM1,MVP,640,\r\n"s);
         QCOMPARE(m_board.takeOutput(kStart + s(0.51)), "$OK,STM1,MVP,640,\r\n$OK,LED4,OFF,,\r\n"s);
         QCOMPARE(m_board.light(kStart + s(0.51)).stagePosition_steps, 13280.0);
+    }
+
+    void everyOtherCommandWaitsForTheMoveBeforeIt_data()
+    {
+        QTest::addColumn<std::string>("command");
+        for (const char* command :
+             {"DEVICE,READY,", "DEVICE,FW VERSION,", "DEVICE,FW BUILD,", "LED4,OFF,", "LED4,ON,",
+              "LED4,BRT,7", "STM1,ORIGIN,", "STM1,RON,250", "STM1,ROP,250", "STM1,MVN,64", "STM1,MVP,64",
+              "STM1,ABS,12000", "STM1,SELF_DIAG,", "STM1,ACC,1", "STM1,DEC,1", "STM1,RUN,1", "STM1,HOLD,1"})
+            QTest::newRow(command) << std::string(command);
+    }
+
+    void everyOtherCommandWaitsForTheMoveBeforeIt()
+    {
+        QFETCH(std::string, command);
+        m_board.receive("$,STM1,ABS,28000,\r\n$," + command + ",\r\n", kStart);
+        QCOMPARE(m_board.takeOutput(kStart + s(0.5)), ""s);
+        const std::string answers = m_board.takeOutput(kStart + kForever);
+        QCOMPARE(answers.substr(0, 23), "$OK,STM1,ABS,28000,\r\n$O"s);
+    }
+
+    void anAnswerLeavesAtTheVeryTimeThatIsToldForIt()
+    {
+        m_board.receive("$,STM1,ABS,44000,\r\n", kStart);
+        QCOMPARE(m_board.takeOutput(*m_board.nextEvent()), "$OK,STM1,ABS,44000,\r\n"s);
+        m_board.receive("$,STM1,RON,250,\r\n", kStart + s(10.0));
+        m_board.takeOutput(kStart + s(11.0));
+        m_board.receive("$,STM1,STOP,,\r\n", kStart + s(11.0));
+        QCOMPARE(m_board.takeOutput(*m_board.nextEvent()), "$OK,STM1,STOP,,\r\n"s);
     }
 
     void thePositionIsToldInTheMiddleOfAMove()
@@ -283,6 +323,45 @@ private slots:
         m_board.setPowered(false, kStart);
         m_board.setPowered(true, kStart);
         QCOMPARE(answerTo("$,DEVICE,READY,,\r\n"), "$OK,DEVICE,READY,,\r\n"s);
+    }
+
+    void nothingThatWasUnderWaySurvivesThePower_data()
+    {
+        QTest::addColumn<std::string>("before");
+        QTest::newRow("a move") << "$,STM1,ABS,44000,\r\n"s;
+        QTest::newRow("a command behind it") << "$,STM1,ABS,44000,\r\n$,LED4,OFF,,\r\n"s;
+        QTest::newRow("a stage that brakes") << "$,STM1,ABS,44000,\r\n$,STM1,STOP,,\r\n"s;
+        QTest::newRow("an answer held back") << "$,LED4,BRT,600,\r\n"s;
+    }
+
+    void nothingThatWasUnderWaySurvivesThePower()
+    {
+        QFETCH(std::string, before);
+        m_board.addFault({LineFault::Held, "BRT", 0});
+        m_board.receive(before.substr(0, before.find('\n') + 1), kStart);
+        m_board.receive(before.substr(before.find('\n') + 1), kStart + s(0.9));
+        m_board.setPowered(false, kStart + s(1.0));
+        m_board.setPowered(true, kStart + s(1.0));
+        m_board.releaseAnswers(kStart + s(1.0));
+        QVERIFY(!m_board.nextEvent());
+        QCOMPARE(answerTo("$,DEVICE,READY,,\r\n", kStart + s(2.0)), "$OK,DEVICE,READY,,\r\n"s);
+        QVERIFY(m_board.light(kStart + s(3.0)).ledOn);
+    }
+
+    void aLampThatWasOffIsOnAgainAfterThePower()
+    {
+        answerTo("$,LED4,OFF,,\r\n");
+        m_board.setPowered(false, kStart + kForever);
+        m_board.setPowered(true, kStart + kForever);
+        QVERIFY(m_board.light(kStart + kForever).ledOn);
+    }
+
+    // Nobody looked at the board in between.
+    void whatWasDoneBeforeThePowerWentIsDone()
+    {
+        m_board.receive("$,STM1,MVP,640,\r\n$,STM1,MVP,640,\r\n", kStart);
+        m_board.setPowered(false, kStart + s(1.0));
+        QCOMPARE(m_board.light(kStart + s(1.0)).stagePosition_steps, 13280.0);
     }
 
     void theReceivedLinesAreKept()
@@ -377,6 +456,13 @@ private slots:
         QVERIFY(answers(2) != one);
     }
 
+    void aFaultInOneOfOneStrikesEachTime()
+    {
+        m_board.addFault({LineFault::Failure, "ON", 2, 1});
+        QCOMPARE(answerTo("$,LED4,ON,,\r\n$,LED4,ON,,\r\n$,LED4,ON,,\r\n"),
+                 "$NG,LED4,ON,,\r\n$NG,LED4,ON,,\r\n$NG,LED4,ON,,\r\n"s);
+    }
+
     void answersHeldBackComeInTheirOrderWhenTheyAreReleased()
     {
         m_board.addFault({LineFault::Held, "ON", 0});
@@ -398,9 +484,12 @@ private slots:
         QCOMPARE(m_board.takeOutput(kStart), "$OK,"s);
         QCOMPARE(m_board.takeOutput(kStart + InstrumentTime{299}), ""s);
         QCOMPARE(m_board.takeOutput(kStart + InstrumentTime{300}), "LED4,OFF,,\r\n"s);
+        m_board.queueAnswer({{"second\r\n"}});
+        QCOMPARE(answerTo("$,LED4,OFF,,\n", kStart + InstrumentTime{300}), "second\r\n"s);
         QCOMPARE(answerTo("$,LED4,OFF,,\n", kStart + InstrumentTime{300}), ""s);
         QVERIFY(m_board.light(kStart).ledOn);
-        QCOMPARE(m_board.receivedLines(), (std::deque<std::string>{"$,LED4,OFF,,", "$,LED4,OFF,,\n"}));
+        QCOMPARE(m_board.receivedLines(),
+                 (std::deque<std::string>{"$,LED4,OFF,,", "$,LED4,OFF,,\n", "$,LED4,OFF,,\n"}));
     }
 
     void aStageThatIsPutSomewhereIsThereAndGoesOnFromThere()

@@ -242,6 +242,20 @@ private slots:
         QCOMPARE(stage.carriagePosition_steps(time), 640.0);
     }
 
+    void withoutCurrentTheCarriageStaysInThePlayWhereItIs()
+    {
+        Stage stage(withBacklash(3000.0));
+        stage.moveTo(40000, kStart);
+        // Up until it has braked, then down again inside the play.
+        const InstrumentTime turned = kStart + InstrumentTime{500'000};
+        const InstrumentTime end = stage.moveTo(15000, turned);
+        const double carriage = stage.carriagePosition_steps(end);
+        QVERIFY(carriage > 12500.0);
+        stage.halt(end);
+        QCOMPARE(stage.carriagePosition_steps(end), carriage);
+        QCOMPARE(stage.carriagePosition_steps(end + InstrumentTime{9'000'000}), carriage);
+    }
+
     void theCarriageNeverLeavesThePlayNorJumps()
     {
         Stage stage(withBacklash(64.0));
