@@ -1,3 +1,6 @@
+#include <array>
+#include <new>
+
 #include <QDir>
 #include <QSignalSpy>
 #include <QtTest>
@@ -178,6 +181,23 @@ private slots:
             QVERIFY(buffers.map(-1, 300, 12));
         }
         QCOMPARE(calls.unmapped, (QVector<QPair<std::ptrdiff_t, std::size_t>>{{12, 300}}));
+    }
+
+    // Memory that was somebody's before is not zero: what nobody has made cannot be destroyed, and
+    // is waited for.
+    void aCameraInUsedMemoryCloses()
+    {
+        constexpr uchar kUsed = 0xFF;
+        ScriptedCamera machine;
+        alignas(OV5642Camera) std::array<uchar, sizeof(OV5642Camera)> memory;
+        memory.fill(kUsed);
+        auto* const camera = new (memory.data()) OV5642Camera;
+        const bool opened = camera->open(0, "", false);
+        const bool closed = camera->close();
+        camera->~OV5642Camera();
+        QVERIFY(opened);
+        QVERIFY(closed);
+        QCOMPARE(machine.misuses(), QStringList());
     }
 
     void thousandsOfModeSwitchesLeaveNothingBehind()
