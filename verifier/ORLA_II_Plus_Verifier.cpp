@@ -118,10 +118,11 @@ void ORLA_II_Plus_Verifier::createFrames()
 {
     static std::array<unsigned char*, kCameraModeCount> processBuffers{};
     for (int mode = 0; mode < kCameraModeCount; ++mode) {
+        unsigned char*& buffer = processBuffers.at(mode);
         // Of zeros, and no memory's worth until a frame comes: a mode that is not used costs none.
-        if (processBuffers[mode] == nullptr)
-            processBuffers[mode] = allocateZeroed(kCaptureModes[mode].rgbBytes()).release();
-        Q_CHECK_PTR(processBuffers[mode]);
+        if (buffer == nullptr)
+            buffer = allocateZeroed(kCaptureModes.at(mode).rgbBytes()).release();
+        Q_CHECK_PTR(buffer);
     }
     m_frameBuffers = processBuffers;
 }

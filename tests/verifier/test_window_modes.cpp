@@ -95,6 +95,8 @@ private slots:
             // What a driver is not asked for where it does not refuse.
             QCOMPARE(requests(fixture, "VIDIOC_REQBUFS"), std::size_t(held ? 2 : 1));
             QCOMPARE(requests(fixture, "VIDIOC_S_FMT"), std::size_t(held ? 2 : 1));
+            // The ten calibration registers, then the addresses of those that are read back.
+            QCOMPARE(fixture.camera().trace().calls(CallKind::BusWrite).size(), std::size_t(20));
         }
         QVERIFY(!fixture.messages().contains("VIDIOC_S_FMT !"));
         QCOMPARE(fixture.messages().contains("bytes per line: "), padding > 0);
