@@ -363,6 +363,9 @@ private:
     {
         WindowFixture::Options options;
         options.zigMode = zigMode;
+        // Whoever started the tests may have had them ignored, as nohup does; then they would be.
+        for (const int number : {SIGINT, SIGTERM, SIGHUP})
+            std::signal(number, SIG_DFL);
         m_termination = std::make_unique<TerminationSignal>(TerminationSignal::Second::IsAbsorbed);
         m_fixture = std::make_unique<WindowFixture>(options);
         connect(m_termination.get(), &TerminationSignal::received, &m_fixture->window(),
