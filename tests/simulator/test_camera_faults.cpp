@@ -1,5 +1,9 @@
 #include <algorithm>
+#include <cerrno>
 #include <string>
+
+#include <linux/i2c-dev.h>
+#include <linux/videodev2.h>
 
 #include <QtTest>
 
@@ -27,6 +31,7 @@ private slots:
         QTest::newRow("no such errno") << QByteArray("ioctl:VIDIOC_QBUF:ETEA") << false;
         QTest::newRow("one of some") << QByteArray("mmap:1/20") << true;
         QTest::newRow("request, one of some") << QByteArray("ioctl:VIDIOC_QBUF:EBUSY:1/20") << true;
+        QTest::newRow("first call") << QByteArray("mmap:1") << true;
         QTest::newRow("one of none") << QByteArray("mmap:1/0") << false;
         QTest::newRow("two of some") << QByteArray("mmap:2/20") << false;
         QTest::newRow("not a number") << QByteArray("mmap:x") << false;
@@ -68,6 +73,51 @@ private slots:
         QVERIFY2(struck > 60 && struck < 140, qPrintable(QString::number(struck)));
         QCOMPARE(strikes(1), one);
         QVERIFY(strikes(2) != one);
+    }
+
+    void aFaultStrikesItsCallOrEveryCall_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<QByteArray>("struck");
+        QTest::newRow("every call") << QByteArray("mmap") << QByteArray("xxxx");
+        QTest::newRow("the first") << QByteArray("mmap:1") << QByteArray("x...");
+        QTest::newRow("the third") << QByteArray("mmap:3") << QByteArray("..x.");
+        QTest::newRow("one of one") << QByteArray("mmap:1/1") << QByteArray("xxxx");
+    }
+
+    void aFaultStrikesItsCallOrEveryCall()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(QByteArray, struck);
+        CameraFaults faults;
+        QVERIFY(faults.enable(text.toStdString()));
+        QByteArray result;
+        for (int call = 0; call < struck.size(); ++call)
+            result += faults.strikes(CameraFault::MappingFails) ? 'x' : '.';
+        QCOMPARE(result, struck);
+        QVERIFY(!faults.strikes(CameraFault::BusNack));
+    }
+
+    void aRequestFailsWithItsErrnoOrAnInputError()
+    {
+        CameraFaults faults;
+        QVERIFY(faults.enable("ioctl:VIDIOC_QBUF"));
+        QVERIFY(faults.enable("ioctl:VIDIOC_DQBUF:EBUSY"));
+        QVERIFY(faults.enable("ioctl:VIDIOC_S_FMT:EPERM:2"));
+        QCOMPARE(faults.strikesCall("VIDIOC_QBUF")->error, EIO);
+        QCOMPARE(faults.strikesCall("VIDIOC_QBUF")->result, -1);
+        QCOMPARE(faults.strikesCall("VIDIOC_DQBUF")->error, EBUSY);
+        QVERIFY(!faults.strikesCall("VIDIOC_S_FMT").has_value());
+        QCOMPARE(faults.strikesCall("VIDIOC_S_FMT")->error, EPERM);
+        QVERIFY(!faults.strikesCall("VIDIOC_STREAMON").has_value());
+    }
+
+    void requestsAreToldByNameOrNumber()
+    {
+        QCOMPARE(requestName(VIDIOC_STREAMOFF), std::string("VIDIOC_STREAMOFF"));
+        QCOMPARE(requestName(I2C_SLAVE_FORCE), std::string("I2C_SLAVE_FORCE"));
+        QCOMPARE(requestName(0x1a2bUL), std::string("0x00001A2B"));
+        QCOMPARE(requestName(0xC0FFEE11UL), std::string("0xC0FFEE11"));
     }
 
     void theTraceForgetsTheOldest()

@@ -1,7 +1,12 @@
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <set>
 #include <vector>
 
+#include <unistd.h>
+
+#include <QFile>
 #include <QtTest>
 
 #include "CaptureFixture.h"
@@ -13,6 +18,38 @@ using std::chrono::milliseconds;
 
 /// In the mode that the device begins with.
 constexpr unsigned kVgaBytes = 640U * 480U * 2U;
+
+/// A picture no two rows of which are alike, and no byte of which is 0.
+class PlacedPictures : public FrameSource
+{
+public:
+    static std::uint8_t byteAt(std::size_t row, std::size_t column)
+    {
+        return std::uint8_t((row * 31 + column * 7 + column / 251) % 251 + 1);
+    }
+    std::uint64_t look(InstrumentTime /*time*/, const PictureMode& mode) override
+    {
+        m_mode = &mode;
+        return 1;
+    }
+    void draw(std::uint8_t* yuyv) override
+    {
+        const auto columns = std::size_t(m_mode->width_px) * 2;
+        for (std::size_t row = 0; row < std::size_t(m_mode->height_px); ++row)
+            for (std::size_t column = 0; column < columns; ++column)
+                *yuyv++ = byteAt(row, column);
+    }
+
+private:
+    const PictureMode* m_mode = nullptr;
+};
+
+/// How many mappings of the simulator's frames this process has.
+int frameMappings()
+{
+    QFile mappings("/proc/self/maps");
+    return mappings.open(QIODevice::ReadOnly) ? int(mappings.readAll().count("/memfd:frame ")) : -1;
+}
 
 } // namespace
 
@@ -61,6 +98,7 @@ private slots:
         QTest::newRow("1280") << 1280U << 960U << 1280U << 960U << 30U;
         QTest::newRow("5M") << 2592U << 1944U << 2592U << 1944U << 15U;
         QTest::newRow("nothing") << 0U << 0U << 640U << 480U << 30U;
+        QTest::newRow("as near to two") << 960U << 720U << 640U << 480U << 30U;
         QTest::newRow("PAL") << 720U << 576U << 640U << 480U << 30U;
         QTest::newRow("720 lines") << 1280U << 720U << 1280U << 960U << 30U;
         QTest::newRow("1080 lines") << 1920U << 1080U << 1280U << 960U << 30U;
@@ -76,6 +114,10 @@ private slots:
         QFETCH(unsigned, rate);
         CaptureFixture<> capture;
         v4l2_format format = formatOf(width, height);
+        // Whatever the program left in the record beyond its wishes is overwritten.
+        std::memset(&format.fmt.pix, 0xA5, sizeof format.fmt.pix);
+        format.fmt.pix.width = width;
+        format.fmt.pix.height = height;
         format.fmt.pix.pixelformat = V4L2_PIX_FMT_RGB24;
         QCOMPARE(capture.call(VIDIOC_S_FMT, &format), 0);
         QCOMPARE(format.fmt.pix.width, gotWidth);
@@ -83,6 +125,13 @@ private slots:
         QCOMPARE(format.fmt.pix.pixelformat, __u32(V4L2_PIX_FMT_YUYV));
         QCOMPARE(format.fmt.pix.bytesperline, gotWidth * 2);
         QCOMPARE(format.fmt.pix.sizeimage, gotWidth * gotHeight * 2);
+        QCOMPARE(format.fmt.pix.field, __u32(V4L2_FIELD_NONE));
+        QCOMPARE(format.fmt.pix.colorspace, __u32(V4L2_COLORSPACE_SRGB));
+        QCOMPARE(format.fmt.pix.priv, 0U);
+        QCOMPARE(format.fmt.pix.flags, 0U);
+        QCOMPARE(format.fmt.pix.ycbcr_enc, 0U);
+        QCOMPARE(format.fmt.pix.quantization, 0U);
+        QCOMPARE(format.fmt.pix.xfer_func, 0U);
         capture.start();
         QCOMPARE(capture.device.nextFrameTime()->count(), std::int64_t((1000000 + rate - 1) / rate));
     }
@@ -108,10 +157,14 @@ private slots:
         QTest::addColumn<unsigned>("gotWidth");
         QTest::addColumn<unsigned>("gotHeight");
         QTest::addColumn<unsigned>("gotLine");
-        QTest::newRow("fewer rows") << 2592 << 720 << 0 << 1280U << 720U << 2560U;
-        QTest::newRow("fewer columns") << 1001 << 1944 << 0 << 1000U << 960U << 2000U;
-        QTest::newRow("longer rows") << 2592 << 1944 << 64 << 1280U << 960U << 2624U;
-        QTest::newRow("all of it") << 800 << 600 << 32 << 800U << 600U << 1632U;
+        QTest::addColumn<unsigned>("length");
+        QTest::newRow("fewer rows") << 2592 << 720 << 0 << 1280U << 720U << 2560U << 0U;
+        QTest::newRow("fewer columns") << 1001 << 1944 << 0 << 1000U << 960U << 2000U << 0U;
+        QTest::newRow("longer rows") << 2592 << 1944 << 64 << 1280U << 960U << 2624U << 0U;
+        QTest::newRow("all of it") << 800 << 600 << 32 << 800U << 600U << 1632U << 0U;
+        QTest::newRow("as many bytes as the whole") << 2592 << 768 << 640 << 1280U << 768U << 3200U << 0U;
+        QTest::newRow("room for the whole") << 2592 << 720 << 0 << 1280U << 720U << 2560U << 2457600U;
+        QTest::newRow("room for half a row less") << 800 << 600 << 32 << 800U << 600U << 1632U << 978400U;
     }
 
     void aDriverMayGrantASmallerPictureInLongerRows()
@@ -122,11 +175,13 @@ private slots:
         QFETCH(unsigned, gotWidth);
         QFETCH(unsigned, gotHeight);
         QFETCH(unsigned, gotLine);
+        QFETCH(unsigned, length);
         CaptureParameters parameters;
         parameters.mostColumns_px = columns;
         parameters.mostRows_px = rows;
         parameters.rowPadding_bytes = padding;
-        CaptureFixture<> capture(parameters);
+        parameters.bufferLength_bytes = length;
+        CaptureFixture<PlacedPictures> capture(parameters);
         v4l2_format format = formatOf(1280, 960);
         QCOMPARE(capture.call(VIDIOC_S_FMT, &format), 0);
         QCOMPARE(format.fmt.pix.width, gotWidth);
@@ -138,14 +193,13 @@ private slots:
         v4l2_buffer buffer{};
         QCOMPARE(capture.dequeueAt(40, buffer), 0);
         QCOMPARE(buffer.bytesused, gotLine * gotHeight);
-        QCOMPARE(buffer.length, gotLine * gotHeight);
-        for (const unsigned row : {0U, gotHeight - 1}) {
-            const std::uint8_t* bytes = memory->data() + std::size_t(row) * gotLine;
-            QCOMPARE(int(bytes[0]), 1);
-            const std::size_t used = std::size_t(gotWidth) * 2;
-            QCOMPARE(int(bytes[used - 1]), 1);
-            if (padding > 0)
-                QCOMPARE(int(bytes[used]), 0);
+        QCOMPARE(buffer.length, length != 0 ? length : gotLine * gotHeight);
+        for (std::size_t at = 0; at < buffer.length; ++at) {
+            const std::size_t row = at / gotLine;
+            const std::size_t column = at % gotLine;
+            const bool isShown = row < gotHeight && column < std::size_t(gotWidth) * 2;
+            if (memory->data()[at] != (isShown ? PlacedPictures::byteAt(row, column) : 0))
+                QFAIL(qPrintable(QStringLiteral("row %1, byte %2").arg(row).arg(column)));
         }
     }
 
@@ -224,6 +278,68 @@ private slots:
         QCOMPARE(buffer.index, 1U);
     }
 
+    void scriptedFramesComeInTurnAfterThoseThatWereAdded()
+    {
+        const PictureMode& mode = kPictureModes[0];
+        std::vector<std::uint8_t> bytes(kVgaBytes);
+        ScriptedFrames frames;
+        QVERIFY(!frames.hasFrame());
+        frames.add({77, {100U, 17U}});
+        QVERIFY(frames.hasFrame());
+        frames.showEndlessly(true);
+        std::uint64_t number = 0;
+        const auto nextValue = [&] {
+            number = frames.look(InstrumentTime(0), mode);
+            std::fill(bytes.begin(), bytes.end(), std::uint8_t(0));
+            frames.draw(bytes.data());
+            const bool isOneValue =
+                std::count(bytes.begin(), bytes.end(), bytes[0]) == std::ptrdiff_t(kVgaBytes);
+            return isOneValue ? int(bytes[0]) : -1;
+        };
+        QCOMPARE(nextValue(), 77);
+        const std::uint64_t numberOf77 = number;
+        QCOMPARE(frames.report().bytesUsed.value_or(0), 100U);
+        QCOMPARE(frames.report().bufferIndex.value_or(0), 17U);
+        int before = nextValue();
+        QVERIFY(!frames.report().bytesUsed.has_value());
+        std::set<std::uint64_t> numbers{number};
+        for (int frame = 1; frame < 255; ++frame) {
+            const int value = nextValue();
+            QCOMPARE(value, before == 255 ? 1 : before + 1);
+            QCOMPARE(number == numberOf77, value == 77);
+            numbers.insert(number);
+            before = value;
+        }
+        QCOMPARE(numbers.size(), std::size_t(255));
+        QVERIFY(numbers.count(0) == 0);
+        frames.showEndlessly(false);
+        QVERIFY(!frames.hasFrame());
+    }
+
+    void scriptedStripesAreTwoPixelsWide()
+    {
+        const PictureMode& mode = kPictureModes[0];
+        ScriptedFrames frames;
+        frames.add({9, {100U, 17U}});
+        frames.look(InstrumentTime(0), mode);
+        std::set<std::uint64_t> numbers;
+        for (const int contrast : {0, 1, 150, 200}) {
+            frames.showStripes(contrast);
+            QVERIFY(frames.hasFrame());
+            numbers.insert(frames.look(InstrumentTime(0), mode));
+            QVERIFY(!frames.report().bytesUsed.has_value() && !frames.report().bufferIndex.has_value());
+            std::vector<std::uint8_t> bytes(kVgaBytes);
+            frames.draw(bytes.data());
+            for (std::size_t pixel = 0; pixel < bytes.size() / 2; ++pixel) {
+                const int luma = pixel / 2 % 2 == 0 ? 40 : 40 + contrast;
+                if (bytes[2 * pixel] != luma || bytes[2 * pixel + 1] != 128)
+                    QFAIL(qPrintable(QStringLiteral("pixel %1").arg(pixel)));
+            }
+        }
+        QCOMPARE(numbers.size(), std::size_t(4));
+        QVERIFY(*numbers.begin() > 256);
+    }
+
     void atLeastFourBuffersAreGranted_data()
     {
         QTest::addColumn<unsigned>("asked");
@@ -247,6 +363,7 @@ private slots:
         v4l2_requestbuffers request = requestOf(asked);
         QCOMPARE(capture.call(VIDIOC_REQBUFS, &request), 0);
         QCOMPARE(request.count, granted);
+        QCOMPARE(request.capabilities, __u32(V4L2_BUF_CAP_SUPPORTS_MMAP));
         v4l2_buffer last = bufferOf(granted - 1);
         QCOMPARE(capture.call(VIDIOC_QUERYBUF, &last), 0);
         QCOMPARE(last.length, kVgaBytes);
@@ -319,8 +436,122 @@ private slots:
         // A buffer that never held a frame of this stream returns none.
         QCOMPARE(capture.queue(3), 0);
         QCOMPARE(capture.device.framesReturned(), std::uint64_t(1));
+        QCOMPARE(capture.dequeue(buffer), 0);
         QCOMPARE(capture.stream(false), 0);
         QCOMPARE(capture.device.framesReturned(), capture.device.framesDelivered());
+        // A buffer that the program still had when the stream ended is not counted twice.
+        for (unsigned index = 0; index < 4; ++index)
+            QCOMPARE(capture.queue(index), 0);
+        QCOMPARE(capture.device.framesReturned(), capture.device.framesDelivered());
+    }
+
+    void aStreamThatBeginsAnewKnowsNothingOfTheOneBefore()
+    {
+        CaptureFixture<> capture;
+        capture.start(3);
+        v4l2_buffer buffer{};
+        // One frame is taken, one waits to be, and one buffer is queued.
+        QCOMPARE(capture.dequeueAt(67, buffer), 0);
+        QCOMPARE(capture.ownerFlags(1), unsigned(V4L2_BUF_FLAG_DONE));
+        QCOMPARE(capture.ownerFlags(2), unsigned(V4L2_BUF_FLAG_QUEUED));
+        QCOMPARE(capture.stream(false), 0);
+        for (unsigned index = 0; index < 4; ++index)
+            QCOMPARE(capture.ownerFlags(index), 0U);
+        capture.now = milliseconds(500);
+        QCOMPARE(capture.queue(3), 0);
+        QCOMPARE(capture.stream(true), 0);
+        QCOMPARE(capture.dequeue(buffer), EAGAIN);
+        QCOMPARE(capture.device.nextFrameTime()->count(), std::int64_t(533334));
+        capture.now = InstrumentTime(533334);
+        QCOMPARE(capture.dequeue(buffer), 0);
+        QCOMPARE(buffer.index, 3U);
+        QCOMPARE(buffer.sequence, 0U);
+        QCOMPARE(buffer.timestamp.tv_sec, decltype(buffer.timestamp.tv_sec)(0));
+        QCOMPARE(buffer.timestamp.tv_usec, decltype(buffer.timestamp.tv_usec)(533334));
+        QVERIFY(!capture.device.nextFrameTime().has_value());
+    }
+
+    void newBuffersAreNotQueuedForThoseBefore()
+    {
+        CaptureFixture<> capture;
+        QCOMPARE(capture.allocate(), 0);
+        QCOMPARE(capture.queue(2), 0);
+        QCOMPARE(capture.allocate(), 0);
+        QCOMPARE(capture.stream(true), 0);
+        QVERIFY(!capture.device.nextFrameTime().has_value());
+        v4l2_buffer buffer{};
+        QCOMPARE(capture.dequeueAt(100, buffer), EAGAIN);
+        QCOMPARE(capture.queue(2), 0);
+    }
+
+    void aFrameEndsAtTheFirstWholeMicrosecond()
+    {
+        CaptureParameters parameters;
+        parameters.framesPerSecond = 7;
+        CaptureFixture<> capture(parameters);
+        capture.start();
+        QCOMPARE(capture.device.nextFrameTime()->count(), std::int64_t(142858));
+        QVERIFY(!capture.device.readable(InstrumentTime(142857)));
+        QVERIFY(capture.device.readable(InstrumentTime(142858)));
+    }
+
+    void aBufferIsDescribedWholly()
+    {
+        CaptureFixture<> capture;
+        QCOMPARE(capture.allocate(), 0);
+        for (const unsigned long request : {VIDIOC_QUERYBUF, VIDIOC_QBUF}) {
+            v4l2_buffer buffer{};
+            std::memset(&buffer, 0xA5, sizeof buffer);
+            buffer.index = 1;
+            buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+            buffer.memory = V4L2_MEMORY_MMAP;
+            QCOMPARE(capture.call(request, &buffer), 0);
+            v4l2_buffer expected = bufferOf(1);
+            expected.field = V4L2_FIELD_NONE;
+            expected.length = kVgaBytes;
+            const auto page = unsigned(::sysconf(_SC_PAGESIZE));
+            expected.m.offset = (kVgaBytes + page - 1) / page * page;
+            expected.flags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
+            expected.flags |= request == VIDIOC_QBUF ? V4L2_BUF_FLAG_QUEUED : 0U;
+            QCOMPARE(QByteArray(reinterpret_cast<const char*>(&buffer), sizeof buffer),
+                     QByteArray(reinterpret_cast<const char*>(&expected), sizeof expected));
+        }
+    }
+
+    void aMappingCoversTheBuffersPagesAtMost()
+    {
+        const auto page = std::size_t(::sysconf(_SC_PAGESIZE));
+        QCOMPARE(FrameMemory::inWholePages(0), std::size_t(0));
+        QCOMPARE(FrameMemory::inWholePages(1), page);
+        QCOMPARE(FrameMemory::inWholePages(page), page);
+        QCOMPARE(FrameMemory::inWholePages(page + 1), 2 * page);
+        CaptureFixture<> capture;
+        QCOMPARE(capture.allocate(), 0);
+        const std::size_t whole = FrameMemory::inWholePages(kVgaBytes);
+        QVERIFY(capture.device.memoryAt(0, 0) == nullptr);
+        QVERIFY(capture.device.memoryAt(0, 1) != nullptr);
+        QVERIFY(capture.device.memoryAt(0, whole) != nullptr);
+        QVERIFY(capture.device.memoryAt(0, whole + 1) == nullptr);
+    }
+
+    void buffersTooLargeForTheMemoryAreRefused()
+    {
+        CaptureParameters parameters;
+        parameters.bufferLength_bytes = std::size_t(1) << 62U;
+        CaptureFixture<> capture(parameters);
+        QCOMPARE(capture.allocate(), ENOMEM);
+        v4l2_buffer buffer = bufferOf(0);
+        QCOMPARE(capture.call(VIDIOC_QUERYBUF, &buffer), EINVAL);
+    }
+
+    void freedBuffersAreGivenBackToTheSystem()
+    {
+        const int before = frameMappings();
+        CaptureFixture<> capture;
+        QCOMPARE(capture.allocate(), 0);
+        QCOMPARE(frameMappings(), before + 4);
+        QCOMPARE(capture.allocate(0), 0);
+        QCOMPARE(frameMappings(), before);
     }
 
     void thereIsNothingToWaitForWithoutAStream()
@@ -389,7 +620,7 @@ private slots:
         capture.faults.clear();
         QVERIFY(capture.faults.enable("oversized-frames"));
         QCOMPARE(capture.dequeueAt(67, buffer), 0);
-        QVERIFY(buffer.bytesused > buffer.length);
+        QCOMPARE(buffer.bytesused, buffer.length + 65536);
     }
 
     void aLostFrameIsMissingInTheCount()
