@@ -9,12 +9,13 @@
 #include "Controller/Controller.h"
 #include "camera/OV5642Camera.h"
 #include "settings/CalibrationFile.h"
+#include "support/Patience.h"
 
 namespace {
 
 constexpr int kStart_steps = 12000;
-constexpr int kLongestRun_ms = 120000;
-constexpr std::chrono::seconds kLongestFrame(30);
+const int kLongestRun_ms = patient_ms(120000);
+const std::chrono::milliseconds kLongestFrame(patient_ms(30000));
 
 InstrumentTime periodOf(int mode)
 {
