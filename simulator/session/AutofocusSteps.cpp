@@ -82,7 +82,7 @@ StepResult steps::disk(SessionContext& session)
         const QStringList commands = session.instrument.usb().commands();
         return !commands.isEmpty() && commands.last().startsWith("mount ");
     };
-    session.user.waitUntil(mounted, kDisk_ms, QStringLiteral("the disk is not mounted"));
+    session.user.waitUntil(mounted, session.patience * kDisk_ms, QStringLiteral("the disk is not mounted"));
     return {asked, asked ? "asked for the disk" : "did not ask for the disk",
             session.instrument.usb().commands().join("; ")};
 }
@@ -97,8 +97,8 @@ StepResult steps::autofocus(SessionContext& session)
     session.instrument.answerMovesWithFreshFrames(session.answersHeldBack);
     session.user.expectBox("OK");
     if (session.user.click("BUTTON_AUTOFOCUS"))
-        session.user.waitUntil([&] { return session.user.boxSinceExpected() != nullptr; }, kRun_ms,
-                               QStringLiteral("the autofocus does not end"));
+        session.user.waitUntil([&] { return session.user.boxSinceExpected() != nullptr; },
+                               session.patience * kRun_ms, QStringLiteral("the autofocus does not end"));
     session.instrument.answerMovesWithFreshFrames(false);
     session.instrument.setRealTimeMotion(!session.instrument.isInstant());
     const bool finished = session.boxWas("ORLA-III", "Finish AutoFocus !");

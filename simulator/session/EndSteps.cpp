@@ -61,8 +61,8 @@ StepResult steps::stay(SessionContext& session)
     session.user.expectBox("No");
     session.user.click("BUTTON_EXIT");
     const bool asked = wasAsked(session);
-    const bool running =
-        session.user.waitForFrames(kFramesUnderWay, kFrames_ms) && session.user.windowIsEnabled();
+    const bool running = session.user.waitForFrames(kFramesUnderWay, session.patience * kFrames_ms) &&
+                         session.user.windowIsEnabled();
     session.findings.lockedControls = newlyDisabled(session);
     const int newLines = session.instrument.boardLines().size() - linesBefore;
     const BoardLight after = session.instrument.light();

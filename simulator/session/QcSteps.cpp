@@ -102,8 +102,8 @@ StepResult steps::freeze(SessionContext& session)
 {
     if (session.user.click("BUTTON_QC_CAPTURE"))
         session.user.waitUntil(
-            [&] { return session.user.windowIsEnabled() && session.user.isShown("QC_MEASURE"); }, kAnswer_ms,
-            QStringLiteral("no picture is frozen"));
+            [&] { return session.user.windowIsEnabled() && session.user.isShown("QC_MEASURE"); },
+            session.patience * kAnswer_ms, QStringLiteral("no picture is frozen"));
     session.frozenFrame.startOver();
     session.user.takePicture("frozen");
     const QString caption = session.user.text("BUTTON_QC_CAPTURE");

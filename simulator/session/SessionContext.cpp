@@ -19,13 +19,13 @@ QString lightText(const BoardLight& light)
 bool SessionContext::settle()
 {
     constexpr int kSecondLook_ms = 300;
-    const int patience_ms = m_standsStill ? kSecondLook_ms : kFrames_ms;
+    const int limit_ms = patience * (m_standsStill ? kSecondLook_ms : kFrames_ms);
     const auto frames = [this] { return instrument.camera().counters(); };
     // The window paints the newest frame again and again where the camera is slower.
     const std::uint64_t fresh = frames().framesDelivered + kFramesOfBefore;
-    m_standsStill = !user.waitUntil([&] { return frames().framesReturned >= fresh; }, patience_ms,
+    m_standsStill = !user.waitUntil([&] { return frames().framesReturned >= fresh; }, limit_ms,
                                     QStringLiteral("no frames arrive")) ||
-                    !user.waitForFrames(kFramesUnderWay, patience_ms);
+                    !user.waitForFrames(kFramesUnderWay, limit_ms);
     return !m_standsStill;
 }
 
@@ -33,7 +33,7 @@ bool SessionContext::waitUntilEnabled(const QString& otherwise)
 {
     constexpr int kSecondLook_ms = 1000;
     m_locked = !user.waitUntil([this] { return user.windowIsEnabled(); },
-                               m_locked ? kSecondLook_ms : kAnswer_ms, otherwise);
+                               patience * (m_locked ? kSecondLook_ms : kAnswer_ms), otherwise);
     return !m_locked;
 }
 

@@ -62,6 +62,8 @@ struct SessionContext
     QcView frozenFrame{user};
     const bool answersHeldBack;
     SessionFindings findings;
+    /// How many times as long as usual a wait may last: more than once on a machine that is slow.
+    int patience = 1;
 
 private:
     bool m_standsStill = false; ///< the live view, when it was last waited for

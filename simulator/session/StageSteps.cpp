@@ -31,7 +31,7 @@ QString positionShown(SessionContext& session)
 
 int positionAtRest(SessionContext& session)
 {
-    session.user.waitUntil([&] { return !session.instrument.stageIsMoving(); }, kAnswer_ms,
+    session.user.waitUntil([&] { return !session.instrument.stageIsMoving(); }, session.patience * kAnswer_ms,
                            QStringLiteral("the stage does not come to rest"));
     return positionShown(session).toInt();
 }
@@ -60,7 +60,7 @@ StepResult steps::jog(SessionContext& session)
 StepResult steps::focus(SessionContext& session)
 {
     session.user.click("BUTTON_RESOLUTION_VGA");
-    session.user.waitForFrames(1, kFrames_ms);
+    session.user.waitForFrames(1, session.patience * kFrames_ms);
     std::map<double, int> positionBySharpness;
     session.moveTo(kSweepStart);
     positionBySharpness[sharpnessNow(session)] = kSweepStart;

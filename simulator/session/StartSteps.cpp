@@ -13,7 +13,7 @@ const QString kVersionWithoutSettings = QStringLiteral("0.0.1");
 
 StepResult steps::window(SessionContext& session)
 {
-    session.user.waitUntil([&] { return session.user.windowIsEnabled(); }, kAnswer_ms,
+    session.user.waitUntil([&] { return session.user.windowIsEnabled(); }, session.patience * kAnswer_ms,
                            QStringLiteral("the window does not take presses"));
     session.user.wait(kFirstPaint_ms);
     const QString title = session.user.windowTitle();

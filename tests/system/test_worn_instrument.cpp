@@ -11,6 +11,7 @@
 #include "simulator/instrument/SimulatedInstrument.h"
 #include "simulator/operator/Operator.h"
 #include "simulator/session/SessionSteps.h"
+#include "tests/support/Patience.h"
 
 namespace {
 
@@ -22,11 +23,11 @@ constexpr ControllerTimeouts kTimeouts{100, 500, 2500};
 constexpr double kLate_s = 0.3;
 constexpr double kTooLate_s = 0.7;
 
-constexpr int kPatience_ms = 10000;
-constexpr int kRun_ms = 30000;
+const int kPatience_ms = patient_ms(10000);
+const int kRun_ms = patient_ms(30000);
 /// Until the window has shown what it knows.
 constexpr int kLook_ms = 50;
-constexpr int kOneDay_ms = 300000;
+const int kOneDay_ms = patient_ms(300000);
 
 constexpr int kSampleDistance_steps = 640;
 constexpr double kPlay_steps = 60.0;
@@ -87,6 +88,7 @@ public:
           m_user(*m_window, QString(), OperatorPace::AtOnce),
           m_context(m_user, m_instrument)
     {
+        m_context.patience = patient_ms(1);
         m_instrument.answerMovesWithFreshFrames(true);
         m_window->show();
     }
