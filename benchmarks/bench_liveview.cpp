@@ -16,6 +16,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <linux/videodev2.h>
@@ -43,6 +44,7 @@ extern "C" {
 #include "settings/CaptureModes.h"
 #include "simulator/instrument/SimulatedInstrument.h"
 #include "support/ConversionCount.h"
+#include "support/Patience.h"
 
 namespace {
 
@@ -50,6 +52,8 @@ constexpr unsigned kBuffers = 4;
 constexpr int kViewWidth_px = 640;
 constexpr int kViewHeight_px = 480;
 constexpr int kSettle_ms = 1000;
+/// The longest that a machine as quick as the instrument takes for one frame.
+constexpr int kFrame_ms = 1000;
 constexpr int kDragInterval_ms = 20;
 constexpr int kDragWay_px = 60;
 constexpr int kPercent = 100;
@@ -192,9 +196,9 @@ void wait(int duration_ms)
 /// what was counted after another.
 void waitForConversion()
 {
-    constexpr int kPatience_ms = 1000;
+    const int patience_ms = patient_ms(1000);
     const int before = conversionsSoFar();
-    const double limit_ms = wallTime_ms() + kPatience_ms;
+    const double limit_ms = wallTime_ms() + patience_ms;
     while (conversionsSoFar() == before && wallTime_ms() < limit_ms)
         wait(1);
 }
@@ -292,7 +296,7 @@ private:
     {
         return m_window->findChild<Widget*>(name);
     }
-    Span measureSpan(int duration_ms);
+    Span measureSpan(int duration_ms, unsigned frames);
     void show(View view);
     Shown watch(const CaptureMode& mode, View view, int frames);
     void tellFrames(const std::string& name, const CaptureMode& mode, double rate_hz);
@@ -309,7 +313,8 @@ private:
     std::array<double, kCameraModeCount> m_frameCosts_ms{};
 };
 
-Bench::Span Bench::measureSpan(int duration_ms)
+/// At least so long, and until so many frames have come.
+Bench::Span Bench::measureSpan(int duration_ms, unsigned frames)
 {
     int painted = 0;
     const auto connection = QObject::connect(m_window.get(), &ORLA_II_Plus_Verifier::updateFrameDone,
@@ -319,6 +324,9 @@ Bench::Span Bench::measureSpan(int duration_ms)
     const double all = processTime_ms() - m_calls.ownTime_ms();
     const std::uint64_t delivered = m_calls.dequeued();
     wait(duration_ms);
+    const double limit_ms = wallTime_ms() + patient_ms(kFrame_ms) * frames;
+    while (m_calls.dequeued() < delivered + frames && wallTime_ms() < limit_ms)
+        wait(10);
     const double seconds = (wallTime_ms() - start) / 1e3;
     const double guiUsed = threadTime_ms() - gui;
     const double allUsed = processTime_ms() - m_calls.ownTime_ms() - all;
@@ -359,8 +367,23 @@ Bench::Shown Bench::watch(const CaptureMode& mode, View view, int frames)
     waitForConversion();
     const std::uint64_t first = m_calls.dequeued();
     const int converted = conversionsSoFar();
-    const double limit_ms = wallTime_ms() + 1e3 * frames;
-    while (m_calls.dequeued() < first + static_cast<unsigned>(frames) && wallTime_ms() < limit_ms)
+    const auto delaysUpTo = [&](std::uint64_t last) {
+        std::vector<double> delays_ms;
+        for (std::uint64_t number = first + 1; number <= last; ++number) {
+            const auto seen = seen_ms.find(static_cast<unsigned>(number & kStampMask));
+            if (seen != seen_ms.end())
+                delays_ms.push_back(seen->second - m_calls.completed_ms(number));
+        }
+        return delays_ms;
+    };
+    // A machine that is slow shows few of them: as many more as it takes for one.
+    const auto isEnough = [&] {
+        const std::uint64_t last = m_calls.dequeued();
+        return last >= first + static_cast<unsigned>(frames) &&
+               (view == View::Console || !delaysUpTo(last).empty());
+    };
+    const double limit_ms = wallTime_ms() + patient_ms(kFrame_ms) * frames;
+    while (!isEnough() && wallTime_ms() < limit_ms)
         wait(10);
     waitForConversion();
     const std::uint64_t delivered = m_calls.dequeued() - first;
@@ -372,14 +395,8 @@ Bench::Shown Bench::watch(const CaptureMode& mode, View view, int frames)
         giveUp("The camera delivers no frame.");
     if (view == View::Console)
         return {std::min(1.0, static_cast<double>(shown) / static_cast<double>(delivered)), {}};
-    Shown result{0.0, {}};
-    for (std::uint64_t number = first + 1; number <= first + delivered; ++number) {
-        const auto seen = seen_ms.find(static_cast<unsigned>(number & kStampMask));
-        if (seen != seen_ms.end())
-            result.delays_ms.push_back(seen->second - m_calls.completed_ms(number));
-    }
-    result.part = static_cast<double>(result.delays_ms.size()) / static_cast<double>(delivered);
-    return result;
+    std::vector<double> delays_ms = delaysUpTo(first + delivered);
+    return {static_cast<double>(delays_ms.size()) / static_cast<double>(delivered), std::move(delays_ms)};
 }
 
 void Bench::tellFrames(const std::string& name, const CaptureMode& mode, double rate_hz)
@@ -504,7 +521,7 @@ void Bench::tellCost(const std::string& name, const CaptureMode& mode, int index
     std::vector<double> gui;
     double painted_hz = 0.0;
     for (int pair = 0; pair < pairs; ++pair) {
-        const Span span = measureSpan(span_ms);
+        const Span span = measureSpan(span_ms, 1);
         const double bare_ms = bareCalls.frame_ms(rounds, span.delivered_hz);
         spans_ms.push_back(span.all_ms);
         bares_ms.push_back(bare_ms * span.delivered_hz);
@@ -531,7 +548,7 @@ void Bench::tellIdleRounds(const std::string& name)
     for (const View view : {View::Fit, View::OneToOne}) {
         show(view);
         wait(m_settle_ms / 2);
-        const Span span = measureSpan(m_short ? 300 : 1000);
+        const Span span = measureSpan(m_short ? 300 : 1000, 0);
         dearest = std::max(dearest, span.all_ms / 1e3 * kPercent);
         parts += QString::asprintf("%s%s %.2f ms each, %.0f a second", parts.isEmpty() ? "" : "; ",
                                    view == View::Fit ? "fitted" : "1:1", span.all_ms / span.painted_hz,

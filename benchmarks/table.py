@@ -157,7 +157,8 @@ def run_program(program, folder, short):
     try:
         done = subprocess.run(
             [path] + (["--short"] if short else []),
-            env=environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=600, check=False,
+            env=environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False,
+            timeout=600 * int(os.environ.get("ORLA_TEST_PATIENCE", 1)),
         )
     except subprocess.TimeoutExpired:
         raise Failure(f"{program.name} does not end.") from None
