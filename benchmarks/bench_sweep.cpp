@@ -25,15 +25,16 @@
 #include "camera/OV5642Camera.h"
 #include "settings/CaptureModes.h"
 #include "simulator/instrument/SimulatedInstrument.h"
+#include "tests/support/Patience.h"
 
 namespace {
 
 constexpr int kSamples = 15;
 constexpr int kInterval_steps = 640;
 constexpr int kCentre_steps = 32000;
-constexpr int kAnswer_ms = 10000;
-constexpr int kLongestRun_ms = 60000;
-constexpr std::chrono::seconds kPatience(10);
+const int kAnswer_ms = patient_ms(10000);
+const int kLongestRun_ms = patient_ms(60000);
+const std::chrono::milliseconds kPatience(patient_ms(10000));
 
 /// The board's line and nothing else: a command out, its answer in.
 class BareLine
@@ -139,7 +140,7 @@ double samples_ms(OV5642Camera& camera, SimulatedInstrument& instrument)
     return sum_ms;
 }
 
-void measure(const std::string& name, int mode, int runs, SimulatedInstrument& instrument)
+void measure(const std::string& name, int mode, int runs, SimulatedInstrument& instrument, BareLine& line)
 {
     OV5642Camera camera;
     if (!camera.open(mode, "", false))
@@ -153,7 +154,6 @@ void measure(const std::string& name, int mode, int runs, SimulatedInstrument& i
         sweeps.push_back(sweep.took_ms);
         samples.push_back(samples_ms(camera, instrument));
         Controller::getInstance()->z_stage_abs(SERIAL_BLOCKING, kCentre_steps);
-        BareLine line(instrument.board().devicePath());
         motions.push_back(bareSweep_ms(line, sweep.best));
         ratios.push_back(sweep.took_ms / (motions.back() + samples.back()));
     }
@@ -173,13 +173,15 @@ int main(int argc, char** argv)
     SimulatedInstrument instrument(InstrumentParameters{});
     if (!instrument.error().isEmpty())
         giveUp(instrument.error().toStdString());
+    // Before the controller, which has it to itself from then on.
+    BareLine line(instrument.board().devicePath());
     Controller::getInstance()->openSerialPort();
     if (shortRun) {
         // Without its motions' time, which is most of it.
         instrument.setRealTimeMotion(false);
         instrument.answerMovesWithFreshFrames(true);
     }
-    measure("sweep_1280", kMode1280, shortRun ? 1 : 2, instrument);
-    measure("sweep_5m", kMode5M, shortRun ? 1 : 2, instrument);
+    measure("sweep_1280", kMode1280, shortRun ? 1 : 2, instrument, line);
+    measure("sweep_5m", kMode5M, shortRun ? 1 : 2, instrument, line);
     return 0;
 }
