@@ -115,17 +115,24 @@ class Equivalents(unittest.TestCase):
     def test_each_stands_for_a_fault_of_a_line_that_is_there(self):
         mutate.judged_equivalents()
 
-    def test_one_that_stands_for_nothing_is_refused(self):
+    def assertRefused(self, entries, complaint):
         with tempfile.TemporaryDirectory() as directory:
             listed = Path(directory) / "equivalents.toml"
-            listed.write_text('[[fault]]\nfile = "verifier/main.cpp"\nline = "gone();"\nfault = ";"\nreason = "r"\n',
-                              encoding="utf-8")
+            listed.write_text(entries, encoding="utf-8")
             before, mutate.EQUIVALENTS = mutate.EQUIVALENTS, listed
             try:
-                with self.assertRaisesRegex(SystemExit, "stands for nothing"):
+                with self.assertRaisesRegex(SystemExit, complaint):
                     mutate.judged_equivalents()
             finally:
                 mutate.EQUIVALENTS = before
+
+    def test_one_that_stands_for_nothing_is_refused(self):
+        self.assertRefused('[[fault]]\nfile = "verifier/main.cpp"\nline = "gone();"\nfault = ";"\nreason = "r"\n',
+                           "stands for nothing")
+
+    def test_one_that_stands_there_twice_is_refused(self):
+        entry = mutate.EQUIVALENTS.read_text(encoding="utf-8").split("[[fault]]")[1]
+        self.assertRefused(f"[[fault]]{entry}[[fault]]{entry}", "named twice")
 
 
 if __name__ == "__main__":
