@@ -1,3 +1,5 @@
+#include <map>
+
 #include <QtTest>
 
 #include "simulator/camera/SensorRegisters.h"
@@ -29,6 +31,23 @@ private slots:
         QCOMPARE(sensor.settings().exposure_lines, 500.0);
         QCOMPARE(sensor.settings().gain, 1.0);
         QCOMPARE(sensor.settings().colourGains, (std::array<double, 3>{1.0, 1.0, 1.0}));
+    }
+
+    void everyRegisterHasItsDefault()
+    {
+        SensorParameters parameters;
+        parameters.defaultExposure_lines = 5000; // beyond 16 bits of sixteenths
+        const SensorRegisters sensor(parameters);
+        const std::map<int, int> expected{
+            {0x3008, 0x02}, {0x300A, 0x56}, {0x300B, 0x42}, {0x3400, 0x04}, {0x3402, 0x04}, {0x3404, 0x04},
+            {0x3406, 0x01}, {0x3500, 0x01}, {0x3501, 0x38}, {0x3502, 0x80}, {0x3503, 0x07}, {0x350C, 0x07},
+            {0x350D, 0xD0}, {0x3804, 0x0A}, {0x3805, 0x20}, {0x3806, 0x07}, {0x3807, 0x98}, {0x4300, 0x30}};
+        std::map<int, int> held;
+        for (int address = 0; address <= 0xFFFF; ++address)
+            if (const int value = sensor.value(std::uint16_t(address)); value != 0)
+                held[address] = value;
+        QVERIFY(held == expected);
+        QCOMPARE(sensor.settings().exposure_lines, 5000.0);
     }
 
     void aRegisterReturnsWhatWasWritten_data()
@@ -72,8 +91,11 @@ private slots:
         QCOMPARE(int(sensor.value(0x5000)), 0);
         QCOMPARE(sensor.settings(), SensorRegisters().settings());
         QCOMPARE(int(sensor.value(0x300A)), 0x56);
-        sensor.write(0x3008, 0x42);
-        QCOMPARE(int(sensor.value(0x3008)), 0x42);
+        // Only the highest bit resets.
+        for (const int control : {0x42, 0x01, 0x7F}) {
+            sensor.write(0x3008, std::uint8_t(control));
+            QCOMPARE(int(sensor.value(0x3008)), control);
+        }
     }
 
     void exposureCountsSixteenthsOfALine()

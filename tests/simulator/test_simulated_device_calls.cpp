@@ -15,6 +15,14 @@
 
 namespace {
 
+QStringList toldBy(const CameraFixture& camera)
+{
+    QStringList lines;
+    for (const TracedCall& call : camera.calls.trace().calls())
+        lines << QString::fromStdString(callLine(call));
+    return lines;
+}
+
 /// The errno that a call failed with; 0 where it did not fail.
 template <class Result>
 int errorOf(Result result)
@@ -141,6 +149,7 @@ private slots:
         QTest::addColumn<int>("error");
         QTest::newRow("sensor") << static_cast<unsigned long>(I2C_SLAVE_FORCE) << kSensor << 0;
         QTest::newRow("another device") << static_cast<unsigned long>(I2C_SLAVE_FORCE) << 0x50UL << 0;
+        QTest::newRow("last address") << static_cast<unsigned long>(I2C_SLAVE_FORCE) << 0x7FUL << 0;
         QTest::newRow("address beyond 7 bits")
             << static_cast<unsigned long>(I2C_SLAVE_FORCE) << 0x80UL << EINVAL;
         QTest::newRow("unknown request") << 0x0799UL << 0UL << ENOTTY;
@@ -220,6 +229,41 @@ private slots:
         std::uint8_t value = 0xEE;
         QCOMPARE(camera.calls.read(fd, &value, 1), ssize_t(0));
         QCOMPARE(int(value), 0xEE);
+        // Nothing cannot be shorter.
+        QCOMPARE(camera.write(fd, {}), ssize_t(0));
+    }
+
+    void aCallThatReturnsZeroHasNoErrno()
+    {
+        CameraFixture camera;
+        const int fd = camera.openSensor();
+        camera.calls.faults().enable({CameraFault::CallFails, 0, "read", EIO, 0});
+        std::uint8_t value = 0;
+        errno = EDOM;
+        QCOMPARE(camera.calls.read(fd, &value, 1), ssize_t(0));
+        QCOMPARE(errno, EDOM);
+        QCOMPARE(camera.calls.trace().calls(CallKind::BusRead).back().error, 0);
+    }
+
+    void descriptorsGoOnFromTheOneThatIsSet()
+    {
+        CameraFixture camera;
+        camera.calls.setNextDescriptor(0);
+        QCOMPARE(camera.calls.open("/dev/video0", O_RDWR), 0);
+        QCOMPARE(camera.calls.open("/dev/i2c-1", O_RDWR), 1);
+        QCOMPARE(camera.calls.close(0), 0);
+    }
+
+    void nobodyWaitsForFramesWithoutAStream()
+    {
+        CameraFixture camera;
+        QVERIFY(!camera.calls.waitForFreshFrames(1, std::chrono::milliseconds(1)));
+        QVERIFY(!camera.calls.waitForReturnedFrames(0, std::chrono::milliseconds(1)));
+        QVERIFY(camera.calls.faults().enable("stall"));
+        camera.startStream();
+        QVERIFY(!camera.calls.waitForFreshFrames(1, std::chrono::milliseconds(1)));
+        QVERIFY(camera.calls.waitForReturnedFrames(0, std::chrono::milliseconds(1)));
+        camera.stopStream();
     }
 
     void everyRequestCanBeMadeToFail_data()
@@ -294,10 +338,44 @@ private slots:
         if (error != 0)
             return;
         QCOMPARE(camera.calls.openMappings(), std::size_t(1));
+        QCOMPARE(camera.calls.trace().calls(CallKind::Map).back().error, 0);
         QCOMPARE(errorOf(camera.calls.munmap(address, kVgaBytes - 1)), EINVAL);
         QCOMPARE(camera.calls.munmap(address, kVgaBytes), 0);
         QCOMPARE(camera.calls.munmap(address, kVgaBytes), -1);
         QCOMPARE(camera.calls.openMappings(), std::size_t(0));
+    }
+
+    void aMappingIsGivenBackToTheSystem()
+    {
+        CameraFixture camera;
+        QVERIFY(camera.video.open());
+        QCOMPARE(camera.video.allocate(), 0);
+        void* address =
+            camera.calls.mmap(kVgaBytes, PROT_READ | PROT_WRITE, MAP_SHARED, camera.video.fd(), 0);
+        // The kernel refuses with ENOMEM where nothing is mapped.
+        QCOMPARE(::msync(address, 1, MS_ASYNC), 0);
+        QCOMPARE(camera.calls.munmap(address, kVgaBytes), 0);
+        QCOMPARE(errorOf(::msync(address, 1, MS_ASYNC)), ENOMEM);
+    }
+
+    void theTraceTellsAnUnusualMapping()
+    {
+        CameraFixture camera;
+        QVERIFY(camera.video.open());
+        QCOMPARE(camera.video.allocate(), 0);
+        camera.calls.trace().clear();
+        const auto map = [&camera](int protection, int flags, off_t offset) {
+            camera.calls.mmap(kVgaBytes, protection, flags, camera.video.fd(), offset);
+        };
+        map(PROT_READ | PROT_WRITE, MAP_SHARED, 0);
+        map(PROT_READ, MAP_SHARED, 0);
+        map(PROT_READ | PROT_WRITE, MAP_PRIVATE, 0);
+        map(PROT_READ, MAP_PRIVATE, 1);
+        QCOMPARE(camera.video.call(VIDIOC_S_FMT, nullptr), EFAULT);
+        QCOMPARE(toldBy(camera),
+                 QStringList({"mmap 0 of 614400 bytes", "mmap 0 of 614400 bytes protection 1 flags 1",
+                              "mmap 0 of 614400 bytes protection 3 flags 2",
+                              "mmap ? of 614400 bytes protection 1 flags 2", "VIDIOC_S_FMT nothing"}));
     }
 
     void aMappingOutlivesItsDescriptor()
@@ -336,6 +414,8 @@ private slots:
         QVERIFY(luma() < 30 && bright > 100);
         QCOMPARE(camera.calls.counters().drawings, std::uint64_t(2));
         QVERIFY(camera.calls.counters().framesDelivered >= 11);
+        // Each buffer was either drawn or copied into, for either light.
+        QVERIFY(camera.calls.counters().copies >= 2 && camera.calls.counters().copies <= 6);
         camera.stopStream();
     }
 
@@ -394,16 +474,14 @@ private slots:
         const int bus = camera.openSensor();
         QCOMPARE(camera.write(bus, {0x35, 0x01, 0x0E}), ssize_t(3));
         QCOMPARE(camera.readRegister(bus, 0x300A), 0x56);
+        QCOMPARE(camera.write(bus, {0xAB, 0x0C, 0xFF}), ssize_t(3));
         QCOMPARE(camera.calls.close(bus), 0);
         QVERIFY(camera.video.open());
         QCOMPARE(camera.video.format(1280, 960), 0);
-        QStringList told;
-        for (const TracedCall& call : camera.calls.trace().calls())
-            told << QString::fromStdString(callLine(call));
-        QCOMPARE(told, QStringList({"open /dev/i2c-1 read-write", "I2C_SLAVE_FORCE 3C", "write 35 01 0E",
-                                    "write 30 0A", "read 1 56", "close /dev/i2c-1",
-                                    "open /dev/video0 read-write non-blocking",
-                                    "VIDIOC_S_FMT 1280x960 YUYV type 1"}));
+        QCOMPARE(toldBy(camera), QStringList({"open /dev/i2c-1 read-write", "I2C_SLAVE_FORCE 3C",
+                                              "write 35 01 0E", "write 30 0A", "read 1 56", "write AB 0C FF",
+                                              "close /dev/i2c-1", "open /dev/video0 read-write non-blocking",
+                                              "VIDIOC_S_FMT 1280x960 YUYV type 1"}));
         camera.calls.trace().clear();
         QVERIFY(camera.calls.trace().calls().empty());
     }
@@ -502,6 +580,36 @@ private slots:
         QCOMPARE(camera.calls.counters().pauses, std::uint64_t(1));
         QCOMPARE(camera.calls.counters().paused_us, std::uint64_t(instant ? 3600000000U : 20000U));
         QCOMPARE(camera.calls.counters().fileSystemSyncs, std::uint64_t(1));
+    }
+
+    void whoWaitsForFramesIsWokenByThemAndByTheEndOfTheStream()
+    {
+        constexpr std::chrono::seconds kPatience(20);
+        CameraFixture camera;
+        camera.startStream();
+        QElapsedTimer timer;
+        timer.start();
+        std::atomic<bool> done{false};
+        bool came = false;
+        std::thread frames([&] {
+            came = camera.calls.waitForFreshFrames(2, kPatience);
+            done = true;
+        });
+        while (!done && timer.elapsed() < 5000) {
+            v4l2_buffer buffer{};
+            if (camera.video.take(buffer))
+                camera.video.queue(buffer.index);
+        }
+        frames.join();
+        QVERIFY(came);
+        std::thread endless([&] { came = camera.calls.waitForReturnedFrames(1000000, kPatience); });
+        QTest::qSleep(30);
+        QCOMPARE(camera.video.close(), 0);
+        endless.join();
+        QVERIFY(!came);
+        // Neither wait lasted until its time was up.
+        QVERIFY2(timer.elapsed() < 15000, qPrintable(QString::number(timer.elapsed())));
+        QVERIFY(camera.video.unmap());
     }
 
     void theBusAndTheStreamCanBeUsedAtOnce()
