@@ -1,5 +1,6 @@
 #include <cmath>
 #include <limits>
+#include <random>
 
 #include <QtTest>
 
@@ -41,6 +42,15 @@ void addModes()
 const PictureMode& modeNumber(int mode)
 {
     return kPictureModes[std::size_t(mode)];
+}
+
+/// The finaliser of splitmix64, by which a row finds its noise.
+std::uint64_t mixed(std::uint64_t counter)
+{
+    std::uint64_t value = counter * 0x9E3779B97F4A7C15ULL;
+    value = (value ^ (value >> 30U)) * 0xBF58476D1CE4E5B9ULL;
+    value = (value ^ (value >> 27U)) * 0x94D049BB133111EBULL;
+    return value ^ (value >> 31U);
 }
 
 /// Middle of the dark pixels around a place, as the extent of those at the threshold or below.
@@ -194,6 +204,13 @@ private slots:
             below += optics.bestFocus_steps() < 32000.0 ? 1 : 0;
         }
         QVERIFY(below > 5 && below < 45);
+        // A seed means the same instrument for ever.
+        for (const std::uint32_t seed : {1U, 2U, 3U, 4U, 1234567U}) {
+            std::mt19937 engine(seed);
+            const double distance = 200.0 + 1800.0 * (engine() / 4294967296.0);
+            const double expected = 32000.0 + (engine() % 2 == 1 ? distance : -distance);
+            QCOMPARE(Optics(opticsWith(seed, 1.0), Slide()).bestFocus_steps(), expected);
+        }
         OpticsParameters given;
         given.bestFocus_steps = 31000.0;
         QCOMPARE(Optics(given, Slide()).bestFocus_steps(), 31000.0);
@@ -450,6 +467,87 @@ private slots:
                  qPrintable(QString::number(measured)));
     }
 
+    void everyByteOfAnEmptySlideIsAsTheFormulaSays_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<double>("noise_levels");
+        QTest::newRow("VGA") << 0 << 1.5;
+        QTest::newRow("VGA, noise beyond its limit") << 0 << 9.0;
+        QTest::newRow("5M") << 2 << 1.5;
+    }
+
+    void everyByteOfAnEmptySlideIsAsTheFormulaSays()
+    {
+        QFETCH(int, mode);
+        QFETCH(double, noise_levels);
+        constexpr std::uint32_t kSeed = 5;
+        constexpr std::uint64_t kTilePairs = 32768;
+        const PictureMode& picture = modeNumber(mode);
+        // Where in the tile a row's noise begins; in the picture that is drawn, one begins at 0.
+        const auto firstPair = [](std::uint64_t noiseNumber, int y) {
+            const std::uint64_t noiseSeed = mixed(noiseNumber + (std::uint64_t(kSeed) << 32U));
+            return mixed(noiseSeed + std::uint64_t(y)) % kTilePairs;
+        };
+        std::uint64_t noiseNumber = 0;
+        for (bool found = false; !found;) {
+            ++noiseNumber;
+            for (int y = 0; y < picture.height_px; ++y)
+                found = found || firstPair(noiseNumber, y) == 0;
+        }
+        Optics optics(opticsWith(kSeed, noise_levels), Slide(slideOf(SlideKind::Empty)));
+        PictureInputs inputs = nominalInputs(optics, 0.0, 90);
+        inputs.sensor.gain = 2.0;
+        inputs.sensor.colourGains = {0.9, 1.0, 0.6};
+        std::vector<std::uint8_t> yuyv(std::size_t(picture.frameBytes()));
+        optics.draw(picture, inputs, noiseNumber, yuyv.data());
+
+        std::array<double, 3> rgb{};
+        for (std::size_t channel = 0; channel < 3; ++channel)
+            rgb[channel] = 2.0 + 203.0 * 90.0 / 225.0 * 2.0 * inputs.sensor.colourGains[channel];
+        const long luma = std::lround(0.257 * rgb[0] + 0.504 * rgb[1] + 0.098 * rgb[2]);
+        const long chromaBlue = std::lround(-0.148 * rgb[0] - 0.291 * rgb[1] + 0.439 * rgb[2]);
+        const long chromaRed = std::lround(0.439 * rgb[0] - 0.368 * rgb[1] - 0.071 * rgb[2]);
+        // Thousandths of the noise's strength, for the longest row from any pair of the tile.
+        std::vector<int> unitNoise(2 * kTilePairs + kFullWidth_px);
+        std::mt19937 engine(kSeed);
+        std::normal_distribution<double> normal(0.0, 1000.0);
+        for (int& value : unitNoise)
+            value = int(normal(engine));
+        const double levels = noise_levels * std::sqrt(2.0);
+        for (int y = 0; y < picture.height_px; ++y) {
+            const int* noise = unitNoise.data() + 2 * firstPair(noiseNumber, y);
+            const std::uint8_t* row = yuyv.data() + std::size_t(y) * std::size_t(picture.width_px) * 2;
+            for (int x = 0; x < picture.width_px; ++x) {
+                const long shift = std::clamp(std::lround(noise[x] / 1000.0 * levels), -16L, 16L);
+                const long colour = 128 + (x % 2 == 0 ? chromaBlue : chromaRed);
+                if (row[2 * x] != 16 + luma + shift || row[2 * x + 1] != colour)
+                    QFAIL(qPrintable(QStringLiteral("pixel %1, %2").arg(x).arg(y)));
+            }
+        }
+    }
+
+    void aSlideHasAsManyCellsAndSpecksAsItIsTo()
+    {
+        SlideParameters parameters = slideOf(SlideKind::Cells);
+        for (const int cells : {0, 1, 10, 40}) {
+            parameters.cellCount = cells;
+            QCOMPARE(Slide(parameters).discs().size(), std::size_t(cells));
+        }
+        const std::size_t cells = Slide(parameters).discs().size();
+        parameters.dustOffset_steps = 700.0;
+        for (const int specks : {0, 1, 130}) {
+            parameters.dustCount = specks;
+            const Slide slide(parameters);
+            QCOMPARE(slide.discs().size(), cells + std::size_t(specks));
+            for (std::size_t i = 0; i < slide.discs().size(); ++i) {
+                const SlideDisc& disc = slide.discs()[i];
+                QCOMPARE(disc.focusOffset_steps, i < cells ? 0.0 : 700.0);
+                QVERIFY(i < cells || (disc.radius_px >= 10.0 && disc.radius_px <= 18.0));
+                QVERIFY(i < cells || disc.absorption == 0.75);
+            }
+        }
+    }
+
     void aPictureIsDrawnAnewOnlyWhenSomethingChanges()
     {
         Optics optics(opticsWith(1, 1.0), Slide(slideOf(SlideKind::Cells)));
@@ -482,6 +580,8 @@ private slots:
         QVERIFY(changes());
         QVERIFY(changes(1));
         QVERIFY(!changes(1));
+        source.sceneChanged();
+        QVERIFY(changes(1));
     }
 
     void aDelayedPictureShowsWhatWasSeenFramesAgo()
@@ -507,6 +607,12 @@ private slots:
         QCOMPARE(luma(), bright);
         QCOMPARE(luma(), bright);
         QVERIFY(luma() < 30);
+        // Another mode begins with what is seen now.
+        light.ledOn = true;
+        source.look(InstrumentTime(0), modeNumber(1));
+        yuyv.resize(std::size_t(modeNumber(1).frameBytes()));
+        source.draw(yuyv.data());
+        QCOMPARE(int(yuyv[0]), bright);
     }
 };
 
