@@ -280,7 +280,6 @@ private slots:
 
     void scriptedFramesComeInTurnAfterThoseThatWereAdded()
     {
-        const PictureMode& mode = kPictureModes[0];
         std::vector<std::uint8_t> bytes(kVgaBytes);
         ScriptedFrames frames;
         QVERIFY(!frames.hasFrame());
@@ -289,7 +288,7 @@ private slots:
         frames.showEndlessly(true);
         std::uint64_t number = 0;
         const auto nextValue = [&] {
-            number = frames.look(InstrumentTime(0), mode);
+            number = frames.look(InstrumentTime(0), kPictureModes[0]);
             std::fill(bytes.begin(), bytes.end(), std::uint8_t(0));
             frames.draw(bytes.data());
             const bool isOneValue =

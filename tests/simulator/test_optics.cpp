@@ -517,7 +517,7 @@ private slots:
         for (int y = 0; y < picture.height_px; ++y) {
             const int* noise = unitNoise.data() + 2 * firstPair(noiseNumber, y);
             const std::uint8_t* row = yuyv.data() + std::size_t(y) * std::size_t(picture.width_px) * 2;
-            for (int x = 0; x < picture.width_px; ++x) {
+            for (std::size_t x = 0; x < std::size_t(picture.width_px); ++x) {
                 const long shift = std::clamp(std::lround(noise[x] / 1000.0 * levels), -16L, 16L);
                 const long colour = 128 + (x % 2 == 0 ? chromaBlue : chromaRed);
                 if (row[2 * x] != 16 + luma + shift || row[2 * x + 1] != colour)

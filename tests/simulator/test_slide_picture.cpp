@@ -212,8 +212,9 @@ private slots:
             QVERIFY2(slides[i].picture != nullptr, error.c_str());
         }
         Optics optics(withoutNoise(), Slide(slides[0]));
-        const PictureMode& mode = kPictureModes[0];
-        const auto green = [&] { return drawn(optics, mode, nominalInputs(optics)).green(0, 0); };
+        const auto green = [&optics] {
+            return drawn(optics, kPictureModes[0], nominalInputs(optics)).green(0, 0);
+        };
         const int bright = green();
         optics.setSlide(Slide(slides[1]));
         const int dim = green();
@@ -297,7 +298,7 @@ private slots:
         const auto slide = SlidePicture::read(file, error);
         QVERIFY2(slide != nullptr, error.c_str());
         for (const int y : {0, kFullHeight_px - 1})
-            for (const int x : {0, kFullWidth_px - 1}) {
+            for (const std::size_t x : {0, kFullWidth_px - 1}) {
                 QCOMPARE(int(slide->row(y)[3 * x]), 10);
                 QCOMPARE(int(slide->row(y)[3 * x + 2]), 30);
             }
