@@ -43,7 +43,7 @@ private slots:
 
     void noMoreMemoryIsTakenThanAskedFor()
     {
-        constexpr std::size_t kFrame = 2592 * 1944 * 2;
+        constexpr std::size_t kFrame = std::size_t{2592} * 1944 * 2;
         constexpr std::size_t kRounding = 65536; // to whole pages
         const ZeroedBytes bytes = allocateZeroed(kFrame);
         const std::size_t usable = ::malloc_usable_size(bytes.get());
