@@ -92,6 +92,37 @@ Outcome saveOnSmallDisk(const QString& directory, Save way, const QByteArray& op
     return lines == 0 ? NewContent : Damaged;
 }
 
+/// A save one of whose calls failed, and what it left.
+struct BrokenSave
+{
+    bool hit; ///< there was such a call
+    bool saved;
+    QStringList messages;
+    int lines; ///< of them that tell the file was not saved
+    QByteArray found;
+    QByteArray what; ///< all of it, for a test that fails
+
+    bool isOldOrNew(const QByteArray& fresh) const
+    {
+        return found == (lines == 0 ? fresh : QByteArray(kOld));
+    }
+};
+
+BrokenSave saveWithFailure(Save way, int number, int errorNumber, bool lasting, const QByteArray& kind = {})
+{
+    BrokenSave broken{};
+    const LogRecorder log;
+    FaultyFileCalls::arm(Fault::Error, number, errorNumber, lasting, kind);
+    broken.saved = save(way);
+    broken.hit = FaultyFileCalls::disarm() >= number;
+    broken.messages = log.messages();
+    broken.lines = broken.messages.filter("[Error] not saved: /conf/Settings.ini").size();
+    broken.found = bytesOf(instrumentPath(kFile));
+    broken.what = "failure " + QByteArray::number(number) + ": " + broken.messages.join('\n').toUtf8() +
+                  "\n" + broken.found + "\n" + FaultyFileCalls::calls().join('\n');
+    return broken;
+}
+
 } // namespace
 
 class TestPowerCut : public QObject
@@ -177,22 +208,13 @@ private slots:
             putOld(true);
             // As no new file has it by itself.
             QVERIFY(QFile::setPermissions(path(), kUnusual));
-            const LogRecorder log;
-            FaultyFileCalls::arm(Fault::Error, number, errorNumber, lasting);
-            const bool saved = save(Save(way));
-            hit = FaultyFileCalls::disarm() >= number;
-            const QStringList messages = log.messages();
-
-            const QByteArray found = bytesOf(path());
-            const int lines = messages.filter("[Error] not saved: /conf/Settings.ini").size();
-            const QByteArray what = "failure " + QByteArray::number(number) + ": " +
-                                    messages.join('\n').toUtf8() + "\n" + found + "\n" +
-                                    FaultyFileCalls::calls().join('\n');
-            QVERIFY2(found == (lines == 0 ? fresh : QByteArray(kOld)), what);
-            QVERIFY2(QFile::permissions(path()) == kUnusual, what);
-            QVERIFY2(lines <= 1, what);
-            QVERIFY2(way == OneKey || saved == (lines == 0), what);
-            failures += lines;
+            const BrokenSave broken = saveWithFailure(Save(way), number, errorNumber, lasting);
+            hit = broken.hit;
+            QVERIFY2(broken.isOldOrNew(fresh), broken.what);
+            QVERIFY2(QFile::permissions(path()) == kUnusual, broken.what);
+            QVERIFY2(broken.lines <= 1, broken.what);
+            QVERIFY2(way == OneKey || broken.saved == (broken.lines == 0), broken.what);
+            failures += broken.lines;
             verifyTheNextSaveWorks(Save(way), true, fresh);
         }
         // At least scratch directory, copy, new file, its write, flush and renaming can fail.
@@ -233,21 +255,12 @@ private slots:
         bool hit = true;
         for (int number = 1; hit; ++number) {
             putOld(true);
-            const LogRecorder log;
-            FaultyFileCalls::arm(Fault::Error, number, EIO, false, kind);
-            const bool saved = save(Save(way));
-            hit = FaultyFileCalls::disarm() >= number;
-            const QStringList messages = log.messages();
-
-            const QByteArray found = bytesOf(path());
-            const int lines = messages.filter("[Error] not saved: /conf/Settings.ini").size();
-            const QByteArray what = "failure " + QByteArray::number(number) + ": " +
-                                    messages.join('\n').toUtf8() + "\n" + found + "\n" +
-                                    FaultyFileCalls::calls().join('\n');
-            QVERIFY2(found == (lines == 0 ? fresh : QByteArray(kOld)), what);
-            QVERIFY2(way == OneKey || saved == (lines == 0), what);
-            QVERIFY2(messages.filter("Input/output error").size() == lines, what);
-            failures += lines;
+            const BrokenSave broken = saveWithFailure(Save(way), number, EIO, false, kind);
+            hit = broken.hit;
+            QVERIFY2(broken.isOldOrNew(fresh), broken.what);
+            QVERIFY2(way == OneKey || broken.saved == (broken.lines == 0), broken.what);
+            QCOMPARE(broken.messages.filter("Input/output error").size(), broken.lines);
+            failures += broken.lines;
         }
         // At least the old file and the new content.
         QVERIFY(failures >= 2);
