@@ -17,6 +17,7 @@
 #include "settings/IniFile.h"
 #include "settings/SafeSettingsFile.h"
 #include "settings/SettingsFiles.h"
+#include "settings/StoredObjects.h"
 #include "settings/UnreadFiles.h"
 #include "support/FileBytes.h"
 #include "support/InChild.h"
@@ -264,6 +265,30 @@ private slots:
         }
         // At least the old file and the new content.
         QVERIFY(failures >= 2);
+    }
+
+    // What has been looked at is remembered, what could not be is not.
+    void aFileThatCouldNotBeLookedAtIsLookedAtTheNextTime_data()
+    {
+        QTest::addColumn<QByteArray>("kind");
+        QTest::newRow("not opened") << QByteArray("read");
+        QTest::newRow("not read") << QByteArray("take");
+    }
+
+    void aFileThatCouldNotBeLookedAtIsLookedAtTheNextTime()
+    {
+        QFETCH(QByteArray, kind);
+        QVERIFY(QDir().mkpath(QFileInfo(path()).path()));
+        // A list of four thousand millions.
+        const QByteArray unsafe = "[a]\nv=@Variant(\\0\\0\\0\\t\\xff\\xff\\xff\\xff)\n";
+        QFile file(path());
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QCOMPARE(file.write(unsafe), qint64(unsafe.size()));
+        file.close();
+        FaultyFileCalls::arm(Fault::Error, 1, EMFILE, false, kind);
+        readableSettingsPath(kFile);
+        QCOMPARE(FaultyFileCalls::disarm(), 1);
+        QVERIFY(readableSettingsPath(kFile) != path());
     }
 
     void aReadThatASignalBreaksOffIsGoneOnWith_data() { addWays(); }

@@ -241,8 +241,11 @@ QString readableSettingsPath(const QString& fixedPath)
     if (last != looks.constEnd() && last->size == now.size() && last->changed == now.lastModified())
         return last->unsafe ? QString(kNoSettingsFile) : path;
     QFile file(path);
-    const bool unsafe = file.open(QIODevice::ReadOnly) && holdsUnsafeObject(file.readAll());
-    looks.insert(path, {now.size(), now.lastModified(), unsafe});
+    const bool opened = file.open(QIODevice::ReadOnly);
+    const bool unsafe = opened && holdsUnsafeObject(file.readAll());
+    // Of what could not be read nothing is known: the next time it is looked at again.
+    if (opened && file.error() == QFileDevice::NoError)
+        looks.insert(path, {now.size(), now.lastModified(), unsafe});
     if (unsafe)
         qDebug() << "[Error]" << fixedPath << kUnsafeObjectReason;
     return unsafe ? QString(kNoSettingsFile) : path;
