@@ -28,6 +28,8 @@ private slots:
     void anEmulatedMachineWithoutItsPackagesIsSkipped();
     void aProcessorThatNothingEmulatesIsSkipped_data();
     void aProcessorThatNothingEmulatesIsSkipped();
+    void aCommandInARootEndsWithItsCaller_data();
+    void aCommandInARootEndsWithItsCaller();
     void theGateGoesThroughAllStepsAndFailsWithAnyOfThem_data();
     void theGateGoesThroughAllStepsAndFailsWithAnyOfThem();
     void aFolderThatCannotBeWrittenIsOneLine_data();
@@ -325,6 +327,40 @@ void TestCommands::aProcessorThatNothingEmulatesIsSkipped()
     QVERIFY2(ended.errors.startsWith("skipped: "), qPrintable(ended.errors));
     QVERIFY2(ended.errors.contains("apt-get install qemu-user-static binfmt-support"),
              qPrintable(ended.errors));
+}
+
+void TestCommands::aCommandInARootEndsWithItsCaller_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::newRow("SIGTERM") << SIGTERM;
+    QTest::newRow("SIGINT") << SIGINT;
+    QTest::newRow("SIGHUP") << SIGHUP;
+}
+
+void TestCommands::aCommandInARootEndsWithItsCaller()
+{
+    QFETCH(int, signal);
+    if (geteuid() != 0)
+        QSKIP("a root is made and entered by root");
+    if (QProcess::execute("unshare", {"--user", "--mount", "--pid", "--fork", "true"}) != 0)
+        QSKIP("no namespaces can be made here");
+    Copy copy;
+    QFile::copy(QDir(PROJECT_FOLDER).filePath("scripts/in_root"), copy.file("scripts/in_root"));
+    Copy::write(copy.file("scripts/emulation-packages.txt"), "# none\n");
+    Copy::write(copy.file("scripts/test-packages.txt"), "fonts-none\n");
+    copy.setTool("mmdebstrap", "mkdir -p build/roots/armhf/run\n");
+    copy.setTool("mount", "case \" $* \" in *' binfmt_misc '*) exit 1;; esac\n");
+    copy.setTool("chroot", "case \"$*\" in *without_pidfd*) echo reached; sleep 1000;; esac\n");
+    QProcess process;
+    copy.start(process, {"scripts/in_root", "armhf", "true"});
+    while (!process.readAllStandardOutput().contains("reached"))
+        QVERIFY2(process.waitForReadyRead(kRunLimit_ms), process.readAllStandardError());
+
+    kill(pid_t(process.processId()), signal);
+
+    QVERIFY(process.waitForFinished(kRunLimit_ms));
+    QTRY_COMPARE(copy.leftProcesses(), QStringList());
+    QVERIFY(process.exitStatus() == QProcess::CrashExit || process.exitCode() != 0);
 }
 
 void TestCommands::theGateGoesThroughAllStepsAndFailsWithAnyOfThem_data()
