@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -110,6 +111,23 @@ private slots:
         QVERIFY(
             std::all_of(bytes, bytes + sizeof g_global_ini, [](unsigned char byte) { return byte == 0; }));
         QCOMPARE(global_ini(), &g_global_ini);
+    }
+
+    void theRecordHoldsItsFieldsInOrder()
+    {
+        const std::vector<std::size_t> offsets{offsetof(global_ini_t, CUS_reg),
+                                               offsetof(global_ini_t, BFN_reg),
+                                               offsetof(global_ini_t, AE_reg),
+                                               offsetof(global_ini_t, LED_brightness),
+                                               offsetof(global_ini_t, Z_step),
+                                               offsetof(global_ini_t, Z_speed),
+                                               offsetof(global_ini_t, Z_reference),
+                                               offsetof(global_ini_t, System.Magnification),
+                                               offsetof(global_ini_t, System.Volume_factor),
+                                               offsetof(global_ini_t, bZig_mode),
+                                               offsetof(global_ini_t, Skip_frame)};
+        QVERIFY(std::is_sorted(offsets.begin(), offsets.end()));
+        QCOMPARE(offsets[1] - offsets[0], std::size_t(60));
     }
 
     void anOldFileIsRead_data()

@@ -342,7 +342,14 @@ private slots:
         QVERIFY(program.content(kMainSettings).contains("Serial=OR3-07-00012\n"));
         QVERIFY(program.content(kMainSettings).contains("Skip%20frame=9\n"));
         QVERIFY(!program.content(kMainSettings).contains("Magnification"));
+
+        // What nobody saves is in no file when the program has ended.
+        program.setValue("SPIN_Z_STEP", 20);
+        program.type("EDIT_LED", "42", true);
+        program.type("EDIT_SERIAL_SUFFIX", "99");
+        read();
         QCOMPARE(program.exit(), 0);
+        QCOMPARE(changed(), QList<bool>({false, false, false, false}));
     }
 
     void withoutADiskNothingIsWritten()

@@ -188,6 +188,19 @@ private slots:
         QVERIFY(waitForFrames(3));
     }
 
+    void theGraphEndsAndNoConsoleComesThoughTheSelectorWasChanged()
+    {
+        for (const int selected : {1, 2}) {
+            find<QSpinBox>("SPIN_DEBUG")->setValue(3);
+            click("BUTTON_DEBUG");
+            find<QSpinBox>("SPIN_DEBUG")->setValue(selected);
+            click("BUTTON_DEBUG");
+            QVERIFY(console("DebugMessage")->isHidden());
+            QVERIFY(console("DebugController")->isHidden());
+            QVERIFY2(waitForFrames(3), "the live view is back");
+        }
+    }
+
     void clearEmptiesOnlyItsConsole()
     {
         window().slot_debug_Message({"f"});

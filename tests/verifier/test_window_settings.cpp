@@ -274,6 +274,31 @@ private slots:
         QCOMPARE(camera().trace().calls(CallKind::BusWrite).size(), std::size_t(10));
     }
 
+    void whatTheBoardIsToldIsOnTheScreenBefore()
+    {
+        *global_ini() = changedRecord();
+        for (const char* edit : {"EDIT_LED", "EDIT_Z_REFERENCE"})
+            setText(edit, "before");
+        find<QSpinBox>("SPIN_Z_STEP")->setValue(256);
+        find<QSpinBox>("SPIN_Z_SPEED")->setValue(250);
+        global_ini()->Z_step = 512;
+        global_ini()->Z_speed = 120;
+        find<QPushButton>("BUTTON_LED_FINE_UP")->setEnabled(false);
+        QStringList shown;
+        const auto connection = connect(
+            Controller::getInstance(), &Controller::sig_debug_Controller, this, [&](const QString& line) {
+                if (line.startsWith("$,"))
+                    shown += QStringList({line.section(',', 2, 2), text("EDIT_LED"),
+                                          isEnabled("BUTTON_LED_FINE_UP") ? "up" : "locked",
+                                          find<QSpinBox>("SPIN_Z_STEP")->text(),
+                                          find<QSpinBox>("SPIN_Z_SPEED")->text(), text("EDIT_Z_REFERENCE")})
+                                 .join(' ');
+            });
+        window().apply_INI_value();
+        disconnect(connection);
+        QCOMPARE(shown, QStringList({"BRT 640 locked 256 250 before", "ABS 640 up 512 120 28000"}));
+    }
+
     void theStepIsStoredBackAndTheSpeedIsNot()
     {
         global_ini()->Z_step = 5;
