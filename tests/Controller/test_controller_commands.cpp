@@ -107,7 +107,12 @@ private slots:
         QSignalSpy up(&fixture.controller, &Controller::sig_z_stage_mvp);
         QSignalSpy down(&fixture.controller, &Controller::sig_z_stage_mvn);
         QSignalSpy absolute(&fixture.controller, &Controller::sig_z_stage_abs);
+        // While the lines go to and fro the stage has not moved yet.
+        QVector<int> meanwhile;
+        connect(&fixture.controller, &Controller::sig_debug_Controller, this,
+                [&] { meanwhile << fixture.controller.m_zStagePosition; });
         QCOMPARE(command.call(fixture.controller), ok);
+        QCOMPARE(meanwhile, QVector<int>({1000, 1000}));
         QCOMPARE(fixture.peer.received(), QList<QByteArray>{line});
         QCOMPARE(fixture.controller.m_zStagePosition, command.positionAfter);
         QCOMPARE(fixture.log.messages().first(), QString(command.function));

@@ -68,6 +68,8 @@ private slots:
     {
         ControllerFixture fixture;
         QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
+        connect(&fixture.controller, &Controller::sig_connected_controller, this,
+                [] { qDebug() << "connected"; });
         fixture.log.clear();
         fixture.peer.answer(kReady);
         fixture.controller.openSerialPort();
@@ -83,6 +85,7 @@ private slots:
                      "readAvailableData_Blocking m_commandResponse: \"$OK,DEVICE,READY,,\\r\\n\"",
                      "parsing_responseReceived response: \"$OK,DEVICE,READY,,\"",
                      "opened serial port \"/dev/ttyS2\"",
+                     "connected",
                  }));
     }
 
@@ -306,6 +309,11 @@ private slots:
         QCOMPARE(fixture.log.messages(),
                  QStringList({"openSerialPort", "opened serial port \"/dev/ttyS2\""}));
         QCOMPARE(fixture.peer.received().size(), 1);
+
+        // The exchange that failed has left the listener on.
+        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
+        fixture.peer.send("$OK,STM1,MVP,5,\r\n");
+        QTRY_COMPARE(moved.count(), 1);
     }
 
     void repeatedProbesAnnounceTheConnectionEachTime()

@@ -6,6 +6,7 @@
 #include <termios.h>
 
 #include <QSignalSpy>
+#include <QTextCodec>
 #include <QtTest>
 
 #include "ControllerFixture.h"
@@ -13,6 +14,27 @@
 namespace {
 
 constexpr int kShort_ms = 50; // for an answer that never comes
+
+/// A locale's character set as long as the object lives.
+class LocaleCodec
+{
+public:
+    explicit LocaleCodec(const char* name) { QTextCodec::setCodecForLocale(QTextCodec::codecForName(name)); }
+    ~LocaleCodec() { QTextCodec::setCodecForLocale(m_before); }
+    LocaleCodec(const LocaleCodec&) = delete;
+    LocaleCodec& operator=(const LocaleCodec&) = delete;
+
+private:
+    QTextCodec* const m_before = QTextCodec::codecForLocale();
+};
+
+/// Puts every line that a controller echoes into the log.
+void logEchoes(Controller& controller)
+{
+    QObject::connect(
+        &controller, &Controller::sig_debug_Controller, &controller,
+        [](const QString& line) { qDebug() << "echo" << line; });
+}
 
 } // namespace
 
@@ -200,6 +222,31 @@ private slots:
         QCOMPARE(fixture.controller.commandResponse(), QStringLiteral("$OK,LED4,ON,,"));
     }
 
+    void anExchangeTellsEachOfItsStepsInTurn()
+    {
+        OpenFixture fixture;
+        logEchoes(fixture.controller);
+        fixture.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n");
+        QCOMPARE(fixture.log.messages(),
+                 QStringList({R"(write_Blocking command: "$,LED4,ON,,\r\n")", R"(echo "$,LED4,ON,,\r\n")",
+                              R"(readAvailableData_Blocking m_commandResponse: "$OK,LED4,ON,,\r\n")",
+                              R"(echo "$OK,LED4,ON,,\r\n")",
+                              R"(parsing_responseReceived response: "$OK,LED4,ON,,")"}));
+    }
+
+    // A line is over with its line feed; what is cut off is a carriage return with it.
+    void aLineFeedAloneEndsALine()
+    {
+        ListeningFixture fixture;
+        fixture.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\n");
+        QCOMPARE(fixture.controller.commandResponse(), QStringLiteral("$OK,LED4,ON,,\n"));
+        QCOMPARE(fixture.fields(), QStringList({"OK", "LED4", "ON", ""}));
+        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
+        fixture.peer.send("$OK,STM1,MVP,230,\n");
+        QTRY_COMPARE(moved.count(), 1);
+        QCOMPARE(fixture.controller.m_zStagePosition, 230);
+    }
+
     void anExchangeKeepsTheListenerAwayAndBringsItBack()
     {
         ListeningFixture fixture;
@@ -306,6 +353,29 @@ private slots:
         QCOMPARE(fixture.controller.responseInfo().value, QString::fromLatin1("\xb5\xff"));
     }
 
+    void aCommandGoesOutInTheLocalesCharactersAndTheReplyIsLatin1_data()
+    {
+        QTest::addColumn<QByteArray>("locale");
+        QTest::addColumn<QByteArray>("sent");
+        QTest::newRow("Latin-9") << QByteArray("ISO-8859-15") << QByteArray("\xA4");
+        QTest::newRow("UTF-8") << QByteArray("UTF-8") << QByteArray("\xE2\x82\xAC");
+    }
+
+    void aCommandGoesOutInTheLocalesCharactersAndTheReplyIsLatin1()
+    {
+        QFETCH(QByteArray, locale);
+        QFETCH(QByteArray, sent);
+        const LocaleCodec codec(locale.constData());
+        const QString euro = QString("$,LED4,%1,,\r\n").arg(QChar(0x20AC));
+        OpenFixture fixture;
+        fixture.peer.answer("$OK,LED4,\xA4,,\r\n");
+        fixture.controller.writeAndRead_Blocking(euro, kLong_ms, kLong_ms);
+        QCOMPARE(fixture.controller.responseInfo().command, QString(QChar(0xA4)));
+        fixture.controller.write_nonBlocking(euro);
+        const QByteArray line = "$,LED4," + sent + ",,\r\n";
+        QTRY_COMPARE(fixture.peer.received(), QList<QByteArray>({line, line}));
+    }
+
     void aNonBlockingWriteReturnsWithoutAnAnswer()
     {
         OpenFixture fixture;
@@ -396,10 +466,13 @@ private slots:
         const FileDescriptor line(::open(blocked.devicePath().c_str(), O_RDWR | O_NOCTTY));
         controller.openSerialPort();
         QCOMPARE(::tcflow(line.get(), TCOOFF), 0);
+        logEchoes(controller);
         log.clear();
         controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kShort_ms, kShort_ms);
-        QCOMPARE(log.messages().mid(1), QStringList({"write_Blocking errorDataWritingTimeout",
-                                                     "readAvailableData_Blocking errorDataReadingTimeout"}));
+        // The line is echoed when it is given to the port, not when it has left.
+        QCOMPARE(log.messages().mid(1),
+                 QStringList({R"(echo "$,LED4,ON,,\r\n")", "write_Blocking errorDataWritingTimeout",
+                              "readAvailableData_Blocking errorDataReadingTimeout"}));
     }
 };
 
