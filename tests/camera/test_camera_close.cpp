@@ -93,7 +93,11 @@ private slots:
         QVERIFY(camera.open(0, "", false));
         QSignalSpy spy(&camera, &OV5642Camera::sig_debug_Message);
         camera.machine.failCall("VIDIOC_STREAMOFF", 1);
+        std::size_t mappedWhenTold = 0;
+        connect(&camera, &OV5642Camera::sig_debug_Message, this,
+                [&] { mappedWhenTold = camera.machine.openMappings(); });
         QVERIFY(!camera.close());
+        QCOMPARE(mappedWhenTold, std::size_t(4));
         QCOMPARE(spy.count(), 1);
         QCOMPARE(spy.at(0).at(0).toStringList(), kRefused);
         QVERIFY(!camera.isStreaming());

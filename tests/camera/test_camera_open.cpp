@@ -233,7 +233,14 @@ private slots:
         QFETCH(int, mode);
         RiggedCamera camera;
         camera.machine.failCall("write", 4, 2);
+        QStringList lastCalls;
+        connect(&camera, &OV5642Camera::sig_debug_Message, this, [&] {
+            const QStringList calls = camera.machine.calls() + camera.machine.captureCalls();
+            lastCalls << (calls.isEmpty() ? QString() : calls.last());
+        });
         QVERIFY(camera.open(mode, kCusCalibrationFile, false));
+        // Told before frames are captured.
+        QCOMPARE(lastCalls, QStringList({QString(), kCloseBus}));
         QCOMPARE(messages(camera.told), QList<QStringList>({opening(mode, kCusCalibrationFile),
                                                             {kOpenText, kModes[mode].busFailure}}));
         QVERIFY(camera.isStreaming());
@@ -281,6 +288,9 @@ private slots:
         QFETCH(QString, message);
         RiggedCamera camera;
         camera.machine.failCall(call, n);
+        QVector<int> callsBefore;
+        connect(&camera, &OV5642Camera::sig_debug_Message, this,
+                [&] { callsBefore << camera.machine.calls().size(); });
         QVERIFY(!camera.open(1, kCusCalibrationFile, false));
         QCOMPARE(messages(camera.told),
                  QList<QStringList>({opening(1, kCusCalibrationFile), {kOpenText, message}}));
@@ -296,6 +306,7 @@ private slots:
             while (!expected.at(last + 1).startsWith(call))
                 ++last;
         expected = expected.mid(0, last + 1);
+        QCOMPARE(callsBefore, QVector<int>({0, expected.size()}));
         const int mapped = expected.filter("mmap").size() - (call == "mmap" ? 1 : 0);
         for (int i = 0; i < mapped; ++i)
             expected << QString("munmap %1 of %2 bytes").arg(i).arg(1280 * 960 * 2);
