@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <cmath>
+#include <random>
 #include <thread>
 #include <vector>
 
@@ -75,6 +78,37 @@ private slots:
             if (!near(destination[i], rgb[int(i % 3)]))
                 QFAIL(qPrintable(QString("byte %1 is %2").arg(i).arg(destination[i])));
         QCOMPARE(destination.back(), kGuard);
+    }
+
+    // A colour that was mixed from two pairs would be far off where neighbours have nothing in common.
+    void bothPixelsOfAPairHaveThePairsColour()
+    {
+        constexpr unsigned int kWidth = 640;
+        constexpr int kHeight = 480;
+        std::vector<uchar> source(std::size_t(kWidth) * kHeight * 2);
+        std::mt19937 noise(1);
+        for (uchar& byte : source)
+            byte = uchar(noise() & 0xFF);
+        std::vector<uchar> destination(std::size_t(kWidth) * kHeight * 3);
+        sws_yuv2rgb24(kWidth, kHeight, source.data(), destination.data());
+        const auto byteOf = [](double value) { return int(std::lround(std::clamp(value, 0.0, 255.0))); };
+        for (std::size_t pixel = 0; pixel < std::size_t(kWidth) * kHeight; ++pixel) {
+            const uchar* pair = &source[pixel / 2 * 4];
+            const double y = (source[pixel * 2] - 16) * 255.0 / 219.0;
+            const double u = (pair[1] - 128) * 255.0 / 224.0;
+            const double v = (pair[3] - 128) * 255.0 / 224.0;
+            const int expected[] = {byteOf(y + 1.402 * v), byteOf(y - 0.344136 * u - 0.714136 * v),
+                                    byteOf(y + 1.772 * u)};
+            for (std::size_t channel = 0; channel < 3; ++channel) {
+                const uchar is = destination[pixel * 3 + channel];
+                if (!near(is, expected[channel]))
+                    QFAIL(qPrintable(QString("channel %1 of pixel %2 is %3, not %4")
+                                         .arg(channel)
+                                         .arg(pixel)
+                                         .arg(is)
+                                         .arg(expected[channel])));
+            }
+        }
     }
 
     void everyPixelStaysInItsPlaceAndNoneBeyondIsWritten_data()

@@ -2,10 +2,12 @@
 #include <memory>
 #include <vector>
 
+#include <QDir>
 #include <QtTest>
 
 #include "CameraTools.h"
 #include "camera/GrabThread.h"
+#include "support/FileBytes.h"
 
 namespace {
 
@@ -15,6 +17,21 @@ constexpr uchar kUntouched = 0xA7;
 constexpr int kIdle_ms = 150;
 // Frames of 5M come slowly where a processor is emulated.
 constexpr int kManyFrames_ms = 60000;
+
+/// How often the grab threads of this process have gone to sleep by themselves; -1 without one.
+int restsOfGrabThreads()
+{
+    constexpr char kLabel[] = "\nvoluntary_ctxt_switches:";
+    int rests = -1;
+    for (const QString& task : QDir("/proc/self/task").entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        if (bytesOf("/proc/self/task/" + task + "/comm") != "GrabThread\n")
+            continue;
+        const QByteArray status = bytesOf("/proc/self/task/" + task + "/status");
+        const QByteArray rest = status.mid(status.indexOf(kLabel) + int(sizeof kLabel) - 1);
+        rests = std::max(rests, 0) + rest.left(rest.indexOf('\n')).trimmed().toInt();
+    }
+    return rests;
+}
 
 } // namespace
 
@@ -170,6 +187,23 @@ private slots:
         timer.start();
         fixture.grabber.start(QThread::InheritPriority);
         QTRY_VERIFY_WITH_TIMEOUT(fixture.delivered >= kRounds, kManyFrames_ms);
+        QVERIFY(timer.elapsed() >= (kRounds - 1) * kRest_ms);
+    }
+
+    void theThreadRestsAsLongInARoundWithoutAFrame()
+    {
+        constexpr int kRounds = 20;
+        constexpr qint64 kRest_ms = 10;
+        // One that has ended is there for a moment.
+        QTRY_COMPARE(restsOfGrabThreads(), -1);
+        Fixture fixture;
+        fixture.start(fixture.buffer);
+        QTRY_COMPARE(fixture.delivered, 1);
+        QElapsedTimer timer;
+        timer.start();
+        const int before = restsOfGrabThreads();
+        QVERIFY(before >= 0);
+        QTRY_VERIFY(restsOfGrabThreads() - before >= kRounds);
         QVERIFY(timer.elapsed() >= (kRounds - 1) * kRest_ms);
     }
 
