@@ -9,12 +9,18 @@ extern "C" {
 namespace {
 
 std::atomic<int> g_conversions{0};
+thread_local int t_conversions = 0;
 
 } // namespace
 
 int conversionsSoFar()
 {
     return g_conversions;
+}
+
+int conversionsOfThisThread()
+{
+    return t_conversions;
 }
 
 // The linker sends every conversion through here (-Wl,--wrap), by names of its own making.
@@ -27,6 +33,7 @@ extern "C" SwsContext* __wrap_sws_getContext(int sourceWidth, int sourceHeight, 
                                              const double* parameters)
 {
     ++g_conversions;
+    ++t_conversions;
     return __real_sws_getContext(sourceWidth, sourceHeight, sourceFormat, width, height, format, flags,
                                  sourceFilter, filter, parameters);
 }

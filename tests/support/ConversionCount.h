@@ -3,3 +3,5 @@
 /// How many conversions of a frame all threads have begun so far, each of which has a context of
 /// its own. Counted in programs that orla_count_conversions() has linked. Any thread.
 int conversionsSoFar();
+/// Those of the calling thread alone.
+int conversionsOfThisThread();

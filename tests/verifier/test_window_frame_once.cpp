@@ -29,9 +29,11 @@ private slots:
         QVERIFY(waitForFrames(2));
         constexpr int kPaints = 40;
         const int before = conversionsSoFar();
+        const int beforeHere = conversionsOfThisThread();
         const std::uint64_t framesBefore = camera().counters().framesDelivered;
         QVERIFY(waitForPaints(kPaints));
         const auto frames = static_cast<int>(camera().counters().framesDelivered - framesBefore);
+        QVERIFY2(conversionsOfThisThread() == beforeHere, "the window's thread only draws");
         // One frame may have been on its way when the counting began.
         QVERIFY2(
             conversionsSoFar() - before <= frames + 1,
