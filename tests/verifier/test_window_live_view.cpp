@@ -565,8 +565,12 @@ private slots:
         QFETCH(QString, button);
         QFETCH(int, mode);
         QStringList steps;
+        QStringList looks;
+        const QString lookBefore = style(qPrintable(button));
         const auto note = [&](const QStringList& parts) {
             steps << (window().isEnabled() ? "free: " : "locked: ") + parts.join(' ');
+            if (steps.last().contains("stopCamera") || steps.last().contains("camera_mode:"))
+                looks << style(qPrintable(button));
         };
         const auto ofWindow = connect(&window(), &ORLA_II_Plus_Verifier::sig_debug_Message, this, note);
         const auto ofCamera = connect(programCamera(), &OV5642Camera::sig_debug_Message, this, note);
@@ -586,6 +590,8 @@ private slots:
                  "locked: bool OV5642Camera::setFormat() VIDIOC_S_FMT: busy, the buffers are given back",
                  QString("locked: %1startCamera(int) %2").arg(prefix).arg(mode),
                  "locked: " + prefix + "getCamera_reg()"}));
+        // The choice is marked between the stop and the opening.
+        QCOMPARE(looks, QStringList({lookBefore, kHighlight}));
         QVERIFY(window().isEnabled());
     }
 
