@@ -106,6 +106,23 @@ private slots:
                               "/opt/ORLA3/conf/Calibration_BFN.ini \n"),
             qPrintable(messages));
         QCOMPARE(program.exit(), 0);
+
+        const QString log(program.output());
+        const QString handshake = R"(
+openSerialPort
+"/dev/ttyS2"
+trySerialPort
+write_Blocking command: "$,DEVICE,READY,,\r\n"
+readAvailableData_Blocking m_commandResponse: "$OK,DEVICE,READY,,\r\n"
+parsing_responseReceived response: "$OK,DEVICE,READY,,"
+opened serial port "/dev/ttyS2"
+void ORLA_II_Plus_Verifier::slot_connected_controller()
+z_stage_origin
+write_Blocking command: "$,STM1,ORIGIN,,\r\n"
+readAvailableData_Blocking m_commandResponse: "$OK,STM1,ORIGIN,,\r\n"
+parsing_responseReceived response: "$OK,STM1,ORIGIN,,"
+)";
+        QVERIFY2(log.contains(handshake), qPrintable(log));
     }
 
     void leavingParksTheBoardUnlessInZigMode_data()
