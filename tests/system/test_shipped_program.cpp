@@ -485,6 +485,7 @@ parsing_responseReceived response: "$OK,STM1,ORIGIN,,"
         row("no board", "", "port");
         row("silent board", "", "board");
         row("no settings", "", "settings");
+        row("no display driver", "", "display");
     }
 
     void itStartsAndLeavesWhateverFails()
@@ -500,7 +501,12 @@ parsing_responseReceived response: "$OK,STM1,ORIGIN,,"
         if (broken == "settings")
             for (const QString& file : {kMainSettings, kTbRegisters, kNtbRegisters, kStageSettings})
                 QFile::remove(program.file(file));
+        QDir driver(program.file("sys/module/disp"));
+        if (broken == "display")
+            QVERIFY(driver.removeRecursively());
         QVERIFY(program.start());
+        if (broken == "display")
+            QVERIFY2(!driver.exists() && !program.output().contains("disp"), program.output());
         const QString messages = program.text("PLAIN_DEBUG_MESSAGE");
         QVERIFY2(error.isEmpty() ? !messages.contains("[Error]") : messages.contains(error),
                  qPrintable(messages));
