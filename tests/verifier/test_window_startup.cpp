@@ -128,6 +128,18 @@ private slots:
         }
     }
 
+    void theWindowSaysThisOfItsStartAndNothingElse()
+    {
+        const QString prefix = "void ORLA_II_Plus_Verifier::";
+        QStringList expected;
+        for (const char* step :
+             {"get_INI_value(QSettings&)", "on_BUTTON_RESOLUTION_1280_clicked()", "startCamera(int) 1",
+              "getCamera_reg()", "slot_connected_controller()", "apply_INI_value()", "getCamera_reg()",
+              "on_BUTTON_Z_MOVE_REFERENCE_clicked()"})
+            expected += prefix + step;
+        QCOMPARE(m_stream.filter("ORLA_II_Plus_Verifier::"), expected);
+    }
+
     void theWindowsOwnObjectsAreCreatedInOrder()
     {
         QStringList names;
@@ -422,14 +434,39 @@ private slots:
                  QString("void ORLA_II_Plus_Verifier::on_BUTTON_PASSWORD_clicked()() \n"));
     }
 
-    void aMissingPasswordScriptIsNotToldApart()
+    void aPasswordScriptThatFailsIsNotToldApart_data()
     {
+        QTest::addColumn<QByteArray>("script");
+        QTest::addColumn<bool>("mayRun");
+        QTest::newRow("its exit status") << QByteArray("#!/bin/sh\nexit 3\n") << true;
+        QTest::newRow("its end by a signal") << QByteArray("#!/bin/sh\nkill -KILL $$\n") << true;
+        QTest::newRow("no program") << QByteArray("no program") << true;
+        QTest::newRow("not to be run") << QByteArray("#!/bin/sh\n") << false;
+        QTest::newRow("missing") << QByteArray() << false;
+    }
+
+    void aPasswordScriptThatFailsIsNotToldApart()
+    {
+        QFETCH(QByteArray, script);
+        QFETCH(bool, mayRun);
         const int before = m_fixture->tree().passwordRuns().size();
-        QVERIFY(QFile::remove(m_fixture->machinePath("/opt/ORLA3/bin/set_password.sh")));
+        QFile file(m_fixture->machinePath("/opt/ORLA3/bin/set_password.sh"));
+        QVERIFY(file.remove());
+        if (!script.isEmpty()) {
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(script);
+            file.close();
+            if (mayRun)
+                QVERIFY(file.setPermissions(file.permissions() | QFile::ExeOwner));
+        }
         m_fixture->boxes().clear();
+        m_fixture->clearConsoles();
         m_fixture->click("BUTTON_PASSWORD");
         QCOMPARE(m_fixture->tree().passwordRuns().size(), before);
         expectPasswordBox();
+        QCOMPARE(m_fixture->messages(),
+                 QString("void ORLA_II_Plus_Verifier::on_BUTTON_PASSWORD_clicked()() \n"));
+        QVERIFY(m_fixture->isEnabled("BUTTON_PASSWORD"));
     }
 
     void everySlotIsBoundToAWidgetAndItsSignal()
@@ -508,10 +545,9 @@ private slots:
             kZigMode ? QStringList() : QStringList({"$,LED4,OFF,,", "$,STM1,ORIGIN,,"});
         QCOMPARE(m_fixture->takeBoardLines(), expected);
         QVERIFY(!camera->isStreaming());
-        const QString text = m_fixture->messages();
-        QVERIFY(text.contains("void ORLA_II_Plus_Verifier::on_BUTTON_EXIT_clicked()() \n"));
-        QVERIFY(text.contains("shutdown hardware"));
-        QVERIFY(text.indexOf("shutdown hardware") < text.indexOf("stopCamera"));
+        const QString asked = "void ORLA_II_Plus_Verifier::on_BUTTON_EXIT_clicked()() ";
+        QCOMPARE(m_fixture->messages(), asked + '\n' + asked + "shutdown hardware \n" +
+                                            "void ORLA_II_Plus_Verifier::stopCamera()() \n");
     }
 
 private:
