@@ -132,6 +132,18 @@ private slots:
         expectBox("Error", "/mnt/KorvexCap-0004.png saving failed !!!", QMessageBox::Critical);
     }
 
+    void theNumberHasFourDigits()
+    {
+        QVERIFY(plugAndMount(*this));
+        for (int number = 4; number <= 10; ++number) {
+            boxes().clear();
+            print();
+            QCOMPARE(boxes().texts(),
+                     QStringList(QString("/mnt/KorvexCap-%1.png saved !").arg(number, 4, 10, QChar('0'))));
+        }
+        QVERIFY(filesOnDisk().contains("KorvexCap-0010.png"));
+    }
+
     void otherKeysDoNothing()
     {
         QVERIFY(plugAndMount(*this));
