@@ -84,6 +84,32 @@ private slots:
         QVERIFY(boxes().seen().isEmpty());
     }
 
+    // The record of the last reply is not cleared before a command goes out.
+    void aStepThatIsNotAnsweredEndsAsTheReplyBeforeIt_data()
+    {
+        QTest::addColumn<bool>("goodBefore");
+        QTest::addColumn<QString>("shown");
+        QTest::newRow("a good one") << true << "10256";
+        QTest::newRow("a failure") << false << "before";
+    }
+
+    void aStepThatIsNotAnsweredEndsAsTheReplyBeforeIt()
+    {
+        QFETCH(bool, goodBefore);
+        if (!goodBefore)
+            failNext("GET_POS");
+        click("BUTTON_Z_POSITION");
+        QCOMPARE(text("EDIT_Z_POSITION"), QString(goodBefore ? "10000" : "-1"));
+        setText("EDIT_Z_POSITION", "before");
+        addFault({LineFault::NoAnswer, "MVP", 1});
+        Controller::getInstance()->m_timeouts.read_ms = 100; // until the next test
+        click("BUTTON_Z_MOVE_PLUS");
+        QTEST(text("EDIT_Z_POSITION"), "shown");
+        QCOMPARE(Controller::getInstance()->m_zStagePosition, 10256);
+        QVERIFY(isEnabled("BUTTON_Z_MOVE_PLUS"));
+        QVERIFY(boxes().seen().isEmpty());
+    }
+
     // The second answer counts as a step of its own until the position is asked for.
     void aStepThatIsAnsweredTwiceEndsOnTheTruePosition()
     {
