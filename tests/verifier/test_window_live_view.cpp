@@ -232,6 +232,19 @@ private slots:
         QCOMPARE(paper.engine.grounds, 0);
     }
 
+    // From the answer on, the buffer may be filled with the next frame.
+    void theNextFrameIsAskedForWhenThisOneIsPainted()
+    {
+        QVERIFY(waitForFrames(1));
+        CountingPaper paper;
+        QVector<int> paintedBefore;
+        const auto answers = connect(&window(), &ORLA_II_Plus_Verifier::updateFrameDone, this,
+                                     [&] { paintedBefore << paper.engine.pictures; });
+        window().render(&paper, QPoint(), QRegion(0, 0, 640, 480), QWidget::RenderFlags());
+        disconnect(answers);
+        QCOMPARE(paintedBefore, QVector<int>(1, 1));
+    }
+
     // The view offset outlives the mode, and may lie beyond a smaller mode's frame.
     void whereTheFrameEndsNothingOldIsLeftStanding_data()
     {
@@ -266,6 +279,18 @@ private slots:
             QCOMPARE(screen.pixelColor(point),
                      frame.rect().contains(shown) ? frame.pixelColor(shown) : ground);
         }
+    }
+
+    void theNextDragBringsTheViewBackIntoASmallerFrame()
+    {
+        switchTo(2);
+        for (int i = 0; i < 3; ++i)
+            drag({610, 450}, {10, 10});
+        QCOMPARE(navigator(), QRect(55, 40, 20, 15));
+        switchTo(1);
+        QCOMPARE(navigator(), QRect(112, 82, 40, 30));
+        drag({320, 240}, {320, 240});
+        QCOMPARE(navigator(), QRect(40, 30, 40, 30));
     }
 
     void theNavigatorIsDrawnOnlyAtOneToOne()
@@ -407,6 +432,17 @@ private slots:
         send(QEvent::MouseButtonRelease, {360, 260});
         click("BUTTON_RESOLUTION_1280");
         QVERIFY(waitForFrames(2));
+    }
+
+    void aPressOutsideEndsADragThatWasNotReleased()
+    {
+        drag({400, 300}, {360, 260});
+        const QRect before = navigator();
+        send(QEvent::MouseButtonPress, {400, 300});
+        send(QEvent::MouseButtonPress, {0, 240});
+        send(QEvent::MouseMove, {100, 100});
+        QCOMPARE(navigator(), before);
+        send(QEvent::MouseButtonRelease, {100, 100});
     }
 
     void afterTheReleaseAMoveDoesNothing()
