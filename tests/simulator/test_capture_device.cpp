@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <set>
 #include <vector>
 
@@ -536,7 +537,7 @@ private slots:
     void buffersTooLargeForTheMemoryAreRefused()
     {
         CaptureParameters parameters;
-        parameters.bufferLength_bytes = std::size_t(1) << 62U;
+        parameters.bufferLength_bytes = std::numeric_limits<std::size_t>::max() / 2;
         CaptureFixture<> capture(parameters);
         QCOMPARE(capture.allocate(), ENOMEM);
         v4l2_buffer buffer = bufferOf(0);
