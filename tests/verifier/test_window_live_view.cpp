@@ -682,6 +682,23 @@ private slots:
         QVERIFY(waitForFrames(2));
     }
 
+    void aStreamThatCannotBeStoppedIsToldAndTheSwitchGoesOn()
+    {
+        const auto paused_us = camera().counters().paused_us;
+        QVERIFY(camera().faults().enable("ioctl:VIDIOC_STREAMOFF"));
+        clearConsoles();
+        click("BUTTON_RESOLUTION_VGA");
+        camera().faults().clear();
+        const QString text = messages();
+        const int told = text.indexOf("bool OV5642Camera::close()() [Error] VIDIOC_STREAMOFF \n");
+        QVERIFY(told > text.indexOf("stopCamera"));
+        QVERIFY(told < text.indexOf("OV5642Camera::open"));
+        QVERIFY(camera().counters().paused_us - paused_us >= 500000);
+        QVERIFY(window().isEnabled());
+        QVERIFY(programCamera()->isStreaming());
+        QVERIFY(waitForFrames(2));
+    }
+
     void manySwitchesLeaveNothingBehind()
     {
         switchTo(1);
