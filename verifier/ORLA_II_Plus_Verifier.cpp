@@ -219,7 +219,8 @@ void ORLA_II_Plus_Verifier::on_BUTTON_CONNECT_clicked()
     logMessage(this, {Q_FUNC_INFO});
     markButton(m_form->BUTTON_CONNECT, false);
     m_form->BUTTON_CONNECT->setText("X");
-    QCoreApplication::processEvents();
+    // What is pressed already waits: it would lose its answers to the exchanges that follow.
+    QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
     // It would open the port again.
     if (!m_quitting)
         Controller::getInstance()->trySerialPort();

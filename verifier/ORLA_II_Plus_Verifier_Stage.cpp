@@ -10,12 +10,14 @@
 #include "ui_ORLA_II_Plus_Verifier.h"
 
 /// Highlights and locks a button around a step that blocks; the highlight is painted first.
+/// What is pressed already has its turn after the step: carried out before it, inside of it, it
+/// would come in the wrong order, and the step would take the answer that it waits for.
 template <class Work>
 void ORLA_II_Plus_Verifier::runBusy(QPushButton* button, Work work)
 {
     markButton(button, true);
     button->setEnabled(false);
-    QCoreApplication::processEvents();
+    QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
     work();
     markButton(button, false);
     button->setEnabled(true);
