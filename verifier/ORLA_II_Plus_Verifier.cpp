@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cstdio>
 
+#include <QAbstractButton>
 #include <QApplication>
 #include <QCloseEvent>
 #include <QMessageBox>
+#include <QMouseEvent>
 #include <QSettings>
 #include <QTimer>
 
@@ -304,6 +306,28 @@ void ORLA_II_Plus_Verifier::on_BUTTON_DEBUG_clicked(bool checked)
         m_graphDisplayed = false;
     }
     repaint();
+}
+
+bool ORLA_II_Plus_Verifier::event(QEvent* event)
+{
+    if (event->type() == QEvent::WindowBlocked)
+        letGoOfButtons();
+    return QMainWindow::event(event);
+}
+
+/// A box or a dialog comes up: the window does not hear any more that a button is let go. One
+/// that is held would stay down, and the stage go on behind the box. It takes this for the
+/// finger's sliding off.
+void ORLA_II_Plus_Verifier::letGoOfButtons()
+{
+    const QPointF outside(-1.0, -1.0);
+    const QList<QAbstractButton*> buttons = findChildren<QAbstractButton*>();
+    for (QAbstractButton* button : buttons) {
+        if (!button->isDown())
+            continue;
+        QMouseEvent away(QEvent::MouseMove, outside, Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(button, &away);
+    }
 }
 
 void ORLA_II_Plus_Verifier::closeEvent(QCloseEvent* event)

@@ -83,8 +83,11 @@ private slots:
 protected:
     /// Only the exit button ends the program: a window manager's close request asks its question.
     void closeEvent(QCloseEvent* event) override;
+    /// Lets go of a button that is held when a box comes up.
+    bool event(QEvent* event) override;
 
 private:
+    void letGoOfButtons();
     void releaseDisplayLayer();
     void createConsoles();
     void createFrames();
