@@ -2,6 +2,7 @@
 
 #include "ORLA_II_Plus_Verifier.h"
 
+#include <algorithm>
 #include <iterator>
 
 #include <QMessageBox>
@@ -70,9 +71,9 @@ void ORLA_II_Plus_Verifier::apply_INI_value()
     const global_ini_t& record = *global_ini();
     m_form->EDIT_LED->setText(QString::number(record.LED_brightness));
     Controller::getInstance()->led_brightness(record.LED_brightness);
-    // The steps of an LED that is switched off stay locked.
+    // The steps of an LED that is switched off stay locked. A file's level may be below 0.
     if (!m_form->BUTTON_LED->isChecked())
-        enableLedSteps(record.LED_brightness);
+        enableLedSteps(std::max(record.LED_brightness, 0));
 
     m_form->SPIN_Z_STEP->setValue(record.Z_step);
     {

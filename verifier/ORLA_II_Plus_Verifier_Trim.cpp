@@ -125,15 +125,15 @@ void ORLA_II_Plus_Verifier::set_LED(unsigned int level)
     Controller::getInstance()->led_brightness(static_cast<int>(level));
 }
 
-/// A level that the board was given need not be in range; the buttons lead back into it.
+/// Follows the number that is shown, which need not be in range.
 void ORLA_II_Plus_Verifier::enableLedSteps(int level)
 {
-    const unsigned int clamped = level > 0 ? static_cast<unsigned int>(level) : 0u;
-    const StepsEnabled enabled = stepsEnabledAfterClick(clamped, kLedMaximum);
-    m_form->BUTTON_LED_FINE_DOWN->setEnabled(enabled.fineDown);
-    m_form->BUTTON_LED_COARSE_DOWN->setEnabled(enabled.coarseDown);
-    m_form->BUTTON_LED_FINE_UP->setEnabled(enabled.fineUp);
-    m_form->BUTTON_LED_COARSE_UP->setEnabled(enabled.coarseUp);
+    const bool down = level != 0;
+    const bool up = level < static_cast<int>(kLedMaximum);
+    m_form->BUTTON_LED_FINE_DOWN->setEnabled(down);
+    m_form->BUTTON_LED_COARSE_DOWN->setEnabled(down);
+    m_form->BUTTON_LED_FINE_UP->setEnabled(up);
+    m_form->BUTTON_LED_COARSE_UP->setEnabled(up);
 }
 
 void ORLA_II_Plus_Verifier::stepLED(SettingStep step)

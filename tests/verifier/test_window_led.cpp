@@ -108,6 +108,18 @@ private slots:
         QCOMPARE(messages().count(line), to == kNothing ? 0 : 1);
     }
 
+    void aNegativeLevelIsNotSteppedDown()
+    {
+        setText("EDIT_LED", "-5");
+        for (const char* button : {"BUTTON_LED_FINE_DOWN", "BUTTON_LED_COARSE_DOWN"}) {
+            click(button);
+            QCOMPARE(text("EDIT_LED"), QString("-5"));
+            QCOMPARE(ledEnabled(), Enabled("1111"));
+        }
+        QCOMPARE(takeBoardLines(), QStringList());
+        QCOMPARE(global_ini()->LED_brightness, 225);
+    }
+
     void aLevelIsKeptAndShownBeforeItIsSent()
     {
         setText("EDIT_LED", "300");
@@ -193,6 +205,9 @@ private slots:
                                 << "1100";
         QTest::newRow("text") << "abc"
                               << "0011";
+        // Not 0, though there is nothing below.
+        QTest::newRow("negative") << "-5"
+                                  << "1111";
     }
 
     void switchingOnLeavesTheButtonsThatHaveRoom()
