@@ -672,9 +672,15 @@ private slots:
             "bool OV5642Camera::open(int, std::string, bool)() [Error] VIDIOC_STREAMON ! \n"));
         QVERIFY(window().isEnabled());
         QVERIFY(!programCamera()->isStreaming());
-        // Its grab thread runs all the same, and the next press replaces it.
+        QCOMPARE(style("BUTTON_RESOLUTION_VGA"), QString(kHighlight));
+        // Its grab thread runs all the same, and the next press replaces it, without the stop and
+        // the rest that a stream is given.
         QVERIFY(waitForPaints(2));
+        clearConsoles();
+        const auto paused_us = camera().counters().paused_us;
         click("BUTTON_RESOLUTION_VGA");
+        QVERIFY(!messages().contains("stopCamera"));
+        QVERIFY(camera().counters().paused_us - paused_us < 500000);
         QVERIFY(waitForPaints(2));
         camera().faults().clear();
         click("BUTTON_RESOLUTION_VGA");
