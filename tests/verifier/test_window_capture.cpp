@@ -300,7 +300,11 @@ private slots:
         global_ini()->Skip_frame = 5;
         setText("EDIT_SKIP_FRAME", text);
         clearConsoles();
+        int storedAtBox = -1;
+        const QObject look;
+        connect(&boxes(), &BoxWatcher::boxShown, &look, [&] { storedAtBox = global_ini()->Skip_frame; });
         click("BUTTON_SKIP_FRAME");
+        QCOMPARE(storedAtBox, stored);
         QVERIFY(messages().startsWith("void ORLA_II_Plus_Verifier::on_BUTTON_SKIP_FRAME_clicked()"));
         QCOMPARE(global_ini()->Skip_frame, stored);
         QCOMPARE(this->text("EDIT_SKIP_FRAME"), text);

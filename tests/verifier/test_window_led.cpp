@@ -174,6 +174,22 @@ private slots:
             QVERIFY2(isEnabled(widget), widget);
     }
 
+    void theFieldsAreLockedOrFreeBeforeTheLedIsSwitched()
+    {
+        setText("EDIT_LED", "1000");
+        QStringList whenSent;
+        const auto connection = connect(
+            Controller::getInstance(), &Controller::sig_debug_Controller, this, [&](const QString& line) {
+                if (line.startsWith("$,LED4"))
+                    whenSent << line.section(',', 2, 2) + (isEnabled("EDIT_LED") ? " 1" : " 0") +
+                                    ledEnabled();
+            });
+        click("BUTTON_LED");
+        click("BUTTON_LED");
+        disconnect(connection);
+        QCOMPARE(whenSent, QStringList({"OFF 00000", "ON 11100"}));
+    }
+
     void aDarkLedStaysLockedWhenTheBoardIsConnectedAnew()
     {
         click("BUTTON_LED");
