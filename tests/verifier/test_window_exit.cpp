@@ -118,6 +118,43 @@ private slots:
         QVERIFY(m_fixture->waitForFrames(2));
     }
 
+    void onlyYesEndsTheProgram_data()
+    {
+        QTest::addColumn<bool>("byKey");
+        QTest::newRow("Escape") << true;
+        QTest::newRow("the box is closed") << false;
+    }
+
+    void onlyYesEndsTheProgram()
+    {
+        QFETCH(bool, byKey);
+        makeWindow(false);
+        m_fixture->takeBoardLines();
+        m_fixture->clearConsoles();
+        // Nobody answers this box.
+        m_fixture->boxes().stop();
+        QTimer looking;
+        connect(&looking, &QTimer::timeout, this, [&looking, byKey] {
+            QWidget* box = QApplication::activeModalWidget();
+            if (box == nullptr)
+                return;
+            looking.stop();
+            if (byKey)
+                QTest::keyClick(box, Qt::Key_Escape);
+            else
+                box->close();
+        });
+        looking.start(20);
+        m_fixture->click("BUTTON_EXIT");
+        QVERIFY2(!looking.isActive(), "no box has opened");
+        QVERIFY(QApplication::activeModalWidget() == nullptr);
+        QCOMPARE(m_fixture->messages(), QString("void ORLA_II_Plus_Verifier::on_BUTTON_EXIT_clicked()() \n"));
+        QCOMPARE(m_fixture->takeBoardLines(), QStringList());
+        QVERIFY(isStreaming());
+        QVERIFY(m_fixture->window().isEnabled());
+        QVERIFY(m_fixture->waitForFrames(2));
+    }
+
     // Presses that wait while the program shuts down are not carried out any more.
     void noPressGetsInBetweenTheAnswerAndTheEnd_data() { zigRows(); }
 
