@@ -507,7 +507,7 @@ parsing_responseReceived response: "$OK,STM1,ORIGIN,,"
             QVERIFY(driver.removeRecursively());
         QVERIFY(program.start());
         if (broken == "display")
-            QVERIFY2(!driver.exists() && !program.output().contains("disp"), program.output());
+            QVERIFY2(!driver.exists() && !program.output().contains("disp_layer"), program.output());
         const QString messages = program.text("PLAIN_DEBUG_MESSAGE");
         QVERIFY2(error.isEmpty() ? !messages.contains("[Error]") : messages.contains(error),
                  qPrintable(messages));
