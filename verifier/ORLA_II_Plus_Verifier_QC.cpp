@@ -20,18 +20,25 @@ namespace {
 /// What the sensor needs after a switch to 5M until it delivers full-size frames.
 constexpr int kFullSizeDelay_ms = 2500;
 
-/// Has a running grab thread fill its buffer with the frame of now and waits for it, at most
-/// a round and two conversions. Elsewhere a repaint of the live view asks for the next frame.
-/// Under the frozen frame and behind the graph none comes: the buffer would keep the frame
-/// that was the newest when the camera started, none at all.
-void fetchNewestFrame(GrabThread* grabThread)
+/// Waits until a running grab thread has filled its buffer: at most a round and a conversion.
+void waitForDelivery(const GrabThread& grabThread)
 {
     constexpr unsigned long kPause_ms = 1;
+    while (grabThread.isRunning() && !grabThread.frameDelivered())
+        QThread::msleep(kPause_ms);
+}
+
+/// Has a running grab thread fill its buffer with the frame of now, and waits for it. Elsewhere a
+/// repaint of the live view asks for the next frame. Under the frozen frame and behind the graph
+/// none comes: the buffer would keep the frame that was the newest when the camera started, none
+/// at all. A delivery that has begun already is of a frame of before, and is waited for first.
+void fetchNewestFrame(GrabThread* grabThread)
+{
     if (grabThread == nullptr || !grabThread->isRunning())
         return;
+    waitForDelivery(*grabThread);
     grabThread->grab();
-    while (grabThread->isRunning() && !grabThread->frameDelivered())
-        QThread::msleep(kPause_ms);
+    waitForDelivery(*grabThread);
 }
 
 } // namespace

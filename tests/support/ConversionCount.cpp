@@ -1,6 +1,8 @@
 #include "support/ConversionCount.h"
 
 #include <atomic>
+#include <mutex>
+#include <utility>
 
 extern "C" {
 #include <libswscale/swscale.h>
@@ -10,6 +12,8 @@ namespace {
 
 std::atomic<int> g_conversions{0};
 thread_local int t_conversions = 0;
+std::mutex g_mutex;
+std::function<void()> g_beforeNext; // guarded by g_mutex
 
 } // namespace
 
@@ -23,6 +27,12 @@ int conversionsOfThisThread()
     return t_conversions;
 }
 
+void beforeNextConversion(std::function<void()> call)
+{
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    g_beforeNext = std::move(call);
+}
+
 // The linker sends every conversion through here (-Wl,--wrap), by names of its own making.
 // NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" SwsContext* __real_sws_getContext(int, int, AVPixelFormat, int, int, AVPixelFormat, int,
@@ -34,6 +44,11 @@ extern "C" SwsContext* __wrap_sws_getContext(int sourceWidth, int sourceHeight, 
 {
     ++g_conversions;
     ++t_conversions;
+    std::unique_lock<std::mutex> lock(g_mutex);
+    const std::function<void()> before = std::exchange(g_beforeNext, nullptr);
+    lock.unlock();
+    if (before)
+        before();
     return __real_sws_getContext(sourceWidth, sourceHeight, sourceFormat, width, height, format, flags,
                                  sourceFilter, filter, parameters);
 }

@@ -1,7 +1,10 @@
 // What the hand-shake shows again is not worked out again.
 
 #include <algorithm>
+#include <chrono>
 #include <ctime>
+#include <future>
+#include <thread>
 
 #include <QtTest>
 
@@ -88,6 +91,38 @@ private slots:
         camera->getFrame();
         QVERIFY(camera->frameNumber() > number);
         QVERIFY(conversionsSoFar() > before);
+    }
+
+    /// A conversion that has begun when a technician asks for the intensity is of a frame of before.
+    void theIntensityIsNotThatOfAFrameWhoseConversionHadBegun()
+    {
+        click("BUTTON_RESOLUTION_VGA");
+        QVERIFY(waitForFrames(2));
+        std::promise<void> begun;
+        std::promise<void> goOn;
+        beforeNextConversion([&] {
+            begun.set_value();
+            goOn.get_future().wait();
+        });
+        auto hasBegun = begun.get_future();
+        const bool held = waitUntil(
+            [&] { return hasBegun.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
+        beforeNextConversion(nullptr);
+        QVERIFY(held);
+        window().set_LED(0);
+        // The device fills its first buffers by itself.
+        const auto dark = camera().counters().framesReturned + 6;
+        const bool delivered = waitUntil([&] { return camera().counters().framesReturned >= dark; });
+        std::thread later([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            goOn.set_value();
+        });
+        click("BUTTON_INTENSITY");
+        later.join();
+        const QString green = text("EDIT_INTENSITY_GREEN");
+        window().set_LED(225);
+        QVERIFY(delivered);
+        QVERIFY2(green.toDouble() < 20.0, qPrintable(green));
     }
 
 private:
