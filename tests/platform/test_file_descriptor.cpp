@@ -8,6 +8,7 @@
 #include <QtTest>
 
 #include "platform/FileDescriptor.h"
+#include "support/WithoutStandardInput.h"
 
 namespace {
 
@@ -42,6 +43,15 @@ private slots:
         }
         QCOMPARE(errno, ENOSPC);
         QVERIFY(!isOpen(fd));
+    }
+
+    void theNumberOfStandardInputIsClosedAsWell()
+    {
+        const WithoutStandardInput without;
+        FileDescriptor owner(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+        QCOMPARE(owner.get(), STDIN_FILENO);
+        owner.reset(-1);
+        QVERIFY(!isOpen(STDIN_FILENO));
     }
 
     void itIsHandedOver()

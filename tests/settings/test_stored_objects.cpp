@@ -69,6 +69,8 @@ private slots:
         QTest::newRow("in a list") << QByteArray("v=1, @Variant(" + kList + "\\xff\\xff\\xff\\xff)\n");
         QTest::newRow("behind a number") << behind("\\0\\0\\0\\x2\\0\\0\\0\\x1");
         QTest::newRow("behind a text") << behind("\\0\\0\\0\\v\\0\\0\\0\\x1\\0\\0\\0\\x4\\0a\\0b");
+        QTest::newRow("behind a map of one number")
+            << behind("\\0\\0\\0\\b\\0\\0\\0\\x1\\0\\0\\0\\x2\\0k\\0\\0\\0\\x2\\0\\0\\0\\x1");
         QTest::newRow("at the very beginning") << QByteArray("@Variant(" + kTooMany + ")\n");
         QTest::newRow("behind what stands there") << QByteArray("@Variant(\nv=@Variant(" + kTooMany + ")\n");
     }
