@@ -271,6 +271,14 @@ private slots:
             QCOMPARE(debugStream.count(line), 1);
             QVERIFY(run.logOf(QString(line).left(12)).isEmpty());
         }
+        // They stand where it was known what they tell.
+        const QStringList way = debugStream.filter(QRegularExpression("^(-+> |After move|write_)"));
+        const QString query = R"(write_Blocking command: "$,STM1,GET_POS,,\r\n")";
+        QCOMPARE(way.mid(0, 8),
+                 QStringList({query, "------------> target :  5520", "------------> current :  10000",
+                              R"(write_Blocking command: "$,STM1,MVN,4480,\r\n")",
+                              "After move m_current_pos  :  10000", query, "After move Real current :  5520",
+                              R"(write_nonBlocking command: "$,STM1,MVP,640,\r\n")"}));
     }
 
     void everySampleIsLoggedReachedSavedAndReportedInThatOrder()
