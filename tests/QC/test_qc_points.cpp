@@ -230,7 +230,7 @@ private slots:
             logged = log.messages();
         }
         QVERIFY(noCellWasTold(widget.errors));
-        QCOMPARE(logged.filter("[Error]").filter("no threads left").size(), 1);
+        QCOMPARE(logged.filter(") [Error] OpenCV(").filter("no threads left").size(), 1);
         // The next search works again.
         widget.setPoint(0);
         QCOMPARE(widget.points.count(), 1);
