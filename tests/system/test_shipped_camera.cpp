@@ -59,6 +59,19 @@ QStringList holdings(const ShippedProgram& program)
     return QTest::qWaitFor(hasSettled, kPatience_ms) ? held : QStringList();
 }
 
+/// Of what the program has written, the lines in which the pattern is found. Times of day and
+/// lines of source code, which differ from run to run and from one version to the next, are named.
+QStringList told(const ShippedProgram& program, const char* pattern)
+{
+    return QString(program.output())
+        .replace(QRegularExpression("\\b\\d{4}/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d,\\d{3}$",
+                                    QRegularExpression::MultilineOption),
+                 "TIME")
+        .replace(QRegularExpression(" \\d+ ----->"), " LINE ----->")
+        .split('\n')
+        .filter(QRegularExpression(pattern));
+}
+
 } // namespace
 
 /// The program as it is shipped, judged by what a stranger can see of its work with pictures: the
@@ -280,6 +293,31 @@ private slots:
         QCOMPARE(rows[15], QByteArray());
         QCOMPARE(rows[16], "8,30640," + rows[7].split(',')[2]); // counted from one here
         QCOMPARE(program.exit(), 0);
+
+        const QString sequencer = "void alg_Autofocus::", window = "void ORLA_II_Plus_Verifier::";
+        const QString moved = sequencer + "slot_z_stage_moved() TIME";
+        const QString review =
+            window + "slot_review_AutoFocusing(int, std::vector<AutoFocusingData_s>, int) ";
+        QStringList log{window + "on_BUTTON_AUTOFOCUS_clicked()", sequencer + "process()",
+                        sequencer + "prepareAutoFocusing_Step2(int, int) interval: 640, count: 15"};
+        QStringList samples{review + QString(25, '#'), review + "[1] best_index: 7"};
+        for (int i = 0; i < 15; ++i) {
+            const int position = 26160 + 640 * i;
+            log << moved << window + "slot_move_z_position(int) " + QString::number(position)
+                << window + QString("slot_progress_AutoFocusing(int) [1] %1/15 %2%")
+                                .arg(i + 1)
+                                .arg((i + 1) / 15.0 * 100.0);
+            if (i < 14)
+                log << sequencer + "dispatch_proc() TIME";
+            samples << review + QString("[1](%1) focus_value: %2 , position: %3")
+                                    .arg(i)
+                                    .arg(QString(rows[i].split(',')[2]))
+                                    .arg(position);
+        }
+        log << samples << sequencer + "prepareEndAutoFocusing()" << moved
+            << window + "slot_move_z_position(int) 30640" << sequencer + "endAutoFocusing()"
+            << window + "slot_endAutoFocusing(int) 30640";
+        QCOMPARE(told(program, "alg_Autofocus::|AutoFocusing|AUTOFOCUS|slot_move_z"), log);
     }
 
     void theTargetIsMeasuredOnAFrozenFrame()
@@ -355,6 +393,36 @@ private slots:
         const double expected = (qRed(kRed) + qRed(kGreen) + qRed(kBlue) + qRed(kGrey)) / 4.0;
         QVERIFY(std::abs(program.text("EDIT_INTENSITY_RED").toDouble() - expected) < 3);
         QCOMPARE(program.exit(), 0);
+
+        const QString window = "void ORLA_II_Plus_Verifier::";
+        const QString measured = "void QC_measure::measure2Point() LINE ----->";
+        const QString kept = window + "slot_measure_result(MeasureInfo_t) ------> global_ini()->System.";
+        QCOMPARE(told(program, "measure|CHECK_TARGET|BUTTON_POINT|BUTTON_QC|BUTTON_INTENSITY"),
+                 QStringList({window + "on_BUTTON_QC_CAPTURE_clicked() m_QC_mode: 1",
+                              window + "on_CHECK_TARGET_clicked(bool)",
+                              window + "on_BUTTON_POINT_1_clicked()",
+                              window + "slot_measure_point(int, int, int) 0 796, 972",
+                              window + "on_BUTTON_POINT_2_clicked()",
+                              window + "slot_measure_error(TargetingError_e) 0",
+                              window + "on_CHECK_TARGET_clicked(bool)",
+                              window + "on_CHECK_TARGET_clicked(bool)",
+                              window + "on_BUTTON_POINT_2_clicked()",
+                              window + "slot_measure_point(int, int, int) 1 1796, 972",
+                              window + "on_BUTTON_QC_MEASURE_clicked()",
+                              measured + "Before Magnification : 1.4",
+                              measured + "after Magnification : 1.4",
+                              measured + "length_pixel : 1000",
+                              measured + "length_mm : 1",
+                              measured + "pixel_size : 1",
+                              measured + "Magnification : 1.4",
+                              measured + "m_MeasureInfo.area_mm : 5.03885",
+                              measured + "area_mm : 5.03885",
+                              measured + "m_MeasureInfo.Volume_factor : 0.50388",
+                              measured + "Volume_factor : 0.503885",
+                              kept + "Magnification : 1.4",
+                              kept + "Volume_factor : 0.50388",
+                              window + "on_BUTTON_QC_CAPTURE_clicked() m_QC_mode: 0",
+                              window + "on_BUTTON_INTENSITY_clicked()"}));
     }
 };
 
