@@ -155,6 +155,7 @@ private slots:
         QVERIFY(!programCamera()->isStreaming());
         QCOMPARE(changes.seen, QVector<bool>({false, true}));
         QVERIFY(!*enabledWhenPainted);
+        QCOMPARE(m_buttonWhenEventsRan, QString("Capture"));
         // The frame is stored before the camera stops, and shown after it.
         QVERIFY(stop->met);
         QCOMPARE(stop->button, QString("Live"));
@@ -322,6 +323,7 @@ private slots:
         m_qc.goLive();
         QCOMPARE(changes.seen, QVector<bool>({false, true}));
         QVERIFY(!*enabledWhenPainted);
+        QCOMPARE(m_buttonWhenEventsRan, QString("Live"));
         QVERIFY(open->met && start->met);
         QCOMPARE(open->button, QString("Capture"));
         QVERIFY(open->visible && !open->enabled && start->visible && !start->enabled && start->streaming);
@@ -783,11 +785,16 @@ private:
         return moment;
     }
 
-    /// Whether the window is enabled when pending events are processed the next time.
+    /// Whether the window is enabled when pending events are processed the next time; keeps what
+    /// the button says then, too.
     const bool* askWhenEventsRun()
     {
         m_enabledWhenEventsRan = true;
-        QTimer::singleShot(0, this, [this] { m_enabledWhenEventsRan = window().isEnabled(); });
+        m_buttonWhenEventsRan.clear();
+        QTimer::singleShot(0, this, [this] {
+            m_enabledWhenEventsRan = window().isEnabled();
+            m_buttonWhenEventsRan = button();
+        });
         return &m_enabledWhenEventsRan;
     }
 
@@ -874,6 +881,7 @@ private:
     QC_measure& widget() { return m_qc.widget(); }
     QcOperator m_qc{*this};
     bool m_enabledWhenEventsRan = true;
+    QString m_buttonWhenEventsRan;
 };
 
 QTEST_MAIN(TestWindowQc)
