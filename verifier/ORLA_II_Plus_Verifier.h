@@ -130,6 +130,7 @@ private slots:
 private:
     void showStagePosition(int position_steps);
     void queryStagePosition();
+    void unlockAfterMove();
     void settleTypedNumbers();
 
     // ORLA_II_Plus_Verifier_Camera.cpp: start and stop, resolution and staining

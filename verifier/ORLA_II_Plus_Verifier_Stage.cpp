@@ -155,6 +155,14 @@ void ORLA_II_Plus_Verifier::on_BUTTON_Z_SET_REFERENCE_clicked()
     m_form->EDIT_Z_REFERENCE->setText(position);
 }
 
+/// An answer that comes late, when a 5M frame is waited for, leaves that lock alone.
+void ORLA_II_Plus_Verifier::unlockAfterMove()
+{
+    const bool awaitsFrame = m_QC_mode == 1 && m_form->QC_MEASURE->isHidden();
+    if (!awaitsFrame)
+        setEnabled(true);
+}
+
 void ORLA_II_Plus_Verifier::slot_z_stage_mvn()
 {
     logMessage(this, {Q_FUNC_INFO});
@@ -171,12 +179,12 @@ void ORLA_II_Plus_Verifier::slot_z_stage_abs()
 {
     logMessage(this, {Q_FUNC_INFO});
     queryStagePosition();
-    setEnabled(true);
+    unlockAfterMove();
 }
 
 void ORLA_II_Plus_Verifier::slot_z_stage_origin()
 {
     logMessage(this, {Q_FUNC_INFO});
     queryStagePosition();
-    setEnabled(true);
+    unlockAfterMove();
 }

@@ -236,6 +236,37 @@ private slots:
         QCOMPARE(programCamera()->mode(), 2);
     }
 
+    // The answer to a move that the program has given up on: were the window free again, a run
+    // could begin, and lose the camera in the middle.
+    void aLateAnswerOfTheStageDoesNotEndTheWait_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::newRow("absolute move") << "ABS";
+        QTest::newRow("origin") << "ORIGIN";
+    }
+
+    void aLateAnswerOfTheStageDoesNotEndTheWait()
+    {
+        QFETCH(QString, command);
+        click("BUTTON_RESOLUTION_VGA");
+        click("BUTTON_QC_CAPTURE");
+        QVERIFY(runningWait() != nullptr);
+        runningWait()->start(kNotWhileThisRuns_ms);
+        takeBoardLines();
+        sayUnasked("$OK,STM1," + command.toStdString() + ",1000,\r\n");
+        QVERIFY(waitUntil([this] { return takeBoardLines().contains("$,STM1,GET_POS,,"); }));
+        QCoreApplication::processEvents();
+        QVERIFY(!window().isEnabled());
+
+        runningWait()->start(0);
+        QVERIFY(waitUntil([this] { return window().isEnabled(); }, 20000));
+        QCOMPARE(button(), QString("Live"));
+        // Where none is waited for, the answer frees the window.
+        window().setEnabled(false);
+        sayUnasked("$OK,STM1," + command.toStdString() + ",1000,\r\n");
+        QVERIFY(waitUntil([this] { return window().isEnabled(); }));
+    }
+
     void leavingDuringTheWaitFreezesNothingLater()
     {
         click("BUTTON_RESOLUTION_VGA");
