@@ -7,10 +7,10 @@
 
 #include <unistd.h>
 
-#include <QFile>
 #include <QtTest>
 
 #include "CaptureFixture.h"
+#include "FrameMappings.h"
 #include "simulator/camera/ScriptedFrames.h"
 
 namespace {
@@ -46,12 +46,6 @@ private:
 };
 
 /// How many mappings of the simulator's frames this process has.
-int frameMappings()
-{
-    QFile mappings("/proc/self/maps");
-    return mappings.open(QIODevice::ReadOnly) ? int(mappings.readAll().count("/memfd:frame ")) : -1;
-}
-
 } // namespace
 
 /// What the simulator's device does beyond what every driver does (test_capture_contract).
