@@ -67,10 +67,26 @@ void TouchPanel::tap(const QWidget& widget)
 
 void TouchPanel::press(const QWidget& widget)
 {
-    const QWidget& window = *widget.window();
-    const QPointF place = widget.mapTo(&window, widget.rect().center());
-    m_touches = {QPointF(place.x() / window.width(), place.y() / window.height())};
+    press(widget, widget.rect().center());
+}
+
+void TouchPanel::press(const QWidget& widget, const QPoint& place)
+{
     ++m_touchNumber;
+    touch(widget, place);
+}
+
+void TouchPanel::moveTo(const QWidget& widget, const QPoint& place)
+{
+    if (isPressed())
+        touch(widget, place);
+}
+
+void TouchPanel::touch(const QWidget& widget, const QPoint& place)
+{
+    const QWidget& window = *widget.window();
+    const QPointF position = widget.mapTo(&window, place);
+    m_touches = {QPointF(position.x() / window.width(), position.y() / window.height())};
     send();
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QPoint>
 #include <QPointF>
 #include <QVector>
 
@@ -22,9 +23,15 @@ public:
     /// before the event loop runs.
     void tap(const QWidget& widget);
     void press(const QWidget& widget);
+    /// The same at a place of the widget, in its pixels.
+    void press(const QWidget& widget, const QPoint& place);
+    /// Moves the finger that is down to another place of the widget.
+    void moveTo(const QWidget& widget, const QPoint& place);
     void release();
+    bool isPressed() const { return !m_touches.isEmpty(); }
 
 private:
+    void touch(const QWidget& widget, const QPoint& place);
     void send();
 
     FileDescriptor m_line;
