@@ -16,7 +16,6 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPlainTextEdit>
-#include <QProcess>
 #include <QTabBar>
 #include <QTabWidget>
 #include <QtTest>
@@ -30,14 +29,13 @@
 #include "simulator/instrument/SimulatedInstrument.h"
 #include "support/Patience.h"
 #include "support/TouchPanel.h"
-#include "system/AccuracySeeds.h"
+#include "system/SeedProcess.h"
 
 namespace {
 
 constexpr int kFewSeeds = 2;
 constexpr int kFewActions = 120;
 constexpr int kManyActions = 250;
-constexpr const char* kChildSeed = "ORLA_TEST_RESTLESS_SEED";
 constexpr ControllerTimeouts kTimeouts{100, 500, 2500};
 constexpr int kLongestPause_ms = 90;
 /// After the last action, until everything that was begun has come to its end.
@@ -871,37 +869,24 @@ class TestRestlessHands : public QObject
     Q_OBJECT
 
 private slots:
-    void nothingBreaks_data()
-    {
-        QTest::addColumn<int>("seed");
-        for (int seed = 1; seed <= accuracySeeds(kFewSeeds); ++seed)
-            QTest::addRow("seed %d", seed) << seed;
-    }
+    void nothingBreaks_data() { seed_process::addRows(kFewSeeds); }
 
     void nothingBreaks()
     {
         QFETCH(int, seed);
-        QProcess child;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(kChildSeed, QString::number(seed));
-        child.setProcessEnvironment(environment);
-        child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        child.start(QCoreApplication::applicationFilePath(), QStringList());
-        QVERIFY(child.waitForFinished(kDay_ms));
-        const QByteArray said = child.readAllStandardOutput();
-        QVERIFY2(child.exitStatus() == QProcess::NormalExit, said.constData());
-        QVERIFY2(child.exitCode() == 0, said.constData());
+        QByteArray said;
+        QVERIFY2(seed_process::run(seed, kDay_ms, said), said.constData());
     }
 };
 
 int main(int argc, char* argv[])
 {
-    const bool isChild = qEnvironmentVariableIsSet(kChildSeed);
-    if (isChild)
+    const std::optional<int> seed = seed_process::ownSeed();
+    if (seed)
         TouchPanel::plugIn();
     QApplication application(argc, argv);
-    if (isChild)
-        return spendDay(qEnvironmentVariableIntValue(kChildSeed));
+    if (seed)
+        return spendDay(*seed);
     TestRestlessHands test;
     return QTest::qExec(&test, argc, argv);
 }

@@ -1,13 +1,13 @@
 #include <cmath>
+#include <cstdio>
 #include <memory>
 
-#include <QProcess>
 #include <QRegularExpression>
 #include <QtTest>
 
-#include "AccuracySeeds.h"
 #include "Controller/Controller.h"
 #include "ORLA_II_Plus_Verifier.h"
+#include "SeedProcess.h"
 #include "simulator/instrument/SimulatedInstrument.h"
 #include "simulator/operator/Operator.h"
 #include "simulator/session/SessionSteps.h"
@@ -16,7 +16,6 @@
 namespace {
 
 constexpr int kFewSeeds = 2;
-constexpr const char* kChildSeed = "ORLA_TEST_WORN_SEED";
 
 /// A tenth of the program's own patience, and answers that are late within it and beyond it.
 constexpr ControllerTimeouts kTimeouts{100, 500, 2500};
@@ -340,28 +339,15 @@ class TestWornInstrument : public QObject
     Q_OBJECT
 
 private slots:
-    void nothingWrongIsShownAsRight_data()
-    {
-        QTest::addColumn<int>("seed");
-        for (int seed = 1; seed <= accuracySeeds(kFewSeeds); ++seed)
-            QTest::addRow("seed %d", seed) << seed;
-    }
+    void nothingWrongIsShownAsRight_data() { seed_process::addRows(kFewSeeds); }
 
-    // The controller keeps the first serial line of a process: each seed has one of its own.
     void nothingWrongIsShownAsRight()
     {
         QFETCH(int, seed);
-        QProcess child;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(kChildSeed, QString::number(seed));
-        child.setProcessEnvironment(environment);
-        child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        child.start(QCoreApplication::applicationFilePath(), QStringList());
-        QVERIFY(child.waitForFinished(kOneDay_ms));
-        const QByteArray said = child.readAllStandardOutput();
+        QByteArray said;
+        const bool right = seed_process::run(seed, kOneDay_ms, said);
         std::printf("%s", said.constData());
-        QCOMPARE(child.exitStatus(), QProcess::NormalExit);
-        QVERIFY2(child.exitCode() == 0, said.constData());
+        QVERIFY2(right, said.constData());
     }
 };
 
@@ -380,8 +366,8 @@ static int spendDay(int seed)
 int main(int argc, char* argv[])
 {
     QApplication application(argc, argv);
-    if (qEnvironmentVariableIsSet(kChildSeed))
-        return spendDay(qEnvironmentVariableIntValue(kChildSeed));
+    if (const std::optional<int> seed = seed_process::ownSeed())
+        return spendDay(*seed);
     TestWornInstrument test;
     return QTest::qExec(&test, argc, argv);
 }
