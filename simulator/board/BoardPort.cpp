@@ -175,14 +175,6 @@ bool BoardPort::skipToCommandEnd()
     return skipped;
 }
 
-std::optional<InstrumentTime> BoardPort::timeToNextEvent() const
-{
-    const std::optional<InstrumentTime> next = m_board.nextEvent();
-    if (!next)
-        return std::nullopt;
-    return std::max(InstrumentTime{0}, *next - now());
-}
-
 // False when the thread is to end.
 bool BoardPort::waitForWork() const
 {
@@ -191,7 +183,8 @@ bool BoardPort::waitForWork() const
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_ending)
             return false;
-        left = timeToNextEvent();
+        if (const std::optional<InstrumentTime> next = m_board.nextEvent())
+            left = std::max(InstrumentTime{0}, *next - now());
     }
     pollfd sources[] = {{m_terminal.descriptor(), POLLIN, 0}, {m_wake.get(), POLLIN, 0}};
     timespec timeout{};

@@ -59,7 +59,6 @@ private:
     bool createDevice(const std::string& rootDirectory);
     void serve();
     void exchange();
-    std::optional<InstrumentTime> timeToNextEvent() const;
     bool waitForWork() const;
     InstrumentTime now() const;
     bool skipToCommandEnd();

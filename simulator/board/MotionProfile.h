@@ -23,7 +23,6 @@ public:
     /// Signed; 0 before the start and after the end.
     double speed_stepsPerS(double elapsed_s) const;
     double duration_s() const;
-    double start_steps() const { return m_start; }
     double end_steps() const { return m_end; }
 
 private:

@@ -58,12 +58,10 @@ InstrumentTime Stage::go(double target_steps, double speed_stepsPerS, Instrument
 {
     if (!isMoving(now) && target_steps == position_steps(now))
         return now;
-    const double carriage = carriagePosition_steps(now) - ringing_steps(now);
-    const MotionProfile braking = MotionProfile::braking(position_steps(now), this->speed_stepsPerS(now),
-                                                         m_parameters.acceleration_stepsPerS2);
-    m_carriageAtStart_steps = carriage;
-    m_braking = braking;
-    m_motion = MotionProfile::between(braking.end_steps(), target_steps, speed_stepsPerS,
+    m_carriageAtStart_steps = carriagePosition_steps(now) - ringing_steps(now);
+    m_braking = MotionProfile::braking(position_steps(now), this->speed_stepsPerS(now),
+                                       m_parameters.acceleration_stepsPerS2);
+    m_motion = MotionProfile::between(m_braking.end_steps(), target_steps, speed_stepsPerS,
                                       m_parameters.acceleration_stepsPerS2);
     m_brakingStart = now;
     m_motionStart = now + spanOf(m_braking.duration_s());

@@ -126,8 +126,6 @@ CameraDevices::CameraDevices(const CameraDeviceParameters& parameters, FrameSour
 {
 }
 
-CameraDevices::~CameraDevices() = default;
-
 // Answers a call, unless a fault is set on it, traces it and leaves its errno behind.
 int CameraDevices::perform(TracedCall call, const std::function<CallEnd(TracedCall&)>& answer)
 {

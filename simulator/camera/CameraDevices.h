@@ -55,7 +55,6 @@ public:
     /// The source is asked for pictures on the thread that uses the capture device, and outlives
     /// the devices. Without a clock, frames are counted from the construction on.
     CameraDevices(const CameraDeviceParameters& parameters, FrameSource& source, InstrumentClock clock = {});
-    ~CameraDevices() override;
 
     int open(const char* path, int flags) override;
     int close(int fd) override;

@@ -133,17 +133,11 @@ bool UsbPort::plug(const UsbDisk& wanted)
     if (makeCondition(disk) && ::symlink(path(QStringLiteral("../usb/") + disk.device), path(node)) == 0 &&
         ::symlink(path(QStringLiteral("../../") + disk.device), path(link)) == 0) {
         if (disk.condition == UsbDiskCondition::Pulled)
-            pullLater(disk.device);
+            QTimer::singleShot(kPulledAfter_ms, &m_timers, [this, device = disk.device] { pull(device); });
         return true;
     }
     pull(disk.device);
     return false;
-}
-
-void UsbPort::pullLater(const QString& device)
-{
-    QTimer::singleShot(
-        kPulledAfter_ms, &m_timers, [this, device] { pull(device); });
 }
 
 bool UsbPort::makeCondition(const UsbDisk& disk)

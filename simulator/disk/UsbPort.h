@@ -81,7 +81,6 @@ public:
 
 private:
     bool makeCondition(const UsbDisk& disk);
-    void pullLater(const QString& device);
 
     QString m_root; ///< canonical once installed
     QByteArray m_searchPath;

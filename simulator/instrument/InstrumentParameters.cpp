@@ -1,12 +1,11 @@
 #include "simulator/instrument/InstrumentParameters.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <sstream>
 
 namespace {
-
-using P = InstrumentParameters;
 
 constexpr double kAnySteps = 1e6;
 constexpr double kAnyPlace_px = 2592;
@@ -16,104 +15,84 @@ constexpr const char* kFromSeed = "from the seed";
 constexpr const char* kOn = "on";
 constexpr const char* kOff = "off";
 
-std::vector<InstrumentParameter> boardParameters()
+std::vector<InstrumentParameter> boardParameters(BoardParameters& board)
 {
+    StageParameters& stage = board.stage;
     return {
-        {"stage-minimum", "steps", "lower end of the stage's travel", -kAnySteps, 0,
-         +[](P& p) -> int& { return p.board.stage.minimum_steps; }},
-        {"stage-maximum", "steps", "upper end of the stage's travel", 1, kAnySteps,
-         +[](P& p) -> int& { return p.board.stage.maximum_steps; }},
+        {"stage-minimum", "steps", "lower end of the stage's travel", -kAnySteps, 0, &stage.minimum_steps},
+        {"stage-maximum", "steps", "upper end of the stage's travel", 1, kAnySteps, &stage.maximum_steps},
         {"stage-start", "steps", "where the stage stands at power-on", -kAnySteps, kAnySteps,
-         +[](P& p) -> int& { return p.board.stage.start_steps; }},
+         &stage.start_steps},
         {"stage-acceleration", "steps/s^2", "of moves, accelerating and braking", 1, 1e9,
-         +[](P& p) -> double& { return p.board.stage.acceleration_stepsPerS2; }},
+         &stage.acceleration_stepsPerS2},
         {"stage-speed", "steps/s", "highest speed of moves and homing", 1, 1e9,
-         +[](P& p) -> double& { return p.board.stage.maximumSpeed_stepsPerS; }},
+         &stage.maximumSpeed_stepsPerS},
         {"stage-run-speed", "steps/s", "speed of continuous motion for each unit of the run value", 0.01, 1e6,
-         +[](P& p) -> double& { return p.board.stage.runValueSpeed_stepsPerS; }},
-        {"stage-backlash", "steps", "play between motor and carriage", 0, 1000,
-         +[](P& p) -> double& { return p.board.stage.backlash_steps; }},
+         &stage.runValueSpeed_stepsPerS},
+        {"stage-backlash", "steps", "play between motor and carriage", 0, 1000, &stage.backlash_steps},
         {"stage-vibration", "steps", "how far the carriage rings when a motion ends", 0, 1000,
-         +[](P& p) -> double& { return p.board.stage.vibrationAmplitude_steps; }},
-        {"stage-vibration-frequency", "Hz", "of that ringing", 0.1, 10000,
-         +[](P& p) -> double& { return p.board.stage.vibrationFrequency_hz; }},
-        {"stage-vibration-decay", "s", "time in which it falls to 1/e", 0.001, 60,
-         +[](P& p) -> double& { return p.board.stage.vibrationDecay_s; }},
-        {"led-on", "", "whether the LED shines at power-on", 0, 0,
-         +[](P& p) -> bool& { return p.board.ledOn; }},
-        {"led-level", "", "its level at power-on", 0, 1000, +[](P& p) -> int& { return p.board.ledLevel; }},
-        {"diagnosis-duration", "s", "of the stage's self-diagnosis", 0, 600,
-         +[](P& p) -> double& { return p.board.diagnosisDuration_s; }},
-        {"diagnosis-value", "", "its result", -kAnySteps, kAnySteps,
-         +[](P& p) -> int& { return p.board.diagnosisValue; }},
-        {"firmware-version", "", "as the board tells it", 0, 0,
-         +[](P& p) -> std::string& { return p.board.firmwareVersion; }},
-        {"firmware-build", "", "as the board tells it", 0, 0,
-         +[](P& p) -> std::string& { return p.board.firmwareBuild; }},
-        {"late-answer", "s", "delay of the fault \"late\"", 0, 600,
-         +[](P& p) -> double& { return p.board.lateAnswer_s; }},
-        {"trickled-byte", "s", "pause between bytes of the fault \"trickled\"", 0, 60,
-         +[](P& p) -> double& { return p.board.trickledByte_s; }},
+         &stage.vibrationAmplitude_steps},
+        {"stage-vibration-frequency", "Hz", "of that ringing", 0.1, 10000, &stage.vibrationFrequency_hz},
+        {"stage-vibration-decay", "s", "time in which it falls to 1/e", 0.001, 60, &stage.vibrationDecay_s},
+        {"led-on", "", "whether the LED shines at power-on", 0, 0, &board.ledOn},
+        {"led-level", "", "its level at power-on", 0, 1000, &board.ledLevel},
+        {"diagnosis-duration", "s", "of the stage's self-diagnosis", 0, 600, &board.diagnosisDuration_s},
+        {"diagnosis-value", "", "its result", -kAnySteps, kAnySteps, &board.diagnosisValue},
+        {"firmware-version", "", "as the board tells it", 0, 0, &board.firmwareVersion},
+        {"firmware-build", "", "as the board tells it", 0, 0, &board.firmwareBuild},
+        {"late-answer", "s", "delay of the fault \"late\"", 0, 600, &board.lateAnswer_s},
+        {"trickled-byte", "s", "pause between bytes of the fault \"trickled\"", 0, 60, &board.trickledByte_s},
     };
 }
 
-std::vector<InstrumentParameter> slideParameters()
+std::vector<InstrumentParameter> slideParameters(SlideParameters& slide)
 {
     return {
-        {"cells", "", "cells on the slide", 0, 2000, +[](P& p) -> int& { return p.camera.slide.cellCount; }},
+        {"cells", "", "cells on the slide", 0, 2000, &slide.cellCount},
         {"smallest-cell", "px", "radius of the smallest cell, in the 5-megapixel picture", 1, 500,
-         +[](P& p) -> double& { return p.camera.slide.smallestCellRadius_px; }},
-        {"largest-cell", "px", "radius of the largest cell", 1, 500,
-         +[](P& p) -> double& { return p.camera.slide.largestCellRadius_px; }},
+         &slide.smallestCellRadius_px},
+        {"largest-cell", "px", "radius of the largest cell", 1, 500, &slide.largestCellRadius_px},
         {"target-dots", "px", "places of the target's dots in the 5-megapixel picture, as x1,y1,x2,y2", 0,
-         kAnyPlace_px, +[](P& p) -> std::optional<TargetDots>& { return p.camera.slide.targetDots; }},
-        {"target-radius", "px", "radius of the target's dots", 1, 500,
-         +[](P& p) -> double& { return p.camera.slide.targetDotRadius_px; }},
+         kAnyPlace_px, &slide.targetDots},
+        {"target-radius", "px", "radius of the target's dots", 1, 500, &slide.targetDotRadius_px},
         {"tilt-across", "steps", "how much the focus differs between left and right edge", -kAnySteps,
-         kAnySteps, +[](P& p) -> double& { return p.camera.slide.tiltAcross_steps; }},
+         kAnySteps, &slide.tiltAcross_steps},
         {"tilt-down", "steps", "how much it differs between upper and lower edge", -kAnySteps, kAnySteps,
-         +[](P& p) -> double& { return p.camera.slide.tiltDown_steps; }},
+         &slide.tiltDown_steps},
         {"dust-offset", "steps", "distance of a layer of dust, with a focus of its own; 0: no dust",
-         -kAnySteps, kAnySteps, +[](P& p) -> double& { return p.camera.slide.dustOffset_steps; }},
-        {"dust", "", "grains in it", 0, 2000, +[](P& p) -> int& { return p.camera.slide.dustCount; }},
+         -kAnySteps, kAnySteps, &slide.dustOffset_steps},
+        {"dust", "", "grains in it", 0, 2000, &slide.dustCount},
     };
 }
 
-std::vector<InstrumentParameter> cameraParameters()
+std::vector<InstrumentParameter> cameraParameters(InstrumentParameters& all)
 {
+    OpticsParameters& optics = all.camera.optics;
+    CaptureParameters& capture = all.camera.capture;
     return {
         {"best-focus", "steps", "stage position of the sharpest picture", -kAnySteps, kAnySteps,
-         +[](P& p) -> std::optional<double>& { return p.camera.optics.bestFocus_steps; }},
-        {"sharpest-blur", "px", "blur of an edge at best focus (sigma)", 0.1, 100,
-         +[](P& p) -> double& { return p.camera.optics.sharpestBlur_px; }},
-        {"blur-per-step", "px", "blur that each step away from it adds", 0, 10,
-         +[](P& p) -> double& { return p.camera.optics.blurPerStep_px; }},
-        {"largest-blur", "px", "where that ends", 0.1, 1000,
-         +[](P& p) -> double& { return p.camera.optics.largestBlur_px; }},
-        {"field-level", "", "level 0..255 of the clear field at nominal light", 0, 255,
-         +[](P& p) -> double& { return p.camera.optics.fieldLevel; }},
-        {"nominal-led-level", "", "LED level of the nominal light", 1, 1000,
-         +[](P& p) -> double& { return p.camera.optics.nominalLedLevel; }},
+         &optics.bestFocus_steps},
+        {"sharpest-blur", "px", "blur of an edge at best focus (sigma)", 0.1, 100, &optics.sharpestBlur_px},
+        {"blur-per-step", "px", "blur that each step away from it adds", 0, 10, &optics.blurPerStep_px},
+        {"largest-blur", "px", "where that ends", 0.1, 1000, &optics.largestBlur_px},
+        {"field-level", "", "level 0..255 of the clear field at nominal light", 0, 255, &optics.fieldLevel},
+        {"nominal-led-level", "", "LED level of the nominal light", 1, 1000, &optics.nominalLedLevel},
         {"nominal-exposure", "lines", "exposure of the nominal light", 1, 4096,
-         +[](P& p) -> double& { return p.camera.optics.nominalExposure_lines; }},
-        {"dark-level", "", "level of the picture without light", 0, 255,
-         +[](P& p) -> double& { return p.camera.optics.darkLevel; }},
-        {"noise", "", "standard deviation of the noise in levels, at gain 1", 0, 100,
-         +[](P& p) -> double& { return p.camera.optics.noise_levels; }},
+         &optics.nominalExposure_lines},
+        {"dark-level", "", "level of the picture without light", 0, 255, &optics.darkLevel},
+        {"noise", "", "standard deviation of the noise in levels, at gain 1", 0, 100, &optics.noise_levels},
         {"frame-delay", "frames", "until a change reaches the picture", 0, 100,
-         +[](P& p) -> int& { return p.camera.picture.frameDelay_frames; }},
+         &all.camera.picture.frameDelay_frames},
         {"default-exposure", "lines", "of the sensor after power-on", 1, 4096,
-         +[](P& p) -> int& { return p.camera.sensor.defaultExposure_lines; }},
+         &all.camera.sensor.defaultExposure_lines},
         {"format-held", "", "whether allocated buffers refuse a change of format", 0, 0,
-         +[](P& p) -> bool& { return p.camera.capture.formatHeldByBuffers; }},
-        {"most-columns", "px", "widest picture that the driver grants", 2, 2592,
-         +[](P& p) -> int& { return p.camera.capture.mostColumns_px; }},
-        {"most-rows", "px", "highest picture that it grants", 1, 1944,
-         +[](P& p) -> int& { return p.camera.capture.mostRows_px; }},
+         &capture.formatHeldByBuffers},
+        {"most-columns", "px", "widest picture that the driver grants", 2, 2592, &capture.mostColumns_px},
+        {"most-rows", "px", "highest picture that it grants", 1, 1944, &capture.mostRows_px},
         {"row-padding", "bytes", "that it puts behind the pixels of each row", 0, 65536,
-         +[](P& p) -> int& { return p.camera.capture.rowPadding_bytes; }},
+         &capture.rowPadding_bytes},
         {"zig-mode", "", "how the main settings file starts; if on, the exit parks nothing", 0, 0,
-         +[](P& p) -> bool& { return p.zigMode; }},
+         &all.zigMode},
     };
 }
 
@@ -210,27 +189,16 @@ struct ValueReader
     }
 };
 
-const InstrumentParameter* parameterNamed(const std::string& name)
-{
-    for (const InstrumentParameter& parameter : instrumentParameters())
-        if (name == parameter.name)
-            return &parameter;
-    return nullptr;
-}
-
 std::string expectation(const InstrumentParameter& parameter)
 {
-    const auto isKeptAs = [&](auto place) {
-        return std::holds_alternative<decltype(place)>(parameter.place);
-    };
-    if (isKeptAs(static_cast<bool& (*)(P&)>(nullptr)))
+    if (std::holds_alternative<bool*>(parameter.place))
         return "on or off";
-    if (isKeptAs(static_cast<std::string& (*)(P&)>(nullptr)))
+    if (std::holds_alternative<std::string*>(parameter.place))
         return "a text without \"$\" and \",\"";
     const std::string range = " from " + numberText(parameter.least) + " to " + numberText(parameter.most);
-    if (isKeptAs(static_cast<int& (*)(P&)>(nullptr)))
+    if (std::holds_alternative<int*>(parameter.place))
         return "a whole number" + range;
-    if (isKeptAs(static_cast<std::optional<TargetDots>& (*)(P&)>(nullptr)))
+    if (std::holds_alternative<std::optional<TargetDots>*>(parameter.place))
         return "four numbers" + range + ", separated by commas";
     return "a number" + range;
 }
@@ -244,20 +212,17 @@ void InstrumentParameters::setSeed(std::uint32_t seed)
     faultSeed = seed;
 }
 
-const std::vector<InstrumentParameter>& instrumentParameters()
+std::vector<InstrumentParameter> instrumentParameters(InstrumentParameters& parameters)
 {
-    static const std::vector<InstrumentParameter> all = [] {
-        std::vector<InstrumentParameter> parameters = boardParameters();
-        for (const auto& group : {slideParameters(), cameraParameters()})
-            parameters.insert(parameters.end(), group.begin(), group.end());
-        return parameters;
-    }();
+    std::vector<InstrumentParameter> all = boardParameters(parameters.board);
+    for (const auto& group : {slideParameters(parameters.camera.slide), cameraParameters(parameters)})
+        all.insert(all.end(), group.begin(), group.end());
     return all;
 }
 
-std::string parameterValue(const InstrumentParameter& parameter, InstrumentParameters& parameters)
+std::string parameterValue(const InstrumentParameter& parameter)
 {
-    return std::visit([&](auto place) { return ValueText()(place(parameters)); }, parameter.place);
+    return std::visit([](const auto* value) { return ValueText()(*value); }, parameter.place);
 }
 
 std::string setParameter(InstrumentParameters& parameters, const std::string& assignment)
@@ -267,11 +232,13 @@ std::string setParameter(InstrumentParameters& parameters, const std::string& as
         return "A parameter is given as name=value, not as \"" + assignment + "\".";
     const std::string name = assignment.substr(0, sign);
     const std::string value = assignment.substr(sign + 1);
-    const InstrumentParameter* parameter = parameterNamed(name);
-    if (parameter == nullptr)
+    const std::vector<InstrumentParameter> all = instrumentParameters(parameters);
+    const auto parameter = std::find_if(all.begin(), all.end(),
+                                        [&](const InstrumentParameter& each) { return name == each.name; });
+    if (parameter == all.end())
         return "There is no parameter \"" + name + "\"; --help lists them.";
     const ValueReader reader{*parameter, value};
-    if (std::visit([&](auto place) { return reader(place(parameters)); }, parameter->place))
+    if (std::visit([&](auto* place) { return reader(*place); }, parameter->place))
         return {};
     return "Parameter " + name + " takes " + expectation(*parameter) + ", not \"" + value + "\".";
 }

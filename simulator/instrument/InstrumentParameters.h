@@ -29,12 +29,6 @@ struct InstrumentParameters
 
 using TargetDots = std::array<SlidePoint, 2>;
 
-/// Where a parameter is kept in the struct.
-using ParameterPlace = std::variant<int& (*)(InstrumentParameters&), double& (*)(InstrumentParameters&),
-                                    bool& (*)(InstrumentParameters&), std::string& (*)(InstrumentParameters&),
-                                    std::optional<double>& (*)(InstrumentParameters&),
-                                    std::optional<TargetDots>& (*)(InstrumentParameters&)>;
-
 /// One parameter as the command line and the help know it.
 struct InstrumentParameter
 {
@@ -43,15 +37,17 @@ struct InstrumentParameter
     const char* text;
     double least; ///< smallest and largest number that makes sense
     double most;
-    ParameterPlace place;
+    /// Where a struct of parameters keeps it.
+    std::variant<int*, double*, bool*, std::string*, std::optional<double>*, std::optional<TargetDots>*>
+        place;
 };
 
-/// All parameters, grouped as the help shows them.
-const std::vector<InstrumentParameter>& instrumentParameters();
+/// All parameters of a struct, which outlives them, grouped as the help shows them.
+std::vector<InstrumentParameter> instrumentParameters(InstrumentParameters& parameters);
 
-/// The value that a parameter has in the struct, as the command line takes it; "from the
-/// seed" for one that is not given.
-std::string parameterValue(const InstrumentParameter& parameter, InstrumentParameters& parameters);
+/// The value that a parameter has, as the command line takes it; "from the seed" for one that is
+/// not given.
+std::string parameterValue(const InstrumentParameter& parameter);
 
 /// Sets a parameter by "name=value". Returns what is wrong with it in a sentence, empty if
 /// nothing is; then, and only then, the struct has changed.

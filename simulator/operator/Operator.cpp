@@ -271,28 +271,10 @@ QString Operator::text(const QString& name)
     return {};
 }
 
-QString Operator::style(const QString& name)
+QVariant Operator::valueOf(const QString& name, const char* property)
 {
     const QWidget* widget = find(name);
-    return widget != nullptr ? widget->styleSheet() : QString();
-}
-
-bool Operator::isEnabled(const QString& name)
-{
-    const QWidget* widget = find(name);
-    return widget != nullptr && widget->isEnabled();
-}
-
-bool Operator::isShown(const QString& name)
-{
-    const QWidget* widget = find(name);
-    return widget != nullptr && widget->isVisible();
-}
-
-bool Operator::isChecked(const QString& name)
-{
-    const QWidget* widget = find(name);
-    return widget != nullptr && widget->property("checked").toBool();
+    return widget != nullptr ? widget->property(property) : QVariant();
 }
 
 QStringList Operator::disabledControls() const

@@ -8,6 +8,7 @@
 #include <QPoint>
 #include <QString>
 #include <QStringList>
+#include <QVariant>
 
 #include "simulator/operator/BoxWatcher.h"
 
@@ -59,10 +60,10 @@ public:
     /// What a widget shows: a label's, button's or edit's text, a spin box's number.
     QString text(const QString& name);
     /// A widget's own style sheet.
-    QString style(const QString& name);
-    bool isEnabled(const QString& name);
-    bool isShown(const QString& name);
-    bool isChecked(const QString& name);
+    QString style(const QString& name) { return valueOf(name, "styleSheet").toString(); }
+    bool isEnabled(const QString& name) { return valueOf(name, "enabled").toBool(); }
+    bool isShown(const QString& name) { return valueOf(name, "visible").toBool(); }
+    bool isChecked(const QString& name) { return valueOf(name, "checked").toBool(); }
     /// Names of the buttons and edits, the window itself included, that take no presses.
     QStringList disabledControls() const;
     /// Whether the window as a whole takes presses.
@@ -110,6 +111,8 @@ private slots:
 
 private:
     QWidget* find(const QString& name);
+    /// A widget's property; nothing where there is no such widget, which is a problem.
+    QVariant valueOf(const QString& name, const char* property);
     bool reach(const QString& name, QPoint& position);
     bool pressWidget(const QString& name, bool& enabled);
     bool openTabsAround(QWidget& widget);

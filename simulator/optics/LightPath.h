@@ -18,7 +18,6 @@ struct LightPath
         return stagePosition_steps == other.stagePosition_steps && ledOn == other.ledOn &&
                ledLevel == other.ledLevel;
     }
-    bool operator!=(const LightPath& other) const { return !(*this == other); }
 };
 
 /// Gives the light path at an instrument time. Any thread: it is asked on the one that waits

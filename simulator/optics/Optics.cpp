@@ -266,6 +266,9 @@ void Optics::scaleNoise(double gain)
         return kNoiseLimit + static_cast<int>(std::clamp(noise, static_cast<long>(-kNoiseLimit),
                                                          static_cast<long>(kNoiseLimit)));
     };
-    for (std::size_t i = 0; i < m_noiseWords.size(); ++i)
-        m_noiseWords[i] = wordOf(scaled(m_unitNoise[2 * i]), 0, scaled(m_unitNoise[2 * i + 1]), 0);
+    const std::int16_t* unit = m_unitNoise.data();
+    for (std::uint32_t& word : m_noiseWords) {
+        word = wordOf(scaled(unit[0]), 0, scaled(unit[1]), 0);
+        unit += 2;
+    }
 }

@@ -17,5 +17,4 @@ struct SensorSettings
         return exposure_lines == other.exposure_lines && gain == other.gain &&
                colourGains == other.colourGains;
     }
-    bool operator!=(const SensorSettings& other) const { return !(*this == other); }
 };

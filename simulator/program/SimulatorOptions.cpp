@@ -163,8 +163,8 @@ QString parameterList()
 {
     InstrumentParameters defaults;
     QString list = QStringLiteral("Parameters, for --parameter NAME=VALUE, with their defaults:\n");
-    for (const InstrumentParameter& parameter : instrumentParameters()) {
-        QString value = QString::fromStdString(parameterValue(parameter, defaults));
+    for (const InstrumentParameter& parameter : instrumentParameters(defaults)) {
+        QString value = QString::fromStdString(parameterValue(parameter));
         if (*parameter.unit != '\0')
             value += QStringLiteral(" ") + parameter.unit;
         list += row(QStringLiteral("%1 = %2").arg(parameter.name, value), parameter.text);

@@ -19,9 +19,8 @@ QString showConsole(SessionContext& session, const QString& number, const QStrin
 
 bool wasAsked(SessionContext& session)
 {
-    const SeenBox* box = session.user.boxSinceExpected();
-    return box != nullptr && box->title == "ORLA-III" && box->text == "Are you sure quit ?" &&
-           box->buttons.size() == 2;
+    return session.boxWas("ORLA-III", "Are you sure quit ?") &&
+           session.user.boxSinceExpected()->buttons.size() == 2;
 }
 
 QStringList newlyDisabled(SessionContext& session)

@@ -114,14 +114,16 @@ QJsonObject RunFacts::toJson() const
 std::vector<ChangedParameter> changedParameters(const InstrumentParameters& parameters)
 {
     InstrumentParameters given = parameters;
-    InstrumentParameters defaults;
+    InstrumentParameters plain;
+    const std::vector<InstrumentParameter> all = instrumentParameters(given);
+    const std::vector<InstrumentParameter> defaults = instrumentParameters(plain);
     std::vector<ChangedParameter> changed;
-    for (const InstrumentParameter& each : instrumentParameters()) {
-        const std::string value = parameterValue(each, given);
-        const std::string byDefault = parameterValue(each, defaults);
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const std::string value = parameterValue(all[i]);
+        const std::string byDefault = parameterValue(defaults[i]);
         if (value != byDefault)
             changed.push_back(
-                {each.name, each.unit, QString::fromStdString(value), QString::fromStdString(byDefault)});
+                {all[i].name, all[i].unit, QString::fromStdString(value), QString::fromStdString(byDefault)});
     }
     return changed;
 }

@@ -10,8 +10,6 @@
 #include "simulator/camera/SimulatedDeviceCalls.h"
 
 inline constexpr unsigned long kSensor = 0x3C;
-inline constexpr unsigned kBuffers = 4;
-inline constexpr std::size_t kVgaBytes = 640UL * 480UL * 2UL;
 
 inline SimulatedCameraParameters quickParameters()
 {

@@ -17,6 +17,10 @@
 #include "platform/DeviceCalls.h"
 #include "simulator/camera/CaptureDevice.h"
 
+/// Buffers as the verifier asks for, and their size in the mode that the device begins with.
+inline constexpr unsigned kBuffers = 4;
+inline constexpr unsigned kVgaBytes = 640U * 480U * 2U;
+
 /// Pictures whose bytes all hold the picture's number.
 class NumberedPictures : public FrameSource
 {
@@ -27,9 +31,14 @@ public:
         m_bytes = std::size_t(mode.frameBytes());
         return picture;
     }
-    void draw(std::uint8_t* yuyv) override { std::memset(yuyv, int(picture), m_bytes); }
+    void draw(std::uint8_t* yuyv) override
+    {
+        std::memset(yuyv, int(picture), m_bytes);
+        drawnAt = yuyv;
+    }
 
     std::uint64_t picture = 1;
+    const std::uint8_t* drawnAt = nullptr;
     std::vector<InstrumentTime> times;
 
 private:
@@ -77,7 +86,7 @@ public:
         v4l2_format record = formatOf(width, height);
         return call(VIDIOC_S_FMT, &record);
     }
-    int allocate(unsigned count = 4)
+    int allocate(unsigned count = kBuffers)
     {
         v4l2_requestbuffers request = requestOf(count);
         return call(VIDIOC_REQBUFS, &request);
@@ -97,7 +106,7 @@ public:
         int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
         return call(on ? VIDIOC_STREAMON : VIDIOC_STREAMOFF, &type);
     }
-    void start(unsigned buffers = 4)
+    void start(unsigned buffers = kBuffers)
     {
         QCOMPARE(allocate(), 0);
         for (unsigned index = 0; index < buffers; ++index)

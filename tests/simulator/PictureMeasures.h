@@ -98,11 +98,18 @@ inline PictureInputs nominalInputs(const Optics& optics, double fromFocus_steps 
     return inputs;
 }
 
-/// What the optics draw.
-inline MeasuredPicture drawn(Optics& optics, const PictureMode& mode, const PictureInputs& inputs,
-                             std::uint64_t noiseNumber = 1)
+/// What the optics draw, as bytes of YUYV.
+inline std::vector<std::uint8_t> drawnBytes(Optics& optics, const PictureMode& mode,
+                                            const PictureInputs& inputs, std::uint64_t noiseNumber = 1)
 {
     std::vector<std::uint8_t> yuyv(static_cast<std::size_t>(mode.frameBytes()));
     optics.draw(mode, inputs, noiseNumber, yuyv.data());
-    return {mode, std::move(yuyv)};
+    return yuyv;
+}
+
+/// The same, to be measured.
+inline MeasuredPicture drawn(Optics& optics, const PictureMode& mode, const PictureInputs& inputs,
+                             std::uint64_t noiseNumber = 1)
+{
+    return {mode, drawnBytes(optics, mode, inputs, noiseNumber)};
 }

@@ -181,16 +181,6 @@ private slots:
         QCOMPARE(rig.controller.z_stage_pos(), 20640);
     }
 
-    void inRealTimeAMoveTakesItsTime()
-    {
-        BoardRig rig(Start::WithHandshake, BoardPace::RealTime);
-        QElapsedTimer timer;
-        timer.start();
-        QVERIFY(rig.controller.z_stage_mvp(SERIAL_BLOCKING, 640));
-        QVERIFY(timer.elapsed() >= 250);
-        QCOMPARE(rig.controller.z_stage_pos(), 12640);
-    }
-
     void inRealTimeTheStageIsSeenOnItsWay()
     {
         BoardRig rig(Start::WithHandshake, BoardPace::RealTime);
@@ -231,27 +221,25 @@ private slots:
 
     void theControllerMeetsEveryFault_data()
     {
-        QTest::addColumn<int>("fault");
         QTest::addColumn<bool>("answered");
         QTest::addColumn<QString>("result");
-        QTest::newRow("no answer") << int(LineFault::NoAnswer) << false << "";
-        QTest::newRow("ignored") << int(LineFault::Ignored) << false << "";
-        QTest::newRow("held") << int(LineFault::Held) << false << "";
-        QTest::newRow("late") << int(LineFault::Late) << false << "";
-        QTest::newRow("garbled") << int(LineFault::Garbled) << true << "";
-        QTest::newRow("trickled") << int(LineFault::Trickled) << true << "OK";
-        QTest::newRow("doubled") << int(LineFault::Doubled) << true << "OK";
-        QTest::newRow("unsolicited") << int(LineFault::Unsolicited) << true << "OK";
-        QTest::newRow("failure") << int(LineFault::Failure) << true << "NG";
+        QTest::newRow("no-answer") << false << "";
+        QTest::newRow("ignored") << false << "";
+        QTest::newRow("held") << false << "";
+        QTest::newRow("late") << false << "";
+        QTest::newRow("garbled") << true << "";
+        QTest::newRow("trickled") << true << "OK";
+        QTest::newRow("doubled") << true << "OK";
+        QTest::newRow("unsolicited") << true << "OK";
+        QTest::newRow("failure") << true << "NG";
     }
 
     void theControllerMeetsEveryFault()
     {
-        QFETCH(int, fault);
         QFETCH(bool, answered);
         QFETCH(QString, result);
         BoardRig rig(Start::Silent);
-        rig.addFault({static_cast<LineFault>(fault), {}, 0});
+        rig.addFault({lineFaultNamed(QTest::currentDataTag()).value(), {}, 0});
         const int readTimeout_ms = answered ? kWait_ms : 100;
         rig.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kWait_ms, readTimeout_ms);
         QCOMPARE(!rig.controller.commandResponse().isEmpty(), answered);

@@ -15,7 +15,6 @@ namespace {
 
 constexpr unsigned kWidth_px = 640;
 constexpr unsigned kHeight_px = 480;
-constexpr unsigned kBuffers = 4;
 
 struct Misuse
 {

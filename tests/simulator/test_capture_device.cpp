@@ -5,6 +5,7 @@
 #include <set>
 #include <vector>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <QtTest>
@@ -16,9 +17,6 @@
 namespace {
 
 using std::chrono::milliseconds;
-
-/// In the mode that the device begins with.
-constexpr unsigned kVgaBytes = 640U * 480U * 2U;
 
 /// A picture no two rows of which are alike, and no byte of which is 0.
 class PlacedPictures : public FrameSource
@@ -45,7 +43,6 @@ private:
     const PictureMode* m_mode = nullptr;
 };
 
-/// How many mappings of the simulator's frames this process has.
 } // namespace
 
 /// What the simulator's device does beyond what every driver does (test_capture_contract).
@@ -54,12 +51,6 @@ class TestCaptureDevice : public QObject
     Q_OBJECT
 
 private slots:
-    void aRequestWithoutARecordIsRefused()
-    {
-        CaptureFixture<> capture;
-        QCOMPARE(capture.call(VIDIOC_S_FMT, nullptr), EFAULT);
-    }
-
     void onlyBuffersOfTheDeviceAreTaken()
     {
         CaptureFixture<> capture;
@@ -144,7 +135,7 @@ private slots:
         QCOMPARE(capture.format(640, 480), EBUSY);
     }
 
-    void aDriverMayGrantASmallerPictureInLongerRows_data()
+    void aDriverMayGrantAnotherPictureInOtherBuffers_data()
     {
         QTest::addColumn<int>("columns");
         QTest::addColumn<int>("rows");
@@ -160,9 +151,11 @@ private slots:
         QTest::newRow("as many bytes as the whole") << 2592 << 768 << 640 << 1280U << 768U << 3200U << 0U;
         QTest::newRow("room for the whole") << 2592 << 720 << 0 << 1280U << 720U << 2560U << 2457600U;
         QTest::newRow("room for half a row less") << 800 << 600 << 32 << 800U << 600U << 1632U << 978400U;
+        QTest::newRow("shorter than a frame") << 2592 << 1944 << 0 << 1280U << 960U << 2560U << 8192U;
+        QTest::newRow("longer than a frame") << 2592 << 1944 << 0 << 1280U << 960U << 2560U << 2500000U;
     }
 
-    void aDriverMayGrantASmallerPictureInLongerRows()
+    void aDriverMayGrantAnotherPictureInOtherBuffers()
     {
         QFETCH(int, columns);
         QFETCH(int, rows);
@@ -196,30 +189,6 @@ private slots:
             if (memory->data()[at] != (isShown ? PlacedPictures::byteAt(row, column) : 0))
                 QFAIL(qPrintable(QStringLiteral("row %1, byte %2").arg(row).arg(column)));
         }
-    }
-
-    void aDriverMayHaveBuffersOfAnotherLength_data()
-    {
-        QTest::addColumn<unsigned>("length");
-        QTest::newRow("shorter than a frame") << 8192U;
-        QTest::newRow("longer than a frame") << 700000U;
-    }
-
-    void aDriverMayHaveBuffersOfAnotherLength()
-    {
-        QFETCH(unsigned, length);
-        CaptureParameters parameters;
-        parameters.bufferLength_bytes = length;
-        CaptureFixture<> capture(parameters);
-        capture.start();
-        const auto memory = capture.map(0);
-        v4l2_buffer buffer{};
-        QCOMPARE(capture.dequeueAt(40, buffer), 0);
-        QCOMPARE(buffer.length, length);
-        QCOMPARE(buffer.bytesused, kVgaBytes);
-        const unsigned last = std::min(length, buffer.bytesused) - 1;
-        QCOMPARE(int(memory->data()[last]), 1);
-        QCOMPARE(int(memory->data()[length - 1]), length < buffer.bytesused ? 1 : 0);
     }
 
     void aFormatMayBeGrantedInAnotherForm()
@@ -368,25 +337,31 @@ private slots:
     void framesEndOnTheFrameClock_data()
     {
         QTest::addColumn<int>("mode");
-        QTest::newRow("VGA") << 0;
-        QTest::newRow("1280") << 1;
-        QTest::newRow("5M") << 2;
+        QTest::addColumn<int>("driversRate");
+        QTest::newRow("VGA") << 0 << 0;
+        QTest::newRow("1280") << 1 << 0;
+        QTest::newRow("5M") << 2 << 0;
+        QTest::newRow("a driver with a rate of its own") << 0 << 7;
     }
 
     void framesEndOnTheFrameClock()
     {
         QFETCH(int, mode);
+        QFETCH(int, driversRate);
         const PictureMode& picture = kPictureModes[std::size_t(mode)];
-        CaptureFixture<> capture;
+        const int rate = driversRate != 0 ? driversRate : picture.framesPerSecond;
+        CaptureParameters parameters;
+        parameters.framesPerSecond = driversRate;
+        CaptureFixture<> capture(parameters);
         capture.now = milliseconds(1234);
         const InstrumentTime start = capture.now;
         QCOMPARE(capture.format(unsigned(picture.width_px), unsigned(picture.height_px)), 0);
         capture.start();
-        for (int frame = 1; frame <= 2 * picture.framesPerSecond; ++frame) {
+        for (int frame = 1; frame <= 2 * rate; ++frame) {
             QVERIFY(capture.device.nextFrameTime().has_value());
             const InstrumentTime end = *capture.device.nextFrameTime();
-            QVERIFY(std::abs(seconds(end - start) - double(frame) / picture.framesPerSecond) < 2e-6);
-            QVERIFY(!capture.device.readable(end - InstrumentTime(2)));
+            QVERIFY(std::abs(seconds(end - start) - double(frame) / rate) < 1e-6);
+            QVERIFY(!capture.device.readable(end - InstrumentTime(1)));
             QVERIFY(capture.device.readable(end));
             capture.now = end;
             v4l2_buffer buffer{};
@@ -478,17 +453,6 @@ private slots:
         QCOMPARE(capture.queue(2), 0);
     }
 
-    void aFrameEndsAtTheFirstWholeMicrosecond()
-    {
-        CaptureParameters parameters;
-        parameters.framesPerSecond = 7;
-        CaptureFixture<> capture(parameters);
-        capture.start();
-        QCOMPARE(capture.device.nextFrameTime()->count(), std::int64_t(142858));
-        QVERIFY(!capture.device.readable(InstrumentTime(142857)));
-        QVERIFY(capture.device.readable(InstrumentTime(142858)));
-    }
-
     void aBufferIsDescribedWholly()
     {
         CaptureFixture<> capture;
@@ -538,6 +502,25 @@ private slots:
         QCOMPARE(capture.call(VIDIOC_QUERYBUF, &buffer), EINVAL);
     }
 
+    // What was had of them before the memory ran out is given back.
+    void buffersThatAreNotAllToBeHadAreRefusedTogether()
+    {
+        CaptureFixture<> capture;
+        const int mappings = frameMappings();
+        const int next = ::dup(STDERR_FILENO);
+        rlimit usual{};
+        QCOMPARE(::getrlimit(RLIMIT_NOFILE, &usual), 0);
+        const rlimit forOneOrTwo{rlim_t(next) + 2, usual.rlim_max};
+        ::close(next);
+        QCOMPARE(::setrlimit(RLIMIT_NOFILE, &forOneOrTwo), 0);
+        const int error = capture.allocate();
+        QCOMPARE(::setrlimit(RLIMIT_NOFILE, &usual), 0);
+        QCOMPARE(error, ENOMEM);
+        v4l2_buffer buffer = bufferOf(0);
+        QCOMPARE(capture.call(VIDIOC_QUERYBUF, &buffer), EINVAL);
+        QCOMPARE(frameMappings(), mappings);
+    }
+
     void freedBuffersAreGivenBackToTheSystem()
     {
         const int before = frameMappings();
@@ -581,6 +564,8 @@ private slots:
         runFrames(20);
         QCOMPARE(capture.device.drawings(), std::uint64_t(1));
         QCOMPARE(capture.device.copies(), std::uint64_t(3));
+        // Straight into its buffer.
+        QCOMPARE(capture.pictures.drawnAt, memory[0]->data());
         capture.pictures.picture = 2;
         runFrames(20);
         QCOMPARE(capture.device.drawings(), std::uint64_t(2));
@@ -653,7 +638,7 @@ private slots:
         capture.now = milliseconds(34);
         QVERIFY(capture.device.readable(capture.now));
         capture.device.release();
-        QCOMPARE(int(memory->data()[640 * 480 * 2 - 1]), 1);
+        QCOMPARE(int(memory->data()[kVgaBytes - 1]), 1);
     }
 };
 

@@ -13,6 +13,7 @@
 
 #include "CameraFixture.h"
 #include "FrameMappings.h"
+#include "simulator/camera/ScriptedFrames.h"
 
 namespace {
 
@@ -43,20 +44,15 @@ private slots:
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("fault");
         QTest::addColumn<bool>("opens");
-        QTest::newRow("video") << "/dev/video0"
-                               << "" << true;
-        QTest::newRow("bus") << "/dev/i2c-1"
-                             << "" << true;
-        QTest::newRow("other") << "/dev/video1"
-                               << "" << false;
-        QTest::newRow("no video") << "/dev/video0"
-                                  << "no-camera" << false;
-        QTest::newRow("bus without video") << "/dev/i2c-1"
-                                           << "no-camera" << true;
-        QTest::newRow("no bus") << "/dev/i2c-1"
-                                << "no-i2c" << false;
-        QTest::newRow("video without bus") << "/dev/video0"
-                                           << "no-i2c" << true;
+        const QString video = "/dev/video0";
+        const QString bus = "/dev/i2c-1";
+        QTest::newRow("video") << video << QString() << true;
+        QTest::newRow("bus") << bus << QString() << true;
+        QTest::newRow("other") << QString("/dev/video1") << QString() << false;
+        QTest::newRow("no video") << video << QString("no-camera") << false;
+        QTest::newRow("bus without video") << bus << QString("no-camera") << true;
+        QTest::newRow("no bus") << bus << QString("no-i2c") << false;
+        QTest::newRow("video without bus") << video << QString("no-i2c") << true;
     }
 
     void onlyTheCamerasOwnPathsCanBeOpened()
@@ -71,7 +67,7 @@ private slots:
         QCOMPARE(camera.calls.trace().calls(CallKind::Open).back().name, path.toStdString());
     }
 
-    void aDescriptorIsNoneOfTheSystems()
+    void aDescriptorIsNoneOfTheSystemsAndOnceClosedGoodForNothing()
     {
         CameraFixture camera;
         const int fd = camera.calls.open("/dev/video0", O_RDWR);
@@ -79,13 +75,6 @@ private slots:
         QCOMPARE(errno, EBADF);
         QCOMPARE(camera.calls.close(fd), 0);
         QCOMPARE(errorOf(camera.calls.close(fd)), EBADF);
-    }
-
-    void aClosedDescriptorIsGoodForNothing()
-    {
-        CameraFixture camera;
-        const int fd = camera.calls.open("/dev/video0", O_RDWR);
-        QCOMPARE(camera.calls.close(fd), 0);
         std::uint8_t byte = 0;
         v4l2_buffer buffer = bufferOf(0);
         QCOMPARE(errorOf(camera.calls.read(fd, &byte, 1)), EBADF);
@@ -148,11 +137,11 @@ private slots:
         QTest::addColumn<unsigned long>("request");
         QTest::addColumn<unsigned long>("argument");
         QTest::addColumn<int>("error");
-        QTest::newRow("sensor") << static_cast<unsigned long>(I2C_SLAVE_FORCE) << kSensor << 0;
-        QTest::newRow("another device") << static_cast<unsigned long>(I2C_SLAVE_FORCE) << 0x50UL << 0;
-        QTest::newRow("last address") << static_cast<unsigned long>(I2C_SLAVE_FORCE) << 0x7FUL << 0;
-        QTest::newRow("address beyond 7 bits")
-            << static_cast<unsigned long>(I2C_SLAVE_FORCE) << 0x80UL << EINVAL;
+        const unsigned long setAddress = I2C_SLAVE_FORCE;
+        QTest::newRow("sensor") << setAddress << kSensor << 0;
+        QTest::newRow("another device") << setAddress << 0x50UL << 0;
+        QTest::newRow("last address") << setAddress << 0x7FUL << 0;
+        QTest::newRow("address beyond 7 bits") << setAddress << 0x80UL << EINVAL;
         QTest::newRow("unknown request") << 0x0799UL << 0UL << ENOTTY;
     }
 
@@ -269,30 +258,29 @@ private slots:
 
     void everyRequestCanBeMadeToFail_data()
     {
-        QTest::addColumn<QString>("name");
         QTest::addColumn<unsigned long>("request");
-        QTest::newRow("S_FMT") << "VIDIOC_S_FMT" << static_cast<unsigned long>(VIDIOC_S_FMT);
-        QTest::newRow("REQBUFS") << "VIDIOC_REQBUFS" << static_cast<unsigned long>(VIDIOC_REQBUFS);
-        QTest::newRow("QUERYBUF") << "VIDIOC_QUERYBUF" << static_cast<unsigned long>(VIDIOC_QUERYBUF);
-        QTest::newRow("QBUF") << "VIDIOC_QBUF" << static_cast<unsigned long>(VIDIOC_QBUF);
-        QTest::newRow("DQBUF") << "VIDIOC_DQBUF" << static_cast<unsigned long>(VIDIOC_DQBUF);
-        QTest::newRow("STREAMON") << "VIDIOC_STREAMON" << static_cast<unsigned long>(VIDIOC_STREAMON);
-        QTest::newRow("STREAMOFF") << "VIDIOC_STREAMOFF" << static_cast<unsigned long>(VIDIOC_STREAMOFF);
+        QTest::newRow("VIDIOC_S_FMT") << static_cast<unsigned long>(VIDIOC_S_FMT);
+        QTest::newRow("VIDIOC_REQBUFS") << static_cast<unsigned long>(VIDIOC_REQBUFS);
+        QTest::newRow("VIDIOC_QUERYBUF") << static_cast<unsigned long>(VIDIOC_QUERYBUF);
+        QTest::newRow("VIDIOC_QBUF") << static_cast<unsigned long>(VIDIOC_QBUF);
+        QTest::newRow("VIDIOC_DQBUF") << static_cast<unsigned long>(VIDIOC_DQBUF);
+        QTest::newRow("VIDIOC_STREAMON") << static_cast<unsigned long>(VIDIOC_STREAMON);
+        QTest::newRow("VIDIOC_STREAMOFF") << static_cast<unsigned long>(VIDIOC_STREAMOFF);
     }
 
     void everyRequestCanBeMadeToFail()
     {
-        QFETCH(QString, name);
         QFETCH(unsigned long, request);
+        const std::string name = QTest::currentDataTag();
         CameraFixture camera;
         QVERIFY(camera.video.open());
-        QVERIFY(camera.calls.faults().enable("ioctl:" + name.toStdString() + ":ENOSPC:2"));
+        QVERIFY(camera.calls.faults().enable("ioctl:" + name + ":ENOSPC:2"));
         for (const bool fails : {false, true, false}) {
             alignas(v4l2_format) std::array<std::uint8_t, 512> record{};
             QCOMPARE(camera.video.call(request, record.data()) == ENOSPC, fails);
         }
         const TracedCall call = camera.calls.trace().calls(CallKind::Request)[1];
-        QCOMPARE(call.name, name.toStdString());
+        QCOMPARE(call.name, name);
         QCOMPARE(call.error, ENOSPC);
     }
 
@@ -334,8 +322,10 @@ private slots:
         QVERIFY(camera.video.open());
         QCOMPARE(camera.video.allocate(), 0);
         QVERIFY(fault.isEmpty() || camera.calls.faults().enable(fault.toStdString()));
+        const int before = frameMappings();
         void* address = camera.calls.mmap(kVgaBytes, protection, flags, camera.video.fd(), offset);
         QCOMPARE(errorOf(address), error);
+        QCOMPARE(frameMappings(), error == 0 ? before + 1 : before);
         if (error != 0)
             return;
         QCOMPARE(camera.calls.openMappings(), std::size_t(1));
@@ -344,18 +334,6 @@ private slots:
         QCOMPARE(camera.calls.munmap(address, kVgaBytes), 0);
         QCOMPARE(camera.calls.munmap(address, kVgaBytes), -1);
         QCOMPARE(camera.calls.openMappings(), std::size_t(0));
-    }
-
-    void aMappingIsGivenBackToTheSystem()
-    {
-        CameraFixture camera;
-        QVERIFY(camera.video.open());
-        QCOMPARE(camera.video.allocate(), 0);
-        const int before = frameMappings();
-        void* address =
-            camera.calls.mmap(kVgaBytes, PROT_READ | PROT_WRITE, MAP_SHARED, camera.video.fd(), 0);
-        QCOMPARE(frameMappings(), before + 1);
-        QCOMPARE(camera.calls.munmap(address, kVgaBytes), 0);
         QCOMPARE(frameMappings(), before);
     }
 
@@ -418,6 +396,66 @@ private slots:
         // Each buffer was either drawn or copied into, for either light.
         QVERIFY(camera.calls.counters().copies >= 2 && camera.calls.counters().copies <= 6);
         camera.stopStream();
+    }
+
+    // A step of the wait is 20 ms long. Once in many frames is enough, for the machine may be busy.
+    void aWaitEndsWithItsFrameAndNotWithItsStep()
+    {
+        SimulatedCameraParameters parameters = quickParameters();
+        parameters.capture.framesPerSecond = 1000;
+        CameraFixture camera(parameters);
+        QVERIFY(camera.video.open());
+        camera.video.start(1);
+        bool inTime = false;
+        for (int frame = 0; frame < 50 && !inTime; ++frame) {
+            QElapsedTimer timer;
+            timer.start();
+            v4l2_buffer buffer{};
+            QVERIFY(camera.video.take(buffer));
+            inTime = timer.elapsed() < 15;
+            QCOMPARE(camera.video.queue(buffer.index), 0);
+        }
+        QVERIFY(inTime);
+        camera.stopStream();
+    }
+
+    // The same of a wait that somebody wakes.
+    void aWaitEndsAtOnceWhereTheClockWasMoved()
+    {
+        ScriptedFrames frames;
+        CameraDeviceParameters parameters;
+        parameters.capture.framesPerSecond = kFramesAtOnce_hz;
+        QElapsedTimer time;
+        time.start();
+        std::atomic<int> looksAtTheClock{0};
+        CameraDevices devices(parameters, frames, [&] {
+            ++looksAtTheClock;
+            return InstrumentTime(time.nsecsElapsed() / 1000);
+        });
+        OpenedDevice video(devices);
+        QVERIFY(video.open());
+        video.start();
+        bool inTime = false;
+        for (int frame = 0; frame < 50 && !inTime; ++frame) {
+            looksAtTheClock = 0;
+            std::atomic<bool> came{false};
+            std::thread waiting([&] { came = video.waitForFrame(); });
+            // The last look before it sleeps is the fourth, and nobody gets in between.
+            while (looksAtTheClock < 4)
+                std::this_thread::yield();
+            frames.add({7});
+            QElapsedTimer timer;
+            timer.start();
+            devices.clockMoved();
+            waiting.join();
+            inTime = timer.elapsed() < 10;
+            QVERIFY(came);
+            v4l2_buffer buffer{};
+            QCOMPARE(video.dequeue(buffer), 0);
+            QCOMPARE(video.queue(buffer.index), 0);
+        }
+        QVERIFY(inTime);
+        QCOMPARE(video.close(), 0);
     }
 
     void waitingForAStalledStreamTimesOut()

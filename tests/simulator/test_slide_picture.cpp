@@ -116,7 +116,7 @@ private slots:
     {
         QFETCH(int, mode);
         QFETCH(double, distance);
-        Optics optics = over(edge(2592, 1944), "edge.png");
+        Optics optics = over(edge(2592, 1944));
         const PictureMode& format = kPictureModes[static_cast<std::size_t>(mode)];
         const MeasuredPicture picture = drawn(optics, format, nominalInputs(optics, distance));
         const double middle = (kFullWidth_px / 2.0 - format.left_px) / format.scale;
@@ -133,20 +133,18 @@ private slots:
 
     void everyPatchOfAPictureIsAsTheFormulaSays()
     {
-        Optics optics = over(patches(), "patches.png");
+        Optics optics = over(patches());
         const PictureMode& mode = kPictureModes[2];
-        std::vector<std::uint8_t> yuyv(static_cast<std::size_t>(mode.frameBytes()));
-        optics.draw(mode, nominalInputs(optics), 1, yuyv.data());
+        const std::vector<std::uint8_t> yuyv = drawnBytes(optics, mode, nominalInputs(optics));
         for (int down = 0; down < kPatchesDown; ++down)
             for (int across = 0; across < kPatchesAcross; ++across) {
                 std::array<double, 3> rgb{};
                 for (std::size_t channel = 0; channel < 3; ++channel)
                     rgb[channel] = kDark + (kField - kDark) * patchColour(across, down)[channel] / 255.0;
-                const std::array<double, 4> expected{16.0 + 0.257 * rgb[0] + 0.504 * rgb[1] + 0.098 * rgb[2],
-                                                     128.0 - 0.148 * rgb[0] - 0.291 * rgb[1] + 0.439 * rgb[2],
-                                                     16.0 + 0.257 * rgb[0] + 0.504 * rgb[1] + 0.098 * rgb[2],
-                                                     128.0 + 0.439 * rgb[0] - 0.368 * rgb[1] -
-                                                         0.071 * rgb[2]};
+                const double luma = 16.0 + 0.257 * rgb[0] + 0.504 * rgb[1] + 0.098 * rgb[2];
+                const double blue = 128.0 - 0.148 * rgb[0] - 0.291 * rgb[1] + 0.439 * rgb[2];
+                const double red = 128.0 + 0.439 * rgb[0] - 0.368 * rgb[1] - 0.071 * rgb[2];
+                const std::array<double, 4> expected{luma, blue, luma, red};
                 // The first row, the middle, and the last row of the patch's own light.
                 const int x = across * kPatch_px + kPatch_px / 2 - 1;
                 const int middle = down * kPatch_px + kPatch_px / 2;
@@ -160,12 +158,8 @@ private slots:
 
     void thePictureFillsTheFrameAsItIs()
     {
-        const std::string file = m_directory.filePath("as-it-is.png").toStdString();
         const cv::Mat picture = patches();
-        QVERIFY(cv::imwrite(file, picture));
-        std::string error;
-        const auto slide = SlidePicture::read(file, error);
-        QVERIFY2(slide != nullptr, error.c_str());
+        const auto slide = showing(picture).picture;
         for (const int y : {0, 1, 971, 1942, 1943})
             for (int x = 0; x < kFullWidth_px; ++x) {
                 const auto& bgr = picture.at<cv::Vec3b>(y, x);
@@ -176,13 +170,7 @@ private slots:
 
     void aWhitePictureIsAnEmptySlide()
     {
-        const std::string file = m_directory.filePath("white.png").toStdString();
-        QVERIFY(cv::imwrite(file, cv::Mat(30, 40, CV_8UC3, cv::Scalar::all(255))));
-        std::string error;
-        SlideParameters white;
-        white.kind = SlideKind::Picture;
-        white.picture = SlidePicture::read(file, error);
-        QVERIFY2(white.picture != nullptr, error.c_str());
+        const SlideParameters white = showing(cv::Mat(30, 40, CV_8UC3, cv::Scalar::all(255)));
         SlideParameters empty;
         empty.kind = SlideKind::Empty;
         // In its noise as well.
@@ -190,35 +178,27 @@ private slots:
         parameters.noise_levels = 2.0;
         Optics optics(parameters, Slide(white));
         for (const PictureMode& mode : kPictureModes) {
-            std::vector<std::uint8_t> ofWhite(static_cast<std::size_t>(mode.frameBytes()));
-            std::vector<std::uint8_t> ofEmpty(ofWhite.size());
             optics.setSlide(Slide(white));
-            optics.draw(mode, nominalInputs(optics), 7, ofWhite.data());
+            const std::vector<std::uint8_t> ofWhite = drawnBytes(optics, mode, nominalInputs(optics), 7);
             optics.setSlide(Slide(empty));
-            optics.draw(mode, nominalInputs(optics), 7, ofEmpty.data());
-            QVERIFY(ofWhite == ofEmpty);
+            QVERIFY(ofWhite == drawnBytes(optics, mode, nominalInputs(optics), 7));
         }
     }
 
     void anotherPictureIsNotMistakenForTheOneBefore()
     {
-        const std::string file = m_directory.filePath("grey.png").toStdString();
-        SlideParameters slides[2];
-        for (int i = 0; i < 2; ++i) {
-            QVERIFY(cv::imwrite(file, cv::Mat(30, 40, CV_8UC3, cv::Scalar::all(i == 0 ? 200 : 50))));
-            std::string error;
-            slides[i].kind = SlideKind::Picture;
-            slides[i].picture = SlidePicture::read(file, error);
-            QVERIFY2(slides[i].picture != nullptr, error.c_str());
-        }
-        Optics optics(withoutNoise(), Slide(slides[0]));
+        const auto grey = [this](int level) {
+            return Slide(showing(cv::Mat(30, 40, CV_8UC3, cv::Scalar::all(level))));
+        };
+        const Slide slides[] = {grey(200), grey(50)};
+        Optics optics(withoutNoise(), slides[0]);
         const auto green = [&optics] {
             return drawn(optics, kPictureModes[0], nominalInputs(optics)).green(0, 0);
         };
         const int bright = green();
-        optics.setSlide(Slide(slides[1]));
+        optics.setSlide(slides[1]);
         const int dim = green();
-        optics.setSlide(Slide(slides[0]));
+        optics.setSlide(slides[0]);
         QCOMPARE(green(), bright);
         QVERIFY2(std::abs(bright - 161) <= 2 && std::abs(dim - 42) <= 2,
                  qPrintable(QString("%1 and %2").arg(bright).arg(dim)));
@@ -227,13 +207,12 @@ private slots:
     // Pixel for pixel a Gaussian's sum over those on the bright side.
     void anEdgeIsBlurredByAGaussian()
     {
-        Optics optics = over(edge(2592, 1944), "edge.png");
+        Optics optics = over(edge(2592, 1944));
         const PictureMode& mode = kPictureModes[2];
         for (const double distance : {0.0, 600.0}) {
             const double sigma_px = optics.blur_px(32000.0 + distance, {});
             QVERIFY(sigma_px < 4.0);
-            std::vector<std::uint8_t> yuyv(static_cast<std::size_t>(mode.frameBytes()));
-            optics.draw(mode, nominalInputs(optics, distance), 1, yuyv.data());
+            const std::vector<std::uint8_t> yuyv = drawnBytes(optics, mode, nominalInputs(optics, distance));
             double sum = 0.0;
             for (int i = -40; i <= 40; ++i)
                 sum += std::exp(-0.5 * i * i / (sigma_px * sigma_px));
@@ -255,7 +234,7 @@ private slots:
     {
         cv::Mat picture(600, 800, CV_8UC3);
         cv::randu(picture, 0, 255);
-        Optics optics = over(picture, "grains.png");
+        Optics optics = over(picture);
         const auto valueAt = [&optics](double distance) {
             return drawn(optics, kPictureModes[1], nominalInputs(optics, distance)).focusValue();
         };
@@ -268,6 +247,27 @@ private slots:
         }
     }
 
+    void onePixelOfAThinPictureFillsTheField_data()
+    {
+        QTest::addColumn<QSize>("size");
+        QTest::newRow("nothing else") << QSize(1, 1);
+        QTest::newRow("a column") << QSize(1, 51);
+        QTest::newRow("a row") << QSize(51, 1);
+    }
+
+    void onePixelOfAThinPictureFillsTheField()
+    {
+        QFETCH(QSize, size);
+        cv::Mat picture(size.height(), size.width(), CV_8UC3, cv::Scalar::all(200));
+        picture.at<cv::Vec3b>(size.height() / 2, size.width() / 2) = {30, 20, 10};
+        const auto slide = showing(picture).picture;
+        for (const int y : {0, kFullHeight_px - 1})
+            for (const std::size_t x : {0, kFullWidth_px - 1}) {
+                QCOMPARE(int(slide->row(y)[3 * x]), 10);
+                QCOMPARE(int(slide->row(y)[3 * x + 2]), 30);
+            }
+    }
+
     void itFillsTheFieldInItsOwnProportions_data()
     {
         QTest::addColumn<int>("width");
@@ -275,33 +275,6 @@ private slots:
         QTest::newRow("wide") << 3000 << 1000;
         QTest::newRow("high") << 500 << 2000;
         QTest::newRow("small") << 40 << 30;
-    }
-
-    void onePixelOfAThinPictureFillsTheField_data()
-    {
-        QTest::addColumn<int>("width");
-        QTest::addColumn<int>("height");
-        QTest::newRow("nothing else") << 1 << 1;
-        QTest::newRow("a column") << 1 << 51;
-        QTest::newRow("a row") << 51 << 1;
-    }
-
-    void onePixelOfAThinPictureFillsTheField()
-    {
-        QFETCH(int, width);
-        QFETCH(int, height);
-        cv::Mat picture(height, width, CV_8UC3, cv::Scalar::all(200));
-        picture.at<cv::Vec3b>(height / 2, width / 2) = {30, 20, 10};
-        const std::string file = m_directory.filePath("thin.png").toStdString();
-        QVERIFY(cv::imwrite(file, picture));
-        std::string error;
-        const auto slide = SlidePicture::read(file, error);
-        QVERIFY2(slide != nullptr, error.c_str());
-        for (const int y : {0, kFullHeight_px - 1})
-            for (const std::size_t x : {0, kFullWidth_px - 1}) {
-                QCOMPARE(int(slide->row(y)[3 * x]), 10);
-                QCOMPARE(int(slide->row(y)[3 * x + 2]), 30);
-            }
     }
 
     void itFillsTheFieldInItsOwnProportions()
@@ -312,7 +285,7 @@ private slots:
         cv::Mat picture(height, width, CV_8UC3, cv::Scalar::all(255));
         const int side = std::min(width, height) / 2;
         picture(cv::Rect((width - side) / 2, (height - side) / 2, side, side)).setTo(cv::Scalar::all(0));
-        Optics optics = over(picture, "square.png");
+        Optics optics = over(picture);
         const PictureMode& mode = kPictureModes[1];
         const MeasuredPicture seen = drawn(optics, mode, nominalInputs(optics));
         int across = 0;
@@ -369,7 +342,8 @@ private slots:
     }
 
 private:
-    Optics over(const cv::Mat& picture, const QString& name)
+    /// A slide with this picture, by way of a file of that name.
+    SlideParameters showing(const cv::Mat& picture, const QString& name = "slide.png") const
     {
         const std::string file = m_directory.filePath(name).toStdString();
         cv::imwrite(file, picture);
@@ -379,7 +353,12 @@ private:
         parameters.picture = SlidePicture::read(file, error);
         if (!parameters.picture)
             qFatal("%s", error.c_str());
-        return {withoutNoise(), Slide(parameters)};
+        return parameters;
+    }
+
+    Optics over(const cv::Mat& picture, const QString& name = "slide.png") const
+    {
+        return {withoutNoise(), Slide(showing(picture, name))};
     }
 
     QTemporaryDir m_directory;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <QDir>
+#include <QDirIterator>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -16,13 +17,34 @@
 
 namespace {
 
-constexpr int kWrongUse = 1;
 constexpr int kFailed = 32;
 
 bool put(const QString& path, const QByteArray& bytes)
 {
     QFile file(path);
     return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush();
+}
+
+/// What is in a directory, links that lead nowhere included.
+QStringList everythingIn(const QString& directory)
+{
+    return QDir(directory).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+}
+
+/// How a command ended and what it complained of: "32 mount: /dev/sda1: failed".
+QString refusalBy(const QString& command, const QStringList& arguments)
+{
+    QProcess process;
+    process.start(command, arguments);
+    process.waitForFinished();
+    return QString::number(process.exitCode()) + ' ' + QString(process.readAllStandardError()).trimmed();
+}
+
+/// Whether this process may mount memory file systems.
+bool mayMount(const QString& directory)
+{
+    return ::mount("none", qPrintable(directory), "tmpfs", 0, nullptr) == 0 &&
+           ::umount2(qPrintable(directory), MNT_DETACH) == 0;
 }
 
 } // namespace
@@ -36,8 +58,9 @@ private slots:
     {
         m_directory = std::make_unique<QTemporaryDir>();
         QVERIFY(m_directory->isValid());
-        // A blank and a quote in the root must not matter to the stand-ins.
-        const QString root = m_directory->filePath("the user's root");
+        // A blank and a quote in the root must not matter to the stand-ins, nor a link to it.
+        QVERIFY(QFile::link(".", m_directory->filePath("link")));
+        const QString root = m_directory->filePath("link/the user's root");
         m_port = std::make_unique<UsbPort>(root);
         QVERIFY(m_port->install());
         m_root = QFileInfo(root).canonicalFilePath();
@@ -48,8 +71,8 @@ private slots:
     void thePortIsEmptyAtTheStart()
     {
         QVERIFY(!m_port->isPlugged());
-        QVERIFY(QDir(m_root + "/dev/disk/by-uuid").isEmpty());
-        QVERIFY(QDir(m_root + "/mnt").isEmpty());
+        QCOMPARE(everythingIn(m_root + "/dev/disk/by-uuid"), QStringList());
+        QCOMPARE(everythingIn(m_root + "/mnt"), QStringList());
         QCOMPARE(bytesOf(m_root + "/etc/mtab"), QByteArray());
         QCOMPARE(m_port->commands(), QStringList());
         QVERIFY(!m_port->pull());
@@ -58,37 +81,69 @@ private slots:
     void aSpoiledPortSpoilsEveryGoodDisk()
     {
         QVERIFY(m_port->spoilDisks(UsbDiskCondition::Unmountable));
-        QVERIFY(QDir(m_root + "/dev/disk/by-uuid").isEmpty());
-        QVERIFY(QDir(m_root + "/usb").entryList(QDir::Dirs | QDir::NoDotAndDotDot).isEmpty());
+        QCOMPARE(everythingIn(m_root + "/dev/disk/by-uuid"), QStringList());
+        QCOMPARE(everythingIn(m_root + "/usb"), QStringList());
         for (const UsbDisk& disk : {UsbDisk{"sda1", "A"}, UsbDisk{"sdb1", "B"}}) {
             QVERIFY(m_port->plug(disk));
             QCOMPARE(QProcess::execute("mount", {"/dev/" + disk.device, "/mnt"}), kFailed);
         }
     }
 
+    void disksStayGoodWhereTheyCannotBeSpoiled()
+    {
+        // In the way of the trial.
+        QVERIFY(m_port->plug({"sdb1", "trial"}));
+        QVERIFY(!m_port->spoilDisks(UsbDiskCondition::Unmountable));
+        QVERIFY(m_port->plug());
+        QCOMPARE(mount("sda1"), 0);
+    }
+
     void aDiskThatSomebodyPullsGoesByItself()
     {
         QVERIFY(m_port->plug({"sda1", "A", UsbDiskCondition::Pulled}));
+        QVERIFY(put(m_port->filesOf() + "/picture", QByteArray(100000, 'x')));
         QTest::qWait(UsbPort::kPulledAfter_ms / 2);
         QVERIFY(m_port->isPlugged("sda1"));
         QTRY_VERIFY(!m_port->isPlugged("sda1"));
-        QVERIFY(QDir(m_root + "/dev/disk/by-uuid").isEmpty());
+        QCOMPARE(everythingIn(m_root + "/dev/disk/by-uuid"), QStringList());
     }
 
-    void theStandInsComeFirstOnTheSearchPathAndGoWithThePort()
+    void theStandInsComeFirstOnTheSearchPathAndGoWithThePortAndItsDisks()
     {
         QVERIFY(qgetenv("PATH").startsWith(QFile::encodeName(m_root + "/bin:")));
+        const QFile::Permissions forAll = QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther;
+        for (const char* command : {"/bin/mount", "/bin/umount"})
+            QCOMPARE(QFile::permissions(m_root + command) & forAll, forAll);
         QVERIFY(m_port->install());
         const QByteArray once = qgetenv("PATH");
         QCOMPARE(once.count(QFile::encodeName(m_root)), 1);
+        QVERIFY(m_port->plug());
         m_port.reset();
         QVERIFY(!qgetenv("PATH").contains(QFile::encodeName(m_root)));
+        QCOMPARE(everythingIn(m_root + "/dev/disk/by-uuid"), QStringList());
+        QVERIFY(!QFileInfo(m_root + "/dev/sda1").isSymLink());
+    }
+
+    void aRootThatCannotBeWrittenIsAFailure_data()
+    {
+        QTest::addColumn<QString>("root");
+        QTest::addColumn<QString>("inTheWay");
+        QTest::newRow("no directory") << "/dev/null/root" << QString();
+        QTest::newRow("mount table") << QString() << "/etc/mtab";
+        QTest::newRow("mount") << QString() << "/bin/mount";
+        QTest::newRow("umount") << QString() << "/bin/umount";
     }
 
     void aRootThatCannotBeWrittenIsAFailure()
     {
+        QFETCH(QString, root);
+        QFETCH(QString, inTheWay);
+        if (root.isEmpty()) {
+            root = m_directory->filePath("other");
+            QVERIFY(QDir().mkpath(root + inTheWay));
+        }
         const QByteArray path = qgetenv("PATH");
-        UsbPort port("/dev/null/root");
+        UsbPort port(root);
         QVERIFY(!port.install());
         QVERIFY(!port.plug());
         QCOMPARE(qgetenv("PATH"), path);
@@ -102,8 +157,27 @@ private slots:
         QVERIFY(!m_port->plug());
         QVERIFY(m_port->pull());
         QVERIFY(!m_port->isPlugged());
-        QVERIFY(QDir(m_root + "/dev/disk/by-uuid").isEmpty());
+        QCOMPARE(everythingIn(m_root + "/dev/disk/by-uuid"), QStringList());
         QVERIFY(!m_port->pull());
+    }
+
+    void aSecondDiskOfTheSameNameIsNotPluggedIn()
+    {
+        QVERIFY(m_port->plug({"sda1", "A"}));
+        QVERIFY(!m_port->plug({"sdb1", "A"}));
+        QVERIFY(!m_port->isPlugged("sdb1"));
+        QVERIFY(m_port->isPlugged("sda1"));
+        QCOMPARE(QFile::symLinkTarget(m_root + "/dev/disk/by-uuid/A"), m_root + "/dev/sda1");
+        QVERIFY(!QFileInfo::exists(m_port->filesOf("sdb1")));
+    }
+
+    void aDiskThatCannotBeMadeIsNotPluggedIn()
+    {
+        QVERIFY(QDir().mkpath(m_root + "/usb/sda1"));
+        QVERIFY(put(m_port->filesOf(), "in the way of a file system"));
+        QVERIFY(!m_port->plug({"sda1", "A", UsbDiskCondition::Full}));
+        QVERIFY(!m_port->isPlugged());
+        QCOMPARE(everythingIn(m_root + "/dev/disk/by-uuid"), QStringList());
     }
 
     void mountingShowsTheDisksFilesAndUnmountingHidesThem()
@@ -113,12 +187,13 @@ private slots:
         QCOMPARE(mount("sda1"), 0);
         QVERIFY(m_port->isMounted());
         QVERIFY(!m_port->isMounted("sdb1"));
+        QVERIFY(!m_port->isMounted("sda"));
         QCOMPARE(bytesOf(m_root + "/etc/mtab"), QByteArray("/dev/sda1 /mnt vfat rw,relatime 0 0\n"));
         QVERIFY(put(m_root + "/mnt/a b.tif", "x"));
         QCOMPARE(bytesOf(m_port->filesOf() + "/a b.tif"), QByteArray("x"));
         QCOMPARE(mount("sda1"), kFailed);
         QCOMPARE(unmount("/mnt"), 0);
-        QVERIFY(QDir(m_root + "/mnt").isEmpty());
+        QCOMPARE(everythingIn(m_root + "/mnt"), QStringList());
         QCOMPARE(bytesOf(m_root + "/etc/mtab"), QByteArray());
         QCOMPARE(mount("sda1"), 0);
         QCOMPARE(unmount("/dev/sda1"), 0);
@@ -136,7 +211,7 @@ private slots:
         QVERIFY(put(m_root + "/mnt/stray", "x"));
         QVERIFY(!QFile::exists(m_port->filesOf() + "/stray"));
         QCOMPARE(mount("sda1"), 0);
-        QVERIFY(QDir(m_root + "/mnt").isEmpty());
+        QCOMPARE(everythingIn(m_root + "/mnt"), QStringList());
         QCOMPARE(unmount("/mnt"), 0);
         QCOMPARE(bytesOf(m_root + "/mnt/stray"), QByteArray("x"));
     }
@@ -153,17 +228,23 @@ private slots:
         QCOMPARE(unmount("/mnt"), 0);
         QCOMPARE(QDir(m_root + "/mnt").entryList(QDir::Files), QStringList({"first"}));
         QCOMPARE(unmount("/mnt"), 0);
-        QVERIFY(QDir(m_root + "/mnt").isEmpty());
+        QCOMPARE(everythingIn(m_root + "/mnt"), QStringList());
     }
 
     void wrongUseOfTheCommandsIsRejected()
     {
         QVERIFY(m_port->plug());
-        QCOMPARE(QProcess::execute("umount", {}), kWrongUse);
-        QCOMPARE(QProcess::execute("mount", {m_root + "/dev/sda1"}), kWrongUse);
-        QCOMPARE(QProcess::execute("mount", {m_root + "/dev/sda1", m_root + "/elsewhere"}), kFailed);
-        QCOMPARE(mount("sdz1"), kFailed);
+        const QString device = m_root + "/dev/sda1";
+        const QString mountPoint = m_root + "/mnt";
+        QCOMPARE(refusalBy("umount", {}), QString("1 usage: umount device|directory"));
+        QCOMPARE(refusalBy("mount", {device}), QString("1 usage: mount device directory"));
+        QCOMPARE(refusalBy("mount", {device, m_root + "/elsewhere"}),
+                 "32 mount: " + m_root + "/elsewhere: no such mount point");
+        QCOMPARE(refusalBy("mount", {device + '9', mountPoint}), "32 mount: " + device + "9: failed");
+        QCOMPARE(refusalBy("umount", {mountPoint}), "32 umount: " + mountPoint + ": not mounted");
         QCOMPARE(bytesOf(m_root + "/etc/mtab"), QByteArray());
+        QCOMPARE(mount("sda1"), 0);
+        QCOMPARE(refusalBy("mount", {device, mountPoint}), "32 mount: " + device + " is mounted");
     }
 
     void aPulledDiskStaysInTheTableAndTakesNoFiles()
@@ -181,7 +262,7 @@ private slots:
         open.close();
 
         QCOMPARE(unmount("/dev/sda1"), 0);
-        QVERIFY(QDir(m_root + "/mnt").isEmpty());
+        QCOMPARE(everythingIn(m_root + "/mnt"), QStringList());
         QVERIFY(QFileInfo(m_root + "/mnt").isDir());
         QCOMPARE(mount("sda1"), kFailed);
         QVERIFY(m_port->plug());
@@ -202,20 +283,22 @@ private slots:
     void aSmallDiskRefusesToBeWritten_data()
     {
         QTest::addColumn<int>("condition");
+        QTest::addColumn<QStringList>("files");
         QTest::addColumn<int>("error");
-        QTest::newRow("full") << int(UsbDiskCondition::Full) << ENOSPC;
-        QTest::newRow("read-only") << int(UsbDiskCondition::ReadOnly) << EROFS;
+        QTest::newRow("full") << int(UsbDiskCondition::Full) << QStringList("old pictures") << ENOSPC;
+        QTest::newRow("read-only") << int(UsbDiskCondition::ReadOnly) << QStringList() << EROFS;
     }
 
     void aSmallDiskRefusesToBeWritten()
     {
         QFETCH(int, condition);
+        QFETCH(QStringList, files);
         QFETCH(int, error);
-        if (!m_port->plug({"sda1", "A", UsbDiskCondition(condition)})) {
-            QVERIFY(!m_port->isPlugged());
-            QVERIFY(QDir(m_root + "/dev/disk/by-uuid").isEmpty());
+        const UsbDisk disk{"sda1", "A", UsbDiskCondition(condition)};
+        if (!mayMount(m_root + "/mnt"))
             QSKIP("mounting a memory file system is not permitted here");
-        }
+        QVERIFY(m_port->plug(disk));
+        QCOMPARE(everythingIn(m_port->filesOf()), files);
         QCOMPARE(mount("sda1"), 0);
         const int fd = ::open(QFile::encodeName(m_root + "/mnt/new"), O_WRONLY | O_CREAT, 0644);
         const ssize_t written = fd < 0 ? -1 : ::write(fd, "x", 1);
@@ -224,6 +307,8 @@ private slots:
             ::close(fd);
         QCOMPARE(written, ssize_t(-1));
         QCOMPARE(found, error);
+        // Whoever is using it.
+        const QDirIterator user(m_port->filesOf());
         QVERIFY(m_port->pull());
         QVERIFY(
             !bytesOf("/proc/mounts").contains(QFile::encodeName(m_port->filesOf()).replace(' ', "\\040")));
@@ -245,17 +330,7 @@ private slots:
         QVERIFY(tree.passwordRuns().isEmpty());
     }
 
-    void whatIsThereAlreadyStays()
-    {
-        InstrumentTree tree(m_root);
-        QVERIFY(tree.create());
-        const QString file = m_root + "/opt/ORLA3/conf/ORLA3.ini";
-        QVERIFY(put(file, "[a]\n"));
-        QVERIFY(tree.create());
-        QCOMPARE(bytesOf(file), QByteArray("[a]\n"));
-    }
-
-    void theUsersOwnSettingsAreCopiedIn()
+    void theUsersOwnSettingsAreCopiedInAndWhatElseIsThereStays()
     {
         const QString own = m_directory->filePath("own");
         QVERIFY(QDir().mkpath(own));
@@ -264,11 +339,14 @@ private slots:
         QVERIFY(put(own + "/set_password.sh", "not copied"));
         InstrumentTree tree(m_root);
         QVERIFY(tree.create());
-        const QByteArray calibration = bytesOf(m_root + "/opt/ORLA3/conf/Calibration_CUS.ini");
+        const QString kept = m_root + "/opt/ORLA3/conf/Calibration_CUS.ini";
+        QVERIFY(put(kept, "[a]\n"));
+        QVERIFY(tree.create());
+        QCOMPARE(bytesOf(kept), QByteArray("[a]\n"));
         QVERIFY(tree.create(own));
         QCOMPARE(bytesOf(m_root + "/opt/ORLA3/conf/ORLA3.ini"), bytesOf(own + "/ORLA3.ini"));
         QCOMPARE(bytesOf(m_root + "/root/Orla2/Orla2.ini"), bytesOf(own + "/Orla2.ini"));
-        QCOMPARE(bytesOf(m_root + "/opt/ORLA3/conf/Calibration_CUS.ini"), calibration);
+        QCOMPARE(bytesOf(kept), QByteArray("[a]\n"));
         QVERIFY(bytesOf(m_root + "/opt/ORLA3/bin/set_password.sh").startsWith("#!"));
     }
 
