@@ -151,6 +151,14 @@ public:
         setImageData(frame.data());
     }
 
+    /// Marks a point at a place of the frame, aiming at it. Returns the view's offset.
+    QPoint mark(int index, QPoint place)
+    {
+        const QPoint offset = aimAt(*this, place);
+        setPoint(index);
+        return offset;
+    }
+
     /// The place of a point that was told, oldest first.
     QPoint toldPoint(int index) const
     {
@@ -168,11 +176,13 @@ inline bool noCellWasTold(const QSignalSpy& errors)
     return errors.count() == 1 && errors.at(0).at(0).value<TargetingError_e>() == TARGETING_NO_CELL;
 }
 
-/// Length that the widget measures between its points.
-inline float measuredLength(QC_measure& widget)
+/// What the widget measures between its points, and tells once.
+inline MeasureInfo_t measured(QC_measure& widget)
 {
     const LogRecorder silence;
     QSignalSpy results(&widget, &QC_measure::sig_measure_result);
     widget.measure2Point();
-    return results.at(0).at(0).value<MeasureInfo_t>().length_pixel;
+    if (results.count() != 1)
+        qFatal("%d results of one measurement", results.count());
+    return results.first().first().value<MeasureInfo_t>();
 }

@@ -46,6 +46,9 @@ private slots:
         // -1 * 80 / 640 is truncated to 0, not to -1.
         QTest::newRow("truncated toward zero")
             << view << QSize(641, 481) << QPoint(0, 0) << QRect(0, 0, 80, 60);
+        // 53687092 * 80 = 2^32 + 64 and 71582789 * 60 = 2^32 + 44: both wrap to below one step.
+        QTest::newRow("the product wraps at thirty-two bits")
+            << frame << view << QPoint(53687092, 71582789) << QRect(0, 0, 20, 15);
     }
 
     void thePositionFollowsTheView()
@@ -59,17 +62,6 @@ private slots:
         navigation.setDisplaySize(unsigned(display.width()), unsigned(display.height()));
         navigation.setNavigationPosition(unsigned(offset.x()), unsigned(offset.y()));
         QTEST(navigation.positionRect(), "position");
-    }
-
-    void theProductWrapsAtThirtyTwoBits()
-    {
-        Navigation navigation;
-        navigation.setNavigationSize(80, 60);
-        navigation.setImageSize(2592, 1944);
-        navigation.setDisplaySize(640, 480);
-        // 53687092 * 80 = 2^32 + 64 and 71582789 * 60 = 2^32 + 44: both wrap to below one step.
-        navigation.setNavigationPosition(53687092, 71582789);
-        QCOMPARE(navigation.positionRect(), QRect(0, 0, 20, 15));
     }
 
     void unsetSizesDoNotStopTheProgram()

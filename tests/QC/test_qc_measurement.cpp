@@ -10,15 +10,9 @@ private slots:
     void theMeasurementOfFoundPointsIsTold()
     {
         FrozenWidget widget(CalibrationFrame(kFrame), {{{500, 500}, 8}, {{1500, 500}, 8}});
-        aimAt(widget, {500, 500});
-        widget.setPoint(0);
-        aimAt(widget, {1500, 500});
-        widget.setPoint(1);
-        const LogRecorder silence;
-        QSignalSpy results(&widget, &QC_measure::sig_measure_result);
-        widget.measure2Point();
-        QCOMPARE(results.count(), 1);
-        const auto info = results.at(0).at(0).value<MeasureInfo_t>();
+        widget.mark(0, {500, 500});
+        widget.mark(1, {1500, 500});
+        const MeasureInfo_t info = measured(widget);
         QCOMPARE(info.length_pixel, 1000.0F);
         QCOMPARE(info.length_mm, 1.0F);
         QCOMPARE(info.pixel_size, 1.0F);
@@ -28,8 +22,7 @@ private slots:
 
         // The area is that of the image size, whatever frame the points were found on.
         widget.setImageSize(1280, 960);
-        widget.measure2Point();
-        const auto smaller = results.at(1).at(0).value<MeasureInfo_t>();
+        const MeasureInfo_t smaller = measured(widget);
         QCOMPARE(smaller.length_pixel, 1000.0F);
         QCOMPARE(smaller.area_mm, 1.2288F);
         QCOMPARE(smaller.Volume_factor, 0.12288F);
@@ -38,11 +31,7 @@ private slots:
     void aMeasurementWithoutPointsIsNotRefused()
     {
         QC_measure widget;
-        const LogRecorder silence;
-        QSignalSpy results(&widget, &QC_measure::sig_measure_result);
-        widget.measure2Point();
-        QCOMPARE(results.count(), 1);
-        const auto info = results.at(0).at(0).value<MeasureInfo_t>();
+        const MeasureInfo_t info = measured(widget);
         QCOMPARE(info.length_pixel, 0.0F);
         QVERIFY(std::isnan(info.Magnification));
         QVERIFY(std::isnan(info.Volume_factor));
@@ -72,10 +61,8 @@ private slots:
     void theMeasurementIsLoggedLineByLine()
     {
         FrozenWidget widget(CalibrationFrame(kFrame), {{{500, 500}, 8}, {{1549, 500}, 8}});
-        aimAt(widget, {500, 500});
-        widget.setPoint(0);
-        aimAt(widget, {1549, 500});
-        widget.setPoint(1);
+        widget.mark(0, {500, 500});
+        widget.mark(1, {1549, 500});
         bool loggedBeforeTheSignal = false;
         const LogRecorder log;
         connect(&widget, &QC_measure::sig_measure_result, this,

@@ -28,7 +28,7 @@ float measuredLengthOf(QPoint place, CalibrationFrame& frame)
     widget.setImageData(frame.data());
     aimAt(widget, place);
     widget.setPoint(0);
-    return measuredLength(widget);
+    return measured(widget).length_pixel;
 }
 
 } // namespace
@@ -42,16 +42,14 @@ private slots:
     {
         FrozenWidget widget(patternedFrame(), {{{700, 500}, 8}, {{730, 520}, 5}});
 
-        const QPoint offset1 = aimAt(widget, {698, 502});
-        widget.setPoint(0);
+        const QPoint offset1 = widget.mark(0, {698, 502});
         QCOMPARE(widget.points.count(), 1);
         QCOMPARE(widget.points.at(0).at(0).toInt(), 0);
         const QPoint point1 = widget.toldPoint(0);
         QVERIFY((point1 - QPoint(700, 500)).manhattanLength() <= 2);
         QCOMPARE(shown(widget), expectedView(widget.frame, offset1, {{point1, "1"}}, {698, 502}));
 
-        const QPoint offset2 = aimAt(widget, {733, 521});
-        widget.setPoint(1);
+        const QPoint offset2 = widget.mark(1, {733, 521});
         QCOMPARE(widget.points.count(), 2);
         QCOMPARE(widget.points.at(1).at(0).toInt(), 1);
         const QPoint point2 = widget.toldPoint(1);
@@ -64,11 +62,9 @@ private slots:
     void aMeasurementMarksNoFurtherPoint()
     {
         FrozenWidget widget(patternedFrame(), {{{700, 500}, 8}, {{730, 520}, 5}});
-        aimAt(widget, {700, 500});
-        widget.setPoint(0);
-        const QPoint offset = aimAt(widget, {730, 520});
-        widget.setPoint(1);
-        QVERIFY(measuredLength(widget) > 0);
+        widget.mark(0, {700, 500});
+        const QPoint offset = widget.mark(1, {730, 520});
+        QVERIFY(measured(widget).length_pixel > 0);
         widget.setPoint(1);
         QCOMPARE(shown(widget),
                  expectedView(widget.frame, offset, {{widget.toldPoint(0), "1"}, {widget.toldPoint(2), "2"}},
@@ -78,10 +74,8 @@ private slots:
     void aPointThatMovesLeavesNoMarkBehind()
     {
         FrozenWidget widget(patternedFrame(), {{{700, 500}, 8}, {{760, 520}, 8}});
-        aimAt(widget, {700, 500});
-        widget.setPoint(0);
-        const QPoint offset = aimAt(widget, {760, 520});
-        widget.setPoint(0);
+        widget.mark(0, {700, 500});
+        const QPoint offset = widget.mark(0, {760, 520});
         QCOMPARE(widget.points.count(), 2);
         const QPoint point = widget.toldPoint(1);
         QCOMPARE(shown(widget), expectedView(widget.frame, offset, {{point, "1"}}, {760, 520}));
@@ -101,8 +95,7 @@ private slots:
     {
         QFETCH(QPoint, dot);
         FrozenWidget widget(patternedFrame(), {{dot, 6}});
-        const QPoint offset = aimAt(widget, dot);
-        widget.setPoint(1);
+        const QPoint offset = widget.mark(1, dot);
         QCOMPARE(widget.points.count(), 1);
         const QPoint point = widget.toldPoint(0);
         QVERIFY((point - dot).manhattanLength() <= 6); // of what is left of the dot
@@ -113,8 +106,7 @@ private slots:
     {
         // Were the first cross in the frame, the second search would see its dark green.
         FrozenWidget widget(CalibrationFrame(kFrame), {{{700, 500}, 8}});
-        aimAt(widget, {700, 500});
-        widget.setPoint(0);
+        widget.mark(0, {700, 500});
         widget.setPoint(0);
         widget.setPoint(1);
         QCOMPARE(widget.points.count(), 3);
@@ -125,16 +117,14 @@ private slots:
     void pointsSurviveANewFrame()
     {
         FrozenWidget widget(CalibrationFrame(kFrame), {{{700, 500}, 8}, {{900, 500}, 8}});
-        aimAt(widget, {700, 500});
-        widget.setPoint(0);
+        widget.mark(0, {700, 500});
         const QPoint point1 = widget.toldPoint(0);
 
         // The picture of a new frame is clean, but the next search marks both points in it.
         widget.setImageData(widget.frame.data());
         widget.setTargetingMode(false);
         QCOMPARE(shown(widget), expectedView(widget.frame, {0, 0}));
-        const QPoint offset = aimAt(widget, {900, 500});
-        widget.setPoint(1);
+        const QPoint offset = widget.mark(1, {900, 500});
         const QPoint point2 = widget.toldPoint(1);
         QCOMPARE(shown(widget),
                  expectedView(widget.frame, offset, {{point1, "1"}, {point2, "2"}}, {900, 500}));
@@ -151,19 +141,17 @@ private slots:
     void aFailedSearchStoresNothing()
     {
         QFETCH(QPoint, target);
-        QFETCH(int, error);
         FrozenWidget widget(CalibrationFrame(kFrame), {{{700, 500}, 8}, {{900, 500}, 5}, {{925, 500}, 5}});
-        aimAt(widget, {700, 500});
-        widget.setPoint(0);
+        widget.mark(0, {700, 500});
         widget.points.clear();
         aimAt(widget, target);
         const QImage before = shown(widget);
         widget.setPoint(0);
         QCOMPARE(widget.points.count(), 0);
         QCOMPARE(widget.errors.count(), 1);
-        QCOMPARE(int(widget.errors.at(0).at(0).value<TargetingError_e>()), error);
+        QTEST(int(widget.errors.at(0).at(0).value<TargetingError_e>()), "error");
         QCOMPARE(shown(widget), before);
-        QCOMPARE(measuredLength(widget), measuredLengthOf({700, 500}, widget.frame));
+        QCOMPARE(measured(widget).length_pixel, measuredLengthOf({700, 500}, widget.frame));
     }
 
     void anotherIndexStoresNothing()
@@ -177,7 +165,7 @@ private slots:
         }
         QCOMPARE(widget.points.count(), 0);
         QCOMPARE(widget.errors.count(), 0);
-        QCOMPARE(measuredLength(widget), 0.0F);
+        QCOMPARE(measured(widget).length_pixel, 0.0F);
     }
 
     void withoutATargetTheCornerIsSearched()

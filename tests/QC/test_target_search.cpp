@@ -125,9 +125,8 @@ private slots:
     {
         QFETCH(QPoint, target);
         CalibrationFrame frame(kSmall, Qt::black);
-        TargetSearch search;
         QCOMPARE(searchWindow(target, kSmall), QRect());
-        QCOMPARE(search.find(viewOf(frame), target).outcome, Outcome::NoObject);
+        QCOMPARE(TargetSearch().find(viewOf(frame), target).outcome, Outcome::NoObject);
     }
 
     void aDotIsFoundAtItsCentre_data()
@@ -152,8 +151,7 @@ private slots:
         QFETCH(QPoint, target);
         CalibrationFrame frame(kSmall);
         frame.dot(centre, 6);
-        TargetSearch search;
-        const TargetSearch::Result result = search.find(viewOf(frame), target);
+        const TargetSearch::Result result = TargetSearch().find(viewOf(frame), target);
         QCOMPARE(result.outcome, Outcome::Found);
         // The centre is truncated to whole pixels.
         QVERIFY2(centre.x() - result.point.x() >= 0 && centre.x() - result.point.x() <= 1,
@@ -178,8 +176,7 @@ private slots:
         QFETCH(QColor, color);
         CalibrationFrame frame(kSmall);
         frame.dot({100, 80}, 6, color);
-        TargetSearch search;
-        QTEST(search.find(viewOf(frame), {100, 80}).outcome, "outcome");
+        QTEST(TargetSearch().find(viewOf(frame), {100, 80}).outcome, "outcome");
     }
 
     void exactlyOneObjectIsAPoint_data()
@@ -204,16 +201,14 @@ private slots:
         CalibrationFrame frame(kSmall);
         for (const QPoint& dot : dots)
             frame.dot(dot, 6);
-        TargetSearch search;
-        QTEST(search.find(viewOf(frame), {100, 80}).outcome, "outcome");
+        QTEST(TargetSearch().find(viewOf(frame), {100, 80}).outcome, "outcome");
     }
 
     void halfADotGivesTheCentreOfWhatIsVisible()
     {
         CalibrationFrame frame(kSmall);
         frame.dot({120, 80}, 10);
-        TargetSearch search;
-        const TargetSearch::Result result = search.find(viewOf(frame), {100, 80});
+        const TargetSearch::Result result = TargetSearch().find(viewOf(frame), {100, 80});
         QCOMPARE(result.outcome, Outcome::Found);
         // The window holds columns 80 to 119, the left half of the dot. The filters widen
         // it to 11 pixels above and below; its straight top and bottom edges reach from
@@ -261,8 +256,7 @@ private slots:
             frame.fill(QRect(100, 80, 2, 2), Qt::black);
         if (what == "3x3")
             frame.fill(QRect(99, 79, 3, 3), Qt::black);
-        TargetSearch search;
-        QTEST(search.find(viewOf(frame), {100, 80}).outcome, "outcome");
+        QTEST(TargetSearch().find(viewOf(frame), {100, 80}).outcome, "outcome");
     }
 
     void theResultEqualsThePlainLibraryCalls()
@@ -308,8 +302,7 @@ private slots:
         CalibrationFrame frame(kSmall);
         frame.dot({100, 80}, 6);
         const std::vector<unsigned char> before = frame.bytes();
-        TargetSearch search;
-        search.find(viewOf(frame), {100, 80});
+        TargetSearch().find(viewOf(frame), {100, 80});
         QCOMPARE(frame.bytes(), before);
     }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <initializer_list>
 #include <utility>
 
 #include <QAbstractEventDispatcher>
@@ -9,21 +10,21 @@
 #include <QStringList>
 #include <QWidget>
 
-/// What happens to widgets while a handler runs, in its order. The handler is called straight,
-/// not by a click: so every turn of the event loop in the list is one that the handler took.
+/// What happens to widgets while a handler runs, in its order: paints ("paint NAME") and changes
+/// of the enabled state ("enabled NAME", "disabled NAME"). Where the handler is called straight,
+/// not by a click, every turn of the event loop in the list ("turn") is one that the handler took.
 class EventWatch : public QObject
 {
 public:
-    EventWatch()
+    /// Watches these widgets, and the event loop.
+    explicit EventWatch(std::initializer_list<QWidget*> widgets)
     {
-        connect(
-            QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::awake, this,
-            [this] { note(QStringLiteral("turn")); });
+        for (QWidget* widget : widgets)
+            widget->installEventFilter(this);
+        connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::awake, this,
+                [this] { note(QStringLiteral("turn")); });
     }
 
-    /// Notes the widget's paints ("paint NAME") and changes of its enabled state ("enabled NAME"
-    /// or "disabled NAME").
-    void watch(QWidget* widget) { widget->installEventFilter(this); }
     /// Calls a function at each of these changes as well, before the widget sees it.
     void atChange(std::function<void(const QString& change)> function) { m_atChange = std::move(function); }
     void note(const QString& what)
@@ -34,6 +35,8 @@ public:
     }
 
     const QStringList& happened() const { return m_happened; }
+    /// The changes between enabled and disabled alone.
+    QStringList enabledChanges() const { return m_happened.filter(QStringLiteral("abled ")); }
     /// What happened before and after the first occurrence of an entry; both lack it. Without it
     /// everything is before.
     QStringList before(const QString& what) const { return m_happened.mid(0, m_happened.indexOf(what)); }

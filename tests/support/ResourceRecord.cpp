@@ -11,6 +11,8 @@
 #include <QFile>
 #include <QRegularExpression>
 
+#include "support/FileBytes.h"
+
 namespace {
 
 constexpr std::size_t kFewestSamples = 8;
@@ -26,12 +28,6 @@ qint64 entriesOf(const char* directory)
     return QDir(directory)
         .entryList(QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot)
         .size();
-}
-
-QByteArray contentOf(const char* path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 QByteArray mallocReport()
@@ -112,9 +108,9 @@ Resources resourcesNow()
                       sumOf(sums, "total type=\"rest\"") + sumOf(sums, "total type=\"mmap\"");
     held.arenas = report.count(QLatin1String("<heap nr="));
     held.resident_bytes =
-        contentOf("/proc/self/statm").split(' ').value(1).toLongLong() * ::sysconf(_SC_PAGESIZE);
+        bytesOf("/proc/self/statm").split(' ').value(1).toLongLong() * ::sysconf(_SC_PAGESIZE);
     held.descriptors = entriesOf("/proc/self/fd");
-    held.mappings = contentOf("/proc/self/maps").count('\n');
+    held.mappings = bytesOf("/proc/self/maps").count('\n');
     held.threads = entriesOf("/proc/self/task");
     return held;
 }

@@ -123,14 +123,38 @@ QString WindowFixture::style(const char* button) const
     return find<QWidget>(button)->styleSheet();
 }
 
-void WindowFixture::expectBox(const QString& title, const QString& text, QMessageBox::Icon icon)
+QImage WindowFixture::view() const
+{
+    return m_window->grab(QRect(0, 0, 640, 480)).toImage();
+}
+
+void WindowFixture::keepPicture(const QString& name) const
+{
+    const QString directory = qEnvironmentVariable("ORLA_TEST_PICTURES");
+    if (!directory.isEmpty())
+        QVERIFY(m_window->grab().save(directory + '/' + name + ".png"));
+}
+
+void WindowFixture::expectBox(const QString& title, const QString& text, QMessageBox::Icon icon,
+                              const QStringList& buttons)
 {
     QCOMPARE(boxes().seen().size(), 1);
     const SeenBox& box = boxes().seen().first();
     QCOMPARE(box.title, title);
     QCOMPARE(box.text, text);
     QCOMPARE(box.icon, icon);
-    QCOMPARE(box.buttons, QStringList("OK"));
+    QCOMPARE(box.buttons, buttons);
+}
+
+void WindowFixture::expectInOrder(const QStringList& lines, const QStringList& parts)
+{
+    int from = 0;
+    for (const QString& part : parts) {
+        while (from < lines.size() && !lines.at(from).contains(part))
+            ++from;
+        QVERIFY2(from < lines.size(), qPrintable(part + " is missing in\n" + lines.join('\n')));
+        ++from;
+    }
 }
 
 void WindowFixture::addFault(const LineFaultRule& fault)
@@ -159,6 +183,28 @@ QStringList WindowFixture::takeBoardLines()
             lines.append(QString::fromStdString(received[m_seenLines]));
     });
     return lines;
+}
+
+QStringList WindowFixture::waitForBoardLines(int count)
+{
+    QStringList lines;
+    waitUntil([&] {
+        lines += takeBoardLines();
+        return lines.size() >= count;
+    });
+    return lines;
+}
+
+std::unique_ptr<QObject> WindowFixture::atBoardLine(const QString& start,
+                                                    std::function<void(const QString&)> function)
+{
+    auto listener = std::make_unique<QObject>();
+    QObject::connect(Controller::getInstance(), &Controller::sig_debug_Controller, listener.get(),
+                     [start, function = std::move(function)](const QString& line) {
+                         if (line.startsWith(start))
+                             function(line);
+                     });
+    return listener;
 }
 
 QString WindowFixture::messages() const

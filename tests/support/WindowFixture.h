@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include <QImage>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QStringList>
@@ -37,6 +38,12 @@ public:
         bool freshFrames = false;
     };
 
+    /// The styles of a button that is chosen or at work, and of one that is so no more.
+    static constexpr const char* kHighlight = "background-color: rgb(0, 170, 255);";
+    static constexpr const char* kPlain = "background-color: none;";
+    /// The resolution's buttons, by mode.
+    static constexpr const char* kResolutions[] = {"BUTTON_RESOLUTION_VGA", "BUTTON_RESOLUTION_1280",
+                                                   "BUTTON_RESOLUTION_5M"};
     /// For what comes at once on an idle machine, but not on a busy one under a sanitizer.
     static constexpr int kPatience_ms = 20000;
 
@@ -79,9 +86,16 @@ public:
     void openTab(int index);
     bool isEnabled(const char* widget) const;
     QString style(const char* button) const;
-    /// Expects that one box has come up since they were cleared, and that it said this and
-    /// offered "OK".
-    void expectBox(const QString& title, const QString& text, QMessageBox::Icon icon);
+    /// The window's part that shows the live view, with what lies over it.
+    QImage view() const;
+    /// Saves the window for the eye, when a directory for pictures is named.
+    void keepPicture(const QString& name) const;
+    /// Expects that one box has come up since they were cleared, and that it said and offered this.
+    void expectBox(const QString& title, const QString& text, QMessageBox::Icon icon,
+                   const QStringList& buttons = {QStringLiteral("OK")});
+
+    /// Expects that these parts of lines come one after the other, whatever is between them.
+    static void expectInOrder(const QStringList& lines, const QStringList& parts);
 
     /// Makes the board misbehave.
     void addFault(const LineFaultRule& fault);
@@ -91,6 +105,11 @@ public:
     void clearFaults();
     /// Lines that the board has received since the last call.
     QStringList takeBoardLines();
+    /// Waits for so many of them; fewer after the time-out.
+    QStringList waitForBoardLines(int count);
+    /// Calls a function at the moment when a line that begins so goes to the board, as long as
+    /// what is returned lives.
+    std::unique_ptr<QObject> atBoardLine(const QString& start, std::function<void(const QString&)> function);
     /// Everything that stands in the message console and in the controller console.
     QString messages() const;
     QString traffic() const;

@@ -1,5 +1,4 @@
 #include <atomic>
-#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <thread>

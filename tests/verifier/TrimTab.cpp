@@ -8,9 +8,6 @@
 
 namespace {
 
-constexpr const char* kResolutions[] = {"BUTTON_RESOLUTION_VGA", "BUTTON_RESOLUTION_1280",
-                                        "BUTTON_RESOLUTION_5M"};
-
 constexpr int kFirstCus = 0x20;
 constexpr int kFirstBfn = 0x60;
 

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <array>
-#include <memory>
 
-#include <QObject>
 #include <QtTest>
 
 #include "ORLA_II_Plus_Verifier.h"

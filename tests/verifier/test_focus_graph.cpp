@@ -7,6 +7,7 @@
 #include <QtTest>
 
 #include "FocusGraph.h"
+#include "support/PixelBounds.h"
 
 namespace {
 
@@ -149,39 +150,23 @@ QImage plainGraph(int mode, const Samples& samples, int best, int dotsPerInch = 
 
 QRect boundsOf(const QImage& image, QRgb colour, const QRect& within)
 {
-    QRegion region;
-    for (int y = within.top(); y <= within.bottom(); ++y) {
-        for (int x = within.left(); x <= within.right(); ++x)
-            if (image.pixel(x, y) == colour)
-                region += QRect(x, y, 1, 1);
-    }
-    return region.boundingRect();
+    return boundsOf(
+        image, within, [=](QRgb pixel) { return pixel == colour; });
 }
 
 /// What is mostly red: the strokes of small letters do not reach the full colour.
 QRect reddishIn(const QImage& image, const QRect& within)
 {
-    QRect bounds;
-    for (int y = within.top(); y <= within.bottom(); ++y) {
-        for (int x = within.left(); x <= within.right(); ++x) {
-            const QRgb pixel = image.pixel(x, y);
-            if (qRed(pixel) > 200 && qGreen(pixel) < 160 && qBlue(pixel) < 160)
-                bounds |= QRect(x, y, 1, 1);
-        }
-    }
-    return bounds;
+    return boundsOf(
+        image, within,
+        [](QRgb pixel) { return qRed(pixel) > 200 && qGreen(pixel) < 160 && qBlue(pixel) < 160; });
 }
 
 /// What is not white.
 QRect inkIn(const QImage& image, const QRect& within)
 {
-    QRect bounds;
-    for (int y = within.top(); y <= within.bottom(); ++y) {
-        for (int x = within.left(); x <= within.right(); ++x)
-            if (image.pixel(x, y) != kWhite)
-                bounds |= QRect(x, y, 1, 1);
-    }
-    return bounds;
+    return boundsOf(
+        image, within, [](QRgb pixel) { return pixel != kWhite; });
 }
 
 } // namespace
@@ -316,9 +301,9 @@ private slots:
             QVERIFY(column.contains(red));
         }
         // The number is not drawn in black beneath: nothing in its box is darker than red.
-        for (int y = 360; y < 380; ++y)
-            for (int x = 40 * (best + 1); x < 40 * (best + 1) + 20; ++x)
-                QVERIFY(qRed(graph.pixel(x, y)) == 255);
+        QCOMPARE(boundsOf(graph, QRect(40 * (best + 1), 360, 20, 20),
+                          [](QRgb pixel) { return qRed(pixel) < 255; }),
+                 QRect());
     }
 
     void labelsKeepApart_data()

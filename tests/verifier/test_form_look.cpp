@@ -13,6 +13,7 @@
 #include "BoardState.h"
 #include "PanelSetup.h"
 #include "tests/support/LayoutChecks.h"
+#include "tests/support/PixelBounds.h"
 #include "tests/support/XServer.h"
 #include "tests/verifier/Panel.h"
 
@@ -20,6 +21,7 @@ namespace {
 
 const char* const kSelected = "background-color: rgb(0, 170, 255);";
 const char* const kNormal = "background-color: none;";
+const QColor kGround(0xe8, 0xec, 0xef);
 const QRect kColumn(640, 0, 160, 480);
 constexpr QSize kLeastTarget(24, 24);
 constexpr double kLeastContrast = 4.5;
@@ -149,12 +151,11 @@ private:
     {
         QVERIFY(QTest::qWaitForWindowExposed(box));
         const QImage picture = box->grab().toImage();
-        const QColor ground(0xe8, 0xec, 0xef);
         for (int i = 0; i < 3; ++i)
             for (const QPoint& point :
                  {QPoint(i, picture.height() / 2), QPoint(picture.width() - 1 - i, picture.height() / 2),
                   QPoint(picture.width() / 2, i), QPoint(picture.width() / 2, picture.height() - 1 - i)})
-                QVERIFY2(layout::contrast(picture.pixelColor(point), ground) > 4.5,
+                QVERIFY2(layout::contrast(picture.pixelColor(point), kGround) > 4.5,
                          qPrintable(QString("%1, %2").arg(point.x()).arg(point.y())));
     }
 
@@ -194,10 +195,9 @@ private slots:
             m_panel->ui.TAB_MENU->setCurrentIndex(page);
             m_panel->show();
             const QImage picture = m_panel->grab(kLiveView).toImage();
-            for (int y = 0; y < picture.height(); ++y)
-                for (int x = 0; x < picture.width(); ++x)
-                    if (picture.pixelColor(x, y) != kLivePicture)
-                        QFAIL(qPrintable(QString("covered at %1, %2").arg(x).arg(y)));
+            QCOMPARE(
+                boundsOf(picture, picture.rect(), [](QRgb pixel) { return pixel != kLivePicture.rgb(); }),
+                QRect());
         }
     }
 
@@ -343,9 +343,8 @@ private slots:
         board->setEnabled(false);
         m_panel->show();
         const QImage picture = shown(board);
-        for (int y = 0; y < picture.height(); ++y)
-            for (int x = 0; x < picture.width(); ++x)
-                QCOMPARE(picture.pixelColor(x, y), QColor(0xe8, 0xec, 0xef));
+        QCOMPARE(boundsOf(picture, picture.rect(), [](QRgb pixel) { return pixel != kGround.rgb(); }),
+                 QRect());
     }
 
     void theBoardReadsAsAStateWithItsCaption()
@@ -388,33 +387,28 @@ private slots:
     void aPressIsSeenWhateverColourTheButtonHas_data()
     {
         QTest::addColumn<QString>("style");
-        QTest::newRow("fresh") << "";
-        QTest::newRow("selected") << kSelected;
-        QTest::newRow("cleared") << kNormal;
+        QTest::addColumn<QStringList>("buttons");
+        const QStringList plain{"BUTTON_Z_ORIGIN", "BUTTON_SAVE_INI", "BUTTON_DEBUG"};
+        QTest::newRow("fresh") << "" << plain;
+        QTest::newRow("selected") << kSelected << plain;
+        QTest::newRow("cleared") << kNormal << plain;
+        QTest::newRow("a colour of its own") << QString() << QStringList({"BUTTON_EXIT", "BUTTON_Z_STOP"});
     }
 
     void aPressIsSeenWhateverColourTheButtonHas()
     {
         QFETCH(QString, style);
-        const auto& ui = m_panel->ui;
+        QFETCH(QStringList, buttons);
         m_panel->show();
-        for (QPushButton* button : {ui.BUTTON_Z_ORIGIN, ui.BUTTON_SAVE_INI, ui.BUTTON_DEBUG}) {
-            button->setStyleSheet(style);
+        for (const QString& name : buttons) {
+            auto* button = m_panel->get<QPushButton>(name);
+            if (!style.isNull())
+                button->setStyleSheet(style);
+            const QString before = button->styleSheet();
             pressIsSeen(button);
             if (QTest::currentTestFailed())
                 return;
-            QCOMPARE(button->styleSheet(), style);
-        }
-    }
-
-    void aPressIsSeenOnButtonsWithAColourOfTheirOwn()
-    {
-        const auto& ui = m_panel->ui;
-        m_panel->show();
-        for (QPushButton* button : {ui.BUTTON_EXIT, ui.BUTTON_Z_STOP}) {
-            pressIsSeen(button);
-            if (QTest::currentTestFailed())
-                return;
+            QCOMPARE(button->styleSheet(), before);
         }
     }
 
@@ -535,10 +529,7 @@ private slots:
         button->setStyleSheet(kSelected);
         QCOMPARE(button->grab().toImage().pixelColor(8, 8), QColor(0, 170, 255));
         button->setStyleSheet(kNormal);
-        QCOMPARE(m_panel->grab({button->mapTo(m_panel.get(), QPoint()), button->size()})
-                     .toImage()
-                     .pixelColor(8, 8),
-                 fresh.pixelColor(8, 8));
+        QCOMPARE(shown(button).pixelColor(8, 8), fresh.pixelColor(8, 8));
         QCOMPARE(m_panel->ui.BUTTON_EXIT->grab().toImage().pixelColor(8, 8), QColor(255, 85, 0));
     }
 

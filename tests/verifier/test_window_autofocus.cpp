@@ -2,7 +2,6 @@
 #include <QDir>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPaintEvent>
 #include <QProgressBar>
 #include <QRegularExpression>
 #include <QSpinBox>
@@ -13,6 +12,8 @@
 #include "Controller/Controller.h"
 #include "camera/OV5642Camera.h"
 #include "support/EventWatch.h"
+#include "support/PaintWatch.h"
+#include "support/PixelBounds.h"
 #include "support/WindowFixture.h"
 #include "verifier/UsbStick.h"
 
@@ -34,37 +35,6 @@ WindowFixture::Options focusOptions()
     options.freshFrames = true;
     return options;
 }
-
-/// Counts the paints of a widget.
-struct PaintCounter : QObject
-{
-    explicit PaintCounter(QWidget* widget) { widget->installEventFilter(this); }
-
-    bool eventFilter(QObject*, QEvent* event) override
-    {
-        count += event->type() == QEvent::Paint ? 1 : 0;
-        return false;
-    }
-
-    int count = 0;
-};
-
-/// Counts the paints of the window that cover the whole live view.
-struct LiveViewPaints : QObject
-{
-    explicit LiveViewPaints(QWidget* window) { window->installEventFilter(this); }
-
-    bool eventFilter(QObject*, QEvent* event) override
-    {
-        if (event->type() == QEvent::Paint) {
-            const QRegion missed = QRegion(0, 0, 640, 480) - static_cast<QPaintEvent*>(event)->region();
-            count += missed.isEmpty() ? 1 : 0;
-        }
-        return false;
-    }
-
-    int count = 0;
-};
 
 } // namespace
 
@@ -145,13 +115,8 @@ private slots:
     void theEndIsReportedOnceTheControlsAreUsableAgain()
     {
         QVERIFY(runs());
-        QCOMPARE(boxes().seen().size(), 1);
-        const SeenBox box = boxes().seen().first();
-        QCOMPARE(box.title, QString("ORLA-III"));
-        QCOMPARE(box.text, kFinished);
-        QCOMPARE(box.icon, QMessageBox::Information);
-        QCOMPARE(box.buttons, QStringList("OK"));
-        QVERIFY(box.controlsWereEnabled);
+        expectBox("ORLA-III", kFinished, QMessageBox::Information);
+        QVERIFY(boxes().seen().first().controlsWereEnabled);
         QVERIFY(isEnabled("TAB_MENU"));
         QTRY_VERIFY(sequencers().isEmpty());
     }
@@ -161,20 +126,20 @@ private slots:
         openTab(0);
         auto* bar = find<QProgressBar>("PROGRESS_AUTOFOCUS");
         bar->setValue(50);
-        PaintCounter barPaints(bar);
-        PaintCounter positionPaints(find<QLineEdit>("EDIT_Z_POSITION"));
+        const PaintWatch barWatch(*bar);
+        const PaintWatch positionWatch(*find<QLineEdit>("EDIT_Z_POSITION"));
         QVector<int> values;
         int paintsBehind = 0;
         QObject listener;
         connect(bar, &QProgressBar::valueChanged, &listener, [&](int value) {
-            paintsBehind = std::max(paintsBehind, int(values.size()) - barPaints.count);
+            paintsBehind = std::max(paintsBehind, int(values.size()) - barWatch.paints());
             values << value;
         });
         QVERIFY(runs());
         QCOMPARE(values, QVector<int>({0, 6, 13, 20, 26, 33, 40, 46, 53, 60, 66, 73, 80, 86, 93, 100}));
         // Each value is on the screen before the next one comes, though no event runs.
         QVERIFY2(paintsBehind <= 1, qPrintable(QString::number(paintsBehind)));
-        QVERIFY2(positionPaints.count >= kSamples - 1, qPrintable(QString::number(positionPaints.count)));
+        QVERIFY2(positionWatch.paints() >= kSamples - 1, QByteArray::number(positionWatch.paints()));
     }
 
     void onlyTheTabsAreDisabledDuringARun()
@@ -293,11 +258,7 @@ private slots:
         find<QProgressBar>("PROGRESS_AUTOFOCUS")->setValue(50);
         find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(true);
         click("BUTTON_AUTOFOCUS");
-        QCOMPARE(boxes().seen().size(), 1);
-        const SeenBox box = boxes().seen().first();
-        QCOMPARE(box.title, QString("Error"));
-        QCOMPARE(box.text, QString("Please insert USB disk !!!"));
-        QCOMPARE(box.icon, QMessageBox::Critical);
+        expectBox("Error", "Please insert USB disk !!!", QMessageBox::Critical);
         QVERIFY(sequencers().isEmpty());
         QVERIFY(isEnabled("TAB_MENU"));
         QCOMPARE(takeBoardLines(), QStringList());
@@ -310,11 +271,10 @@ private slots:
         QVERIFY(plugAndMount(*this));
         find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(true);
         const bool ended = runs();
-        const QDir log(usb().filesOf() + "/ORLA-II/Autofocus");
-        const QStringList names = log.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        const QStringList names = savedRuns().entryList();
         QStringList files;
         if (names.size() == 1)
-            files = QDir(log.filePath(names.first() + "/Step1")).entryList(QDir::Files, QDir::Name);
+            files = QDir(savedRuns().filePath(names.first() + "/Step1")).entryList(QDir::Files, QDir::Name);
         pullAndUnmount(*this);
         QVERIFY(ended);
         QCOMPARE(names.size(), 1);
@@ -368,10 +328,9 @@ private slots:
     void anUncheckedBoxSavesNothing()
     {
         QVERIFY(plugAndMount(*this));
-        const QDir log(usb().filesOf() + "/ORLA-II/Autofocus");
-        const QStringList before = log.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        const QStringList before = savedRuns().entryList();
         const bool ended = runs();
-        const QStringList after = log.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        const QStringList after = savedRuns().entryList();
         pullAndUnmount(*this);
         QVERIFY(ended);
         QCOMPARE(after, before);
@@ -420,22 +379,25 @@ private slots:
         stillUsableButForTheTabs();
     }
 
-    void aMoveThatIsNeverReportedLeavesTheRunWaiting()
+    void aMoveThatIsNeverReportedLeavesTheRunWaiting_data()
     {
-        addFault({LineFault::NoAnswer, "MVP", 1});
-        click("BUTTON_AUTOFOCUS");
-        QTest::qWait(300);
-        QCOMPARE(find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 0);
-        QVERIFY(boxes().seen().isEmpty());
-        stillUsableButForTheTabs();
+        QTest::addColumn<QString>("command");
+        QTest::addColumn<int>("number");
+        QTest::addColumn<int>("progress");
+        QTest::newRow("first step") << "MVP" << 1 << 0;
+        QTest::newRow("last move") << "MVN" << 2 << 100;
     }
 
-    void aLastMoveThatIsNeverReportedLeavesTheRunWaiting()
+    void aMoveThatIsNeverReportedLeavesTheRunWaiting()
     {
-        addFault({LineFault::NoAnswer, "MVN", 2});
+        QFETCH(QString, command);
+        QFETCH(int, number);
+        QFETCH(int, progress);
+        addFault({LineFault::NoAnswer, command.toStdString(), number});
         click("BUTTON_AUTOFOCUS");
-        QTRY_COMPARE(find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), 100);
+        QTRY_COMPARE(find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), progress);
         QTest::qWait(300);
+        QCOMPARE(find<QProgressBar>("PROGRESS_AUTOFOCUS")->value(), progress);
         QVERIFY(boxes().seen().isEmpty());
         stillUsableButForTheTabs();
     }
@@ -448,8 +410,7 @@ private slots:
         QCOMPARE(sequencers().size(), 1);
         // Told before anything can be pressed again.
         QString atTheEnd;
-        EventWatch watch;
-        watch.watch(find<QWidget>("TAB_MENU"));
+        EventWatch watch({find<QWidget>("TAB_MENU")});
         watch.atChange([&](const QString& change) {
             if (change == "enabled TAB_MENU")
                 atTheEnd = notice->text();
@@ -462,8 +423,7 @@ private slots:
         QVERIFY(waitUntil([&] { return !notice->text().contains("Z position"); }));
         QVERIFY(notice->text().contains("best focus"));
         // From the next run's beginning nobody speaks of the last one.
-        addFault({LineFault::NoAnswer, "MVP", 1});
-        click("BUTTON_AUTOFOCUS");
+        beginStuckRun();
         QVERIFY(waitUntil([&] { return !notice->text().contains("best focus"); }));
         QCOMPARE(sequencers().size(), 1);
         endStuckRun();
@@ -506,8 +466,7 @@ private slots:
 
     void aWaitingRunCanBeLeftByExit()
     {
-        addFault({LineFault::NoAnswer, "MVP", 1});
-        click("BUTTON_AUTOFOCUS");
+        beginStuckRun();
         click("BUTTON_EXIT");
         QCOMPARE(boxes().texts(), QStringList(kQuit));
         stillUsableButForTheTabs();
@@ -527,8 +486,7 @@ private slots:
 
     void theWindowIsNotClosedByARequestDuringARun()
     {
-        addFault({LineFault::NoAnswer, "MVP", 1});
-        click("BUTTON_AUTOFOCUS");
+        beginStuckRun();
         QVERIFY(!window().close());
         QCOMPARE(boxes().texts(), QStringList(kQuit));
         QVERIFY(window().isVisible());
@@ -537,8 +495,7 @@ private slots:
 
     void aPressDuringARunDoesNothing()
     {
-        addFault({LineFault::NoAnswer, "MVP", 1});
-        click("BUTTON_AUTOFOCUS");
+        beginStuckRun();
         QTest::qWait(100);
         QVERIFY(!takeBoardLines().isEmpty());
         clearConsoles();
@@ -553,8 +510,7 @@ private slots:
 
     void aRunThatNeverEndsMakesRoomForTheNext()
     {
-        addFault({LineFault::NoAnswer, "MVP", 1});
-        click("BUTTON_AUTOFOCUS");
+        beginStuckRun();
         const QPointer<alg_Autofocus> stuck = sequencers().first();
         find<QTabWidget>("TAB_MENU")->setEnabled(true);
         QVERIFY(runs());
@@ -611,12 +567,12 @@ private slots:
         window().slot_review_AutoFocusing(1, {}, 0);
         showGraph();
         QTest::qWait(300);
-        LiveViewPaints paints(&window());
+        const PaintWatch watch(window(), QRect(0, 0, 640, 480));
         QTest::qWait(300);
-        QCOMPARE(paints.count, 0);
+        QCOMPARE(watch.paints(), 0);
         window().slot_review_AutoFocusing(1, sweep(kSamples), 3);
-        QCOMPARE(paints.count, 0);
-        QTRY_COMPARE(paints.count, 1);
+        QCOMPARE(watch.paints(), 0);
+        QTRY_COMPARE(watch.paints(), 1);
     }
 
     void theGraphIsEmptyWhileARunIsWaiting()
@@ -624,16 +580,14 @@ private slots:
         window().slot_review_AutoFocusing(1, sweep(kSamples), 3);
         showGraph();
         QVERIFY(!reds().isNull());
-        addFault({LineFault::NoAnswer, "MVP", 1});
-        click("BUTTON_AUTOFOCUS");
+        beginStuckRun();
         QVERIFY(reds().isNull());
         // The old best sample is forgotten too: its number is black again.
-        const QImage view = window().grab(QRect(0, 0, 640, 480)).toImage();
-        const auto isBlank = [&view](int number) {
-            const QImage box = view.copy(40 * number, 360, 20, 20);
-            QImage white(box.size(), box.format());
-            white.fill(Qt::white);
-            return box == white;
+        const QImage graph = view();
+        const auto isBlank = [&graph](int number) {
+            return boundsOf(graph, QRect(40 * number, 360, 20, 20),
+                            [](QRgb pixel) { return QColor(pixel) != Qt::white; })
+                .isNull();
         };
         QVERIFY(isBlank(1));
         QVERIFY(!isBlank(4));
@@ -652,9 +606,8 @@ private slots:
     void tooFewSamplesAreLoggedAndTheProgramGoesOn_data()
     {
         QTest::addColumn<int>("count");
-        QTest::newRow("one") << 1;
-        QTest::newRow("seven") << 7;
-        QTest::newRow("fourteen") << 14;
+        for (const int count : {1, 7, 14})
+            QTest::addRow("%d", count) << count;
     }
 
     void tooFewSamplesAreLoggedAndTheProgramGoesOn()
@@ -676,8 +629,7 @@ private slots:
     // The window goes here: last of all.
     void aWindowThatGoesDuringARunLeavesNothingBehind()
     {
-        addFault({LineFault::NoAnswer, "MVP", 1});
-        click("BUTTON_AUTOFOCUS");
+        beginStuckRun();
         const QPointer<alg_Autofocus> sequencer = sequencers().first();
         destroyWindow();
         QVERIFY(sequencer.isNull());
@@ -694,6 +646,14 @@ private:
     {
         click("BUTTON_AUTOFOCUS");
         return waitUntil([this] { return boxes().texts().contains(kFinished); }, kLongestRun_ms);
+    }
+
+    /// A run that waits for the stage from its first step on.
+    void beginStuckRun()
+    {
+        addFault({LineFault::NoAnswer, "MVP", 1});
+        click("BUTTON_AUTOFOCUS");
+        QCOMPARE(sequencers().size(), 1);
     }
 
     /// Lets a run end that waits for the stage.
@@ -716,6 +676,13 @@ private:
         QVERIFY(find<QWidget>("DebugMessage")->isVisible());
         click("BUTTON_DEBUG");
         QVERIFY(waitForFrames(1));
+    }
+
+    /// A folder for each run that is saved on the disk.
+    QDir savedRuns()
+    {
+        return {usb().filesOf() + "/ORLA-II/Autofocus", QString(), QDir::Name,
+                QDir::Dirs | QDir::NoDotAndDotDot};
     }
 
     QStringList logLines() const
@@ -762,14 +729,8 @@ private:
     /// Extent of the pure red in the curve's part of the graph.
     QRect reds()
     {
-        const QImage view = window().grab(QRect(0, 0, 640, 360)).toImage();
-        QRect bounds;
-        for (int y = 0; y < view.height(); ++y) {
-            for (int x = 0; x < view.width(); ++x)
-                if (view.pixel(x, y) == qRgb(255, 0, 0))
-                    bounds |= QRect(x, y, 1, 1);
-        }
-        return bounds;
+        return boundsOf(
+            view(), QRect(0, 0, 640, 360), [](QRgb pixel) { return QColor(pixel) == Qt::red; });
     }
 };
 

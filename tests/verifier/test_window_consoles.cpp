@@ -20,13 +20,6 @@ private slots:
         clearConsoles();
     }
 
-    void theHandshakeCanBeReadInTheControllerConsole()
-    {
-        // A second window of the process connects by the button.
-        QVERIFY(Controller::getInstance()->trySerialPort());
-        QVERIFY(traffic().startsWith("$,DEVICE,READY,,\n$OK,DEVICE,READY"));
-    }
-
     void aMessageIsShownAsACall()
     {
         window().slot_debug_Message({"slot_z_stage_mvp", "position:", "230"});
@@ -61,56 +54,42 @@ private slots:
         QFETCH(int, selected);
         find<QSpinBox>("SPIN_DEBUG")->setValue(selected);
         click("BUTTON_DEBUG");
-        QCOMPARE(style("BUTTON_DEBUG"), QString("background-color: rgb(0, 170, 255);"));
+        QCOMPARE(style("BUTTON_DEBUG"), QString(kHighlight));
         QTEST(console("DebugMessage")->isVisible(), "messages");
         QTEST(console("DebugController")->isVisible(), "traffic");
         click("BUTTON_DEBUG");
-        QCOMPARE(style("BUTTON_DEBUG"), QString("background-color: none;"));
+        QCOMPARE(style("BUTTON_DEBUG"), QString(kPlain));
         QVERIFY(!console("DebugMessage")->isVisible());
         QVERIFY(!console("DebugController")->isVisible());
-    }
-
-    void aConsoleCoversTheLiveViewAndNothingElse()
-    {
-        for (const char* name : {"DebugMessage", "DebugController"}) {
-            QCOMPARE(console(name)->geometry(), QRect(0, 0, 640, 480));
-            QCOMPARE(console(name)->parentWidget(), static_cast<QWidget*>(&window()));
-        }
     }
 
     void theShownConsoleLiesOnTop_data()
     {
         QTest::addColumn<int>("selected");
-        QTest::addColumn<QString>("shown");
-        QTest::addColumn<QString>("other");
-        QTest::newRow("messages") << 1 << "DebugMessage"
-                                  << "DebugController";
-        QTest::newRow("controller") << 2 << "DebugController"
-                                    << "DebugMessage";
+        QTest::newRow("messages") << 1;
+        QTest::newRow("controller") << 2;
     }
 
     void theShownConsoleLiesOnTop()
     {
         QFETCH(int, selected);
-        QFETCH(QString, shown);
-        QFETCH(QString, other);
-        console(qPrintable(other))->show();
-        console(qPrintable(other))->raise();
+        QWidget* shown = console(selected == 1 ? "DebugMessage" : "DebugController");
+        QWidget* other = console(selected == 1 ? "DebugController" : "DebugMessage");
+        other->show();
+        other->raise();
         find<QSpinBox>("SPIN_DEBUG")->setValue(selected);
         click("BUTTON_DEBUG");
         QWidget* top = window().childAt(100, 300);
-        QVERIFY(console(qPrintable(shown))->isAncestorOf(top));
+        QVERIFY(shown->isAncestorOf(top));
         // The end hides whatever is shown.
         click("BUTTON_DEBUG");
-        QVERIFY(console("DebugMessage")->isHidden());
-        QVERIFY(console("DebugController")->isHidden());
+        QVERIFY(shown->isHidden() && other->isHidden());
     }
 
     void theButtonRepaintsTheWindowAtOnce()
     {
         for (const bool checked : {true, false}) {
-            EventWatch watch;
-            watch.watch(&window());
+            EventWatch watch({&window()});
             QVERIFY(QMetaObject::invokeMethod(&window(), "on_BUTTON_DEBUG_clicked", Q_ARG(bool, checked)));
             QVERIFY(watch.happened().contains("paint ORLA_II_Plus_Verifier"));
             QVERIFY(!watch.happened().contains("turn"));

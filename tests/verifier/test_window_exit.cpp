@@ -2,9 +2,10 @@
 // event loop of its own.
 
 #include <csignal>
+#include <functional>
+#include <memory>
 
 #include <QApplication>
-#include <QDir>
 #include <QProgressBar>
 #include <QRegularExpression>
 #include <QThread>
@@ -22,7 +23,7 @@
 namespace {
 
 const QString kExitStyle = "background-color: rgb(255, 85, 0);";
-const QString kBusyStyle = "background-color: rgb(0, 170, 255);";
+const QString kSlots = "void ORLA_II_Plus_Verifier::";
 const QString kQuit = "Are you sure quit ?";
 const QStringList kParking{"$,LED4,OFF,,", "$,STM1,ORIGIN,,"};
 constexpr int kEndless_ms = 60000;
@@ -51,14 +52,10 @@ private slots:
         makeWindow(zigMode);
         const QString port = m_fixture->machinePath("/dev/ttyS2");
         QCOMPARE(portLocks(port).size(), 1);
-        m_fixture->takeBoardLines();
         pressExit();
-        QCOMPARE(loop(), 0);
-        QVERIFY(!Controller::getInstance()->isSerialPortOpen());
+        expectEnd(parkingOf(zigMode));
         QVERIFY(!Controller::getInstance()->answers());
         QCOMPARE(portLocks(port), QStringList());
-        QCOMPARE(m_fixture->takeBoardLines(), zigMode ? QStringList() : kParking);
-        QVERIFY(!isStreaming());
     }
 
     // The board takes its time, and so do the camera's pauses; all of it is seen.
@@ -69,13 +66,12 @@ private slots:
         QFETCH(bool, zigMode);
         makeWindow(zigMode);
         QCOMPARE(m_fixture->style("BUTTON_EXIT"), kExitStyle);
-        EventWatch watch;
-        watch.watch(m_fixture->find<QWidget>("BUTTON_EXIT"));
+        EventWatch watch({m_fixture->find<QWidget>("BUTTON_EXIT")});
         const auto connection = connect(
             &m_fixture->window(), &ORLA_II_Plus_Verifier::sig_debug_Message,
             [&](const QStringList& parts) { watch.note(parts.mid(0, 2).join(' ')); });
-        const auto traffic = connect(Controller::getInstance(), &Controller::sig_debug_Controller,
-                                     [&](const QString& line) { watch.note(line.trimmed()); });
+        const auto traffic =
+            m_fixture->atBoardLine("$", [&](const QString& line) { watch.note(line.trimmed()); });
         QStringList looks;
         watch.atChange([&](const QString& change) {
             if (change.startsWith("paint") || change.startsWith("$"))
@@ -87,17 +83,16 @@ private slots:
             0, this, [&] { QMetaObject::invokeMethod(&m_fixture->window(), "on_BUTTON_EXIT_clicked"); });
         QCOMPARE(loop(), 0);
         disconnect(connection);
-        disconnect(traffic);
 
-        const QString asked = "void ORLA_II_Plus_Verifier::on_BUTTON_EXIT_clicked() shutdown hardware";
-        const QString stop = "void ORLA_II_Plus_Verifier::stopCamera()";
+        const QString asked = kSlots + "on_BUTTON_EXIT_clicked() shutdown hardware";
+        const QString stop = kSlots + "stopCamera()";
         const QStringList after = watch.after(asked);
         const QStringList until = after.mid(0, after.indexOf(zigMode ? stop : kParking.first()));
         QCOMPARE(until.count("turn"), 1);
         QCOMPARE(until.first(), QString("disabled BUTTON_EXIT"));
         QVERIFY2(until.mid(until.indexOf("turn")).contains("paint BUTTON_EXIT"), "it is seen to be at work");
         QVERIFY(after.contains(stop));
-        QVERIFY2(looks.contains(kBusyStyle), qPrintable(looks.join('\n')));
+        QVERIFY2(looks.contains(WindowFixture::kHighlight), qPrintable(looks.join('\n')));
         if (!zigMode) {
             const QStringList lines = after.filter("$,");
             QCOMPARE(lines.filter(QRegularExpression("^\\$,")), kParking);
@@ -105,17 +100,6 @@ private slots:
         }
         QCOMPARE(m_fixture->style("BUTTON_EXIT"), kExitStyle);
         QVERIFY(m_fixture->find<QWidget>("BUTTON_EXIT")->isEnabledTo(&m_fixture->window()));
-    }
-
-    void noAtExitLeavesTheButtonAsItWas()
-    {
-        makeWindow(false);
-        m_fixture->boxes().answerNextWith("No");
-        m_fixture->click("BUTTON_EXIT");
-        QCOMPARE(m_fixture->style("BUTTON_EXIT"), kExitStyle);
-        QVERIFY(m_fixture->isEnabled("BUTTON_EXIT"));
-        QVERIFY(Controller::getInstance()->isSerialPortOpen());
-        QVERIFY(m_fixture->waitForFrames(2));
     }
 
     void onlyYesEndsTheProgram_data()
@@ -129,26 +113,16 @@ private slots:
     {
         QFETCH(bool, byKey);
         makeWindow(false);
-        m_fixture->takeBoardLines();
-        m_fixture->clearConsoles();
-        // Nobody answers this box.
-        m_fixture->boxes().stop();
-        QTimer looking;
-        connect(&looking, &QTimer::timeout, this, [&looking, byKey] {
-            QWidget* box = QApplication::activeModalWidget();
-            if (box == nullptr)
-                return;
-            looking.stop();
+        const auto looking = whenABoxIsOpen([byKey](QWidget* box) {
             if (byKey)
                 QTest::keyClick(box, Qt::Key_Escape);
             else
                 box->close();
         });
-        looking.start(20);
         m_fixture->click("BUTTON_EXIT");
-        QVERIFY2(!looking.isActive(), "no box has opened");
+        QVERIFY2(!looking->isActive(), "no box has opened");
         QVERIFY(QApplication::activeModalWidget() == nullptr);
-        QCOMPARE(m_fixture->messages(), QString("void ORLA_II_Plus_Verifier::on_BUTTON_EXIT_clicked()() \n"));
+        QCOMPARE(m_fixture->messages(), kSlots + "on_BUTTON_EXIT_clicked()() \n");
         QCOMPARE(m_fixture->takeBoardLines(), QStringList());
         QVERIFY(isStreaming());
         QVERIFY(m_fixture->window().isEnabled());
@@ -162,7 +136,6 @@ private slots:
     {
         QFETCH(bool, zigMode);
         makeWindow(zigMode);
-        m_fixture->takeBoardLines();
         QStringList log;
         connect(&m_fixture->window(), &ORLA_II_Plus_Verifier::sig_debug_Message, this,
                 [&](const QStringList& parts) {
@@ -178,9 +151,7 @@ private slots:
         QCOMPARE(loop(), 0);
         QCoreApplication::processEvents();
         disconnect(&m_fixture->window(), nullptr, this, nullptr);
-        QCOMPARE(m_fixture->takeBoardLines(), zigMode ? QStringList() : kParking);
-        QVERIFY(!isStreaming());
-        QVERIFY(!Controller::getInstance()->isSerialPortOpen());
+        expectEnded(parkingOf(zigMode));
         QCOMPARE(m_fixture->boxes().texts(), QStringList(kQuit));
         QCOMPARE(log.filter("_clicked()").size(), 2);
     }
@@ -190,7 +161,6 @@ private slots:
     {
         makeWindow(false);
         m_fixture->setText("EDIT_Z_POSITION", "31500");
-        m_fixture->takeBoardLines();
         auto* bar = m_fixture->find<QProgressBar>("PROGRESS_AUTOFOCUS");
         bar->setValue(50);
         m_fixture->boxes().answerNextWith("Yes");
@@ -246,14 +216,11 @@ private slots:
         QFETCH(int, number);
         QFETCH(bool, zigMode);
         makeWindow(zigMode);
-        m_fixture->takeBoardLines();
-        m_fixture->clearConsoles();
         QTimer::singleShot(0, this, [number] { ::raise(number); });
-        QCOMPARE(loop(), 0);
-        expectEnded(zigMode ? QStringList() : kParking);
+        expectEnd(parkingOf(zigMode));
         QVERIFY(m_fixture->boxes().seen().isEmpty());
         const QString log = m_fixture->messages();
-        const QString head = "void ORLA_II_Plus_Verifier::slot_terminate()() ";
+        const QString head = kSlots + "slot_terminate()() ";
         QVERIFY2(log.startsWith(head + '\n' + head + "shutdown hardware"), qPrintable(log));
         QCOMPARE(m_fixture->style("BUTTON_EXIT"), kExitStyle);
     }
@@ -271,35 +238,21 @@ private slots:
         QFETCH(QString, button);
         makeWindow(false);
         m_fixture->setText("EDIT_SKIP_FRAME", "0");
-        m_fixture->takeBoardLines();
-        // Nobody answers this box.
-        m_fixture->boxes().stop();
-        QTimer looking;
-        connect(&looking, &QTimer::timeout, this, [&looking] {
-            if (QApplication::activeModalWidget() == nullptr)
-                return;
-            looking.stop();
-            ::raise(SIGTERM);
-        });
-        looking.start(20);
+        const auto looking = whenABoxIsOpen([](QWidget*) { ::raise(SIGTERM); });
         QTimer::singleShot(0, this, [&] { m_fixture->click(qPrintable(button)); });
-        QCOMPARE(loop(), 0);
-        QVERIFY2(!looking.isActive(), "no box has opened");
+        expectEnd(kParking);
+        QVERIFY2(!looking->isActive(), "no box has opened");
         QVERIFY(QApplication::activeModalWidget() == nullptr);
-        expectEnded(kParking);
     }
 
     void aSecondDemandToEndChangesNothing()
     {
         makeWindow(false);
-        m_fixture->takeBoardLines();
-        m_fixture->clearConsoles();
         QTimer::singleShot(0, this, [this] {
             m_fixture->window().slot_terminate();
             m_fixture->window().slot_terminate();
         });
-        QCOMPARE(loop(), 0);
-        expectEnded(kParking);
+        expectEnd(kParking);
         QCOMPARE(m_fixture->messages().count("shutdown hardware"), 1);
     }
 
@@ -307,28 +260,19 @@ private slots:
     {
         makeWindow(false);
         m_fixture->setText("EDIT_Z_DIAGNOSIS", "");
-        m_fixture->takeBoardLines();
-        const auto connection = connect(
-            Controller::getInstance(), &Controller::sig_debug_Controller,
-            [](const QString& line) {
-                if (line.startsWith("$,STM1,SELF_DIAG"))
-                    ::raise(SIGTERM);
-            });
+        const auto raising = m_fixture->atBoardLine(
+            "$,STM1,SELF_DIAG", [](const QString&) { ::raise(SIGTERM); });
         QTimer::singleShot(0, this, [this] { m_fixture->click("BUTTON_Z_DIAGNOSIS"); });
-        const int status = loop();
-        disconnect(connection);
-        QCOMPARE(status, 0);
-        expectEnded(QStringList("$,STM1,SELF_DIAG,,") + kParking);
+        expectEnd(QStringList("$,STM1,SELF_DIAG,,") + kParking);
         QCOMPARE(m_fixture->text("EDIT_Z_DIAGNOSIS"), QString("0"));
     }
 
     void moreSignalsChangeNothing()
     {
         makeWindow(false);
-        m_fixture->takeBoardLines();
-        const auto connection = connect(
-            Controller::getInstance(), &Controller::sig_debug_Controller,
-            [] {
+        const auto raising = m_fixture->atBoardLine(
+            "$",
+            [](const QString&) {
                 ::raise(SIGTERM);
                 ::raise(SIGINT);
             });
@@ -336,55 +280,45 @@ private slots:
             for (int i = 0; i < 3; ++i)
                 ::raise(SIGTERM);
         });
-        const int status = loop();
-        disconnect(connection);
-        QCOMPARE(status, 0);
-        expectEnded(kParking);
+        expectEnd(kParking);
         QCOMPARE(m_fixture->messages().count("shutdown hardware"), 1);
     }
 
     void aSignalBeforeTheEventLoopEndsTheProgramAsSoonAsItRuns()
     {
         makeWindow(false);
-        m_fixture->takeBoardLines();
         ::raise(SIGTERM);
-        QCOMPARE(loop(), 0);
-        expectEnded(kParking);
+        expectEnd(kParking);
     }
 
     // A handler processes events before it begins, and then finds that the end has been asked for.
     void nothingIsOpenedOnceASignalHasCome_data()
     {
         QTest::addColumn<QString>("handler");
-        QTest::addColumn<QString>("button");
-        const auto row = [](const char* name, const char* handler, const char* button) {
-            QTest::newRow(name) << handler << button;
-        };
-        row("connect", "on_BUTTON_CONNECT_clicked", "");
-        row("live view again", "on_BUTTON_QC_CAPTURE_clicked", "BUTTON_QC_CAPTURE");
-        row("password", "on_BUTTON_PASSWORD_clicked", "");
-        row("autofocus", "on_BUTTON_AUTOFOCUS_clicked", "");
-        row("origin", "on_BUTTON_Z_ORIGIN_clicked", "");
+        QTest::addColumn<bool>("frozen");
+        QTest::newRow("connect") << "on_BUTTON_CONNECT_clicked" << false;
+        QTest::newRow("live view again") << "on_BUTTON_QC_CAPTURE_clicked" << true;
+        QTest::newRow("password") << "on_BUTTON_PASSWORD_clicked" << false;
+        QTest::newRow("autofocus") << "on_BUTTON_AUTOFOCUS_clicked" << false;
+        QTest::newRow("origin") << "on_BUTTON_Z_ORIGIN_clicked" << false;
     }
 
     void nothingIsOpenedOnceASignalHasCome()
     {
         QFETCH(QString, handler);
-        QFETCH(QString, button);
+        QFETCH(bool, frozen);
         makeWindow(true);
-        if (!button.isEmpty()) {
+        if (frozen) {
             m_fixture->click("BUTTON_RESOLUTION_5M");
-            m_fixture->click(qPrintable(button));
+            m_fixture->click("BUTTON_QC_CAPTURE");
             QTRY_VERIFY(m_fixture->window().isEnabled());
             QVERIFY(!isStreaming());
         }
-        m_fixture->takeBoardLines();
         QTimer::singleShot(0, this, [&] {
             ::raise(SIGTERM);
             QMetaObject::invokeMethod(&m_fixture->window(), qPrintable(handler));
         });
-        QCOMPARE(loop(), 0);
-        expectEnded({});
+        expectEnd({});
         QCOMPARE(m_fixture->tree().passwordRuns().size(), 0);
     }
 
@@ -396,6 +330,9 @@ private:
         QTest::newRow("Zig mode") << true;
     }
 
+    static QStringList parkingOf(bool zigMode) { return zigMode ? QStringList() : kParking; }
+
+    /// A window that has started, with all that was said on the way forgotten.
     void makeWindow(bool zigMode)
     {
         WindowFixture::Options options;
@@ -407,6 +344,8 @@ private:
         m_fixture = std::make_unique<WindowFixture>(options);
         connect(m_termination.get(), &TerminationSignal::received, &m_fixture->window(),
                 &ORLA_II_Plus_Verifier::slot_terminate);
+        m_fixture->takeBoardLines();
+        m_fixture->clearConsoles();
     }
 
     /// The board sends the answer that it owes, and the line is given the time to bring it.
@@ -431,6 +370,29 @@ private:
         limit.callOnTimeout([] { QCoreApplication::exit(kNeverEnded); });
         limit.start(kEndless_ms);
         return QApplication::exec();
+    }
+
+    /// Has the next box answered by nobody but this function, and once; until then, what is
+    /// returned is active.
+    std::unique_ptr<QTimer> whenABoxIsOpen(const std::function<void(QWidget* box)>& function)
+    {
+        m_fixture->boxes().stop();
+        auto looking = std::make_unique<QTimer>();
+        looking->callOnTimeout([timer = looking.get(), function] {
+            QWidget* box = QApplication::activeModalWidget();
+            if (box == nullptr)
+                return;
+            timer->stop();
+            function(box);
+        });
+        looking->start(20);
+        return looking;
+    }
+
+    void expectEnd(const QStringList& lines)
+    {
+        QCOMPARE(loop(), 0);
+        expectEnded(lines);
     }
 
     void expectEnded(const QStringList& lines)

@@ -34,14 +34,12 @@ private slots:
         const QString origin = "$,STM1,ORIGIN,,";
         const QString reference = "$,STM1,ABS,30000,";
         const QString diagnosis = "$,STM1,SELF_DIAG,,";
-        QTest::newRow("origin, reference") << "BUTTON_Z_ORIGIN"
-                                           << "BUTTON_Z_MOVE_REFERENCE" << QStringList{origin, reference};
-        QTest::newRow("reference, origin") << "BUTTON_Z_MOVE_REFERENCE"
-                                           << "BUTTON_Z_ORIGIN" << QStringList{reference, origin};
-        QTest::newRow("diagnosis, origin") << "BUTTON_Z_DIAGNOSIS"
-                                           << "BUTTON_Z_ORIGIN" << QStringList{diagnosis, origin};
-        QTest::newRow("origin, step") << "BUTTON_Z_ORIGIN"
-                                      << "BUTTON_Z_MOVE_PLUS" << QStringList{origin, "$,STM1,MVP,256,"};
+        const auto row = [](const char* name, const char* first, const char* second,
+                            const QStringList& lines) { QTest::newRow(name) << first << second << lines; };
+        row("origin, reference", "BUTTON_Z_ORIGIN", "BUTTON_Z_MOVE_REFERENCE", {origin, reference});
+        row("reference, origin", "BUTTON_Z_MOVE_REFERENCE", "BUTTON_Z_ORIGIN", {reference, origin});
+        row("diagnosis, origin", "BUTTON_Z_DIAGNOSIS", "BUTTON_Z_ORIGIN", {diagnosis, origin});
+        row("origin, step", "BUTTON_Z_ORIGIN", "BUTTON_Z_MOVE_PLUS", {origin, "$,STM1,MVP,256,"});
     }
 
     void busyStepsKeepTheirOrder()
@@ -52,12 +50,7 @@ private slots:
         makeWindow(false);
         m_fixture->setText("EDIT_Z_REFERENCE", "30000");
         press({first, second});
-        QStringList heard;
-        QVERIFY(m_fixture->waitUntil([&] {
-            heard += m_fixture->takeBoardLines();
-            return heard.size() >= lines.size();
-        }));
-        QCOMPARE(heard, lines);
+        QCOMPARE(m_fixture->waitForBoardLines(lines.size()), lines);
     }
 
     void aBusyStepDoesNotTakeTheAnswerOfAnAbsoluteMove_data() { rowsOfFirst(); }

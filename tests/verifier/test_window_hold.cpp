@@ -1,4 +1,3 @@
-#include <QPlainTextEdit>
 #include <QTabWidget>
 #include <QtTest>
 

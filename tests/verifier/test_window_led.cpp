@@ -124,16 +124,12 @@ private slots:
     {
         setText("EDIT_LED", "300");
         int sent = 0;
-        const auto connection = connect(Controller::getInstance(), &Controller::sig_debug_Controller, this,
-                                        [&](const QString& line) {
-                                            if (!line.startsWith("$,LED4,BRT,"))
-                                                return;
-                                            ++sent;
-                                            QCOMPARE(global_ini()->LED_brightness, 301);
-                                            QCOMPARE(text("EDIT_LED"), QString("301"));
-                                        });
+        const auto looking = atBoardLine("$,LED4,BRT,", [&](const QString&) {
+            ++sent;
+            QCOMPARE(global_ini()->LED_brightness, 301);
+            QCOMPARE(text("EDIT_LED"), QString("301"));
+        });
         click("BUTTON_LED_FINE_UP");
-        disconnect(connection);
         QCOMPARE(sent, 1);
     }
 
@@ -141,12 +137,9 @@ private slots:
     {
         setText("EDIT_LED", "100");
         press("BUTTON_LED_COARSE_UP");
-        QStringList lines;
-        QVERIFY(waitUntil([&] {
-            lines += takeBoardLines();
-            return lines.size() >= 3;
-        }));
+        const QStringList lines = waitForBoardLines(3);
         release("BUTTON_LED_COARSE_UP");
+        QVERIFY(lines.size() >= 3);
         for (int i = 0; i < lines.size(); ++i)
             QCOMPARE(lines[i], QString("$,LED4,BRT,%1,").arg(110 + 10 * i));
     }
@@ -178,15 +171,11 @@ private slots:
     {
         setText("EDIT_LED", "1000");
         QStringList whenSent;
-        const auto connection = connect(
-            Controller::getInstance(), &Controller::sig_debug_Controller, this, [&](const QString& line) {
-                if (line.startsWith("$,LED4"))
-                    whenSent << line.section(',', 2, 2) + (isEnabled("EDIT_LED") ? " 1" : " 0") +
-                                    ledEnabled();
-            });
+        const auto looking = atBoardLine("$,LED4", [&](const QString& line) {
+            whenSent << line.section(',', 2, 2) + (isEnabled("EDIT_LED") ? " 1" : " 0") + ledEnabled();
+        });
         click("BUTTON_LED");
         click("BUTTON_LED");
-        disconnect(connection);
         QCOMPARE(whenSent, QStringList({"OFF 00000", "ON 11100"}));
     }
 
@@ -209,21 +198,15 @@ private slots:
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<Enabled>("enabled");
-        QTest::newRow("0") << "0"
-                           << "0011";
-        QTest::newRow("1") << "1"
-                           << "1111";
-        QTest::newRow("999") << "999"
-                             << "1111";
-        QTest::newRow("1000") << "1000"
-                              << "1100";
-        QTest::newRow("beyond") << "1500"
-                                << "1100";
-        QTest::newRow("text") << "abc"
-                              << "0011";
+        const auto row = [](const char* text, const char* on) { QTest::newRow(text) << text << on; };
+        row("0", "0011");
+        row("1", "1111");
+        row("999", "1111");
+        row("1000", "1100");
+        row("1500", "1100");
+        row("abc", "0011");
         // Not 0, though there is nothing below.
-        QTest::newRow("negative") << "-5"
-                                  << "1111";
+        row("-5", "1111");
     }
 
     void switchingOnLeavesTheButtonsThatHaveRoom()
@@ -333,6 +316,7 @@ private slots:
         }
         QCOMPARE(ledEnabled(), Enabled(atMaximum ? "1100" : "0011"));
         QCOMPARE(layout::clippedTexts(&window()).join("; "), QString());
+        QVERIFY(waitForFrames(3));
         keepPicture(QString("camera-tab-") + QTest::currentDataTag());
     }
 
@@ -352,7 +336,7 @@ private:
     {
         if (!waitForFrames(8))
             qFatal("no frames");
-        const QImage view = window().grab(QRect(0, 0, 640, 480)).toImage();
+        const QImage view = this->view();
         std::array<double, 3> sums{};
         for (int y = 0; y < view.height(); y += 4) {
             for (int x = 0; x < view.width(); x += 4) {
@@ -365,16 +349,6 @@ private:
         for (double& sum : sums)
             sum /= 160.0 * 120.0;
         return sums;
-    }
-
-    /// Pictures for the eye, when a directory for them is named.
-    void keepPicture(const QString& name)
-    {
-        const QString directory = qEnvironmentVariable("ORLA_TEST_PICTURES");
-        if (directory.isEmpty())
-            return;
-        QVERIFY(waitForFrames(8));
-        QVERIFY(window().grab().save(directory + '/' + name + ".png"));
     }
 };
 

@@ -24,6 +24,13 @@ constexpr ModePress kPresses[] = {
     {"BUTTON_STAINING_NTB", 1280},
 };
 
+WindowFixture::Options withoutBoard()
+{
+    WindowFixture::Options options;
+    options.withBoard = false;
+    return options;
+}
+
 std::size_t requests(WindowFixture& fixture, const char* name)
 {
     std::size_t count = 0;
@@ -80,8 +87,7 @@ private slots:
     {
         QFETCH(bool, held);
         QFETCH(int, padding);
-        WindowFixture::Options options;
-        options.withBoard = false;
+        WindowFixture::Options options = withoutBoard();
         options.camera.capture.formatHeldByBuffers = held;
         options.camera.capture.rowPadding_bytes = padding;
         WindowFixture fixture(options);
@@ -104,8 +110,7 @@ private slots:
 
     void aSmallerPictureThanAskedForIsRefused()
     {
-        WindowFixture::Options options;
-        options.withBoard = false;
+        WindowFixture::Options options = withoutBoard();
         options.camera.capture.mostRows_px = 720;
         WindowFixture fixture(options);
         QVERIFY(fixture.waitForPaints(2));
@@ -118,9 +123,7 @@ private slots:
 
     void stoppingTheCameraStopsTheStreamOnceAndOnlyAStream()
     {
-        WindowFixture::Options options;
-        options.withBoard = false;
-        WindowFixture fixture(options);
+        WindowFixture fixture(withoutBoard());
         QVERIFY(fixture.waitForFrames());
         fixture.click("BUTTON_RESOLUTION_5M");
         QVERIFY(fixture.waitForFrames());
@@ -146,9 +149,7 @@ private slots:
     // Nobody may read the camera's memory while it is made anew or given back.
     void nothingGrabsWhereTheCameraIsOpenedOrClosed()
     {
-        WindowFixture::Options options;
-        options.withBoard = false;
-        WindowFixture fixture(options);
+        WindowFixture fixture(withoutBoard());
         QVector<bool> alone;
         connect(fixture.programCamera(), &OV5642Camera::sig_debug_Message, &fixture.window(),
                 [&](const QStringList& parts) {
@@ -180,9 +181,7 @@ private slots:
     void aModeOfWhichNoFrameHasComeIsBlack()
     {
         QFETCH(bool, scaled);
-        WindowFixture::Options options;
-        options.withBoard = false;
-        WindowFixture fixture(options);
+        WindowFixture fixture(withoutBoard());
         QVERIFY(fixture.waitForFrames(2));
         fixture.find<QCheckBox>("CHECK_SCALED_TO_FIT")->setChecked(scaled);
         QVERIFY(clickWithoutAGrabThread(fixture, "BUTTON_RESOLUTION_5M"));
@@ -203,9 +202,7 @@ private slots:
 
     void aCameraThatIsUnpluggedIsToldOnceAndComesBackWithAPress()
     {
-        WindowFixture::Options options;
-        options.withBoard = false;
-        WindowFixture fixture(options);
+        WindowFixture fixture(withoutBoard());
         QVERIFY(fixture.waitForFrames());
         const QString told = "[Error] /dev/video0: No such device";
         QVERIFY(fixture.camera().faults().enable("unplugged"));

@@ -1,9 +1,6 @@
-#include <memory>
-
 #include <QCheckBox>
 #include <QElapsedTimer>
 #include <QLabel>
-#include <QPaintEvent>
 #include <QSpinBox>
 #include <QWindow>
 #include <QtTest>
@@ -12,6 +9,8 @@
 #include "LiveViewNotice.h"
 #include "camera/OV5642Camera.h"
 #include "support/LayoutChecks.h"
+#include "support/PaintWatch.h"
+#include "support/PixelBounds.h"
 #include "support/WindowFixture.h"
 #include "verifier/WithoutGrabThread.h"
 
@@ -27,26 +26,6 @@ constexpr int kSilence_ms = 100;
 constexpr int kLooks_ms = 2500;
 
 enum class Cause { NotOpened, Unplugged, NoFrames, SilentSensor, SilentBoard, No5M };
-
-/// Counts events of a widget, and gathers what is painted of it.
-struct Watch : QObject
-{
-    explicit Watch(QWidget& widget) { widget.installEventFilter(this); }
-
-    bool eventFilter(QObject*, QEvent* event) override
-    {
-        if (event->type() == QEvent::Paint) {
-            ++paints;
-            painted |= static_cast<QPaintEvent*>(event)->region();
-        }
-        layouts += event->type() == QEvent::LayoutRequest || event->type() == QEvent::Resize ? 1 : 0;
-        return false;
-    }
-
-    int paints = 0;
-    int layouts = 0;
-    QRegion painted;
-};
 
 } // namespace
 Q_DECLARE_METATYPE(Cause)
@@ -116,7 +95,7 @@ private slots:
         QCOMPARE(band.pixel(band.width() - 1, last), band.pixel(0, last));
         QCOMPARE(band.pixel(0, last - 1), band.pixel(0, 0));
         theBandIsDrawnToThePixel(band);
-        keepPicture(QTest::currentDataTag());
+        keepPicture(QString("notice ") + QTest::currentDataTag());
     }
 
     void theLettersAreDrawnInTheirWholeHeight()
@@ -125,11 +104,7 @@ private slots:
         // A stroke from the top of its line to the bottom.
         own.showLines({QString(QChar(0x2502)), QString(QChar(0x2502))});
         const QImage band = own.grab().toImage();
-        QRect ink;
-        for (int y = 0; y < band.height() - 1; ++y)
-            for (int x = 0; x < band.width(); ++x)
-                if (band.pixel(x, y) != band.pixel(0, 0))
-                    ink |= QRect(x, y, 1, 1);
+        const QRect ink = inkOf(band);
         // It may go beyond its line, but does not end before it.
         QVERIFY2(ink.top() <= 3, QByteArray::number(ink.top()));
         QVERIFY2(ink.bottom() >= band.height() - 5, QByteArray::number(band.height() - ink.bottom()));
@@ -138,36 +113,47 @@ private slots:
     void whatHappensAtOnceIsToldAtOnce_data()
     {
         QTest::addColumn<Cause>("cause");
-        QTest::newRow("not opened") << Cause::NotOpened;
-        QTest::newRow("silent sensor") << Cause::SilentSensor;
+        QTest::addColumn<bool>("whenItIsOver");
+        QTest::newRow("not opened") << Cause::NotOpened << false;
+        QTest::newRow("silent sensor") << Cause::SilentSensor << false;
+        QTest::newRow("exchange with the board") << Cause::SilentBoard << true;
     }
 
     void whatHappensAtOnceIsToldAtOnce()
     {
         QFETCH(Cause, cause);
+        QFETCH(bool, whenItIsOver);
         bring(cause);
+        if (whenItIsOver)
+            QCoreApplication::processEvents();
         QVERIFY(notice()->isVisible());
         take(cause);
+        if (whenItIsOver)
+            QCoreApplication::processEvents();
         QVERIFY(notice()->isHidden());
     }
 
-    void aSettingThatTheSensorDoesNotTakeIsToldAtOnce()
+    void aSettingThatTheSensorDoesNotTakeIsToldUntilItIsSetAgain_data()
     {
-        QVERIFY(camera().faults().enable("i2c-nack"));
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("silent sensor") << "i2c-nack"
+                                       << "Image sensor does not answer:";
+        // The low byte, which comes after it, is taken.
+        QTest::newRow("high byte missed")
+            << "i2c-nack:1"
+            << "Image sensor missed a setting: what is shown may not be in force. Set it again.";
+    }
+
+    void aSettingThatTheSensorDoesNotTakeIsToldUntilItIsSetAgain()
+    {
+        QFETCH(QString, fault);
+        QFETCH(QString, text);
+        QVERIFY(camera().faults().enable(fault.toStdString()));
         click("BUTTON_EXPOSURE_FINE_UP");
         QVERIFY(notice()->isVisible());
+        QVERIFY2(notice()->text().startsWith(text), qPrintable(notice()->text()));
         clearFaults();
-        click("BUTTON_EXPOSURE_FINE_DOWN");
-        QVERIFY(notice()->isHidden());
-    }
-
-    void aSettingThatTheSensorMissedIsToldUntilItIsSetAgain()
-    {
-        // The low byte, which comes after it, is taken.
-        QVERIFY(camera().faults().enable("i2c-nack:1"));
-        click("BUTTON_EXPOSURE_FINE_UP");
-        QCOMPARE(notice()->text(),
-                 QString("Image sensor missed a setting: what is shown may not be in force. Set it again."));
         click("BUTTON_EXPOSURE_FINE_DOWN");
         QVERIFY(notice()->isHidden());
     }
@@ -194,16 +180,6 @@ private slots:
         click("BUTTON_LED");
     }
 
-    void anExchangeWithTheBoardIsToldAsSoonAsItIsOver()
-    {
-        bring(Cause::SilentBoard);
-        QCoreApplication::processEvents();
-        QVERIFY(notice()->isVisible());
-        take(Cause::SilentBoard);
-        QCoreApplication::processEvents();
-        QVERIFY(notice()->isHidden());
-    }
-
     void aStallIsToldAfterThreeSeconds()
     {
         QElapsedTimer time;
@@ -224,7 +200,7 @@ private slots:
             QVERIFY2(notice()->fontMetrics().horizontalAdvance(line) < kView.width() - 16, qPrintable(line));
         QVERIFY(notice()->height() >= 2 * notice()->fontMetrics().height());
         QVERIFY(notice()->height() <= 50);
-        keepPicture("camera and board");
+        keepPicture("notice camera and board");
         take(Cause::NotOpened);
         QVERIFY(notice()->text().startsWith("Controller board does not answer"));
         QVERIFY(notice()->height() <= 30);
@@ -296,16 +272,15 @@ private slots:
         bring(Cause::SilentSensor);
         QVERIFY(notice()->isVisible());
         QVERIFY(waitForFrames(3));
-        const Watch ofNotice(*notice());
-        const Watch ofWindow(window());
+        const PaintWatch ofNotice(*notice());
+        const PaintWatch ofWindow(window());
         // More than two looks of the window at its instrument.
         QTest::qWait(kLooks_ms);
-        QVERIFY(waitUntil([&ofWindow] { return ofWindow.paints > 10; }));
-        QCOMPARE(ofNotice.paints, 0);
-        QCOMPARE(ofNotice.layouts, 0);
-        QCOMPARE(ofWindow.layouts, 0);
-        QCOMPARE(ofWindow.painted.boundingRect(),
-                 QRect(0, notice()->height(), 640, 480 - notice()->height()));
+        QVERIFY(waitUntil([&ofWindow] { return ofWindow.paints() > 10; }));
+        QCOMPARE(ofNotice.paints(), 0);
+        QCOMPARE(ofNotice.layouts(), 0);
+        QCOMPARE(ofWindow.layouts(), 0);
+        QCOMPARE(ofWindow.painted(), QRect(0, notice()->height(), 640, 480 - notice()->height()));
     }
 
     void theViewIsDraggedThroughTheBand()
@@ -406,12 +381,11 @@ private:
         }
     }
 
-    /// Pictures for the eye, when a directory for them is named.
-    void keepPicture(const QString& name)
+    /// Where the band is not of the colour of its ground; its last row is its edge.
+    static QRect inkOf(const QImage& band)
     {
-        const QString directory = qEnvironmentVariable("ORLA_TEST_PICTURES");
-        if (!directory.isEmpty())
-            QVERIFY(window().grab().save(directory + "/notice " + name + ".png"));
+        const QRgb ground = band.pixel(0, 0);
+        return boundsOf(band, band.rect().adjusted(0, 0, 0, -1), [=](QRgb pixel) { return pixel != ground; });
     }
 
     // Black on yellow, 8 pixels from the sides and 3 from above and below, with a darker last row.
@@ -423,18 +397,10 @@ private:
         const int text_px =
             metrics.boundingRect(QRect(0, 0, band.width() - 16, 1000), kFlags, notice()->text()).height();
         QCOMPARE(band.height(), text_px + 7);
-        const QRgb ground = band.pixel(0, 0);
-        QCOMPARE(QColor(ground), QColor(255, 216, 74));
+        QCOMPARE(QColor(band.pixel(0, 0)), QColor(255, 216, 74));
         QCOMPARE(QColor(band.pixel(0, band.height() - 1)), QColor(138, 109, 0));
-        QRect text;
-        bool black = false;
-        for (int y = 0; y < band.height() - 1; ++y)
-            for (int x = 0; x < band.width(); ++x) {
-                if (band.pixel(x, y) != ground)
-                    text |= QRect(x, y, 1, 1);
-                black = black || QColor(band.pixel(x, y)) == Qt::black;
-            }
-        QVERIFY(black);
+        const QRect text = inkOf(band);
+        QVERIFY(!boundsOf(band, text, [](QRgb pixel) { return QColor(pixel) == Qt::black; }).isNull());
         // The first letters begin a pixel behind the margin at most.
         QVERIFY2(text.left() >= 8 && text.left() <= 9, QByteArray::number(text.left()));
         QVERIFY2(text.top() >= 3 && text.bottom() < band.height() - 4, QByteArray::number(text.top()));

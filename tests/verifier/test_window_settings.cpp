@@ -1,5 +1,4 @@
 #include <cstring>
-#include <memory>
 
 #include <QDir>
 #include <QLabel>
@@ -126,13 +125,8 @@ private slots:
         QTest::addColumn<QByteArray>("line");
         QTest::addColumn<bool>("on");
         QTest::newRow("missing") << QByteArray() << true;
-        QTest::newRow("On") << QByteArray("Zig%20mode=On\n") << true;
-        QTest::newRow("on") << QByteArray("Zig%20mode=on\n") << false;
-        QTest::newRow("ON") << QByteArray("Zig%20mode=ON\n") << false;
-        QTest::newRow("Off") << QByteArray("Zig%20mode=Off\n") << false;
-        QTest::newRow("1") << QByteArray("Zig%20mode=1\n") << false;
-        QTest::newRow("true") << QByteArray("Zig%20mode=true\n") << false;
-        QTest::newRow("empty") << QByteArray("Zig%20mode=\n") << false;
+        for (const QByteArray text : {"On", "on", "ON", "Off", "1", "true", ""})
+            QTest::addRow("\"%s\"", text.constData()) << "Zig%20mode=" + text + '\n' << (text == "On");
     }
 
     void onlyTheExactTextTurnsZigModeOn()
@@ -248,27 +242,18 @@ private slots:
     {
         *global_ini() = changedRecord();
         window().apply_INI_value();
-        const QString text = messages();
-        int last = -1;
-        for (const char* step : {"ORLA_II_Plus_Verifier::apply_INI_value()", "::getCamera_reg()",
-                                 "on_BUTTON_Z_MOVE_REFERENCE_clicked()"}) {
-            const int at = text.indexOf(step);
-            QVERIFY2(at > last, step);
-            last = at;
-        }
+        expectInOrder(messages().split('\n'), {"ORLA_II_Plus_Verifier::apply_INI_value()",
+                                               "::getCamera_reg()", "on_BUTTON_Z_MOVE_REFERENCE_clicked()"});
         QCOMPARE(takeBoardLines(), QStringList({"$,LED4,BRT,640,", "$,STM1,ABS,28000,"}));
     }
 
     void theSensorIsReadBeforeTheBoardIsAsked()
     {
         std::size_t readsBefore = 0;
-        const auto connection = connect(
-            Controller::getInstance(), &Controller::sig_debug_Controller, this, [&](const QString& line) {
-                if (line.startsWith("$,LED4,BRT"))
-                    readsBefore = camera().trace().calls(CallKind::BusRead).size();
-            });
+        const auto looking = atBoardLine("$,LED4,BRT", [&](const QString&) {
+            readsBefore = camera().trace().calls(CallKind::BusRead).size();
+        });
         window().apply_INI_value();
-        disconnect(connection);
         QCOMPARE(readsBefore, std::size_t(10));
         QCOMPARE(camera().trace().calls(CallKind::BusRead).size(), std::size_t(10));
         QCOMPARE(camera().trace().calls(CallKind::BusWrite).size(), std::size_t(10));
@@ -285,17 +270,14 @@ private slots:
         global_ini()->Z_speed = 120;
         find<QPushButton>("BUTTON_LED_FINE_UP")->setEnabled(false);
         QStringList shown;
-        const auto connection = connect(
-            Controller::getInstance(), &Controller::sig_debug_Controller, this, [&](const QString& line) {
-                if (line.startsWith("$,"))
-                    shown += QStringList({line.section(',', 2, 2), text("EDIT_LED"),
-                                          isEnabled("BUTTON_LED_FINE_UP") ? "up" : "locked",
-                                          find<QSpinBox>("SPIN_Z_STEP")->text(),
-                                          find<QSpinBox>("SPIN_Z_SPEED")->text(), text("EDIT_Z_REFERENCE")})
-                                 .join(' ');
-            });
+        const auto looking = atBoardLine("$,", [&](const QString& line) {
+            shown += QStringList({line.section(',', 2, 2), text("EDIT_LED"),
+                                  isEnabled("BUTTON_LED_FINE_UP") ? "up" : "locked",
+                                  find<QSpinBox>("SPIN_Z_STEP")->text(),
+                                  find<QSpinBox>("SPIN_Z_SPEED")->text(), text("EDIT_Z_REFERENCE")})
+                         .join(' ');
+        });
         window().apply_INI_value();
-        disconnect(connection);
         QCOMPARE(shown, QStringList({"BRT 640 locked 256 250 before", "ABS 640 up 512 120 28000"}));
     }
 

@@ -8,13 +8,6 @@
 #include "support/FileBytes.h"
 #include "support/WindowFixture.h"
 
-namespace {
-
-constexpr const char* kHighlight = "background-color: rgb(0, 170, 255);";
-constexpr const char* kPlain = "background-color: none;";
-
-} // namespace
-
 class TestWindowStage : public QObject, protected WindowFixture
 {
     Q_OBJECT
@@ -33,54 +26,45 @@ private slots:
         takeBoardLines();
     }
 
-    void thePositionIsQueriedAndShown()
-    {
-        click("BUTTON_Z_POSITION");
-        QCOMPARE(text("EDIT_Z_POSITION"), QString("10000"));
-        QCOMPARE(takeBoardLines(), QStringList("$,STM1,GET_POS,,"));
-    }
-
-    void aPositionQueryThatFailsShowsMinusOne()
-    {
-        failNext("GET_POS");
-        click("BUTTON_Z_POSITION");
-        QCOMPARE(text("EDIT_Z_POSITION"), QString("-1"));
-    }
-
-    void oneStepUpShowsTheTrackedPosition()
-    {
-        click("BUTTON_Z_MOVE_PLUS");
-        QCOMPARE(text("EDIT_Z_POSITION"), QString("10256"));
-        QCOMPARE(takeBoardLines(), QStringList("$,STM1,MVP,256,"));
-        QCOMPARE(stagePosition(), 10256.0);
-    }
-
-    void oneStepDownShowsTheTrackedPosition()
-    {
-        click("BUTTON_Z_MOVE_MINUS");
-        QCOMPARE(text("EDIT_Z_POSITION"), QString("9744"));
-        QCOMPARE(takeBoardLines(), QStringList("$,STM1,MVN,256,"));
-    }
-
-    void aFailedStepLeavesTheDisplay_data()
+    void aPressSendsItsLineAndShowsThePosition_data()
     {
         QTest::addColumn<QString>("button");
-        QTest::addColumn<QString>("command");
-        QTest::newRow("plus") << "BUTTON_Z_MOVE_PLUS"
-                              << "MVP";
-        QTest::newRow("minus") << "BUTTON_Z_MOVE_MINUS"
-                               << "MVN";
+        QTest::addColumn<int>("tracked");
+        QTest::addColumn<QString>("failing");
+        QTest::addColumn<QString>("line");
+        QTest::addColumn<QString>("shown");
+        QTest::addColumn<double>("stage");
+        const auto row = [](const char* name, const char* button, int tracked, const char* failing,
+                            const char* line, const char* shown, double stage) {
+            QTest::newRow(name) << QString("BUTTON_Z_") + button << tracked << failing << line << shown
+                                << stage;
+        };
+        row("position", "POSITION", 10000, "", "$,STM1,GET_POS,,", "10000", 10000);
+        row("position, failed", "POSITION", 10000, "GET_POS", "$,STM1,GET_POS,,", "-1", 10000);
+        row("up", "MOVE_PLUS", 10000, "", "$,STM1,MVP,256,", "10256", 10256);
+        row("up, failed", "MOVE_PLUS", 10000, "MVP", "$,STM1,MVP,256,", "before", 10000);
+        row("down", "MOVE_MINUS", 10000, "", "$,STM1,MVN,256,", "9744", 9744);
+        row("down, failed", "MOVE_MINUS", 10000, "MVN", "$,STM1,MVN,256,", "before", 10000);
+        row("down to a tracked zero", "MOVE_MINUS", 256, "", "$,STM1,MVN,256,", "0", 9744);
+        row("stop", "STOP", 10000, "", "$,STM1,STOP,,", "before", 10000);
     }
 
-    void aFailedStepLeavesTheDisplay()
+    void aPressSendsItsLineAndShowsThePosition()
     {
         QFETCH(QString, button);
-        QFETCH(QString, command);
+        QFETCH(int, tracked);
+        QFETCH(QString, failing);
+        QFETCH(QString, line);
+        QFETCH(QString, shown);
+        QFETCH(double, stage);
+        Controller::getInstance()->m_zStagePosition = tracked;
         setText("EDIT_Z_POSITION", "before");
-        failNext(command.toStdString());
+        if (!failing.isEmpty())
+            failNext(failing.toStdString());
         click(qPrintable(button));
-        QCOMPARE(text("EDIT_Z_POSITION"), QString("before"));
-        QCOMPARE(takeBoardLines(), QStringList("$,STM1," + command + ",256,"));
+        QCOMPARE(takeBoardLines(), QStringList(line));
+        QCOMPARE(text("EDIT_Z_POSITION"), shown);
+        QCOMPARE(stagePosition(), stage);
         QVERIFY(boxes().seen().isEmpty());
     }
 
@@ -122,14 +106,6 @@ private slots:
         QCOMPARE(stagePosition(), 10256.0);
     }
 
-    void theStepSizeTakesEffectAtOnceWithoutSaving()
-    {
-        find<QSpinBox>("SPIN_Z_STEP")->setValue(640);
-        QCOMPARE(global_ini()->Z_step, 640);
-        click("BUTTON_Z_MOVE_PLUS");
-        QCOMPARE(takeBoardLines(), QStringList("$,STM1,MVP,640,"));
-    }
-
     void aStepIsTheRecordsAndARotationTheBoxes()
     {
         global_ini()->Z_step = 123;
@@ -146,18 +122,26 @@ private slots:
         global_ini()->Z_speed = 250;
     }
 
-    void whatABoxDoesNotTakeIsNotStored()
+    void whatABoxTakesIsStoredAtOnce_data()
     {
-        auto* step = find<QSpinBox>("SPIN_Z_STEP");
-        step->setValue(2147483647);
-        QCOMPARE(global_ini()->Z_step, 100000);
-        step->setValue(-1);
-        QCOMPARE(global_ini()->Z_step, 10);
-        auto* speed = find<QSpinBox>("SPIN_Z_SPEED");
-        speed->setValue(2147483647);
-        QCOMPARE(global_ini()->Z_speed, 1000);
-        speed->setValue(-1);
-        QCOMPARE(global_ini()->Z_speed, 10);
+        QTest::addColumn<QString>("box");
+        QTest::addColumn<int>("set");
+        QTest::addColumn<int>("stored");
+        QTest::newRow("step") << "SPIN_Z_STEP" << 640 << 640;
+        QTest::newRow("step beyond the greatest") << "SPIN_Z_STEP" << 2147483647 << 100000;
+        QTest::newRow("step below the least") << "SPIN_Z_STEP" << -1 << 10;
+        QTest::newRow("speed") << "SPIN_Z_SPEED" << 500 << 500;
+        QTest::newRow("speed beyond the greatest") << "SPIN_Z_SPEED" << 2147483647 << 1000;
+        QTest::newRow("speed below the least") << "SPIN_Z_SPEED" << -1 << 10;
+    }
+
+    void whatABoxTakesIsStoredAtOnce()
+    {
+        QFETCH(QString, box);
+        QFETCH(int, set);
+        QFETCH(int, stored);
+        find<QSpinBox>(qPrintable(box))->setValue(set);
+        QCOMPARE(box == "SPIN_Z_STEP" ? global_ini()->Z_step : global_ini()->Z_speed, stored);
     }
 
     void aTypedNumberBelowTheRangeIsPutRightBeforeItActs_data()
@@ -207,12 +191,6 @@ private slots:
         QVERIFY2(saved.contains("Step=10\n") && saved.contains("Speed=10\n"), saved);
     }
 
-    void theSpeedIsStored()
-    {
-        find<QSpinBox>("SPIN_Z_SPEED")->setValue(500);
-        QCOMPARE(global_ini()->Z_speed, 500);
-    }
-
     void aNegativeTrackedPositionIsQueriedAndThenShownAllTheSame()
     {
         // The tracked position and the true one differ: the display ends on the tracked one.
@@ -227,14 +205,6 @@ private slots:
         QVERIFY(messages().contains("on_BUTTON_Z_POSITION_clicked()"));
         QCOMPARE(text("EDIT_Z_POSITION"), QString("-156"));
         QCOMPARE(Controller::getInstance()->m_zStagePosition, -56);
-    }
-
-    void aTrackedPositionOfZeroIsShownWithoutAQuery()
-    {
-        Controller::getInstance()->m_zStagePosition = 256;
-        click("BUTTON_Z_MOVE_MINUS");
-        QCOMPARE(takeBoardLines(), QStringList("$,STM1,MVN,256,"));
-        QCOMPARE(text("EDIT_Z_POSITION"), QString("0"));
     }
 
     void rotatingRunsWhileHeldAndStopsOnRelease_data()
@@ -263,34 +233,19 @@ private slots:
         QVERIFY(direction * (stagePosition() - 10000.0) > 100.0);
     }
 
-    void releasingRotateAlwaysStopsTheStage_data()
-    {
-        QTest::addColumn<QString>("button");
-        QTest::addColumn<QString>("command");
-        QTest::newRow("plus") << "BUTTON_Z_ROTATE_PLUS"
-                              << "ROP";
-        QTest::newRow("minus") << "BUTTON_Z_ROTATE_MINUS"
-                               << "RON";
-    }
+    void releasingRotateAlwaysStopsTheStage_data() { rotatingRunsWhileHeldAndStopsOnRelease_data(); }
 
     void releasingRotateAlwaysStopsTheStage()
     {
         QFETCH(QString, button);
-        QFETCH(QString, command);
-        failNext(command.toStdString());
+        QFETCH(QString, line);
+        find<QSpinBox>("SPIN_Z_SPEED")->setValue(300);
+        failNext(line.section(',', 2, 2).toStdString());
         press(qPrintable(button));
-        takeBoardLines();
+        QCOMPARE(takeBoardLines(), QStringList(line));
         release(qPrintable(button));
         QCOMPARE(takeBoardLines(), QStringList({"$,STM1,STOP,,", "$,STM1,GET_POS,,"}));
         QCOMPARE(text("EDIT_Z_POSITION"), QString("10000"));
-    }
-
-    void stopOnlyStops()
-    {
-        setText("EDIT_Z_POSITION", "before");
-        click("BUTTON_Z_STOP");
-        QCOMPARE(takeBoardLines(), QStringList("$,STM1,STOP,,"));
-        QCOMPARE(text("EDIT_Z_POSITION"), QString("before"));
     }
 
     void anAbsoluteMoveLocksTheWindowUntilItIsReported()
@@ -318,11 +273,9 @@ private slots:
 
     void theWindowIsLockedAndShownSoBeforeAnAbsoluteMoveGoesOut()
     {
-        EventWatch watch;
-        watch.watch(&window());
-        const auto connection = noteLine(watch, "ABS");
+        EventWatch watch({&window()});
+        const auto noting = atBoardLine("$,STM1,ABS", [&](const QString&) { watch.note("ABS"); });
         QVERIFY(QMetaObject::invokeMethod(&window(), "on_BUTTON_Z_ABS_clicked"));
-        disconnect(connection);
         const QStringList before = watch.before("ABS");
         QCOMPARE(before.first(), QString("disabled ORLA_II_Plus_Verifier"));
         QCOMPARE(before.count("turn"), 1);
@@ -331,26 +284,52 @@ private slots:
         QVERIFY(waitUntil([this] { return window().isEnabled(); }));
     }
 
-    void anAbsoluteMoveTakesItsTextAsANumber_data() { addTextRows(); }
+    void theTextOfAFieldIsTakenAsANumber_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("number");
+        QTest::newRow("number") << "31234" << 31234;
+        QTest::newRow("negative") << "-156" << -156;
+        QTest::newRow("signed") << "+5" << 5;
+        QTest::newRow("blanks around it") << " 7 " << 7;
+        QTest::newRow("leading zeros") << "010" << 10;
+        QTest::newRow("greatest") << "2147483647" << 2147483647;
+        QTest::newRow("too great") << "2147483648" << 0;
+        QTest::newRow("number and letters") << "12abc" << 0;
+        QTest::newRow("hexadecimal") << "0x10" << 0;
+        QTest::newRow("fraction") << "1.5" << 0;
+        QTest::newRow("letters") << "abc" << 0;
+        QTest::newRow("foreign letters") << "Ž三" << 0;
+        QTest::newRow("empty") << "" << 0;
+    }
 
-    void anAbsoluteMoveTakesItsTextAsANumber()
+    void theTextOfAFieldIsTakenAsANumber()
     {
         QFETCH(QString, text);
         QFETCH(int, number);
+        const QString line = QString("$,STM1,ABS,%1,").arg(number);
         setText("EDIT_Z_ABS", text);
         click("BUTTON_Z_ABS");
         QVERIFY(waitUntil([this] { return window().isEnabled(); }));
-        QCOMPARE(takeBoardLines().first(), QString("$,STM1,ABS,%1,").arg(number));
+        QCOMPARE(takeBoardLines().first(), line);
+
+        setText("EDIT_Z_REFERENCE", text);
+        click("BUTTON_Z_MOVE_REFERENCE");
+        QCOMPARE(takeBoardLines(), QStringList(line));
+
+        global_ini()->Z_reference = -1;
+        setText("EDIT_Z_POSITION", text);
+        setText("EDIT_Z_REFERENCE", "");
+        click("BUTTON_Z_SET_REFERENCE");
+        QCOMPARE(global_ini()->Z_reference, number);
+        QCOMPARE(this->text("EDIT_Z_REFERENCE"), text);
+        QVERIFY(takeBoardLines().isEmpty());
     }
 
     void aStepThatIsHeldEndsWhenTheWindowIsLocked()
     {
         press("BUTTON_Z_MOVE_PLUS");
-        QStringList lines;
-        QVERIFY(waitUntil([&] {
-            lines += takeBoardLines();
-            return !lines.isEmpty();
-        }));
+        QVERIFY(!waitForBoardLines(1).isEmpty());
         window().setEnabled(false);
         takeBoardLines();
         QTest::qWait(500);
@@ -375,110 +354,54 @@ private slots:
     void aBusyButtonIsPaintedSoBeforeItsStepBlocks_data()
     {
         QTest::addColumn<QString>("button");
-        QTest::addColumn<QString>("command");
-        QTest::newRow("origin") << "BUTTON_Z_ORIGIN"
-                                << "ORIGIN";
-        QTest::newRow("reference") << "BUTTON_Z_MOVE_REFERENCE"
-                                   << "ABS";
-        QTest::newRow("diagnosis") << "BUTTON_Z_DIAGNOSIS"
-                                   << "SELF_DIAG";
+        QTest::addColumn<QString>("line");
+        QTest::addColumn<double>("stage");
+        QTest::addColumn<QString>("diagnosis");
+        const auto row = [](const char* name, const char* button, const char* line, double stage,
+                            const char* diagnosis) {
+            QTest::newRow(name) << button << line << stage << diagnosis;
+        };
+        row("origin", "BUTTON_Z_ORIGIN", "$,STM1,ORIGIN,,", 0, "before");
+        row("reference", "BUTTON_Z_MOVE_REFERENCE", "$,STM1,ABS,31000,", 31000, "before");
+        row("diagnosis", "BUTTON_Z_DIAGNOSIS", "$,STM1,SELF_DIAG,,", 10000, "0");
+        row("diagnosis, failed", "BUTTON_Z_DIAGNOSIS", "$,STM1,SELF_DIAG,,", 10000, "-1");
     }
 
     void aBusyButtonIsPaintedSoBeforeItsStepBlocks()
     {
         QFETCH(QString, button);
-        QFETCH(QString, command);
-        EventWatch watch;
-        watch.watch(&window());
-        watch.watch(find<QPushButton>(qPrintable(button)));
+        QFETCH(QString, line);
+        QFETCH(double, stage);
+        QFETCH(QString, diagnosis);
+        EventWatch watch({&window(), find<QPushButton>(qPrintable(button))});
         QString resultWhenBack;
         QStringList styles;
         watch.atChange([&](const QString& change) {
             if (change == "enabled " + button)
                 resultWhenBack = text("EDIT_Z_DIAGNOSIS");
-            if (change.endsWith("abled " + button))
+            if (change == line || change.endsWith("abled " + button))
                 styles += style(qPrintable(button));
         });
+        if (diagnosis == "-1")
+            failNext("SELF_DIAG");
         setText("EDIT_Z_DIAGNOSIS", "before");
-        const auto connection = noteLine(watch, command);
+        setText("EDIT_Z_REFERENCE", "31000");
+        const auto noting = atBoardLine(line, [&](const QString&) { watch.note(line); });
         const QString slot = "on_" + button + "_clicked";
         QVERIFY(QMetaObject::invokeMethod(&window(), qPrintable(slot)));
-        disconnect(connection);
 
-        const QStringList before = watch.before(command);
+        const QStringList before = watch.before(line);
         QVERIFY(before.indexOf("disabled " + button) < before.indexOf("turn"));
         QCOMPARE(before.count("turn"), 1);
         QVERIFY(before.mid(before.indexOf("turn")).contains("paint " + button));
-        const QStringList after = watch.after(command);
+        const QStringList after = watch.after(line);
         QCOMPARE(after.count("turn"), 0);
         QVERIFY(after.mid(after.indexOf("enabled " + button)).contains("paint ORLA_II_Plus_Verifier"));
-        QCOMPARE(styles, QStringList({kHighlight, kPlain}));
-        QCOMPARE(resultWhenBack, QString(command == "SELF_DIAG" ? "0" : "before"));
-    }
-
-    void homingIsShownWhileItBlocks()
-    {
-        const Look look = lookDuring("BUTTON_Z_ORIGIN", "ORIGIN");
-        QCOMPARE(look.style, QString(kHighlight));
-        QVERIFY(!look.enabled);
-        QCOMPARE(style("BUTTON_Z_ORIGIN"), QString(kPlain));
-        QVERIFY(isEnabled("BUTTON_Z_ORIGIN"));
-        QCOMPARE(takeBoardLines(), QStringList("$,STM1,ORIGIN,,"));
-        QCOMPARE(stagePosition(), 0.0);
-    }
-
-    void theReferenceIsRevisited()
-    {
-        setText("EDIT_Z_REFERENCE", "31000");
-        const Look look = lookDuring("BUTTON_Z_MOVE_REFERENCE", "ABS");
-        QCOMPARE(look.style, QString(kHighlight));
-        QVERIFY(!look.enabled);
-        QCOMPARE(style("BUTTON_Z_MOVE_REFERENCE"), QString(kPlain));
-        QVERIFY(isEnabled("BUTTON_Z_MOVE_REFERENCE"));
-        QCOMPARE(takeBoardLines(), QStringList("$,STM1,ABS,31000,"));
-        QCOMPARE(stagePosition(), 31000.0);
-    }
-
-    void aReferenceIsTakenAsANumber_data() { addTextRows(); }
-
-    void aReferenceIsTakenAsANumber()
-    {
-        QFETCH(QString, text);
-        QFETCH(int, number);
-        setText("EDIT_Z_REFERENCE", text);
-        click("BUTTON_Z_MOVE_REFERENCE");
-        QCOMPARE(takeBoardLines(), QStringList(QString("$,STM1,ABS,%1,").arg(number)));
-    }
-
-    void theDiagnosisIsShown()
-    {
-        const Look look = lookDuring("BUTTON_Z_DIAGNOSIS", "SELF_DIAG");
-        QCOMPARE(look.style, QString(kHighlight));
-        QVERIFY(!look.enabled);
-        QCOMPARE(text("EDIT_Z_DIAGNOSIS"), QString("0"));
-        QCOMPARE(style("BUTTON_Z_DIAGNOSIS"), QString(kPlain));
-        QVERIFY(isEnabled("BUTTON_Z_DIAGNOSIS"));
-    }
-
-    void aFailedDiagnosisShowsMinusOne()
-    {
-        failNext("SELF_DIAG");
-        click("BUTTON_Z_DIAGNOSIS");
-        QCOMPARE(text("EDIT_Z_DIAGNOSIS"), QString("-1"));
-    }
-
-    void theReferenceIsTheDisplayedPosition_data() { addTextRows(); }
-
-    void theReferenceIsTheDisplayedPosition()
-    {
-        QFETCH(QString, text);
-        QFETCH(int, number);
-        global_ini()->Z_reference = -1;
-        setText("EDIT_Z_POSITION", text);
-        click("BUTTON_Z_SET_REFERENCE");
-        QCOMPARE(global_ini()->Z_reference, number);
-        QCOMPARE(this->text("EDIT_Z_REFERENCE"), text);
-        QVERIFY(takeBoardLines().isEmpty());
+        QCOMPARE(watch.enabledChanges(), QStringList({"disabled " + button, "enabled " + button}));
+        QCOMPARE(styles, QStringList({kHighlight, kHighlight, kPlain}));
+        QCOMPARE(resultWhenBack, diagnosis);
+        QCOMPARE(takeBoardLines(), QStringList(line));
+        QCOMPARE(stagePosition(), stage);
     }
 
     void everyPressIsLogged_data()
@@ -522,8 +445,7 @@ private slots:
         QFETCH(bool, enables);
         window().setEnabled(false);
         QString shownWhenEnabled;
-        EventWatch watch;
-        watch.watch(&window());
+        EventWatch watch({&window()});
         watch.atChange([&](const QString& change) {
             if (change.startsWith("enabled"))
                 shownWhenEnabled = text("EDIT_Z_POSITION");
@@ -542,23 +464,14 @@ private slots:
     void holdingAMoveButtonRepeatsTheStep()
     {
         press("BUTTON_Z_MOVE_PLUS");
-        QStringList lines;
-        QVERIFY(waitUntil([&] {
-            lines += takeBoardLines();
-            return lines.size() >= 3;
-        }));
+        const QStringList lines = waitForBoardLines(3);
         release("BUTTON_Z_MOVE_PLUS");
+        QVERIFY(lines.size() >= 3);
         for (const QString& line : lines)
             QCOMPARE(line, QString("$,STM1,MVP,256,"));
     }
 
 private:
-    struct Look
-    {
-        QString style;
-        bool enabled = true;
-    };
-
     /// Puts a text in the place of a spin box's number, key by key, and leaves it there.
     void type(const QString& box, const QString& text)
     {
@@ -568,51 +481,6 @@ private:
         QTest::keyClick(spin, Qt::Key_Delete);
         QTest::keyClicks(spin, text);
         QCOMPARE(spin->text(), text);
-    }
-
-    /// How a busy button looks at the moment when its command goes out.
-    Look lookDuring(const char* button, const QString& command)
-    {
-        Look look;
-        const auto connection = connect(Controller::getInstance(), &Controller::sig_debug_Controller, this,
-                                        [&](const QString& line) {
-                                            if (line.startsWith("$,") && line.contains(command))
-                                                look = {style(button), isEnabled(button)};
-                                        });
-        click(button);
-        disconnect(connection);
-        return look;
-    }
-
-    /// Texts of a field and the number that they stand for.
-    static void addTextRows()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("number");
-        QTest::newRow("number") << "31234" << 31234;
-        QTest::newRow("negative") << "-156" << -156;
-        QTest::newRow("signed") << "+5" << 5;
-        QTest::newRow("blanks around it") << " 7 " << 7;
-        QTest::newRow("leading zeros") << "010" << 10;
-        QTest::newRow("greatest") << "2147483647" << 2147483647;
-        QTest::newRow("too great") << "2147483648" << 0;
-        QTest::newRow("number and letters") << "12abc" << 0;
-        QTest::newRow("hexadecimal") << "0x10" << 0;
-        QTest::newRow("fraction") << "1.5" << 0;
-        QTest::newRow("letters") << "abc" << 0;
-        QTest::newRow("foreign letters") << "Ž三" << 0;
-        QTest::newRow("empty") << "" << 0;
-    }
-
-    /// Notes a command in the list at the moment when its line goes out.
-    QMetaObject::Connection noteLine(EventWatch& watch, const QString& command)
-    {
-        return connect(
-            Controller::getInstance(), &Controller::sig_debug_Controller, this,
-            [&watch, command](const QString& line) {
-                if (line.startsWith("$,") && line.contains(command))
-                    watch.note(command);
-            });
     }
 
     void failNext(const std::string& command) { addFault({LineFault::Failure, command, 1}); }

@@ -1,4 +1,3 @@
-#include <QPushButton>
 #include <QtTest>
 
 #include "verifier/TrimTab.h"
@@ -319,17 +318,6 @@ private slots:
         release("BUTTON_GAIN_FINE_UP");
         QCOMPARE(text("EDIT_GAIN"), QString("0x01FF"));
         QCOMPARE(busCalls(), pairWrite(kFamilies[1], 0x1FE) + pairWrite(kFamilies[1], 0x1FF));
-    }
-
-    void everyStepButtonRepeatsWhileHeld()
-    {
-        QStringList names;
-        for (const Family& f : kFamilies)
-            names += {f.fineDown, f.fineUp, f.coarseDown, f.coarseUp};
-        for (std::size_t i = 1; i < std::size(kLedWidgets); ++i)
-            names += kLedWidgets[i];
-        for (const QString& name : names)
-            QVERIFY2(find<QPushButton>(qPrintable(name))->autoRepeat(), qPrintable(name));
     }
 
     void theTestButtonDoesNothing()
