@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <utility>
 
 #include <QDir>
 #include <QFile>
@@ -75,7 +74,6 @@ void FocusRig::reset()
 {
     QDir(diskPath(QStringLiteral("/mnt"))).removeRecursively();
     QFile::remove(diskPath(QStringLiteral("/mnt")));
-    show(peakAt(0));
 }
 
 bool FocusRig::putStage(int position, const std::vector<LineFaultRule>& faults)

@@ -8,6 +8,7 @@
 #include <QStringList>
 #include <QTemporaryDir>
 #include <QVector>
+#include <QtTest>
 
 #include "Algorithm/alg_Autofocus.h"
 #include "camera/OV5642Camera.h"
@@ -48,6 +49,19 @@ struct Run
 
     QStringList logOf(const QString& part) const { return log.filter(part); }
 
+    /// Waits until the run has ended so many times; false if that takes too long.
+    bool hasEnded(int times = 1) const
+    {
+        return QTest::qWaitFor([this, times] { return ends.size() >= times; }, kEnd_ms) &&
+               ends.size() == times;
+    }
+    /// Begins one, and waits for its end.
+    bool toEnd(int times = 1)
+    {
+        sequencer->process();
+        return hasEnded(times);
+    }
+
     std::unique_ptr<alg_Autofocus> sequencer;
     QObject receiver;
     QVector<int> positions;
@@ -78,7 +92,7 @@ public:
     /// Where a fixed path lies while the rig stands.
     QString diskPath(const QString& fixedPath) const { return m_root.path() + fixedPath; }
 
-    /// An empty disk, the stage at 0, the sharpest picture there.
+    /// An empty disk.
     void reset();
     /// Puts the stage somewhere, known to the controller, and gives the board faults; its
     /// commands count from here. False if the controller did not follow.

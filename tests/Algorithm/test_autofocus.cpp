@@ -1,7 +1,5 @@
 #include "Algorithm/alg_Autofocus.h"
 
-#include <memory>
-
 #include <QDir>
 #include <QFile>
 #include <QPointer>
@@ -18,6 +16,9 @@
 
 using focus_sweep::State;
 
+/// Where a run begins that has not been told otherwise, and the centre of its sweep.
+constexpr int kCentre = 10000;
+
 class TestAutofocus : public QObject, protected FocusRig
 {
     Q_OBJECT
@@ -28,7 +29,8 @@ private slots:
     void init()
     {
         reset();
-        QVERIFY(putStage(0));
+        QVERIFY(putStage(kCentre));
+        show(peakAt(9360));
     }
 
     void cleanup() { Controller::getInstance()->m_timeouts = ControllerTimeouts(); }
@@ -37,13 +39,12 @@ private slots:
 
     void aRunScoresFifteenPositionsAndGoesToTheBest()
     {
-        QVERIFY(putStage(10000));
         show(peakAt(9000));
-        Run run(autofocus(10000));
+        Run run(autofocus(kCentre));
         run.sequencer->process();
         QCOMPARE(run.sequencer->state(), State::Coarse);
         QCOMPARE(run.sequencer->sweepStartZ(), 5520);
-        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
+        QVERIFY(run.hasEnded());
 
         // The sweep starts at 5520; its first sample is taken one step above that.
         QCOMPARE(run.samples.size(), std::size_t(15));
@@ -72,9 +73,8 @@ private slots:
     {
         QVERIFY(putStage(-2000));
         show(peakAt(7440));
-        Run run(autofocus(10000));
-        run.sequencer->process();
-        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
+        Run run(autofocus(kCentre));
+        QVERIFY(run.toEnd());
         QCOMPARE(run.ends.first(), 7440);
         QCOMPARE(lines().mid(0, 4), QStringList({"GET_POS,", "MVP,7520", "GET_POS,", "MVP,640"}));
     }
@@ -83,13 +83,13 @@ private slots:
     {
         QVERIFY(putStage(5520));
         show(peakAt(10640));
-        Run run(autofocus(10000));
+        Run run(autofocus(kCentre));
         run.sequencer->process();
         // All fifteen samples are taken before process() returns, fifteen levels deep.
         QCOMPARE(run.steps.size(), 15);
         QCOMPARE(run.samples.front().zPosition, 6160);
         QCOMPARE(run.samples.back().zPosition, 15120);
-        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
+        QVERIFY(run.hasEnded());
         QCOMPARE(run.ends.first(), 10640);
         const QStringList lines =
             QStringList{"GET_POS,"} + repeated("MVP,640", 15) + QStringList{"GET_POS,", "MVN,4480"};
@@ -100,7 +100,7 @@ private slots:
     {
         QVERIFY(putStage(5520));
         show(peakAt(15120));
-        Run run(autofocus(10000));
+        Run run(autofocus(kCentre));
         run.sequencer->process();
         QCOMPARE(run.bestIndex, 14);
         QCOMPARE(run.sequencer->resultZ(), 15120);
@@ -118,11 +118,9 @@ private slots:
 
     void aDarkSlideEndsAtTheFirstPosition()
     {
-        QVERIFY(putStage(10000));
         show([](int) { return 0; });
-        Run run(autofocus(10000));
-        run.sequencer->process();
-        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
+        Run run(autofocus(kCentre));
+        QVERIFY(run.toEnd());
         QCOMPARE(run.bestIndex, 0);
         QCOMPARE(run.ends.first(), 6160);
         QCOMPARE(run.samples.front().focusValue, 0.0);
@@ -130,11 +128,8 @@ private slots:
 
     void afterItsEndTheStagesMovesConcernARunNoMore()
     {
-        QVERIFY(putStage(10000));
-        show(peakAt(9360));
-        Run run(autofocus(10000));
-        run.sequencer->process();
-        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
+        Run run(autofocus(kCentre));
+        QVERIFY(run.toEnd());
         const int positions = run.positions.size();
         const int messages = run.log.size();
         QSignalSpy up(Controller::getInstance(), &Controller::sig_z_stage_mvp);
@@ -150,13 +145,9 @@ private slots:
 
     void aSecondRunOfTheSameObjectStartsAfresh()
     {
-        QVERIFY(putStage(10000));
-        show(peakAt(9360));
-        Run run(autofocus(10000));
-        run.sequencer->process();
-        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
-        run.sequencer->process();
-        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 2, kEnd_ms);
+        Run run(autofocus(kCentre));
+        QVERIFY(run.toEnd());
+        QVERIFY(run.toEnd(2));
         QCOMPARE(run.steps.size(), 30);
         QCOMPARE(run.samples.size(), std::size_t(15));
         QCOMPARE(run.samples.front().zPosition, 6160);
@@ -165,10 +156,9 @@ private slots:
 
     void refusedMovesDoNotStopTheRun()
     {
-        QVERIFY(putStage(10000, {{LineFault::Failure, "MVP", 0}}));
-        Run run(autofocus(10000));
-        run.sequencer->process();
-        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
+        QVERIFY(putStage(kCentre, {{LineFault::Failure, "MVP", 0}}));
+        Run run(autofocus(kCentre));
+        QVERIFY(run.toEnd());
         // The tracked position moves on, whatever the board did.
         QCOMPARE(run.samples.back().zPosition, 15120);
         QCOMPARE(stage(), 5520);
@@ -177,8 +167,8 @@ private slots:
     void aMoveThatIsNeverReportedLeavesTheRunWaiting()
     {
         // The fourth line is the non-blocking step that takes the first sample.
-        QVERIFY(putStage(10000, {{LineFault::Held, {}, 4}}));
-        Run run(autofocus(10000));
+        QVERIFY(putStage(kCentre, {{LineFault::Held, {}, 4}}));
+        Run run(autofocus(kCentre));
         run.sequencer->process();
         QTRY_COMPARE(lines().size(), 4);
         QTest::qWait(100);
@@ -186,7 +176,7 @@ private slots:
         QCOMPARE(run.sequencer->state(), State::Coarse);
         // An answer that comes late is still an answer.
         release();
-        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
+        QVERIFY(run.hasEnded());
         QCOMPARE(run.steps.size(), 15);
     }
 
@@ -194,17 +184,16 @@ private slots:
     {
         // The eighteenth line is the step to the fifteenth sample: it runs into the read
         // time-out, and the sample is taken where the stage is believed to be.
-        QVERIFY(putStage(10000, {{LineFault::Ignored, {}, 18}}));
+        QVERIFY(putStage(kCentre, {{LineFault::Ignored, {}, 18}}));
         show(peakAt(8720));
-        Run run(autofocus(10000));
+        Run run(autofocus(kCentre));
         // Nothing else is waited for in vain.
         connect(run.sequencer.get(), &alg_Autofocus::sig_progress_AutoFocusing, [&run] {
             constexpr int kShort_ms = 100;
             Controller::getInstance()->m_timeouts.read_ms =
                 run.steps.size() == 14 ? kShort_ms : ControllerTimeouts().read_ms;
         });
-        run.sequencer->process();
-        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
+        QVERIFY(run.toEnd());
         QCOMPARE(run.steps.size(), 15);
         QCOMPARE(run.samples.back().zPosition, 15120);
         QCOMPARE(run.ends.first(), 8720);
@@ -215,9 +204,9 @@ private slots:
 
     void deletingTheSequencerDuringARunLeavesNothingBehind()
     {
-        QVERIFY(putStage(10000, {{LineFault::Held, {}, 4}}));
+        QVERIFY(putStage(kCentre, {{LineFault::Held, {}, 4}}));
         QSignalSpy moved(Controller::getInstance(), &Controller::sig_z_stage_mvp);
-        Run run(autofocus(10000));
+        Run run(autofocus(kCentre));
         run.sequencer->process();
         QTRY_COMPARE(lines().size(), 4);
         run.sequencer.reset();
@@ -230,9 +219,7 @@ private slots:
 
     void deletingTheSequencerInItsEndIsSafe()
     {
-        QVERIFY(putStage(10000));
-        show(peakAt(9360));
-        QPointer<alg_Autofocus> sequencer = autofocus(10000).release();
+        QPointer<alg_Autofocus> sequencer = autofocus(kCentre).release();
         Run run(*sequencer);
         connect(sequencer.data(), &alg_Autofocus::sig_endAutoFocusing, this,
                 [&sequencer] { delete sequencer; });
@@ -243,12 +230,9 @@ private slots:
 
     void theLogNamesEveryStep()
     {
-        QVERIFY(putStage(10000));
-        show(peakAt(9360));
-        Run run(autofocus(10000));
+        Run run(autofocus(kCentre));
         const LogRecorder log;
-        run.sequencer->process();
-        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
+        QVERIFY(run.toEnd());
         const QStringList debugStream = log.messages();
 
         const QString name = QStringLiteral("void alg_Autofocus::");
@@ -283,9 +267,7 @@ private slots:
 
     void everySampleIsLoggedReachedSavedAndReportedInThatOrder()
     {
-        QVERIFY(putStage(10000));
-        show(peakAt(9360));
-        const auto sequencer = autofocus(10000, true);
+        const auto sequencer = autofocus(kCentre, true);
         QStringList events;
         const auto files = [&](const char* pattern) {
             const QDir directory(diskPath(sequencer->logDirectory() + "/Step1"));
@@ -337,11 +319,9 @@ private slots:
 
     void savedFramesScoreAsTheTableSays()
     {
-        QVERIFY(putStage(10000));
         show(peakAt(9000));
-        Run run(autofocus(10000, true));
-        run.sequencer->process();
-        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
+        Run run(autofocus(kCentre, true));
+        QVERIFY(run.toEnd());
         QVERIFY(run.logOf("[Error]").isEmpty());
 
         const QRegularExpression directoryName(R"(^/mnt/ORLA-II/Autofocus/\d{8}_\d{6}$)");
@@ -381,30 +361,23 @@ private slots:
     {
         QFile inTheWay(diskPath(QStringLiteral("/mnt")));
         QVERIFY(inTheWay.open(QIODevice::WriteOnly));
-        QVERIFY(putStage(10000));
-        show(peakAt(9360));
-        Run run(autofocus(10000, true));
-        run.sequencer->process();
-        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
+        Run run(autofocus(kCentre, true));
+        QVERIFY(run.toEnd());
         QCOMPARE(run.ends.first(), 9360);
         QCOMPARE(run.logOf("[Error]").size(), 3);
         QCOMPARE(run.logOf("[Error] create directory failed:|/mnt/ORLA-II/Autofocus/").size(), 1);
         QCOMPARE(run.logOf("[Error] write image failed:|/mnt/ORLA-II/Autofocus/").size(), 1);
         QCOMPARE(run.logOf("[Error] write file failed:|/mnt/ORLA-II/Autofocus/").size(), 1);
         // Once a run.
-        run.sequencer->process();
-        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 2, kEnd_ms);
+        QVERIFY(run.toEnd(2));
         QCOMPARE(run.logOf("[Error]").size(), 6);
         QFile::remove(inTheWay.fileName());
     }
 
     void nothingIsWrittenUnlessAskedFor()
     {
-        QVERIFY(putStage(10000));
-        show(peakAt(9360));
-        Run run(autofocus(10000));
-        run.sequencer->process();
-        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
+        Run run(autofocus(kCentre));
+        QVERIFY(run.toEnd());
         QVERIFY(run.sequencer->logDirectory().isEmpty());
         QVERIFY(!QDir(diskPath(QStringLiteral("/mnt"))).exists());
     }
@@ -427,11 +400,10 @@ private slots:
         if (camera != QLatin1String("none"))
             source = camera == QLatin1String("closed") ? &closed : this->camera();
         const int factor = camera == QLatin1String("small") ? 2 : 1;
-        QVERIFY(putStage(10000));
-        alg_Autofocus sequencer(nullptr, source, 10000, kWidth * factor, kHeight * factor, true);
+        alg_Autofocus sequencer(nullptr, source, kCentre, kWidth * factor, kHeight * factor, true);
         Run run(sequencer);
         sequencer.process();
-        QTRY_COMPARE_WITH_TIMEOUT(run.ends.size(), 1, kEnd_ms);
+        QVERIFY(run.hasEnded());
         QCOMPARE(run.samples.size(), std::size_t(15));
         for (const AutoFocusingData_t& sample : run.samples)
             QCOMPARE(sample.focusValue, 0.0);

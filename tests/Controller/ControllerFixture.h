@@ -1,5 +1,8 @@
 #pragma once
 
+#include <functional>
+
+#include <QSignalSpy>
 #include <QTemporaryDir>
 
 #include "Controller/Controller.h"
@@ -66,16 +69,27 @@ private:
 };
 
 constexpr int kLong_ms = 5000; // far beyond what an answer takes here
+constexpr int kShort_ms = 60;  // for an answer that never comes
 
-/// A controller on a serial line with a scripted peer, and what it logs.
-struct ControllerFixture
+const QByteArray kProbe = "$,DEVICE,READY,,\r\n";
+const QByteArray kReady = "$OK,DEVICE,READY,,\r\n";
+
+using Command = std::function<void(Controller&)>;
+Q_DECLARE_METATYPE(Command)
+
+/// A controller on a machine without a serial line, and what it logs and tells.
+struct LonelyFixture
 {
-    TemporaryRoot root;
-    ScriptedPeer peer{root.path()};
-    LogRecorder log;
-    FreshController controller;
+    LonelyFixture()
+    {
+        const auto note = [this](const char* move) { return [this, move] { moves << move; }; };
+        QObject::connect(&controller, &Controller::sig_z_stage_origin, note("origin"));
+        QObject::connect(&controller, &Controller::sig_z_stage_mvn, note("mvn"));
+        QObject::connect(&controller, &Controller::sig_z_stage_mvp, note("mvp"));
+        QObject::connect(&controller, &Controller::sig_z_stage_abs, note("abs"));
+    }
 
-    /// Opens the line without asking the peer anything.
+    /// Opens the line without asking the board anything.
     void open()
     {
         controller.m_skipProbe = true;
@@ -83,12 +97,51 @@ struct ControllerFixture
         controller.m_skipProbe = false;
         log.clear();
     }
+    /// Puts every line that is echoed from now on into the log.
+    void logEchoes()
+    {
+        QObject::connect(
+            &controller, &Controller::sig_debug_Controller,
+            [](const QString& line) { qDebug() << "echo" << line; });
+    }
+
+    TemporaryRoot root;
+    LogRecorder log;
+    QStringList moves; ///< that were told as ended
+    FreshController controller;
+    QSignalSpy connected{&controller, &Controller::sig_connected_controller};
+    QSignalSpy echoed{&controller, &Controller::sig_debug_Controller};
+};
+
+/// The same on a serial line with a scripted peer.
+struct ControllerFixture : LonelyFixture
+{
+    ScriptedPeer peer{root.path()};
+
+    /// Opens the line with a probe that the peer answers.
+    void openAnswered(const QByteArray& answer = kReady)
+    {
+        peer.answer(answer);
+        controller.openSerialPort();
+    }
+
+    /// Whether a try that the peer answers succeeds.
+    bool tryAnswered(const QByteArray& answer = kReady)
+    {
+        peer.answer(answer);
+        return controller.trySerialPort();
+    }
 
     /// A blocking exchange that the peer answers.
     void exchange(const char* command, const QByteArray& answer)
     {
+        exchange([command](Controller& board) { board.writeAndRead_Blocking(command, kLong_ms, kLong_ms); },
+                 answer);
+    }
+    void exchange(const Command& command, const QByteArray& answer)
+    {
         peer.answer(answer);
-        controller.writeAndRead_Blocking(command, kLong_ms, kLong_ms);
+        command(controller);
     }
 
     /// The fields of the last reply that could be parsed.

@@ -1,16 +1,10 @@
 // What the board has not confirmed stays in doubt until the board's own word replaces it.
 
-#include <functional>
-
 #include <QtTest>
 
 #include "ControllerFixture.h"
 
 namespace {
-
-constexpr int kShort_ms = 60;
-
-using Command = std::function<void(Controller&)>;
 
 /// What is in doubt, in words.
 QStringList doubtsOf(const Controller& controller)
@@ -38,8 +32,6 @@ const Command kDiagnosis = [](Controller& board) { board.z_stage_diagnosis(); };
 const Command kVersion = [](Controller& board) { board.device_fw_version(); };
 
 } // namespace
-
-Q_DECLARE_METATYPE(Command)
 
 class TestControllerDoubts : public QObject
 {
@@ -81,19 +73,16 @@ private slots:
         QFETCH(Command, command);
         QFETCH(QByteArray, reply);
         QFETCH(QStringList, doubts);
-        ControllerFixture fixture;
-        fixture.open();
+        OpenFixture fixture;
         QCOMPARE(doubtsOf(fixture.controller), QStringList());
-        fixture.peer.answer(reply);
-        command(fixture.controller);
+        fixture.exchange(command, reply);
         QCOMPARE(doubtsOf(fixture.controller), doubts);
         QCOMPARE(fixture.controller.unconfirmedStageCommands(), doubts.contains("position") ? 1 : 0);
     }
 
     void aMissingAnswerIsNoConfirmationThoughTheRecordSaysOk()
     {
-        ControllerFixture fixture;
-        fixture.open();
+        OpenFixture fixture;
         fixture.peer.answer("$OK,STM1,GET_POS,640,\r\n");
         QCOMPARE(fixture.controller.z_stage_pos(), 640);
         fixture.controller.m_timeouts.read_ms = kShort_ms;
@@ -104,8 +93,7 @@ private slots:
     // The late answer to a step stands in the place of the answer to the query after it.
     void aLateAnswerIsNotTakenForTheNextOne()
     {
-        ControllerFixture fixture;
-        fixture.open();
+        OpenFixture fixture;
         fixture.controller.m_timeouts.read_ms = kShort_ms;
         fixture.controller.z_stage_mvp(SERIAL_BLOCKING, 640);
         // An answer that is queued before the line has come would be this line's.
@@ -119,36 +107,27 @@ private slots:
 
     void onlyTheBoardsOwnWordEndsTheDoubtOfAPosition()
     {
-        ControllerFixture fixture;
-        fixture.open();
-        fixture.peer.answer("$NG,STM1,MVP,640,\r\n");
-        kStep(fixture.controller);
-        fixture.peer.answer("$OK,STM1,MVP,640,\r\n");
-        kStep(fixture.controller);
-        fixture.peer.answer("$OK,STM1,ABS,640,\r\n");
-        kPlace(fixture.controller);
-        fixture.peer.answer("$OK,LED4,ON,,\r\n");
-        kSwitch(fixture.controller);
+        OpenFixture fixture;
+        fixture.exchange(kStep, "$NG,STM1,MVP,640,\r\n");
+        fixture.exchange(kStep, "$OK,STM1,MVP,640,\r\n");
+        fixture.exchange(kPlace, "$OK,STM1,ABS,640,\r\n");
+        fixture.exchange(kSwitch, "$OK,LED4,ON,,\r\n");
         QCOMPARE(doubtsOf(fixture.controller), QStringList("position"));
-        fixture.peer.answer("$OK,STM1,GET_POS,640,\r\n");
-        kQuery(fixture.controller);
+        fixture.exchange(kQuery, "$OK,STM1,GET_POS,640,\r\n");
         QCOMPARE(doubtsOf(fixture.controller), QStringList());
         QCOMPARE(fixture.controller.unconfirmedStageCommands(), 1);
     }
 
     void theReplyThatIsNotWaitedForIsLookedAtToo()
     {
-        ControllerFixture fixture;
-        fixture.open();
-        fixture.controller.setPortListener(true);
+        ListeningFixture fixture;
         fixture.controller.z_stage_abs(SERIAL_NON_BLOCKING, 640);
         QTRY_COMPARE(fixture.peer.received().size(), 1);
         QCOMPARE(doubtsOf(fixture.controller), QStringList());
         fixture.peer.send("$OK,STM1,ABS640,\r\n");
         QTRY_COMPARE(doubtsOf(fixture.controller), QStringList("position"));
         // A line that nobody asked for is none.
-        fixture.peer.answer("$OK,STM1,GET_POS,640,\r\n");
-        kQuery(fixture.controller);
+        fixture.exchange(kQuery, "$OK,STM1,GET_POS,640,\r\n");
         fixture.peer.send("$OK,DEVICE,EVENT,1,\r\n");
         QTRY_COMPARE(fixture.controller.responseInfo().command, QString("EVENT"));
         QCOMPARE(doubtsOf(fixture.controller), QStringList());
@@ -156,12 +135,9 @@ private slots:
 
     void behindItsReplyACommandIsOver()
     {
-        ControllerFixture fixture;
-        fixture.open();
-        fixture.controller.setPortListener(true);
+        ListeningFixture fixture;
         fixture.controller.m_timeouts.diagnosisRead_ms = kShort_ms;
-        fixture.peer.answer("$OK,STM1,GET_POS,640,\r\n");
-        kQuery(fixture.controller);
+        fixture.exchange(kQuery, "$OK,STM1,GET_POS,640,\r\n");
         fixture.controller.z_stage_abs(SERIAL_NON_BLOCKING, 640);
         QTRY_COMPARE(fixture.peer.received().size(), 2);
         fixture.peer.send("$OK,STM1,ABS,640,\r\n");
@@ -176,26 +152,22 @@ private slots:
 
     void aReplyThatNeverComesIsMissedInTheEnd()
     {
-        ControllerFixture fixture;
-        fixture.open();
-        fixture.peer.answer("$OK,STM1,GET_POS,640,\r\n");
-        kQuery(fixture.controller);
+        OpenFixture fixture;
+        fixture.exchange(kQuery, "$OK,STM1,GET_POS,640,\r\n");
         fixture.controller.z_stage_abs(SERIAL_NON_BLOCKING, 640);
         QTRY_COMPARE(fixture.peer.received().size(), 2);
         QVERIFY2(fixture.controller.answers(), "it may still come");
+        fixture.controller.m_timeouts.read_ms = 2 * kLong_ms; // another command's time
         fixture.controller.m_timeouts.diagnosisRead_ms = kShort_ms;
         QTRY_VERIFY(!fixture.controller.answers());
-        fixture.peer.answer("$OK,STM1,GET_POS,640,\r\n");
-        kQuery(fixture.controller);
+        fixture.exchange(kQuery, "$OK,STM1,GET_POS,640,\r\n");
         QVERIFY(fixture.controller.answers());
     }
 
     void aLineThatIsOpenedAnewHasNoAnswerYet()
     {
-        ControllerFixture fixture;
-        fixture.open();
-        fixture.peer.answer("$OK,STM1,GET_POS,640,\r\n");
-        kQuery(fixture.controller);
+        OpenFixture fixture;
+        fixture.exchange(kQuery, "$OK,STM1,GET_POS,640,\r\n");
         QVERIFY(fixture.controller.answers());
         fixture.controller.closeSerialPort();
         fixture.controller.openSerialPort();
@@ -205,15 +177,13 @@ private slots:
 
     void aLineThatIsOpenedAnewMissesNoReply()
     {
-        ControllerFixture fixture;
-        fixture.open();
+        OpenFixture fixture;
         fixture.controller.m_timeouts.diagnosisRead_ms = kShort_ms;
         fixture.controller.z_stage_abs(SERIAL_NON_BLOCKING, 640);
         QTRY_COMPARE(fixture.peer.received().size(), 1);
         QTest::qWait(2 * kShort_ms);
         fixture.controller.closeSerialPort();
-        fixture.peer.answer("$OK,DEVICE,READY,,\r\n");
-        QVERIFY(fixture.controller.trySerialPort());
+        QVERIFY(fixture.tryAnswered());
         QVERIFY(fixture.controller.answers());
     }
 };

@@ -1,17 +1,12 @@
 #include <fcntl.h>
 #include <termios.h>
 
-#include <QDir>
-#include <QSignalSpy>
 #include <QtTest>
 
 #include "ControllerFixture.h"
 #include "support/PortLocks.h"
 
 namespace {
-
-const QByteArray kProbe = "$,DEVICE,READY,,\r\n";
-const QByteArray kReady = "$OK,DEVICE,READY,,\r\n";
 
 termios settingsOf(const QByteArray& device)
 {
@@ -67,13 +62,11 @@ private slots:
     void openingProbesTheBoard()
     {
         ControllerFixture fixture;
-        QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
         connect(&fixture.controller, &Controller::sig_connected_controller, this,
                 [] { qDebug() << "connected"; });
         fixture.log.clear();
-        fixture.peer.answer(kReady);
-        fixture.controller.openSerialPort();
-        QCOMPARE(connected.count(), 1);
+        fixture.openAnswered();
+        QCOMPARE(fixture.connected.count(), 1);
         QVERIFY(fixture.controller.isSerialPortOpen());
         QCOMPARE(fixture.peer.received(), QList<QByteArray>{kProbe});
         QCOMPARE(fixture.log.messages(),
@@ -108,46 +101,40 @@ private slots:
     void theListenerIsOnAfterTheProbe()
     {
         ControllerFixture fixture;
-        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
-        fixture.peer.answer(kReady);
-        fixture.controller.openSerialPort();
+        fixture.openAnswered();
         fixture.peer.send("$OK,STM1,MVP,5,\r\n");
-        QTRY_COMPARE(moved.count(), 1);
+        QTRY_COMPARE(fixture.moves.size(), 1);
         QCOMPARE(fixture.controller.m_zStagePosition, 5);
 
         // Whatever the acknowledgement made of it.
         connect(&fixture.controller, &Controller::sig_connected_controller, this,
                 [&] { fixture.controller.setPortListener(false); });
-        fixture.peer.answer(kReady);
-        QVERIFY(fixture.controller.trySerialPort());
+        QVERIFY(fixture.tryAnswered());
         fixture.peer.send("$OK,STM1,MVP,5,\r\n");
-        QTRY_COMPARE(moved.count(), 2);
+        QTRY_COMPARE(fixture.moves.size(), 2);
     }
 
     void anOpenPortIsNotProbedAgain()
     {
         ControllerFixture fixture;
-        QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
-        fixture.peer.answer(kReady);
-        fixture.controller.openSerialPort();
+        fixture.openAnswered();
         fixture.log.clear();
         fixture.controller.openSerialPort();
         QCOMPARE(fixture.log.messages(),
                  QStringList({"openSerialPort", "the serial port \"/dev/ttyS2\" is already open"}));
-        QCOMPARE(connected.count(), 1);
+        QCOMPARE(fixture.connected.count(), 1);
         QCOMPARE(fixture.peer.received().size(), 1);
     }
 
     void skippingTheProbeOnlyOpensThePort()
     {
         ControllerFixture fixture;
-        QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
         fixture.log.clear();
         fixture.controller.m_skipProbe = true;
         fixture.controller.openSerialPort();
         QVERIFY(fixture.controller.isSerialPortOpen());
         QCOMPARE(fixture.log.messages(), QStringList({"openSerialPort", "\"/dev/ttyS2\""}));
-        QCOMPARE(connected.count(), 0);
+        QCOMPARE(fixture.connected.count(), 0);
         QVERIFY(fixture.peer.received().isEmpty());
     }
 
@@ -155,22 +142,18 @@ private slots:
     {
         ControllerFixture fixture;
         fixture.controller.m_bZigMode = true;
-        fixture.peer.answer(kReady);
-        fixture.controller.openSerialPort();
+        fixture.openAnswered();
         QCOMPARE(fixture.peer.received(), QList<QByteArray>{kProbe});
     }
 
     void aMissingDeviceIsSilent()
     {
-        TemporaryRoot root;
-        LogRecorder log;
-        FreshController controller;
-        QSignalSpy connected(&controller, &Controller::sig_connected_controller);
-        log.clear();
-        controller.openSerialPort();
-        QVERIFY(!controller.isSerialPortOpen());
-        QCOMPARE(connected.count(), 0);
-        QCOMPARE(log.messages(), QStringList({"openSerialPort", "\"/dev/ttyS2\""}));
+        LonelyFixture fixture;
+        fixture.log.clear();
+        fixture.controller.openSerialPort();
+        QVERIFY(!fixture.controller.isSerialPortOpen());
+        QCOMPARE(fixture.connected.count(), 0);
+        QCOMPARE(fixture.log.messages(), QStringList({"openSerialPort", "\"/dev/ttyS2\""}));
     }
 
     void aRefusedProbeClosesThePort_data()
@@ -189,12 +172,10 @@ private slots:
     {
         QFETCH(QByteArray, reply);
         ControllerFixture fixture;
-        QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
-        fixture.peer.answer(reply);
-        fixture.controller.openSerialPort();
+        fixture.openAnswered(reply);
         QVERIFY(!fixture.controller.isSerialPortOpen());
         QVERIFY2(!fixture.controller.answers(), "a closed port brings no answers");
-        QCOMPARE(connected.count(), 0);
+        QCOMPARE(fixture.connected.count(), 0);
     }
 
     // For whoever uses the line next, on the instrument or beside it.
@@ -203,8 +184,7 @@ private slots:
         ControllerFixture fixture;
         const QByteArray device = QFile::encodeName(fixture.root.path() + "/dev/ttyS2");
         const termios found = setUpForATerminal(device);
-        fixture.peer.answer(kReady);
-        QVERIFY(fixture.controller.trySerialPort());
+        QVERIFY(fixture.tryAnswered());
         fixture.controller.closeSerialPort();
         QVERIFY(!fixture.controller.isSerialPortOpen());
         QVERIFY(!fixture.controller.answers());
@@ -217,8 +197,7 @@ private slots:
         QCOMPARE(::cfgetospeed(&left), ::cfgetospeed(&found));
 
         fixture.controller.closeSerialPort();
-        fixture.peer.answer(kReady);
-        QVERIFY(fixture.controller.trySerialPort());
+        QVERIFY(fixture.tryAnswered());
         QCOMPARE(portLocks(device).size(), 1);
         fixture.controller.closeSerialPort();
     }
@@ -227,12 +206,11 @@ private slots:
     void onlyAnExchangeThatWasWaitedForShowsThatTheBoardAnswers()
     {
         ControllerFixture fixture;
-        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
         fixture.open();
         fixture.controller.setPortListener(true);
         fixture.peer.answer("$OK,STM1,MVP,5,\r\n");
         fixture.controller.z_stage_mvp(SERIAL_NON_BLOCKING, 5);
-        QTRY_COMPARE(moved.count(), 1);
+        QTRY_COMPARE(fixture.moves.size(), 1);
         QVERIFY(!fixture.controller.answers());
         fixture.peer.answer("not a reply at all\r\n");
         fixture.controller.z_stage_pos();
@@ -243,66 +221,56 @@ private slots:
     {
         OpenFixture fixture;
         fixture.exchange("$,STM1,STOP,,\r\n", "$OK,STM1,STOP,,\r\n");
-        fixture.peer.answer("$OK,DEVICE,READY,\r\n");
-        QVERIFY(fixture.controller.trySerialPort());
+        QVERIFY(fixture.tryAnswered("$OK,DEVICE,READY,\r\n"));
         QCOMPARE(fixture.fields(), QStringList({"OK", "STM1", "STOP", ""}));
     }
 
     void aSecondTryOpensThePortAgain()
     {
         ControllerFixture fixture;
-        QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
-        fixture.peer.answer("$NG,DEVICE,READY,,\r\n");
-        fixture.controller.openSerialPort();
+        fixture.openAnswered("$NG,DEVICE,READY,,\r\n");
         QVERIFY(!fixture.controller.isSerialPortOpen());
-        fixture.peer.answer(kReady);
-        QVERIFY(fixture.controller.trySerialPort());
+        QVERIFY(fixture.tryAnswered());
         QVERIFY(fixture.controller.isSerialPortOpen());
-        QCOMPARE(connected.count(), 1);
+        QCOMPARE(fixture.connected.count(), 1);
     }
 
     void aTryConfiguresAPortThatNeverWas()
     {
         ControllerFixture fixture;
-        fixture.peer.answer(kReady);
-        QVERIFY(fixture.controller.trySerialPort());
+        QVERIFY(fixture.tryAnswered());
         QVERIFY(fixture.controller.isSerialPortOpen());
         QCOMPARE(fixture.log.messages().mid(1, 2), QStringList({"trySerialPort", "\"/dev/ttyS2\""}));
     }
 
     void aTryWithoutADeviceFailsAtOnce()
     {
-        TemporaryRoot root;
-        LogRecorder log;
-        FreshController controller;
-        controller.openSerialPort();
-        log.clear();
+        LonelyFixture fixture;
+        fixture.controller.openSerialPort();
+        fixture.log.clear();
         QElapsedTimer timer;
         timer.start();
-        QVERIFY(!controller.trySerialPort());
+        QVERIFY(!fixture.controller.trySerialPort());
         QVERIFY(timer.elapsed() < kLong_ms);
         QCOMPARE(
-            log.messages(),
+            fixture.log.messages(),
             QStringList({"trySerialPort", "trySerialPort the serial port \"/dev/ttyS2\" cannot be opened"}));
     }
 
     void aDeviceThatAppearsLaterIsFoundByATry()
     {
-        TemporaryRoot root;
-        LogRecorder log;
-        FreshController controller;
-        controller.openSerialPort();
-        ScriptedPeer peer(root.path());
+        LonelyFixture fixture;
+        fixture.controller.openSerialPort();
+        ScriptedPeer peer(fixture.root.path());
         peer.answer(kReady);
-        QVERIFY(controller.trySerialPort());
+        QVERIFY(fixture.controller.trySerialPort());
     }
 
     // The port was configured by the attempt that failed: it opens at the first try, unprobed.
     void reopeningAConfiguredPortDoesNotProbe()
     {
         ControllerFixture fixture;
-        fixture.peer.answer("$NG,DEVICE,READY,,\r\n");
-        fixture.controller.openSerialPort();
+        fixture.openAnswered("$NG,DEVICE,READY,,\r\n");
         fixture.log.clear();
         fixture.controller.openSerialPort();
         QVERIFY(fixture.controller.isSerialPortOpen());
@@ -311,39 +279,32 @@ private slots:
         QCOMPARE(fixture.peer.received().size(), 1);
 
         // The exchange that failed has left the listener on.
-        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
         fixture.peer.send("$OK,STM1,MVP,5,\r\n");
-        QTRY_COMPARE(moved.count(), 1);
+        QTRY_COMPARE(fixture.moves.size(), 1);
     }
 
     void repeatedProbesAnnounceTheConnectionEachTime()
     {
         ControllerFixture fixture;
-        QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
-        for (int i = 0; i < 3; ++i) {
-            fixture.peer.answer(kReady);
-            QVERIFY(fixture.controller.trySerialPort());
-        }
-        QCOMPARE(connected.count(), 3);
-        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_abs);
+        for (int i = 0; i < 3; ++i)
+            QVERIFY(fixture.tryAnswered());
+        QCOMPARE(fixture.connected.count(), 3);
         fixture.peer.send("$OK,STM1,ABS,-40,\r\n");
-        QTRY_COMPARE(moved.count(), 1);
+        QTRY_COMPARE(fixture.moves.size(), 1);
     }
 
     void aClosedPortCountsAsATimeoutWithoutTheWait()
     {
-        TemporaryRoot root;
-        LogRecorder log;
-        FreshController controller;
-        log.clear();
+        LonelyFixture fixture;
+        fixture.log.clear();
         QElapsedTimer timer;
         timer.start();
-        controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
+        fixture.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
         QVERIFY(timer.elapsed() < kLong_ms);
-        QVERIFY(log.messages().contains("write_Blocking errorDataWritingTimeout"));
-        QVERIFY(log.messages().contains("readAvailableData_Blocking errorDataReadingTimeout"));
-        controller.write_nonBlocking("$,LED4,ON,,\r\n");
-        QCOMPARE(controller.commandResponse(), QString());
+        QVERIFY(fixture.log.messages().contains("write_Blocking errorDataWritingTimeout"));
+        QVERIFY(fixture.log.messages().contains("readAvailableData_Blocking errorDataReadingTimeout"));
+        fixture.controller.write_nonBlocking("$,LED4,ON,,\r\n");
+        QCOMPARE(fixture.controller.commandResponse(), QString());
     }
 };
 

@@ -2,18 +2,12 @@
 #include <memory>
 #include <thread>
 
-#include <fcntl.h>
-#include <termios.h>
-
-#include <QSignalSpy>
 #include <QTextCodec>
 #include <QtTest>
 
 #include "ControllerFixture.h"
 
 namespace {
-
-constexpr int kShort_ms = 50; // for an answer that never comes
 
 /// A locale's character set as long as the object lives.
 class LocaleCodec
@@ -27,14 +21,6 @@ public:
 private:
     QTextCodec* const m_before = QTextCodec::codecForLocale();
 };
-
-/// Puts every line that a controller echoes into the log.
-void logEchoes(Controller& controller)
-{
-    QObject::connect(
-        &controller, &Controller::sig_debug_Controller, &controller,
-        [](const QString& line) { qDebug() << "echo" << line; });
-}
 
 } // namespace
 
@@ -80,8 +66,8 @@ private slots:
     {
         QTest::addColumn<QByteArray>("reply");
         QTest::addColumn<int>("position");
-        QTest::addColumn<QByteArrayList>("signalled");
-        const auto row = [](const char* reply, int position, const QByteArrayList& signalled) {
+        QTest::addColumn<QStringList>("signalled");
+        const auto row = [](const char* reply, int position, const QStringList& signalled) {
             QTest::newRow(reply) << QByteArray(reply) + "\r\n" << position << signalled;
         };
         row("$OK,STM1,ORIGIN,,", 0, {"origin"});
@@ -107,25 +93,13 @@ private slots:
     void aNonBlockingReplyMovesTheTrackedPosition()
     {
         QFETCH(QByteArray, reply);
-        QFETCH(int, position);
-        QFETCH(QByteArrayList, signalled);
         ListeningFixture fixture;
         fixture.controller.m_zStagePosition = 1000;
-        QByteArrayList seen;
-        connect(
-            &fixture.controller, &Controller::sig_z_stage_origin, this, [&] { seen << "origin"; });
-        connect(
-            &fixture.controller, &Controller::sig_z_stage_mvn, this, [&] { seen << "mvn"; });
-        connect(
-            &fixture.controller, &Controller::sig_z_stage_mvp, this, [&] { seen << "mvp"; });
-        connect(&fixture.controller, &Controller::sig_z_stage_abs, this, [&] { seen << "abs"; });
-        QSignalSpy console(&fixture.controller, &Controller::sig_debug_Controller);
-
         fixture.peer.send(reply);
         QTRY_COMPARE(fixture.log.messages().size(), 2);
-        QCOMPARE(seen, signalled);
-        QCOMPARE(fixture.controller.m_zStagePosition, position);
-        QCOMPARE(console.count(), 0);
+        QTEST(fixture.moves, "signalled");
+        QTEST(fixture.controller.m_zStagePosition, "position");
+        QCOMPARE(fixture.echoed.count(), 0);
         const QString line = QString::fromLatin1(reply.left(reply.size() - 2));
         QCOMPARE(fixture.log.messages(),
                  QStringList({"slot_readyRead response: \"" + line + "\"",
@@ -148,38 +122,34 @@ private slots:
         // Twice, or every notification would find two listeners and take two lines.
         fixture.controller.setPortListener(true);
         fixture.controller.setPortListener(true);
-        QSignalSpy up(&fixture.controller, &Controller::sig_z_stage_mvp);
-        QSignalSpy down(&fixture.controller, &Controller::sig_z_stage_mvn);
         fixture.peer.send("$OK,STM1,MVP,230,\r\n$OK,STM1,MVN,30,\r\n");
-        QTRY_COMPARE(up.count(), 1);
+        QTRY_VERIFY(!fixture.moves.isEmpty());
         QTest::qWait(kShort_ms);
-        QCOMPARE(down.count(), 0);
+        QCOMPARE(fixture.moves, QStringList("mvp"));
         fixture.peer.send("$OK,STM1,STOP,,\r\n");
-        QTRY_COMPARE(down.count(), 1);
+        QTRY_COMPARE(fixture.moves, QStringList({"mvp", "mvn"}));
         QCOMPARE(fixture.controller.m_zStagePosition, 200);
     }
 
     void anUnparsableLineRepeatsThePreviousReply()
     {
         ListeningFixture fixture;
-        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
         fixture.peer.send("$OK,STM1,MVP,230,\r\n");
-        QTRY_COMPARE(moved.count(), 1);
+        QTRY_COMPARE(fixture.moves.size(), 1);
         fixture.peer.send("noise\r\n");
-        QTRY_COMPARE(moved.count(), 2);
+        QTRY_COMPARE(fixture.moves.size(), 2);
         QCOMPARE(fixture.controller.m_zStagePosition, 460);
     }
 
     void trickledBytesAreOneLine()
     {
         ListeningFixture fixture;
-        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
         for (const char byte : QByteArray("$OK,STM1,MVP,230,\r\n")) {
-            QCOMPARE(moved.count(), 0);
+            QCOMPARE(fixture.moves.size(), 0);
             fixture.peer.send(QByteArray(1, byte));
             QTest::qWait(2);
         }
-        QTRY_COMPARE(moved.count(), 1);
+        QTRY_COMPARE(fixture.moves.size(), 1);
         QCOMPARE(fixture.controller.m_zStagePosition, 230);
     }
 
@@ -187,9 +157,8 @@ private slots:
     {
         ListeningFixture fixture;
         fixture.controller.parsing_responseReceived("$OK,STM1,ABS,3,");
-        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_abs);
         fixture.peer.send(QByteArray("$OK,STM1,ABS,-40\0,\r\n", 20));
-        QTRY_COMPARE(moved.count(), 1);
+        QTRY_COMPARE(fixture.moves.size(), 1);
         QCOMPARE(fixture.controller.m_zStagePosition, 3);
         QVERIFY(fixture.log.messages().contains("slot_readyRead response: \"$OK,STM1,ABS,-40\""));
     }
@@ -197,36 +166,25 @@ private slots:
     void withTheListenerOffALineIsNotHandled()
     {
         OpenFixture fixture;
-        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
         fixture.controller.setPortListener(true);
         fixture.controller.setPortListener(true);
         fixture.peer.send("$OK,STM1,MVP,1,\r\n");
-        QTRY_COMPARE(moved.count(), 1);
+        QTRY_COMPARE(fixture.moves.size(), 1);
         QTest::qWait(kShort_ms);
-        QCOMPARE(moved.count(), 1);
+        QCOMPARE(fixture.moves.size(), 1);
         fixture.controller.setPortListener(false);
         fixture.peer.send("$OK,STM1,MVP,2,\r\n");
         QTest::qWait(kShort_ms);
-        QCOMPARE(moved.count(), 1);
+        QCOMPARE(fixture.moves.size(), 1);
         QCOMPARE(fixture.controller.m_zStagePosition, 1);
-    }
-
-    void anExchangeEchoesBothLinesWithTheirEnds()
-    {
-        OpenFixture fixture;
-        QSignalSpy console(&fixture.controller, &Controller::sig_debug_Controller);
-        fixture.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n");
-        QCOMPARE(console.count(), 2);
-        QCOMPARE(console.at(0).at(0).toString(), QStringLiteral("$,LED4,ON,,\r\n"));
-        QCOMPARE(console.at(1).at(0).toString(), QStringLiteral("$OK,LED4,ON,,\r\n"));
-        QCOMPARE(fixture.controller.commandResponse(), QStringLiteral("$OK,LED4,ON,,"));
     }
 
     void anExchangeTellsEachOfItsStepsInTurn()
     {
         OpenFixture fixture;
-        logEchoes(fixture.controller);
+        fixture.logEchoes();
         fixture.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n");
+        QCOMPARE(fixture.controller.commandResponse(), QStringLiteral("$OK,LED4,ON,,"));
         QCOMPARE(fixture.log.messages(),
                  QStringList({R"(write_Blocking command: "$,LED4,ON,,\r\n")", R"(echo "$,LED4,ON,,\r\n")",
                               R"(readAvailableData_Blocking m_commandResponse: "$OK,LED4,ON,,\r\n")",
@@ -241,57 +199,40 @@ private slots:
         fixture.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\n");
         QCOMPARE(fixture.controller.commandResponse(), QStringLiteral("$OK,LED4,ON,,\n"));
         QCOMPARE(fixture.fields(), QStringList({"OK", "LED4", "ON", ""}));
-        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
         fixture.peer.send("$OK,STM1,MVP,230,\n");
-        QTRY_COMPARE(moved.count(), 1);
+        QTRY_COMPARE(fixture.moves.size(), 1);
         QCOMPARE(fixture.controller.m_zStagePosition, 230);
     }
 
     void anExchangeKeepsTheListenerAwayAndBringsItBack()
     {
         ListeningFixture fixture;
-        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
         fixture.exchange("$,STM1,MVP,640,\r\n", "$OK,STM1,MVP,640,\r\n");
         QTest::qWait(kShort_ms);
-        QCOMPARE(moved.count(), 0);
+        QCOMPARE(fixture.moves.size(), 0);
         QCOMPARE(fixture.controller.m_zStagePosition, 0);
         fixture.peer.send("$OK,STM1,MVP,640,\r\n");
-        QTRY_COMPARE(moved.count(), 1);
+        QTRY_COMPARE(fixture.moves.size(), 1);
     }
 
-    void aSilentBoardLeavesThePreviousRecord()
+    void aTimeoutEmptiesTheLastLineAndLeavesTheRecordAndTheListener()
     {
         OpenFixture fixture;
-        fixture.controller.parsing_responseReceived("$OK,STM1,GET_POS,77,");
+        fixture.exchange("$,STM1,GET_POS,,\r\n", "$OK,STM1,GET_POS,77,\r\n");
+        QVERIFY(!fixture.controller.commandResponse().isEmpty());
         fixture.log.clear();
-        QSignalSpy console(&fixture.controller, &Controller::sig_debug_Controller);
+        fixture.echoed.clear();
         QElapsedTimer timer;
         timer.start();
         fixture.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kShort_ms);
         QVERIFY(timer.elapsed() >= kShort_ms - 1);
         QCOMPARE(fixture.controller.commandResponse(), QString());
         QCOMPARE(fixture.fields(), QStringList({"OK", "STM1", "GET_POS", "77"}));
-        QCOMPARE(console.count(), 1);
+        QCOMPARE(fixture.echoed.count(), 1);
         QCOMPARE(fixture.log.messages(), QStringList({"write_Blocking command: \"$,STM1,STOP,,\\r\\n\"",
                                                       "readAvailableData_Blocking errorDataReadingTimeout"}));
-    }
-
-    void aTimeoutEmptiesTheLastLine()
-    {
-        OpenFixture fixture;
-        fixture.exchange("$,LED4,ON,,\r\n", "$OK,LED4,ON,,\r\n");
-        QVERIFY(!fixture.controller.commandResponse().isEmpty());
-        fixture.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kShort_ms);
-        QVERIFY(fixture.controller.commandResponse().isEmpty());
-    }
-
-    void theListenerIsBackAfterATimeout()
-    {
-        OpenFixture fixture;
-        fixture.controller.writeAndRead_Blocking("$,STM1,STOP,,\r\n", kLong_ms, kShort_ms);
-        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
         fixture.peer.send("$OK,STM1,MVP,640,\r\n");
-        QTRY_COMPARE(moved.count(), 1);
+        QTRY_COMPARE(fixture.moves.size(), 1);
     }
 
     // Every piece restarts the wait, so the whole answer may take longer than the time-out.
@@ -339,10 +280,9 @@ private slots:
     void aBlockingReplyEndsAtItsFirstNul()
     {
         OpenFixture fixture;
-        QSignalSpy console(&fixture.controller, &Controller::sig_debug_Controller);
         fixture.exchange("$,LED4,ON,,\r\n", QByteArray("$OK,\0LED4,ON,,\r\n", 16));
         QCOMPARE(fixture.controller.commandResponse(), QStringLiteral("$OK,"));
-        QCOMPARE(console.at(1).at(0).toString(), QStringLiteral("$OK,"));
+        QCOMPARE(fixture.echoed.at(1).at(0).toString(), QStringLiteral("$OK,"));
         QCOMPARE(fixture.fields(), QStringList({"", "", "", ""}));
     }
 
@@ -379,11 +319,10 @@ private slots:
     void aNonBlockingWriteReturnsWithoutAnAnswer()
     {
         OpenFixture fixture;
-        QSignalSpy console(&fixture.controller, &Controller::sig_debug_Controller);
         fixture.controller.write_nonBlocking("$,STM1,ABS,40,\r\n");
         QCOMPARE(fixture.log.messages(), QStringList{"write_nonBlocking command: \"$,STM1,ABS,40,\\r\\n\""});
-        QCOMPARE(console.count(), 1);
-        QCOMPARE(console.at(0).at(0).toString(), QStringLiteral("$,STM1,ABS,40,\r\n"));
+        QCOMPARE(fixture.echoed.count(), 1);
+        QCOMPARE(fixture.echoed.at(0).at(0).toString(), QStringLiteral("$,STM1,ABS,40,\r\n"));
         QTRY_COMPARE(fixture.peer.received(), QList<QByteArray>{"$,STM1,ABS,40,\r\n"});
     }
 
@@ -391,15 +330,11 @@ private slots:
     void aNonBlockingWriteDiscardsWhatWasNotReadYet()
     {
         ListeningFixture fixture;
-        QSignalSpy stopped(&fixture.controller, &Controller::sig_z_stage_mvp);
-        QSignalSpy stale(&fixture.controller, &Controller::sig_z_stage_mvn);
-        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_abs);
         fixture.peer.send("$OK,STM1,MVP,1,\r\n$OK,STM1,MVN,1,\r\n");
-        QTRY_COMPARE(stopped.count(), 1);
+        QTRY_COMPARE(fixture.moves, QStringList("mvp"));
         fixture.controller.write_nonBlocking("$,STM1,ABS,40,\r\n");
         fixture.peer.send("$OK,STM1,ABS,40,\r\n");
-        QTRY_COMPARE(moved.count(), 1);
-        QCOMPARE(stale.count(), 0);
+        QTRY_COMPARE(fixture.moves, QStringList({"mvp", "abs"}));
     }
 
     // A non-blocking line leaves with the event loop; an exchange that comes first takes its place.
@@ -415,9 +350,8 @@ private slots:
     void aBlockingWriteDiscardsWhatWasNotReadYet()
     {
         ListeningFixture fixture;
-        QSignalSpy moved(&fixture.controller, &Controller::sig_z_stage_mvp);
         fixture.peer.send("$OK,STM1,MVP,1,\r\n$NG,STM1,OLD,,\r\n");
-        QTRY_COMPARE(moved.count(), 1);
+        QTRY_COMPARE(fixture.moves.size(), 1);
         fixture.controller.setPortListener(false);
         fixture.peer.answer("$OK,LED4,ON,,\r\n");
         fixture.controller.write_Blocking("$,LED4,ON,,\r\n", kLong_ms);
@@ -428,15 +362,12 @@ private slots:
     // The port stays open: nothing tells a pulled cable from a silent board.
     void aLineThatVanishesEndsTheWait()
     {
-        TemporaryRoot root;
+        LonelyFixture fixture;
         auto line = std::make_unique<PseudoTerminal>();
-        QVERIFY(QDir(root.path()).mkpath("dev"));
-        QVERIFY(QFile::link(QString::fromStdString(line->devicePath()), root.path() + "/dev/ttyS2"));
-        LogRecorder log;
-        FreshController controller;
-        controller.m_skipProbe = true;
-        controller.openSerialPort();
-        log.clear();
+        QVERIFY(QDir(fixture.root.path()).mkpath("dev"));
+        QVERIFY(QFile::link(QString::fromStdString(line->devicePath()), fixture.root.path() + "/dev/ttyS2"));
+        fixture.open();
+        Controller& controller = fixture.controller;
         std::thread cutter([&line] {
             std::this_thread::sleep_for(std::chrono::milliseconds(kShort_ms));
             line.reset();
@@ -447,32 +378,10 @@ private slots:
         controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kLong_ms, kLong_ms);
         cutter.join();
         QVERIFY(timer.elapsed() < kLong_ms);
-        QCOMPARE(log.messages().count("readAvailableData_Blocking errorDataReadingTimeout"), 2);
+        QCOMPARE(fixture.log.messages().count("readAvailableData_Blocking errorDataReadingTimeout"), 2);
         QVERIFY(controller.isSerialPortOpen());
         QVERIFY(!controller.trySerialPort());
         QVERIFY(!controller.isSerialPortOpen());
-    }
-
-    void aLineThatCannotBeWrittenIsLoggedAndTheReadFollows()
-    {
-        TemporaryRoot root;
-        const PseudoTerminal blocked;
-        QVERIFY(QDir(root.path()).mkpath("dev"));
-        QVERIFY(QFile::link(QString::fromStdString(blocked.devicePath()), root.path() + "/dev/ttyS2"));
-        LogRecorder log;
-        FreshController controller;
-        controller.m_skipProbe = true;
-        // Before the controller has the line for itself: after that only root may open it.
-        const FileDescriptor line(::open(blocked.devicePath().c_str(), O_RDWR | O_NOCTTY));
-        controller.openSerialPort();
-        QCOMPARE(::tcflow(line.get(), TCOOFF), 0);
-        logEchoes(controller);
-        log.clear();
-        controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kShort_ms, kShort_ms);
-        // The line is echoed when it is given to the port, not when it has left.
-        QCOMPARE(log.messages().mid(1),
-                 QStringList({R"(echo "$,LED4,ON,,\r\n")", "write_Blocking errorDataWritingTimeout",
-                              "readAvailableData_Blocking errorDataReadingTimeout"}));
     }
 };
 

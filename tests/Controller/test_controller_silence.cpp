@@ -1,19 +1,15 @@
 // A board that says nothing at all. What the program waits for it is asserted as it stands; the
 // tests wait as little as they can, and would notice the wait that is another command's.
 
-#include <functional>
-
 #include <fcntl.h>
 #include <termios.h>
 
-#include <QSignalSpy>
 #include <QtTest>
 
 #include "ControllerFixture.h"
 
 namespace {
 
-constexpr int kShort_ms = 60;
 constexpr int kNotInThisTest_ms = 60000;
 
 /// A fixture whose exchanges wait kShort_ms for a reply, but not the self-diagnosis.
@@ -22,16 +18,33 @@ struct SilentFixture : ControllerFixture
     SilentFixture() { controller.m_timeouts = {kShort_ms, kShort_ms, kNotInThisTest_ms}; }
 };
 
-bool lasted(const QElapsedTimer& timer, qint64 timeout_ms)
+/// A controller whose line takes nothing.
+struct StuckFixture : ControllerFixture
 {
-    return timer.elapsed() >= timeout_ms && timer.elapsed() < kNotInThisTest_ms;
+    StuckFixture()
+    {
+        // Before the controller has the line for itself: after that only root may open it.
+        line.reset(::open(qPrintable(root.path() + "/dev/ttyS2"), O_RDWR | O_NOCTTY));
+        open();
+        if (::tcflow(line.get(), TCOOFF) != 0)
+            qFatal("the line cannot be stopped");
+    }
+
+    FileDescriptor line;
+};
+
+/// Work takes that long, and not a time that belongs to another command.
+void verifyLasts(qint64 timeout_ms, const std::function<void()>& work)
+{
+    QElapsedTimer timer;
+    timer.start();
+    work();
+    const qint64 elapsed_ms = timer.elapsed();
+    QVERIFY2(elapsed_ms >= timeout_ms && elapsed_ms < kNotInThisTest_ms,
+             qPrintable(QString::number(elapsed_ms)));
 }
 
-using Command = std::function<void(Controller&)>;
-
 } // namespace
-
-Q_DECLARE_METATYPE(Command)
 
 class TestControllerSilence : public QObject
 {
@@ -49,61 +62,43 @@ private slots:
     void aSilentBoardFailsTheProbe()
     {
         SilentFixture fixture;
-        QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
-        QElapsedTimer timer;
-        timer.start();
-        fixture.controller.openSerialPort();
-        QVERIFY(lasted(timer, kShort_ms));
+        verifyLasts(kShort_ms, [&] { fixture.controller.openSerialPort(); });
         QVERIFY(!fixture.controller.isSerialPortOpen());
-        QCOMPARE(connected.count(), 0);
-        QTRY_COMPARE(fixture.peer.received(), QList<QByteArray>{"$,DEVICE,READY,,\r\n"});
+        QCOMPARE(fixture.connected.count(), 0);
+        QTRY_COMPARE(fixture.peer.received(), QList<QByteArray>{kProbe});
         QVERIFY(fixture.log.messages().contains("readAvailableData_Blocking errorDataReadingTimeout"));
         QVERIFY(!fixture.log.messages().contains(R"(opened serial port "/dev/ttyS2")"));
 
         // Powered at last, it answers the next try.
         fixture.controller.m_timeouts = ControllerTimeouts();
-        fixture.peer.answer("$OK,DEVICE,READY,,\r\n");
-        QVERIFY(fixture.controller.trySerialPort());
-        QCOMPARE(connected.count(), 1);
+        QVERIFY(fixture.tryAnswered());
+        QCOMPARE(fixture.connected.count(), 1);
     }
 
     void everyCommandWaitsForTheReply_data()
     {
         QTest::addColumn<Command>("command");
-        const auto row = [](const char* name, const Command& command) { QTest::newRow(name) << command; };
-        row(
-            "firmware version", [](Controller& board) { board.device_fw_version(); });
-        row(
-            "firmware build", [](Controller& board) { board.device_fw_build(); });
-        row(
-            "LED on", [](Controller& board) { board.led_on(); });
-        row(
-            "LED off", [](Controller& board) { board.led_off(); });
-        row(
-            "LED level", [](Controller& board) { board.led_brightness(5); });
-        row(
-            "origin", [](Controller& board) { board.z_stage_origin(SERIAL_BLOCKING); });
-        row(
-            "run up", [](Controller& board) { board.z_stage_rop(5); });
-        row(
-            "run down", [](Controller& board) { board.z_stage_ron(5); });
-        row(
-            "move up", [](Controller& board) { board.z_stage_mvp(SERIAL_BLOCKING, 5); });
-        row(
-            "move down", [](Controller& board) { board.z_stage_mvn(SERIAL_BLOCKING, 5); });
-        row(
-            "move to", [](Controller& board) { board.z_stage_abs(SERIAL_BLOCKING, 5); });
-        row(
-            "stop", [](Controller& board) { board.z_stage_stop(); });
-        row(
-            "position", [](Controller& board) { board.z_stage_pos(); });
-        row(
-            "accelerating", [](Controller& board) { board.stage_kval_acc(5); });
-        row(
-            "decelerating", [](Controller& board) { board.stage_kval_dec(5); });
-        row(
-            "running", [](Controller& board) { board.stage_kval_run(5); });
-        row("holding", [](Controller& board) { board.stage_kval_hold(5); });
+        const std::pair<const char*, Command> rows[] = {
+            {"firmware version", [](Controller& board) { board.device_fw_version(); }},
+            {"firmware build", [](Controller& board) { board.device_fw_build(); }},
+            {"LED on", [](Controller& board) { board.led_on(); }},
+            {"LED off", [](Controller& board) { board.led_off(); }},
+            {"LED level", [](Controller& board) { board.led_brightness(5); }},
+            {"origin", [](Controller& board) { board.z_stage_origin(SERIAL_BLOCKING); }},
+            {"run up", [](Controller& board) { board.z_stage_rop(5); }},
+            {"run down", [](Controller& board) { board.z_stage_ron(5); }},
+            {"move up", [](Controller& board) { board.z_stage_mvp(SERIAL_BLOCKING, 5); }},
+            {"move down", [](Controller& board) { board.z_stage_mvn(SERIAL_BLOCKING, 5); }},
+            {"move to", [](Controller& board) { board.z_stage_abs(SERIAL_BLOCKING, 5); }},
+            {"stop", [](Controller& board) { board.z_stage_stop(); }},
+            {"position", [](Controller& board) { board.z_stage_pos(); }},
+            {"accelerating", [](Controller& board) { board.stage_kval_acc(5); }},
+            {"decelerating", [](Controller& board) { board.stage_kval_dec(5); }},
+            {"running", [](Controller& board) { board.stage_kval_run(5); }},
+            {"holding", [](Controller& board) { board.stage_kval_hold(5); }},
+        };
+        for (const auto& [name, command] : rows)
+            QTest::newRow(name) << command;
     }
 
     void everyCommandWaitsForTheReply()
@@ -111,10 +106,7 @@ private slots:
         QFETCH(Command, command);
         SilentFixture fixture;
         fixture.open();
-        QElapsedTimer timer;
-        timer.start();
-        command(fixture.controller);
-        QVERIFY2(lasted(timer, kShort_ms), qPrintable(QString::number(timer.elapsed())));
+        verifyLasts(kShort_ms, [&] { command(fixture.controller); });
         QVERIFY(!fixture.controller.answers());
     }
 
@@ -123,10 +115,7 @@ private slots:
         ControllerFixture fixture;
         fixture.controller.m_timeouts = {kShort_ms, kNotInThisTest_ms, kShort_ms};
         fixture.open();
-        QElapsedTimer timer;
-        timer.start();
-        QCOMPARE(fixture.controller.z_stage_diagnosis(), -1);
-        QVERIFY2(lasted(timer, kShort_ms), qPrintable(QString::number(timer.elapsed())));
+        verifyLasts(kShort_ms, [&] { QCOMPARE(fixture.controller.z_stage_diagnosis(), -1); });
     }
 
     // The record of the last reply stands, so silence is taken for its repetition.
@@ -143,21 +132,18 @@ private slots:
     void aSilentBoardFailsTheProbeWhateverItSaidBefore()
     {
         ControllerFixture fixture;
-        QSignalSpy connected(&fixture.controller, &Controller::sig_connected_controller);
-        fixture.peer.answer("$OK,DEVICE,READY,,\r\n");
-        QVERIFY(fixture.controller.trySerialPort());
+        QVERIFY(fixture.tryAnswered());
         QVERIFY(fixture.controller.answers());
         fixture.controller.m_timeouts.read_ms = kShort_ms;
         QVERIFY(!fixture.controller.trySerialPort());
-        QCOMPARE(connected.count(), 1);
+        QCOMPARE(fixture.connected.count(), 1);
         QVERIFY(!fixture.controller.isSerialPortOpen());
         QVERIFY(!fixture.controller.answers());
         QCOMPARE(fixture.controller.responseInfo().result, QString("OK"));
 
         fixture.controller.m_timeouts = ControllerTimeouts();
-        fixture.peer.answer("$OK,DEVICE,READY,,\r\n");
-        QVERIFY(fixture.controller.trySerialPort());
-        QCOMPARE(connected.count(), 2);
+        QVERIFY(fixture.tryAnswered());
+        QCOMPARE(fixture.connected.count(), 2);
         QVERIFY(fixture.controller.answers());
     }
 
@@ -189,23 +175,28 @@ private slots:
     void aLineThatIsStuckCostsBothTimeouts()
     {
         QFETCH(bool, diagnosis);
-        ControllerFixture fixture;
-        const QByteArray device = QFile::encodeName(fixture.root.path() + "/dev/ttyS2");
-        // Before the controller has the line for itself: after that only root may open it.
-        const FileDescriptor line(::open(device.constData(), O_RDWR | O_NOCTTY));
-        fixture.open();
-        QCOMPARE(::tcflow(line.get(), TCOOFF), 0);
+        StuckFixture fixture;
         constexpr int kWrite_ms = 300;
         fixture.controller.m_timeouts = {kWrite_ms, diagnosis ? kNotInThisTest_ms : kShort_ms,
                                          diagnosis ? kShort_ms : kNotInThisTest_ms};
-        QElapsedTimer timer;
-        timer.start();
-        if (diagnosis)
-            QCOMPARE(fixture.controller.z_stage_diagnosis(), -1);
-        else
-            QVERIFY(!fixture.controller.trySerialPort());
-        QVERIFY2(lasted(timer, kWrite_ms + kShort_ms), qPrintable(QString::number(timer.elapsed())));
+        verifyLasts(kWrite_ms + kShort_ms, [&] {
+            if (diagnosis)
+                QCOMPARE(fixture.controller.z_stage_diagnosis(), -1);
+            else
+                QVERIFY(!fixture.controller.trySerialPort());
+        });
         QVERIFY(fixture.log.messages().contains("write_Blocking errorDataWritingTimeout"));
+    }
+
+    void aLineThatCannotBeWrittenIsLoggedAndTheReadFollows()
+    {
+        StuckFixture fixture;
+        fixture.logEchoes();
+        fixture.controller.writeAndRead_Blocking("$,LED4,ON,,\r\n", kShort_ms, kShort_ms);
+        // The line is echoed when it is given to the port, not when it has left.
+        QCOMPARE(fixture.log.messages().mid(1),
+                 QStringList({R"(echo "$,LED4,ON,,\r\n")", "write_Blocking errorDataWritingTimeout",
+                              "readAvailableData_Blocking errorDataReadingTimeout"}));
     }
 };
 

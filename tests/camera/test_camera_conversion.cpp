@@ -48,30 +48,27 @@ private slots:
     // Expected values: BT.601, limited range, worked out by hand from the standard's matrix.
     void aFlatColourComesOutAsItself_data()
     {
-        QTest::addColumn<int>("y");
-        QTest::addColumn<int>("u");
-        QTest::addColumn<int>("v");
+        QTest::addColumn<QVector<int>>("yuv");
         QTest::addColumn<QVector<int>>("rgb");
-        QTest::newRow("black") << 16 << 128 << 128 << QVector<int>{0, 0, 0};
-        QTest::newRow("white") << 235 << 128 << 128 << QVector<int>{255, 255, 255};
-        QTest::newRow("grey") << 126 << 128 << 128 << QVector<int>{128, 128, 128};
-        QTest::newRow("red") << 81 << 90 << 240 << QVector<int>{255, 0, 0};
-        QTest::newRow("green") << 145 << 54 << 34 << QVector<int>{0, 255, 0};
-        QTest::newRow("blue") << 41 << 240 << 110 << QVector<int>{0, 0, 255};
-        QTest::newRow("yellow") << 210 << 16 << 146 << QVector<int>{255, 255, 0};
-        QTest::newRow("nothing at all") << 0 << 0 << 0 << QVector<int>{0, 135, 0};
-        QTest::newRow("beyond white") << 255 << 128 << 128 << QVector<int>{255, 255, 255};
+        QTest::newRow("black") << QVector<int>{16, 128, 128} << QVector<int>{0, 0, 0};
+        QTest::newRow("white") << QVector<int>{235, 128, 128} << QVector<int>{255, 255, 255};
+        QTest::newRow("grey") << QVector<int>{126, 128, 128} << QVector<int>{128, 128, 128};
+        QTest::newRow("red") << QVector<int>{81, 90, 240} << QVector<int>{255, 0, 0};
+        QTest::newRow("green") << QVector<int>{145, 54, 34} << QVector<int>{0, 255, 0};
+        QTest::newRow("blue") << QVector<int>{41, 240, 110} << QVector<int>{0, 0, 255};
+        QTest::newRow("yellow") << QVector<int>{210, 16, 146} << QVector<int>{255, 255, 0};
+        QTest::newRow("nothing at all") << QVector<int>{0, 0, 0} << QVector<int>{0, 135, 0};
+        QTest::newRow("beyond white") << QVector<int>{255, 128, 128} << QVector<int>{255, 255, 255};
     }
 
     void aFlatColourComesOutAsItself()
     {
-        QFETCH(int, y);
-        QFETCH(int, u);
-        QFETCH(int, v);
+        QFETCH(QVector<int>, yuv);
         QFETCH(QVector<int>, rgb);
         constexpr unsigned int kWidth = 640;
         constexpr int kHeight = 480;
-        const std::vector<uchar> source = flatYuyv(kWidth, kHeight, uchar(y), uchar(u), uchar(v));
+        const std::vector<uchar> source =
+            flatYuyv(kWidth, kHeight, uchar(yuv[0]), uchar(yuv[1]), uchar(yuv[2]));
         std::vector<uchar> destination(std::size_t(kWidth) * kHeight * 3 + 1, kGuard);
         sws_yuv2rgb24(kWidth, kHeight, source.data(), destination.data());
         for (std::size_t i = 0; i + 1 < destination.size(); ++i)
@@ -111,19 +108,13 @@ private slots:
         }
     }
 
-    void everyPixelStaysInItsPlaceAndNoneBeyondIsWritten_data()
-    {
-        QTest::addColumn<int>("width");
-        QTest::addColumn<int>("height");
-        QTest::newRow("VGA") << 640 << 480;
-        QTest::newRow("1280") << 1280 << 960;
-        QTest::newRow("5M") << 2592 << 1944;
-    }
+    void everyPixelStaysInItsPlaceAndNoneBeyondIsWritten_data() { addModes(); }
 
     void everyPixelStaysInItsPlaceAndNoneBeyondIsWritten()
     {
-        QFETCH(int, width);
-        QFETCH(int, height);
+        QFETCH(QSize, size);
+        const int width = size.width();
+        const int height = size.height();
         std::vector<uchar> source = flatYuyv(unsigned(width), height, 16, 128, 128);
         const auto luma = [&](int column, int row) -> uchar& {
             return source[(std::size_t(row) * width + column) * 2];
@@ -134,8 +125,8 @@ private slots:
             for (int column : columns)
                 luma(column, row) = 235;
 
-        const std::size_t size = std::size_t(width) * height * 3;
-        std::vector<uchar> destination(size + 64, kGuard);
+        const std::size_t size_bytes = std::size_t(width) * height * 3;
+        std::vector<uchar> destination(size_bytes + 64, kGuard);
         sws_yuv2rgb24(unsigned(width), height, source.data(), destination.data());
         for (int row = 0; row < height; ++row) {
             for (int column = 0; column < width; ++column) {
@@ -145,7 +136,7 @@ private slots:
                     QFAIL(qPrintable(QString("pixel %1, %2 is %3").arg(column).arg(row).arg(pixel[0])));
             }
         }
-        for (std::size_t i = size; i < destination.size(); ++i)
+        for (std::size_t i = size_bytes; i < destination.size(); ++i)
             QCOMPARE(destination[i], kGuard);
     }
 

@@ -34,11 +34,18 @@ private slots:
     void beforeAnyFrameTheFirstSlotIsReadAndZero()
     {
         FrameSlots frames;
-        frames.allocate(kSize);
-        const FrameSlots::Reader reader = frames.readNewest();
-        QCOMPARE(reader.bufferIndex(), 0u);
-        QCOMPARE(reader.bytes()[0], uchar(0));
-        QVERIFY(isUniform(reader.bytes(), kSize));
+        // Also after a second allocation.
+        for (const std::size_t size : {kSize, 2 * kSize}) {
+            frames.allocate(size);
+            {
+                const FrameSlots::Reader reader = frames.readNewest();
+                QCOMPARE(reader.bufferIndex(), 0u);
+                QCOMPARE(reader.bytes()[0], uchar(0));
+                QVERIFY(isUniform(reader.bytes(), size));
+            }
+            for (const unsigned int index : {4U, 7U})
+                QVERIFY(frames.write(index, frameOf(9, size).data(), size));
+        }
     }
 
     void noMoreMemoryIsTakenThanAskedFor()
@@ -73,19 +80,6 @@ private slots:
             QCOMPARE(reader.bytes()[0], uchar(index + 1));
             QVERIFY(isUniform(reader.bytes(), kSize));
         }
-    }
-
-    void aSecondAllocationStartsAnew()
-    {
-        FrameSlots frames;
-        frames.allocate(kSize);
-        for (const unsigned int index : {4U, 7U})
-            QVERIFY(frames.write(index, frameOf(9).data(), kSize));
-        frames.allocate(2 * kSize);
-        const FrameSlots::Reader reader = frames.readNewest();
-        QCOMPARE(reader.bufferIndex(), 0u);
-        QCOMPARE(reader.bytes()[0], uchar(0));
-        QVERIFY(isUniform(reader.bytes(), 2 * kSize));
     }
 
     void anOversizedFrameIsCutOff()

@@ -1,7 +1,5 @@
 #include <algorithm>
 
-#include <fcntl.h>
-
 #include <QtTest>
 
 #include "CameraTools.h"
@@ -27,6 +25,16 @@ void openMode(RiggedCamera& camera, int mode, const std::string& file = {})
 {
     QVERIFY(camera.open(mode, file, false));
     camera.machine.trace().clear();
+}
+
+void addFailuresOfAnyTransfer()
+{
+    QTest::addColumn<QString>("call");
+    QTest::addColumn<int>("result");
+    QTest::newRow("no bus") << "open" << -1;
+    QTest::newRow("no such address") << "I2C_SLAVE_FORCE" << -1;
+    QTest::newRow("address answers oddly") << "I2C_SLAVE_FORCE" << 1;
+    QTest::newRow("not acknowledged") << "write" << -1;
 }
 
 } // namespace
@@ -105,39 +113,33 @@ private slots:
     void aSettingThatWasNotWrittenIsKnownUntilItIsWrittenOrRead()
     {
         QFETCH(bool, written);
-        ScriptedCamera machine;
-        OV5642Camera camera;
+        RiggedCamera camera;
         QVERIFY(camera.settingsInForce());
-        machine.failCall("write", 1, -1);
+        camera.machine.failCall("write", 1, -1);
         QVERIFY(!camera.set(0x3501, 0x1E));
         QVERIFY(!camera.settingsInForce());
         // Another register's success is no news of this one, and a failed reading none at all.
         QVERIFY(camera.set(0x3502, 0x1E));
         QVERIFY(camera.sensorAnswers());
         quint16 value = 0;
-        machine.failCall("read", 1, -1);
+        camera.machine.failCall("read", 1, -1);
         QVERIFY(!camera.get(0x3501, value));
         QVERIFY(!camera.settingsInForce());
         QVERIFY(written ? camera.set(0x3501, 0x1E) : camera.get(0x3501, value));
         QVERIFY(camera.settingsInForce());
         // What is shown after a failed reading is what was written last.
-        machine.failCall("read", 1, -1);
+        camera.machine.failCall("read", 1, -1);
         QVERIFY(!camera.get(0x3501, value));
         QVERIFY(camera.settingsInForce());
         // A register that nothing shows does not count.
-        machine.failCall("write", 1, -1);
+        camera.machine.failCall("write", 1, -1);
         QVERIFY(!camera.set(0x3804, 0x02));
         QVERIFY(camera.settingsInForce());
     }
 
     void aFailedReadGoesThroughAllItsStepsAndYieldsTheCachedByte_data()
     {
-        QTest::addColumn<QString>("call");
-        QTest::addColumn<int>("result");
-        QTest::newRow("no bus") << "open" << -1;
-        QTest::newRow("no such address") << "I2C_SLAVE_FORCE" << -1;
-        QTest::newRow("address answers oddly") << "I2C_SLAVE_FORCE" << 1;
-        QTest::newRow("not acknowledged") << "write" << -1;
+        addFailuresOfAnyTransfer();
         QTest::newRow("one address byte") << "write" << 1;
         QTest::newRow("nothing sent") << "write" << 0;
         QTest::newRow("read error") << "read" << -1;
@@ -230,12 +232,7 @@ private slots:
 
     void aFailedWriteGoesThroughAllItsStepsAndCachesNothing_data()
     {
-        QTest::addColumn<QString>("call");
-        QTest::addColumn<int>("result");
-        QTest::newRow("no bus") << "open" << -1;
-        QTest::newRow("no such address") << "I2C_SLAVE_FORCE" << -1;
-        QTest::newRow("address answers oddly") << "I2C_SLAVE_FORCE" << 1;
-        QTest::newRow("not acknowledged") << "write" << -1;
+        addFailuresOfAnyTransfer();
         QTest::newRow("two of three bytes") << "write" << 2;
     }
 

@@ -75,3 +75,17 @@ inline void muteDebugStream()
 {
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
 }
+
+/// What stands for the program around what is fed: QCoreApplication or QApplication, muted.
+template <class Application>
+class FuzzedProgram
+{
+public:
+    FuzzedProgram() { muteDebugStream(); }
+
+private:
+    int m_argumentCount = 1;
+    char m_name[5] = "fuzz";
+    char* m_arguments[2] = {m_name, nullptr};
+    Application m_application{m_argumentCount, m_arguments};
+};

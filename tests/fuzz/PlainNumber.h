@@ -3,6 +3,12 @@
 #include <QByteArray>
 #include <QtGlobal>
 
+/// As a sum of int is where it leaves its range.
+inline int wrapped(long long value)
+{
+    return static_cast<int>(static_cast<unsigned>(value));
+}
+
 /// What is a blank around a number, of the first 256 letters.
 inline bool isBlank(char letter)
 {

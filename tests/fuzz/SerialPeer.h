@@ -5,7 +5,6 @@
 
 #include <fcntl.h>
 #include <stdlib.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <QByteArray>
@@ -34,7 +33,6 @@ class SerialPeer
 public:
     SerialPeer()
     {
-        muteDebugStream();
         m_end = ::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
         const QString device = m_root.path() + "/dev/ttyS2";
         if (m_end < 0 || ::grantpt(m_end) != 0 || ::unlockpt(m_end) != 0 ||
@@ -69,10 +67,7 @@ public:
     }
 
 private:
-    int m_argumentCount = 1;
-    char m_name[5] = "fuzz";
-    char* m_arguments[2] = {m_name, nullptr};
-    QCoreApplication m_application{m_argumentCount, m_arguments};
+    FuzzedProgram<QCoreApplication> m_program;
     QTemporaryDir m_root;
     int m_end = -1;
     FuzzedController m_controller;

@@ -4,15 +4,13 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
-#include <QFileInfo>
 #include <QStringList>
-#include <QTemporaryDir>
 
 #include "FuzzInput.h"
 #include "platform/InstrumentPath.h"
+#include "tests/settings/QuickDirectory.h"
 
-/// A root with the folders of the settings files, in memory where the machine has such a place.
-/// Lives to the end of the process.
+/// A root with the folders of the settings files. Lives to the end of the process.
 class SettingsRoot
 {
 public:
@@ -35,7 +33,6 @@ public:
         file.open(QIODevice::ReadOnly);
         return file.readAll();
     }
-    static void remove(const QString& fixedPath) { QFile::remove(instrumentPath(fixedPath)); }
 
     /// All files below the root, hidden ones too, as fixed paths in alphabetical order.
     QStringList files() const
@@ -55,11 +52,5 @@ public:
     }
 
 private:
-    static QString folder()
-    {
-        const QString memory = QStringLiteral("/dev/shm");
-        return (QFileInfo(memory).isWritable() ? memory : QDir::tempPath()) + "/orla-fuzz-XXXXXX";
-    }
-
-    QTemporaryDir m_root{folder()};
+    QuickDirectory m_root;
 };

@@ -1,5 +1,4 @@
 // USB disks: any mount table, any names and targets in the folder of the disks' links.
-#include <algorithm>
 
 #include <unistd.h>
 
@@ -7,15 +6,14 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QSet>
 #include <QStringList>
-#include <QTemporaryDir>
 
 #include "FuzzInput.h"
 #include "media/MediaMonitor.h"
 #include "platform/ChildProcess.h"
 #include "platform/InstrumentPath.h"
+#include "tests/settings/QuickDirectory.h"
 
 namespace {
 
@@ -52,7 +50,6 @@ class Machine
 public:
     Machine()
     {
-        muteDebugStream();
         setInstrumentRoot(m_root.path());
         for (const char* folder : {"/dev/disk/by-uuid", "/etc", "/mnt"})
             QDir().mkpath(instrumentPath(QString(folder)));
@@ -99,17 +96,9 @@ private:
     {
         return QFile::encodeName(instrumentPath(QStringLiteral("/dev/disk/by-uuid/"))) + name;
     }
-    static QString folder()
-    {
-        const QString memory = QStringLiteral("/dev/shm");
-        return (QFileInfo(memory).isWritable() ? memory : QDir::tempPath()) + "/orla-fuzz-XXXXXX";
-    }
 
-    int m_argumentCount = 1;
-    char m_name[5] = "fuzz";
-    char* m_arguments[2] = {m_name, nullptr};
-    QCoreApplication m_application{m_argumentCount, m_arguments};
-    QTemporaryDir m_root{folder()};
+    FuzzedProgram<QCoreApplication> m_program;
+    QuickDirectory m_root;
     QByteArray m_table;
 };
 

@@ -4,7 +4,6 @@
 #include <thread>
 #include <vector>
 
-#include <QByteArray>
 #include <QCoreApplication>
 
 #include "FuzzInput.h"
@@ -21,16 +20,6 @@ constexpr std::size_t kFrame_bytes = kRow_bytes * kHeight_px;
 constexpr int kMostFrames = 6;
 
 using Bytes = std::vector<uchar>;
-
-struct Surroundings
-{
-    Surroundings() { muteDebugStream(); }
-
-    int argumentCount = 1;
-    char name[5] = "fuzz";
-    char* arguments[2] = {name, nullptr};
-    QCoreApplication application{argumentCount, arguments};
-};
 
 // What a driver grants.
 struct Format
@@ -110,7 +99,7 @@ void fill(Bytes& slot, uchar value, std::size_t said_bytes, std::size_t buffer_b
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static const Surroundings surroundings;
+    static const FuzzedProgram<QCoreApplication> program;
 
     FuzzInput input(data, size);
     ScriptedCamera machine;

@@ -67,11 +67,6 @@ struct Expected
     int position = 0;
 };
 
-int wrapped(long long value)
-{
-    return static_cast<int>(static_cast<unsigned>(value));
-}
-
 void command(Board& board, Expected& state, std::uint8_t choice, int argument)
 {
     Controller& controller = board.controller();

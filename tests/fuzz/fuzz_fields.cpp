@@ -16,12 +16,7 @@ namespace {
 
 struct Desk
 {
-    Desk() { muteDebugStream(); }
-
-    int argumentCount = 1;
-    char name[5] = "fuzz";
-    char* arguments[2] = {name, nullptr};
-    QApplication application{argumentCount, arguments};
+    FuzzedProgram<QApplication> program;
     WindowFixture fixture;
 };
 

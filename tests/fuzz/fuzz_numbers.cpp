@@ -4,7 +4,6 @@
 
 #include <QRegularExpression>
 #include <QString>
-#include <QStringList>
 
 #include "FuzzInput.h"
 #include "settings/GlobalIni.h"

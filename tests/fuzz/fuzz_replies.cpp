@@ -88,11 +88,6 @@ private:
     std::vector<Event> m_events;
 };
 
-int wrapped(long long value)
-{
-    return static_cast<int>(static_cast<unsigned>(value));
-}
-
 Heard expected(const QByteArray& stream, int position)
 {
     Heard heard;

@@ -1,6 +1,5 @@
 // The copies of captured frames: rows, lengths and buffer numbers as a driver may tell them.
 #include <algorithm>
-#include <memory>
 #include <vector>
 
 #include "FuzzInput.h"

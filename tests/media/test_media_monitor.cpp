@@ -1,4 +1,3 @@
-#include <cerrno>
 #include <memory>
 
 #include <dirent.h>

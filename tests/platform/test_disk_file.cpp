@@ -12,6 +12,7 @@
 
 #include "platform/DiskFile.h"
 #include "platform/InstrumentPath.h"
+#include "support/FileBytes.h"
 #include "support/FileTime.h"
 #include "support/WithoutStandardInput.h"
 
@@ -26,12 +27,6 @@ bool writeOurs(const QString& path)
     return disk_file::write(path, kOurs, kOursSize);
 }
 
-QByteArray contentOf(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("cannot be read");
-}
-
 } // namespace
 
 /// A disk that somebody has prepared, at "/mnt" of a private root.
@@ -44,11 +39,8 @@ private slots:
     {
         m_root = std::make_unique<QTemporaryDir>();
         setInstrumentRoot(m_root->path());
-        for (const char* folder : {"/mnt/folder", "/etc"})
-            QVERIFY(QDir().mkpath(at(folder)));
-        QFile theirs(at("/etc/theirs"));
-        QVERIFY(theirs.open(QIODevice::WriteOnly));
-        QVERIFY(theirs.write(kTheirs) > 0);
+        QVERIFY(QDir().mkpath(at("/mnt/folder")));
+        putBytes(at("/etc/theirs"), kTheirs);
     }
 
     void cleanup()
@@ -74,10 +66,10 @@ private slots:
         const QString file = QDir::cleanPath(at(path));
         QVERIFY(disk_file::write(path, "a longer text", 13));
         QVERIFY(writeOurs(path));
-        QCOMPARE(contentOf(file), QByteArray(kOurs));
+        QCOMPARE(bytesOf(file), QByteArray(kOurs));
         QVERIFY(!QFileInfo(file).permission(QFileDevice::ExeOwner));
         QVERIFY(disk_file::write(path, "", 0));
-        QCOMPARE(contentOf(file), QByteArray());
+        QCOMPARE(bytesOf(file), QByteArray());
     }
 
     // Folders and files get its number in turn.
@@ -86,7 +78,7 @@ private slots:
         const WithoutStandardInput without;
         for (const char* path : {"/mnt/picture.tif", "/mnt/folder/picture.tif", "/elsewhere"})
             QVERIFY2(writeOurs(path), path);
-        QCOMPARE(contentOf(at("/mnt/folder/picture.tif")), QByteArray(kOurs));
+        QCOMPARE(bytesOf(at("/mnt/folder/picture.tif")), QByteArray(kOurs));
     }
 
     void onlyTheUmaskTakesRights_data()
@@ -118,7 +110,7 @@ private slots:
         const QDateTime time(QDate(2050, 1, 2), QTime(3, 4), Qt::UTC);
         QVERIFY(FileTime::setChanged(at("/mnt/picture.tif"), time.toMSecsSinceEpoch()));
         QVERIFY2(writeOurs("/mnt/picture.tif"), std::strerror(errno));
-        QCOMPARE(contentOf(at("/mnt/picture.tif")), QByteArray(kOurs));
+        QCOMPARE(bytesOf(at("/mnt/picture.tif")), QByteArray(kOurs));
     }
 
     void noLinkLeadsAWriteElsewhere_data()
@@ -154,7 +146,7 @@ private slots:
         QVERIFY(!writeOurs(written));
         QCOMPARE(errno, error);
         QCOMPARE(namesIn("/etc"), QStringList("theirs"));
-        QCOMPARE(contentOf(at("/etc/theirs")), QByteArray(kTheirs));
+        QCOMPARE(bytesOf(at("/etc/theirs")), QByteArray(kTheirs));
         QVERIFY(!QFileInfo::exists("/etc/orla-test-no-such-file"));
         QVERIFY(!QFileInfo::exists("orla-test-file"));
         QVERIFY(!namesIn("/mnt/folder").contains("b.tif") && !namesIn("/mnt/folder").contains("new"));
@@ -215,7 +207,7 @@ private slots:
         QVERIFY(QDir().mkpath(at("/usb")));
         QCOMPARE(::symlink("usb", qPrintable(at("/mnt"))), 0);
         QVERIFY(writeOurs("/mnt/a.tif"));
-        QCOMPARE(contentOf(at("/usb/a.tif")), QByteArray(kOurs));
+        QCOMPARE(bytesOf(at("/usb/a.tif")), QByteArray(kOurs));
     }
 
     void withoutTheMountPointNothingIsWritten()

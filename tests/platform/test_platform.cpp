@@ -9,7 +9,6 @@
 #include <sys/select.h>
 #include <unistd.h>
 
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -17,6 +16,7 @@
 #include "platform/InstrumentPath.h"
 #include "platform/SystemDeviceCalls.h"
 #include "support/Emulation.h"
+#include "support/FileBytes.h"
 
 namespace {
 
@@ -121,10 +121,7 @@ private slots:
         QCOMPARE(calls.open("/missing", O_RDONLY), -1);
         QCOMPARE(errno, ENOENT);
 
-        QFile file(directory.filePath("device"));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("abc");
-        file.close();
+        putBytes(directory.filePath("device"), "abc");
         const int fd = calls.open("/device", O_RDWR);
         QVERIFY(fd >= 0);
         QCOMPARE(calls.fcntl(fd, F_SETFD, FD_CLOEXEC), 0);
@@ -147,11 +144,7 @@ private slots:
         const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
         QTemporaryDir directory;
         setInstrumentRoot(directory.path());
-        QFile file(directory.filePath("device"));
-        QVERIFY(file.open(QIODevice::ReadWrite));
-        file.write(QByteArray(int(page), 'a') + QByteArray(int(page), 'b'));
-        QVERIFY(file.flush());
-
+        putBytes(directory.filePath("device"), QByteArray(int(page), 'a') + QByteArray(int(page), 'b'));
         SystemDeviceCalls calls;
         const int fd = calls.open("/device", O_RDWR);
         QCOMPARE(calls.mmap(page, PROT_READ | PROT_WRITE, MAP_SHARED, -1, 0), MAP_FAILED);
@@ -161,8 +154,7 @@ private slots:
         QCOMPARE(memory[0], 'b');
         memory[0] = 'c';
         QCOMPARE(calls.munmap(memory, page), 0);
-        QVERIFY(file.seek(int(page)));
-        QCOMPARE(file.read(1), QByteArray("c"));
+        QCOMPARE(bytesOf(directory.filePath("device")).at(int(page)), 'c');
         QCOMPARE(calls.close(fd), 0);
         SKIP_UNDER_EMULATION("the request of a place without memory succeeds");
         // No longer mapped, so that another request of it fails.
@@ -173,8 +165,7 @@ private slots:
     {
         QTemporaryDir directory;
         setInstrumentRoot(directory.path());
-        QFile file(directory.filePath("device"));
-        QVERIFY(file.open(QIODevice::WriteOnly));
+        putBytes(directory.filePath("device"), {});
         SystemDeviceCalls calls;
         const int fd = calls.open("/device", O_RDWR);
         v4l2_capability capability = {};

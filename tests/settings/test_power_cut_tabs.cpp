@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
-#include <functional>
 #include <iterator>
 #include <memory>
 #include <random>
@@ -114,20 +113,15 @@ private slots:
     /// translated so far, and each would have to translate all of it otherwise.
     void initTestCase()
     {
-        const QuickDirectory directory;
-        QVERIFY(directory.isValid());
-        setInstrumentRoot(directory.path());
+        const QuickRoot root;
         for (const SettingsPart tab : kTabs)
             saveTab(tab, 0);
         QVERIFY(startFindsOldOrNew());
-        setInstrumentRoot("/");
     }
 
     void init()
     {
-        m_directory = std::make_unique<QuickDirectory>();
-        QVERIFY(m_directory->isValid());
-        setInstrumentRoot(m_directory->path());
+        m_root = std::make_unique<QuickRoot>();
         for (const SettingsPart tab : kTabs)
             QCOMPARE(inChild([tab] { return saveTab(tab, 0), 0; }), 0);
         m_old = contents();
@@ -136,7 +130,7 @@ private slots:
         QCOMPARE(entries().size(), kFileCount);
     }
 
-    void cleanup() { setInstrumentRoot("/"); }
+    void cleanup() { m_root.reset(); }
 
     void aPowerCutAtAnyCallOfASaveLeavesEachFileOldOrNew_data()
     {
@@ -229,11 +223,8 @@ private:
 
     void putOld() const
     {
-        for (int i = 0; i < kFileCount; ++i) {
-            QFile file(instrumentPath(QString(kFiles[i])));
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            QCOMPARE(file.write(m_old[std::size_t(i)]), qint64(m_old[std::size_t(i)].size()));
-        }
+        for (int i = 0; i < kFileCount; ++i)
+            putBytes(instrumentPath(QString(kFiles[i])), m_old[std::size_t(i)]);
     }
 
     void verifyOldOrNew(const Contents& found, const Contents& fresh, const QByteArray& when) const
@@ -292,7 +283,7 @@ private:
 
     static constexpr qint64 kShortestSave_ns = 500000;
 
-    std::unique_ptr<QuickDirectory> m_directory;
+    std::unique_ptr<QuickRoot> m_root;
     Contents m_old;
     qint64 m_longestSave_ns = 20000000; // what the first ones may take; then, what the last took
 };

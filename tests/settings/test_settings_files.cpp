@@ -75,14 +75,8 @@ class TestSettingsFiles : public QObject
     Q_OBJECT
 
 private slots:
-    void init()
-    {
-        m_directory = std::make_unique<QuickDirectory>();
-        QVERIFY(m_directory->isValid());
-        setInstrumentRoot(m_directory->path());
-    }
-
-    void cleanup() { setInstrumentRoot("/"); }
+    void init() { m_root = std::make_unique<QuickRoot>(); }
+    void cleanup() { m_root.reset(); }
 
     void anOldMainFileLoads_data() { addFiles("data/main", 18); }
 
@@ -164,9 +158,7 @@ private slots:
         QTest::newRow("no file") << QByteArray() << false;
         QTest::newRow("empty") << QByteArray() << true;
         QTest::newRow("a section") << QByteArray("[VGA]\n") << true;
-        QTest::newRow("no settings at all") << QByteArray("\x7F"
-                                                          "ELF\n\n\n")
-                                            << true;
+        QTest::newRow("no settings at all") << QByteArray("\177ELF\n\n\n") << true;
         QTest::newRow("comments") << QByteArray("; nothing\n# here\n") << true;
     }
 
@@ -199,7 +191,7 @@ private slots:
         for (const auto& table : {record.CUS_reg, record.BFN_reg, record.AE_reg})
             for (int i = 0; i < kCameraModeCount * kCalibrationRegisterCount; ++i)
                 QCOMPARE(table[i / kCalibrationRegisterCount][i % kCalibrationRegisterCount], quint16(0));
-        QVERIFY(QDir(m_directory->path()).isEmpty());
+        QVERIFY(QDir(m_root->path()).isEmpty());
     }
 
     void anOldCalibrationFileLoads_data() { addFiles("data/calibration", 7); }
@@ -251,13 +243,13 @@ private slots:
         const QStringList lines = QString::fromLatin1(content(kCusCalibrationFile)).split('\n');
         QCOMPARE(lines.filter(QRegularExpression("^0x[0-9A-F]{4}=0x[0-9A-F]{2,}$")).size(), 30);
         QCOMPARE(lines.filter("=0x00").size(), 27);
-        std::string value;
-        QVERIFY(ini_read("VGA", "0x3501", "", value, kCusCalibrationFile));
-        QCOMPARE(value, std::string("0x0A"));
-        QVERIFY(ini_read("1280", "0x3502", "", value, kCusCalibrationFile));
-        QCOMPARE(value, std::string("0xFF"));
-        QVERIFY(ini_read("5M", "0x3405", "", value, kCusCalibrationFile));
-        QCOMPARE(value, std::string("0x1AB"));
+        const char* const expected[][3] = {
+            {"VGA", "0x3501", "0x0A"}, {"1280", "0x3502", "0xFF"}, {"5M", "0x3405", "0x1AB"}};
+        for (const auto& [section, key, text] : expected) {
+            std::string value;
+            QVERIFY(ini_read(section, key, "", value, kCusCalibrationFile));
+            QCOMPARE(value, std::string(text));
+        }
         QVERIFY(!QFile::exists(instrumentPath(QString(kBfnCalibrationFile))));
     }
 
@@ -470,7 +462,7 @@ private:
             QTest::newRow(qPrintable(name)) << data.filePath(name);
     }
 
-    std::unique_ptr<QuickDirectory> m_directory;
+    std::unique_ptr<QuickRoot> m_root;
 };
 
 QTEST_GUILESS_MAIN(TestSettingsFiles)

@@ -9,6 +9,8 @@
 #include "settings/SettingsFiles.h"
 #include "settings/StageFile.h"
 #include "settings/StoredObjects.h"
+#include "support/FileBytes.h"
+#include "support/FileTime.h"
 #include "support/LogRecorder.h"
 
 namespace {
@@ -42,21 +44,20 @@ class TestStoredObjects : public QObject
 private slots:
     void init()
     {
-        m_directory = std::make_unique<QuickDirectory>();
-        setInstrumentRoot(m_directory->path());
-        QVERIFY(QDir().mkpath(instrumentPath(QStringLiteral("/root/Orla2"))));
+        m_root = std::make_unique<QuickRoot>();
+        QVERIFY(QDir().mkpath(QFileInfo(path()).path()));
     }
-    void cleanup() { setInstrumentRoot({}); }
+    void cleanup() { m_root.reset(); }
 
-    void whatIsNotInOrderIsFound_data()
+    // It is neither read, for the program would end, nor written: somebody else may need it.
+    void whatIsNotInOrderIsFoundAndLeftAlone_data()
     {
         QTest::addColumn<QByteArray>("content");
-        QTest::newRow("list of four thousand millions") << valueOf(kList + "\\xff\\xff\\xff\\xff");
+        QTest::newRow("list of four thousand millions") << valueOf(kTooMany);
         QTest::newRow("list of two thousand millions") << valueOf(kList + "\\x7f\\xff\\xff\\xff");
         QTest::newRow("texts") << valueOf("\\0\\0\\0\\v\\x7f\\xff\\xff\\xff");
         QTest::newRow("lists in lists") << valueOf(kDeepLists);
-        QTest::newRow("list in a map")
-            << valueOf("\\0\\0\\0\\b\\0\\0\\0\\x1\\0\\0\\0\\x2\\0k" + kList + "\\xff\\xff\\xff\\xff");
+        QTest::newRow("list in a map") << valueOf("\\0\\0\\0\\b\\0\\0\\0\\x1\\0\\0\\0\\x2\\0k" + kTooMany);
         QTest::newRow("picture") << valueOf("\\0\\0\\0"
                                             "F\\0\\0\\0\\x1");
         QTest::newRow("pointer, the first that Qt 5 numbers anew") << valueOf("\\0\\0\\0\\x80");
@@ -75,23 +76,11 @@ private slots:
         QTest::newRow("behind what stands there") << QByteArray("@Variant(\nv=@Variant(" + kTooMany + ")\n");
     }
 
-    void whatIsNotInOrderIsFound()
+    void whatIsNotInOrderIsFoundAndLeftAlone()
     {
         QFETCH(QByteArray, content);
         QVERIFY(holdsUnsafeObject(content));
-    }
-
-    // It is neither read, for the program would end, nor written: somebody else may need it.
-    void suchAFileIsLeftAlone_data() { whatIsNotInOrderIsFound_data(); }
-
-    void suchAFileIsLeftAlone()
-    {
-        QFETCH(QByteArray, content);
-        const QString path = instrumentPath(QString(kStageFile));
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QCOMPARE(file.write(content), qint64(content.size()));
-        file.close();
+        putBytes(path(), content);
         const LogRecorder log;
 
         std::string value;
@@ -109,7 +98,7 @@ private slots:
         settings.settings().setValue("a", 1);
         QVERIFY(!settings.commit());
         QVERIFY(log.messages().last().contains(kReason));
-        QCOMPARE(bytesOf(path), content);
+        QCOMPARE(bytesOf(path()), content);
     }
 
     // A list is too long whose count says more than there are bytes behind it.
@@ -157,15 +146,13 @@ private slots:
     void listsAreFollowedToADepth()
     {
         QFETCH(int, lists);
-        QFETCH(bool, unsafe);
-        QCOMPARE(holdsUnsafeObject(valueOf((kList + "\\0\\0\\0\\x1").repeated(lists))), unsafe);
+        QTEST(holdsUnsafeObject(valueOf((kList + "\\0\\0\\0\\x1").repeated(lists))), "unsafe");
     }
 
     void whatQSettingsWritesIsTaken()
     {
-        const QString path = instrumentPath(QString(kStageFile));
         {
-            QSettings settings(path, QSettings::IniFormat);
+            QSettings settings(path(), QSettings::IniFormat);
             settings.setValue("float", 2.5F);
             settings.setValue("list", QVariantList{1, "two", QVariantList{3.0, QByteArray("four")}});
             settings.setValue("map", QVariantMap{{"a", 1}, {"b", QVariantMap{{"c", QStringList{"d", "e"}}}}});
@@ -181,12 +168,12 @@ private slots:
             settings.setValue("text", "@Variant(that is none)");
             settings.setValue("Z stage/Step", "7");
         }
-        QVERIFY(bytesOf(path).contains("@Variant(") && bytesOf(path).contains("@DateTime("));
-        QVERIFY(!holdsUnsafeObject(bytesOf(path)));
+        QVERIFY(bytesOf(path()).contains("@Variant(") && bytesOf(path()).contains("@DateTime("));
+        QVERIFY(!holdsUnsafeObject(bytesOf(path())));
         std::string value;
         QVERIFY(ini_read("Z stage", "Step", "256", value, kStageFile));
         QCOMPARE(QString::fromStdString(value), QString("7"));
-        QCOMPARE(readableSettingsPath(kStageFile), path);
+        QCOMPARE(readableSettingsPath(kStageFile), path());
         QVERIFY(!holdsUnsafeObject(""));
         QVERIFY(!holdsUnsafeObject("v=@Variant("));
         QVERIFY(!holdsUnsafeObject("v=\\"));
@@ -219,19 +206,18 @@ private slots:
 
     void aFileIsLookedAtAgainOnlyWhenItHasChanged()
     {
-        const QString path = instrumentPath(QString(kStageFile));
         const QDateTime time = QDateTime::currentDateTime().addDays(-1);
         const QByteArray plain = "[Z stage]\nStep=5\n";
-        const QByteArray unsafe = valueOf(kList + "\\xff\\xff\\xff\\xff");
+        const QByteArray unsafe = valueOf(kTooMany);
         const LogRecorder log;
-        replace(path, plain, time);
-        QCOMPARE(readableSettingsPath(kStageFile), path);
+        replace(plain, time);
+        QCOMPARE(readableSettingsPath(kStageFile), path());
         // Of another size only, then of another time only.
-        replace(path, unsafe, time);
+        replace(unsafe, time);
         QCOMPARE(readableSettingsPath(kStageFile), QString(kNoSettingsFile));
-        replace(path, QByteArray(unsafe.size(), '\n'), time.addSecs(1));
-        QCOMPARE(readableSettingsPath(kStageFile), path);
-        replace(path, unsafe, time.addSecs(2));
+        replace(QByteArray(unsafe.size(), '\n'), time.addSecs(1));
+        QCOMPARE(readableSettingsPath(kStageFile), path());
+        replace(unsafe, time.addSecs(2));
         QCOMPARE(readableSettingsPath(kStageFile), QString(kNoSettingsFile));
         QCOMPARE(readableSettingsPath(kStageFile), QString(kNoSettingsFile));
         QCOMPARE(log.messages().size(), 2);
@@ -255,13 +241,12 @@ private slots:
     void everyPlainKindThatQSettingsWritesIsTaken()
     {
         QFETCH(int, kind);
-        const QString path = instrumentPath(QString(kStageFile));
         {
-            QSettings settings(path, QSettings::IniFormat);
+            QSettings settings(path(), QSettings::IniFormat);
             settings.setValue("value", QVariant(kind, nullptr));
             settings.setValue("list", QVariantList{QVariant(kind, nullptr)});
         }
-        QVERIFY2(!holdsUnsafeObject(bytesOf(path)), bytesOf(path));
+        QVERIFY2(!holdsUnsafeObject(bytesOf(path())), bytesOf(path()));
     }
 
     // QSettings keeps a text with a zero in it within "@String(...)", and looks no further.
@@ -290,22 +275,15 @@ private slots:
     }
 
 private:
-    static QByteArray bytesOf(const QString& path)
+    static QString path() { return instrumentPath(QString(kStageFile)); }
+
+    static void replace(const QByteArray& content, const QDateTime& time)
     {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        putBytes(path(), content);
+        QVERIFY(FileTime::setChanged(path(), time.toMSecsSinceEpoch()));
     }
 
-    static void replace(const QString& path, const QByteArray& content, const QDateTime& time)
-    {
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QCOMPARE(file.write(content), qint64(content.size()));
-        QVERIFY(file.flush());
-        QVERIFY(file.setFileTime(time, QFileDevice::FileModificationTime));
-    }
-
-    std::unique_ptr<QuickDirectory> m_directory;
+    std::unique_ptr<QuickRoot> m_root;
 };
 
 QTEST_GUILESS_MAIN(TestStoredObjects)
