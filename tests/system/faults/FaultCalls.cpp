@@ -170,11 +170,6 @@ std::string target(int fd)
     return fd >= 0 && std::size_t(fd) < descriptors.size() ? descriptors[std::size_t(fd)].data() : "";
 }
 
-std::string target(std::FILE* file)
-{
-    return file ? target(fileno(file)) : std::string();
-}
-
 void setName(TargetName& name, const std::string& text)
 {
     name.fill('\0');
@@ -259,7 +254,6 @@ thread_local int Call::s_depth = 0;
 /// Pauses up to this long are a thread's round, which costs the same at any speed.
 constexpr long kShortPause_ns = 20000000;
 constexpr long kSecond_ns = 1000000000;
-constexpr long kMillisecond_ns = 1000000;
 
 long long nanoseconds(const timespec& time)
 {
@@ -366,6 +360,19 @@ std::FILE* openStream(std::FILE* (*real)(const char*, const char*), const char* 
     return file;
 }
 
+/// Closes what a descriptor belongs to. A close that fails has closed nevertheless.
+template <class Open>
+int closed(int (*real)(Open), const char* name, Open open, int fd, int failed)
+{
+    const Call call(name, target(fd));
+    named(fd, {});
+    const int result = real(open);
+    if (!call.fails())
+        return result;
+    errno = call.error();
+    return failed;
+}
+
 const char* controlName(unsigned long request)
 {
     switch (request) {
@@ -393,25 +400,19 @@ std::string ioctlName(unsigned long request)
 // A result type and a list of parameters do not stand in parentheses.
 // NOLINTBEGIN(bugprone-macro-parentheses)
 
-/// Defines a call of the C library that fails where it is told to, and goes on otherwise.
-#define FAILING(RESULT, NAME, PARAMETERS, ARGUMENTS, TARGET, FAILED)                                         \
-    RESULT NAME PARAMETERS                                                                                   \
-    {                                                                                                        \
-        static const auto real = next<RESULT(*) PARAMETERS>(#NAME);                                          \
-        const Call call(#NAME, TARGET);                                                                      \
-        return call.fails() ? FAILED : real ARGUMENTS;                                                       \
-    }
-/// The same for one that the headers declare to throw nothing.
-#define FAILING_QUIETLY(RESULT, NAME, PARAMETERS, ARGUMENTS, TARGET, FAILED)                                 \
-    FAILING_QUIETLY_AS(#NAME, RESULT, NAME, PARAMETERS, ARGUMENTS, TARGET, FAILED)
-/// The same, counted under another name.
-#define FAILING_QUIETLY_AS(CALL, RESULT, NAME, PARAMETERS, ARGUMENTS, TARGET, FAILED)                        \
-    RESULT NAME PARAMETERS noexcept                                                                          \
+/// Defines a call of the C library, counted under a name, that fails where it is told to, and goes
+/// on otherwise. THROWS: noexcept where the headers declare it to throw nothing, else empty.
+#define FAILING_AS(CALL, RESULT, NAME, PARAMETERS, THROWS, ARGUMENTS, TARGET, FAILED)                        \
+    RESULT NAME PARAMETERS THROWS                                                                            \
     {                                                                                                        \
         static const auto real = next<RESULT(*) PARAMETERS>(#NAME);                                          \
         const Call call(CALL, TARGET);                                                                       \
         return call.fails() ? FAILED : real ARGUMENTS;                                                       \
     }
+#define FAILING(RESULT, NAME, PARAMETERS, ARGUMENTS, TARGET, FAILED)                                         \
+    FAILING_AS(#NAME, RESULT, NAME, PARAMETERS, , ARGUMENTS, TARGET, FAILED)
+#define FAILING_QUIETLY(RESULT, NAME, PARAMETERS, ARGUMENTS, TARGET, FAILED)                                 \
+    FAILING_AS(#NAME, RESULT, NAME, PARAMETERS, noexcept, ARGUMENTS, TARGET, FAILED)
 
 // NOLINTEND(bugprone-macro-parentheses)
 
@@ -490,6 +491,8 @@ int statx(int folder, const char* path, int flags, unsigned mask, struct statx* 
 }
 
 FAILING_QUIETLY(int, stat, (const char* path, struct stat* result), (path, result), target(path), -1)
+FAILING_QUIETLY(int, fstatat, (int folder, const char* path, struct stat* result, int flags),
+                (folder, path, result, flags), target(pathBelow(folder, path).c_str()), -1)
 FAILING_QUIETLY(int, stat64, (const char* path, struct stat64* result), (path, result), target(path), -1)
 FAILING_QUIETLY(int, lstat64, (const char* path, struct stat64* result), (path, result), target(path), -1)
 FAILING_QUIETLY(int, access, (const char* path, int mode), (path, mode), target(path), -1)
@@ -497,6 +500,8 @@ FAILING_QUIETLY(ssize_t, readlink, (const char* path, char* buffer, size_t size)
                 target(path), -1)
 FAILING_QUIETLY(char*, realpath, (const char* path, char* result), (path, result), target(path), nullptr)
 FAILING_QUIETLY(int, mkdir, (const char* path, mode_t mode), (path, mode), target(path), -1)
+FAILING_QUIETLY(int, mkdirat, (int folder, const char* path, mode_t mode), (folder, path, mode),
+                target(pathBelow(folder, path).c_str()), -1)
 FAILING_QUIETLY(int, rmdir, (const char* path), (path), target(path), -1)
 FAILING_QUIETLY(int, unlink, (const char* path), (path), target(path), -1)
 FAILING_QUIETLY(int, rename, (const char* from, const char* to), (from, to), target(to), -1)
@@ -515,38 +520,19 @@ FAILING_QUIETLY(int, inotify_add_watch, (int fd, const char* path, uint32_t mask
 int close(int fd)
 {
     static const auto real = next<int (*)(int)>("close");
-    const Call call("close", target(fd));
-    named(fd, {});
-    // A close that fails has closed nevertheless.
-    const int result = real(fd);
-    if (!call.fails())
-        return result;
-    errno = call.error();
-    return -1;
+    return closed(real, "close", fd, fd, -1);
 }
 
 int fclose(FILE* file)
 {
     static const auto real = next<int (*)(FILE*)>("fclose");
-    const Call call("fclose", target(file));
-    named(fileno(file), {});
-    const int result = real(file);
-    if (!call.fails())
-        return result;
-    errno = call.error();
-    return EOF;
+    return closed(real, "fclose", file, fileno(file), EOF);
 }
 
 int closedir(DIR* folder)
 {
     static const auto real = next<int (*)(DIR*)>("closedir");
-    const Call call("closedir", target(dirfd(folder)));
-    named(dirfd(folder), {});
-    const int result = real(folder);
-    if (!call.fails())
-        return result;
-    errno = call.error();
-    return -1;
+    return closed(real, "closedir", folder, dirfd(folder), -1);
 }
 
 FAILING(ssize_t, read, (int fd, void* buffer, size_t count), (fd, buffer, count), target(fd), -1)
@@ -563,11 +549,12 @@ FAILING_QUIETLY(int, fchown, (int fd, uid_t owner, gid_t group), (fd, owner, gro
 FAILING_QUIETLY(int, futimens, (int fd, const timespec times[2]), (fd, times), target(fd), -1)
 #if __TIMESIZE == 32
 // What stat(), fstat() and futimens() are where a source asks for file times beyond 2038.
-FAILING_QUIETLY_AS("stat", int, __stat64_time64, (const char* path, void* result), (path, result),
-                   target(path), -1)
-FAILING_QUIETLY_AS("fstat", int, __fstat64_time64, (int fd, void* result), (fd, result), target(fd), -1)
-FAILING_QUIETLY_AS("futimens", int, __futimens64, (int fd, const void* times), (fd, times), target(fd), -1)
+FAILING_AS("stat", int, __stat64_time64, (const char* path, void* result), noexcept, (path, result),
+           target(path), -1)
+FAILING_AS("fstat", int, __fstat64_time64, (int fd, void* result), noexcept, (fd, result), target(fd), -1)
+FAILING_AS("futimens", int, __futimens64, (int fd, const void* times), noexcept, (fd, times), target(fd), -1)
 #endif
+FAILING_QUIETLY(int, ftruncate, (int fd, off_t length), (fd, length), target(fd), -1)
 FAILING_QUIETLY(int, ftruncate64, (int fd, off64_t length), (fd, length), target(fd), -1)
 FAILING_QUIETLY(int, flock, (int fd, int operation), (fd, operation), target(fd), -1)
 FAILING_QUIETLY(int, tcgetattr, (int fd, termios* settings), (fd, settings), target(fd), -1)

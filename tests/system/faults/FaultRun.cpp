@@ -15,7 +15,6 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QThread>
 
 #include "FaultPlan.h"
 #include "tests/system/shipped/ShippedProgram.h"
@@ -27,7 +26,6 @@ namespace {
 constexpr int kSpeed = 10;
 /// Frames a second of the program's time: twenty on the clock.
 constexpr int kFrameRate = 2;
-constexpr int kLookAgain_ms = 10;
 constexpr int kFewFrames = 3;
 constexpr int kManyFrames = 110;
 
@@ -128,7 +126,7 @@ private:
         const SeenBox dialog = boxOf("BUTTON_CAPTURE");
         if (dialog.isFileDialog) {
             m_program.ask({{"do", "file"}, {"path", "/mnt/cells"}, {"later", true}});
-            waitUntil([this] { return !m_program.isBoxOpen(); });
+            m_program.waitUntil([this] { return !m_program.isBoxOpen(); }, kStep_ms);
         }
         m_program.waitEnabled(kStep_ms);
     }
@@ -190,7 +188,7 @@ private:
         m_program.chooseTab(1);
         press("BUTTON_RESOLUTION_VGA");
         m_seen["frames at the end"] = waitForFrames(kFewFrames);
-        waitUntil([this] { return m_program.commands().count("umount") > 0; }, kDiskLimit_ms);
+        m_program.waitUntil([this] { return m_program.commands().count("umount") > 0; }, kDiskLimit_ms);
         m_seen["disk released"] = m_program.commands().count("umount") > 0;
         m_seen["window enabled"] = m_program.enabled("ORLA_II_Plus_Verifier");
         m_seen["tabs enabled"] = m_program.enabled("TAB_MENU");
@@ -255,10 +253,10 @@ private:
 
     void point(const QString& button, int x, int y)
     {
-        m_program.mouse("press", x, y);
-        m_program.mouse("release", x, y);
+        m_program.touch(x, y);
         m_program.ask({{"do", "click"}, {"name", button}, {"later", true}});
-        waitUntil([this] { return m_program.isBoxOpen() || m_program.enabled("ORLA_II_Plus_Verifier"); });
+        m_program.waitUntil(
+            [this] { return m_program.isBoxOpen() || m_program.enabled("ORLA_II_Plus_Verifier"); }, kStep_ms);
         if (m_program.isBoxOpen()) {
             const SeenBox box = m_program.waitForBox();
             m_boxes += box.title + ": " + box.text;
@@ -266,31 +264,14 @@ private:
         }
     }
 
-    void pan(int x, int y)
-    {
-        m_program.mouse("press", 620, 460);
-        m_program.mouse("move", 620 - x, 460 - y);
-        m_program.mouse("release", 620 - x, 460 - y);
-    }
+    void pan(int x, int y) { m_program.drag({620, 460}, {620 - x, 460 - y}); }
 
     bool waitForFrames(int count)
     {
         const int frames = m_program.scene().framesTaken;
-        return waitUntil([this, frames, count] { return m_program.scene().framesTaken >= frames + count; },
-                         kFrameLimit_ms + count * 1000 / (kSpeed * kFrameRate) * 3);
-    }
-
-    template <class Condition>
-    static bool waitUntil(const Condition& condition, int limit_ms = kStep_ms)
-    {
-        QElapsedTimer time;
-        time.start();
-        while (!condition()) {
-            if (time.elapsed() > limit_ms)
-                return false;
-            QThread::msleep(kLookAgain_ms);
-        }
-        return true;
+        return m_program.waitUntil(
+            [this, frames, count] { return m_program.scene().framesTaken >= frames + count; },
+            kFrameLimit_ms + count * 1000 / (kSpeed * kFrameRate) * 3);
     }
 
     void note(const QString& moment)

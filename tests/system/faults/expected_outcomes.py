@@ -98,26 +98,21 @@ def rule_for(text):
 
 
 def values(content):
-    """The keys of a settings file with their sections, and what they hold."""
+    """The keys of a settings file with their sections, however their blanks are written, and what
+    they hold."""
     section, found = "", {}
     for line in content.splitlines():
         if line.startswith("["):
             section = line
         elif "=" in line:
             key, value = line.split("=", 1)
-            found[section + key] = value
+            found[(section + key).replace("%20", " ")] = value
     return found
-
-
-def same_key(key):
-    return key.replace("%20", " ")
 
 
 def judge_files(seen, plain, costs, wrong):
     for name, content in seen["files"].items():
-        old = {same_key(key): value for key, value in values(plain["files before"][name]).items()}
-        new = {same_key(key): value for key, value in values(plain["files"][name]).items()}
-        found = {same_key(key): value for key, value in values(content).items()}
+        old, new, found = (values(text) for text in (plain["files before"][name], plain["files"][name], content))
         for key in old:
             if key not in found:
                 wrong.append(f"{name}: {key} is lost")
