@@ -7,7 +7,6 @@ import subprocess
 import tarfile
 import time
 from dataclasses import dataclass
-from pathlib import Path
 
 from screen import Picture
 
@@ -191,7 +190,7 @@ class Machine:
         """What the screen shows."""
         path = self.folder / "screen.ppm"
         self.order("screendump", filename=str(path))
-        return Picture.read_ppm(path)
+        return Picture(path)
 
     def plug(self, image):
         file = {"driver": "throttle", "throttle-group": "stick-speed"}

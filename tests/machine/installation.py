@@ -19,10 +19,12 @@ from steps import (
     check_camera,
     check_identity,
     check_mode,
+    check_not_started,
     check_parked,
     check_stage,
     check_started,
     measure,
+    press_exit,
     set_camera,
     set_stage,
     start,
@@ -107,10 +109,7 @@ def packages(machine, blocks):
     run_block(machine, blocks[0], BROUGHT, limit=600)
     status = machine.ask(f"dpkg-query -W -f '${{db:Status-Status}}' {UNIT}")
     machine.verdict(status == "installed", f"the package is {status}")
-    enabled = machine.ask(f"systemctl is-enabled {UNIT}", expect=None).strip()
-    machine.verdict(enabled == "disabled", f"the service is {enabled}")
-    machine.verdict(machine.unit_state() == "inactive", "and was not started")
-    machine.verdict(not machine.board.lines, "nothing has been said to the board")
+    check_not_started(machine)
     is_regular(machine, "active")
     same = machine.ask("cat /usr/share/doc/orla-verifier/install.md") == DOCUMENT.read_text(encoding="utf-8")
     machine.verdict(same, "the document that comes with the package is this one")
@@ -207,22 +206,19 @@ def first_start(machine, blocks):
 
 def first_calibration(machine, blocks):
     place = set_stage(machine)
-    machine.press("BUTTON_SAVE_INI")
-    machine.answer_box(machine.wait_for_box("Stage calibrated"))
+    machine.save("Stage calibrated")
     check_stage(machine, place)
     machine.reference = place
     machine.open_tab("TAB_CAMERA")
     machine.led, exposure = set_camera(machine)
-    machine.press("BUTTON_SAVE_INI")
-    machine.answer_box(machine.wait_for_box("Camera calibrated"))
+    machine.save("Camera calibrated")
     check_camera(machine, "1280", machine.led, exposure)
     machine.values["NTB", "1280"][:2] = exposure
     type_identity(machine)
     measure(machine)
     machine.press("BUTTON_QC_CAPTURE")
     machine.wait(lambda: machine.mapped_buffers() == 4, 120, "the camera to go on")
-    machine.press("BUTTON_SAVE_INI")
-    machine.answer_box(machine.wait_for_box("QC calibrated"))
+    machine.save("QC calibrated")
     check_identity(machine, PIXEL)
     magnification = machine.settings(MAIN_FILE)["ORLA-III"]["Magnification"]
     told = run_block(machine, blocks[0]).split()
@@ -280,10 +276,7 @@ def probe(text):
 
 
 def way_back(machine, blocks):
-    said = len(machine.board.lines)
-    machine.press("BUTTON_EXIT")
-    machine.answer_box(machine.wait_for_box("Exit"), button=0, of=2)
-    check_parked(machine, said)
+    press_exit(machine)
     is_regular(machine, "active")
     machine.verdict(machine.ask("findmnt /dev/i2c-1", expect=None) == "", "the bus's name is given back")
     machine.verdict(console_timer(machine) == "0", f"the console's timer is as before: {console_timer(machine)}")

@@ -15,6 +15,7 @@ BLUE = (0, 170, 255)  # of what is chosen
 NOTICE = (255, 216, 74)  # the band over the live view
 EXIT_COLOUR = (255, 85, 0)
 
+# Exposure, gain, red, green, blue: high byte and low byte each, in the order of the camera tab.
 REGISTERS = [0x3501, 0x3502, 0x350A, 0x350B, 0x3400, 0x3401, 0x3402, 0x3403, 0x3404, 0x3405]
 SIZES = {"VGA": (640, 480), "1280": (1280, 960), "5M": (2592, 1944)}
 SECTIONS = list(SIZES)
@@ -150,20 +151,23 @@ class Instrument:
         x, y, width, height = self.form.rectangles[name]
         view = lambda: self.machine.picture().part(x + 5, y + 5, width - 10, height - 10)
         self.press(name)
-        before = self._settled(view)
+        before = self.settled(view)
         self.machine.key("ctrl", "a")
         self.machine.type(text)
         # Keys and the panel are two devices: what is pressed next would overtake the last key.
         self.wait(lambda: view() != before, 60, f"{text} in {name}")
-        self._settled(view)
+        self.settled(view)
 
-    def _settled(self, view):
-        """What a view shows once it has been the same for a second."""
-        while True:
-            first = view()
-            time.sleep(1)
-            if view() == first:
-                return first
+    def settled(self, view):
+        """What a view shows once it stays the same for a second."""
+        seen = []
+
+        def is_same():
+            seen.append(view())
+            return len(seen) > 1 and seen[-1] == seen[-2]
+
+        self.wait(is_same, 120, "what does not change any more", 1)
+        return seen[-1]
 
     def open_tab(self, page):
         x, y = TABS[page]
@@ -200,6 +204,11 @@ class Instrument:
             raise MachineError(f"the box has buttons at {buttons}, not {of} of them")
         self.touch(*buttons[button])
         self.wait(lambda: self.machine.picture().box() != box, 120, "the box to go")
+
+    def save(self, caption):
+        """Presses the button that saves a tab, and answers what it says."""
+        self.press("BUTTON_SAVE_INI")
+        self.answer_box(self.wait_for_box(caption))
 
     def show(self, caption):
         picture = self.machine.picture()

@@ -51,7 +51,7 @@ class Record:
     def show(self, picture, caption):
         self.pictures += 1
         name = f"{self.pictures:02d}-{caption.lower().replace(' ', '-')}.png"
-        (self.folder / name).write_bytes(picture.png())
+        picture.save(self.folder / name)
         self.say(f"picture {name}")
         self.parts.append(f'<figure><img src="{name}" width="800" height="480" alt=""><figcaption>'
                           f"{html.escape(caption)}</figcaption></figure>")

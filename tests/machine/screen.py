@@ -1,8 +1,6 @@
 """Pictures of the machine's screen, and where on it the form's widgets are."""
 
-import struct
 import xml.etree.ElementTree as xml
-import zlib
 from pathlib import Path
 
 FORM = Path(__file__).resolve().parents[2] / "verifier" / "ORLA_II_Plus_Verifier.ui"
@@ -19,74 +17,28 @@ BOX_GRIP = 16
 
 
 class Picture:
-    """Pixels of 24 bits, the rows one after the other."""
+    """Pixels of 24 bits, the rows one after the other, of a file that the imaging library reads."""
 
-    def __init__(self, width, height, data):
-        self.width = width
-        self.height = height
-        self.data = data
+    def __init__(self, file):
+        # Not above: what only reads the documents goes without the library.
+        from PIL import Image
 
-    @classmethod
-    def read_ppm(cls, path):
-        with open(path, "rb") as file:
-            content = file.read()
-        fields = content.split(None, 4)
-        if fields[0] != b"P6" or fields[3] != b"255":
-            raise ValueError("no picture of the expected kind")
-        width, height = int(fields[1]), int(fields[2])
-        return cls(width, height, content[-width * height * 3 :])
+        self.image = Image.open(file).convert("RGB")
+        self.width, self.height = self.image.size
+        self.data = self.image.tobytes()
 
-    @classmethod
-    def read_png(cls, content):
-        """A PNG file of 8 bits a channel, with or without an alpha channel, not interlaced."""
-        if content[:8] != b"\x89PNG\r\n\x1a\n":
-            raise ValueError("no PNG file")
-        packed, place = b"", 8
-        width = height = channels = 0
-        while place < len(content):
-            length, kind = struct.unpack(">I4s", content[place : place + 8])
-            body = content[place + 8 : place + 8 + length]
-            if kind == b"IHDR":
-                width, height, depth, colour, _, _, interlaced = struct.unpack(">IIBBBBB", body)
-                if depth != 8 or colour not in (2, 6) or interlaced:
-                    raise ValueError("a kind of PNG that is not read here")
-                channels = 3 if colour == 2 else 4
-            elif kind == b"IDAT":
-                packed += body
-            place += length + 12
-        raw, size = zlib.decompress(packed), width * channels
-        above, out = bytearray(size), bytearray()
-        for y in range(height):
-            start = y * (size + 1)
-            row = bytearray(raw[start + 1 : start + 1 + size])
-            _unfilter(raw[start], row, above, channels)
-            for x in range(0, size, channels):
-                out += row[x : x + 3]
-            above = row
-        return cls(width, height, bytes(out))
-
-    def png(self):
-        def chunk(kind, body):
-            return struct.pack(">I", len(body)) + kind + body + struct.pack(">I", zlib.crc32(kind + body))
-
-        size = self.width * 3
-        rows = b"".join(b"\0" + self.data[y * size : (y + 1) * size] for y in range(self.height))
-        header = struct.pack(">IIBBBBB", self.width, self.height, 8, 2, 0, 0, 0)
-        return (
-            b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", zlib.compress(rows, 6)) + chunk(b"IEND", b"")
-        )
+    def save(self, path):
+        self.image.save(path)
 
     def at(self, x, y):
-        place = (y * self.width + x) * 3
-        return tuple(self.data[place : place + 3])
+        return self.image.getpixel((x, y))
 
     def is_like(self, x, y, colour, tolerance=40):
         return all(abs(a - b) <= tolerance for a, b in zip(self.at(x, y), colour))
 
     def part(self, x, y, width, height):
         """The bytes of a rectangle."""
-        size = self.width * 3
-        return b"".join(self.data[row * size + x * 3 : row * size + (x + width) * 3] for row in range(y, y + height))
+        return self.image.crop((x, y, x + width, y + height)).tobytes()
 
     def box(self):
         """(left, top, width, height) of the message box or dialog on the screen, by its frame;
@@ -122,25 +74,6 @@ class Picture:
         while x < self.width and y < self.height and self.at(x, y) == BOX_FRAME:
             x, y, length = x + dx, y + dy, length + 1
         return length
-
-
-def _unfilter(kind, row, above, step):
-    if kind == 0:
-        return
-    for x, value in enumerate(row):
-        left = row[x - step] if x >= step else 0
-        up = above[x]
-        corner = above[x - step] if x >= step else 0
-        if kind == 1:
-            guess = left
-        elif kind == 2:
-            guess = up
-        elif kind == 3:
-            guess = (left + up) // 2
-        else:
-            distances = (abs(up - corner), abs(left - corner), abs(left + up - 2 * corner))
-            guess = (left, up, corner)[distances.index(min(distances))]
-        row[x] = (value + guess) & 255
 
 
 class Form:

@@ -1,10 +1,8 @@
 """What is done with the instrument, step by step, and how each step is judged from outside."""
 
 import hashlib
-import struct
-import time
+import io
 
-from emulator import MachineError
 from instrument import BLUE, CONF, EXIT_COLOUR, FILES, REGISTERS, SECTIONS, SIZES, UNIT
 from instrument import calibration_file, register_values
 from screen import LIVE_VIEW, Picture
@@ -28,10 +26,7 @@ def install(machine):
         told = machine.ask(f"QT_QPA_PLATFORM=offscreen {package} --version", limit=120).strip()
         version = status.split()[-1].rsplit("-", 1)[0]
         machine.verdict(version in told, f"it says {told!r}")
-    enabled = machine.ask(f"systemctl is-enabled {UNIT}", expect=None).strip()
-    machine.verdict(enabled == "disabled", f"the service is {enabled}")
-    machine.verdict(machine.unit_state() == "inactive", "the service was not started")
-    machine.verdict(not machine.board.lines, "nothing has been said to the board")
+    check_not_started(machine)
     machine.ask(
         f"cd {EXAMPLES} && install -D -m 644 -t {CONF} ORLA3.ini Calibration_BFN.ini Calibration_CUS.ini"
         " && install -D -m 644 -t /root/Orla2 Orla2.ini"
@@ -39,6 +34,14 @@ def install(machine):
     # The examples hold the same values for every mode, which would tell no mode from another.
     for staining, name in FILES.items():
         machine.ask(f"cat >{CONF}/{name} <<'END'\n{calibration_file(staining)}END")
+
+
+def check_not_started(machine):
+    """The packages have come, and the service waits for somebody to start it."""
+    enabled = machine.ask(f"systemctl is-enabled {UNIT}", expect=None).strip()
+    machine.verdict(enabled == "disabled", f"the service is {enabled}")
+    machine.verdict(machine.unit_state() == "inactive", "and was not started")
+    machine.verdict(not machine.board.lines, "nothing has been said to the board")
 
 
 def start(machine, command=f"systemctl start {UNIT}"):
@@ -81,7 +84,7 @@ def check_mode(machine, staining, section, caption=None, asked=REOPENED):
     machine.wait(lambda: machine.mapped_buffers() == 4, 120, "four mapped buffers")
     machine.verdict(True, f"the driver delivers {wanted}, four buffers are mapped")
     reads = lambda: [access[1] for access in machine.sensor_log() if access[0] == "R"]
-    machine.wait(lambda: reads()[-10:] == READ_ORDER, 120, "the ten registers read back")
+    machine.wait(lambda: reads()[-10:] == REGISTERS, 120, "the ten registers read back")
     written = [access[1:] for access in machine.sensor_log() if access[0] == "W"]
     expected = list(zip(REGISTERS, machine.values[staining, section]))
     machine.verdict(written[-10:] == expected, f"the sensor has the values for {staining}, {section}")
@@ -92,10 +95,6 @@ def check_mode(machine, staining, section, caption=None, asked=REOPENED):
         machine.verdict(calls == asked, f"the driver was asked for {calls}")
     if caption:
         machine.show(caption)
-
-
-# Exposure, gain, red, green, blue: high byte and low byte each, in the order of the camera tab.
-READ_ORDER = REGISTERS
 
 
 def sequence(calls):
@@ -140,7 +139,7 @@ def registers(machine):
     machine.forget_sensor_log()
     machine.press("BUTTON_EXPOSURE_COARSE_UP")
     machine.wait(lambda: len(machine.sensor_log()) >= 2, 60, "a write to the sensor")
-    written = settled(machine, machine.sensor_log)
+    written = machine.settled(machine.sensor_log)
     expected = []
     for _ in range(len(written) // 2):  # more than one if the finger was slow
         value += 16
@@ -181,7 +180,7 @@ def press_and_see_written(machine, button, values, place=0, follows=True):
     machine.forget_sensor_log()
     machine.press(button)
     machine.wait(lambda: len(machine.sensor_log()) >= 2, 60, "a write to the sensor")
-    written = settled(machine, machine.sensor_log)
+    written = machine.settled(machine.sensor_log)
     after = (machine.sensor_register(high), machine.sensor_register(low))
     # A finger that was slow counts more than once.
     step = (after[0] * 256 + after[1] - before) * (1 if button.endswith("UP") else -1)
@@ -189,18 +188,6 @@ def press_and_see_written(machine, button, values, place=0, follows=True):
     good = in_order and (step == len(written) // 2 or not follows)
     machine.verdict(good, f"{button} reaches the sensor: {written}")
     values[2 * place : 2 * place + 2] = after
-
-
-def settled(machine, view):
-    """What a view shows once it stays the same for a second."""
-    seen = []
-
-    def is_same():
-        seen.append(view())
-        return len(seen) > 1 and seen[-1] == seen[-2]
-
-    machine.wait(is_same, 120, "what does not change any more", 1)
-    return seen[-1]
 
 
 def plug_stick(machine):
@@ -232,7 +219,7 @@ def autofocus(machine):
     positions = [int(name.rsplit("_", 2)[1]) for name in pictures]
     expected = [machine.reference - 640 * (SWEEP // 2) + 640 * (i + 1) for i in range(SWEEP)]
     machine.verdict(positions == expected, f"taken at {positions}")
-    sizes = {tiff_size(machine.stick.read(name)) for name in pictures}
+    sizes = {picture_size(machine.stick.read(name)) for name in pictures}
     machine.verdict(sizes == {SIZES["1280"]}, f"of {sizes} pixels")
     tables = [name for name in names if name.endswith(".csv")]
     machine.verdict(len(tables) == 1, f"one table on the stick: {tables}")
@@ -245,32 +232,17 @@ def autofocus(machine):
     machine.verdict(place == positions[winner], f"the stage stands there: {place}")
 
 
-def tiff_size(content):
-    """Width and height of a TIFF file whose picture lies within it as a whole."""
-    order = {b"II": "<", b"MM": ">"}[content[:2]]
-    read = lambda kind, place: struct.unpack_from(order + kind, content, place)[0]
-    if read("H", 2) != 42:
-        raise ValueError("no TIFF file")
-    folder = read("I", 4)
-    entries = {}
-    for i in range(read("H", folder)):
-        place = folder + 2 + 12 * i
-        size, kind = {3: (2, "H"), 4: (4, "I")}.get(read("H", place + 2), (0, None))
-        count = read("I", place + 4)
-        if kind:
-            start = place + 8 if size * count <= 4 else read("I", place + 8)
-            entries[read("H", place)] = [read(kind, start + size * j) for j in range(count)]
-    strips = zip(entries[273], entries[279])
-    if any(start + length > len(content) for start, length in strips):
-        raise ValueError("a TIFF file that was cut off")
-    return (entries[256][0], entries[257][0])
+def picture_size(content):
+    """Width and height of a picture file that holds all of its picture."""
+    picture = Picture(io.BytesIO(content))
+    return (picture.width, picture.height)
 
 
 def is_whole(machine, name):
     """Whether a picture is on the stick, all of it."""
     try:
-        return name in machine.stick.names() and bool(tiff_size(machine.stick.read(name)))
-    except (ValueError, KeyError, struct.error):
+        return name in machine.stick.names() and bool(picture_size(machine.stick.read(name)))
+    except OSError:
         return False
 
 
@@ -282,15 +254,20 @@ def save_capture(machine, name):
     machine.machine.key("ret")
 
 
+def captured(machine, name, what):
+    """A captured file, once all of it is on the stick."""
+    machine.wait(lambda: name in machine.ask("ls /mnt", expect=None).split(), 120, what)
+    machine.settled(lambda: machine.ask(f"stat -c %s /mnt/{name}"))
+    machine.ask("sync")
+    return machine.stick.read(name)
+
+
 def capture(machine):
     """A capture goes to the stick; during the next one the stick is pulled."""
     save_capture(machine, "one")
-    machine.wait(lambda: "one.tif" in machine.ask("ls /mnt", expect=None).split(), 120, "the file")
+    content = captured(machine, "one.tif", "the file")
     machine.wait(lambda: not machine.machine.picture().box(), 60, "the dialog to go")
-    settled(machine, lambda: machine.ask("stat -c %s /mnt/one.tif"))
-    machine.ask("sync")
-    content = machine.stick.read("one.tif")
-    machine.verdict(tiff_size(content) == SIZES["1280"], f"one.tif has {tiff_size(content)} pixels")
+    machine.verdict(picture_size(content) == SIZES["1280"], f"one.tif has {picture_size(content)} pixels")
 
     machine.press("BUTTON_RESOLUTION_5M")
     machine.wait(lambda: machine.camera_format() == (*SIZES["5M"], "YUYV"), 120, "5M")
@@ -317,10 +294,7 @@ def capture(machine):
     )
     plug_stick(machine)
     save_capture(machine, "three")
-    machine.wait(lambda: "three.tif" in machine.ask("ls /mnt", expect=None).split(), 120, "the third file")
-    settled(machine, lambda: machine.ask("stat -c %s /mnt/three.tif"))
-    machine.ask("sync")
-    size = tiff_size(machine.stick.read("three.tif"))
+    size = picture_size(captured(machine, "three.tif", "the third file"))
     machine.verdict(size == SIZES["5M"], f"plugged in again, three.tif has {size} pixels")
 
 
@@ -332,7 +306,7 @@ def screenshot(machine):
     machine.answer_box(box)
     names = [name for name in machine.stick.names() if name.endswith(".png")]
     machine.verdict(names == ["KorvexCap-0001.png"], f"on the stick: {names}")
-    saved = Picture.read_png(machine.stick.read(names[0]))
+    saved = Picture(io.BytesIO(machine.stick.read(names[0])))
     machine.verdict((saved.width, saved.height) == (800, 480), f"it has {saved.width} x {saved.height} pixels")
     # The live view went on meanwhile; the tabs beside it did not.
     panel = (640, 0, 160, 480)
@@ -344,7 +318,7 @@ def measure(machine):
     """A still of 5M, and two points 400 pixels apart in its dark end."""
     machine.press("BUTTON_QC_CAPTURE")
     machine.wait(lambda: machine.mapped_buffers() == 0, 120, "the camera to stop")
-    first = settled(machine, lambda: machine.machine.picture().part(*LIVE_VIEW))
+    first = machine.settled(lambda: machine.machine.picture().part(*LIVE_VIEW))
     machine.show("Still picture")
     machine.verdict(first == machine.machine.picture().part(*LIVE_VIEW), "the picture is still")
     for _ in range(5):
@@ -395,8 +369,7 @@ def quality_control(machine):
     """The optical calibration, and all that the tab QC saves."""
     type_identity(machine)
     measure(machine)
-    machine.press("BUTTON_SAVE_INI")
-    machine.answer_box(machine.wait_for_box("QC saved"))
+    machine.save("QC saved")
     check_identity(machine)
     machine.press("BUTTON_QC_CAPTURE")
     machine.wait(lambda: machine.mapped_buffers() == 4, 120, "the camera to go on")
@@ -416,7 +389,7 @@ def set_stage(machine):
     machine.wait(lambda: not is_blue(), 60, "the stage tab to react again")
     machine.press("BUTTON_Z_MOVE_PLUS")
     machine.wait(lambda: machine.board.state()[0] > machine.reference, 60, "the stage to move")
-    place = settled(machine, lambda: machine.board.state()[0])
+    place = machine.settled(lambda: machine.board.state()[0])
     machine.press("BUTTON_Z_SET_REFERENCE")
     machine.write("SPIN_Z_STEP", str(STEP))
     machine.write("SPIN_Z_SPEED", str(SPEED))
@@ -429,10 +402,10 @@ def set_camera(machine):
     before = exposure()
     machine.press("BUTTON_LED_COARSE_UP")
     machine.wait(lambda: machine.board.state()[2] > machine.led, 60, "the light to change")
-    led = settled(machine, lambda: machine.board.state()[2])
+    led = machine.settled(lambda: machine.board.state()[2])
     machine.press("BUTTON_EXPOSURE_COARSE_UP")
     machine.wait(lambda: exposure() != before, 60, "the exposure")
-    return led, settled(machine, exposure)
+    return led, machine.settled(exposure)
 
 
 def check_stage(machine, place):
@@ -459,8 +432,7 @@ def check_camera(machine, section, led, exposure):
 def power(machine):
     """Save on stage and camera tab, power cut as soon as it says so, and all is as it was."""
     place = set_stage(machine)
-    machine.press("BUTTON_SAVE_INI")
-    machine.answer_box(machine.wait_for_box("Stage saved"))
+    machine.save("Stage saved")
     led, exposure = set_camera(machine)
     machine.press("BUTTON_SAVE_INI")
     machine.wait_for_box("Camera saved")
@@ -481,8 +453,7 @@ def power(machine):
     check_mode(machine, "NTB", "1280", "After the power cut", OPENED)
     # What the power's cut may have left beside the files goes with the next save.
     machine.open_tab("TAB_CAMERA")
-    machine.press("BUTTON_SAVE_INI")
-    machine.answer_box(machine.wait_for_box("Saved again"))
+    machine.save("Saved again")
     left = machine.ask(f"find {CONF} /root/Orla2 -mindepth 1 ! -name '*.ini'").split()
     machine.verdict(not left, f"no scraps beside the files: {left}")
     again = machine.settings(f"{CONF}/{FILES['NTB']}")
@@ -528,14 +499,19 @@ def camera_gone(machine):
 
 def leave(machine):
     """Exit parks the instrument, the service can be started again, and its end parks it too."""
-    said = len(machine.board.lines)
-    machine.press("BUTTON_EXIT")
-    machine.answer_box(machine.wait_for_box("Exit"), button=0, of=2)
-    check_parked(machine, said)
+    press_exit(machine)
     start(machine)
     check_mode(machine, "NTB", "1280", "Started again", OPENED)
     said = len(machine.board.lines)
     machine.ask(f"systemctl stop {UNIT}", limit=120)
+    check_parked(machine, said)
+
+
+def press_exit(machine):
+    """Exit, answered with Yes, parks the instrument."""
+    said = len(machine.board.lines)
+    machine.press("BUTTON_EXIT")
+    machine.answer_box(machine.wait_for_box("Exit"), button=0, of=2)
     check_parked(machine, said)
 
 
