@@ -16,33 +16,22 @@ constexpr Example kExamples[] = {{"ORLA3.ini", "opt/ORLA3/conf/ORLA3.ini"},
                                  {"Orla2.ini", "root/Orla2/Orla2.ini"}};
 constexpr int kTabs = 3;
 
-QByteArray example(const char* name)
-{
-    QFile file(QStringLiteral(EXAMPLES "/") + name);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 } // namespace
 
 /// The example settings that come with the package, for a board that has none: the program finds
 /// all of its keys in them, and would have written them just so.
-class TestExampleSettings : public QObject
+class TestExampleSettings : public ShippedProgramTest
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        if (const QString hindrance = ShippedProgram::hindrance(); !hindrance.isEmpty())
-            QSKIP(qPrintable(hindrance));
-    }
-
     void theyAreReadAndSavedAgainByteByByte()
     {
         ShippedProgram program;
+        const QDir examples(EXAMPLES);
         for (const Example& file : kExamples) {
-            QVERIFY2(!example(file.name).isEmpty(), file.name);
-            program.write(file.place, example(file.name));
+            QVERIFY2(QFileInfo(examples.filePath(file.name)).size() > 0, file.name);
+            program.write(file.place, bytesOf(examples.filePath(file.name)));
         }
         QVERIFY(program.start());
         QTRY_COMPARE(program.text("EDIT_Z_REFERENCE"), "32000");
@@ -61,7 +50,7 @@ private slots:
         QCOMPARE(program.exit(), 0);
         QVERIFY2(!program.output().contains("[Error]"), program.output());
         for (const Example& file : kExamples)
-            QCOMPARE(program.content(file.place), example(file.name));
+            QCOMPARE(program.content(file.place), bytesOf(examples.filePath(file.name)));
     }
 };
 

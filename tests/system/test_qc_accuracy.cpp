@@ -83,14 +83,26 @@ struct Finding
     }
 };
 
+/// What the window shows and keeps of a calibration, or should.
+struct Calibration
+{
+    double magnification = 0;
+    double volumeFactor = 0;
+    QString magnificationText;
+    QString volumeFactorText;
+
+    bool operator==(const Calibration& other) const
+    {
+        return magnification == other.magnification && volumeFactor == other.volumeFactor &&
+               magnificationText == other.magnificationText && volumeFactorText == other.volumeFactorText;
+    }
+};
+
 struct Outcome
 {
     bool frozen = false;
     Finding points[2];
-    QString magnificationText;
-    QString volumeFactorText;
-    double magnification = 0;
-    double volumeFactor = 0;
+    Calibration calibration;
     QStringList boxes;
     bool enabledAfterwards = false;
 };
@@ -110,16 +122,8 @@ double throughText(int decimals, double value, QString& text)
     return static_cast<double>(std::strtof(digits, nullptr));
 }
 
-struct Expected
-{
-    double magnification;
-    double volumeFactor;
-    QString magnificationText;
-    QString volumeFactorText;
-};
-
 /// The calibration that two points of a 2592 x 1944 frame stand for.
-Expected calibrationOf(QPoint one, QPoint other)
+Calibration calibrationOf(QPoint one, QPoint other)
 {
     const double pitch_um = asFloat(1.4);
     const double tenth = asFloat(0.1);
@@ -134,7 +138,7 @@ Expected calibrationOf(QPoint one, QPoint other)
     const double height_um = asFloat(pixel_um * 1944.0);
     const double area_mm2 = asFloat(asFloat(width_um * height_um) / 1e6);
 
-    Expected expected{};
+    Calibration expected;
     expected.magnification =
         throughText(3, asFloat(asFloat(length_px * pitch_um) / length_um), expected.magnificationText);
     expected.volumeFactor = throughText(5, asFloat(area_mm2 * tenth), expected.volumeFactorText);
@@ -243,10 +247,8 @@ private:
         for (int index = 0; index < 2; ++index)
             outcome.points[index] = find(qc, index, dots.at(static_cast<std::size_t>(index)), how);
         fixture.click("BUTTON_QC_MEASURE");
-        outcome.magnificationText = fixture.text("EDIT_MAGNIFICATION");
-        outcome.volumeFactorText = fixture.text("EDIT_VOLUME_FACTOR");
-        outcome.magnification = global_ini()->System.Magnification;
-        outcome.volumeFactor = global_ini()->System.Volume_factor;
+        outcome.calibration = {global_ini()->System.Magnification, global_ini()->System.Volume_factor,
+                               fixture.text("EDIT_MAGNIFICATION"), fixture.text("EDIT_VOLUME_FACTOR")};
         outcome.boxes = fixture.boxes().texts();
         outcome.enabledAfterwards = fixture.window().isEnabled();
         return outcome;
@@ -290,11 +292,8 @@ private:
             qWarning("seed %u: a point is missed", how.seed);
             return false;
         }
-        const Expected expected = calibrationOf(outcome.points[0].point, outcome.points[1].point);
-        if (outcome.magnification == expected.magnification &&
-            outcome.volumeFactor == expected.volumeFactor &&
-            outcome.magnificationText == expected.magnificationText &&
-            outcome.volumeFactorText == expected.volumeFactorText)
+        const Calibration expected = calibrationOf(outcome.points[0].point, outcome.points[1].point);
+        if (outcome.calibration == expected)
             return true;
         qWarning("seed %u: %s, %s expected", how.seed, qPrintable(expected.magnificationText),
                  qPrintable(expected.volumeFactorText));
@@ -312,8 +311,8 @@ private:
             else
                 std::printf("  %-11s  %-11s", "none", "");
         }
-        std::printf("  %s  %s\n", qPrintable(outcome.magnificationText),
-                    qPrintable(outcome.volumeFactorText));
+        std::printf("  %s  %s\n", qPrintable(outcome.calibration.magnificationText),
+                    qPrintable(outcome.calibration.volumeFactorText));
         std::fflush(stdout);
     }
 

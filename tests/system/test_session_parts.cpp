@@ -82,6 +82,13 @@ private:
     }
 };
 
+QImage grey(int width, int height, int level)
+{
+    QImage picture(width, height, QImage::Format_RGB32);
+    picture.fill(qRgb(level, level, level));
+    return picture;
+}
+
 QImage stripes(int width, int period)
 {
     QImage picture(width, 32, QImage::Format_RGB32);
@@ -253,9 +260,7 @@ private slots:
 
     void pictureMeasuresOfKnownPictures()
     {
-        QImage even(40, 30, QImage::Format_RGB32);
-        even.fill(qRgb(80, 80, 80));
-        const PictureMeasures flat = measurePicture(even);
+        const PictureMeasures flat = measurePicture(grey(40, 30, 80));
         QCOMPARE(flat.brightness, 80.0);
         QCOMPARE(flat.contrast, 0.0);
         QCOMPARE(flat.sharpness, 0.0);
@@ -282,20 +287,16 @@ private slots:
 
     void differencesNeedTheSameSize()
     {
-        QImage first(4, 4, QImage::Format_RGB32);
-        first.fill(qRgb(10, 10, 10));
-        QImage second = first;
-        QCOMPARE(pictureDifference(first, second), 0.0);
-        second.fill(qRgb(30, 30, 30));
-        QCOMPARE(pictureDifference(first, second), 20.0);
-        QCOMPARE(pictureDifference(first, QImage(4, 5, QImage::Format_RGB32)), -1.0);
+        const QImage first = grey(4, 4, 10);
+        QCOMPARE(pictureDifference(first, grey(4, 4, 10)), 0.0);
+        QCOMPARE(pictureDifference(first, grey(4, 4, 30)), 20.0);
+        QCOMPARE(pictureDifference(first, grey(4, 5, 10)), -1.0);
         QCOMPARE(pictureDifference(QImage(), QImage()), -1.0);
     }
 
     void darkSpotsAreFoundApart()
     {
-        QImage picture(200, 100, QImage::Format_RGB32);
-        picture.fill(qRgb(180, 180, 180));
+        QImage picture = grey(200, 100, 180);
         QCOMPARE(darkSpots(picture, 2), QVector<QPoint>());
         picture.setPixel(40, 50, qRgb(60, 60, 60));
         picture.setPixel(42, 50, qRgb(70, 70, 70));
@@ -311,20 +312,14 @@ private slots:
     {
         QString text;
         QTextStream output(&text);
+        const auto good = [] { return StepResult{true, "seen", "truth"}; };
+        const auto bad = [] { return StepResult{false, "seen", {}}; };
+        const auto hard = [this] {
+            m_operator->noteProblem("stuck");
+            return StepResult{true, {}, {}};
+        };
         SessionRunner runner(*m_operator,
-                             {{"good", "", false,
-                               [] {
-                                   return StepResult{true, "seen", "truth"};
-                               }},
-                              {"bad", "", false,
-                               [] {
-                                   return StepResult{false, "seen", {}};
-                               }},
-                              {"hard", "", true,
-                               [this] {
-                                   m_operator->noteProblem("stuck");
-                                   return StepResult{true, {}, {}};
-                               }}},
+                             {{"good", "", false, good}, {"bad", "", false, bad}, {"hard", "", true, hard}},
                              output);
         runner.runInEventLoop();
         QCOMPARE(runner.reports().size(), std::size_t(2));
@@ -375,12 +370,12 @@ private slots:
     void everyParameterTakesItsDefault()
     {
         InstrumentParameters parameters;
-        for (const InstrumentParameter& parameter : instrumentParameters()) {
-            const std::string value = parameterValue(parameter, parameters);
+        for (const InstrumentParameter& parameter : instrumentParameters(parameters)) {
+            const std::string value = parameterValue(parameter);
             if (value == "from the seed")
                 continue;
             QCOMPARE(setParameter(parameters, std::string(parameter.name) + "=" + value), std::string());
-            QCOMPARE(parameterValue(parameter, parameters), value);
+            QCOMPARE(parameterValue(parameter), value);
             QVERIFY(*parameter.text != '\0');
         }
     }
@@ -388,35 +383,35 @@ private slots:
     void aWrongValueChangesNothing()
     {
         InstrumentParameters parameters;
-        for (const InstrumentParameter& parameter : instrumentParameters()) {
-            const std::string before = parameterValue(parameter, parameters);
+        for (const InstrumentParameter& parameter : instrumentParameters(parameters)) {
+            const std::string before = parameterValue(parameter);
             const std::string sentence = setParameter(parameters, std::string(parameter.name) + "=$nonsense");
             QVERIFY2(sentence.find(parameter.name) != std::string::npos, parameter.name);
-            QCOMPARE(parameterValue(parameter, parameters), before);
+            QCOMPARE(parameterValue(parameter), before);
         }
-        QVERIFY(!setParameter(parameters, "target-dots=1,2,3").empty());
-        QVERIFY(!setParameter(parameters, "target-dots=1,2,3,4,").empty());
-        QVERIFY(!setParameter(parameters, "target-dots=1,2,3,2593").empty());
-        QVERIFY(!setParameter(parameters, "led-on=yes").empty());
-        QVERIFY(!setParameter(parameters, "dust=1.5").empty());
-        QVERIFY(!setParameter(parameters, "noise=nan").empty());
+        for (const char* wrong : {"target-dots=1,2,3", "target-dots=1,2,3,4,", "target-dots=1,2,3,2593",
+                                  "led-on=yes", "dust=1.5", "noise=nan"})
+            QVERIFY2(!setParameter(parameters, wrong).empty(), wrong);
     }
 
     void everyParameterHasItsOwnPlace()
     {
-        for (const InstrumentParameter& changed : instrumentParameters()) {
-            InstrumentParameters plain;
+        InstrumentParameters plain;
+        const std::vector<InstrumentParameter> before = instrumentParameters(plain);
+        for (std::size_t changed = 0; changed < before.size(); ++changed) {
             InstrumentParameters parameters;
-            const std::string before = parameterValue(changed, plain);
-            const std::string other = before == "on"    ? "off"
-                                      : before == "off" ? "on"
-                                      : std::string(changed.name) == "target-dots"
+            const char* const name = before[changed].name;
+            const std::string value = parameterValue(before[changed]);
+            const std::string other = value == "on"    ? "off"
+                                      : value == "off" ? "on"
+                                      : name == std::string("target-dots")
                                           ? "1,2,3,4"
-                                          : QString::number(changed.most, 'f', 0).toStdString();
-            QCOMPARE(setParameter(parameters, std::string(changed.name) + "=" + other), std::string());
-            for (const InstrumentParameter& each : instrumentParameters())
-                QCOMPARE(parameterValue(each, parameters) != parameterValue(each, plain),
-                         std::string(each.name) == changed.name && other != before);
+                                          : std::to_string(int(before[changed].most));
+            QCOMPARE(setParameter(parameters, std::string(name) + "=" + other), std::string());
+            const std::vector<InstrumentParameter> after = instrumentParameters(parameters);
+            for (std::size_t i = 0; i < before.size(); ++i)
+                QCOMPARE(parameterValue(after[i]) != parameterValue(before[i]),
+                         i == changed && other != value);
         }
     }
 

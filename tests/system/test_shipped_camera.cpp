@@ -76,17 +76,11 @@ QStringList told(const ShippedProgram& program, const char* pattern)
 
 /// The program as it is shipped, judged by what a stranger can see of its work with pictures: the
 /// calls on the capture device and the bus, the pixels, the pictures on the disk, the numbers.
-class TestShippedCamera : public QObject
+class TestShippedCamera : public ShippedProgramTest
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        if (const QString hindrance = ShippedProgram::hindrance(); !hindrance.isEmpty())
-            QSKIP(qPrintable(hindrance));
-    }
-
     void aModeSwitchClosesPausesAndOpens_data()
     {
         QTest::addColumn<bool>("free");
@@ -183,21 +177,13 @@ private slots:
         QCOMPARE(whole.pixel(40, 20), yellow); // and that of the part on screen
 
         // A press on the border starts no drag, one inside does; the view ends at the frame's end.
-        for (int i = 0; i < 2; ++i) {
-            program.mouse("press", i == 0 ? 639 : 630, 470);
-            program.mouse("move", 5, 5);
-            program.mouse("release", 5, 5);
-            if (i == 0) {
-                QTest::qWait(100);
-                QVERIFY(isNear(program.picture().pixel(600, 450), kRed));
-            }
-        }
+        program.drag({639, 470}, {5, 5});
+        QTest::qWait(100);
+        QVERIFY(isNear(program.picture().pixel(600, 450), kRed));
+        program.drag({630, 470}, {5, 5});
         QTRY_VERIFY_WITH_TIMEOUT(isNear(program.picture().pixel(600, 450), kGrey), kPatience_ms);
-        for (int i = 0; i < 2; ++i) {
-            program.mouse("press", 630, 470);
-            program.mouse("move", 5, 5);
-            program.mouse("release", 5, 5);
-        }
+        for (int i = 0; i < 2; ++i)
+            program.drag({630, 470}, {5, 5});
         QTRY_COMPARE(program.picture().pixel(40, 45), yellow); // (40, 30) of (80, 60)
         QVERIFY(isNear(program.picture().pixel(20, 20), kGrey));
 
@@ -346,30 +332,24 @@ private slots:
         const int frames = program.scene().framesTaken;
 
         const auto pan = [&program](int x, int y) { // within one drag's reach
-            program.mouse("press", 620, 460);
-            program.mouse("move", 620 - x, 460 - y);
-            program.mouse("release", 620 - x, 460 - y);
-        };
-        const auto target = [&program](int x, int y) {
-            program.mouse("press", x, y);
-            program.mouse("release", x, y);
+            program.drag({620, 460}, {620 - x, 460 - y});
         };
         pan(476, 432);
         pan(0, 300); // (796, 972) is at (320, 240)
         program.click("CHECK_TARGET");
         QCOMPARE(enabled(), QList<bool>({true, true, true, true}));
-        target(326, 235);
+        program.touch(326, 235);
         QCOMPARE(program.picture().pixel(306, 230), qRgb(0, 255, 0)); // the target's square
         program.click("BUTTON_POINT_1");
         QCOMPARE(program.text("EDIT_POINT_1"), "796, 972");
-        target(100, 400);
+        program.touch(100, 400);
         VERIFY_BOX(program.boxOf("BUTTON_POINT_2"), "critical: Error", "Cell not detected !", "OK");
         program.answer("OK");
         program.click("CHECK_TARGET");
         pan(500, 0);
         pan(500, 0);
         program.click("CHECK_TARGET");
-        target(315, 244);
+        program.touch(315, 244);
         program.click("BUTTON_POINT_2");
         QCOMPARE(program.text("EDIT_POINT_2"), "1796, 972");
         program.click("BUTTON_QC_MEASURE");

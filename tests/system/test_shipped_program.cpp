@@ -17,17 +17,11 @@ const QString kStageSettings = "root/Orla2/Orla2.ini";
 
 /// The program as it is shipped, judged by what a stranger can see of it: the order of its start
 /// and end, the lines to the board, the texts, the files, and whatever may be missing.
-class TestShippedProgram : public QObject
+class TestShippedProgram : public ShippedProgramTest
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        if (const QString hindrance = ShippedProgram::hindrance(); !hindrance.isEmpty())
-            QSKIP(qPrintable(hindrance));
-    }
-
     void theStartComesToEachDeviceInItsTurn()
     {
         ShippedProgram program;

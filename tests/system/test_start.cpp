@@ -127,17 +127,11 @@ QImage controlsAtRest(ShippedProgram& program)
 
 /// What both programs do before their window: questions that are answered at once, options that
 /// they do not know, screens that are missing or of another resolution.
-class TestStart : public QObject
+class TestStart : public ShippedProgramTest
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        if (const QString hindrance = ShippedProgram::hindrance(); !hindrance.isEmpty())
-            QSKIP(qPrintable(hindrance));
-    }
-
     void aQuestionIsAnsweredWithoutScreenAndDevices_data() { questionRows(); }
 
     void aQuestionIsAnsweredWithoutScreenAndDevices()

@@ -10,6 +10,19 @@ inline const QString kChosen = "background-color: rgb(0, 170, 255);";
 inline const QString kNotChosen = "background-color: none;";
 inline const QString kMainSettings = "opt/ORLA3/conf/ORLA3.ini";
 
+/// What the tests of the shipped program are; skipped where it cannot run.
+class ShippedProgramTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        if (const QString hindrance = ShippedProgram::hindrance(); !hindrance.isEmpty())
+            QSKIP(qPrintable(hindrance));
+    }
+};
+
 /// Of the calls, those that begin so, without that beginning.
 QStringList only(const QStringList& calls, const QString& start);
 /// What one opening of the camera asks of the device, and what every later one asks where the

@@ -151,13 +151,6 @@ QByteArray ShippedProgram::content(const QString& path) const
     return read.open(QIODevice::ReadOnly) ? read.readAll() : QByteArray();
 }
 
-void ShippedProgram::write(const QString& path, const QByteArray& text) const
-{
-    QFile written(file(path));
-    if (!written.open(QIODevice::WriteOnly) || written.write(text) != text.size())
-        qFatal("cannot write %s", qPrintable(path));
-}
-
 void ShippedProgram::plugDisk() const
 {
     QFile::link("../../sda1", file("dev/disk/by-uuid/1234-ABCD"));
@@ -341,6 +334,19 @@ void ShippedProgram::type(const QString& name, const QString& text, bool enter)
     ask({{"do", "type"}, {"name", name}, {"text", text}, {"enter", enter}});
 }
 
+void ShippedProgram::touch(int x, int y)
+{
+    mouse("press", x, y);
+    mouse("release", x, y);
+}
+
+void ShippedProgram::drag(const QPoint& start, const QPoint& end)
+{
+    mouse("press", start.x(), start.y());
+    mouse("move", end.x(), end.y());
+    mouse("release", end.x(), end.y());
+}
+
 QImage ShippedProgram::picture()
 {
     ask({{"do", "picture"}, {"path", file("picture.png")}});
@@ -355,22 +361,23 @@ SeenBox ShippedProgram::boxOf(const QString& button)
 
 SeenBox ShippedProgram::waitForBox(int limit_ms)
 {
-    QElapsedTimer time;
-    time.start();
-    QJsonObject box;
-    while ((box = ask({{"do", "box"}})).isEmpty() && time.elapsed() < patient_ms(limit_ms))
-        QThread::msleep(kLookAgain_ms);
-    return boxFromJson(box);
+    waitUntil([this] { return isBoxOpen(); }, patient_ms(limit_ms));
+    return boxFromJson(ask({{"do", "box"}}));
 }
 
 bool ShippedProgram::waitEnabled(int limit_ms)
 {
+    return waitUntil([this] { return ask({{"do", "look"}})["enabled"].toBool(); }, patient_ms(limit_ms));
+}
+
+bool ShippedProgram::waitUntil(const std::function<bool()>& condition, int limit_ms)
+{
     QElapsedTimer time;
     time.start();
-    while (time.elapsed() < patient_ms(limit_ms)) {
-        if (ask({{"do", "look"}})["enabled"].toBool())
-            return true;
+    while (!condition()) {
+        if (time.elapsed() > limit_ms)
+            return false;
         QThread::msleep(kLookAgain_ms);
     }
-    return false;
+    return true;
 }

@@ -1,15 +1,18 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include <QImage>
 #include <QJsonObject>
+#include <QPoint>
 #include <QProcess>
 #include <QTemporaryDir>
 
 #include "DeviceScene.h"
 #include "simulator/board/BoardPort.h"
 #include "simulator/operator/BoxRecord.h"
+#include "tests/support/FileBytes.h"
 
 /// The program as it is shipped, in a process of its own on a private instrument: files below
 /// a temporary directory that a mount namespace lays over the real paths, stand-ins for the
@@ -27,7 +30,7 @@ public:
     /// The file behind a path of the instrument, such as "opt/ORLA3/conf/ORLA3.ini".
     QString file(const QString& path) const { return m_root.filePath(path); }
     QByteArray content(const QString& path) const;
-    void write(const QString& path, const QByteArray& text) const;
+    void write(const QString& path, const QByteArray& text) const { putBytes(file(path), text); }
     void plugDisk() const;
     void pullDisk() const;
 
@@ -82,6 +85,9 @@ public:
     void setValue(const QString& name, int value) { type(name, QString::number(value), true); }
     void chooseTab(int index) { ask({{"do", "tab"}, {"name", "TAB_MENU"}, {"value", index}}); }
     void mouse(const char* action, int x, int y) { ask({{"do", action}, {"x", x}, {"y", y}}); }
+    /// A finger at a place of the window, and one that moves with the button down.
+    void touch(int x, int y);
+    void drag(const QPoint& start, const QPoint& end);
     /// The window's picture on the screen.
     QImage picture();
 
@@ -92,6 +98,8 @@ public:
     void answer(const QString& button) { ask({{"do", "answer"}, {"button", button}}); }
     /// Whether the window takes presses again within the time.
     bool waitEnabled(int limit_ms);
+    /// Looks again and again; false where the condition has not come within the time.
+    static bool waitUntil(const std::function<bool()>& condition, int limit_ms);
 
 private:
     void makeTree();
