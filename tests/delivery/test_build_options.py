@@ -37,11 +37,14 @@ class Configured(unittest.TestCase):
         self.addCleanup(directory.cleanup)
         self.directory = Path(directory.name)
 
+    def text(self, file):
+        return (self.directory / file).read_text(encoding="utf-8")
+
     def configure(self, *options, **environment):
         """Configures, and returns the flags of the program's own first source."""
         arguments = ["-DORLA_TESTS=OFF", "-DORLA_BENCHMARKS=OFF", *options]
         run(CMAKE, "-S", PROJECT, "-B", self.directory, "-G", GENERATOR, *arguments, **environment)
-        commands = json.loads((self.directory / "compile_commands.json").read_text(encoding="utf-8"))
+        commands = json.loads(self.text("compile_commands.json"))
         source = str(PROJECT / "verifier" / "main.cpp")
         return next(shlex.split(entry["command"]) for entry in commands if entry["file"] == source)
 
@@ -62,7 +65,7 @@ class Configured(unittest.TestCase):
 
     def test_no_multiplication_is_fused_with_an_addition(self):
         self.configure()
-        commands = json.loads((self.directory / "compile_commands.json").read_text(encoding="utf-8"))
+        commands = json.loads(self.text("compile_commands.json"))
         own = [c for c in commands if c["file"].startswith(str(PROJECT)) and "autogen" not in c["file"]]
         self.assertTrue(own)
         for entry in own:
@@ -78,23 +81,23 @@ class Configured(unittest.TestCase):
 
     def test_the_service_starts_the_program_from_the_prefix(self):
         self.configure("-DCMAKE_INSTALL_PREFIX=/opt/orla", "-DCMAKE_INSTALL_BINDIR=sbin")
-        unit = (self.directory / "packaging" / "orla-verifier.service").read_text(encoding="utf-8")
+        unit = self.text("packaging/orla-verifier.service")
         self.assertIn("\nExecStart=/opt/orla/sbin/orla-verifier\n", unit)
         self.assertIn(" file:///opt/orla/share/doc/orla-verifier/manual.md\n", unit)
 
     def test_a_preset_leaves_the_prefix_to_whoever_names_one(self):
         options = ["-DCMAKE_INSTALL_PREFIX=/opt/orla", "-DORLA_TESTS=OFF", "-DORLA_BENCHMARKS=OFF"]
         run(CMAKE, "-S", PROJECT, "--preset", "release", "-B", self.directory, *options)
-        cache = (self.directory / "CMakeCache.txt").read_text(encoding="utf-8")
+        cache = self.text("CMakeCache.txt")
         self.assertIn("\nCMAKE_INSTALL_PREFIX:PATH=/opt/orla\n", cache)
-        unit = (self.directory / "packaging" / "orla-verifier.service").read_text(encoding="utf-8")
+        unit = self.text("packaging/orla-verifier.service")
         self.assertIn("\nExecStart=/opt/orla/bin/orla-verifier\n", unit)
 
     def test_a_package_holds_what_is_below_its_prefix(self):
         self.configure("-DCMAKE_INSTALL_PREFIX=/usr")
-        settings = (self.directory / "CPackConfig.cmake").read_text(encoding="utf-8")
+        settings = self.text("CPackConfig.cmake")
         self.assertIn('set(CPACK_PACKAGING_INSTALL_PREFIX "/usr")', settings)
-        unit = (self.directory / "packaging" / "orla-verifier.service").read_text(encoding="utf-8")
+        unit = self.text("packaging/orla-verifier.service")
         self.assertIn("\nExecStart=/usr/bin/orla-verifier\n", unit)
 
 

@@ -39,6 +39,9 @@ class Reasons(unittest.TestCase):
         lines = [line(3 + index, count, (count, 0) if index in (0, 2) else ()) for index, count in enumerate(counts)]
         report = self.project / "coverage.json"
         report.write_text(json.dumps({"files": [{"file": "rooms/f.cpp", "lines": lines}]}), encoding="utf-8")
+        return self.judge_report(report, reasons)
+
+    def judge_report(self, report, reasons):
         (self.project / "reasons.toml").write_text(reasons, encoding="utf-8")
         command = [sys.executable, "-B", SCRIPT, report, self.project / "reasons.toml", self.project]
         done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
@@ -49,57 +52,43 @@ class Reasons(unittest.TestCase):
         listed = ", ".join(json.dumps(text) for text in texts)
         return f'[[uncovered]]\nfile = "rooms/f.cpp"\nlines = [{listed}]\nreason = "{why}"\n{more}'
 
-    def test_everything_reached_needs_no_reason(self):
-        status, output = self.judge([5, 1, 4, 1, 3], "uncovered = []")
-        self.assertEqual(status, 0, output)
-        self.assertIn("    5/    5 100.0 %      2/    4  50.0 %  rooms/f.cpp", output)
-        self.assertIn("0 lines not reached, 0 complaints", output)
+    def assert_judged(self, expected, rows):
+        for name, counts, reasons, *told in rows:
+            with self.subTest(name):
+                status, output = self.judge(counts, reasons)
+                self.assertEqual(status, expected, output)
+                for line in told:
+                    self.assertIn(line, output)
 
-    def test_an_unreached_line_without_a_reason_is_named(self):
-        status, output = self.judge([5, 0, 4, 1, 3], "uncovered = []")
-        self.assertEqual(status, 1)
-        self.assertIn("rooms/f.cpp:4: 1 not reached, and no reason given: return -1;", output)
+    def test_what_is_reached_or_has_a_reason_passes(self):
+        of_chance = self.reason("return a;", more="sometimes = true\n")
+        self.assert_judged(0, [
+            ("everything reached", [5, 1, 4, 1, 3], "uncovered = []",
+             "    5/    5 100.0 %      2/    4  50.0 %  rooms/f.cpp", "0 lines not reached, 0 complaints"),
+            ("a line with a reason", [5, 0, 4, 1, 3], self.reason("return -1;"), "    4/    5  80.0 %"),
+            ("two equal lines", [5, 0, 4, 0, 3], self.reason("return -1;", "return -1;")),
+            ("a line of chance that was not reached", [5, 1, 4, 1, 0], of_chance),
+            ("a line of chance that was", [5, 1, 4, 1, 3], of_chance),
+        ])
 
-    def test_an_unreached_line_with_a_reason_passes(self):
-        status, output = self.judge([5, 0, 4, 1, 3], self.reason("return -1;"))
-        self.assertEqual(status, 0, output)
-        self.assertIn("    4/    5  80.0 %", output)
-
-    def test_one_reason_stands_for_one_of_two_equal_lines(self):
-        status, output = self.judge([5, 0, 4, 0, 3], self.reason("return -1;"))
-        self.assertEqual(status, 1)
-        self.assertIn("rooms/f.cpp:4, 6: 1 not reached, and no reason given: return -1;", output)
-        status, output = self.judge([5, 0, 4, 0, 3], self.reason("return -1;", "return -1;"))
-        self.assertEqual(status, 0, output)
-
-    def test_a_reason_for_a_reached_line_is_named(self):
-        status, output = self.judge([5, 1, 4, 1, 3], self.reason("return a;"))
-        self.assertEqual(status, 1)
-        self.assertIn("rooms/f.cpp: a reason for a line that is reached (1 too many): return a;", output)
-
-    def test_a_reason_for_a_line_that_is_gone_is_named(self):
-        status, output = self.judge([5, 1, 4, 1, 3], self.reason("return 7;", more="sometimes = true\n"))
-        self.assertEqual(status, 1)
-        self.assertIn("rooms/f.cpp: a reason for a line that is gone: return 7;", output)
-
-    def test_a_line_of_chance_may_be_reached_or_not(self):
-        reasons = self.reason("return a;", more="sometimes = true\n")
-        for count in (0, 3):
-            status, output = self.judge([5, 1, 4, 1, count], reasons)
-            self.assertEqual(status, 0, output)
-
-    def test_an_entry_needs_a_reason(self):
-        status, output = self.judge([5, 1, 4, 1, 0], self.reason("return a;", why=" "))
-        self.assertEqual(status, 1)
-        self.assertIn("rooms/f.cpp: an entry without a reason", output)
+    def test_each_complaint_names_its_line(self):
+        self.assert_judged(1, [
+            ("no reason", [5, 0, 4, 1, 3], "uncovered = []",
+             "rooms/f.cpp:4: 1 not reached, and no reason given: return -1;"),
+            ("one reason for two equal lines", [5, 0, 4, 0, 3], self.reason("return -1;"),
+             "rooms/f.cpp:4, 6: 1 not reached, and no reason given: return -1;"),
+            ("reached all the same", [5, 1, 4, 1, 3], self.reason("return a;"),
+             "rooms/f.cpp: a reason for a line that is reached (1 too many): return a;"),
+            ("gone", [5, 1, 4, 1, 3], self.reason("return 7;", more="sometimes = true\n"),
+             "rooms/f.cpp: a reason for a line that is gone: return 7;"),
+            ("an empty reason", [5, 1, 4, 1, 0], self.reason("return a;", why=" "),
+             "rooms/f.cpp: an entry without a reason"),
+        ])
 
     def test_a_report_of_nothing_fails(self):
         (self.project / "empty.json").write_text('{"files": []}', encoding="utf-8")
-        (self.project / "reasons.toml").write_text("uncovered = []", encoding="utf-8")
-        command = [sys.executable, "-B", SCRIPT, self.project / "empty.json", self.project / "reasons.toml",
-                   self.project]
-        done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
-        self.assertNotEqual(done.returncode, 0)
+        status, output = self.judge_report(self.project / "empty.json", "uncovered = []")
+        self.assertNotEqual(status, 0, output)
 
     def test_the_project_s_own_reasons_can_be_read(self):
         import tomllib

@@ -77,13 +77,16 @@ class Lint(unittest.TestCase):
         for file in files:
             self.write(file, (self.project / file).read_text(encoding="utf-8") + "// changed\n")
 
-    def lint(self, *arguments):
+    def lint(self, *arguments, status=PASSED):
+        """Runs it, which ends with that status; what it wrote."""
         self.asked.write_text("", encoding="utf-8")
         environment = {**os.environ, "PATH": f"{self.root}/tools:{os.environ['PATH']}"}
-        return subprocess.run(
+        ended = subprocess.run(
             ["bash", "scripts/lint", *arguments],
             cwd=self.project, env=environment, capture_output=True, text=True, check=False,
         )
+        self.assertEqual(ended.returncode, status, ended.stderr)
+        return ended
 
     def tools_asked(self):
         return [line.split()[0] for line in self.asked.read_text(encoding="utf-8").splitlines()]
@@ -98,8 +101,7 @@ class Lint(unittest.TestCase):
 
     def test_every_source_is_looked_at_the_newest_first(self):
         self.change("verifier/Part.cpp")
-        ended = self.lint()
-        self.assertEqual(ended.returncode, PASSED, ended.stderr)
+        self.lint()
         looked_at = self.looked_at()
         self.assertEqual(looked_at[0], "verifier/Part.cpp")
         self.assertEqual(set(looked_at[1:3]), {"tests/newest.cpp", "tests/second.cpp"})
@@ -112,28 +114,26 @@ class Lint(unittest.TestCase):
             self.commit(file)
         self.git("rm", "--quiet", "tests/second.cpp")
         self.git("commit", "--quiet", "--message", "remove a test")
-        ended = self.lint("--changed")
-        self.assertEqual(ended.returncode, PASSED, ended.stderr)
+        self.lint("--changed")
         self.assertEqual(self.looked_at(), ["simulator/middle.cpp", "verifier/oldest.cpp"])
 
     def test_a_branch_without_changes_needs_no_look(self):
         self.branch_off()
         self.write("README", "words\n")
         self.commit("README")
-        ended = self.lint("--changed")
-        self.assertEqual(ended.returncode, PASSED, ended.stderr)
+        self.lint("--changed")
         self.assertEqual(self.tools_asked(), ["clang-format", "cppcheck"])
 
     def test_a_header_stands_for_one_source(self):
         self.branch_off()
         self.change("verifier/Part.h")
         self.commit("verifier/Part.h")
-        self.assertEqual(self.lint("--changed").returncode, PASSED)
+        self.lint("--changed")
         self.assertEqual(self.looked_at(), ["verifier/Part.cpp"])
 
         self.change("verifier/common.h")
         self.commit("verifier/common.h")
-        self.assertEqual(self.lint("--changed").returncode, PASSED)
+        self.lint("--changed")
         looked_at = self.looked_at()
         self.assertEqual(len(looked_at), 2, looked_at)
         self.assertEqual(looked_at[1], "verifier/Part.cpp")
@@ -143,13 +143,11 @@ class Lint(unittest.TestCase):
         self.git("checkout", "--quiet", "--orphan", "shallow")
         self.git("commit", "--quiet", "--message", "all of it")
         ended = self.lint("--changed")
-        self.assertEqual(ended.returncode, PASSED, ended.stderr)
         self.assertIn("no commit to compare with", ended.stderr)
         self.assertEqual(len(self.looked_at()), sum(file.endswith(".cpp") for files in COMMITS for file in files))
 
     def test_what_there_is_no_time_for_is_named(self):
-        ended = self.lint("--within", str(2 * SECONDS_A_SOURCE + 1))
-        self.assertEqual(ended.returncode, SOME_UNCHECKED, ended.stderr)
+        ended = self.lint("--within", str(2 * SECONDS_A_SOURCE + 1), status=SOME_UNCHECKED)
         self.assertEqual(len(self.looked_at()), 3)
         announced, _, named = ended.stderr.partition("NOT CHECKED")
         self.assertIn(f"5 sources, begun within {2 * SECONDS_A_SOURCE + 1} s", announced)
@@ -160,33 +158,29 @@ class Lint(unittest.TestCase):
 
     def test_time_enough_is_no_matter(self):
         ended = self.lint("--within", str(5 * SECONDS_A_SOURCE))
-        self.assertEqual(ended.returncode, PASSED, ended.stderr)
         self.assertNotIn("NOT CHECKED", ended.stderr)
 
     def test_a_finding_counts_more_than_what_was_not_checked(self):
         self.set_tidy('case "$source" in tests/*) echo "$source: finding"; exit 1;; esac')
-        ended = self.lint("--within", "1")
-        self.assertEqual(ended.returncode, FINDINGS, ended.stderr)
+        ended = self.lint("--within", "1", status=FINDINGS)
         self.assertIn("NOT CHECKED", ended.stderr)
 
     def test_a_finding_of_one_source_hides_no_other(self):
         self.set_tidy('echo "$source: finding"; exit 1')
-        ended = self.lint()
-        self.assertEqual(ended.returncode, FINDINGS, ended.stderr)
+        ended = self.lint(status=FINDINGS)
         self.assertEqual(ended.stdout.count(": finding"), 5)
 
     def test_each_check_is_made_behind_one_that_finds_something(self):
         everything = ["clang-format", "cppcheck", *["clang-tidy"] * 5]
         for tool in ("clang-format", "cppcheck"):
             self.write_tool(tool, f'echo "{tool}" >>"{self.asked}"; exit 1')
-            self.assertEqual(self.lint().returncode, FINDINGS)
+            self.lint(status=FINDINGS)
             self.assertEqual(self.tools_asked(), everything)
             self.write_tool(tool, f'echo "{tool}" >>"{self.asked}"')
 
     def test_a_wrong_option_is_told(self):
         for arguments in (["--within"], ["--within", "soon"], ["--chnaged"]):
-            ended = self.lint(*arguments)
-            self.assertEqual(ended.returncode, FINDINGS)
+            ended = self.lint(*arguments, status=FINDINGS)
             self.assertEqual(ended.stderr.count("\n"), 1, ended.stderr)
             self.assertEqual(self.tools_asked(), [])
 

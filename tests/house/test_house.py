@@ -77,101 +77,80 @@ class SmallHouse(unittest.TestCase):
         self.write("targets.txt", "\n".join(lines) + "\n")
         return house.House(self.root / "targets.txt", self.root)
 
-    def objections(self):
-        return self.house().check()
+    def assert_objections(self, *expected):
+        self.assertEqual(self.house().check(), list(expected))
 
     def test_a_house_in_order_passes(self):
         self.write("shop/roof.cpp", '#include "roof.h"\n#include "left/left.h"\n#include "shop/right/right.h"\n')
         self.write("shop/left/left.cpp", '#include <vector>\n  #  include "cellar/cellar.h"\n')
         self.write("tests/try_left.cpp", '#include "left/left.h"\n#include "ui_generated.h"\n')
-        self.assertEqual(self.objections(), [])
+        self.assert_objections()
 
     def test_an_upward_include_is_told_with_its_line(self):
         self.write("shop/cellar/cellar.cpp", '#include "cellar.h"\n\n#include "left/left.h"\n')
-        self.assertEqual(
-            self.objections(),
-            ['shop/cellar/cellar.cpp:3: includes shop/left/left.h: left ("rooms") stands above cellar ("cellar")'],
+        self.assert_objections(
+            'shop/cellar/cellar.cpp:3: includes shop/left/left.h: left ("rooms") stands above cellar ("cellar")'
         )
 
     def test_a_downward_include_that_is_not_linked_is_told(self):
         self.write("shop/right/right.cpp", '#include "cellar/cellar.h"\n')
-        self.assertEqual(
-            self.objections(),
-            ["shop/right/right.cpp:1: includes shop/cellar/cellar.h: right does not link cellar"],
-        )
+        self.assert_objections("shop/right/right.cpp:1: includes shop/cellar/cellar.h: right does not link cellar")
 
     def test_what_a_link_keeps_for_itself_is_not_seen_through_it(self):
         self.write("shop/roof.cpp", '#include "cellar/cellar.h"\n')
-        self.assertEqual(
-            self.objections(), ["shop/roof.cpp:1: includes shop/cellar/cellar.h: roof does not link cellar"]
-        )
+        self.assert_objections("shop/roof.cpp:1: includes shop/cellar/cellar.h: roof does not link cellar")
 
     def test_a_header_that_needs_more_than_is_handed_on_is_told(self):
         self.write("shop/left/left.h", '#include "cellar/cellar.h"\n')
         self.write("shop/roof.cpp", '#include "left/left.h"\n')
-        self.assertEqual(
-            self.objections(), ["shop/left/left.h:1: includes shop/cellar/cellar.h: roof does not link cellar"]
-        )
+        self.assert_objections("shop/left/left.h:1: includes shop/cellar/cellar.h: roof does not link cellar")
 
     def test_a_target_beside_is_seen_only_where_it_is_drawn(self):
         self.write("shop/coal/coal.cpp", '#include "cellar/cellar.h"\n')
         self.write("shop/left/left.cpp", '#include "right/right.h"\n')
-        self.assertEqual(
-            self.objections(),
-            ['shop/coal/coal.cpp:1: includes shop/cellar/cellar.h: cellar ("cellar") stands beside coal ("cellar")'],
+        self.assert_objections(
+            'shop/coal/coal.cpp:1: includes shop/cellar/cellar.h: cellar ("cellar") stands beside coal ("cellar")'
         )
 
     def test_a_folder_that_must_not_be_used_is_told_though_it_is_below_and_linked(self):
         self.links["roof"].append("copy")
-        self.assertEqual(self.objections(), ["roof links copy: shop/ uses nothing of copy/"])
+        self.assert_objections("roof links copy: shop/ uses nothing of copy/")
 
     def test_an_upward_link_is_told(self):
         self.links["coal"].append("right")
-        self.assertEqual(
-            self.objections(), ['coal links right: right ("rooms") stands above coal ("cellar")']
-        )
+        self.assert_objections('coal links right: right ("rooms") stands above coal ("cellar")')
 
     def test_tests_stand_above_and_link_what_they_use(self):
         self.links["roof"].append("try_left")
         self.write("tests/try_left.cpp", '#include "coal/coal.h"\n')
-        self.assertEqual(
-            self.objections(),
-            [
-                "roof links try_left: try_left stands above all floors",
-                "tests/try_left.cpp:1: includes shop/coal/coal.h: try_left does not link coal",
-            ],
+        self.assert_objections(
+            "roof links try_left: try_left stands above all floors",
+            "tests/try_left.cpp:1: includes shop/coal/coal.h: try_left does not link coal",
         )
 
     def test_a_file_of_two_targets_must_suit_both(self):
         self.extra_sources["right"] = ["shop/left/left.cpp", "shop/left/left.h"]
         self.write("shop/left/left.cpp", '#include "left.h"\n#include "cellar/cellar.h"\n')
-        self.assertEqual(
-            self.objections(),
-            ["shop/left/left.cpp:2: includes shop/cellar/cellar.h: right does not link cellar"],
-        )
+        self.assert_objections("shop/left/left.cpp:2: includes shop/cellar/cellar.h: right does not link cellar")
 
     def test_a_file_that_no_target_names_is_told(self):
         self.write("shop/left/forgotten.h", "")
-        self.assertEqual(self.objections(), ["shop/left/forgotten.h: no target names this file"])
+        self.assert_objections("shop/left/forgotten.h: no target names this file")
 
     def test_a_widget_named_by_a_form_is_an_include(self):
         self.extra_sources["right"] = ["shop/right/form.ui"]
         self.write("shop/right/form.ui", "<customwidget>\n <header>left/left.h</header>\n</customwidget>\n")
-        self.assertEqual(
-            self.objections(),
-            ['shop/right/form.ui:2: includes shop/left/left.h: left ("rooms") stands beside right ("rooms")'],
+        self.assert_objections(
+            'shop/right/form.ui:2: includes shop/left/left.h: left ("rooms") stands beside right ("rooms")'
         )
 
     def test_floors_and_targets_must_agree(self):
         self.floors = FLOORS.replace('"coal", ', '"ghost", ')
         self.links["left"].remove("right")
-        self.assertEqual(
-            self.objections(),
-            [
-                "docs/house.toml: there is no target ghost",
-                "docs/house.toml: coal of shop/coal/ stands on no floor",
-                "docs/house.toml: left does not link right beside it",
-            ],
+        self.assert_objections(
+            "docs/house.toml: there is no target ghost",
+            "docs/house.toml: coal of shop/coal/ stands on no floor",
+            "docs/house.toml: left does not link right beside it",
         )
 
     def test_only_the_longest_ways_are_drawn(self):
@@ -222,13 +201,16 @@ class ThisHouse(unittest.TestCase):
         path.write_text(f'#include "{header}"\n' + "".join(lines), encoding="utf-8")
         return f"{file}:1: includes {header}: "
 
-    def pairs(self):
-        """Every target on a floor with every other that has a header."""
+    def pair(self, suits):
+        """The first target on a floor and the first other with a header that suit; suits(user, used, up)."""
         floors = self.original.floor_of
-        for user in floors:
-            for used in floors:
-                if user != used and self.source_of(user, ".cpp") and self.source_of(used, ".h"):
-                    yield user, used, floors[user] - floors[used]
+        return next(
+            (user, used)
+            for user in floors
+            for used in floors
+            if user != used and self.source_of(user, ".cpp") and self.source_of(used, ".h")
+            and suits(user, used, floors[user] - floors[used])
+        )
 
     def assert_told(self, planted, reason):
         status, lines, error = self.run_script("check")
@@ -240,27 +222,23 @@ class ThisHouse(unittest.TestCase):
         self.assertEqual(self.run_script("drawn"), (0, [], ""))
 
     def test_a_planted_upward_arrow_is_told(self):
-        user, used = next(
-            (user, used)
-            for user, used, up in self.pairs()
-            if up > 0 and "stands above" in self.original.objection(user, used)
+        user, used = self.pair(
+            lambda user, used, up: up > 0 and "stands above" in self.original.objection(user, used)
         )
         self.assert_told(self.plant(user, used), "stands above")
 
     def test_a_planted_arrow_into_the_simulator_is_told(self):
         folder, other = self.original.never[0]
-        user, used = next(
-            (user, used)
-            for user, used, up in self.pairs()
-            if up < 0 and self.original.is_in(user, folder) and self.original.is_in(used, other)
+        user, used = self.pair(
+            lambda user, used, up: up < 0 and self.original.is_in(user, folder) and self.original.is_in(used, other)
         )
         self.assert_told(self.plant(user, used), f"{folder}/ uses nothing of {other}/")
 
     def test_a_planted_undeclared_arrow_is_told(self):
-        user, used = next(
-            (user, used)
-            for user, used, up in self.pairs()
-            if up < 0 and not self.original.objection(user, used) and used not in self.original.seen_by(user)
+        user, used = self.pair(
+            lambda user, used, up: up < 0
+            and not self.original.objection(user, used)
+            and used not in self.original.seen_by(user)
         )
         self.assert_told(self.plant(user, used), f"{user} does not link {used}")
 
@@ -275,11 +253,7 @@ class ThisHouse(unittest.TestCase):
         self.assert_told(self.plant(user, used), f"{user} does not link {used}")
 
     def test_a_link_that_is_not_drawn_yet_is_told(self):
-        user, used = next(
-            (user, used)
-            for user, used, up in self.pairs()
-            if up < 0 and used not in self.original.reach(user)
-        )
+        user, used = self.pair(lambda user, used, up: up < 0 and used not in self.original.reach(user))
         text = self.run_table.read_text(encoding="utf-8")
         folder = self.original.targets[user].folder
         line = f"target {user} {folder}\n"
