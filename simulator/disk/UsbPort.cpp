@@ -133,11 +133,19 @@ bool UsbPort::plug(const UsbDisk& wanted)
     if (makeCondition(disk) && ::symlink(path(QStringLiteral("../usb/") + disk.device), path(node)) == 0 &&
         ::symlink(path(QStringLiteral("../../") + disk.device), path(link)) == 0) {
         if (disk.condition == UsbDiskCondition::Pulled)
-            QTimer::singleShot(kPulledAfter_ms, &m_timers, [this, device = disk.device] { pull(device); });
+            pullLater(disk.device);
         return true;
     }
     pull(disk.device);
     return false;
+}
+
+void UsbPort::pullLater(const QString& device)
+{
+    auto* timer = new QTimer(&m_timers);
+    timer->setObjectName(device);
+    QObject::connect(timer, &QTimer::timeout, &m_timers, [this, device] { pull(device); });
+    timer->start(kPulledAfter_ms);
 }
 
 bool UsbPort::makeCondition(const UsbDisk& disk)
@@ -158,6 +166,10 @@ bool UsbPort::makeCondition(const UsbDisk& disk)
 
 bool UsbPort::pull(const QString& device)
 {
+    for (QTimer* timer : m_timers.findChildren<QTimer*>(device)) {
+        timer->stop();
+        timer->deleteLater(); // it may be the one that calls
+    }
     const QString home = m_root + kDisks + QLatin1Char('/') + device;
     const bool plugged = isPlugged(device);
     const QDir links(m_root + kLinks);

@@ -81,10 +81,11 @@ public:
 
 private:
     bool makeCondition(const UsbDisk& disk);
+    void pullLater(const QString& device);
 
     QString m_root; ///< canonical once installed
     QByteArray m_searchPath;
     bool m_installed = false;
     UsbDiskCondition m_goodDisk = UsbDiskCondition::Good; ///< what a good disk is like here
-    QObject m_timers;                                     ///< whose pulls go with the port
+    QObject m_timers;                                     ///< for the disks that will be pulled
 };

@@ -103,6 +103,10 @@ private slots:
         QVERIFY(m_port->plug({"sda1", "A", UsbDiskCondition::Pulled}));
         QVERIFY(put(m_port->filesOf() + "/picture", QByteArray(100000, 'x')));
         QTest::qWait(UsbPort::kPulledAfter_ms / 2);
+        // The next one in its place has its own time.
+        QVERIFY(m_port->pull("sda1"));
+        QVERIFY(m_port->plug({"sda1", "B", UsbDiskCondition::Pulled}));
+        QTest::qWait(UsbPort::kPulledAfter_ms * 3 / 4);
         QVERIFY(m_port->isPlugged("sda1"));
         QTRY_VERIFY(!m_port->isPlugged("sda1"));
         QCOMPARE(everythingIn(m_root + "/dev/disk/by-uuid"), QStringList());
