@@ -413,6 +413,17 @@ std::string ioctlName(unsigned long request)
     FAILING_AS(#NAME, RESULT, NAME, PARAMETERS, , ARGUMENTS, TARGET, FAILED)
 #define FAILING_QUIETLY(RESULT, NAME, PARAMETERS, ARGUMENTS, TARGET, FAILED)                                 \
     FAILING_AS(#NAME, RESULT, NAME, PARAMETERS, noexcept, ARGUMENTS, TARGET, FAILED)
+/// The same of one that opens a file, with the mode behind its named parameters.
+#define OPENING(NAME, FUNCTION, OPEN, PARAMETERS, ...)                                                       \
+    int NAME PARAMETERS                                                                                      \
+    {                                                                                                        \
+        va_list arguments;                                                                                   \
+        va_start(arguments, flags);                                                                          \
+        const int mode = va_arg(arguments, int); /* there or not: as the kernel, which ignores it */         \
+        va_end(arguments);                                                                                   \
+        static const auto real = next<FUNCTION>(#NAME);                                                      \
+        return OPEN(real, __VA_ARGS__, mode);                                                                \
+    }
 
 // NOLINTEND(bugprone-macro-parentheses)
 
@@ -420,45 +431,12 @@ extern "C" {
 
 // ---- names ----
 
-int open(const char* path, int flags, ...)
-{
-    va_list arguments;
-    va_start(arguments, flags);
-    const int mode = va_arg(arguments, int); // there or not: as the kernel, which ignores it
-    va_end(arguments);
-    static const auto real = next<OpenFunction>("open");
-    return openNamed(real, path, flags, mode);
-}
-
-int open64(const char* path, int flags, ...)
-{
-    va_list arguments;
-    va_start(arguments, flags);
-    const int mode = va_arg(arguments, int); // there or not: as the kernel, which ignores it
-    va_end(arguments);
-    static const auto real = next<OpenFunction>("open64");
-    return openNamed(real, path, flags, mode);
-}
-
-int openat(int folder, const char* path, int flags, ...)
-{
-    va_list arguments;
-    va_start(arguments, flags);
-    const int mode = va_arg(arguments, int); // there or not: as the kernel, which ignores it
-    va_end(arguments);
-    static const auto real = next<OpenBelowFunction>("openat");
-    return openNamedBelow(real, folder, path, flags, mode);
-}
-
-int openat64(int folder, const char* path, int flags, ...)
-{
-    va_list arguments;
-    va_start(arguments, flags);
-    const int mode = va_arg(arguments, int); // there or not: as the kernel, which ignores it
-    va_end(arguments);
-    static const auto real = next<OpenBelowFunction>("openat64");
-    return openNamedBelow(real, folder, path, flags, mode);
-}
+OPENING(open, OpenFunction, openNamed, (const char* path, int flags, ...), path, flags)
+OPENING(open64, OpenFunction, openNamed, (const char* path, int flags, ...), path, flags)
+OPENING(openat, OpenBelowFunction, openNamedBelow, (int folder, const char* path, int flags, ...), folder,
+        path, flags)
+OPENING(openat64, OpenBelowFunction, openNamedBelow, (int folder, const char* path, int flags, ...), folder,
+        path, flags)
 
 FILE* fopen(const char* path, const char* mode)
 {
