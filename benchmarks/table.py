@@ -26,6 +26,8 @@ class Row(NamedTuple):
     bound: Optional[str] = None  # "<=" or ">="; none: only told
     goal: Optional[float] = None
     unit: str = ""
+    # No clock is read for it: its goal counts on a busy machine, and in the short form.
+    counted: bool = False
 
 
 class Program(NamedTuple):
@@ -36,8 +38,8 @@ class Program(NamedTuple):
     rows: list
 
 
-def at_most(name, title, goal, unit=""):
-    return Row(name, title, "<=", goal, unit)
+def at_most(name, title, goal, unit="", counted=False):
+    return Row(name, title, "<=", goal, unit, counted)
 
 
 MODES = {"vga": "640 x 480", "1280": "1280 x 960", "5m": "2592 x 1944"}
@@ -67,7 +69,7 @@ def save_rows():
     rows = []
     for tab, (title, synchronisations) in TABS.items():
         rows.append(Row(f"save_{tab}_time", f"save, tab {title}", unit="ms"))
-        rows.append(at_most(f"save_{tab}_syncs", f"save, tab {title}", synchronisations, "file syncs"))
+        rows.append(at_most(f"save_{tab}_syncs", f"save, tab {title}", synchronisations, "file syncs", counted=True))
         rows.append(Row(f"save_{tab}_bytes", f"save, tab {title}", unit="bytes"))
     return rows
 
@@ -111,7 +113,9 @@ PROGRAMS = [
         "process start to first painted frame, and resident memory, against an empty window",
         [
             at_most("start", "start / empty window and the sensor's pauses", 1.1),
-            at_most("memory", "resident memory / empty window and buffers", 1.1),
+            # An emulator's own memory is in it.
+            at_most("memory", "resident memory / empty window and buffers", 1.1,
+                    counted="ORLA_TEST_EMULATOR" not in os.environ),
         ],
     ),
     Program("bench_save", "a save on each tab: time, file synchronisations, bytes", save_rows()),
@@ -241,7 +245,8 @@ def options():
     )
     parser.add_argument("programs", nargs="*", metavar="PROGRAM", default=[], help="only these; by default all")
     parser.add_argument("--short", action="store_true",
-                        help="shows only that every figure is there: the least of everything, goals do not count")
+                        help="shows that every figure is there: the least of everything; only the goals of file syncs "
+                        "and memory count")
     parser.add_argument("--build", dest="folder", default="build/release/benchmarks", metavar="DIR",
                         help="where the programs are (default: %(default)s)")
     parser.add_argument("--out", default="out/benchmarks", metavar="DIR",
@@ -275,9 +280,9 @@ def main():
     word = draw(folder, results)
     if word:
         print(word, file=sys.stderr)
-    missed = sum(holds(row, value) is False for row, value, _ in results)
-    print(f"{len(results)} figures, {missed} miss their goal; also in {folder / 'table.csv'} and table.svg")
-    return 1 if missed and not arguments.short else 0
+    missed = [row for row, value, _ in results if holds(row, value) is False]
+    print(f"{len(results)} figures, {len(missed)} miss their goal; also in {folder / 'table.csv'} and table.svg")
+    return 1 if any(row.counted or not arguments.short for row in missed) else 0
 
 
 if __name__ == "__main__":
