@@ -57,12 +57,17 @@ QByteArray pathOf(int fd)
 // same random numbers: what one left behind, each after it would have to find its way around.
 constexpr char kMemory[] = "/dev/shm/orla-scratch-";
 
-// What is in memory goes as well.
-[[noreturn]] void cutThePower()
+// What is left in memory goes as well.
+void clearMemory()
 {
     g_armed = false;
     for (const QByteArray& folder : state().inMemory)
         QDir(QFile::decodeName(folder)).removeRecursively();
+}
+
+[[noreturn]] void cutThePower()
+{
+    clearMemory();
     ::_exit(FaultyFileCalls::kCutStatus);
 }
 
@@ -281,7 +286,7 @@ void arm(Fault fault, int number, int errorNumber, bool lasting, const QByteArra
 
 int disarm()
 {
-    g_armed = false;
+    clearMemory();
     return state().count;
 }
 

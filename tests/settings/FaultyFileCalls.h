@@ -24,7 +24,7 @@ enum class Fault {
 /// change nothing, the kind "take" of those that read.
 void arm(Fault fault, int number, int errorNumber = 0, bool lasting = false, const QByteArray& kind = {});
 
-/// Ends the counting. Returns how many calls were counted.
+/// Ends the counting, and clears what is left in memory. Returns how many calls were counted.
 int disarm();
 
 /// The calls since the last arm(), as "rename /from /to" or "fsync /path".
