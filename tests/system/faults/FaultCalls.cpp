@@ -414,14 +414,14 @@ std::string ioctlName(unsigned long request)
 #define FAILING_QUIETLY(RESULT, NAME, PARAMETERS, ARGUMENTS, TARGET, FAILED)                                 \
     FAILING_AS(#NAME, RESULT, NAME, PARAMETERS, noexcept, ARGUMENTS, TARGET, FAILED)
 /// The same of one that opens a file, with the mode behind its named parameters.
-#define OPENING(NAME, FUNCTION, OPEN, PARAMETERS, ...)                                                       \
+#define OPENING(NAME, OPEN, PARAMETERS, ...)                                                                 \
     int NAME PARAMETERS                                                                                      \
     {                                                                                                        \
         va_list arguments;                                                                                   \
         va_start(arguments, flags);                                                                          \
         const int mode = va_arg(arguments, int); /* there or not: as the kernel, which ignores it */         \
         va_end(arguments);                                                                                   \
-        static const auto real = next<FUNCTION>(#NAME);                                                      \
+        static const auto real = next<decltype(&NAME)>(#NAME);                                               \
         return OPEN(real, __VA_ARGS__, mode);                                                                \
     }
 
@@ -431,12 +431,10 @@ extern "C" {
 
 // ---- names ----
 
-OPENING(open, OpenFunction, openNamed, (const char* path, int flags, ...), path, flags)
-OPENING(open64, OpenFunction, openNamed, (const char* path, int flags, ...), path, flags)
-OPENING(openat, OpenBelowFunction, openNamedBelow, (int folder, const char* path, int flags, ...), folder,
-        path, flags)
-OPENING(openat64, OpenBelowFunction, openNamedBelow, (int folder, const char* path, int flags, ...), folder,
-        path, flags)
+OPENING(open, openNamed, (const char* path, int flags, ...), path, flags)
+OPENING(open64, openNamed, (const char* path, int flags, ...), path, flags)
+OPENING(openat, openNamedBelow, (int folder, const char* path, int flags, ...), folder, path, flags)
+OPENING(openat64, openNamedBelow, (int folder, const char* path, int flags, ...), folder, path, flags)
 
 FILE* fopen(const char* path, const char* mode)
 {
