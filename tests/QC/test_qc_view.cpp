@@ -8,8 +8,7 @@ namespace {
 
 constexpr std::size_t kFrameBytes = std::size_t(2592) * 1944 * 3;
 
-/// The image library allocates on threads of its own.
-std::atomic<int> g_framesAllocated{0};
+std::atomic<int> g_framesAllocated{0}; // the image library allocates on threads of its own
 
 /// Counts how often it is painted.
 class PaintedMeasure : public QC_measure

@@ -57,7 +57,6 @@ QByteArray pathOf(int fd)
 // same random numbers: what one left behind, each after it would have to find its way around.
 constexpr char kMemory[] = "/dev/shm/orla-scratch-";
 
-// What is left in memory goes as well.
 void clearMemory()
 {
     g_armed = false;

@@ -78,8 +78,11 @@ private slots:
         options.camera.capture.framesPerSecond = kFramesPerSecond;
         options.freshFrames = true;
         m_fixture = std::make_unique<WindowFixture>(options);
-        m_fixture->click("BUTTON_RESOLUTION_VGA");
-        QVERIFY(m_fixture->waitForFrames(3));
+        // A mode keeps the picture that it has shown last, which is no growth.
+        for (const char* button : kSwitches) {
+            m_fixture->click(button);
+            QVERIFY(m_fixture->waitForFrames(3));
+        }
     }
 
     void cleanupTestCase()
