@@ -13,7 +13,8 @@
 using Clock = double (*)();
 
 /// Processor time of the calling thread, and of the process, in ms. What else the machine does
-/// falsifies neither.
+/// falsifies neither. Where an emulator counts instructions (benchmarks/run --instructions), the time
+/// of a processor that carries out a billion of them in a second.
 double threadTime_ms();
 double processTime_ms();
 /// Time that goes by, in ms.

@@ -131,9 +131,10 @@ int main(int argc, char** argv)
     const bool shortRun = isShort(argc, argv);
     const QApplication application(argc, argv);
     const int rounds = shortRun ? 1 : 15;
-    const int most = shortRun ? 10000 : 1000000;
+    constexpr int kMany = 10000;
+    const int most = shortRun ? kMany : 1000000;
     // The least is what fills the page: from there on a line moves it.
-    tellLines({"console_10k", "console_1m"}, {10, most / 100, most}, false, rounds);
-    tellLines({"console_shown_10k", "console_shown_1m"}, {100, most / 100, most}, true, rounds);
+    tellLines({"console_10k", "console_1m"}, {10, kMany, most}, false, rounds);
+    tellLines({"console_shown_10k", "console_shown_1m"}, {100, kMany, most}, true, rounds);
     return 0;
 }

@@ -1,56 +1,82 @@
-// A plugin of the emulator that counts the instructions of one program and writes the number,
-// when that ends, to the file that "out=FILE" names. instructions.py builds and loads it.
+// A plugin of the emulator that counts the instructions of a program, each thread's by itself, where
+// the program can read them while it runs (Measure.cpp): in a file of the folder that "out=FOLDER"
+// names, called by the number of the process. The file is an array of struct Counted.
 
-#include <inttypes.h>
+#define _GNU_SOURCE
+#include <fcntl.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 // What this uses of the emulator's plugin interface, version 1; the distribution has no header of it.
 typedef uint64_t qemu_plugin_id_t;
 struct qemu_plugin_tb;
-enum qemu_plugin_op { QEMU_PLUGIN_INLINE_ADD_U64 };
+enum qemu_plugin_cb_flags { QEMU_PLUGIN_CB_NO_REGS };
 extern size_t qemu_plugin_tb_n_insns(const struct qemu_plugin_tb* block);
-extern void qemu_plugin_register_vcpu_tb_exec_inline(struct qemu_plugin_tb* block, enum qemu_plugin_op what,
-                                                     void* counter, uint64_t amount);
+extern void qemu_plugin_register_vcpu_tb_exec_cb(struct qemu_plugin_tb* block,
+                                                 void (*executed)(unsigned int, void*),
+                                                 enum qemu_plugin_cb_flags flags, void* data);
 extern void qemu_plugin_register_vcpu_tb_trans_cb(qemu_plugin_id_t id,
                                                   void (*translated)(qemu_plugin_id_t,
                                                                      struct qemu_plugin_tb*));
-extern void qemu_plugin_register_atexit_cb(qemu_plugin_id_t id, void (*ended)(qemu_plugin_id_t, void*),
-                                           void* data);
 
 int qemu_plugin_version = 1;
 
-static uint64_t g_executed;
-static char g_path[4096];
+// Of one thread; the first without a number ends the array.
+struct Counted
+{
+    uint64_t thread;
+    uint64_t executed;
+};
+enum { kMostThreads = 4096 };
+
+static struct Counted* g_counted;
+static int g_threads;
+// Each thread of the program is one of the emulator, with the same number.
+static __thread struct Counted* t_own;
+
+static void onFirst(void)
+{
+    const int place = __atomic_fetch_add(&g_threads, 1, __ATOMIC_RELAXED);
+    // Those that find no place share the last, and none of them finds its number there.
+    t_own = &g_counted[place < kMostThreads ? place : kMostThreads - 1];
+    t_own->thread = (uint64_t)gettid();
+}
+
+static void onExecuted(unsigned int processor, void* instructions)
+{
+    (void)processor;
+    if (!t_own)
+        onFirst();
+    t_own->executed += (uintptr_t)instructions;
+}
 
 // Each time that this block is run, all of its instructions are.
 static void onTranslated(qemu_plugin_id_t id, struct qemu_plugin_tb* block)
 {
     (void)id;
-    qemu_plugin_register_vcpu_tb_exec_inline(block, QEMU_PLUGIN_INLINE_ADD_U64, &g_executed,
-                                             qemu_plugin_tb_n_insns(block));
-}
-
-static void onEnd(qemu_plugin_id_t id, void* data)
-{
-    (void)id;
-    (void)data;
-    FILE* const file = fopen(g_path, "w");
-    if (!file)
-        return;
-    fprintf(file, "%" PRIu64 "\n", g_executed);
-    fclose(file);
+    qemu_plugin_register_vcpu_tb_exec_cb(block, onExecuted, QEMU_PLUGIN_CB_NO_REGS,
+                                         (void*)qemu_plugin_tb_n_insns(block));
 }
 
 int qemu_plugin_install(qemu_plugin_id_t id, const void* emulator, int count, char** arguments)
 {
     static const char kOut[] = "out=";
+    char path[4096];
     (void)emulator;
-    if (count != 1 || strncmp(arguments[0], kOut, strlen(kOut)) != 0 ||
-        strlen(arguments[0]) - strlen(kOut) >= sizeof g_path)
+    if (count != 1 || strncmp(arguments[0], kOut, strlen(kOut)) != 0)
         return -1;
-    strcpy(g_path, arguments[0] + strlen(kOut));
+    snprintf(path, sizeof path, "%s/%d", arguments[0] + strlen(kOut), (int)getpid());
+    const int file = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const size_t size = kMostThreads * sizeof *g_counted;
+    if (file < 0 || ftruncate(file, (off_t)size) != 0)
+        return -1;
+    g_counted = mmap(NULL, size, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    close(file);
+    if (g_counted == MAP_FAILED)
+        return -1;
     qemu_plugin_register_vcpu_tb_trans_cb(id, onTranslated);
-    qemu_plugin_register_atexit_cb(id, onEnd, NULL);
     return 0;
 }

@@ -1,9 +1,7 @@
-// Does one piece of a frame's work some times, and nothing else: frame_work WORK MODE TIMES.
-// benchmarks/instructions.py counts what another time costs.
+// What is done with a frame, piece by piece, in each mode.
 
 #include <cstdint>
-#include <cstring>
-#include <functional>
+#include <string>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -88,24 +86,26 @@ constexpr Kind kKinds[] = {
     {"conversion", conversion}, {"picture", picture}, {"planes", planes},
     {"brenner", brenner},       {"search", search},
 };
+constexpr const char* kModeNames[] = {"vga", "1280", "5m"};
 
 } // namespace
 
 int main(int argc, char** argv)
 {
+    const std::size_t rounds = isShort(argc, argv) ? 1 : 9;
     const QGuiApplication application(argc, argv);
-    // One thread counts like any other number of them.
+    // All in the thread that is looked at.
     cv::setNumThreads(1);
-    const QStringList arguments = QCoreApplication::arguments();
-    const unsigned mode = arguments.value(2).toUInt();
-    const int times = arguments.value(3).toInt();
     for (const Kind& kind : kKinds) {
-        if (arguments.value(1) != kind.name || mode >= kCaptureModes.size() || times < 1)
-            continue;
-        const Work work = kind.make(kCaptureModes[mode]);
-        for (int i = 0; i < times; ++i)
+        for (std::size_t mode = 0; mode < kCaptureModes.size(); ++mode) {
+            const Work work = kind.make(kCaptureModes[mode]);
+            // The first time is for the caches, and for what is made once.
             work();
-        return 0;
+            std::vector<double> costs_ms(rounds);
+            for (double& cost_ms : costs_ms)
+                cost_ms = timeOf_ms(threadTime_ms, work);
+            tell(std::string(kind.name) + "_" + kModeNames[mode], median(costs_ms));
+        }
     }
-    giveUp("This wants a kind of work, a mode and how many times.");
+    return 0;
 }
