@@ -34,7 +34,8 @@ def main():
     emulator, folder, out, *names = sys.argv[1:]
     programs = [program for program in table.PROGRAMS if any(row.work for row in program.rows)]
     if not {program.name for program in programs}.issuperset(names):
-        sys.exit(f"The programs whose instructions are counted: {', '.join(program.name for program in programs)}")
+        print("Instructions are counted of", ", ".join(program.name for program in programs), file=sys.stderr)
+        return 2
     print("ms: a million instructions, as if the processor carried out a billion in a second", flush=True)
     results = []
     with tempfile.TemporaryDirectory() as scratch:
@@ -51,10 +52,11 @@ def main():
                     table.print_row(*results[-1])
     Path(out).mkdir(parents=True, exist_ok=True)
     table.write_csv(Path(out) / "instructions.csv", results)
+    return 0
 
 
 if __name__ == "__main__":
     try:
-        main()
+        sys.exit(main())
     except table.Failure as failure:
         sys.exit(str(failure))
