@@ -41,7 +41,9 @@ constexpr int kLongestPause_ms = 90;
 const int kCalm_ms = patient_ms(60000);
 /// The same where an answer may have been lost, and the lock be for good.
 const int kShortCalm_ms = patient_ms(10000);
-const int kDay_ms = patient_ms(180000);
+/// In real time each Connect homes the stage, and waits for each answer that is lost. What hangs is
+/// found by its standing still.
+const int kDay_ms = patient_ms(400000);
 const int kStuck_s = patient_ms(30);
 
 const QStringList kOddTexts{"",       "0",   "-1",   "31500",      "99999999999",  "abc",
@@ -814,7 +816,9 @@ private:
     QTimer m_settling;
     QElapsedTimer m_calmSince;
     QElapsedTimer m_quietSince;
-    const int m_wanted = accuracySeeds(0) > 0 ? kManyActions : kFewActions;
+    // In real time an answer that is lost is waited for in full: seconds for an action.
+    const int m_wanted =
+        accuracySeeds(0) > 0 && !(m_realTime && m_withLineFaults) ? kManyActions : kFewActions;
     int m_actions = 0;
     bool m_calm = false;
     bool m_finishSeen = false;
