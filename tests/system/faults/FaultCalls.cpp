@@ -212,6 +212,15 @@ public:
     bool fails() const { return m_error != 0; }
     int error() const { return m_error; }
 
+    /// What runs while this lives is not the program's. For the calling thread.
+    struct Uncounted
+    {
+        Uncounted() { ++s_depth; }
+        ~Uncounted() { --s_depth; }
+        Uncounted(const Uncounted&) = delete;
+        Uncounted& operator=(const Uncounted&) = delete;
+    };
+
 private:
     static int strike(const std::string& call)
     {
@@ -695,6 +704,23 @@ FAILING(int, waitid, (idtype_t type, id_t id, siginfo_t* result, int options), (
 FAILING_QUIETLY(pid_t, wait4, (pid_t id, int* status, int options, rusage* usage),
                 (id, status, options, usage), "process", -1)
 FAILING(pid_t, waitpid, (pid_t id, int* status, int options), (id, status, options), "process", -1)
+
+// A child's end comes at any moment, mostly in the middle of a call that counts: what the library
+// does about it would count on some days only.
+int sigaction(int signal, const struct sigaction* action, struct sigaction* before) noexcept
+{
+    static const auto real = next<int (*)(int, const struct sigaction*, struct sigaction*)>("sigaction");
+    static void (*handle)(int, siginfo_t*, void*) = nullptr;
+    if (signal != SIGCHLD || action == nullptr || (action->sa_flags & SA_SIGINFO) == 0)
+        return real(signal, action, before);
+    handle = action->sa_sigaction;
+    struct sigaction uncounted = *action;
+    uncounted.sa_sigaction = [](int number, siginfo_t* information, void* context) {
+        const Call::Uncounted library;
+        handle(number, information, context);
+    };
+    return real(signal, &uncounted, before);
+}
 
 // A signal to the process -1 is one to every process of the machine. It is told, and held back.
 int kill(pid_t process, int signal) noexcept
