@@ -32,8 +32,9 @@ public:
     /// what: the thing that is done, in a word that can stand in a file's name.
     explicit ResourceRecord(QString what) : m_what(std::move(what)) {}
 
-    /// Looks up what is held now, after so many times.
-    void take(int times) { add(times, resourcesNow()); }
+    /// Looks up what is held now, after so many times: the least of some looks within a fiftieth
+    /// of a second, for a conversion may be under way at most samples of a machine that is busy.
+    void take(int times);
     /// The same with figures from elsewhere.
     void add(int times, const Resources& held);
 
