@@ -1,5 +1,6 @@
 #include "PanelSetup.h"
 
+#include <QApplication>
 #include <QByteArray>
 #include <QFont>
 #include <QStringList>
@@ -29,4 +30,11 @@ void setUpPanel()
     qputenv("QT_FONT_DPI", "96");
     for (const char* font : kOtherFonts)
         QFont::insertSubstitution(kFont, font);
+}
+
+void setUpFont()
+{
+    QFont font = QApplication::font();
+    font.setFamily(kFont);
+    QApplication::setFont(font);
 }

@@ -7,3 +7,8 @@
 /// real 233 dots per inch (4 inches) every caption would be cut, and a scale factor would push
 /// the controls off the panel. GUI thread, before the application object is made.
 void setUpPanel();
+
+/// Gives the form's font to what opens over the form, such as boxes; left to itself, Qt takes the
+/// platform's, another one on each panel. Its size stays the platform's: boxes are few and can be
+/// large. GUI thread, after the application object is made and before the first widget.
+void setUpFont();

@@ -59,5 +59,6 @@ std::unique_ptr<QApplication> startApplication(const char* program, int& argumen
         tellNoScreen(QGuiApplication::platformName());
         return nullptr;
     }
+    setUpFont();
     return application;
 }

@@ -3,6 +3,9 @@
 #include <unistd.h>
 
 #include <QApplication>
+#include <QFont>
+#include <QLabel>
+#include <QMessageBox>
 #include <QScreen>
 #include <QTemporaryFile>
 #include <QtTest>
@@ -75,6 +78,23 @@ private slots:
         QVERIFY(application != nullptr);
         QVERIFY(QGuiApplication::primaryScreen() != nullptr);
         QCOMPARE(reinterpret_cast<quintptr>(left), reinterpret_cast<quintptr>(&ownHandler));
+    }
+
+    void whatOpensOverTheFormIsInItsFont()
+    {
+        char name[] = "program";
+        char* arguments[] = {name, nullptr};
+        int count = 1;
+        const double platforms_pt = [&] {
+            const QApplication application(count, arguments);
+            return QApplication::font().pointSizeF();
+        }();
+        const std::unique_ptr<QApplication> application = startApplication("program", count, arguments);
+        QVERIFY(application != nullptr);
+        for (const QFont& font : {QMessageBox().font(), QLabel().font()}) {
+            QCOMPARE(font.family(), QString("DejaVu Sans"));
+            QCOMPARE(font.pointSizeF(), platforms_pt);
+        }
     }
 };
 
