@@ -118,15 +118,21 @@ private:
     cv::Mat m_rgb;
 };
 
-/// Samples of a camera in that mode, a new frame for each, beside the library calls.
-PairedTimes measureSamples(int mode, int pairs)
+struct SampleTimes
+{
+    std::vector<double> ratios;
+    std::vector<double> samples_ms;
+    std::vector<double> calls_ms;
+};
+
+/// Adds samples of a camera in that mode, a new frame for each, beside the library calls.
+void addSamples(int mode, int pairs, SampleTimes& times)
 {
     ScriptedFrames frames;
     frames.showStripes(kContrast);
     CameraDevices devices({}, frames);
     devices.faults().enable({CameraFault::NoBus});
     installDeviceCalls(&devices);
-    PairedTimes times{};
     {
         OV5642Camera camera;
         if (!camera.open(mode, "", false))
@@ -134,9 +140,6 @@ PairedTimes measureSamples(int mode, int pairs)
         const CaptureMode& size = kCaptureModes[static_cast<std::size_t>(mode)];
         alg_Autofocus autofocus(nullptr, &camera, 0, size.width_px, size.height_px, false);
         LibraryCalls library(size);
-        std::vector<double> ratios;
-        std::vector<double> samples;
-        std::vector<double> calls;
         // The first pair is for the caches.
         for (int pair = -1; pair < pairs; ++pair) {
             if (!devices.waitForFreshFrames(1, kPatience))
@@ -146,29 +149,37 @@ PairedTimes measureSamples(int mode, int pairs)
             const double bare = timeOf_ms(threadTime_ms, [&] { library.run(); });
             if (pair < 0)
                 continue;
-            ratios.push_back(sample / bare);
-            samples.push_back(sample);
-            calls.push_back(bare);
+            times.ratios.push_back(sample / bare);
+            times.samples_ms.push_back(sample);
+            times.calls_ms.push_back(bare);
         }
         if (autofocus.samples().empty() || autofocus.samples().back().focusValue <= 0.0)
             giveUp("A sample has no score.");
-        times = {median(ratios), median(samples), median(calls)};
     }
     installDeviceCalls(nullptr);
-    return times;
 }
 
+/// The modes take turns: a machine that is slower for some seconds is so for both.
 void tellSamples(bool shortRun)
 {
-    const int pairs = shortRun ? 1 : 25;
-    const PairedTimes smaller = measureSamples(kMode1280, pairs);
-    const PairedTimes larger = measureSamples(kMode5M, pairs);
-    tell("sample", larger.ratio,
-         QString::asprintf("%.1f ms, library calls %.1f ms", larger.first_ms, larger.second_ms));
+    const int rounds = shortRun ? 1 : 5;
+    const int pairs = shortRun ? 1 : 5;
+    SampleTimes smaller;
+    SampleTimes larger;
+    for (int round = 0; round < rounds; ++round) {
+        addSamples(kMode1280, pairs, smaller);
+        addSamples(kMode5M, pairs, larger);
+    }
+    tell("sample", median(larger.ratios),
+         QString::asprintf("%.1f ms, library calls %.1f ms", median(larger.samples_ms),
+                           median(larger.calls_ms)));
     const double pixels = double(kFrame.rgbBytes()) / double(kCaptureModes[kMode1280].rgbBytes());
-    tell("sample_growth", larger.first_ms / smaller.first_ms / pixels,
-         QString::asprintf("%.1f ms for %.1f times the pixels of %.1f ms", larger.first_ms, pixels,
-                           smaller.first_ms));
+    std::vector<double> growths;
+    for (std::size_t i = 0; i < larger.samples_ms.size(); ++i)
+        growths.push_back(larger.samples_ms.at(i) / smaller.samples_ms.at(i) / pixels);
+    tell("sample_growth", median(growths),
+         QString::asprintf("%.1f ms for %.1f times the pixels of %.1f ms", median(larger.samples_ms), pixels,
+                           median(smaller.samples_ms)));
 }
 
 } // namespace
