@@ -262,7 +262,8 @@ private slots:
     {
         const PictureMeasures flat = measurePicture(grey(40, 30, 80));
         QCOMPARE(flat.brightness, 80.0);
-        QCOMPARE(flat.contrast, 0.0);
+        // Less than the square root of what a double leaves of 80^2: the library may fuse its sums.
+        QVERIFY2(flat.contrast < 2e-6, qPrintable(QString::number(flat.contrast)));
         QCOMPARE(flat.sharpness, 0.0);
         const PictureMeasures striped = measurePicture(stripes(64, 8));
         QCOMPARE(striped.brightness, 125.0);
