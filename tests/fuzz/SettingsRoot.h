@@ -34,6 +34,12 @@ public:
         return file.readAll();
     }
 
+    /// Whether a text in the content may begin as an object does, in whatever way it is written.
+    static bool mayHoldObject(const QByteArray& content)
+    {
+        return content.contains('@') || content.contains('\\');
+    }
+
     /// All files below the root, hidden ones too, as fixed paths in alphabetical order.
     QStringList files() const
     {

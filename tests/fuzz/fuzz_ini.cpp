@@ -48,13 +48,26 @@ bool isSectionOrEmpty(const QByteArray& line)
     return line.isEmpty() || (line.startsWith('[') && line.endsWith(']'));
 }
 
+// ini_write(), which does not tell. False if it was refused, which only a file may be that an object
+// may begin in.
+bool write(const std::string& section, const std::string& key, const std::string& value)
+{
+    const QByteArray before = SettingsRoot::bytesOf(kFile);
+    const bool written = writeIniEntries({{section, key, value}}, kFileName);
+    const QByteArray after = SettingsRoot::bytesOf(kFile);
+    require(written || (after == before && SettingsRoot::mayHoldObject(before)), "a key is written");
+    require(!holdsUnsafeObject(after), "what is written can be read");
+    return written;
+}
+
 // Writing a key that is there already leaves the file in the form in which QSettings keeps it;
 // false where it takes more rounds, as for blanks that come loose one by one.
 bool settle(const std::string& section, const std::string& key)
 {
     for (int round = 0; round < kMostRounds; ++round) {
         const QByteArray before = SettingsRoot::bytesOf(kFile);
-        ini_write(section, key, "settled", kFileName);
+        if (!write(section, key, "settled"))
+            return false;
         if (SettingsRoot::bytesOf(kFile) == before)
             return true;
     }
@@ -64,7 +77,8 @@ bool settle(const std::string& section, const std::string& key)
 void writeAndRead(const std::string& section, const std::string& key, const std::string& value, bool isPlain)
 {
     const QByteArray before = SettingsRoot::bytesOf(kFile);
-    ini_write(section, key, value, kFileName);
+    if (!write(section, key, value))
+        return;
     const QByteArray after = SettingsRoot::bytesOf(kFile);
     require(!after.contains("%20"), "after a write no blank is coded");
     if (!isPlain)

@@ -274,6 +274,35 @@ private slots:
         QCOMPARE(QSettings(readableSettingsPath(kStageFile), QSettings::IniFormat).value("a").toInt(), 3);
     }
 
+    // At the end of the file its bytes come to an end too early, which is in order. A save puts others
+    // behind it, and what it left would not be read any more.
+    void aSaveThatWouldMakeATextAnObjectIsRefused_data()
+    {
+        QTest::addColumn<QByteArray>("before");
+        QTest::newRow("behind a letter that is none of ASCII's") << QByteArray("\xe9");
+        QTest::newRow("behind a blank") << QByteArray("a ");
+    }
+
+    void aSaveThatWouldMakeATextAnObjectIsRefused()
+    {
+        QFETCH(QByteArray, before);
+        const QByteArray content = "[Z stage]\nStep=5\ntext=" + before + "@Variant(" + kList + "\\0\\0\n";
+        QVERIFY(!holdsUnsafeObject(content));
+        putBytes(path(), content);
+        const LogRecorder log;
+        {
+            SafeSettingsFile settings(kStageFile);
+            settings.settings().setValue("a", 1);
+            QVERIFY(!settings.commit());
+        }
+        ini_write("Z stage", "Step", "6", kStageFile);
+        QCOMPARE(bytesOf(path()), content);
+        QCOMPARE(log.messages().filter(QString("not saved: %1 %2").arg(kStageFile, kReason)).size(), 2);
+        std::string step;
+        QVERIFY(ini_read("Z stage", "Step", "", step, kStageFile));
+        QCOMPARE(step, std::string("5"));
+    }
+
 private:
     static QString path() { return instrumentPath(QString(kStageFile)); }
 
