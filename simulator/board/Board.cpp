@@ -91,6 +91,13 @@ void Board::receive(std::string_view bytes, InstrumentTime now)
         m_input.erase(0, m_input.size() - kLongestLine);
 }
 
+std::vector<std::string> Board::newLines(std::size_t& seen) const
+{
+    const std::size_t passed = std::clamp(seen, m_forgottenLines, m_forgottenLines + m_received.size());
+    seen = m_forgottenLines + m_received.size();
+    return {m_received.end() - static_cast<std::ptrdiff_t>(seen - passed), m_received.end()};
+}
+
 void Board::receiveLine(std::string_view line, InstrumentTime now)
 {
     const bool ended = !line.empty() && line.back() == '\r';
@@ -99,8 +106,10 @@ void Board::receiveLine(std::string_view line, InstrumentTime now)
     m_received.emplace_back(line);
     if (!ended)
         m_received.back() += '\n';
-    if (m_received.size() > kKeptLines)
+    if (m_received.size() > kKeptLines) {
         m_received.pop_front();
+        ++m_forgottenLines;
+    }
     if (m_script) {
         answerByScript(now);
         return;

@@ -102,6 +102,9 @@ public:
     /// The lines received, without their ends, oldest first; the last ten thousand of them. A
     /// line that ended in a line feed alone keeps it.
     const std::deque<std::string>& receivedLines() const { return m_received; }
+    /// Those that came after the first so many of all that ever came, as far as they are kept; the
+    /// number is that of all then.
+    std::vector<std::string> newLines(std::size_t& seen) const;
 
 private:
     struct CommandRow;
@@ -172,6 +175,7 @@ private:
     BoardTransmitter m_transmitter;
     std::string m_input; // of the line that is not complete yet
     std::deque<std::string> m_received;
+    std::size_t m_forgottenLines = 0;
     std::optional<Job> m_job;      // the command under way
     std::optional<Job> m_stopping; // the STOP that brakes
     std::deque<Request> m_queue;

@@ -86,7 +86,7 @@ bool FocusRig::putStage(int position, const std::vector<LineFaultRule>& faults)
     m_board->withBoard([&](Board& board, InstrumentTime) {
         for (const LineFaultRule& fault : faults)
             board.addFault(fault);
-        m_firstLine = board.receivedLines().size();
+        board.newLines(m_linesBefore);
     });
     return followed;
 }
@@ -100,8 +100,9 @@ QStringList FocusRig::lines()
 {
     QStringList lines;
     m_board->withBoard([&](Board& board, InstrumentTime) {
-        for (std::size_t i = m_firstLine; i < board.receivedLines().size(); ++i) {
-            const auto fields = QString::fromStdString(board.receivedLines()[i]).split(QLatin1Char(','));
+        std::size_t seen = m_linesBefore;
+        for (const std::string& line : board.newLines(seen)) {
+            const auto fields = QString::fromStdString(line).split(QLatin1Char(','));
             lines << fields.value(2) + QLatin1Char(',') + fields.value(3);
         }
     });

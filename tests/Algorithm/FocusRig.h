@@ -112,7 +112,7 @@ private:
     ScriptedFrames m_frames;
     CameraDevices m_devices;
     std::unique_ptr<BoardPort> m_board;
-    std::size_t m_firstLine = 0;
+    std::size_t m_linesBefore = 0;
     std::unique_ptr<OV5642Camera> m_camera;
     bool m_up = false;
 };

@@ -6,7 +6,6 @@
 // The end of the input ends the program.
 
 #include <cstdio>
-#include <deque>
 #include <iostream>
 #include <string>
 
@@ -23,9 +22,8 @@ constexpr int kPause_ms = 50; // after which the board is asked for new lines
 void tellNewLines(BoardPort& port, std::size_t& told)
 {
     port.withBoard([&told](const Board& board, InstrumentTime) {
-        const std::deque<std::string>& lines = board.receivedLines();
-        for (; told < lines.size(); ++told)
-            std::cout << "line " << lines[told] << '\n';
+        for (const std::string& line : board.newLines(told))
+            std::cout << "line " << line << '\n';
     });
     std::cout << std::flush;
 }

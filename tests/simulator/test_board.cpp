@@ -352,6 +352,30 @@ private slots:
         QCOMPARE(m_board.receivedLines().size(), std::size_t(10000));
     }
 
+    void newLinesAreThoseSinceTheLastLook()
+    {
+        using Lines = std::vector<std::string>;
+        std::size_t seen = 0;
+        QCOMPARE(m_board.newLines(seen), Lines{});
+        m_board.receive("a\r\nb\r\n", kStart);
+        QCOMPARE(m_board.newLines(seen), (Lines{"a", "b"}));
+        QCOMPARE(m_board.newLines(seen), Lines{});
+        std::size_t fewer = 1;
+        QCOMPARE(m_board.newLines(fewer), Lines{"b"});
+        // Also when lines have been forgotten meanwhile.
+        for (int i = 0; i < 10000; ++i)
+            m_board.receive("c\r\n", kStart);
+        QCOMPARE(m_board.newLines(seen), Lines(10000, "c"));
+        m_board.receive("d\r\n", kStart);
+        QCOMPARE(m_board.newLines(seen), Lines{"d"});
+        QCOMPARE(seen, std::size_t(10003));
+        fewer = 1;
+        QCOMPARE(m_board.newLines(fewer).size(), std::size_t(10000));
+        std::size_t beyond = seen + 1;
+        QCOMPARE(m_board.newLines(beyond), Lines{});
+        QCOMPARE(beyond, seen);
+    }
+
     void faultsHaveNames()
     {
         std::set<std::string> names;

@@ -178,9 +178,8 @@ QStringList WindowFixture::takeBoardLines()
 {
     QStringList lines;
     board().withBoard([&](Board& board, InstrumentTime) {
-        const auto& received = board.receivedLines();
-        for (; m_seenLines < received.size(); ++m_seenLines)
-            lines.append(QString::fromStdString(received[m_seenLines]));
+        for (const std::string& line : board.newLines(m_seenLines))
+            lines.append(QString::fromStdString(line));
     });
     return lines;
 }
