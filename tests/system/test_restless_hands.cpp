@@ -315,17 +315,16 @@ private:
             hold();
         else if (kind < 80)
             drag();
-        else if (kind < 92 && isHandlerUnderWay())
+        else if (kind >= 92 || isHandlerUnderWay())
             disturb();
         else if (kind < 87)
             type();
         else if (kind < 91)
             key();
-        else if (kind < 92) {
+        else {
             say("close");
             m_window->close();
-        } else
-            disturb();
+        }
     }
 
     /// Whether a handler lets events in, without a box: input waits for its end then. So do touches;
