@@ -13,6 +13,7 @@
 #include <QFileInfo>
 
 #include "platform/FileDescriptor.h"
+#include "settings/StoredObjects.h"
 
 namespace {
 
@@ -124,6 +125,11 @@ QString FileReplacement::scratchFile() const
 
 bool FileReplacement::commit(const QByteArray& content)
 {
+    // A text at the end of the old content, where its bytes end too early, may be an object elsewhere.
+    if (holdsUnsafeObject(content)) {
+        m_reason = QLatin1String(kUnsafeObjectReason);
+        return false;
+    }
     const QByteArray target = QFile::encodeName(m_path);
     struct stat old = {};
     const bool exists = ::stat(target.constData(), &old) == 0;

@@ -41,10 +41,11 @@ public:
     /// one, so that nothing remembered under a path can be taken for another file's content.
     QString scratchFile() const;
 
-    /// Puts content in the file's place. On failure the file is as it was.
+    /// Puts content in the file's place. On failure the file is as it was; content that holds an
+    /// unsafe object, and could not be read again, is one.
     bool commit(const QByteArray& content);
 
-    /// Why the last call failed, in the system's words.
+    /// Why the last call failed, in the system's words but for an unsafe object.
     QString reason() const { return m_reason; }
 
 private:

@@ -99,8 +99,5 @@ bool writeIniEntries(const std::vector<IniEntry>& entries, const std::string& fi
     }
     if (!written)
         return saveFailed(fixedPath, reason);
-    // A text at the end of the file, where its bytes end too early, may be an object elsewhere.
-    if (holdsUnsafeObject(content))
-        return saveFailed(fixedPath, kUnsafeObjectReason);
     return file.commit(content) || saveFailed(fixedPath, file.reason());
 }

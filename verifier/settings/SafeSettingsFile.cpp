@@ -29,8 +29,5 @@ bool SafeSettingsFile::commit()
     QString reason;
     if (!m_scratch->finish(content, reason))
         return saveFailed(m_fixedPath, reason);
-    // A text at the end of the file, where its bytes end too early, may be an object elsewhere.
-    if (holdsUnsafeObject(content))
-        return saveFailed(m_fixedPath, kUnsafeObjectReason);
     return m_file.commit(content) || saveFailed(m_fixedPath, m_file.reason());
 }

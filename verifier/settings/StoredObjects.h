@@ -17,6 +17,5 @@ bool holdsUnsafeObject(const QByteArray& content);
 /// debug stream says so. A file is looked into once, and again when it has changed. GUI thread.
 QString readableSettingsPath(const QString& fixedPath);
 
-/// What a save says of a file that holds an unsafe object, or would hold one after it, and that it
-/// leaves alone.
+/// What a save says of a file that holds an unsafe object, or would, and that it leaves alone.
 extern const char* const kUnsafeObjectReason;
