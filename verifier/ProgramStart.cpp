@@ -34,6 +34,14 @@ void endWithoutScreen(QtMsgType type, const QMessageLogContext& context, const Q
     std::_Exit(kProgramFailed);
 }
 
+/// Names the machine's zone to the C library, which else looks whether it is still the same before
+/// each time that Qt converts: 450 times in a start. Whoever named another keeps it.
+void setUpTimeZone()
+{
+    if (!qEnvironmentVariableIsSet("TZ"))
+        qputenv("TZ", ":/etc/localtime");
+}
+
 } // namespace
 
 QString programAndVersion(const char* program)
@@ -49,6 +57,7 @@ void logProgramVersion(const char* program)
 std::unique_ptr<QApplication> startApplication(const char* program, int& argumentCount, char* arguments[])
 {
     setUpPanel();
+    setUpTimeZone();
 
     g_program = program;
     g_handlerBefore = qInstallMessageHandler(endWithoutScreen);

@@ -1,11 +1,14 @@
+#include <ctime>
 #include <memory>
 
 #include <unistd.h>
 
 #include <QApplication>
+#include <QDateTime>
 #include <QFont>
 #include <QLabel>
 #include <QMessageBox>
+#include <QScopeGuard>
 #include <QScreen>
 #include <QTemporaryFile>
 #include <QtTest>
@@ -78,6 +81,29 @@ private slots:
         QVERIFY(application != nullptr);
         QVERIFY(QGuiApplication::primaryScreen() != nullptr);
         QCOMPARE(reinterpret_cast<quintptr>(left), reinterpret_cast<quintptr>(&ownHandler));
+    }
+
+    void theTimeZoneIsTheMachinesUnlessOneIsNamed()
+    {
+        const QByteArray before = qgetenv("TZ");
+        const auto restore = qScopeGuard([&] {
+            before.isNull() ? qunsetenv("TZ") : qputenv("TZ", before);
+            ::tzset();
+        });
+        const QDateTime summer(QDate(2026, 7, 1), QTime(12, 0), Qt::UTC);
+        char name[] = "program";
+        char* arguments[] = {name, nullptr};
+        int count = 1;
+
+        qunsetenv("TZ");
+        const QString machines = summer.toLocalTime().toString(Qt::ISODate);
+        QVERIFY(startApplication("program", count, arguments) != nullptr);
+        QCOMPARE(qgetenv("TZ"), QByteArray(":/etc/localtime"));
+        QCOMPARE(summer.toLocalTime().toString(Qt::ISODate), machines);
+
+        qputenv("TZ", "XYZ-5:30");
+        QVERIFY(startApplication("program", count, arguments) != nullptr);
+        QCOMPARE(summer.toLocalTime().toString(Qt::ISODate), QString("2026-07-01T17:30:00"));
     }
 
     void whatOpensOverTheFormIsInItsFont()
