@@ -54,7 +54,9 @@ endif()
 function(orla_library target)
     cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE;HOT" ${ARGN})
     add_library(${target} STATIC ${ARG_SOURCES} ${ARG_HOT})
-    set_target_properties(${target} PROPERTIES AUTOMOC ON AUTOUIC ON AUTORCC ON)
+    # Format 1 keeps no file times: the same sources give the same program.
+    set_target_properties(${target} PROPERTIES AUTOMOC ON AUTOUIC ON AUTORCC ON
+        AUTORCC_OPTIONS "--format-version;1")
     target_link_libraries(${target} PUBLIC orla_options ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
     if(ARG_HOT)
         set_source_files_properties(${ARG_HOT} PROPERTIES
