@@ -223,6 +223,7 @@ public:
     void SetNavigatorRect(QRect& rectangle);
 
 private slots:
+    void on_CHECK_CROSS_LINE_clicked();
     void on_CHECK_SCALED_TO_FIT_clicked(bool checked);
 
 protected:

@@ -161,8 +161,15 @@ void ORLA_II_Plus_Verifier::mouseReleaseEvent(QMouseEvent*)
     m_dragging = false;
 }
 
+// Both boxes repaint by themselves: a camera that is gone brings no frame that would.
+void ORLA_II_Plus_Verifier::on_CHECK_CROSS_LINE_clicked()
+{
+    update(m_viewRect);
+}
+
 void ORLA_II_Plus_Verifier::on_CHECK_SCALED_TO_FIT_clicked(bool checked)
 {
     if (checked)
         m_viewOffset = QPoint(0, 0);
+    update(m_viewRect);
 }

@@ -364,6 +364,28 @@ private slots:
         QVERIFY(waitForFrames(2));
     }
 
+    void theBoxesOfTheViewActAtOnce_data()
+    {
+        QTest::addColumn<QByteArray>("box");
+        QTest::newRow("cross line") << QByteArray("CHECK_CROSS_LINE");
+        QTest::newRow("scaled to fit") << QByteArray("CHECK_SCALED_TO_FIT");
+    }
+
+    void theBoxesOfTheViewActAtOnce()
+    {
+        QFETCH(QByteArray, box);
+        // No frame comes that would repaint it anyway.
+        window().stopCamera();
+        QTest::qWait(100);
+        for (int i = 0; i < 2; ++i) {
+            const PaintWatch watch(window(), QRect(0, 0, 640, 480));
+            click(box);
+            QTRY_COMPARE(watch.paints(), 1);
+        }
+        click("BUTTON_RESOLUTION_1280");
+        QVERIFY(waitForFrames(2));
+    }
+
     // It paints all of its ground itself, and only what is not covered.
     void nobodyFillsTheWindowBeforeItPaints() { QVERIFY(window().testAttribute(Qt::WA_OpaquePaintEvent)); }
 
