@@ -144,6 +144,30 @@ private slots:
         QVERIFY2(messages().endsWith("before() \nafter() \n"), qPrintable(messages()));
     }
 
+    void aStrokeOverAConsoleDoesNotPanThePictureBelow_data()
+    {
+        QTest::addColumn<int>("selected");
+        QTest::newRow("messages") << 1;
+        QTest::newRow("controller") << 2;
+    }
+
+    void aStrokeOverAConsoleDoesNotPanThePictureBelow()
+    {
+        QFETCH(int, selected);
+        QRect before;
+        window().SetNavigatorRect(before);
+        find<QSpinBox>("SPIN_DEBUG")->setValue(selected);
+        click("BUTTON_DEBUG");
+        QWindow* screen = window().windowHandle();
+        QTest::mousePress(screen, Qt::LeftButton, {}, QPoint(400, 300));
+        for (int i = 1; i <= 8; ++i)
+            QTest::mouseMove(screen, QPoint(400 - 20 * i, 300 - 20 * i));
+        QTest::mouseRelease(screen, Qt::LeftButton, {}, QPoint(240, 140));
+        QRect after;
+        window().SetNavigatorRect(after);
+        QCOMPARE(after, before);
+    }
+
     void changingTheSelectorWhileShownHasNoEffect()
     {
         click("BUTTON_DEBUG");

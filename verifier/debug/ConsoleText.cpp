@@ -83,4 +83,6 @@ void setUpConsoleText(QPlainTextEdit* area)
 {
     new ErrorLines(area->document());
     new FingerScroll(area);
+    // The text takes no stroke for itself; the window would pan the picture below with it.
+    area->setAttribute(Qt::WA_NoMousePropagation);
 }
