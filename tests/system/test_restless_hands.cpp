@@ -661,6 +661,11 @@ private:
                 dialog->reject();
             return;
         }
+        // It has its button marked and locked until its end, and may have begun long ago.
+        if (isHandlerUnderWay()) {
+            m_quietSince.invalidate();
+            return;
+        }
         const bool locked = !m_window->isEnabled() || !find<QWidget>("TAB_MENU")->isEnabled();
         if (locked && m_calmSince.elapsed() < (m_withLineFaults ? kShortCalm_ms : kCalm_ms)) {
             m_quietSince.invalidate();
