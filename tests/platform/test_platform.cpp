@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -7,6 +8,7 @@
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/select.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <QTemporaryDir>
@@ -21,6 +23,7 @@
 namespace {
 
 int g_syncs = 0;
+volatile std::sig_atomic_t g_signals = 0;
 
 timeval g_askedTime{};
 bool g_timePasses = true;
@@ -185,6 +188,27 @@ private slots:
         const qint64 elapsed_ns = timer.nsecsElapsed();
         QVERIFY(elapsed_ns >= 5000000);
         QVERIFY(elapsed_ns < 1000000000);
+    }
+
+    void aSignalDoesNotCutAPauseShort()
+    {
+        struct sigaction heard = {};
+        heard.sa_handler = [](int) { g_signals = g_signals + 1; };
+        heard.sa_flags = SA_RESTART;
+        struct sigaction before = {};
+        QCOMPARE(::sigaction(SIGALRM, &heard, &before), 0);
+        const itimerval often{{0, 10000}, {0, 10000}};
+        const itimerval never{};
+        SystemDeviceCalls calls;
+        QElapsedTimer timer;
+        timer.start();
+        ::setitimer(ITIMER_REAL, &often, nullptr);
+        calls.pause(200000);
+        const qint64 elapsed_ns = timer.nsecsElapsed();
+        ::setitimer(ITIMER_REAL, &never, nullptr);
+        ::sigaction(SIGALRM, &before, nullptr);
+        QVERIFY(g_signals > 1);
+        QVERIFY2(elapsed_ns >= 200000000, qPrintable(QString::number(elapsed_ns)));
     }
 
     void waitingOnAnUnusableDescriptorIsAnError_data()

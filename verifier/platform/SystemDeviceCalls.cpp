@@ -1,6 +1,7 @@
 #include "platform/SystemDeviceCalls.h"
 
 #include <cerrno>
+#include <chrono>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -76,7 +77,13 @@ int SystemDeviceCalls::waitReadable(int fd, int timeout_ms)
 
 void SystemDeviceCalls::pause(unsigned int duration_us)
 {
-    ::usleep(duration_us);
+    using std::chrono::microseconds;
+    using std::chrono::steady_clock;
+    const auto end = steady_clock::now() + microseconds(duration_us);
+    // A signal ends usleep(), SIGTERM say; what is paused for takes its time all the same.
+    auto left = microseconds(duration_us);
+    while (left.count() > 0 && ::usleep(static_cast<useconds_t>(left.count())) != 0 && errno == EINTR)
+        left = std::chrono::ceil<microseconds>(end - steady_clock::now());
 }
 
 void SystemDeviceCalls::syncFileSystems()
