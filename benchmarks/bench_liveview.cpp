@@ -378,9 +378,11 @@ Bench::Shown Bench::watch(const CaptureMode& mode, View view, int frames)
     if (view == View::Panning)
         drag = std::make_unique<Drag>(*m_window);
     std::map<unsigned, double> seen_ms;
-    // Queued: when it runs, the painting has gone on to the screen.
-    const auto connection = QObject::connect(
-        m_window.get(), &ORLA_II_Plus_Verifier::updateFrameDone, m_window.get(),
+    // Queued: when it runs, the painting has gone on to the screen. What waits then goes with its
+    // receiver; a disconnection would leave it to run when the map is gone.
+    auto screen = std::make_unique<QObject>();
+    QObject::connect(
+        m_window.get(), &ORLA_II_Plus_Verifier::updateFrameDone, screen.get(),
         [&] { seen_ms.emplace(readStamp(*m_window), static_cast<double>(instrumentTime().count()) / 1e3); },
         Qt::QueuedConnection);
     wait(m_settle_ms / 4);
@@ -409,7 +411,7 @@ Bench::Shown Bench::watch(const CaptureMode& mode, View view, int frames)
     const std::uint64_t delivered = m_calls.dequeued() - first;
     const int shown = conversionsSoFar() - converted;
     wait(m_settle_ms / 2);
-    QObject::disconnect(connection);
+    screen.reset();
     m_calls.stamp(nullptr, view);
     if (delivered == 0)
         giveUp("The camera delivers no frame.");
