@@ -453,7 +453,7 @@ private slots:
             QVERIFY2(widget->metaObject()->indexOfSignal(signal) >= 0, signature.constData());
             ++bound;
         }
-        QCOMPARE(bound, 61);
+        QCOMPARE(bound, 62);
     }
 
     void noAtExitLeavesEverythingAsItIs()
