@@ -91,7 +91,7 @@ class Matrix:
 
     def undisturbed(self):
         worker = Worker(self.program)
-        days = [worker.run({"counts": True}) for _ in range(2)]
+        days = [worker.run({"counts": True, "turn": max(TURNS)}) for _ in range(2)]
         worker.close()
         if "hindrance" in days[0]:
             return days[0]
