@@ -89,11 +89,13 @@ void ORLA_II_Plus_Verifier::on_BUTTON_SAVE_INI_clicked()
 {
     logMessage(this, {Q_FUNC_INFO});
     settleTypedNumbers();
-    SafeSettingsFile file(m_settingsFile);
-    set_INI_value(file.settings());
-    // A failure is in the log; the box only says that Save is over.
-    if (!file.commit())
-        logUnsaved(Q_FUNC_INFO, m_settingsFile);
+    {
+        SafeSettingsFile file(m_settingsFile);
+        set_INI_value(file.settings());
+        // A failure is in the log; the box only says that Save is over.
+        if (!file.commit())
+            logUnsaved(Q_FUNC_INFO, m_settingsFile);
+    }
     QMessageBox::information(this, kMessageTitle, "INI saved !", QMessageBox::Ok);
 }
 

@@ -122,6 +122,19 @@ private slots:
             QCOMPARE(m_folder.content(kSettingsFiles[i]), once[i]);
     }
 
+    // Who reads "saved" may switch off.
+    void nothingOfASaveIsLeftWhenItIsSaidToBeOver()
+    {
+        QStringList left{"no box"};
+        const auto connection = connect(&boxes(), &BoxWatcher::boxShown, [&] {
+            left = QDir(QFileInfo(machinePath(kMainSettingsFile)).path())
+                       .entryList({"*.saving"}, QDir::Hidden | QDir::Dirs);
+        });
+        save(kStage);
+        disconnect(connection);
+        QCOMPARE(left, QStringList());
+    }
+
     void savingAnswersWithItsBoxAndItsLog_data() { whatWasChangedOnEveryTabIsSavedFromItsOwnTabOnly_data(); }
 
     void savingAnswersWithItsBoxAndItsLog()
