@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <termios.h>
 
+#include <QSerialPort>
 #include <QtTest>
 
 #include "ControllerFixture.h"
@@ -80,6 +81,20 @@ private slots:
                      "opened serial port \"/dev/ttyS2\"",
                      "connected",
                  }));
+    }
+
+    // A lock file of no device's, and a wait for the disk, would be all that comes of it.
+    void aPortWithoutANameIsNotTried()
+    {
+        ControllerFixture fixture;
+        auto* port = fixture.controller.findChild<QSerialPort*>();
+        QVERIFY(port != nullptr);
+        QStringList tried;
+        connect(port, &QSerialPort::errorOccurred, this, [&] { tried.append(port->portName()); });
+        fixture.openAnswered();
+        QVERIFY(fixture.controller.isSerialPortOpen());
+        QVERIFY(!tried.isEmpty());
+        QVERIFY2(!tried.contains(""), "a port without a name was tried");
     }
 
     // By the port's own word: a pseudo-terminal does not take every setting.

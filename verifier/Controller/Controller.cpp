@@ -64,8 +64,9 @@ void Controller::openSerialPort()
         qDebug() << "the serial port" << kPortName << "is already open";
         return;
     }
-    // Works only for a port that was configured before; it is then not probed again.
-    if (m_serialPort->open(QIODevice::ReadWrite)) {
+    // A port that was configured before is not probed again. Without a name it cannot be opened: all
+    // that an attempt leaves is a wait for the disk, for a lock of no device's.
+    if (!m_serialPort->portName().isEmpty() && m_serialPort->open(QIODevice::ReadWrite)) {
         qDebug() << "opened serial port" << kPortName;
         return;
     }
