@@ -13,6 +13,7 @@
 
 #include "BoardState.h"
 #include "Controller/Controller.h"
+#include "PanelSetup.h"
 #include "WindowStyle.h"
 #include "camera/FrameSlots.h"
 #include "camera/GrabThread.h"
@@ -48,6 +49,7 @@ ORLA_II_Plus_Verifier::ORLA_II_Plus_Verifier(QWidget* parent)
     : QMainWindow(parent), m_form(std::make_unique<Ui_ORLA_II_Plus_Verifier>())
 {
     Q_INIT_RESOURCE(GUI);
+    setUpFont();
     m_form->setupUi(this);
     releaseDisplayLayer();
     setFixedSize(kWindowWidth_px, kWindowHeight_px);

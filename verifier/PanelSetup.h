@@ -8,7 +8,9 @@
 /// the controls off the panel. GUI thread, before the application object is made.
 void setUpPanel();
 
-/// Gives the form's font to what opens over the form, such as boxes; left to itself, Qt takes the
-/// platform's, another one on each panel. Its size stays the platform's: boxes are few and can be
-/// large. GUI thread, after the application object is made and before the first widget.
+/// Sets the form's font for all widgets, also of what opens over the form, such as boxes; left to
+/// itself, Qt takes the platform's, another one on each panel. Boxes keep the platform's size: they
+/// are few and can be large. The form says its sizes alone: named in its fonts too, the family would
+/// make Qt look up each of them twice, once for what inherits it. GUI thread, after the application
+/// object is made and before the form.
 void setUpFont();

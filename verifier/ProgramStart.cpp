@@ -68,6 +68,5 @@ std::unique_ptr<QApplication> startApplication(const char* program, int& argumen
         tellNoScreen(QGuiApplication::platformName());
         return nullptr;
     }
-    setUpFont();
     return application;
 }

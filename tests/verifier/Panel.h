@@ -4,6 +4,7 @@
 #include <QPainter>
 #include <QRect>
 
+#include "PanelSetup.h"
 #include "ui_ORLA_II_Plus_Verifier.h"
 
 const QRect kWindow(0, 0, 800, 480);
@@ -18,6 +19,7 @@ public:
     Panel()
     {
         Q_INIT_RESOURCE(GUI);
+        setUpFont();
         ui.setupUi(this);
         setFixedSize(kWindow.size());
         ui.QC_MEASURE->hide();

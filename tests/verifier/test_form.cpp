@@ -3,6 +3,8 @@
 #include <memory>
 
 #include <QAccessible>
+#include <QApplication>
+#include <QMessageBox>
 #include <QSet>
 #include <QTabBar>
 #include <QtTest>
@@ -139,8 +141,10 @@ class TestForm : public QObject
 
 private:
     std::unique_ptr<Panel> m_panel;
+    double m_platformsSize_pt = 0.0;
 
 private slots:
+    void initTestCase() { m_platformsSize_pt = QApplication::font().pointSizeF(); }
     void init() { m_panel = std::make_unique<Panel>(); }
     void cleanup() { m_panel.reset(); }
 
@@ -386,6 +390,24 @@ private slots:
             const bool isExit = widget == m_panel->ui.BUTTON_EXIT;
             QCOMPARE(widget->styleSheet(), QString(isExit ? kExit : ""));
         }
+    }
+
+    // Of the inner parts of widgets too. A font that names the family again is another one to Qt,
+    // and looked up apart from what inherits it.
+    void noFontIsLookedUpTwice()
+    {
+        for (const QWidget* widget : m_panel->findChildren<QWidget*>()) {
+            QCOMPARE(widget->font().family(), QString("DejaVu Sans"));
+            QVERIFY2(widget->font().families() == m_panel->font().families(),
+                     qPrintable(widget->objectName()));
+        }
+    }
+
+    void whatOpensOverTheFormIsInItsFont()
+    {
+        QCOMPARE(QMessageBox().font().family(), QString("DejaVu Sans"));
+        QCOMPARE(QMessageBox(m_panel.get()).font().family(), QString("DejaVu Sans"));
+        QCOMPARE(QMessageBox().font().pointSizeF(), m_platformsSize_pt);
     }
 
     void fontsAreOfOneFamilyAndReadable()

@@ -5,9 +5,6 @@
 
 #include <QApplication>
 #include <QDateTime>
-#include <QFont>
-#include <QLabel>
-#include <QMessageBox>
 #include <QScopeGuard>
 #include <QScreen>
 #include <QTemporaryFile>
@@ -104,23 +101,6 @@ private slots:
         qputenv("TZ", "XYZ-5:30");
         QVERIFY(startApplication("program", count, arguments) != nullptr);
         QCOMPARE(summer.toLocalTime().toString(Qt::ISODate), QString("2026-07-01T17:30:00"));
-    }
-
-    void whatOpensOverTheFormIsInItsFont()
-    {
-        char name[] = "program";
-        char* arguments[] = {name, nullptr};
-        int count = 1;
-        const double platforms_pt = [&] {
-            const QApplication application(count, arguments);
-            return QApplication::font().pointSizeF();
-        }();
-        const std::unique_ptr<QApplication> application = startApplication("program", count, arguments);
-        QVERIFY(application != nullptr);
-        for (const QFont& font : {QMessageBox().font(), QLabel().font()}) {
-            QCOMPARE(font.family(), QString("DejaVu Sans"));
-            QCOMPARE(font.pointSizeF(), platforms_pt);
-        }
     }
 };
 
