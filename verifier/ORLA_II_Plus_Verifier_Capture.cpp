@@ -12,6 +12,7 @@
 #include <QKeyEvent>
 #include <QMessageBox>
 #include <QScreen>
+#include <QSettings>
 
 #include <opencv2/core.hpp>
 
@@ -29,6 +30,8 @@ namespace {
 
 constexpr const char* kScreenshotName = "%s/KorvexCap-%04d.png";
 constexpr const char* kCaptureEnding = ".tif";
+// Below which nothing can be made or found.
+constexpr const char* kNoFolder = "/dev/null";
 
 constexpr int kSkipFrameMinimum = 1;
 constexpr int kSkipFrameMaximum = 30;
@@ -77,6 +80,8 @@ void ORLA_II_Plus_Verifier::on_BUTTON_CAPTURE_clicked()
     logMessage(this, {Q_FUNC_INFO});
     if (!isUsbDiskMounted())
         return;
+    // Else the dialog keeps the folders that were visited in a file of root's, written anew each time.
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, kNoFolder);
     const QString fileName = QFileDialog::getSaveFileName(
         this, tr("Save image"), instrumentPath(QString(kDiskMountPoint)), tr("TIFF image (*.tif)"));
     if (fileName.isEmpty())

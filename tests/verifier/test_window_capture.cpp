@@ -1,4 +1,6 @@
+#include <QApplication>
 #include <QDir>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -77,6 +79,17 @@ private slots:
         QCOMPARE(dialog.filters, QStringList("TIFF image (*.tif)"));
         QVERIFY(dialog.saves);
         QVERIFY2(dialog.windowWasEnabled, "the window is locked only when the name is known");
+    }
+
+    void theDialogLeavesNoFileOfItsOwn()
+    {
+        const QString settings = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation);
+        QVERIFY(QFileInfo(settings).isDir());
+        QVERIFY(plugAndMount(*this));
+        capture("a");
+        QCOMPARE(dialogs().size(), 1);
+        QCOMPARE(QDir(settings).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                 QStringList());
     }
 
     void tifIsAlwaysAppended_data()
@@ -324,5 +337,13 @@ private:
     }
 };
 
-QTEST_MAIN(TestWindowCapture)
+// With a folder of its own for settings that belong to a user: Qt asks where it is once.
+int main(int argc, char** argv)
+{
+    const QTemporaryDir settings;
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(settings.path()));
+    const QApplication application(argc, argv);
+    TestWindowCapture test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "test_window_capture.moc"
