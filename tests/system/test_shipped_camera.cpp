@@ -222,6 +222,8 @@ private slots:
         const QByteArray start = program.content("mnt/cells.tif.tif").left(4);
         QVERIFY(start == QByteArray("II*\0", 4) || start == QByteArray("MM\0*", 4));
         QCOMPARE(program.exit(), 0);
+        const QDir home(program.file("home"));
+        QCOMPARE(home.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
     }
 
     void autofocusSweepsPicksAndLogs()
