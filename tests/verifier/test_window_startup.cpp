@@ -456,6 +456,14 @@ private slots:
         QCOMPARE(bound, 62);
     }
 
+    // Whoever made the application: the form itself names no family.
+    void theWindowSetsItsFont()
+    {
+        for (const QWidget* widget : window().findChildren<QWidget*>())
+            QCOMPARE(widget->font().family(), QString("DejaVu Sans"));
+        QCOMPARE(QMessageBox().font().family(), QString("DejaVu Sans"));
+    }
+
     void noAtExitLeavesEverythingAsItIs()
     {
         boxes().answerNextWith("No");
