@@ -48,7 +48,7 @@ public:
 private slots:
     void init()
     {
-        clearFaults();
+        endFaults();
         Controller::getInstance()->z_stage_abs(SERIAL_BLOCKING, kStart_steps);
         Controller::getInstance()->z_stage_pos();
         find<QCheckBox>("CHECK_DEBUG_AUTOFOCUS")->setChecked(false);
@@ -428,10 +428,10 @@ private slots:
         QCOMPARE(sequencers().size(), 1);
         endStuckRun();
         boxes().clear();
-        clearFaults();
+        endFaults();
         setText("EDIT_Z_POSITION", QString::number(kCentre_steps));
         QVERIFY(runs());
-        QVERIFY(waitUntil([&] { return notice->isHidden(); }));
+        QVERIFY2(waitUntil([&] { return notice->isHidden(); }), qPrintable(notice->text()));
     }
 
     void aRefusedLastMoveEndsTheRunAndShowsWhereTheStageIs()
@@ -496,8 +496,6 @@ private slots:
     void aPressDuringARunDoesNothing()
     {
         beginStuckRun();
-        QTest::qWait(100);
-        QVERIFY(!takeBoardLines().isEmpty());
         clearConsoles();
         click("BUTTON_AUTOFOCUS");
         find<QPushButton>("BUTTON_AUTOFOCUS")->click();
@@ -654,6 +652,7 @@ private:
         addFault({LineFault::NoAnswer, "MVP", 1});
         click("BUTTON_AUTOFOCUS");
         QCOMPARE(sequencers().size(), 1);
+        QVERIFY(waitUntil([this] { return takeBoardLines().contains("$,STM1,MVP,640,"); }));
     }
 
     /// Lets a run end that waits for the stage.
@@ -664,6 +663,14 @@ private:
         disconnect(Controller::getInstance(), nullptr, sequencers().first(), nullptr);
         window().slot_endAutoFocusing(0);
         QTRY_VERIFY(sequencers().isEmpty());
+    }
+
+    /// The answer to this question says that the board has met under its faults what went out
+    /// under them.
+    void endFaults()
+    {
+        Controller::getInstance()->z_stage_pos();
+        clearFaults();
     }
 
     void stillUsableButForTheTabs()

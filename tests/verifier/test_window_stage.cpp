@@ -86,7 +86,7 @@ private slots:
         QCOMPARE(text("EDIT_Z_POSITION"), QString(goodBefore ? "10000" : "-1"));
         setText("EDIT_Z_POSITION", "before");
         addFault({LineFault::NoAnswer, "MVP", 1});
-        Controller::getInstance()->m_timeouts.read_ms = 100; // until the next test
+        Controller::getInstance()->m_timeouts.read_ms = 400; // until the next test
         click("BUTTON_Z_MOVE_PLUS");
         QTEST(text("EDIT_Z_POSITION"), "shown");
         QCOMPARE(Controller::getInstance()->m_zStagePosition, 10256);
