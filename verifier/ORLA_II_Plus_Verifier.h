@@ -275,6 +275,7 @@ private slots:
 private:
     void connectAutofocus();
     void enableRunControls(bool on);
+    void updateGraph();
     void paintFocusGraph(QPainter& painter);
 
     // ORLA_II_Plus_Verifier_QC.cpp

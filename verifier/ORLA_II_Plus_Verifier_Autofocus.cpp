@@ -43,6 +43,7 @@ void ORLA_II_Plus_Verifier::on_BUTTON_AUTOFOCUS_clicked()
     for (auto& samples : m_reviewSamples)
         samples.clear();
     m_reviewBestIndex.fill(0);
+    updateGraph();
 
     enableRunControls(false);
     QCoreApplication::processEvents();
@@ -101,9 +102,7 @@ void ORLA_II_Plus_Verifier::slot_review_AutoFocusing(int step, std::vector<AutoF
     const auto review = static_cast<std::size_t>(step - 1);
     m_reviewSamples[review] = std::move(samples);
     m_reviewBestIndex[review] = bestIndex;
-    // No frame repaints the view while the graph is on.
-    if (m_graphDisplayed)
-        update(m_viewRect);
+    updateGraph();
 }
 
 void ORLA_II_Plus_Verifier::slot_endAutoFocusing(int position_steps)
@@ -119,6 +118,13 @@ void ORLA_II_Plus_Verifier::slot_endAutoFocusing(int position_steps)
     refreshNotice();
     enableRunControls(true);
     QMessageBox::information(this, kMessageTitle, "Finish AutoFocus !", QMessageBox::Ok);
+}
+
+/// No frame repaints the view while the graph is on.
+void ORLA_II_Plus_Verifier::updateGraph()
+{
+    if (m_graphDisplayed)
+        update(m_viewRect);
 }
 
 /// A sweep with fewer than fifteen samples cannot be drawn to its end; what can be is.

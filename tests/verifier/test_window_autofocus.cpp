@@ -573,6 +573,25 @@ private slots:
         QTRY_COMPARE(watch.paints(), 1);
     }
 
+    // Nobody who watches takes the curve of the run before for the present one's.
+    void theGraphIsClearedOnTheScreenAsARunBegins()
+    {
+        window().slot_review_AutoFocusing(1, sweep(kSamples), 3);
+        showGraph();
+        QTest::qWait(300);
+        const PaintWatch watch(window(), QRect(0, 0, 640, 480));
+        QTest::qWait(300);
+        QCOMPARE(watch.paints(), 0);
+        // The last time that a press lets events run is before the first command.
+        int paintsBefore = -1;
+        const auto noting = atBoardLine("$,STM1", [&](const QString&) {
+            if (paintsBefore < 0)
+                paintsBefore = watch.paints();
+        });
+        beginStuckRun();
+        QCOMPARE(paintsBefore, 1);
+    }
+
     void theGraphIsEmptyWhileARunIsWaiting()
     {
         window().slot_review_AutoFocusing(1, sweep(kSamples), 3);
