@@ -563,11 +563,8 @@ private slots:
     void aReviewIsPaintedByItself()
     {
         window().slot_review_AutoFocusing(1, {}, 0);
-        showGraph();
-        QTest::qWait(300);
+        QVERIFY(showsGraphAtRest());
         const PaintWatch watch(window(), QRect(0, 0, 640, 480));
-        QTest::qWait(300);
-        QCOMPARE(watch.paints(), 0);
         window().slot_review_AutoFocusing(1, sweep(kSamples), 3);
         QCOMPARE(watch.paints(), 0);
         QTRY_COMPARE(watch.paints(), 1);
@@ -577,11 +574,8 @@ private slots:
     void theGraphIsClearedOnTheScreenAsARunBegins()
     {
         window().slot_review_AutoFocusing(1, sweep(kSamples), 3);
-        showGraph();
-        QTest::qWait(300);
+        QVERIFY(showsGraphAtRest());
         const PaintWatch watch(window(), QRect(0, 0, 640, 480));
-        QTest::qWait(300);
-        QCOMPARE(watch.paints(), 0);
         // The last time that a press lets events run is before the first command.
         int paintsBefore = -1;
         const auto noting = atBoardLine("$,STM1", [&](const QString&) {
@@ -750,6 +744,18 @@ private:
     {
         find<QSpinBox>("SPIN_DEBUG")->setValue(3);
         click("BUTTON_DEBUG");
+    }
+
+    /// The graph is on the screen, and for a while nothing of the view has been painted.
+    bool showsGraphAtRest()
+    {
+        const PaintWatch watch(window(), QRect(0, 0, 640, 480));
+        showGraph();
+        return waitUntil([&] {
+            const int before = watch.paints();
+            QTest::qWait(300);
+            return before > 0 && watch.paints() == before;
+        });
     }
 
     /// Extent of the pure red in the curve's part of the graph.
