@@ -11,6 +11,7 @@ import argparse
 import csv
 import math
 import os
+import resource
 import shutil
 import subprocess
 import sys
@@ -258,6 +259,38 @@ def draw(folder, results):
     return f"gnuplot draws no picture:\n{done.stderr}" if done.returncode != 0 else ""
 
 
+class Disturbance:
+    """What has kept the processors from the benchmarks since it was made: /proc/stat against their own time."""
+
+    # Above it, what goes by the clock says more of the machine's hour than of the program.
+    LIMIT_PERCENT = 2.0
+
+    def __init__(self):
+        self.before = self.read()
+
+    @staticmethod
+    def read():
+        """In seconds of all processors: all time, what ran here, what the machine below withheld, what is our own."""
+        with open("/proc/stat", encoding="ascii") as file:
+            ticks = [int(word) for word in file.readline().split()[1:9]]
+        user, nice, system, _idle, _iowait, irq, softirq, stolen = (
+            count / os.sysconf("SC_CLK_TCK") for count in ticks)
+        total = sum(ticks) / os.sysconf("SC_CLK_TCK")
+        own = sum(usage.ru_utime + usage.ru_stime
+                  for usage in map(resource.getrusage, (resource.RUSAGE_SELF, resource.RUSAGE_CHILDREN)))
+        return total, user + nice + system + irq + softirq, stolen, own
+
+    def sentence(self):
+        total, busy, stolen, own = (now - then for now, then in zip(self.read(), self.before))
+        others_percent = max(0.0, busy - own) / max(total, 1e-9) * 100.0
+        stolen_percent = stolen / max(total, 1e-9) * 100.0
+        sentence = (f"of the processors' time other work took {others_percent:.1f} %, "
+                    f"and the host of a virtual machine {stolen_percent:.1f} %")
+        if others_percent + stolen_percent > self.LIMIT_PERCENT:
+            sentence += ": what goes by the clock is not to be relied upon"
+        return sentence
+
+
 def options():
     programs = "\n".join(f"  {program.name:<15} {program.text}" for program in PROGRAMS)
     parser = argparse.ArgumentParser(
@@ -292,6 +325,7 @@ def main():
     folder = Path(arguments.out)
     folder.mkdir(parents=True, exist_ok=True)
     print(f"{os.cpu_count()} cores, load {os.getloadavg()[0]:.1f} at the start", flush=True)
+    disturbance = Disturbance()
     results = []
     try:
         for program in PROGRAMS:
@@ -308,6 +342,7 @@ def main():
     word = draw(folder, results)
     if word:
         print(word, file=sys.stderr)
+    print(disturbance.sentence())
     missed = [row for row, value, _ in results if holds(row, value) is False]
     print(f"{len(results)} figures, {len(missed)} miss their goal; also in {folder / 'table.csv'} and table.svg")
     return 1 if any(row.counted or not arguments.short for row in missed) else 0
