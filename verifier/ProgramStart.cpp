@@ -9,6 +9,7 @@
 #include "PanelSetup.h"
 #include "Version.h"
 #include "platform/DebugLog.h"
+#include "platform/ProcessSetup.h"
 
 namespace {
 
@@ -56,6 +57,7 @@ void logProgramVersion(const char* program)
 
 std::unique_ptr<QApplication> startApplication(const char* program, int& argumentCount, char* arguments[])
 {
+    setUpProcess();
     setUpPanel();
     setUpTimeZone();
 

@@ -229,9 +229,8 @@ void ShippedProgram::launch(const QStringList& arguments)
     m_program.setProcessChannelMode(QProcess::MergedChannels);
     m_program.setStandardOutputFile(file("debug.log"));
     m_program.start("unshare", namespaceCommand() +
-                                   QStringList{"sh", PRIVATE_INSTRUMENT, m_root.path(), DEVICE_STAND_IN,
-                                               SHIPPED_PROGRAM} +
-                                   arguments);
+                                   QStringList{"sh", PRIVATE_INSTRUMENT, m_root.path(), DEVICE_STAND_IN} +
+                                   m_starter + QStringList(SHIPPED_PROGRAM) + arguments);
 }
 
 int ShippedProgram::run(const QStringList& arguments)

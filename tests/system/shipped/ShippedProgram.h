@@ -51,6 +51,8 @@ public:
 
     /// Variables of the program's environment beside its usual ones, or in their place.
     void setVariables(const QMap<QString, QString>& variables) { m_variables = variables; }
+    /// A command that begins the program, in the same process, with what it leaves it.
+    void setStarter(const QStringList& words) { m_starter = words; }
     /// Starts the program and waits for its window.
     bool start(const QStringList& arguments = {});
     /// Runs a program that has no window to wait for; its exit status, -1 when it does not come
@@ -113,5 +115,6 @@ private:
     int m_answers = -1;
     QByteArray m_pending;
     QMap<QString, QString> m_variables;
+    QStringList m_starter;
     QProcess m_program;
 };

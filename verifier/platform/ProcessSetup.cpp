@@ -1,0 +1,38 @@
+#include "platform/ProcessSetup.h"
+
+#include <csignal>
+#include <initializer_list>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+/// The lowest number that is free is the one that a file gets.
+void openMissingStreams()
+{
+    int fd = 0;
+    do
+        fd = ::open("/dev/null", O_RDWR);
+    while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd >= 0)
+        ::close(fd);
+}
+
+void letSignalsThrough()
+{
+    sigset_t needed;
+    sigemptyset(&needed);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGCHLD})
+        sigaddset(&needed, number);
+    ::pthread_sigmask(SIG_UNBLOCK, &needed, nullptr);
+}
+
+} // namespace
+
+void setUpProcess()
+{
+    openMissingStreams();
+    std::signal(SIGPIPE, SIG_IGN); // a child gets it as it was
+    letSignalsThrough();
+}
