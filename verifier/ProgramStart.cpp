@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include <QApplication>
+#include <QLocale>
 #include <QScreen>
 
 #include "PanelSetup.h"
@@ -60,6 +61,8 @@ std::unique_ptr<QApplication> startApplication(const char* program, int& argumen
     setUpProcess();
     setUpPanel();
     setUpTimeZone();
+    // Some languages have digits of their own. Half of the fields would show them, and none take them.
+    QLocale::setDefault(QLocale::c());
 
     g_program = program;
     g_handlerBefore = qInstallMessageHandler(endWithoutScreen);

@@ -1,10 +1,14 @@
 #include <csignal>
 
+#include <QDir>
 #include <QtTest>
 
 #include "shipped/Expectations.h"
+#include "tests/support/Patience.h"
 
 namespace {
+
+using Variables = QMap<QString, QString>;
 
 const QStringList kParking{"LED4,OFF,,", "STM1,ORIGIN,,"};
 
@@ -13,9 +17,12 @@ const QStringList kWithoutStreams{"sh", "-c", "exec \"$@\" <&- >&- 2>&-", "sh"};
 const QStringList kWithoutReader{"bash", "-c", "exec \"$@\" > >(true) 2>&1", "bash"};
 const QStringList kWithBlockedSignals{"env", "--block-signal"};
 
+/// A language with digits of its own, for all that a machine says.
+const Variables kPersian{{"LC_ALL", "fa_IR.UTF-8"}, {"LANG", "fa_IR.UTF-8"}};
+
 } // namespace
 
-/// Whatever the process inherits from who starts it: streams and signals.
+/// Whatever the process inherits from who starts it: streams, signals, the machine's language.
 class TestInheritance : public ShippedProgramTest
 {
     Q_OBJECT
@@ -80,6 +87,49 @@ private slots:
         QVERIFY(time.elapsed() < muchLessThanTheTimeout_ms);
         QCOMPARE(program.commands(), "password 0\n");
         program.answer("OK");
+        QCOMPARE(program.exit(), 0);
+    }
+
+    void theMachinesLanguageChangesNoDigit()
+    {
+        ShippedProgram program;
+        program.setVariables(kPersian);
+        program.plugDisk();
+        QVERIFY(program.start());
+        QCOMPARE(program.text("SPIN_Z_STEP"), "512");
+        QCOMPARE(program.text("PROGRESS_AUTOFOCUS"), "0%");
+        program.click("CHECK_DEBUG_AUTOFOCUS");
+        program.ask({{"do", "click"}, {"name", "BUTTON_AUTOFOCUS"}, {"later", true}});
+        const auto hasFolder = [&program] {
+            return !QDir(program.file("mnt/ORLA-II/Autofocus")).isEmpty(QDir::Dirs | QDir::NoDotAndDotDot);
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(hasFolder(), patient_ms(30000));
+        const QStringList runs =
+            QDir(program.file("mnt/ORLA-II/Autofocus")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        QVERIFY2(QRegularExpression("^[0-9]{8}_[0-9]{6}$").match(runs.value(0)).hasMatch(),
+                 qPrintable(runs.join(' ')));
+        VERIFY_BOX(program.waitForBox(30000), "information: ORLA-III", "Finish AutoFocus !", "OK");
+        program.answer("OK");
+        QCOMPARE(program.exit(), 0);
+        const QRegularExpression taken(
+            "slot_z_stage_moved\\(\\) [0-9]{4}/[0-9]{2}/[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2},[0-9]{3}\n");
+        QVERIFY(taken.match(QString::fromUtf8(program.output())).hasMatch());
+    }
+
+    // A machine without a language has no letters but the English ones; a disk has.
+    void aNameMayHaveAnyLetters()
+    {
+        ShippedProgram program;
+        program.setVariables({{"LC_ALL", "C"}, {"LANG", "C"}});
+        program.plugDisk();
+        QVERIFY(program.start());
+        program.chooseTab(1);
+        program.boxOf("BUTTON_CAPTURE");
+        program.ask({{"do", "file"}, {"path", QString::fromUtf8("/mnt/Prüfling 세포")}, {"later", true}});
+        QTRY_VERIFY_WITH_TIMEOUT(!program.isBoxOpen(), patient_ms(30000));
+        QVERIFY(program.waitEnabled(5000));
+        QCOMPARE(QDir(program.file("mnt")).entryList(QDir::Files),
+                 QStringList(QString::fromUtf8("Prüfling 세포.tif")));
         QCOMPARE(program.exit(), 0);
     }
 };

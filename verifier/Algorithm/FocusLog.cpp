@@ -3,6 +3,7 @@
 #include <exception>
 
 #include <QByteArray>
+#include <QLocale>
 #include <QTextStream>
 
 #include "picture/PictureFile.h"
@@ -13,8 +14,9 @@ namespace focus_log {
 
 QString directoryOf(const QDateTime& start)
 {
+    // By itself a time takes the digits of the machine's language, which not every disk has.
     return QStringLiteral("%1/ORLA-II/Autofocus/%2")
-        .arg(QLatin1String(kDiskMountPoint), start.toString(QStringLiteral("yyyyMMdd_hhmmss")));
+        .arg(QLatin1String(kDiskMountPoint), QLocale::c().toString(start, QStringLiteral("yyyyMMdd_hhmmss")));
 }
 
 QString stepDirectory(const QString& directory, int step)

@@ -5,6 +5,7 @@
 #include <exception>
 
 #include <QDateTime>
+#include <QLocale>
 #include <QThread>
 
 #include "Algorithm/FocusLog.h"
@@ -30,7 +31,7 @@ Controller* controller()
 
 QString timeText()
 {
-    return QDateTime::currentDateTime().toString(QStringLiteral("yyyy/MM/dd hh:mm:ss,zzz"));
+    return QLocale::c().toString(QDateTime::currentDateTime(), QStringLiteral("yyyy/MM/dd hh:mm:ss,zzz"));
 }
 
 QString sweepText(int interval, int count)
