@@ -1,6 +1,8 @@
+#include <cerrno>
 #include <csignal>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -95,6 +97,21 @@ private slots:
             ::close(ends[0]);
             setUpProcess();
             return ::write(ends[1], "x", 1) == -1 && errno == EPIPE ? 0 : 1;
+        });
+        QCOMPARE(status, 0);
+    }
+
+    void aFileThatMayNotGrowFailsTheWrite()
+    {
+        QTemporaryDir directory;
+        const QString path = directory.filePath("picture");
+        const int status = inChild([&] {
+            const int file = ::open(qPrintable(path), O_WRONLY | O_CREAT, 0600);
+            const rlimit limit{0, 0};
+            if (::setrlimit(RLIMIT_FSIZE, &limit) != 0)
+                return 2;
+            setUpProcess();
+            return ::write(file, "x", 1) == -1 && errno == EFBIG ? 0 : 1;
         });
         QCOMPARE(status, 0);
     }

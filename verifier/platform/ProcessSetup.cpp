@@ -19,6 +19,13 @@ void openMissingStreams()
         ::close(fd);
 }
 
+/// A child gets the first back as it was; to the second it is as if its program did the same.
+void letFailedWritesFail()
+{
+    for (const int number : {SIGPIPE, SIGXFSZ})
+        std::signal(number, SIG_IGN);
+}
+
 void letSignalsThrough()
 {
     sigset_t needed;
@@ -33,6 +40,6 @@ void letSignalsThrough()
 void setUpProcess()
 {
     openMissingStreams();
-    std::signal(SIGPIPE, SIG_IGN); // a child gets it as it was
+    letFailedWritesFail();
     letSignalsThrough();
 }

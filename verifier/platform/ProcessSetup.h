@@ -4,8 +4,8 @@
 ///
 /// - A standard stream that is closed leads to /dev/null. Else the next device or file that is
 ///   opened gets its number, and the log goes there.
-/// - A log whose reader has gone is lost, and that is all: the signal for it would end the
-///   process, with the LED on and the stage where it is.
+/// - A write to a log whose reader has gone, or beyond the size that files may have, fails, and
+///   that is all: the signal for it would end the process, with the LED on and the stage where it is.
 /// - SIGTERM, SIGINT, SIGHUP and SIGCHLD come through, whoever blocked them. Without the first
 ///   three nobody can end the program in order; without the last the end of a child is not heard.
 ///
