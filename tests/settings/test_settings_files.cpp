@@ -1,6 +1,8 @@
 #include <limits>
 #include <memory>
 
+#include <sys/stat.h>
+
 #include <QDir>
 #include <QSettings>
 #include <QtTest>
@@ -12,6 +14,7 @@
 #include "settings/SafeSettingsFile.h"
 #include "settings/SettingsFiles.h"
 #include "settings/StageFile.h"
+#include "settings/StoredObjects.h"
 #include "settings/UnreadFiles.h"
 #include "support/FileBytes.h"
 #include "support/LogRecorder.h"
@@ -149,6 +152,39 @@ private slots:
         QVERIFY(QFile::remove(instrumentPath(QString(kStageFile))));
         QVERIFY(noteLoad(kStageFile, QSettings(QString(kNoSettingsFile), QSettings::IniFormat)));
         QVERIFY(!isUnread(kStageFile));
+    }
+
+    void whatIsNoOrdinaryFileIsLeftAlone_data()
+    {
+        QTest::addColumn<bool>("isPipe");
+        QTest::newRow("a pipe keeps its reader waiting") << true;
+        QTest::newRow("a device never comes to an end") << false;
+    }
+
+    void whatIsNoOrdinaryFileIsLeftAlone()
+    {
+        QFETCH(bool, isPipe);
+        const QString path = instrumentPath(QString(kStageFile));
+        QVERIFY(QDir().mkpath(QFileInfo(path).path()));
+        if (isPipe)
+            QCOMPARE(::mkfifo(qPrintable(path), 0600), 0);
+        else
+            QVERIFY(QFile::link("/dev/zero", path));
+        const LogRecorder log;
+        global_ini_t record{};
+        loadStageFile(record);
+        QCOMPARE(record.Z_step, 256);
+        const QString said = QString("[Error] \"%1\" is no ordinary file").arg(kStageFile);
+        QCOMPARE(log.messages().filter(said).size(), 1);
+
+        const auto saveMain = [] { return SafeSettingsFile(kStageFile).commit(); };
+        const QString refused = QString("[Error] not saved: %1 is no ordinary file").arg(kStageFile);
+        QVERIFY(!saveStageFile(record) && !saveMain());
+        QCOMPARE(log.messages().filter(refused).size(), 2);
+        QVERIFY(isSpecialFile(path));
+        QVERIFY(!noteLoad(kStageFile, QSettings(readableSettingsPath(kStageFile), QSettings::IniFormat)));
+        QVERIFY(QFile::remove(path));
+        QVERIFY(noteLoad(kStageFile, QSettings(readableSettingsPath(kStageFile), QSettings::IniFormat)));
     }
 
     void aFileWithoutAKeyWasRead_data()

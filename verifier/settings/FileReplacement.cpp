@@ -104,6 +104,10 @@ bool FileReplacement::begin()
 bool FileReplacement::read(QByteArray& content)
 {
     content.clear();
+    if (isSpecialFile(m_path)) {
+        m_reason = QLatin1String(kSpecialFileReason);
+        return false;
+    }
     const FileDescriptor file(::open(QFile::encodeName(m_path).constData(), O_RDONLY | O_CLOEXEC));
     if (file.get() < 0)
         return errno == ENOENT || fail("open");

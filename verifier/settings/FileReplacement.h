@@ -45,7 +45,7 @@ public:
     /// unsafe object, and could not be read again, is one.
     bool commit(const QByteArray& content);
 
-    /// Why the last call failed, in the system's words but for an unsafe object.
+    /// Why the last call failed, in the system's words but for an unsafe object and a special file.
     QString reason() const { return m_reason; }
 
 private:

@@ -16,6 +16,7 @@
 #include "settings/SettingsFiles.h"
 
 const char* const kUnsafeObjectReason = "holds an object that is not in order";
+const char* const kSpecialFileReason = "is no ordinary file";
 
 namespace {
 
@@ -224,13 +225,19 @@ bool holdsUnsafeObject(const QByteArray& content)
     return false;
 }
 
+bool isSpecialFile(const QString& path)
+{
+    const QFileInfo file(path);
+    return file.exists() && !file.isFile() && !file.isDir();
+}
+
 QString readableSettingsPath(const QString& fixedPath)
 {
     struct Look
     {
         qint64 size;
         QDateTime changed;
-        bool unsafe;
+        const char* hindrance; // null: none
     };
     static QHash<QString, Look> looks;
 
@@ -239,14 +246,20 @@ QString readableSettingsPath(const QString& fixedPath)
     const auto last = looks.constFind(path);
     // As QSettings itself tells whether it has to read a file again.
     if (last != looks.constEnd() && last->size == now.size() && last->changed == now.lastModified())
-        return last->unsafe ? QString(kNoSettingsFile) : path;
-    QFile file(path);
-    const bool opened = file.open(QIODevice::ReadOnly);
-    const bool unsafe = opened && holdsUnsafeObject(file.readAll());
-    // Of what could not be read nothing is known: the next time it is looked at again.
-    if (opened && file.error() == QFileDevice::NoError)
-        looks.insert(path, {now.size(), now.lastModified(), unsafe});
-    if (unsafe)
-        qDebug() << "[Error]" << fixedPath << kUnsafeObjectReason;
-    return unsafe ? QString(kNoSettingsFile) : path;
+        return last->hindrance != nullptr ? QString(kNoSettingsFile) : path;
+    const char* hindrance = isSpecialFile(path) ? kSpecialFileReason : nullptr;
+    bool known = hindrance != nullptr;
+    if (hindrance == nullptr) {
+        QFile file(path);
+        const bool opened = file.open(QIODevice::ReadOnly);
+        if (opened && holdsUnsafeObject(file.readAll()))
+            hindrance = kUnsafeObjectReason;
+        // Of what could not be read nothing is known: the next time it is looked at again.
+        known = opened && file.error() == QFileDevice::NoError;
+    }
+    if (known)
+        looks.insert(path, {now.size(), now.lastModified(), hindrance});
+    if (hindrance != nullptr)
+        qDebug() << "[Error]" << fixedPath << hindrance;
+    return hindrance != nullptr ? QString(kNoSettingsFile) : path;
 }

@@ -13,9 +13,16 @@
 bool holdsUnsafeObject(const QByteArray& content);
 
 /// Machine path from which QSettings can read a settings file of that fixed path: the file's own,
-/// or, for a file with an unsafe object, that of none, so that every key has its default; the
-/// debug stream says so. A file is looked into once, and again when it has changed. GUI thread.
+/// or, for a file with an unsafe object and for what isSpecialFile(), that of none, so that every
+/// key has its default; the debug stream says so. A file is looked into once, and again when it has
+/// changed. GUI thread.
 QString readableSettingsPath(const QString& fixedPath);
+
+/// Whether something stands under a machine path that is neither a file nor a directory: a pipe,
+/// which would keep its reader waiting, or a device, which may never come to an end. Any thread.
+bool isSpecialFile(const QString& path);
 
 /// What a save says of a file that holds an unsafe object, or would, and that it leaves alone.
 extern const char* const kUnsafeObjectReason;
+/// And of what isSpecialFile().
+extern const char* const kSpecialFileReason;
