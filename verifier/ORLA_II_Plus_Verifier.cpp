@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <initializer_list>
+#include <utility>
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -258,14 +260,31 @@ void ORLA_II_Plus_Verifier::shutDown(const char* signature)
     m_fullSizeTimer->stop();
     const QString style = m_form->BUTTON_EXIT->styleSheet();
     showBusy(m_form->BUTTON_EXIT);
+    parkHardware();
+    endBusy(m_form->BUTTON_EXIT, style);
+    QCoreApplication::quit();
+}
+
+/// LED off and stage home, unless in Zig mode; camera and port closed.
+void ORLA_II_Plus_Verifier::parkHardware()
+{
+    if (std::exchange(m_parked, true))
+        return;
+    Controller* controller = Controller::getInstance();
     if (!global_ini()->bZig_mode) {
         controller->led_off();
         controller->z_stage_origin(SERIAL_BLOCKING);
     }
     stopCamera();
     controller->closeSerialPort();
-    endBusy(m_form->BUTTON_EXIT, style);
-    QCoreApplication::quit();
+}
+
+void ORLA_II_Plus_Verifier::parkUnseen()
+{
+    m_quitting = true;
+    for (QObject* sender : std::initializer_list<QObject*>{this, Controller::getInstance(), m_camera})
+        sender->blockSignals(true);
+    parkHardware();
 }
 
 void ORLA_II_Plus_Verifier::on_BUTTON_PASSWORD_clicked()

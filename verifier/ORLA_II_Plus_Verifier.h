@@ -55,6 +55,10 @@ public:
     explicit ORLA_II_Plus_Verifier(QWidget* parent = nullptr);
     ~ORLA_II_Plus_Verifier() override;
 
+    /// What Exit does with the hardware, for a process that ends without its event loop and perhaps
+    /// without its screen: shows and reports nothing. Nothing after Exit.
+    void parkUnseen();
+
 signals:
     /// One log message: the emitting function's signature text, then labels and values.
     void sig_debug_Message(QStringList parts);
@@ -94,6 +98,7 @@ private:
     void connectController();
     void connectQC();
     void shutDown(const char* signature);
+    void parkHardware();
     void disableAndPaint();
     void showBusy(QPushButton* button);
     void endBusy(QPushButton* button, const QString& style);
@@ -336,6 +341,7 @@ private:
     int m_consoleState = 0;
     // Once set, nothing more is begun: no move of the stage, no opening of a device.
     bool m_quitting = false;
+    bool m_parked = false;
     OV5642Camera* m_camera = nullptr;
     std::unique_ptr<GrabThread> m_grabThread;
     // A CameraMode; -1 until the constructor starts the camera, when only a repaint

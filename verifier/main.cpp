@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include <QApplication>
@@ -46,6 +47,17 @@ bool answered(int argumentCount, char* arguments[])
     return false;
 }
 
+// While its event loop runs; a function that is called at the end takes no argument.
+ORLA_II_Plus_Verifier* g_window = nullptr;
+
+/// A screen that goes away (its server has crashed, the line to it is cut) has Qt end the process on
+/// the spot, and no event loop hears of it.
+void parkAtExit()
+{
+    if (g_window != nullptr)
+        g_window->parkUnseen();
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
@@ -70,5 +82,9 @@ int main(int argc, char* argv[])
     QObject::connect(&termination, &TerminationSignal::received, &window,
                      &ORLA_II_Plus_Verifier::slot_terminate);
     window.show();
-    return application->exec();
+    std::atexit(parkAtExit);
+    g_window = &window;
+    const int status = application->exec();
+    g_window = nullptr;
+    return status;
 }

@@ -1,4 +1,5 @@
 #include <functional>
+#include <memory>
 
 #include <QtTest>
 
@@ -283,6 +284,34 @@ private slots:
                 runSimulator({"--instant", "--steps", "window,exit,ended", "--out", "."}, screen, out.path());
             return ended.status == 0 ? controls(QImage(out.filePath("latest/01-window.png"))) : QImage();
         });
+    }
+
+    void theEndOfTheScreenParksTheBoard_data()
+    {
+        QTest::addColumn<QByteArray>("zigMode");
+        QTest::addColumn<QStringList>("parking");
+        QTest::newRow("parks") << QByteArray("Off") << QStringList{"LED4,OFF,,", "STM1,ORIGIN,,"};
+        QTest::newRow("in Zig mode") << QByteArray("On") << QStringList();
+    }
+
+    // Qt ends a program whose X server has gone on the spot.
+    void theEndOfTheScreenParksTheBoard()
+    {
+        QFETCH(QByteArray, zigMode);
+        QFETCH(QStringList, parking);
+        auto server = std::make_unique<XServer>(800, 480);
+        if (server->display().empty())
+            QSKIP("no X server here");
+        ShippedProgram program;
+        program.setVariables(
+            {{"QT_QPA_PLATFORM", "xcb"}, {"DISPLAY", QString::fromStdString(server->display())}});
+        program.write(kMainSettings, "[ORLA-III]\nZig%20mode=" + zigMode + '\n');
+        QVERIFY(program.start());
+        const int before = program.boardLines().size();
+        server.reset();
+        QCOMPARE(program.waitForEnd(), kFailure);
+        QCOMPARE(program.boardLines(before), parking);
+        QVERIFY2(QDir(program.file("lock")).isEmpty(), "the serial port is given back");
     }
 
 private:

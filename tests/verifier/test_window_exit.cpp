@@ -322,6 +322,34 @@ private slots:
         QCOMPARE(m_fixture->tree().passwordRuns().size(), 0);
     }
 
+    // As a screen that is gone has Qt do: no event loop runs, and nobody can be shown anything.
+    void anEndWithoutEventLoopParksUnseen_data() { zigRows(); }
+
+    void anEndWithoutEventLoopParksUnseen()
+    {
+        QFETCH(bool, zigMode);
+        makeWindow(zigMode);
+        QVERIFY(m_fixture->camera().faults().enable("ioctl:VIDIOC_STREAMOFF"));
+        for (int times = 0; times < 2; ++times) {
+            m_fixture->window().parkUnseen();
+            expectEnded(times == 0 ? parkingOf(zigMode) : QStringList());
+        }
+        Controller::getInstance()->blockSignals(false);
+        QCOMPARE(portLocks(m_fixture->machinePath("/dev/ttyS2")), QStringList());
+        QCOMPARE(m_fixture->messages(), QString());
+        QCOMPARE(m_fixture->traffic(), QString());
+    }
+
+    void afterExitNothingIsParkedAgain()
+    {
+        makeWindow(false);
+        pressExit();
+        expectEnd(kParking);
+        m_fixture->window().parkUnseen();
+        Controller::getInstance()->blockSignals(false);
+        expectEnded({});
+    }
+
 private:
     static void zigRows()
     {
