@@ -1,6 +1,10 @@
+#include <memory>
+
 #include <fcntl.h>
 #include <termios.h>
 
+#include <QAbstractEventDispatcher>
+#include <QElapsedTimer>
 #include <QSerialPort>
 #include <QtTest>
 
@@ -320,6 +324,41 @@ private slots:
         QVERIFY(fixture.log.messages().contains("readAvailableData_Blocking errorDataReadingTimeout"));
         fixture.controller.write_nonBlocking("$,LED4,ON,,\r\n");
         QCOMPARE(fixture.controller.commandResponse(), QString());
+    }
+
+    void aLineThatIsGoneKeepsNobodyBusy_data()
+    {
+        QTest::addColumn<bool>("isWaitedFor");
+        QTest::newRow("an exchange") << true;
+        QTest::newRow("a move that is not waited for") << false;
+    }
+
+    // An adapter that is pulled out of its socket. What cannot be sent must not be tried for ever.
+    void aLineThatIsGoneKeepsNobodyBusy()
+    {
+        QFETCH(bool, isWaitedFor);
+        LonelyFixture fixture;
+        auto peer = std::make_unique<ScriptedPeer>(fixture.root.path());
+        fixture.open();
+        fixture.controller.setPortListener(true);
+        peer.reset();
+        QElapsedTimer time;
+        time.start();
+        fixture.controller.z_stage_abs(isWaitedFor ? SERIAL_BLOCKING : SERIAL_NON_BLOCKING, 5);
+        QVERIFY(time.elapsed() < kLong_ms);
+        int rounds = 0;
+        const auto counting = connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::awake,
+                                      [&rounds] { ++rounds; });
+        QTest::qWait(300);
+        disconnect(counting);
+        constexpr int waitsOwn = 60; // it looks every 10 ms
+        QVERIFY2(rounds < waitsOwn, qPrintable(QString::number(rounds)));
+
+        // With the line back the board is found again: the first try closes what has gone.
+        peer = std::make_unique<ScriptedPeer>(fixture.root.path());
+        peer->answer(kReady);
+        QVERIFY(!fixture.controller.trySerialPort());
+        QVERIFY(fixture.controller.trySerialPort());
     }
 };
 

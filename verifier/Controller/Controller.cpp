@@ -44,6 +44,15 @@ Controller* Controller::getInstance()
 Controller::Controller(QObject* parent) : QObject(parent), m_serialPort(new QSerialPort(this))
 {
     qDebug() << "Controller";
+    connect(m_serialPort, &QSerialPort::errorOccurred, this, &Controller::giveUpUnsent);
+}
+
+// The port would try without end, and without a pause, to send to a device that has gone. To discard
+// it fails in the same way, when nothing is left.
+void Controller::giveUpUnsent()
+{
+    if (m_serialPort->error() == QSerialPort::ResourceError && m_serialPort->bytesToWrite() > 0)
+        m_serialPort->clear(QSerialPort::Output);
 }
 
 bool Controller::isSerialPortOpen() const

@@ -178,6 +178,7 @@ private:
     enum class Command : int; // a row of the command table
     struct StageMove;         // what a stage command does to the tracked position
 
+    void giveUpUnsent();
     void configureSerialPort();
     bool reopenSerialPort();
     QString readLine();
