@@ -55,8 +55,8 @@ public:
     explicit ORLA_II_Plus_Verifier(QWidget* parent = nullptr);
     ~ORLA_II_Plus_Verifier() override;
 
-    /// What Exit does with the hardware, for a process that ends without its event loop and perhaps
-    /// without its screen: shows and reports nothing. Nothing after Exit.
+    /// What Exit does with the hardware, for a process whose event loop has ended or will not go on,
+    /// perhaps for want of a screen: shows and reports nothing. After Exit it does nothing.
     void parkUnseen();
 
 signals:

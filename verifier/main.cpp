@@ -85,6 +85,8 @@ int main(int argc, char* argv[])
     std::atexit(parkAtExit);
     g_window = &window;
     const int status = application->exec();
+    // Exit has done it; but Qt's platforms may end the loop as well.
+    window.parkUnseen();
     g_window = nullptr;
     return status;
 }

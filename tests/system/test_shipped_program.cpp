@@ -188,6 +188,20 @@ parsing_responseReceived response: "$OK,STM1,ORIGIN,,"
         QVERIFY2(QDir(program.file("lock")).isEmpty(), "the serial port is given back");
     }
 
+    // Qt's platforms may have ways of their own to it, such as a key of the keyboard's driver.
+    void anEndOfTheEventLoopParksTheBoardToo()
+    {
+        ShippedProgram program;
+        QVERIFY(program.start());
+        const int before = program.boardLines().size();
+        program.ask({{"do", "quit"}});
+        QCOMPARE(program.waitForEnd(), 0);
+        QCOMPARE(program.boardLines(before), QStringList({"LED4,OFF,,", "STM1,ORIGIN,,"}));
+        QCOMPARE(only(program.calls(), "video ").mid(2 + opening(1280, 960).size()),
+                 closing(1280, 960) << "close /dev/video0");
+        QVERIFY2(QDir(program.file("lock")).isEmpty(), "the serial port is given back");
+    }
+
     void noIsNoAndTheCameraGoesOn()
     {
         ShippedProgram program;

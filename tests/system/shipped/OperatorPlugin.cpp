@@ -121,6 +121,8 @@ private:
             return outcome(user.click(name), "not pressed");
         if (action == "key")
             user.pressKey(Qt::Key(request["key"].toInt()));
+        else if (action == "quit")
+            QCoreApplication::quit();
         else if (action == "press")
             user.pressAt(place);
         else if (action == "move")
