@@ -353,12 +353,39 @@ private slots:
         disconnect(counting);
         constexpr int waitsOwn = 60; // it looks every 10 ms
         QVERIFY2(rounds < waitsOwn, qPrintable(QString::number(rounds)));
+    }
 
-        // With the line back the board is found again: the first try closes what has gone.
-        peer = std::make_unique<ScriptedPeer>(fixture.root.path());
+    // An adapter that is pulled out of its socket and plugged in again, while nothing is asked.
+    void aLineThatIsBackIsFoundByTheFirstTry()
+    {
+        LonelyFixture fixture;
+        auto peer = std::make_unique<ScriptedPeer>(fixture.root.path());
         peer->answer(kReady);
+        fixture.controller.openSerialPort();
+        QVERIFY(fixture.controller.answers());
+
+        peer.reset();
+        QVERIFY2(!fixture.controller.answers(), "nothing can come from a line that is gone");
+        peer = std::make_unique<ScriptedPeer>(fixture.root.path());
+        QVERIFY2(!fixture.controller.answers(), "the line that is back has not been opened");
+        peer->answer(kReady);
+        QVERIFY2(fixture.controller.trySerialPort(), "the try went to the line that is gone");
+        QCOMPARE(fixture.connected.count(), 2);
+        QVERIFY(fixture.controller.answers());
+        QCOMPARE(peer->received(), QList<QByteArray>{kProbe});
+    }
+
+    void aTryWithoutTheLineClosesIt()
+    {
+        LonelyFixture fixture;
+        auto peer = std::make_unique<ScriptedPeer>(fixture.root.path());
+        fixture.open();
+        peer.reset();
         QVERIFY(!fixture.controller.trySerialPort());
-        QVERIFY(fixture.controller.trySerialPort());
+        QVERIFY(!fixture.controller.isSerialPortOpen());
+        QCOMPARE(fixture.log.messages().last(),
+                 QString("trySerialPort the serial port \"/dev/ttyS2\" cannot be opened"));
+        QCOMPARE(fixture.echoed.count(), 0);
     }
 };
 

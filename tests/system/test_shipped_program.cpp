@@ -155,6 +155,25 @@ parsing_responseReceived response: "$OK,STM1,ORIGIN,,"
                  closing(1280, 960) << "close /dev/video0");
     }
 
+    void anAdapterThatWasPulledOutIsToldAndFoundAgain()
+    {
+        ShippedProgram program;
+        program.write(kMainSettings, "[ORLA-III]\nZig%20mode=On\n");
+        QVERIFY(program.start());
+        QVERIFY(!program.look("LABEL_NOTICE")["visible"].toBool());
+        program.replugBoard();
+        QVERIFY(ShippedProgram::waitUntil(
+            [&] { return program.text("LABEL_NOTICE").startsWith("Controller board does not answer:"); },
+            5000));
+        program.click("BUTTON_CONNECT");
+        QCOMPARE(program.text("BUTTON_CONNECT"), "O");
+        QCOMPARE(program.style("BUTTON_CONNECT"), kChosen);
+        QCOMPARE(program.boardLines(),
+                 QStringList({"DEVICE,READY,,", "STM1,ORIGIN,,", "LED4,BRT,225,", "STM1,ABS,32000,"}));
+        QVERIFY(ShippedProgram::waitUntil([&] { return !program.look("LABEL_NOTICE")["visible"].toBool(); },
+                                          5000));
+    }
+
     void aSignalFromOutsideParksTheBoardToo_data()
     {
         QTest::addColumn<QByteArray>("zigMode");

@@ -3,6 +3,8 @@
 #include <QDebug>
 #include <QSerialPort>
 
+#include <poll.h>
+
 #include "platform/InstrumentPath.h"
 
 namespace {
@@ -20,6 +22,14 @@ int wrappingSum(int a, int b)
 int wrappingDifference(int a, int b)
 {
     return static_cast<int>(static_cast<unsigned>(a) - static_cast<unsigned>(b));
+}
+
+/// Whether the device behind an open port has gone, as an adapter that was pulled out. What the port
+/// says of itself is the outcome of its last call.
+bool hasHungUp(const QSerialPort& port)
+{
+    pollfd line = {static_cast<int>(port.handle()), 0, 0};
+    return ::poll(&line, 1, 0) == 1 && (line.revents & POLLHUP) != 0;
 }
 
 } // namespace
@@ -63,7 +73,7 @@ bool Controller::isSerialPortOpen() const
 bool Controller::answers() const
 {
     const bool overdue = m_awaited && m_awaitedSince.hasExpired(m_timeouts.diagnosisRead_ms);
-    return m_answered && m_serialPort->isOpen() && !overdue;
+    return m_answered && m_serialPort->isOpen() && !hasHungUp(*m_serialPort) && !overdue;
 }
 
 void Controller::openSerialPort()
@@ -104,8 +114,11 @@ void Controller::closeSerialPort()
 
 bool Controller::reopenSerialPort()
 {
-    if (m_serialPort->isOpen())
-        return true;
+    if (m_serialPort->isOpen()) {
+        if (!hasHungUp(*m_serialPort))
+            return true;
+        closeSerialPort();
+    }
     if (m_serialPort->portName().isEmpty())
         configureSerialPort();
     return m_serialPort->open(QIODevice::ReadWrite);

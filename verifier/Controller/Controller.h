@@ -71,8 +71,8 @@ public:
     /// Asks the board whether it is ready. True, with sig_connected_controller() emitted and
     /// the listener on, when it answered and the last reply that could be parsed said "OK";
     /// false, with the port closed, otherwise.
-    /// A port that an earlier failure closed is opened again first; if that is not possible,
-    /// returns false at once instead of waiting out the time-outs.
+    /// A port that an earlier failure closed, or whose device has gone, is opened again first; if
+    /// that is not possible, returns false at once instead of waiting out the time-outs.
     bool trySerialPort();
 
     /// Closes the line: its lock file is removed, its settings are what they were before.
@@ -140,8 +140,9 @@ public:
     /// The fields of the last reply that could be parsed.
     const responseInfo_t& responseInfo() const { return m_responseInfo; }
     /// Whether the board answered the last exchange that was waited for, with whatever line.
-    /// False before the first one, after a read time-out, while the port is closed, and when a
-    /// non-blocking command has had no answer for as long as a self-diagnosis may take.
+    /// False before the first one, after a read time-out, while the port is closed or its device
+    /// has gone, and when a non-blocking command has had no answer for as long as a self-diagnosis
+    /// may take.
     bool answers() const;
     /// What is shown of the board and may be wrong. The results of the commands above do not
     /// know: they go by the record, whichever command's reply it holds. A reply in which noise

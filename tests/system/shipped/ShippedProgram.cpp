@@ -66,8 +66,7 @@ BoardParameters boardParameters()
 
 } // namespace
 
-ShippedProgram::ShippedProgram()
-    : m_board(std::make_unique<BoardPort>(m_root.path().toStdString(), boardParameters(), BoardPace::Instant))
+ShippedProgram::ShippedProgram() : m_board(makeBoard())
 {
     makeTree();
     makeScene();
@@ -82,6 +81,26 @@ ShippedProgram::~ShippedProgram()
     ::close(m_requests);
     ::close(m_answers);
     ::munmap(m_scene, sizeof(DeviceScene));
+}
+
+std::unique_ptr<BoardPort> ShippedProgram::makeBoard() const
+{
+    return std::make_unique<BoardPort>(m_root.path().toStdString(), boardParameters(), BoardPace::Instant);
+}
+
+/// The program sees the machine's own devices in another place.
+void ShippedProgram::linkBoard() const
+{
+    const QString terminal = QString::fromStdString(m_board->terminalPath());
+    QFile::remove(file("dev/ttyS2"));
+    QFile::link(file("dev.real") + terminal.mid(int(qstrlen("/dev"))), file("dev/ttyS2"));
+}
+
+void ShippedProgram::replugBoard()
+{
+    m_board.reset();
+    m_board = makeBoard();
+    linkBoard();
 }
 
 QString ShippedProgram::hindrance()
@@ -114,10 +133,7 @@ void ShippedProgram::makeTree()
     write("opt/ORLA3/conf/Calibration_CUS.ini", calibration(0x80));
     write("opt/ORLA3/conf/Calibration_BFN.ini", calibration(0x10));
     write("root/Orla2/Orla2.ini", "[Z stage]\nStep=512\nSpeed=300\n");
-    // The program sees the machine's own devices in another place.
-    const QString terminal = QString::fromStdString(m_board->terminalPath());
-    QFile::remove(file("dev/ttyS2"));
-    QFile::link(file("dev.real") + terminal.mid(int(qstrlen("/dev"))), file("dev/ttyS2"));
+    linkBoard();
 
     const QByteArray log = file("commands.log").toLocal8Bit(), table = file("etc/mtab").toLocal8Bit();
     write("bin/mount",

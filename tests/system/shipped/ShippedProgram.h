@@ -42,6 +42,9 @@ public:
     QStringList boardLines(int from = 0);
     /// Makes the board carry nothing out and answer nothing, or be itself again.
     void silenceBoard(bool silent);
+    /// Pulls the serial line's adapter out and plugs it in again, with a board that has just
+    /// been switched on.
+    void replugBoard();
     /// Sends a line that nobody has asked for.
     void sayUnasked(const QByteArray& line);
     /// Whether anybody but the program can open its port, of which it takes sole possession.
@@ -104,6 +107,8 @@ public:
     static bool waitUntil(const std::function<bool()>& condition, int limit_ms);
 
 private:
+    std::unique_ptr<BoardPort> makeBoard() const;
+    void linkBoard() const;
     void makeTree();
     void makeScene();
     void launch(const QStringList& arguments);
