@@ -39,7 +39,8 @@ bool isBlocked(int number)
 
 } // namespace
 
-/// What a process has after its beginning, whatever it was given. Each in a process of its own.
+/// What a process has after its beginning, whatever it was given. Each but the last in a process of
+/// its own.
 class TestProcessSetup : public QObject
 {
     Q_OBJECT
@@ -116,24 +117,6 @@ private slots:
         QCOMPARE(status, 0);
     }
 
-    // A command in a shell's pipe ends by the signal.
-    void aChildIsEndedByItAsEver()
-    {
-        QTemporaryDir directory;
-        const QString path = directory.filePath("ignored");
-        const int status = inChild([&] {
-            setUpProcess();
-            runChildProcess("sh", {"-c", "grep SigIgn /proc/self/status >" + path});
-            return 0;
-        });
-        QCOMPARE(status, 0);
-        const QByteArray line = bytesOf(path).simplified();
-        bool isNumber = false;
-        const qulonglong ignored = line.mid(line.indexOf(":") + 1).trimmed().toULongLong(&isNumber, 16);
-        QVERIFY2(isNumber, line.constData());
-        QCOMPARE(ignored >> (SIGPIPE - 1) & 1U, 0ULL);
-    }
-
     void theSignalsThatItAnswersToComeThrough()
     {
         const int status = inChild([] {
@@ -148,6 +131,21 @@ private slots:
             return wrong + (isBlocked(SIGUSR1) ? 0 : 1);
         });
         QCOMPARE(status, 0);
+    }
+
+    // A command in a shell's pipe ends by the signal. In this process, which ignores it from here on:
+    // under ThreadSanitizer a copy of a process with threads does not hear of its child's end.
+    void aChildIsEndedByItAsEver()
+    {
+        QTemporaryDir directory;
+        const QString path = directory.filePath("ignored");
+        setUpProcess();
+        runChildProcess("sh", {"-c", "grep SigIgn /proc/self/status >" + path});
+        const QByteArray line = bytesOf(path).simplified();
+        bool isNumber = false;
+        const qulonglong ignored = line.mid(line.indexOf(":") + 1).trimmed().toULongLong(&isNumber, 16);
+        QVERIFY2(isNumber, line.constData());
+        QCOMPARE(ignored >> (SIGPIPE - 1) & 1U, 0ULL);
     }
 };
 
