@@ -34,6 +34,20 @@ constexpr double kMostContrastWhenOff = 3.6;
 constexpr const char* kScreenVariable = "ORLA_TEST_SCREEN_DPI";
 /// Set where the form's font is missing and another one stands in.
 constexpr const char* kOtherFontVariable = "ORLA_TEST_OTHER_FONT";
+/// Set for a desktop whose colours are light on dark.
+constexpr const char* kDarkVariable = "ORLA_TEST_DARK_DESKTOP";
+
+QPalette darkPalette()
+{
+    const QColor ground(0x24, 0x24, 0x24), text(0xee, 0xee, 0xee);
+    QPalette palette(ground);
+    for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText, QPalette::ToolTipText,
+                            QPalette::BrightText})
+        palette.setColor(role, text);
+    for (const auto role : {QPalette::Base, QPalette::AlternateBase, QPalette::ToolTipBase})
+        palette.setColor(role, QColor(0x1b, 0x1b, 0x1b));
+    return palette;
+}
 
 bool hasFont()
 {
@@ -570,6 +584,8 @@ int main(int argc, char* argv[])
     }
     setUpPanel();
     const QApplication application(argc, argv);
+    if (qEnvironmentVariableIsSet(kDarkVariable))
+        QApplication::setPalette(darkPalette());
     TestFormLook test;
     return QTest::qExec(&test, argc, argv);
 }
