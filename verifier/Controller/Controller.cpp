@@ -58,10 +58,11 @@ Controller::Controller(QObject* parent) : QObject(parent), m_serialPort(new QSer
 }
 
 // The port would try without end, and without a pause, to send to a device that has gone. To discard
-// it fails in the same way, when nothing is left.
+// it fails in the same way, when nothing is left. A line that is there and takes nothing now, which is
+// the same error, will take it at the port's next try.
 void Controller::giveUpUnsent()
 {
-    if (m_serialPort->error() == QSerialPort::ResourceError && m_serialPort->bytesToWrite() > 0)
+    if (m_serialPort->bytesToWrite() > 0 && hasHungUp(*m_serialPort))
         m_serialPort->clear(QSerialPort::Output);
 }
 

@@ -49,7 +49,9 @@ RULES = [
     Rule(r"ioctl I2C_SLAVE_FORCE", r"Image sensor does not answer", maybe=True, costs=("descriptors",)),
     Rule(r"read: sensor bus", r"Image sensor does not answer", maybe=True),
     Rule(r"close: sensor bus"),
-    # The line: an exchange that fails is a time-out, a port that fails is closed.
+    # The line: an exchange that fails is a time-out, a port that fails is closed. A write that is
+    # refused once, by a line that is still there, goes out at the next try.
+    Rule(r"write: serial line (EAGAIN|EINTR|EIO)", "errorDataWritingTimeout", maybe=True),
     Rule(r": serial line", f"{BOARD}|errorData(Reading|Writing)Timeout|QSerialPort", maybe=True,
          costs=("board", "measure")),
     Rule(r": serial lock", f"{BOARD}|[Ll]ock|setNativeLocks", maybe=True, costs=("board", "measure")),
